@@ -1,0 +1,37 @@
+# The virtual PC and everything that runs on it.
+
+find_package(Threads REQUIRED)
+
+# A shared library, so that the machine and the images it loads see the same one.
+file(GLOB VIRTUAL_PC_SOURCES CONFIGURE_DEPENDS platform/virtual/*.cpp)
+add_library(virtual_pc SHARED ${VIRTUAL_PC_SOURCES})
+target_link_libraries(virtual_pc PUBLIC Threads::Threads ${CMAKE_DL_LIBS})
+
+# The service: compiled once, for the image and for the tests that call into it. Symbols must not
+# be unique to the host process, or an image could never be unloaded and loaded afresh.
+add_library(service_objects OBJECT ${HOLV_SERVICE_SOURCES})
+target_compile_options(service_objects PRIVATE -fno-gnu-unique)
+target_compile_definitions(service_objects PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+
+add_library(HOLVService SHARED $<TARGET_OBJECTS:service_objects>)
+target_link_libraries(HOLVService PRIVATE virtual_pc)
+
+if(EXISTS ${CMAKE_SOURCE_DIR}/pc/main.cpp)
+    find_package(nlohmann_json REQUIRED)
+    find_package(CLI11 REQUIRED)
+    file(GLOB PC_SOURCES CONFIGURE_DEPENDS pc/*.cpp)
+    list(FILTER PC_SOURCES EXCLUDE REGEX "pc/main\\.cpp$")
+    # Everything of holvpc but its command line, so that tests can run scenarios too.
+    add_library(pc STATIC ${PC_SOURCES})
+    target_link_libraries(pc PUBLIC virtual_pc nlohmann_json::nlohmann_json)
+    add_executable(holvpc pc/main.cpp)
+    target_link_libraries(holvpc PRIVATE pc CLI11::CLI11)
+    target_compile_definitions(pc PUBLIC HOLV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+    add_dependencies(holvpc HOLVService)
+endif()
+
+enable_testing()
+add_subdirectory(tests)
+if(EXISTS ${CMAKE_SOURCE_DIR}/bench/CMakeLists.txt)
+    add_subdirectory(bench)
+endif()

@@ -1,0 +1,119 @@
+// Kernel objects, time, threads and locks.
+#pragma once
+
+#include "platform/base.h"
+
+#ifndef _WIN32
+
+struct CRITICAL_SECTION
+{
+    void* DebugInfo;
+    LONG LockCount;
+    LONG RecursionCount;
+    HANDLE OwningThread;  // the owner's thread id
+    HANDLE LockSemaphore;
+    ULONG_PTR SpinCount;
+};
+
+union INIT_ONCE
+{
+    PVOID Ptr;
+};
+using PINIT_ONCE = INIT_ONCE*;
+#define INIT_ONCE_STATIC_INIT \
+    {                         \
+        nullptr               \
+    }
+
+using LPTHREAD_START_ROUTINE = DWORD(WINAPI*)(LPVOID parameter);
+using PTIMERAPCROUTINE = void(APIENTRY*)(LPVOID argument, DWORD timerLow, DWORD timerHigh);
+using PINIT_ONCE_FN = BOOL(CALLBACK*)(PINIT_ONCE once, PVOID parameter, PVOID* context);
+
+#define WAIT_OBJECT_0 0u
+#define WAIT_TIMEOUT 258u
+#define WAIT_FAILED 0xFFFFFFFFu
+#define MAXIMUM_WAIT_OBJECTS 64
+#define TLS_OUT_OF_INDEXES 0xFFFFFFFFu
+
+extern "C" {
+
+// Creates an event, unnamed here. Returns its handle, which the caller closes with CloseHandle, or
+// null with the last error set.
+HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState,
+                           LPCWSTR name);
+
+// Signals an event: a manual-reset event releases every waiter and stays signalled, an auto-reset
+// one releases one waiter, or stays signalled until the next wait. FALSE with the last error set
+// when the handle is not an event's. Any thread.
+BOOL WINAPI SetEvent(HANDLE event);
+BOOL WINAPI ResetEvent(HANDLE event);
+
+// Creates a waitable timer, idle and unsignalled. With manualReset FALSE a satisfied wait resets
+// it. Returns its handle (CloseHandle) or null with the last error set.
+HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset,
+                                   LPCWSTR name);
+
+// Arms a timer, replacing what it was armed for and resetting its signal. `due` is in 100-ns
+// units: negative is relative to now, which counts time asleep too; positive is an absolute UTC
+// time. `period` is in milliseconds, 0 for once. With `resume` TRUE the timer wakes the machine
+// from sleep where wake timers are allowed. FALSE with the last error set on failure.
+BOOL WINAPI SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period,
+                             PTIMERAPCROUTINE completion, LPVOID argument, BOOL resume);
+
+// Disarms a timer. Its signalled state stays as it is: an expiry that nobody has taken yet is
+// still there to be taken. FALSE with the last error set on failure.
+BOOL WINAPI CancelWaitableTimer(HANDLE timer);
+
+// Blocks until the object is signalled (WAIT_OBJECT_0) or `milliseconds` have passed
+// (WAIT_TIMEOUT; INFINITE never does). WAIT_FAILED with the last error set for a bad handle.
+DWORD WINAPI WaitForSingleObject(HANDLE object, DWORD milliseconds);
+
+// The same for 1 to 64 objects: the result is WAIT_OBJECT_0 plus the index of the signalled
+// object, the lowest when several are signalled as the wait begins. With waitAll TRUE it waits
+// until all are. A null or closed handle among them fails the whole wait.
+DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL waitAll,
+                                    DWORD milliseconds);
+
+void WINAPI Sleep(DWORD milliseconds);
+
+// Starts a thread. Returns its handle, signalled when the thread ends, which the caller closes
+// (closing does not end the thread); null with the last error set on failure.
+HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize,
+                           LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
+                           LPDWORD threadId);
+
+// Closes an event, timer, thread, process, file, pipe, device or power-request handle. FALSE with
+// ERROR_INVALID_HANDLE when it is not open.
+BOOL WINAPI CloseHandle(HANDLE object);
+
+DWORD WINAPI GetCurrentThreadId();
+DWORD WINAPI GetCurrentProcessId();
+
+// Milliseconds since the machine started, time asleep included.
+ULONGLONG WINAPI GetTickCount64();
+void WINAPI GetLocalTime(SYSTEMTIME* time);
+
+// A lock that the owner may take again. Entering waits without limit; only the owner leaves it.
+// On the virtual PC the kernel sees who waits for whom and reports a circle.
+void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section);
+void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section);
+void WINAPI EnterCriticalSection(CRITICAL_SECTION* section);
+void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section);
+
+// Runs `function` exactly once for a statically initialised `once`, however many threads arrive:
+// the others wait for it. TRUE once it has returned TRUE; a FALSE from it is passed on and the
+// next caller tries again.
+BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID parameter,
+                                PVOID* context);
+
+// A slot that holds one pointer for each thread, initially null. TLS_OUT_OF_INDEXES when none is
+// left; slots last until the process ends.
+DWORD WINAPI TlsAlloc();
+LPVOID WINAPI TlsGetValue(DWORD index);
+BOOL WINAPI TlsSetValue(DWORD index, LPVOID value);
+
+// The operating system's version: major in the low byte, minor in the next.
+DWORD WINAPI GetVersion();
+}
+
+#endif

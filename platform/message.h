@@ -1,0 +1,41 @@
+// Thread message queues.
+#pragma once
+
+#include "platform/base.h"
+
+#ifndef _WIN32
+
+struct POINT
+{
+    LONG x, y;
+};
+
+struct MSG
+{
+    HWND hwnd;
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+    DWORD time;
+    POINT pt;
+};
+
+#define WM_QUIT 0x0012
+#define WM_USER 0x0400
+
+extern "C" {
+
+// Takes the next message of the calling thread's queue, waiting for one without limit. Returns 0
+// for WM_QUIT, a positive number for any other message, -1 with the last error set on failure.
+// Null `window` and 0, 0 take every message.
+BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last);
+BOOL WINAPI TranslateMessage(const MSG* message);
+LRESULT WINAPI DispatchMessageW(const MSG* message);
+
+// Puts a message into another thread's queue and returns at once. FALSE with
+// ERROR_INVALID_THREAD_ID when there is no such thread or it has no queue yet: a thread gets its
+// queue with its first message function.
+BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT message, WPARAM wParam, LPARAM lParam);
+}
+
+#endif

@@ -1,0 +1,88 @@
+// Owners: one type for each kind of thing that the platform hands out, so that a missing close
+// cannot be written.
+#pragma once
+
+#include <utility>
+
+#include "platform/eventlog.h"
+#include "platform/file.h"
+#include "platform/kernel.h"
+#include "platform/registry.h"
+
+// Owns what a Traits describes: its Type, the value that stands for none, and how it is given back.
+template <class Traits>
+class Owned
+{
+public:
+    using Type = typename Traits::Type;
+
+    Owned() = default;
+    explicit Owned(Type value) : m_value(value) {}
+    Owned(Owned&& other) noexcept : m_value(std::exchange(other.m_value, Traits::None())) {}
+    Owned& operator=(Owned&& other) noexcept
+    {
+        if (this != &other) Reset(std::exchange(other.m_value, Traits::None()));
+        return *this;
+    }
+    ~Owned() { Reset(); }
+
+    Type Get() const { return m_value; }
+    explicit operator bool() const { return m_value != Traits::None(); }
+
+    // Gives back what it holds and takes `value` instead.
+    void Reset(Type value = Traits::None())
+    {
+        if (m_value != Traits::None()) Traits::Close(m_value);
+        m_value = value;
+    }
+
+    // Hands out the place for a platform function that returns the thing through a pointer.
+    Type* Receive()
+    {
+        Reset();
+        return &m_value;
+    }
+
+private:
+    Type m_value = Traits::None();
+};
+
+struct HandleTraits
+{
+    using Type = HANDLE;
+    static Type None() { return nullptr; }
+    static void Close(Type handle) { CloseHandle(handle); }
+};
+using OwnedHandle = Owned<HandleTraits>;  // events, timers, threads, processes, tokens
+
+struct FileTraits
+{
+    using Type = HANDLE;
+    static Type None() { return INVALID_HANDLE_VALUE; }
+    static void Close(Type handle) { CloseHandle(handle); }
+};
+using OwnedFile = Owned<FileTraits>;  // files, pipes, devices, power requests
+
+struct KeyTraits
+{
+    using Type = HKEY;
+    static Type None() { return nullptr; }
+    static void Close(Type key) { RegCloseKey(key); }
+};
+using OwnedKey = Owned<KeyTraits>;
+
+struct EventSourceTraits
+{
+    using Type = HANDLE;
+    static Type None() { return nullptr; }
+    static void Close(Type source) { DeregisterEventSource(source); }
+};
+using OwnedEventSource = Owned<EventSourceTraits>;
+
+struct TaskStringTraits
+{
+    using Type = PWSTR;
+    static Type None() { return nullptr; }
+    static void Close(Type text) { CoTaskMemFree(text); }
+};
+using OwnedTaskString = Owned<TaskStringTraits>;  // text from the shell and COM

@@ -1,0 +1,64 @@
+// The registry, in the 64-bit view. Functions return an error code and leave the last error alone.
+#pragma once
+
+#include "platform/base.h"
+
+#ifndef _WIN32
+
+using REGSAM = DWORD;
+
+#define HKEY_CLASSES_ROOT \
+    (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000000u))))
+#define HKEY_CURRENT_USER \
+    (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000001u))))
+#define HKEY_LOCAL_MACHINE \
+    (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(static_cast<LONG>(0x80000002u))))
+
+#define REG_NONE 0u
+#define REG_SZ 1u
+#define REG_EXPAND_SZ 2u
+#define REG_BINARY 3u
+#define REG_DWORD 4u
+#define REG_MULTI_SZ 7u
+#define REG_QWORD 11u
+
+#define RRF_RT_REG_NONE 0x00000001u
+#define RRF_RT_REG_SZ 0x00000002u
+#define RRF_RT_REG_EXPAND_SZ 0x00000004u
+#define RRF_RT_REG_BINARY 0x00000008u
+#define RRF_RT_REG_DWORD 0x00000010u
+#define RRF_RT_REG_MULTI_SZ 0x00000020u
+#define RRF_RT_REG_QWORD 0x00000040u
+#define RRF_RT_DWORD (RRF_RT_REG_BINARY | RRF_RT_REG_DWORD)
+#define RRF_RT_ANY 0x0000FFFFu
+
+#define KEY_QUERY_VALUE 0x0001u
+#define KEY_READ 0x20019u
+#define KEY_ALL_ACCESS 0xF003Fu
+
+extern "C" {
+
+// Opens a key, creating it and every missing key on its way, with the access the caller may have.
+// The key is closed with RegCloseKey.
+LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
+
+// Opens an existing key; ERROR_FILE_NOT_FOUND when it is missing.
+LSTATUS WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result);
+LSTATUS WINAPI RegCloseKey(HKEY key);
+
+// Reads a value of one of the types that `flags` (RRF_RT_...) allow: another type gives
+// ERROR_UNSUPPORTED_TYPE, a missing value ERROR_FILE_NOT_FOUND, data longer than *size bytes
+// ERROR_MORE_DATA with the needed size in *size and nothing promised about `data`. RRF_RT_DWORD
+// admits REG_BINARY of exactly four bytes (ERROR_INVALID_DATA otherwise). String data are always
+// terminated, and *size, in bytes, counts the terminator.
+LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
+                            PVOID data, LPDWORD size);
+
+// Writes `size` bytes under `value`, replacing what was there; a string's size counts its
+// terminator.
+LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR value, DWORD reserved, DWORD type, const BYTE* data,
+                              DWORD size);
+}
+
+#endif

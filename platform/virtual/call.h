@@ -1,0 +1,74 @@
+// The door between the service and the machine: every platform function passes through a Call.
+#pragma once
+
+#include <memory>
+
+#include "platform/virtual/faults.h"
+#include "platform/virtual/machine.h"
+#include "platform/virtual/thread.h"
+
+namespace virtual_pc {
+
+// One call of a platform function. Making it
+// - lets the machine choose who runs next (deterministic mode with a seed),
+// - ends the thread, by an exception, when its process has ended,
+// - holds the machine until the Call goes,
+// - counts the call and looks whether it is to fail.
+//
+//     static Function set_event{"SetEvent"};           // at namespace scope
+//     BOOL SetEvent(HANDLE handle)
+//     {
+//         Call call(set_event);
+//         if (call.Fails()) return FALSE;               // last error is set
+//         Event* event = call.Find<Event>(handle);      // null: ERROR_INVALID_HANDLE is set
+//         if (!event) return FALSE;
+//         ...
+class Call
+{
+public:
+    explicit Call(Function& function);
+
+    // Whether the call is to fail. Sets the thread's last error for functions that report so.
+    bool Fails();
+    // The code to fail with: for functions that return a status or an HRESULT.
+    DWORD error() const { return *m_error; }
+
+    // Sets the last error and returns FALSE.
+    BOOL Fail(DWORD error);
+
+    // The object of a handle; null, with ERROR_INVALID_HANDLE as last error, when the handle is
+    // not open or stands for another kind of thing. A handle that was closed before is noted as
+    // misused.
+    template <class T>
+    T* Find(HANDLE handle)
+    {
+        T* object = dynamic_cast<T*>(machine.handles.Find(handle));
+        if (!object) BadHandle(handle);
+        return object;
+    }
+    template <class T>
+    std::shared_ptr<T> FindShared(HANDLE handle)
+    {
+        auto object = std::dynamic_pointer_cast<T>(machine.handles.FindShared(handle));
+        if (!object) BadHandle(handle);
+        return object;
+    }
+
+    // A new handle that belongs to the calling process.
+    HANDLE Open(std::shared_ptr<Object> object);
+
+    // The calling process. Whoever drives the machine has none, and may not call what needs one.
+    Process& process();
+
+    Machine& machine;
+    Thread& thread;
+
+private:
+    void BadHandle(HANDLE handle);
+
+    Function& m_function;
+    Hold m_hold;
+    std::optional<DWORD> m_error;
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,54 @@
+// The Application event log and its viewer.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/eventlog.h"
+#include "platform/virtual/handles.h"
+#include "platform/virtual/time.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+struct EventRecord
+{
+    CalendarTime clock;
+    std::wstring source;
+    WORD type = 0;
+    WORD category = 0;
+    DWORD event_id = 0;
+    std::vector<std::wstring> strings;
+    std::vector<BYTE> data;
+};
+
+class EventLog
+{
+public:
+    explicit EventLog(Machine& machine) : m_machine(machine) {}
+
+    const std::vector<EventRecord>& records() const { return m_records; }
+    void Add(EventRecord record);
+
+    // A module on the PC's disk carries these message texts, in the message compiler's form.
+    // Throws std::runtime_error "FILE:LINE: what is wrong".
+    void AddMessageFile(std::wstring_view module_path, const std::filesystem::path& messages);
+
+    // What the viewer shows: the message text with its insertions, found through the source's
+    // registration; or, where that leads nowhere, that the description cannot be found, and the
+    // insertion strings.
+    std::wstring Text(const EventRecord& record) const;
+    // The category's name, or its number in parentheses where no file names it.
+    std::wstring Category(const EventRecord& record) const;
+
+private:
+    Machine& m_machine;
+    std::vector<EventRecord> m_records;
+    std::map<std::wstring, std::map<DWORD, std::wstring>> m_messages;  // by module, lower case
+};
+
+}  // namespace virtual_pc

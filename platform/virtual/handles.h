@@ -1,0 +1,76 @@
+// Everything the machine hands out, by handle.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base.h"
+
+namespace virtual_pc {
+
+class Process;
+
+// Something that a handle stands for.
+class Object
+{
+public:
+    virtual ~Object() = default;
+
+    // The kind in plain words ("event", "registry key") and, where it has one, its name or path.
+    virtual std::string_view Kind() const = 0;
+    virtual std::wstring Name() const { return {}; }
+
+    // Called when a handle to it is closed, before the table lets go of it.
+    virtual void Closed() {}
+};
+
+// What a process left open when it ended.
+struct LeftOpen
+{
+    std::string kind;
+    std::wstring name;
+    DWORD process;
+};
+
+// Handles are numbers that are never used twice in a machine's life, so that a handle used after
+// its close is always noticed. All calls are made with the machine held.
+class HandleTable
+{
+public:
+    // The new handle belongs to `owner`, or to whoever drives the machine when that is null.
+    HANDLE Open(std::shared_ptr<Object> object, Process* owner);
+
+    // The object, or null when the handle is not open.
+    Object* Find(HANDLE handle) const;
+    std::shared_ptr<Object> FindShared(HANDLE handle) const;
+
+    // False when the handle is not open.
+    bool Close(HANDLE handle);
+
+    // Whether a handle was handed out once and has been closed since.
+    bool IsStale(HANDLE handle) const;
+
+    // Closes what a process still holds and tells what it was.
+    std::vector<LeftOpen> CloseAllOf(Process* owner);
+
+    // What is open now.
+    std::vector<LeftOpen> List() const;
+
+private:
+    struct Entry
+    {
+        std::shared_ptr<Object> object;
+        Process* owner = nullptr;
+    };
+    static constexpr std::uintptr_t kStep = 4;
+    static constexpr std::uintptr_t kFirst = 0x100;
+
+    std::size_t IndexOf(HANDLE handle) const;
+
+    std::vector<Entry> m_entries;
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,144 @@
+#include "platform/virtual/machine.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "platform/virtual/thread.h"
+
+namespace virtual_pc {
+namespace {
+
+Machine* g_machine = nullptr;
+thread_local int t_holds = 0;
+
+constexpr std::string_view kFirstClock = "2026-03-02 08:00";  // a Monday
+
+}  // namespace
+
+void Hold::Enter(const Machine& machine)
+{
+    if (t_holds++ == 0) machine.m_mutex.lock();
+}
+
+Hold::~Hold()
+{
+    if (--t_holds == 0) m_machine.m_mutex.unlock();
+}
+
+bool Hold::Once() { return t_holds == 1; }
+
+Machine::Machine(const Options& options)
+    : scheduler(*this, {.free = options.free, .seed = options.seed, .pace = options.pace}),
+      faults(options.seed),
+      registry(*this),
+      disk(*this, options.root.empty() ? options.root : options.root / "C"),
+      outputs(*this),
+      event_log(*this),
+      m_switched_on_at(*ParseCalendar(kFirstClock)),
+      m_driver(std::make_shared<Thread>()),
+      m_registry_file(options.root.empty() ? options.root : options.root / "registry.reg")
+{
+    if (g_machine) throw std::logic_error("there is a virtual PC already");
+    g_machine = this;
+    m_driver->state = Thread::State::running;
+    Thread::SetSelf(m_driver.get());
+    scheduler.SetDriver(*m_driver);
+    if (!m_registry_file.empty()) registry.Load(m_registry_file);
+}
+
+Machine::~Machine()
+{
+    for (const auto& process : m_processes) {
+        if (process->running()) process->Kill();
+    }
+    scheduler.JoinHostThreads(true);
+    if (!m_registry_file.empty()) {
+        try {
+            registry.Save(m_registry_file);
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
+        }
+    }
+    Thread::SetSelf(nullptr);
+    g_machine = nullptr;
+}
+
+Machine& Machine::Current() { return *g_machine; }
+bool Machine::Exists() { return g_machine != nullptr; }
+
+void Machine::SetClock(CalendarTime local)
+{
+    const Hold hold(*this);
+    m_switched_on_at = local - now();
+    journal.Record("clock", {});
+}
+
+void Machine::RunFor(Duration duration)
+{
+    const Hold hold(*this);
+    scheduler.Live(now() + duration, {});
+}
+
+bool Machine::RunUntil(const std::function<bool()>& condition, Duration max)
+{
+    const Hold hold(*this);
+    return scheduler.Live(max == Duration::max() ? kNever : now() + max, condition);
+}
+
+void Machine::RunUntilEnd(const Process& process)
+{
+    RunUntil([&] { return !process.running(); });
+}
+
+Process& Machine::Start(const Image& image, std::wstring_view arguments)
+{
+    const Hold hold(*this);
+    Process& process = *m_processes.emplace_back(std::make_unique<Process>());
+    process.m_image = image;
+    process.m_path = image.path;
+    process.m_command_line = L"\"" + image.path + L"\"";
+    if (!arguments.empty()) process.m_command_line += L" " + std::wstring(arguments);
+    process.Begin(*this, [&process] { return process.RunImage(); });
+    return process;
+}
+
+Process& Machine::Start(std::function<int()> entry, std::wstring_view command_line)
+{
+    const Hold hold(*this);
+    Process& process = *m_processes.emplace_back(std::make_unique<Process>());
+    process.m_path = Image{}.path;
+    process.m_command_line = command_line;
+    process.Begin(*this, std::move(entry));
+    return process;
+}
+
+std::vector<std::string> Machine::misuses() const
+{
+    const Hold hold(*this);
+    return m_misuses;
+}
+
+void Machine::NoteMisuse(std::string what)
+{
+    const Hold hold(*this);
+    m_misuses.push_back(std::move(what));
+}
+
+void Machine::Watch(const std::atomic<std::int32_t>* address,
+                    std::function<void(std::int32_t, std::int32_t)> changed)
+{
+    const Hold hold(*this);
+    m_watched = address;
+    m_watched_value = address ? address->load() : 0;
+    m_watch_changed = std::move(changed);
+}
+
+void Machine::LookAtWatch()
+{
+    if (!m_watched) return;
+    const std::int32_t value = m_watched->load();
+    if (value == m_watched_value) return;
+    m_watch_changed(std::exchange(m_watched_value, value), value);
+}
+
+}  // namespace virtual_pc

@@ -1,0 +1,151 @@
+// The virtual PC, from the side that a person or a test drives.
+//
+//     Machine pc;
+//     pc.registry.SetDword(LR"(HKLM\Software\Orbeq\Holv\User)", L"MuteAudio", 1);
+//     Process& service = pc.Start(Image(path), L"-Debug");
+//     pc.RunFor(30min);
+//     pc.RunUntilEnd(service);
+//
+// One machine exists at a time in a host process. The host thread that makes it drives it: while
+// that thread acts, the machine's threads stand still (deterministic mode) or run on at a standing
+// clock (free mode); the clock moves inside the Run operations.
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/virtual/disk.h"
+#include "platform/virtual/event_log.h"
+#include "platform/virtual/faults.h"
+#include "platform/virtual/handles.h"
+#include "platform/virtual/journal.h"
+#include "platform/virtual/outputs.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/scheduler.h"
+#include "platform/virtual/time.h"
+
+namespace virtual_pc {
+
+class Thread;
+
+class Machine
+{
+    // First, so that it outlives every room.
+    mutable std::mutex m_mutex;
+
+public:
+    struct Options
+    {
+        bool free = false;
+        std::uint64_t seed = 0;
+        double pace = 0;
+        // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
+        std::filesystem::path root = {};
+    };
+
+    Machine() : Machine(Options{}) {}
+    explicit Machine(const Options& options);
+    // Ends the processes that still run, and waits for their threads.
+    ~Machine();
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
+    // The machine there is; there must be one.
+    static Machine& Current();
+    static bool Exists();
+
+    // --- Time ---
+    Instant now() const { return scheduler.now(); }
+    CalendarTime clock() const { return m_switched_on_at + now(); }
+    void SetClock(CalendarTime local);
+
+    // Lets the machine live for a time.
+    void RunFor(Duration duration);
+    // Lets it live until `condition` holds, which is asked whenever nobody can run, or `max` has
+    // passed. True when it held. Throws StuckMachine when it can never hold any more.
+    bool RunUntil(const std::function<bool()>& condition, Duration max = Duration::max());
+    void RunUntilEnd(const Process& process);
+    // Lets everybody run who can, at a standing clock.
+    void Settle() { RunFor(Duration{0}); }
+
+    // --- Processes ---
+    // Starts a program. The image is loaded anew, so its process-wide data are fresh.
+    Process& Start(const Image& image, std::wstring_view arguments = {});
+    // Starts a function of the host program as a process, as a test does.
+    Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
+    const std::vector<std::unique_ptr<Process>>& processes() const { return m_processes; }
+
+    // --- The operating system ---
+    // Its version, 6.1 unless set: major in the low byte, minor in the next.
+    std::atomic<DWORD> os_version{0x0106};
+
+    // --- What was done wrong ---
+    // Handles used or closed after their close, and the like: faults of whoever called.
+    std::vector<std::string> misuses() const;
+    void NoteMisuse(std::string what);
+
+    // Calls `changed` with the old and the new number whenever the number at `address` is found
+    // changed, which is looked for at every platform call: a debugger's watchpoint. One at a time;
+    // null ends it.
+    void Watch(const std::atomic<std::int32_t>* address,
+               std::function<void(std::int32_t, std::int32_t)> changed);
+    void LookAtWatch();
+
+    // --- The rooms ---
+    Scheduler scheduler;
+    HandleTable handles;
+    Journal journal{*this};
+    Faults faults;
+    Registry registry;
+    Disk disk;
+    Outputs outputs;
+    EventLog event_log;
+
+private:
+    friend class Hold;
+    friend class Process;
+    friend class Scheduler;
+
+    CalendarTime m_switched_on_at;
+    std::shared_ptr<Thread> m_driver;
+    std::vector<std::unique_ptr<Process>> m_processes;
+    std::vector<std::string> m_misuses;
+    std::filesystem::path m_registry_file;  // empty: not kept
+    DWORD m_next_process_id = 0x400;
+    DWORD m_next_thread_id = 0x1000;
+
+    const std::atomic<std::int32_t>* m_watched = nullptr;
+    std::int32_t m_watched_value = 0;
+    std::function<void(std::int32_t, std::int32_t)> m_watch_changed;
+};
+
+// Holds the machine for as long as it lives: nobody else is in any of its rooms. A thread that
+// holds it already may hold it again, so that rooms call one another freely. Nobody blocks while
+// holding it more than once.
+class Hold
+{
+public:
+    explicit Hold(const Machine& machine) : m_machine(machine) { Enter(machine); }
+    ~Hold();
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+    // Whether the calling thread holds the machine exactly once, as it must to block.
+    static bool Once();
+
+    // For a thread that lets go of the machine by ending.
+    static void Enter(const Machine& machine);
+
+private:
+    const Machine& m_machine;
+};
+
+}  // namespace virtual_pc

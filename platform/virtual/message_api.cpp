@@ -1,0 +1,64 @@
+// Thread message queues.
+
+#include "platform/message.h"
+
+#include "platform/virtual/call.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+Function get_message{"GetMessageW"};
+Function translate_message{"TranslateMessage", Failing::never};
+Function dispatch_message{"DispatchMessageW", Failing::never};
+Function post_thread_message{"PostThreadMessageW"};
+
+}  // namespace
+
+extern "C" {
+
+BOOL WINAPI GetMessageW(MSG* message, HWND, UINT, UINT)
+{
+    Call call(get_message);
+    if (call.Fails()) return -1;
+    Thread& self = call.thread;
+    self.has_queue = true;
+    while (self.messages.empty()) {
+        self.wait = {};
+        self.wait.what = "for a message";
+        self.wait.for_message = true;
+        call.machine.scheduler.Block(self);
+        self.wait.for_message = false;
+    }
+    *message = self.messages.front();
+    self.messages.pop_front();
+    return message->message == WM_QUIT ? 0 : 1;
+}
+
+BOOL WINAPI TranslateMessage(const MSG*)
+{
+    const Call call(translate_message);
+    return FALSE;  // there is no keyboard here
+}
+
+LRESULT WINAPI DispatchMessageW(const MSG*)
+{
+    const Call call(dispatch_message);
+    return 0;  // messages of a thread, not of a window, go nowhere
+}
+
+BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT number, WPARAM wParam, LPARAM lParam)
+{
+    Call call(post_thread_message);
+    if (call.Fails()) return FALSE;
+    Thread* thread = call.machine.scheduler.FindThread(threadId);
+    if (!thread || !thread->has_queue) return call.Fail(ERROR_INVALID_THREAD_ID);
+    MSG message{};
+    message.message = number;
+    message.wParam = wParam;
+    message.lParam = lParam;
+    thread->messages.push_back(message);
+    if (thread->wait.for_message) call.machine.scheduler.MakeReady(*thread);
+    return TRUE;
+}
+}

@@ -1,0 +1,43 @@
+// What processes print and tell the debugger, kept.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base.h"
+#include "platform/virtual/time.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+struct DebugLine
+{
+    Instant at;
+    DWORD thread;
+    std::wstring text;
+};
+
+class Outputs
+{
+public:
+    explicit Outputs(Machine& machine) : m_machine(machine) {}
+
+    // The machine's side.
+    void Debug(DWORD thread, std::wstring_view text);
+    void Console(std::string_view bytes);
+
+    const std::vector<DebugLine>& debug() const { return m_debug; }
+    // Whether a debugger line contains `text`.
+    bool DebugSaid(std::wstring_view text) const;
+    // Standard output of every process, UTF-8.
+    const std::string& console() const { return m_console; }
+
+private:
+    Machine& m_machine;
+    std::vector<DebugLine> m_debug;
+    std::string m_console;
+};
+
+}  // namespace virtual_pc

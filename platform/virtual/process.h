@@ -1,0 +1,105 @@
+// Processes and the images they run.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/module.h"
+#include "platform/virtual/handles.h"
+
+namespace virtual_pc {
+
+class Machine;
+class Thread;
+
+// A program: the host's loadable image, and where it lies on the PC's disk.
+struct Image
+{
+    // The loadable image on the host.
+    std::filesystem::path host_path;
+    // Where the PC has it; its file name is what the PC's user sees.
+    std::wstring path = LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)";
+    // The folder on the host that holds the image's resources (its message table); the source
+    // tree's resources/.
+    std::filesystem::path resources;
+};
+
+// An image in memory. Each load is a copy of its own, so that two processes of one program, or two
+// runs of it, share nothing.
+class LoadedImage
+{
+public:
+    // Throws std::runtime_error with the loader's words.
+    explicit LoadedImage(const Image& image);
+    ~LoadedImage();
+    LoadedImage(const LoadedImage&) = delete;
+    LoadedImage& operator=(const LoadedImage&) = delete;
+
+    // The address of an exported symbol, as a debugger finds it; null when there is none.
+    void* Find(const char* symbol) const;
+
+private:
+    int m_file = -1;
+    void* m_library = nullptr;
+};
+
+class Process
+{
+public:
+    DWORD id() const { return m_id; }
+    const std::wstring& path() const { return m_path; }
+    std::wstring& command_line() { return m_command_line; }
+    bool running() const { return !m_exit_code.has_value(); }
+    // Only when it is not running any more.
+    int exit_code() const { return *m_exit_code; }
+    // Whether an exception that nobody handled ended it.
+    bool crashed() const { return m_crashed; }
+    // What it had not closed when it ended, and the machine closed for it.
+    const std::vector<LeftOpen>& left_open() const { return m_left_open; }
+
+    // Starts a thread of the process. With the machine held.
+    std::shared_ptr<Thread> StartThread(Machine& machine, std::function<DWORD()> body);
+    // Runs a thread's body to its end; an exception out of it ends the process.
+    void Guard(Thread& self, const std::function<void()>& body);
+
+    // The image's symbol, while it runs; null for none. A process made of a host function has no
+    // image.
+    void* Find(const char* symbol) const;
+
+    // Runs the process's unhandled-exception filter with this exception on a thread of the
+    // process, and then ends it, as the system does.
+    void Crash(const EXCEPTION_RECORD& record);
+
+    LPTOP_LEVEL_EXCEPTION_FILTER exception_filter = nullptr;
+    DWORD tls_slots = 0;
+
+private:
+    friend class Machine;
+    friend class Scheduler;
+
+    void Begin(Machine& machine, std::function<int()> entry);
+    int RunImage();
+    void Unhandled(Thread& self, EXCEPTION_RECORD record);
+    // Marks the process's threads, but one, to end at their next platform call.
+    void EndThreads(Machine& machine, const Thread* but);
+    void Kill();
+    // On the process's first thread: waits for the others to go, gives back what is left.
+    void End(Thread& last, int exit_code);
+
+    DWORD m_id = 0;
+    std::wstring m_path;
+    std::wstring m_command_line;
+    Image m_image;
+    std::unique_ptr<LoadedImage> m_loaded;
+    std::optional<int> m_exit_code;
+    bool m_crashed = false;
+    const Thread* m_last = nullptr;  // the one that sees the process off
+    std::vector<LeftOpen> m_left_open;
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,73 @@
+// The registry: keys by name without regard to letter case, values with their types.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/registry.h"
+#include "platform/virtual/handles.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+// A value's type and data. Strings are kept as the service sees them: wchar_t with a terminator.
+struct RegistryValue
+{
+    DWORD type = REG_NONE;
+    std::vector<BYTE> data;
+
+    static RegistryValue Dword(DWORD value);
+    static RegistryValue String(std::wstring_view text, DWORD type = REG_SZ);
+};
+
+struct NoCase
+{
+    bool operator()(const std::wstring& a, const std::wstring& b) const;
+};
+
+struct RegistryNode
+{
+    std::map<std::wstring, std::shared_ptr<RegistryNode>, NoCase> keys;
+    std::map<std::wstring, RegistryValue, NoCase> values;  // "" is the default value
+};
+
+// Paths name their root in either form: HKLM\Software\... or HKEY_LOCAL_MACHINE\Software\...
+// (HKCU, HKCR alike). HKCR shows the user's classes over the machine's, as the real one does.
+class Registry
+{
+public:
+    explicit Registry(Machine& machine);
+
+    // Each sets or reads one value, creating missing keys; a path without a known root throws
+    // std::invalid_argument that says so.
+    void Set(std::wstring_view path, std::wstring_view name, RegistryValue value);
+    void SetDword(std::wstring_view path, std::wstring_view name, DWORD value);
+    void SetString(std::wstring_view path, std::wstring_view name, std::wstring_view text);
+    std::optional<RegistryValue> Get(std::wstring_view path, std::wstring_view name) const;
+    std::optional<DWORD> GetDword(std::wstring_view path, std::wstring_view name) const;
+    std::optional<std::wstring> GetString(std::wstring_view path, std::wstring_view name) const;
+    bool HasKey(std::wstring_view path) const;
+    bool DeleteKey(std::wstring_view path);
+    bool DeleteValue(std::wstring_view path, std::wstring_view name);
+
+    // Reads a .reg file (version 5; UTF-16 with a byte-order mark, or UTF-8) and applies it whole,
+    // or not at all: throws std::runtime_error "FILE:LINE: what is wrong".
+    void Import(const std::filesystem::path& file);
+    // Writes everything below `path` as a .reg file (UTF-16). Throws std::runtime_error.
+    void Export(const std::filesystem::path& file, std::wstring_view path) const;
+
+    // The whole registry, kept between runs in one file.
+    void Load(const std::filesystem::path& file);
+    void Save(const std::filesystem::path& file) const;
+
+private:
+    Machine& m_machine;
+};
+
+}  // namespace virtual_pc

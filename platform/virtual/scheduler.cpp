@@ -1,0 +1,293 @@
+#include "platform/virtual/scheduler.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "platform/virtual/machine.h"
+#include "platform/virtual/thread.h"
+
+namespace virtual_pc {
+namespace {
+
+thread_local Thread* t_self = nullptr;
+
+// A thread whose process has ended goes no further, except to give back what it holds.
+void EndIfEnding(const Thread& self)
+{
+    if (self.ends && std::uncaught_exceptions() == 0) throw ThreadEnds{};
+}
+
+}  // namespace
+
+Thread* Thread::Self() { return t_self; }
+void Thread::SetSelf(Thread* thread) { t_self = thread; }
+
+Scheduler::Scheduler(Machine& machine, const Options& options)
+    : m_machine(machine),
+      m_options(options),
+      m_random(options.seed),
+      m_paced_from_host(std::chrono::steady_clock::now())
+{
+}
+
+// --- Alarms ---
+
+void Scheduler::Set(Alarm& alarm, Instant when)
+{
+    Cancel(alarm);
+    alarm.m_place = m_alarms.emplace(when, &alarm);
+    alarm.m_armed = true;
+}
+
+void Scheduler::Cancel(Alarm& alarm)
+{
+    if (!alarm.m_armed) return;
+    m_alarms.erase(alarm.m_place);
+    alarm.m_armed = false;
+}
+
+void Scheduler::FireNext()
+{
+    const Instant when = m_alarms.begin()->first;
+    Pace(when);
+    m_now = std::max(m_now, when);
+    while (!m_alarms.empty() && m_alarms.begin()->first <= m_now) {
+        Alarm& alarm = *m_alarms.begin()->second;
+        m_alarms.erase(m_alarms.begin());
+        alarm.m_armed = false;
+        alarm.Due();
+    }
+}
+
+void Scheduler::Pace(Instant to)
+{
+    if (m_options.pace <= 0 || to == kNever) return;
+    const auto host = std::chrono::duration<double>(to - m_paced_from) / m_options.pace;
+    std::this_thread::sleep_until(
+        m_paced_from_host + std::chrono::duration_cast<std::chrono::steady_clock::duration>(host));
+}
+
+// Nobody can run: lets the driver go on if it is its turn, else moves the clock to what comes next.
+void Scheduler::Advance()
+{
+    const Instant next = m_alarms.empty() ? kNever : m_alarms.begin()->first;
+    if (m_living) {
+        if (m_driver_condition && *m_driver_condition && (*m_driver_condition)()) {
+            m_condition_held = true;
+            return MakeReady(*m_driver);
+        }
+        if (m_driver_deadline < next) {
+            Pace(m_driver_deadline);
+            m_now = std::max(m_now, m_driver_deadline);
+            return MakeReady(*m_driver);
+        }
+    }
+    if (next == kNever) return Stick("nobody can run, and nothing is going to happen");
+    FireNext();
+}
+
+void Scheduler::Stick(std::string_view why)
+{
+    m_stuck = "the machine is stuck: " + std::string(why) + "\n" + Report();
+    if (m_driver->state == Thread::State::blocked) MakeReady(*m_driver);
+}
+
+// --- Who runs ---
+
+std::uint64_t Scheduler::Draw(std::uint64_t below)
+{
+    // splitmix64: small, fast, and the same on every host.
+    m_random += 0x9E3779B97F4A7C15u;
+    std::uint64_t z = m_random;
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
+    return (z ^ (z >> 31)) % below;
+}
+
+Thread& Scheduler::Choose()
+{
+    while (m_ready.empty()) Advance();
+    const auto place =
+        m_ready.begin() + static_cast<std::ptrdiff_t>(m_options.seed ? Draw(m_ready.size()) : 0);
+    Thread& next = **place;
+    m_ready.erase(place);
+    return next;
+}
+
+// Passes the baton. The machine is let go of before the wake-up, so that the woken thread does not
+// run into it; the caller then waits for its own turn, or ends.
+void Scheduler::SwitchTo(Thread& next)
+{
+    next.state = Thread::State::running;
+    m_machine.m_mutex.unlock();
+    next.signal.Raise();
+}
+
+void Scheduler::Block(Thread& self)
+{
+    EndIfEnding(self);
+    if (self.ends) return;
+    self.state = Thread::State::blocked;
+    if (self.wait.lock && InLockCircle(self)) Stick("threads wait for one another's locks");
+    if (m_options.free) {
+        --m_awake;
+        while (m_awake == 0) Advance();
+        m_machine.m_mutex.unlock();
+        self.signal.Await();
+        m_machine.m_mutex.lock();
+    } else if (Thread& next = Choose(); &next != &self) {
+        SwitchTo(next);
+        self.signal.Await();
+        m_machine.m_mutex.lock();
+    } else {
+        self.state = Thread::State::running;
+    }
+    if (&self == m_driver && !m_stuck.empty()) throw StuckMachine(std::exchange(m_stuck, {}));
+    EndIfEnding(self);
+}
+
+void Scheduler::MakeReady(Thread& thread)
+{
+    if (thread.state != Thread::State::blocked) return;
+    if (m_options.free) {
+        thread.state = Thread::State::running;
+        ++m_awake;
+        thread.signal.Raise();
+    } else {
+        thread.state = Thread::State::ready;
+        m_ready.push_back(&thread);
+    }
+}
+
+void Scheduler::Pass(Thread& self)
+{
+    if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
+    const std::uint64_t drawn = Draw(m_ready.size() + 1);
+    if (drawn < m_ready.size()) LetRun(self, drawn);
+}
+
+void Scheduler::Yield(Thread& self)
+{
+    if (!m_ready.empty()) LetRun(self, 0);
+}
+
+// Lets one of those who can run go first.
+void Scheduler::LetRun(Thread& self, std::size_t place)
+{
+    Thread& next = *m_ready[place];
+    m_ready.erase(m_ready.begin() + static_cast<std::ptrdiff_t>(place));
+    m_ready.push_back(&self);
+    self.state = Thread::State::ready;
+    SwitchTo(next);
+    self.signal.Await();
+    m_machine.m_mutex.lock();
+}
+
+bool Scheduler::Live(Instant deadline, const std::function<bool()>& condition)
+{
+    m_living = true;
+    m_driver_deadline = deadline;
+    m_driver_condition = &condition;
+    m_condition_held = false;
+    m_driver->wait = {};
+    m_driver->wait.what = "for the machine to live";
+    struct Done
+    {
+        bool& living;
+        ~Done() { living = false; }
+    } done{m_living};
+    Block(*m_driver);
+    return m_condition_held;
+}
+
+// --- Threads ---
+
+void Scheduler::Start(std::shared_ptr<Thread> thread)
+{
+    JoinHostThreads(false);
+    m_threads.push_back(thread);
+    thread->state = Thread::State::blocked;
+    MakeReady(*thread);
+
+    HostThread& host = m_host_threads.emplace_back();
+    host.thread = std::thread([this, thread, &host] {
+        RunThread(*thread);
+        host.done = true;
+    });
+}
+
+void Scheduler::RunThread(Thread& thread)
+{
+    t_self = &thread;
+    thread.signal.Await();
+    thread.body();
+    End(thread);
+    t_self = nullptr;
+}
+
+void Scheduler::End(Thread& thread)
+{
+    Hold::Enter(m_machine);
+    thread.state = Thread::State::ended;
+    thread.object->Signal();
+    std::erase_if(m_threads, [&](const auto& known) { return known.get() == &thread; });
+    if (m_options.free) {
+        --m_awake;
+        while (m_awake == 0) Advance();
+        m_machine.m_mutex.unlock();
+    } else {
+        SwitchTo(Choose());
+    }
+}
+
+Thread* Scheduler::FindThread(DWORD id) const
+{
+    const auto found = std::ranges::find(m_threads, id, [](const auto& t) { return t->id; });
+    return found != m_threads.end() ? found->get() : nullptr;
+}
+
+void Scheduler::JoinHostThreads(bool all)
+{
+    std::erase_if(m_host_threads, [&](HostThread& host) {
+        if (!all && !host.done) return false;
+        host.thread.join();
+        return true;
+    });
+}
+
+// --- Reports ---
+
+bool Scheduler::InLockCircle(const Thread& thread) const
+{
+    const Thread* at = &thread;
+    for (std::size_t steps = 0; steps <= m_threads.size(); ++steps) {
+        if (!at || at->state != Thread::State::blocked || !at->wait.lock) return false;
+        at = FindThread(
+            static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(at->wait.lock->OwningThread)));
+        if (at == &thread) return true;
+    }
+    return false;
+}
+
+std::string Scheduler::Report() const
+{
+    std::string report;
+    for (const auto& thread : m_threads) {
+        char line[200];
+        const char* what = thread->state == Thread::State::blocked ? thread->wait.what : "can run";
+        std::snprintf(line, sizeof(line), "  thread 0x%X: %s", thread->id, what);
+        report += line;
+        if (thread->wait.lock && thread->state == Thread::State::blocked) {
+            std::snprintf(line, sizeof(line), " that thread 0x%X has",
+                          static_cast<unsigned>(
+                              reinterpret_cast<std::uintptr_t>(thread->wait.lock->OwningThread)));
+            report += line;
+        }
+        report += "\n";
+    }
+    return report;
+}
+
+}  // namespace virtual_pc

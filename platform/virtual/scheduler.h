@@ -1,0 +1,148 @@
+// Who runs, and when the clock moves.
+//
+// Deterministic: one thread has the baton and the others stand still, each on a signal of its own.
+// The baton passes when its holder blocks or ends and, where a seed was given, at any platform
+// call. Free: threads run at once under the host's scheduler, and only time is the machine's.
+//
+// Either way the clock stands while anybody can run. When nobody can, it jumps to the next alarm.
+// Whoever drives the machine is its least urgent thread: it goes on when nobody else can run and
+// nothing is left to happen before the time it asked for.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/kernel.h"
+#include "platform/virtual/time.h"
+
+namespace virtual_pc {
+
+class Machine;
+class Thread;
+
+// Something that happens at a time. All calls are made with the machine held.
+class Alarm
+{
+public:
+    virtual ~Alarm() = default;
+    bool armed() const { return m_armed; }
+
+protected:
+    // The clock stands at the time the alarm was set to, and it is no longer armed.
+    virtual void Due() = 0;
+
+private:
+    friend class Scheduler;
+    std::multimap<Instant, Alarm*>::iterator m_place;
+    bool m_armed = false;
+};
+
+// Thrown to whoever drives the machine: nobody can run, nothing is going to happen, and yet
+// somebody is waited for.
+class StuckMachine : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class Scheduler
+{
+public:
+    struct Options
+    {
+        bool free = false;
+        // Draws who runs next from this seed; 0 keeps the fixed order.
+        std::uint64_t seed = 0;
+        // Machine seconds for each second of the host's clock; 0 does not wait for it at all.
+        double pace = 0;
+    };
+
+    Scheduler(Machine& machine, const Options& options);
+
+    Instant now() const { return m_now; }
+
+    void Set(Alarm& alarm, Instant when);
+    void Cancel(Alarm& alarm);
+
+    // The thread that drives the machine; it runs already.
+    void SetDriver(Thread& driver) { m_driver = &driver; }
+
+    // Starts a host thread for `thread`, which runs when its turn comes.
+    void Start(std::shared_ptr<Thread> thread);
+
+    // Blocks the calling thread, whose wait says what for, until MakeReady. With the machine held
+    // once. Throws ThreadEnds, or returns at once while unwinding, when the thread's process has
+    // ended.
+    void Block(Thread& self);
+    void MakeReady(Thread& thread);
+
+    // Every platform call passes here first: a chance for another thread to run.
+    void Pass(Thread& self);
+    // Lets somebody else run if anybody can.
+    void Yield(Thread& self);
+
+    // The driver's side: lets the machine live until `deadline`, or until `condition`, which is
+    // asked whenever nobody can run, holds. True when it held. Throws StuckMachine.
+    bool Live(Instant deadline, const std::function<bool()>& condition);
+
+    // Who waits for what, a line for each thread.
+    std::string Report() const;
+
+    const std::vector<std::shared_ptr<Thread>>& threads() const { return m_threads; }
+    Thread* FindThread(DWORD id) const;
+
+    // Waits for the host threads of ended threads to be gone, all of them or those that are done.
+    void JoinHostThreads(bool all);
+
+private:
+    struct HostThread
+    {
+        std::thread thread;
+        std::atomic<bool> done{false};
+    };
+
+    void Advance();
+    void FireNext();
+    void Pace(Instant to);
+    void Stick(std::string_view why);
+    Thread& Choose();
+    void SwitchTo(Thread& next);
+    void LetRun(Thread& self, std::size_t place);
+    void RunThread(Thread& thread);
+    void End(Thread& thread);
+    bool InLockCircle(const Thread& thread) const;
+    std::uint64_t Draw(std::uint64_t below);
+
+    Machine& m_machine;
+    Options m_options;
+    std::uint64_t m_random;
+    Instant m_now{0};
+    std::multimap<Instant, Alarm*> m_alarms;
+    std::vector<std::shared_ptr<Thread>> m_threads;
+
+    std::vector<Thread*> m_ready;  // deterministic: who can run, longest first
+    int m_awake = 1;               // free: how many are not blocked, the driver included
+
+    Thread* m_driver = nullptr;
+    bool m_living = false;  // the driver lets the machine live
+    Instant m_driver_deadline = kNever;
+    const std::function<bool()>* m_driver_condition = nullptr;
+    bool m_condition_held = false;
+    std::string m_stuck;  // why, while the driver is still to be told
+
+    std::list<HostThread> m_host_threads;
+    std::chrono::steady_clock::time_point m_paced_from_host;
+    Instant m_paced_from{0};
+};
+
+}  // namespace virtual_pc

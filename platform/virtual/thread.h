@@ -1,0 +1,64 @@
+// A thread of the machine: a host thread, and what the machine keeps about it.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/message.h"
+#include "platform/virtual/host_signal.h"
+#include "platform/virtual/scheduler.h"
+#include "platform/virtual/waitable.h"
+
+namespace virtual_pc {
+
+class Process;
+
+// Thrown through a thread's frames when its process has ended, so that what it holds is given back.
+struct ThreadEnds
+{
+};
+
+// What the handle of a thread stands for: signalled when the thread has ended.
+class ThreadObject final : public Waitable
+{
+public:
+    std::string_view Kind() const override { return "thread"; }
+};
+
+class Thread
+{
+public:
+    DWORD id = 0;
+    Process* process = nullptr;  // null for whoever drives the machine
+    std::function<DWORD()> body;
+    std::shared_ptr<ThreadObject> object;
+
+    // Only the thread itself touches these.
+    DWORD last_error = 0;
+    std::vector<void*> tls;
+
+    // With the machine held.
+    enum class State
+    {
+        ready,
+        running,
+        blocked,
+        ended,
+    };
+    State state = State::ready;
+    bool ends = false;  // its process has ended
+    Wait wait;
+    bool has_queue = false;
+    std::deque<MSG> messages;
+
+    HostSignal signal;  // wakes the host thread, and only it
+
+    // The calling host thread's record; null when the machine does not know the thread.
+    static Thread* Self();
+    static void SetSelf(Thread* thread);
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,471 @@
+// The kernel room: threads, time, objects, locks, messages, processes and faults of the virtual PC.
+
+#include <set>
+#include <thread>
+
+#include "platform/kernel.h"
+#include "platform/lock.h"
+#include "platform/message.h"
+#include "platform/module.h"
+#include "platform/owned.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr LONGLONG kSecond = 10'000'000;
+
+// Starts a thread that runs a callable, which must outlive it.
+template <class F>
+OwnedHandle StartThread(F& function)
+{
+    return OwnedHandle(CreateThread(
+        nullptr, 0,
+        [](LPVOID parameter) -> DWORD {
+            (*static_cast<F*>(parameter))();
+            return 0;
+        },
+        &function, 0, nullptr));
+}
+
+BOOL Arm(const OwnedHandle& timer, LONGLONG seconds, LONG period_ms = 0)
+{
+    LARGE_INTEGER due;
+    due.QuadPart = -seconds * kSecond;
+    return SetWaitableTimer(timer.Get(), &due, period_ms, nullptr, nullptr, FALSE);
+}
+
+OwnedHandle MakeEvent(BOOL manual, BOOL initial = FALSE)
+{
+    return OwnedHandle(CreateEventW(nullptr, manual, initial, nullptr));
+}
+
+class KernelTest : public VirtualPcTest
+{
+};
+
+TEST_F(KernelTest, AManualEventReleasesEverybodyAndAnAutomaticOneReleasesOne)
+{
+    for (const auto& [manual, released] : {std::pair{TRUE, 3}, std::pair{FALSE, 1}}) {
+        std::atomic<int> through = 0;
+        RunAsProcess([&] {
+            const OwnedHandle event = MakeEvent(manual);
+            auto wait = [&] {
+                if (WaitForSingleObject(event.Get(), 1000) == WAIT_OBJECT_0) ++through;
+            };
+            const OwnedHandle threads[] = {StartThread(wait), StartThread(wait), StartThread(wait)};
+            Sleep(10);
+            EXPECT_TRUE(SetEvent(event.Get()));
+            const HANDLE all[] = {threads[0].Get(), threads[1].Get(), threads[2].Get()};
+            EXPECT_EQ(WaitForMultipleObjects(3, all, TRUE, INFINITE), WAIT_OBJECT_0);
+            EXPECT_EQ(WaitForSingleObject(event.Get(), 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+        });
+        EXPECT_EQ(through, released) << (manual ? "manual" : "automatic");
+    }
+}
+
+TEST_F(KernelTest, AWaitTakesTheLowestSignalledObjectAndLeavesTheOthersSignalled)
+{
+    RunAsProcess([] {
+        const OwnedHandle events[] = {MakeEvent(FALSE), MakeEvent(FALSE, TRUE),
+                                      MakeEvent(FALSE, TRUE)};
+        const HANDLE all[] = {events[0].Get(), events[1].Get(), events[2].Get()};
+        EXPECT_EQ(WaitForMultipleObjects(3, all, FALSE, INFINITE), WAIT_OBJECT_0 + 1);
+        EXPECT_EQ(WaitForMultipleObjects(3, all, FALSE, INFINITE), WAIT_OBJECT_0 + 2);
+        EXPECT_EQ(WaitForMultipleObjects(3, all, FALSE, 5), WAIT_TIMEOUT);
+        SetEvent(all[0]);
+        SetEvent(all[1]);
+        EXPECT_EQ(WaitForMultipleObjects(3, all, TRUE, 5), WAIT_TIMEOUT) << "the third is missing";
+        SetEvent(all[2]);
+        EXPECT_EQ(WaitForMultipleObjects(3, all, TRUE, 5), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForMultipleObjects(3, all, FALSE, 0), WAIT_TIMEOUT) << "all were taken";
+    });
+}
+
+TEST_F(KernelTest, AMissingHandleFailsTheWholeWait)
+{
+    RunAsProcess([] {
+        const OwnedHandle event = MakeEvent(TRUE, TRUE);
+        const HANDLE handles[] = {event.Get(), nullptr};
+        EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, INFINITE), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_EQ(WaitForMultipleObjects(65, handles, FALSE, 0), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        const OwnedHandle timer(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+        EXPECT_FALSE(SetEvent(timer.Get())) << "a timer is no event";
+    });
+}
+
+TEST_F(KernelTest, TimersFireWhenDueRepeatAndCanBeCancelled)
+{
+    RunAsProcess([] {
+        const OwnedHandle timer(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+        const ULONGLONG start = GetTickCount64();
+        EXPECT_TRUE(Arm(timer, 10, 3000));
+        for (const ULONGLONG due : {10'000u, 13'000u, 16'000u}) {
+            EXPECT_EQ(WaitForSingleObject(timer.Get(), INFINITE), WAIT_OBJECT_0);
+            EXPECT_EQ(GetTickCount64() - start, due);
+        }
+        EXPECT_TRUE(CancelWaitableTimer(timer.Get()));
+        EXPECT_EQ(WaitForSingleObject(timer.Get(), 60'000), WAIT_TIMEOUT);
+
+        Arm(timer, 1);
+        Sleep(2000);
+        EXPECT_TRUE(CancelWaitableTimer(timer.Get()));
+        EXPECT_EQ(WaitForSingleObject(timer.Get(), 0), WAIT_OBJECT_0) << "it had expired before";
+        Arm(timer, 0);
+        EXPECT_EQ(WaitForSingleObject(timer.Get(), 0), WAIT_OBJECT_0) << "due at once";
+        Arm(timer, 1);
+        Sleep(2000);
+        Arm(timer, 50);
+        EXPECT_EQ(WaitForSingleObject(timer.Get(), 0), WAIT_TIMEOUT) << "arming resets the signal";
+    });
+}
+
+TEST_F(KernelTest, TheClockStandsWhileAnybodyRunsAndThenJumpsToWhatComesNext)
+{
+    std::vector<std::pair<char, ULONGLONG>> seen;
+    CriticalSection lock;
+    RunAsProcess([&] {
+        const auto note = [&](char who) {
+            const ScopedLock hold(lock);
+            seen.emplace_back(who, GetTickCount64());
+        };
+        auto other = [&] {
+            Sleep(90'000);
+            note('b');
+        };
+        const OwnedHandle thread = StartThread(other);
+        note('a');
+        Sleep(24 * 60 * 60 * 1000);
+        note('c');
+        WaitForSingleObject(thread.Get(), INFINITE);
+    });
+    const std::vector<std::pair<char, ULONGLONG>> expected = {
+        {'a', 0}, {'b', 90'000}, {'c', 86'400'000}};
+    EXPECT_EQ(seen, expected);
+}
+
+TEST_F(KernelTest, TheDriverGoesOnAtTheTimeItAskedForAfterEverythingDueThen)
+{
+    std::atomic<int> ticks = 0;
+    Process& process = pc.Start([&] {
+        while (ticks < 5) {
+            Sleep(1000);
+            ++ticks;
+        }
+        return 7;
+    });
+    pc.RunFor(2s);
+    EXPECT_EQ(ticks, 2);
+    EXPECT_FALSE(pc.RunUntil([&] { return ticks == 5; }, 2500ms));
+    EXPECT_EQ(ticks, 4);
+    EXPECT_TRUE(pc.RunUntil([&] { return ticks == 5; }, 1h));
+    pc.RunUntilEnd(process);
+    EXPECT_EQ(process.exit_code(), 7);
+    EXPECT_EQ(pc.now(), 5s);
+}
+
+TEST_F(KernelTest, TheClockCanBeSetAndGoesOverMidnight)
+{
+    pc.SetClock(*ParseCalendar("2028-02-29 23:59:59"));
+    RunAsProcess([] {
+        Sleep(1001);
+        SYSTEMTIME t;
+        GetLocalTime(&t);
+        EXPECT_EQ(t.wMonth, 3);
+        EXPECT_EQ(t.wDay, 1);
+        EXPECT_EQ(t.wDayOfWeek, 3);
+        EXPECT_EQ(t.wHour, 0);
+        EXPECT_EQ(t.wSecond, 0);
+        EXPECT_EQ(t.wMilliseconds, 1);
+    });
+    for (const char* bad : {"2027-02-29 10:00", "2027-02-28 24:00", "2027-2-28 10:00", "10:00"}) {
+        EXPECT_FALSE(ParseCalendar(bad)) << bad;
+    }
+}
+
+TEST_F(KernelTest, LastErrorsAndThreadLocalSlotsBelongToTheirThread)
+{
+    RunAsProcess([] {
+        const DWORD slot = TlsAlloc();
+        SetLastError(17);
+        TlsSetValue(slot, &std::cout);
+        auto other = [&] {
+            EXPECT_EQ(GetLastError(), 0u);
+            EXPECT_EQ(TlsGetValue(slot), nullptr);
+            SetLastError(18);
+        };
+        const OwnedHandle thread = StartThread(other);
+        WaitForSingleObject(thread.Get(), INFINITE);
+        EXPECT_EQ(GetLastError(), 17u);
+        EXPECT_EQ(TlsGetValue(slot), &std::cout);
+    });
+}
+
+TEST_F(KernelTest, MessagesWaitInTheirThreadsQueueUntilItAsks)
+{
+    RunAsProcess([] {
+        std::vector<UINT> taken;
+        std::atomic<DWORD> id = 0;
+        auto loop = [&] {
+            id = GetCurrentThreadId();
+            Sleep(1000);  // it has no queue until it asks for the first message
+            MSG message;
+            while (GetMessageW(&message, nullptr, 0, 0) > 0) taken.push_back(message.message);
+        };
+        const OwnedHandle thread = StartThread(loop);
+        Sleep(500);
+        EXPECT_FALSE(PostThreadMessageW(id, WM_USER, 0, 0));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_THREAD_ID});
+        Sleep(1000);
+        for (const UINT number : {WM_USER + 1, WM_USER + 2, WM_QUIT, WM_USER + 3}) {
+            EXPECT_TRUE(PostThreadMessageW(id, number, 0, 0));
+        }
+        EXPECT_EQ(WaitForSingleObject(thread.Get(), INFINITE), WAIT_OBJECT_0);
+        EXPECT_EQ(taken, (std::vector<UINT>{WM_USER + 1, WM_USER + 2}));
+    });
+}
+
+TEST_F(KernelTest, AProcessThatEndsTakesItsThreadsAlongAndTheyGiveBackWhatTheyHold)
+{
+    Process& process = pc.Start([] {
+        static OwnedHandle s_waited;
+        static CriticalSection s_lock;
+        auto waits = [] {
+            const OwnedHandle mine = MakeEvent(TRUE);
+            WaitForSingleObject(mine.Get(), INFINITE);
+            ADD_FAILURE() << "nobody signals it";
+        };
+        auto sleeps = [] {
+            const ScopedLock hold(s_lock);
+            const OwnedHandle mine = MakeEvent(TRUE);
+            Sleep(INFINITE);
+        };
+        auto locks = [] { const ScopedLock hold(s_lock); };
+        const OwnedHandle threads[] = {StartThread(waits), StartThread(sleeps), StartThread(locks)};
+        Sleep(1000);
+        return 3;
+    });
+    pc.RunUntilEnd(process);
+    EXPECT_EQ(process.exit_code(), 3);
+    EXPECT_EQ(pc.now(), 1s);
+}
+
+TEST_F(KernelTest, AnUnhandledExceptionRunsTheFilterAndEndsTheProcess)
+{
+    static DWORD s_code;
+    Process& process = pc.Start([] {
+        SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* pointers) -> LONG {
+            s_code = pointers->ExceptionRecord->ExceptionCode;
+            return EXCEPTION_CONTINUE_SEARCH;
+        });
+        Sleep(INFINITE);
+        return 0;
+    });
+    pc.RunFor(1s);
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = 0xC0000005;
+    process.Crash(record);
+    EXPECT_TRUE(pc.RunUntil([&] { return !process.running(); }, 1s));
+    EXPECT_EQ(s_code, 0xC0000005u);
+    EXPECT_TRUE(process.crashed());
+    crash_is_expected = true;
+}
+
+TEST(MachineTest, WhatAProcessLeavesOpenAndMisusesIsTold)
+{
+    Machine pc({.free = kRunFree});
+    Process& process = pc.Start([] {
+        CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        const HANDLE twice = CreateWaitableTimerW(nullptr, TRUE, nullptr);
+        CloseHandle(twice);
+        CloseHandle(twice);
+        return 0;
+    });
+    pc.RunUntilEnd(process);
+    ASSERT_EQ(process.left_open().size(), 1u);
+    EXPECT_EQ(process.left_open()[0].kind, "event");
+    EXPECT_EQ(pc.misuses(), std::vector<std::string>{"CloseHandle with a handle that is closed"});
+    EXPECT_TRUE(pc.handles.List().empty());
+}
+
+TEST(MachineTest, AStuckMachineTellsWhatEachThreadWaitsFor)
+{
+    Machine pc({.free = kRunFree});
+    Process& process = pc.Start([] {
+        const OwnedHandle never = MakeEvent(TRUE);
+        WaitForSingleObject(never.Get(), INFINITE);
+        return 0;
+    });
+    try {
+        pc.RunUntilEnd(process);
+        FAIL() << "it cannot end";
+    } catch (const StuckMachine& stuck) {
+        EXPECT_STREQ(stuck.what(),
+                     "the machine is stuck: nobody can run, and nothing is going to happen\n"
+                     "  thread 0x1000: for an object to be signalled\n");
+    }
+}
+
+TEST(MachineTest, ACircleOfLocksIsReportedEvenWhileTheClockCouldMove)
+{
+    Machine pc({.free = kRunFree});
+    pc.Start([] {
+        CriticalSection locks[2];
+        const auto take = [&](int first) {
+            const ScopedLock one(locks[first]);
+            Sleep(10);
+            const ScopedLock two(locks[1 - first]);
+        };
+        auto other = [&] { take(1); };
+        const OwnedHandle thread = StartThread(other);
+        take(0);
+        return 0;
+    });
+    try {
+        pc.RunFor(1h);
+        FAIL() << "the two threads wait for one another";
+    } catch (const StuckMachine& stuck) {
+        EXPECT_NE(std::string(stuck.what()).find("for a lock that thread 0x1000 has"),
+                  std::string::npos)
+            << stuck.what();
+    }
+}
+
+// Three threads that take turns as the machine chooses; the order in which they got on.
+std::string OrderWithSeed(std::uint64_t seed)
+{
+    Machine pc({.seed = seed});
+    std::string order;
+    Process& process = pc.Start([&] {
+        const auto work = [&order](char name) {
+            for (int i = 0; i < 8; ++i) {
+                order += name;
+                GetTickCount64();
+            }
+        };
+        auto a = [&] { work('a'); };
+        auto b = [&] { work('b'); };
+        auto c = [&] { work('c'); };
+        const OwnedHandle threads[] = {StartThread(a), StartThread(b), StartThread(c)};
+        const HANDLE all[] = {threads[0].Get(), threads[1].Get(), threads[2].Get()};
+        WaitForMultipleObjects(3, all, TRUE, INFINITE);
+        return 0;
+    });
+    pc.RunUntilEnd(process);
+    return order;
+}
+
+TEST(SeedTest, ASeedIsOneHistoryAndOtherSeedsAreOthers)
+{
+    EXPECT_EQ(OrderWithSeed(0), "aaaaaaaabbbbbbbbcccccccc") << "the fixed order";
+    std::set<std::string> orders;
+    for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+        const std::string order = OrderWithSeed(seed);
+        EXPECT_EQ(OrderWithSeed(seed), order) << "seed " << seed;
+        orders.insert(order);
+    }
+    EXPECT_EQ(orders.size(), 20u);
+}
+
+TEST(SeedTest, LocksExcludeAndOneTimeInitialisationHappensOnceUnderEverySchedule)
+{
+    for (std::uint64_t seed = 0; seed < 200; ++seed) {
+        Machine pc({.free = kRunFree, .seed = seed});
+        INIT_ONCE once = INIT_ONCE_STATIC_INIT;
+        static int s_made;
+        s_made = 0;
+        CriticalSection lock;
+        int inside = 0;
+        int total = 0;
+        Process& process = pc.Start([&] {
+            auto work = [&] {
+                InitOnceExecuteOnce(
+                    &once,
+                    [](PINIT_ONCE, PVOID, PVOID*) -> BOOL {
+                        Sleep(1);
+                        ++s_made;
+                        return TRUE;
+                    },
+                    nullptr, nullptr);
+                for (int i = 0; i < 3; ++i) {
+                    const ScopedLock outer(lock);
+                    const ScopedLock again(lock);
+                    EXPECT_EQ(++inside, 1) << "seed " << seed;
+                    GetTickCount64();
+                    ++total;
+                    --inside;
+                }
+            };
+            const OwnedHandle threads[] = {StartThread(work), StartThread(work), StartThread(work)};
+            const HANDLE all[] = {threads[0].Get(), threads[1].Get(), threads[2].Get()};
+            WaitForMultipleObjects(3, all, TRUE, INFINITE);
+            return 0;
+        });
+        pc.RunUntilEnd(process);
+        ASSERT_EQ(s_made, 1) << "seed " << seed;
+        ASSERT_EQ(total, 9) << "seed " << seed;
+    }
+}
+
+TEST(PaceTest, PacedTimeWaitsForTheHostsClock)
+{
+    Machine pc({.free = kRunFree, .pace = 50});
+    const auto start = std::chrono::steady_clock::now();
+    pc.RunFor(5s);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 95ms);
+    EXPECT_EQ(pc.now(), 5s);
+}
+
+TEST_F(KernelTest, FaultsHitTheCallsTheyAreMeantFor)
+{
+    using Fault = Faults::Fault;
+    struct Case
+    {
+        const char* name;
+        Fault fault;
+        std::vector<bool> succeeds;
+    };
+    const Case cases[] = {
+        {"once", Fault{}, {false, true, true, true}},
+        {"the third", {.first = 3}, {true, true, false, true}},
+        {"two times", {.error = 5, .count = 2}, {false, false, true, true}},
+        {"always", {.count = Faults::kAlways}, {false, false, false, false}},
+        {"never", {.rate = 1e-12}, {true, true, true, true}},
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(pc.faults.Set("ResetEvent", c.fault));
+        RunAsProcess([&] {
+            const OwnedHandle event = MakeEvent(TRUE);
+            for (const bool succeeds : c.succeeds) {
+                SetLastError(0);
+                EXPECT_EQ(ResetEvent(event.Get()) != FALSE, succeeds) << c.name;
+                EXPECT_EQ(GetLastError(), succeeds ? 0 : c.fault.error.value_or(31)) << c.name;
+            }
+        });
+    }
+    pc.faults.Clear("ResetEvent");
+    EXPECT_EQ(pc.faults.Set("ResetEvnt", {}), "there is no platform function \"ResetEvnt\"");
+    EXPECT_EQ(pc.faults.Set("GetTickCount64", {}), "GetTickCount64 cannot fail");
+}
+
+TEST_F(KernelTest, EveryCallOfAnOperationCanBeMadeToFailInItsTurn)
+{
+    std::vector<std::string> failed;
+    for (std::uint64_t n = 1;; ++n) {
+        RunAsProcess([&] {
+            pc.faults.FailNth(n);
+            const OwnedHandle event = MakeEvent(TRUE);
+            if (event && SetEvent(event.Get())) WaitForSingleObject(event.Get(), 0);
+        });
+        if (!pc.faults.failed()) break;
+        failed.emplace_back(pc.faults.failed()->name());
+    }
+    EXPECT_EQ(failed, (std::vector<std::string>{"CreateEventW", "SetEvent", "WaitForSingleObject",
+                                                "CloseHandle"}));
+    left_open_is_expected = true;  // the handle whose close failed
+}
+
+}  // namespace

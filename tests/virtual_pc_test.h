@@ -1,0 +1,69 @@
+// The ground that every test on the virtual PC stands on: a machine of its own, and the promise
+// that nothing is left open, misused or running when the test is over.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "platform/virtual/machine.h"
+
+// The thread sanitizer sees the service only where its threads really run at once.
+#ifdef HOLV_TESTS_RUN_FREE
+inline constexpr bool kRunFree = true;
+#else
+inline constexpr bool kRunFree = false;
+#endif
+
+inline constexpr const wchar_t* kUserKey = LR"(HKLM\Software\Orbeq\Holv\User)";
+inline constexpr const wchar_t* kOemKey = LR"(HKLM\Software\Orbeq\Holv\OEM)";
+inline constexpr const wchar_t* kLogPath = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
+
+class VirtualPcTest : public ::testing::Test
+{
+protected:
+    explicit VirtualPcTest(const virtual_pc::Machine::Options& options = {.free = kRunFree})
+        : pc(options)
+    {
+    }
+
+    // Runs `body` as a process of the PC, from its start to its end.
+    void RunAsProcess(std::function<void()> body)
+    {
+        virtual_pc::Process& process = pc.Start([&] {
+            body();
+            return 0;
+        });
+        pc.RunUntilEnd(process);
+    }
+
+    // The log file's bytes; empty when there is none.
+    std::string LogBytes() const { return pc.disk.Read(kLogPath).value_or(""); }
+
+    void TearDown() override
+    {
+        for (const auto& process : pc.processes()) {
+            EXPECT_FALSE(process->running()) << "a process still runs at the test's end";
+            if (!crash_is_expected) {
+                EXPECT_FALSE(process->crashed()) << "a process ended by an exception";
+            }
+            if (left_open_is_expected) continue;
+            for (const virtual_pc::LeftOpen& left : process->left_open()) {
+                // The log writer lives until its process ends, and the system closes its file.
+                if (left.name == kLogPath || left.name.starts_with(LR"(\\.\pipe\ZYTA_HOLV_IP1)")) {
+                    continue;
+                }
+                ADD_FAILURE() << "left open: " << left.kind << " "
+                              << std::string(left.name.begin(), left.name.end());
+            }
+        }
+        for (const std::string& misuse : pc.misuses()) ADD_FAILURE() << "misuse: " << misuse;
+    }
+
+    virtual_pc::Machine pc;
+
+    // For the few tests whose story it is.
+    bool crash_is_expected = false;
+    bool left_open_is_expected = false;
+};
