@@ -39,6 +39,7 @@ Machine::Machine(const Options& options)
       m_registry_file(options.root.empty() ? options.root : options.root / "registry.reg")
 {
     if (g_machine) throw std::logic_error("there is a virtual PC already");
+    if (!options.free) m_one_core.emplace();
     g_machine = this;
     m_driver->state = Thread::State::running;
     Thread::SetSelf(m_driver.get());

@@ -26,6 +26,7 @@
 #include "platform/virtual/faults.h"
 #include "platform/virtual/handles.h"
 #include "platform/virtual/journal.h"
+#include "platform/virtual/one_core.h"
 #include "platform/virtual/outputs.h"
 #include "platform/virtual/process.h"
 #include "platform/virtual/registry.h"
@@ -38,7 +39,8 @@ class Thread;
 
 class Machine
 {
-    // First, so that it outlives every room.
+    // First, so that they outlive every room and every thread.
+    std::optional<OneCore> m_one_core;  // unless threads run free
     mutable std::mutex m_mutex;
 
 public:

@@ -1,0 +1,24 @@
+// Benchmarks that run on a thread of the virtual PC.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <functional>
+
+#include "platform/virtual/machine.h"
+
+// Repetitions, interleaved by the library, so that a drift of the host's speed meets both sides.
+inline void InPairs(benchmark::internal::Benchmark* bench)
+{
+    bench->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(false);
+}
+
+// Runs the measuring loop as a process of the PC.
+inline void OnThePc(virtual_pc::Machine& pc, const std::function<void()>& body)
+{
+    virtual_pc::Process& process = pc.Start([&] {
+        body();
+        return 0;
+    });
+    pc.RunUntilEnd(process);
+}
