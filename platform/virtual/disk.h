@@ -1,6 +1,7 @@
 // The disk C: as a folder of the host, and the named pipes that somebody listens on.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -9,13 +10,14 @@
 #include <string_view>
 
 #include "platform/file.h"
-#include "platform/virtual/handles.h"
+#include "platform/virtual/registry.h"
 
 namespace virtual_pc {
 
 class Machine;
 
-// The end of a pipe that a script or a test opens, to hear what the service writes.
+// The end of a pipe that a script or a test opens, to hear what the service writes. One writer is
+// connected at a time; the next may come when it has gone.
 class PipeListener
 {
 public:
@@ -25,6 +27,8 @@ public:
     std::string heard;
     // Whether somebody has the other end open.
     bool connected = false;
+    // Until it is hung up.
+    bool listening = true;
 
 private:
     std::wstring m_name;
@@ -34,19 +38,21 @@ class Disk
 {
 public:
     // `folder` becomes C:\ and is made when missing; empty for a folder of the disk's own, removed
-    // with it.
+    // with it. A disk has C:\ProgramData and C:\Windows from the start.
     Disk(Machine& machine, const std::filesystem::path& folder);
     ~Disk();
     Disk(const Disk&) = delete;
     Disk& operator=(const Disk&) = delete;
 
     // Where a path of the PC lies on the host, whatever its letter case; missing parts keep the
-    // spelling asked for. Throws std::invalid_argument for a path that is not on C:.
+    // spelling asked for. Throws std::invalid_argument for a path that is not on C:, or that goes
+    // upwards by "..".
     std::filesystem::path HostPath(std::wstring_view path) const;
 
     // A file's bytes; nothing when it is not there.
     std::optional<std::string> Read(std::wstring_view path) const;
-    // Writes a file and the folders on its way.
+    // Writes a file and the folders on its way. Throws std::runtime_error where the host does not
+    // let it.
     void Write(std::wstring_view path, std::string_view bytes);
 
     // A listener of \\.\pipe\NAME, until Hangup. Writers then get ERROR_NO_DATA.
@@ -54,14 +60,15 @@ public:
     void Hangup(const std::shared_ptr<PipeListener>& listener);
     std::shared_ptr<PipeListener> FindListener(std::wstring_view name) const;
 
-    // Bytes that may still be written before the disk is full; unlimited unless set.
+    // Bytes by which files may still grow before the disk is full; unlimited unless set. Writing
+    // over a file's old bytes takes none.
     std::optional<std::uint64_t> space_left;
 
 private:
     Machine& m_machine;
     std::filesystem::path m_folder;
     bool m_own = false;
-    std::map<std::wstring, std::shared_ptr<PipeListener>> m_listeners;
+    std::map<std::wstring, std::shared_ptr<PipeListener>, NoCase> m_listeners;
 };
 
 }  // namespace virtual_pc

@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "platform/eventlog.h"
-#include "platform/virtual/handles.h"
+#include "platform/virtual/message_file.h"
+#include "platform/virtual/registry.h"
 #include "platform/virtual/time.h"
 
 namespace virtual_pc {
@@ -17,7 +18,7 @@ class Machine;
 
 struct EventRecord
 {
-    CalendarTime clock;
+    CalendarTime clock;  // set by the log
     std::wstring source;
     WORD type = 0;
     WORD category = 0;
@@ -34,21 +35,24 @@ public:
     const std::vector<EventRecord>& records() const { return m_records; }
     void Add(EventRecord record);
 
-    // A module on the PC's disk carries these message texts, in the message compiler's form.
-    // Throws std::runtime_error "FILE:LINE: what is wrong".
+    // A module on the PC's disk carries these message texts, in the message compiler's form, in
+    // place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
     void AddMessageFile(std::wstring_view module_path, const std::filesystem::path& messages);
 
     // What the viewer shows: the message text with its insertions, found through the source's
     // registration; or, where that leads nowhere, that the description cannot be found, and the
     // insertion strings.
     std::wstring Text(const EventRecord& record) const;
-    // The category's name, or its number in parentheses where no file names it.
+    // The category's name, or its number in parentheses where no file names it; "None" for 0.
     std::wstring Category(const EventRecord& record) const;
 
 private:
+    const std::wstring* FindMessage(const std::wstring& source, std::wstring_view file_value,
+                                    DWORD id) const;
+
     Machine& m_machine;
     std::vector<EventRecord> m_records;
-    std::map<std::wstring, std::map<DWORD, std::wstring>> m_messages;  // by module, lower case
+    std::map<std::wstring, MessageTable, NoCase> m_messages;  // by module
 };
 
 }  // namespace virtual_pc

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -28,6 +29,7 @@
 #include "platform/virtual/journal.h"
 #include "platform/virtual/one_core.h"
 #include "platform/virtual/outputs.h"
+#include "platform/virtual/power.h"
 #include "platform/virtual/process.h"
 #include "platform/virtual/registry.h"
 #include "platform/virtual/scheduler.h"
@@ -110,6 +112,10 @@ public:
     Disk disk;
     Outputs outputs;
     EventLog event_log;
+    Power power{*this};
+
+    // The handle of each piece of memory that is handed out (memory.h).
+    std::map<const void*, HANDLE> memory_handles;
 
 private:
     friend class Hold;

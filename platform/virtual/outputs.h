@@ -12,6 +12,11 @@ namespace virtual_pc {
 
 class Machine;
 
+// The host's text, on its console and in its file names, is UTF-8. What is no character on one
+// side is U+FFFD on the other.
+std::string ToUtf8(std::wstring_view text);
+std::wstring FromUtf8(std::string_view bytes);
+
 struct DebugLine
 {
     Instant at;

@@ -24,6 +24,9 @@ struct RegistryValue
 
     static RegistryValue Dword(DWORD value);
     static RegistryValue String(std::wstring_view text, DWORD type = REG_SZ);
+
+    // The data as text, up to the first terminator.
+    std::wstring Text() const;
 };
 
 struct NoCase
@@ -31,10 +34,34 @@ struct NoCase
     bool operator()(const std::wstring& a, const std::wstring& b) const;
 };
 
-struct RegistryNode
+// A key. Paths below it are names joined by backslashes; an empty one is the key itself. With the
+// machine held.
+struct RegistryNode : std::enable_shared_from_this<RegistryNode>
 {
     std::map<std::wstring, std::shared_ptr<RegistryNode>, NoCase> keys;
     std::map<std::wstring, RegistryValue, NoCase> values;  // "" is the default value
+    bool deleted = false;  // handles to it are still open, and good for nothing
+
+    std::shared_ptr<RegistryNode> Find(std::wstring_view path);
+    std::shared_ptr<RegistryNode> Create(std::wstring_view path);
+    // With everything below it; false when it is not there.
+    bool Delete(std::wstring_view path);
+
+private:
+    void MarkDeleted();
+};
+
+enum class RegistryRoot
+{
+    local_machine,
+    current_user,
+    classes,
+};
+
+struct RegistryPath
+{
+    RegistryRoot root;
+    std::wstring path;
 };
 
 // Paths name their root in either form: HKLM\Software\... or HKEY_LOCAL_MACHINE\Software\...
@@ -66,8 +93,23 @@ public:
     void Load(const std::filesystem::path& file);
     void Save(const std::filesystem::path& file) const;
 
+    // --- By root and path, for the rooms; with the machine held ---
+    static RegistryPath Parse(std::wstring_view path);
+    // "HKLM\Software\..."
+    static std::wstring Spell(const RegistryPath& path);
+    // Null when it is not there.
+    std::shared_ptr<RegistryNode> FindKey(const RegistryPath& path) const;
+    // Finds it, or makes it and the keys on its way.
+    std::shared_ptr<RegistryNode> CreateKey(const RegistryPath& path);
+
 private:
+    std::shared_ptr<RegistryNode> CreateKey(std::wstring_view path);
+    RegistryPath Resolve(const RegistryPath& path) const;
+    std::shared_ptr<RegistryNode> RootOf(RegistryRoot root) const;
+
     Machine& m_machine;
+    std::shared_ptr<RegistryNode> m_local_machine;
+    std::shared_ptr<RegistryNode> m_current_user;
 };
 
 }  // namespace virtual_pc

@@ -1,0 +1,62 @@
+#include "log/log.h"
+
+#include "log/console.h"
+#include "log/event_source.h"
+#include "log/log_file.h"
+#include "platform/eventlog.h"
+#include "platform/module.h"
+
+namespace {
+
+constexpr std::size_t kMessageSize = 1024;  // with the terminator
+
+// Callers log first and look at their error afterwards.
+class KeptLastError
+{
+public:
+    KeptLastError() : m_error(GetLastError()) {}
+    ~KeptLastError() { SetLastError(m_error); }
+    KeptLastError(const KeptLastError&) = delete;
+    KeptLastError& operator=(const KeptLastError&) = delete;
+
+private:
+    DWORD m_error;
+};
+
+constexpr bool GoesToEventLog(DWORD level) { return level == 1 || level == 3 || level == 4; }
+
+// The event log and the debugger show which operation speaks, and for whom.
+void WriteWithPrefix(DWORD level, const wchar_t* function, const wchar_t* message, bool debugger)
+{
+    wchar_t text[kMessageSize];
+    FormatText(text, L"HOLV - %s   %s", function, message);
+    if (GoesToEventLog(level)) ReportToEventLog(text, level);
+    if (debugger) OutputDebugStringW(text);
+}
+
+void WriteToOutputs(DWORD level, const wchar_t* function, const wchar_t* message)
+{
+    const DWORD outputs = g_dwLoggingEnabled.load(std::memory_order_relaxed);
+    const bool debugger = (outputs & kLogToDebugger) != 0;
+    if (debugger || GoesToEventLog(level)) WriteWithPrefix(level, function, message, debugger);
+    if (outputs & kLogToFile) {
+        CLOGFile* const writer = CLOGFile::Instance();
+        if (writer) writer->Write(static_cast<LONG>(level), L"%s", message);
+    }
+    if (outputs & kLogToConsole) PrintToConsole(L"%s   %s\n", function, message);
+}
+
+}  // namespace
+
+void LogMessage(DWORD level, const wchar_t* function, const wchar_t* format,
+                std::span<const FormatArgument> arguments)
+{
+    const KeptLastError kept;
+    try {
+        wchar_t message[kMessageSize];
+        FormatPacked(message, format, arguments);
+        WriteToOutputs(level, function, message);
+    } catch (...) {
+        OutputDebugStringA("fault inside logging function, exception caught");
+    }
+}

@@ -1,0 +1,34 @@
+// The debugger's ear. Its functions tell nobody of a failure: a fault drops the text, or raises.
+
+#include <string>
+
+#include "platform/module.h"
+#include "platform/virtual/call.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+Function output_debug_string_w{"OutputDebugStringW"};
+Function output_debug_string_a{"OutputDebugStringA"};
+
+}  // namespace
+
+extern "C" {
+
+void WINAPI OutputDebugStringW(LPCWSTR text)
+{
+    Call call(output_debug_string_w);
+    if (call.Fails() || !text) return;
+    call.machine.outputs.Debug(call.thread.id, text);
+}
+
+void WINAPI OutputDebugStringA(LPCSTR text)
+{
+    Call call(output_debug_string_a);
+    if (call.Fails() || !text) return;
+    std::wstring wide;
+    for (const char* byte = text; *byte; ++byte) wide += static_cast<unsigned char>(*byte);
+    call.machine.outputs.Debug(call.thread.id, wide);
+}
+}

@@ -1,0 +1,85 @@
+// Power plans and their values, the power source, capabilities, and power requests.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/power.h"
+#include "platform/virtual/handles.h"
+#include "platform/virtual/power_plans.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+// What a power request's handle stands for.
+class PowerRequest final : public Object
+{
+public:
+    PowerRequest(std::wstring program, std::wstring why)
+        : owner(std::move(program)), reason(std::move(why))
+    {
+    }
+    std::string_view Kind() const override { return "power request"; }
+    std::wstring Name() const override { return reason; }
+    void Closed() override;
+
+    const std::wstring owner;  // the program's path
+    const std::wstring reason;
+    bool service = false;
+    std::array<int, 3> counts{};  // by POWER_REQUEST_TYPE
+};
+
+class Power
+{
+public:
+    explicit Power(Machine& machine) : m_machine(machine) {}
+
+    // --- Plans ---
+    PowerPlan& AddPlan(std::wstring_view name, const GUID& guid, const GUID& like);
+    const std::map<GUID, PowerPlan, GuidLess>& plans() const { return m_plans.all(); }
+    PowerPlan* FindPlan(const GUID& guid) { return m_plans.Find(guid); }
+    PowerPlan* FindPlan(std::wstring_view name) { return m_plans.Find(name); }
+    const PowerPlan& active() const { return m_plans.active(); }
+    // What counts now for the present source.
+    std::optional<DWORD> InForce(const GUID& setting) const;
+    // Activates a plan, as a user does in the control panel or a program by its function.
+    bool Activate(const GUID& plan);
+    std::optional<DWORD> Read(const GUID& plan, const GUID& setting, PowerSource source);
+    bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
+
+    // --- Source and battery ---
+    BYTE line = 1;               // 0 battery, 1 mains, 255 unknown
+    BYTE battery_percent = 255;  // 255 unknown, as without a battery
+    bool battery_present = false;
+    bool batteries_short_term = false;  // an uninterruptible power supply
+    bool s3_supported = true;
+    PowerSource source() const { return line == 1 ? PowerSource::ac : PowerSource::dc; }
+
+    // --- Requests ---
+    std::shared_ptr<PowerRequest> NewRequest(std::wstring owner, std::wstring reason);
+    bool SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type);
+    // False when the request does not hold the type.
+    bool ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type);
+    bool Held(POWER_REQUEST_TYPE type) const;
+    // The listing of the outstanding requests, in the form of "powercfg -requests".
+    std::wstring Listing() const;
+
+    // --- Who hears of changes ---
+    // Called with the machine held when another plan is active: its personality; and when the
+    // sleep time-out in force has changed: its seconds.
+    std::function<void(const GUID&)> personality_changed;
+    std::function<void(DWORD)> sleep_timeout_changed;
+
+private:
+    Machine& m_machine;
+    PowerPlans m_plans;
+    std::vector<std::weak_ptr<PowerRequest>> m_requests;
+};
+
+}  // namespace virtual_pc

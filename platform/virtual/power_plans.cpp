@@ -1,0 +1,196 @@
+#include "platform/virtual/power_plans.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwctype>
+
+namespace virtual_pc {
+namespace {
+
+// Plausible values of the predefined plans, in the order of PowerSettings().
+struct PredefinedPlan
+{
+    std::wstring_view name;
+    const GUID& guid;
+    AcDc values[10];
+};
+
+const PredefinedPlan kPredefined[] = {
+    {L"Balanced",
+     GUID_TYPICAL_POWER_SAVINGS,
+     {{1800, 900},
+      {0, 0},
+      {0, 0},
+      {1, 1},
+      {5, 5},
+      {100, 100},
+      {600, 300},
+      {100, 40},
+      {1, 1},
+      {1, 1}}},
+    {L"High performance",
+     GUID_MIN_POWER_SAVINGS,
+     {{0, 0},
+      {1, 1},
+      {0, 0},
+      {1, 1},
+      {100, 5},
+      {100, 100},
+      {900, 600},
+      {100, 100},
+      {1, 1},
+      {1, 1}}},
+    {L"Power saver",
+     GUID_MAX_POWER_SAVINGS,
+     {{900, 600}, {0, 0}, {0, 0}, {1, 1}, {5, 5}, {100, 75}, {300, 120}, {60, 20}, {1, 1}, {1, 1}}},
+};
+
+constexpr std::size_t kGuidLength = 36;
+// Where the digits of each of a GUID's 16 bytes stand in its text, by the byte's place in memory.
+constexpr std::size_t kGuidDigits[16] = {6, 4, 2, 0, 11, 9, 16, 14, 19, 21, 24, 26, 28, 30, 32, 34};
+constexpr std::size_t kGuidHyphens[] = {8, 13, 18, 23};
+
+std::wstring Upper(std::wstring_view text)
+{
+    std::wstring upper(text);
+    std::ranges::transform(upper, upper.begin(), [](wchar_t c) { return std::towupper(c); });
+    return upper;
+}
+
+bool Same(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
+
+}  // namespace
+
+bool GuidLess::operator()(const GUID& a, const GUID& b) const
+{
+    return std::memcmp(&a, &b, sizeof(GUID)) < 0;
+}
+
+std::wstring FormatGuid(const GUID& guid)
+{
+    static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
+    BYTE bytes[16];
+    std::memcpy(bytes, &guid, sizeof(bytes));
+    std::wstring text(kGuidLength, L'-');
+    for (std::size_t i = 0; i < 16; ++i) {
+        text[kGuidDigits[i]] = kDigits[bytes[i] >> 4];
+        text[kGuidDigits[i] + 1] = kDigits[bytes[i] & 15];
+    }
+    return text;
+}
+
+std::optional<GUID> ParseGuid(std::wstring_view text)
+{
+    if (text.size() != kGuidLength) return std::nullopt;
+    const auto digit = [](wchar_t c) -> int {
+        if (c >= L'0' && c <= L'9') return c - L'0';
+        if (c >= L'A' && c <= L'F') return c - L'A' + 10;
+        if (c >= L'a' && c <= L'f') return c - L'a' + 10;
+        return -1;
+    };
+    for (const std::size_t at : kGuidHyphens) {
+        if (text[at] != L'-') return std::nullopt;
+    }
+    BYTE bytes[16];
+    for (std::size_t i = 0; i < 16; ++i) {
+        const int high = digit(text[kGuidDigits[i]]);
+        const int low = digit(text[kGuidDigits[i] + 1]);
+        if (high < 0 || low < 0) return std::nullopt;
+        bytes[i] = static_cast<BYTE>(high * 16 + low);
+    }
+    GUID guid;
+    std::memcpy(&guid, bytes, sizeof(guid));
+    return guid;
+}
+
+const std::vector<PowerSetting>& PowerSettings()
+{
+    static const std::vector<PowerSetting> settings = {
+        {L"sleep-timeout", GUID_SLEEP_SUBGROUP, GUID_STANDBY_TIMEOUT},
+        {L"wake-timers", GUID_SLEEP_SUBGROUP, GUID_ALLOW_RTC_WAKE},
+        {L"away-mode", GUID_SLEEP_SUBGROUP, GUID_ALLOW_AWAYMODE},
+        {L"hybrid-sleep", GUID_SLEEP_SUBGROUP, GUID_HIBERNATE_FASTS4_POLICY},
+        {L"processor-min", GUID_PROCESSOR_SETTINGS_SUBGROUP, GUID_PROCESSOR_THROTTLE_MINIMUM},
+        {L"processor-max", GUID_PROCESSOR_SETTINGS_SUBGROUP, GUID_PROCESSOR_THROTTLE_MAXIMUM},
+        {L"display-timeout", GUID_VIDEO_SUBGROUP, GUID_VIDEO_POWERDOWN_TIMEOUT},
+        {L"brightness", GUID_VIDEO_SUBGROUP, GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS},
+        {L"power-button", GUID_SYSTEM_BUTTON_SUBGROUP, GUID_POWERBUTTON_ACTION},
+        {L"password-on-wake", NO_SUBGROUP_GUID, GUID_LOCK_CONSOLE_ON_WAKE},
+    };
+    return settings;
+}
+
+std::wstring_view PowerSettingName(const GUID& setting)
+{
+    const auto known = std::ranges::find_if(
+        PowerSettings(), [&](const PowerSetting& s) { return Same(s.setting, setting); });
+    return known != PowerSettings().end() ? known->name : L"?";
+}
+
+PowerPlans::PowerPlans()
+{
+    for (const PredefinedPlan& predefined : kPredefined) {
+        PowerPlan& plan = m_plans[predefined.guid];
+        plan.guid = plan.personality = predefined.guid;
+        plan.name = predefined.name;
+        for (std::size_t i = 0; i < PowerSettings().size(); ++i) {
+            plan.values[PowerSettings()[i].setting] = predefined.values[i];
+        }
+    }
+    Activate(GUID_TYPICAL_POWER_SAVINGS);
+}
+
+PowerPlan& PowerPlans::Add(std::wstring_view name, const GUID& guid, const GUID& like)
+{
+    PowerPlan plan = m_plans.at(like);
+    plan.guid = guid;
+    plan.name = name;
+    return m_plans[guid] = std::move(plan);
+}
+
+PowerPlan* PowerPlans::Find(const GUID& guid)
+{
+    const auto found = m_plans.find(guid);
+    return found != m_plans.end() ? &found->second : nullptr;
+}
+
+PowerPlan* PowerPlans::Find(std::wstring_view name)
+{
+    const auto found = std::ranges::find(
+        m_plans, Upper(name), [](const auto& entry) { return Upper(entry.second.name); });
+    return found != m_plans.end() ? &found->second : nullptr;
+}
+
+std::optional<DWORD> PowerPlans::InForce(const GUID& setting, PowerSource source) const
+{
+    const auto found = m_in_force.find(setting);
+    if (found == m_in_force.end()) return std::nullopt;
+    return found->second[source];
+}
+
+std::optional<DWORD> PowerPlans::Read(const GUID& plan, const GUID& setting, PowerSource source)
+{
+    const PowerPlan* found = Find(plan);
+    if (!found) return std::nullopt;
+    const auto value = found->values.find(setting);
+    if (value == found->values.end()) return std::nullopt;
+    return value->second[source];
+}
+
+bool PowerPlans::Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value)
+{
+    if (!Read(plan, setting, source)) return false;
+    Find(plan)->values[setting][source] = value;
+    return true;
+}
+
+bool PowerPlans::Activate(const GUID& plan)
+{
+    const PowerPlan* next = Find(plan);
+    if (!next) return false;
+    m_active = plan;
+    m_in_force = next->values;
+    return true;
+}
+
+}  // namespace virtual_pc

@@ -1,0 +1,48 @@
+// Registration files (.reg, version 5): UTF-16 with a byte-order mark, or UTF-8.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/virtual/registry.h"
+
+namespace virtual_pc {
+
+// One line's doing.
+struct RegFileChange
+{
+    enum class What
+    {
+        key,
+        delete_key,
+        value,
+        delete_value,
+    };
+    What what;
+    RegistryPath path;
+    std::wstring name;  // of the value; "" is the default value
+    RegistryValue value;
+};
+
+// What the file says, in its order. Throws std::runtime_error "FILE:LINE: what is wrong".
+std::vector<RegFileChange> ReadRegFile(const std::filesystem::path& file);
+
+// Puts keys together into one file.
+class RegFileWriter
+{
+public:
+    // A key and everything below it; a root itself needs no line.
+    void Add(const RegistryPath& path, const RegistryNode& key);
+
+    // In UTF-16. Throws std::runtime_error when the file cannot be written.
+    void Write(const std::filesystem::path& file) const;
+
+private:
+    void AddValue(const std::wstring& name, const RegistryValue& value);
+
+    std::wstring m_text = L"Windows Registry Editor Version 5.00\r\n";
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,28 @@
+#include "settings/settings.h"
+
+// What a process runs on until its settings are loaded, and where they cannot be.
+
+Setting g_dwLoggingLevel{4};
+Setting g_dwLoggingEnabled{6};  // the loaded default is 7, which logs alike
+Setting g_bEnableNeverSleep{1};
+Setting g_bMuteAudio{0};
+Setting g_bEnableDoNotDisturb{1};
+Setting g_dwDoNotDisturbStart{22 * 60};
+Setting g_dwDoNotDisturbEnd{6 * 60};
+Setting g_bEnableSoftwareUpdate{1};
+Setting g_bLyncInstalled{0};
+Setting g_dwLastUpdateVersion{0x7FFFFFFF};
+Setting g_dwMaxCpuPowerLimit{50};
+Setting g_dwCpuIdleThreshold{5};
+Setting g_bDebugEnabled{0};
+Setting g_bUseOemPowerScheme{0};
+Setting g_bEnableHolvOnDC{1};
+Setting g_bTurnOnDisplayOnLync{1};
+Setting g_dwSuspendBatteryThreshold{15};
+Setting g_dwAppDisplayTimeout{30};
+Setting g_dwCpuUsageCheckInterval{10};
+Setting g_dwBatteryUsageCheckInterval{10};
+Setting g_bDndToS3{0};
+Setting g_bEnableAppSuspend{0};
+
+wchar_t g_szOemPowerScheme[kOemPowerSchemeLength] = L"0";

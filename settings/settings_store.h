@@ -1,0 +1,26 @@
+// The registry-backed store of the settings: a value of the User key wins over one of the OEM key,
+// and that over the built-in default.
+#pragma once
+
+#include "platform/registry.h"
+
+// Loads every setting but EnableAppSuspend and applies the bounds. Called once, at process start,
+// before any thread is started. Creates the User key when it is missing; where that fails, the
+// settings keep their built-in values.
+void RegInit();
+
+// Writes a setting to the User key. FALSE, with a log line, when it cannot be written.
+BOOL RegWriteDWord(const wchar_t* name, DWORD value);
+// The same on an open key; FALSE at once for a null key.
+BOOL RegWriteDWord(HKEY key, const wchar_t* name, DWORD value);
+
+// One value by precedence. A value of another type or size counts as missing, in silence. `oemKey`
+// may be null.
+DWORD RegReadDWord(HKEY userKey, HKEY oemKey, const wchar_t* name, DWORD defaultValue);
+
+// Reads OemPowerScheme into g_szOemPowerScheme. Returns the bytes read, terminator included; 0, and
+// the global as it was, when neither key has it in a form that fits. `oemKey` may be null.
+DWORD RegReadOemPowerScheme(HKEY userKey, HKEY oemKey);
+
+// Brings every setting within its bounds.
+void ClampSettings();

@@ -1,0 +1,132 @@
+// The state machine's life: waits on the thirteen events and timers, and acts on whichever is
+// signalled, the lowest slot first.
+
+#include <array>
+#include <optional>
+
+#include "log/log.h"
+#include "service/service_status.h"
+#include "settings/settings.h"
+#include "state/global_events.h"
+#include "state/never_sleep_state.h"
+
+namespace {
+
+constexpr const wchar_t* kRun = L"CNeverSleepState::Run";
+
+using Target = std::optional<ESystemState>;
+constexpr Target kStay = std::nullopt;
+
+struct Slot
+{
+    // The state that the action is about to enter, for which the current one is left first: from
+    // HOLV_DND, and from any other state but S0_NORMAL, where there is nothing to leave.
+    Target leave_dnd_for;
+    Target leave_other_for;
+    DWORD level;
+    const wchar_t* line;  // null for none
+    bool names_state;     // the line ends with the current state's name
+    void (*action)();     // null for none
+};
+
+void LeaveDoNotDisturbForActive()
+{
+    CNeverSleepState::LeaveNeverSleepDoNotDisturbState();
+    CNeverSleepState::EnterNeverSleepActiveState();
+}
+
+using S = CNeverSleepState;
+
+// Nothing signals EVENT_LEAVE_DND and EVENT_REGISTRY_CHANGED or arms TIMER_SLEEP; they keep their
+// places, and with them the others' priorities.
+constexpr std::array<Slot, kGlobalEventCount> kSlots{{
+    // EVENT_ENTER_S0
+    {S0_NORMAL, S0_NORMAL, 1, L"Entering S0 from HOLV State ", true, S::EnterNormalS0State},
+    // EVENT_ENTER_ACTIVE
+    {HOLV_ACTIVE, HOLV_ACTIVE, 2, L"Entering HOLV Active State", false,
+     S::EnterNeverSleepActiveState},
+    // EVENT_ENTER_IDLE
+    {kStay, kStay, 2, L"Entering HOLV Idle State", false, S::EnterNeverSleepIdleState},
+    // EVENT_ENTER_DND
+    {HOLV_DND, HOLV_DND, 2, L"Entering HOLV DND State", false, S::EnterNeverSleepDoNotDisturbState},
+    // EVENT_LEAVE_DND
+    {kStay, kStay, 1, L"Leaving HOLV DND State -> HOLV_ACTIVE", false, LeaveDoNotDisturbForActive},
+    // EVENT_SERVICE_STOP
+    {kStay, kStay, 2, L"HOLV service is stopping", false, nullptr},
+    // EVENT_REGISTRY_CHANGED
+    {kStay, kStay, 2, L"HOLV Registry has been changed", false, nullptr},
+    // TIMER_IDLE
+    {kStay, kStay, 2, L"HOLV Idle timer expired", false, S::MonitorIdleTimer},
+    // TIMER_DND_START
+    {HOLV_DND, HOLV_DND, 2, L"Entering HOLV Registry Do Not Disturb time interval", false,
+     S::OnEnterNeverSleepDoNotDisturbTime},
+    // TIMER_DND_END
+    {HOLV_ACTIVE, S0_NORMAL, 2, L"Leaving HOLV Registry Do Not Disturb time interval", false,
+     S::OnLeaveNeverSleepDoNotDisturbTime},
+    // TIMER_CPU_USAGE
+    {kStay, kStay, 0, nullptr, false, S::MonitorCpuUsage},
+    // TIMER_BATTERY_USAGE
+    {kStay, kStay, 0, nullptr, false, S::MonitorBatteryUsage},
+    // TIMER_SLEEP
+    {kStay, kStay, 0, nullptr, false, S::GotToSleepNow},
+}};
+
+void StartUp()
+{
+    S::InitializeState();
+    if (!g_bDebugEnabled && !S::m_pDriverApi.Get()) {
+        Log(1, kRun, L"ACPI device is mssing. No hardware notification will be supported ....\n");
+    }
+    ReportServiceState(SERVICE_RUNNING);
+    if (S::CheckIfDoNotDisturbTime()) S::m_bSeenDndStart = TRUE;
+    if (g_bEnableNeverSleep) {
+        Log(1, kRun, L"HOLV Feature is enabled on service start\n");
+        S::StartNeverSleep();
+        S::EnterNormalS0State();
+    } else {
+        Log(1, kRun, L"HOLV Feature is not enabled on service start\n");
+    }
+    Log(6, kRun, L"HOLV State Machine initialized");
+}
+
+void LeaveCurrentState(const Slot& slot)
+{
+    const ESystemState state = S::m_eSystemState;
+    if (state == S0_NORMAL) return;
+    const Target target = state == HOLV_DND ? slot.leave_dnd_for : slot.leave_other_for;
+    if (target) S::LeaveNeverSleepState(*target);
+}
+
+void Act(GlobalEvent signalled)
+{
+    const Slot& slot = kSlots[signalled];
+    LeaveCurrentState(slot);
+    if (slot.line) {
+        const ESystemState state = S::m_eSystemState;
+        Log(slot.level, kRun, L"%s%s", slot.line, slot.names_state ? StateName(state) : L"");
+    }
+    if (slot.action) slot.action();
+    // After the action, so that the same event raised during it counts as done.
+    if (signalled < kFirstTimer) ResetGlobalEvent(signalled);
+}
+
+}  // namespace
+
+void CNeverSleepState::Run()
+{
+    StartUp();
+    for (bool stop_requested = false; !stop_requested;) {
+        const DWORD signalled =
+            WaitForMultipleObjects(kGlobalEventCount, g_hGlobalEvents, FALSE, INFINITE);
+        if (signalled >= kGlobalEventCount) {
+            Log(2, kRun, L"Unknown event, WaitForMultipleObjects Return Code=%d, GLE=%d", signalled,
+                GetLastError());
+            break;
+        }
+        Act(static_cast<GlobalEvent>(signalled));
+        stop_requested = signalled == EVENT_SERVICE_STOP;
+    }
+    StopNeverSleep();
+    UninitializeState();
+    Log(6, kRun, L"HOLV State Machine Exited");
+}

@@ -1,0 +1,79 @@
+#include "state/global_events.h"
+
+#include <utility>
+
+#include "log/log.h"
+#include "platform/lock.h"
+#include "platform/owned.h"
+
+HANDLE g_hGlobalEvents[kGlobalEventCount] = {};
+
+namespace {
+
+// Shared by all that use a handle and by those that create and close them: a handler's thread,
+// which nobody waits for, never signals a handle that is being closed under it.
+CriticalSection g_lock;
+
+bool IsEvent(int slot) { return slot < kFirstTimer; }
+
+}  // namespace
+
+void createGlobalEvents()
+{
+    for (int slot = 0; slot < kGlobalEventCount; ++slot) {
+        const HANDLE created = IsEvent(slot) ? CreateEventW(nullptr, TRUE, FALSE, nullptr)
+                                             : CreateWaitableTimerW(nullptr, FALSE, nullptr);
+        if (created) {
+            const ScopedLock lock(g_lock);
+            g_hGlobalEvents[slot] = created;
+        } else if (IsEvent(slot)) {
+            Log(4, L"createGlobalEvents", L"CreateEvent (%d) failed", slot);
+        } else {
+            Log(4, L"createGlobalEvents", L"CreateWaitabletimer (%d) failed", slot);
+        }
+    }
+}
+
+void closeGlobalEvents()
+{
+    const ScopedLock lock(g_lock);
+    for (HANDLE& handle : g_hGlobalEvents) {
+        const OwnedHandle closed(std::exchange(handle, nullptr));
+    }
+}
+
+bool HasGlobalEvent(GlobalEvent slot)
+{
+    const ScopedLock lock(g_lock);
+    return g_hGlobalEvents[slot] != nullptr;
+}
+
+bool SignalGlobalEvent(GlobalEvent event)
+{
+    const ScopedLock lock(g_lock);
+    if (!g_hGlobalEvents[event]) return false;
+    SetEvent(g_hGlobalEvents[event]);
+    return true;
+}
+
+void ResetGlobalEvent(GlobalEvent event)
+{
+    const ScopedLock lock(g_lock);
+    if (g_hGlobalEvents[event]) ResetEvent(g_hGlobalEvents[event]);
+}
+
+BOOL ArmGlobalTimer(GlobalEvent timer, LONGLONG due, DWORD periodMs, BOOL resume)
+{
+    const ScopedLock lock(g_lock);
+    if (!g_hGlobalEvents[timer]) return FALSE;
+    LARGE_INTEGER time;
+    time.QuadPart = due;
+    return SetWaitableTimer(g_hGlobalEvents[timer], &time, static_cast<LONG>(periodMs), nullptr,
+                            nullptr, resume);
+}
+
+void CancelGlobalTimer(GlobalEvent timer)
+{
+    const ScopedLock lock(g_lock);
+    if (g_hGlobalEvents[timer]) CancelWaitableTimer(g_hGlobalEvents[timer]);
+}

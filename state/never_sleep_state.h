@@ -1,0 +1,173 @@
+// The never-sleep state machine: the one current state of the service, what its decisions rest on,
+// and the objects that carry them out.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/base.h"
+#include "state/owned_object.h"
+
+class CAudioManager;
+class CDriverApi;
+class CPowerPolicyManager;
+class CUserProcess;
+struct tagWTSSESSION_NOTIFICATION;
+
+// HOLV_ACTIVE, HOLV_IDLE and HOLV_DND are also the mode numbers that the platform device is told.
+enum ESystemState : std::int32_t
+{
+    S0_NORMAL = 0,    // in normal use
+    HOLV_ACTIVE = 1,  // never-sleep mode, with the processor usage watched
+    HOLV_IDLE = 2,    // never-sleep mode, with little for the processor to do
+    HOLV_DND = 3,     // never-sleep mode within the do-not-disturb hours
+    HOLV_S3 = 4,      // suspending or suspended
+    HOLV_INIT = 5,    // not started, or the feature is off
+};
+
+// A state's name as log lines show it; "" for a value that is no state.
+const wchar_t* StateName(ESystemState state);
+
+// One machine in a process: all its data and operations are static.
+//
+// The event loop's thread runs most of it, but the control handler's thread, the thread of the
+// control interface and short-lived threads call EnterNeverSleepState, EnterS3State, StopNeverSleep
+// and others while the loop is inside an operation. So no operation holds a lock. Each member is an
+// atomic value of its own, read and written whole; an owned object is kept alive by whoever took
+// it. Only a change of state takes a small lock: m_eSystemState and m_ePreviousState change
+// together, and the line that tells of it is written before the next change, so that in the log
+// every change starts at the state where the one before it ended (but for the machine's start and
+// end and the feature's going off, which change the state without a line).
+class CNeverSleepState
+{
+public:
+    // --- The event loop (event_loop.cpp) ---
+
+    // The state machine's life, from its initialisation to its tear-down: acts on g_hGlobalEvents
+    // until EVENT_SERVICE_STOP or until a wait fails. On a thread of its own.
+    static void Run();
+
+    // --- Entries and leaves (transitions.cpp) ---
+
+    static void EnterNormalS0State();
+    static void EnterNeverSleepActiveState();
+    static void EnterNeverSleepIdleState();
+    static void EnterNeverSleepDoNotDisturbState();
+    static void EnterS3State();
+
+    // Chooses the never-sleep state for the time of day and signals its event.
+    static void EnterNeverSleepState();
+
+    // Undoes what the current never-sleep state set up, before `target` is entered. It does not
+    // change the state: the entry that follows does.
+    static void LeaveNeverSleepState(ESystemState target);
+    static void LeaveNeverSleepActiveState();
+    static void LeaveNeverSleepDoNotDisturbState();
+
+    // Makes `state` the current state, and logs the change.
+    static void UpdateState(ESystemState state);
+
+    // --- The power requests (transitions.cpp) ---
+
+    // Holds or releases the away-mode request, as the never-sleep decision has it.
+    static void ConfigureAwayMode(BOOL bAc);
+    // The same for the system-required request: while it is held, the service and not the system
+    // decides on sleep by idleness.
+    static void ConfigureSystemRequired(BOOL bAc);
+    static void ConfigurePowerRequests();
+
+    // Whether the machine is on AC power; TRUE without a power policy manager, who would know.
+    static BOOL OnAc();
+
+    // --- Start and end (transitions.cpp) ---
+
+    static void InitializeState();
+    static void UninitializeState();
+
+    // The feature comes on, or goes off. StartNeverSleep always returns TRUE.
+    static BOOL StartNeverSleep();
+    static void StopNeverSleep();
+
+    // --- Idle, do-not-disturb and delayed-entry timers (timers.cpp) ---
+
+    static BOOL CheckIfDoNotDisturbTime();
+    static void CreateDoNotDisturbTimer();
+    static void OnEnterNeverSleepDoNotDisturbTime();
+    static void OnLeaveNeverSleepDoNotDisturbTime();
+    static void RefreshDoNotDisturbState();
+    static void MonitorIdleTimer();
+    static void EnterNeverSleepStateWithDelay();
+    static void OnDelayedNeverSleepStateEntry();
+
+    // --- Processor and battery monitors (monitors.cpp) ---
+
+    static void StartCpuUsageMonitor();
+    static void MonitorCpuUsage();
+    static void StopCpuUsageMonitor();
+    static void MonitorBatteryUsage();
+
+    // --- Suspend, resume and sleep (sleep.cpp) ---
+
+    // Asks for sleep on a thread of its own and returns at once.
+    static void GotToSleepNow();
+    static void OnSuspend();
+    static void OnResume(BOOL attended);
+    static BOOL IsDisplayRequiredSet();
+
+    // --- What the system announces (platform_events.cpp) ---
+
+    static void OnAwayModeEvent(DWORD state);
+    static void OnDisplayStateChange(DWORD state);
+    static void OnUserPresenceEvent(DWORD presence);
+    static void OnPowerSourceChange(DWORD source);
+    static void OnSleepTimeoutChange(DWORD seconds);
+    static void OnPowerOptionChanged(const GUID& personality);
+    static void OnSessionChange(DWORD eventType, const tagWTSSESSION_NOTIFICATION* notification);
+    static void OnSystemTimeChange();
+
+    // --- Audio mute policy (audio_policy.cpp) ---
+
+    static BOOL GetDesiredMuteState(BOOL cached);
+    static BOOL RecordAudioDeviceMuteState();
+    static BOOL EnforceHolvMuteState();
+    static BOOL AudioAndSusResEventsAreInWindow();
+    static void OnDefaultAudioDeviceCallbackReceived();
+
+    // --- Helper programs in the user's session (helpers.cpp) ---
+
+    static BOOL IsLyncInstalled();
+    static void StartMonitorMicrosoftLyncActivity();
+    static void StopMonitorMicrosoftLyncActivity();
+    static void LockUserAccount();
+    static BOOL ShowLyncControls();
+
+    // --- The state record ---
+
+    static std::atomic<ESystemState> m_eSystemState;
+    static std::atomic<ESystemState> m_ePreviousState;  // before the last change
+
+    static std::atomic<BOOL> m_bSeenDndStart;             // within the do-not-disturb interval
+    static std::atomic<BOOL> m_bBatteryThresholdCrossed;  // the charge is too low, on battery
+    static std::atomic<BOOL> m_bOverride;      // the user woke the machine: no never-sleep entry
+    static std::atomic<BOOL> m_bAttendedWake;  // and woke it since the last suspend
+    static std::atomic<BOOL> m_bInAwayMode;
+    static std::atomic<BOOL> m_bIsWindows7;
+    static std::atomic<BOOL> m_bDisplayRequired;    // a process requires the display
+    static std::atomic<BOOL> m_bIdleExpiryPending;  // the idle time-out was seen expired once
+
+    // Tick counts in milliseconds.
+    static std::atomic<std::uint64_t> m_ullLastSusResEventTime;  // suspend, resume, away mode
+    static std::atomic<std::uint64_t> m_ullLastAudioEventTime;
+
+    static OwnedObject<CAudioManager> m_pAudioManager;
+    static OwnedObject<CPowerPolicyManager> m_pPowerPolicyManager;
+    static OwnedObject<CDriverApi> m_pDriverApi;  // empty without the platform device
+    static OwnedObject<CUserProcess> m_pLyncMonitor;
+
+private:
+    // Changes the two states, without a line in the log; the caller has the lock.
+    static void SetStates(ESystemState previous, ESystemState state);
+};
+
+// Writes the system's list of outstanding power requests to the log.
+void LogOutstandingPowerRequests();

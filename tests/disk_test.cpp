@@ -1,0 +1,331 @@
+// The disk, pipes, the console and the debugger's ear, as a process of the PC meets them.
+
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <stdexcept>
+
+#include "platform/module.h"
+#include "platform/owned.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const wchar_t* kFile = LR"(C:\ProgramData\notes.txt)";
+constexpr DWORD kCreateNew = 1;  // a disposition that this PC does not know
+constexpr DWORD kNegativeSeek = 131;
+constexpr DWORD kPipeBusy = 231;
+
+OwnedFile Open(const wchar_t* path, DWORD disposition = OPEN_ALWAYS, DWORD access = GENERIC_WRITE)
+{
+    return OwnedFile(CreateFileW(path, access, FILE_SHARE_READ, nullptr, disposition,
+                                 FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+// The bytes taken; on failure the error code with its sign turned.
+int Write(HANDLE file, std::string_view bytes)
+{
+    DWORD written = 77;
+    if (WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) {
+        return static_cast<int>(written);
+    }
+    EXPECT_EQ(written, 0u);
+    return -static_cast<int>(GetLastError());
+}
+
+class DiskTest : public VirtualPcTest
+{
+};
+
+TEST_F(DiskTest, PathsAreFoundWhateverTheirLetterCaseAndKeepTheSpellingTheyWereMadeWith)
+{
+    pc.disk.Write(LR"(C:\Program Files\Orbeq\Straße.TXT)", "here");
+    EXPECT_EQ(pc.disk.Read(LR"(c:/PROGRAM FILES\.\orbeq\\straße.txt)"), "here");
+    pc.disk.Write(LR"(C:\PROGRAM FILES\orbeq\New.txt)", "there");
+    EXPECT_EQ(pc.disk.HostPath(LR"(C:\program files\ORBEQ\new.TXT)"),
+              pc.disk.HostPath(LR"(C:\)") / "Program Files" / "Orbeq" / "New.txt");
+    EXPECT_EQ(pc.disk.Read(LR"(C:\Program Files\Orbeq)"), std::nullopt) << "a folder is no file";
+    EXPECT_EQ(pc.disk.Read(LR"(C:\Program Files\Missing.txt)"), std::nullopt);
+
+    for (const wchar_t* path : {L"", L"C", L"notes.txt", L"C:notes.txt", LR"(D:\notes.txt)",
+                                LR"(\notes.txt)", LR"(C:\ProgramData\..\..\etc\passwd)"}) {
+        EXPECT_THROW(pc.disk.HostPath(path), std::invalid_argument) << ToUtf8(path);
+    }
+}
+
+TEST(DiskOfAMachine, IsThrownAwayWithItUnlessItHasAPlaceToBeKept)
+{
+    fs::path own;
+    {
+        const Machine pc;
+        own = pc.disk.HostPath(LR"(C:\)");
+        EXPECT_TRUE(fs::is_directory(pc.disk.HostPath(LR"(C:\Windows)")));
+    }
+    EXPECT_FALSE(fs::exists(own));
+
+    const fs::path root =
+        fs::temp_directory_path() / ("disk_test." + std::to_string(::getpid())) / "pc";
+    {
+        Machine pc({.root = root});
+        pc.disk.Write(kFile, "kept");
+    }
+    {
+        const Machine pc({.root = root});
+        EXPECT_EQ(pc.disk.Read(kFile), "kept");
+    }
+    fs::remove_all(root.parent_path());
+}
+
+TEST_F(DiskTest, OpeningTellsWhatItFoundAndWhyItCouldNot)
+{
+    struct Case
+    {
+        const wchar_t* path;
+        DWORD disposition;
+        bool opens;
+        DWORD error;
+        const char* bytes_after;
+    };
+    const Case cases[] = {
+        {kFile, OPEN_EXISTING, false, ERROR_FILE_NOT_FOUND, nullptr},
+        {kFile, OPEN_ALWAYS, true, NO_ERROR, ""},
+        {kFile, OPEN_ALWAYS, true, ERROR_ALREADY_EXISTS, ""},
+        {LR"(C:\Windows\old.txt)", OPEN_ALWAYS, true, ERROR_ALREADY_EXISTS, "old"},
+        {LR"(c:\windows\OLD.txt)", OPEN_EXISTING, true, ERROR_GEN_FAILURE, "old"},
+        {LR"(C:\Windows\old.txt)", CREATE_ALWAYS, true, ERROR_ALREADY_EXISTS, ""},
+        {LR"(C:\Windows\new.txt)", CREATE_ALWAYS, true, NO_ERROR, ""},
+        {LR"(C:\Windows\new.txt)", kCreateNew, false, ERROR_INVALID_PARAMETER, ""},
+        {LR"(C:\Windows)", OPEN_EXISTING, false, ERROR_ACCESS_DENIED, nullptr},
+        {LR"(C:\Missing\x.txt)", OPEN_ALWAYS, false, ERROR_PATH_NOT_FOUND, nullptr},
+        {LR"(C:\Windows\old.txt\x)", OPEN_ALWAYS, false, ERROR_PATH_NOT_FOUND, nullptr},
+        {LR"(C:\Windows\..\x.txt)", OPEN_ALWAYS, false, ERROR_PATH_NOT_FOUND, nullptr},
+        {LR"(X:\x.txt)", OPEN_ALWAYS, false, ERROR_PATH_NOT_FOUND, nullptr},
+        {LR"(\\.\pipe\nobody)", OPEN_EXISTING, false, ERROR_FILE_NOT_FOUND, nullptr},
+        {LR"(\\?\no#such#device)", OPEN_EXISTING, false, ERROR_FILE_NOT_FOUND, nullptr},
+    };
+    pc.disk.Write(LR"(C:\Windows\old.txt)", "old");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(ToUtf8(c.path) + ", disposition " + std::to_string(c.disposition));
+        RunAsProcess([&] {
+            SetLastError(ERROR_GEN_FAILURE);
+            const OwnedFile file = Open(c.path, c.disposition);
+            EXPECT_EQ(GetLastError(), c.error);
+            EXPECT_EQ(static_cast<bool>(file), c.opens);
+        });
+        if (!c.bytes_after) continue;
+        EXPECT_EQ(pc.disk.Read(c.path), c.bytes_after);
+    }
+}
+
+TEST_F(DiskTest, FoldersAreMadeOneAtATime)
+{
+    RunAsProcess([] {
+        const std::pair<const wchar_t*, DWORD> cases[] = {
+            {LR"(C:\ProgramData\Orbeq\Holv)", ERROR_PATH_NOT_FOUND},
+            {LR"(C:\ProgramData\Orbeq)", NO_ERROR},
+            {LR"(C:\ProgramData\Orbeq\Holv)", NO_ERROR},
+            {LR"(C:\programdata\ORBEQ)", ERROR_ALREADY_EXISTS},
+        };
+        for (const auto& [path, error] : cases) {
+            SetLastError(NO_ERROR);
+            EXPECT_EQ(CreateDirectoryW(path, nullptr), error == NO_ERROR) << ToUtf8(path);
+            EXPECT_EQ(GetLastError(), error) << ToUtf8(path);
+        }
+    });
+    EXPECT_TRUE(fs::is_directory(pc.disk.HostPath(LR"(C:\ProgramData\Orbeq\Holv)")));
+}
+
+TEST_F(DiskTest, TheFilePointerMovesInSignedSteps)
+{
+    struct Step
+    {
+        LONG distance;
+        std::optional<LONG> high;
+        DWORD method;
+        DWORD result;
+        DWORD error;
+        LONG high_after = 0;
+    };
+    constexpr DWORD kFailed = INVALID_SET_FILE_POINTER;
+    const Step steps[] = {
+        {3, {}, FILE_BEGIN, 3, ERROR_GEN_FAILURE},
+        {-1, {}, FILE_CURRENT, 2, ERROR_GEN_FAILURE},
+        {-3, {}, FILE_CURRENT, kFailed, kNegativeSeek},
+        {-4, {}, FILE_END, 6, ERROR_GEN_FAILURE},
+        {0, {}, 3, kFailed, ERROR_INVALID_PARAMETER},
+        {-1, 0, FILE_BEGIN, kFailed, NO_ERROR},  // 4 GB less a byte, and no failure
+        {0, {}, FILE_CURRENT, kFailed, NO_ERROR},
+        {1, {}, FILE_CURRENT, kFailed, ERROR_INVALID_PARAMETER},
+        {1, 0, FILE_CURRENT, 0, ERROR_GEN_FAILURE, 1},
+        {-8, -1, FILE_CURRENT, 0xFFFFFFF8, ERROR_GEN_FAILURE, 0},
+        {-1, 0x7FFFFFFF, FILE_CURRENT, kFailed, ERROR_INVALID_PARAMETER, 0x7FFFFFFF},
+    };
+    pc.disk.Write(kFile, "0123456789");
+    RunAsProcess([&] {
+        const OwnedFile file = Open(kFile);
+        for (const Step& step : steps) {
+            SCOPED_TRACE("step " + std::to_string(&step - steps));
+            SetLastError(ERROR_GEN_FAILURE);
+            LONG high = step.high.value_or(0);
+            EXPECT_EQ(
+                SetFilePointer(file.Get(), step.distance, step.high ? &high : nullptr, step.method),
+                step.result);
+            EXPECT_EQ(GetLastError(), step.error);
+            EXPECT_EQ(high, step.high_after);
+        }
+    });
+}
+
+TEST_F(DiskTest, WritesLandAtThePositionAndAreTold)
+{
+    std::vector<std::string> told;
+    pc.journal.Listen([&](const Effect& effect) {
+        if (effect.kind != "write") return;
+        told.push_back(ToUtf8(effect.Text("path")) + " " + std::to_string(effect.Number("offset")) +
+                       " " + ToUtf8(effect.Text("text")));
+    });
+    RunAsProcess([] {
+        const OwnedFile file = Open(kFile);
+        EXPECT_EQ(Write(file.Get(), "first "), 6);
+        EXPECT_EQ(Write(file.Get(), "second \xFC"), 8);
+        SetFilePointer(file.Get(), 0, nullptr, FILE_BEGIN);
+        EXPECT_EQ(Write(file.Get(), "FIRST"), 5);
+        EXPECT_EQ(Write(file.Get(), ""), 0);
+        EXPECT_TRUE(FlushFileBuffers(file.Get()));
+
+        const OwnedFile reader = Open(kFile, OPEN_EXISTING, GENERIC_READ);
+        EXPECT_EQ(Write(reader.Get(), "x"), -ERROR_ACCESS_DENIED);
+        EXPECT_FALSE(FlushFileBuffers(reader.Get()));
+        EXPECT_EQ(Write(INVALID_HANDLE_VALUE, "x"), -ERROR_INVALID_HANDLE);
+    });
+    EXPECT_EQ(pc.disk.Read(kFile), "FIRST second \xFC");
+    const std::string path = ToUtf8(kFile);
+    EXPECT_EQ(told, (std::vector<std::string>{path + " 0 first ", path + " 6 second ü",
+                                              path + " 0 FIRST"}));
+}
+
+TEST_F(DiskTest, AFullDiskTakesWhatFitsAndStillLetsOldBytesBeWrittenOver)
+{
+    pc.disk.space_left = 5;
+    RunAsProcess([] {
+        const OwnedFile file = Open(kFile);
+        EXPECT_EQ(Write(file.Get(), "12345678"), 5);
+        EXPECT_EQ(Write(file.Get(), "6"), -ERROR_DISK_FULL);
+        SetFilePointer(file.Get(), 3, nullptr, FILE_BEGIN);
+        EXPECT_EQ(Write(file.Get(), "abc"), 2);
+    });
+    EXPECT_EQ(pc.disk.Read(kFile), "123ab");
+    EXPECT_EQ(pc.disk.space_left, 0u);
+}
+
+TEST_F(DiskTest, APipeTakesOneWriterUntilItsListenerHangsUp)
+{
+    constexpr const wchar_t* kPipe = LR"(\\.\PIPE\holv)";
+    const auto listener = pc.disk.Listen(L"Holv");
+    EXPECT_THROW(pc.disk.Listen(L"HOLV"), std::invalid_argument);
+    RunAsProcess([&] {
+        OwnedFile first = Open(kPipe, OPEN_EXISTING);
+        EXPECT_TRUE(listener->connected);
+        EXPECT_FALSE(Open(kPipe, OPEN_EXISTING)) << "its one end is taken";
+        EXPECT_EQ(GetLastError(), kPipeBusy);
+        EXPECT_EQ(Write(first.Get(), "one\r\r"), 5);
+        first.Reset();
+        EXPECT_FALSE(listener->connected);
+
+        const OwnedFile second = Open(kPipe, OPEN_EXISTING);
+        EXPECT_EQ(Write(second.Get(), "two"), 3);
+        pc.disk.Hangup(listener);
+        EXPECT_EQ(Write(second.Get(), "three"), -ERROR_NO_DATA);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_DATA});
+        EXPECT_FALSE(Open(kPipe, OPEN_EXISTING));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    });
+    EXPECT_EQ(listener->heard, "one\r\rtwo");
+}
+
+TEST_F(DiskTest, TheConsoleGetsUtf8)
+{
+    std::wstring printed;
+    pc.journal.Listen([&](const Effect& effect) {
+        if (effect.kind == "console") printed += effect.Text("text");
+    });
+    constexpr wchar_t kText[] = L"a ü € 😀";
+    constexpr std::string_view kBytes = "a ü € 😀";
+    RunAsProcess([&] {
+        const auto convert = [&](const wchar_t* text, int count, int size, UINT page = CP_UTF8) {
+            std::array<char, 32> bytes{};
+            const int used =
+                WideCharToMultiByte(page, 0, text, count, bytes.data(), size, nullptr, nullptr);
+            return std::pair(used, std::string(bytes.data()));
+        };
+        const int size = static_cast<int>(kBytes.size());
+        EXPECT_EQ(convert(kText, -1, 0).first, size + 1) << "with the terminator";
+        EXPECT_EQ(convert(kText, std::size(kText) - 1, size), std::pair(size, std::string(kBytes)));
+        EXPECT_EQ(convert(kText, -1, size).first, 0) << "a byte too few";
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+        EXPECT_EQ(convert(L"\xD800", 1, 32).second, "\xEF\xBF\xBD");
+        EXPECT_EQ(convert(kText, -1, 32, 1252).first, 0);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+
+        EXPECT_EQ(Write(GetStdHandle(STD_OUTPUT_HANDLE), kBytes), size);
+        EXPECT_EQ(GetStdHandle(0), INVALID_HANDLE_VALUE);
+    });
+    EXPECT_EQ(pc.outputs.console(), kBytes);
+    EXPECT_EQ(printed, kText);
+    for (const char* bad : {"\x80", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF8", "\xE2\x82"}) {
+        EXPECT_EQ(FromUtf8(bad).front(), L'\xFFFD') << "not UTF-8, number " << bad[0] + 0;
+    }
+}
+
+TEST_F(DiskTest, TheDebuggerHearsWhatIsSaidUnlessAFaultSwallowsItOrRaises)
+{
+    RunAsProcess([&] {
+        OutputDebugStringW(L"wide €");
+        OutputDebugStringA("narrow \xFC");
+        OutputDebugStringW(nullptr);
+        EXPECT_EQ(pc.faults.Set("OutputDebugStringW", {}), std::nullopt);
+        OutputDebugStringW(L"swallowed");
+        pc.faults.Set("OutputDebugStringW", {.error = 0xC0000005, .raise = true});
+        EXPECT_THROW(OutputDebugStringW(L"raised"), RaisedException);
+    });
+    ASSERT_EQ(pc.outputs.debug().size(), 2u);
+    EXPECT_EQ(pc.outputs.debug()[0].text, L"wide €");
+    EXPECT_TRUE(pc.outputs.DebugSaid(L"narrow ü"));
+    EXPECT_FALSE(pc.outputs.DebugSaid(L"swallowed"));
+}
+
+TEST_F(DiskTest, TheDataFolderIsToldInMemoryThatIsCounted)
+{
+    left_open_is_expected = true;
+    RunAsProcess([&] {
+        const auto ask = [](DWORD flags, PWSTR* path) {
+            return static_cast<DWORD>(
+                SHGetKnownFolderPath(FOLDERID_ProgramData, flags, nullptr, path));
+        };
+        OwnedTaskString path;
+        EXPECT_EQ(ask(0, path.Receive()), DWORD{S_OK});
+        EXPECT_STREQ(path.Get(), LR"(C:\ProgramData)");
+
+        const fs::path folder = pc.disk.HostPath(LR"(C:\ProgramData)");
+        fs::remove(folder);
+        EXPECT_EQ(ask(0, path.Receive()), 0x80070002);
+        EXPECT_EQ(path.Get(), nullptr);
+        EXPECT_EQ(ask(KF_FLAG_CREATE, path.Receive()), DWORD{S_OK});
+        EXPECT_TRUE(fs::is_directory(folder));
+
+        pc.faults.Set("SHGetKnownFolderPath", {.error = 0x80070005});
+        EXPECT_EQ(ask(0, path.Receive()), 0x80070005);
+        PWSTR forgotten = nullptr;
+        EXPECT_EQ(ask(0, &forgotten), DWORD{S_OK});
+    });
+    const auto& left = pc.processes().front()->left_open();
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left.front().kind, "task memory");
+}
+
+}  // namespace

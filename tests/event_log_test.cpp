@@ -1,0 +1,192 @@
+// The event log: what a process reports, and what the viewer makes of it.
+
+#include <unistd.h>
+
+#include <fstream>
+#include <stdexcept>
+
+#include "platform/owned.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr const wchar_t* kSource = L"Orbeq( R ) HOLV";
+constexpr const wchar_t* kSourceKey =
+    LR"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orbeq( R ) HOLV)";
+constexpr const wchar_t* kModule = LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)";
+
+class EventLogTest : public VirtualPcTest
+{
+protected:
+    void SetUp() override
+    {
+        m_file = std::filesystem::temp_directory_path() /
+                 ("event_log_test." + std::to_string(::getpid()) + ".mc");
+    }
+    void TearDown() override
+    {
+        std::filesystem::remove(m_file);
+        VirtualPcTest::TearDown();
+    }
+
+    void RegisterSource(const wchar_t* files)
+    {
+        for (const wchar_t* value : {L"EventMessageFile", L"CategoryMessageFile"}) {
+            pc.registry.Set(kSourceKey, value, RegistryValue::String(files, REG_EXPAND_SZ));
+        }
+    }
+
+    // Gives the module these messages.
+    void AddMessages(std::string_view text)
+    {
+        std::ofstream(m_file, std::ios::binary) << text;
+        pc.event_log.AddMessageFile(kModule, m_file);
+    }
+
+    void Report(WORD type, WORD category, DWORD id, std::vector<LPCWSTR> strings)
+    {
+        RunAsProcess([&] {
+            const OwnedEventSource source(RegisterEventSourceW(nullptr, kSource));
+            char data[] = {1, 2};
+            EXPECT_TRUE(ReportEventW(source.Get(), type, category, id, nullptr,
+                                     static_cast<WORD>(strings.size()), sizeof(data),
+                                     strings.data(), data));
+        });
+    }
+
+    std::filesystem::path m_file;
+};
+
+TEST_F(EventLogTest, TheServicesEventsReadAsTheyWereReported)
+{
+    std::wstring told;
+    pc.journal.Listen([&](const Effect& effect) {
+        if (effect.kind == "event") told = effect.Text("source") + L": " + effect.Text("text");
+    });
+    RegisterSource(LR"(c:\program files\orbeq\holv\holvservice.EXE)");
+    pc.event_log.AddMessageFile(
+        kModule, std::filesystem::path(HOLV_SOURCE_DIR) / "resources" / "HOLVService.mc");
+    pc.RunFor(90s);
+    Report(EVENTLOG_WARNING_TYPE, 1, 2000, {L"HOLV - Here   100% %1 done"});
+
+    ASSERT_EQ(pc.event_log.records().size(), 1u);
+    const EventRecord& record = pc.event_log.records().front();
+    EXPECT_EQ(pc.event_log.Text(record), L"HOLV - Here   100% %1 done");
+    EXPECT_EQ(pc.event_log.Category(record), L"NeverSleep Agent Service");
+    EXPECT_EQ(record.type, EVENTLOG_WARNING_TYPE);
+    EXPECT_EQ(FormatCalendar(record.clock), "2026-03-02 08:01:30.000");
+    EXPECT_EQ(record.data, (std::vector<BYTE>{1, 2}));
+    EXPECT_EQ(told, L"Orbeq( R ) HOLV: HOLV - Here   100% %1 done");
+}
+
+TEST_F(EventLogTest, WithoutTheMessageTheViewerShowsOnlyWhatCameWithTheEvent)
+{
+    constexpr const wchar_t* kUnknown =
+        L"The description for Event ID 2000 from source Orbeq( R ) HOLV cannot be found. The "
+        L"following information was included with the event: one; two";
+    Report(EVENTLOG_SUCCESS, 1, 2000, {L"one", L"two"});
+    const EventRecord& record = pc.event_log.records().front();
+    const auto expect_unknown = [&](const char* why) {
+        EXPECT_EQ(pc.event_log.Text(record), kUnknown) << why;
+        EXPECT_EQ(pc.event_log.Category(record), L"(1)") << why;
+    };
+    expect_unknown("the source is not registered");
+    RegisterSource(kModule);
+    expect_unknown("the module has no messages");
+    AddMessages("MessageId=3\nLanguage=English\nthree\n.\n");
+    expect_unknown("the module has other messages");
+    AddMessages("MessageId=1\nLanguage=English\nFirst\n.\n");
+    EXPECT_EQ(pc.event_log.Category(record), L"First");
+
+    pc.registry.DeleteKey(kSourceKey);
+    expect_unknown("the source is registered no more");
+    EXPECT_EQ(pc.event_log.Category(EventRecord{}), L"None");
+}
+
+TEST_F(EventLogTest, InsertionsAreReplacedInTheMessage)
+{
+    RegisterSource(LR"(C:\Windows\other.dll;C:\Program Files\Orbeq\Holv\HOLVService.exe)");
+    AddMessages(
+        "; a comment\r\nMessageIdTypedef=DWORD\r\n"
+        "LanguageNames=(English=0x409:MSG00409 German=0x407:MSG00407)\r\n\r\n"
+        "MessageId=0x10\r\nSymbolicName=A\r\nLanguage=German\r\nnein\r\n.\r\n"
+        "Language=English\r\n%2, then %1\r\nand ; %3%% %%1\r\n.\r\n"
+        "MessageId=\nLanguage=English\nbroken%nline%0 and no more\n.\n"
+        "MessageId=40\nLanguage=English\n %12|%4|%. %\n.\n");
+    const std::pair<DWORD, std::wstring> cases[] = {
+        {16, L"b, then a\r\nand ; c% %1"},
+        {17, L"broken\r\nline"},
+        {40, L" l|d|. %"},
+    };
+    for (const auto& [id, text] : cases) {
+        EventRecord record;
+        record.source = kSource;
+        record.event_id = id;
+        for (wchar_t letter = L'a'; letter <= L'l'; ++letter)
+            record.strings.emplace_back(1, letter);
+        EXPECT_EQ(pc.event_log.Text(record), text) << "message " << id;
+        record.strings.clear();
+        EXPECT_EQ(pc.event_log.Text(record).find(L'%') != std::wstring::npos, id != 17);
+    }
+}
+
+TEST_F(EventLogTest, ABadMessageFileIsNamedWithItsLine)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"MessageId=1\nSeverity=Error\n", ":2: unknown keyword \"Severity\""},
+        {"MessageId=1x\n", ":1: a number expected, not \"1x\""},
+        {"\nhello\n", ":2: KEYWORD=VALUE expected, not \"hello\""},
+        {"Language=English\nx\n.\n", ":1: a text without a MessageId"},
+        {"MessageId=1\nLanguage=Latin\nx\n.\n", ":2: unknown language \"Latin\""},
+        {"MessageId=1\nLanguage=English\nx\n", ":2: the text has no closing \".\""},
+        {"MessageId=1\n\nMessageId=2\n", ":3: message 1 has no text"},
+        {"MessageId=1\n", ":1: message 1 has no text"},
+        {"MessageId=1\nLanguage=English\n\xC3\xBC\n.\n", ":3: a character that is not ASCII"},
+        {"MessageId=1\nLanguage=English\n.\nLanguage=English\n.\n",
+         ":5: a second text of message 1"},
+        {"LanguageNames=(English)\n", ":1: NAME=NUMBER:FILE expected, not \"English\""},
+        {"LanguageNames=English=1:X\n", ":1: LanguageNames=(...) expected"},
+    };
+    for (const auto& [text, error] : cases) {
+        try {
+            AddMessages(text);
+            ADD_FAILURE() << "this was taken:\n" << text;
+        } catch (const std::runtime_error& caught) {
+            EXPECT_EQ(caught.what(), m_file.string() + error);
+        }
+    }
+    EXPECT_THROW(pc.event_log.AddMessageFile(kModule, "/no/such/file"), std::runtime_error);
+}
+
+TEST_F(EventLogTest, ASourceIsGivenBackAndStandsForNothingElse)
+{
+    left_open_is_expected = true;
+    RunAsProcess([&] {
+        LPCWSTR string = L"text";
+        const auto report = [&](HANDLE log) {
+            return ReportEventW(log, EVENTLOG_SUCCESS, 0, 0, nullptr, 1, 0, &string, nullptr);
+        };
+        const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        EXPECT_FALSE(report(event.Get()));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_FALSE(DeregisterEventSource(event.Get()));
+        EXPECT_EQ(RegisterEventSourceW(nullptr, L""), nullptr);
+        EXPECT_EQ(RegisterEventSourceW(L"another-pc", kSource), nullptr);
+
+        pc.faults.Set("ReportEventW", {.error = 1502});  // the log is full
+        const OwnedEventSource source(RegisterEventSourceW(nullptr, kSource));
+        EXPECT_FALSE(report(source.Get()));
+        EXPECT_EQ(GetLastError(), 1502u);
+        EXPECT_TRUE(report(source.Get()));
+        EXPECT_NE(RegisterEventSourceW(nullptr, L"forgotten"), nullptr);
+    });
+    EXPECT_EQ(pc.event_log.records().size(), 1u);
+    const auto& left = pc.processes().front()->left_open();
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left.front().kind, "event source");
+    EXPECT_EQ(left.front().name, L"forgotten");
+}
+
+}  // namespace

@@ -1,0 +1,413 @@
+// The log: what reaches which output, and every byte of the file. One process of the PC for each
+// test, since the writer lives as long as its process.
+
+#include <cstdio>
+#include <map>
+#include <regex>
+
+#include "log/event_source.h"
+#include "log/log.h"
+#include "log/log_file.h"
+#include "platform/owned.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr const wchar_t* kPipe = L"ZYTA_HOLV_IP1";
+constexpr std::string_view kEnd = "\r\n\r\r";
+constexpr std::string_view kRule = "=====================================================";
+
+// A line of the log as it stands in the file, written at 14:03:27.512.
+std::string Line(DWORD thread, std::string_view text, DWORD level, std::string_view end = kEnd)
+{
+    char head[64];
+    char tail[64];
+    std::snprintf(head, sizeof(head), "14:03:27:512,[t:0x%X] : ", static_cast<unsigned>(thread));
+    std::snprintf(tail, sizeof(tail), " [L=%u][M=NeverSleep]", static_cast<unsigned>(level));
+    return std::string(head).append(text).append(tail).append(end);
+}
+
+std::vector<std::string> Lines(std::string_view bytes)
+{
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; (at = bytes.find(kEnd)) != bytes.npos;) {
+        lines.emplace_back(bytes.substr(0, at));
+        bytes.remove_prefix(at + kEnd.size());
+    }
+    EXPECT_EQ(bytes, "") << "after the last line";
+    return lines;
+}
+
+class LogTest : public VirtualPcTest
+{
+protected:
+    explicit LogTest(const Machine::Options& options = {.free = kRunFree}) : VirtualPcTest(options)
+    {
+        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        g_dwLoggingLevel = 6;
+        g_dwLoggingEnabled = kLogToFile;
+    }
+
+    // Runs `body` in a process at 14:03:27.512.
+    void RunAtTheTime(const std::function<void()>& body)
+    {
+        RunAsProcess([&] {
+            Sleep(512);
+            thread = GetCurrentThreadId();
+            body();
+        });
+    }
+
+    std::vector<DebugLine> Debug() const { return pc.outputs.debug(); }
+
+    DWORD thread = 0;  // of the last process
+};
+
+TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
+{
+    RunAtTheTime([] {
+        Log(1, L"CNeverSleepState::EnterNormalS0State", L"%s entry", L"EnterNormalS0State");
+        Log(6, L"F", L"line end\n");
+        Log(2, L"F", L"caf\x00E9");
+        Log(2, L"F", L"not 8-bit: \x0142");
+        Log(2, L"F", L"");
+    });
+    const std::string bytes = LogBytes();
+    const std::size_t messages = bytes.find(Line(thread, "EnterNormalS0State entry", 1));
+    ASSERT_NE(messages, bytes.npos);
+    EXPECT_EQ(bytes.substr(messages),
+              Line(thread, "EnterNormalS0State entry", 1) + Line(thread, "line end\n", 6) +
+                  Line(thread, "caf\xE9", 2) + Line(thread, "", 2) + Line(thread, "", 2));
+
+    const std::string expected[] = {
+        std::string(kRule),
+        R"(Log set to file on 02\.03\.2026, at 14:03:27:512)",
+        R"(Executable: C:\\Program Files\\Orbeq\\Holv\\HOLVService\.exe)",
+        R"(Compile time : [A-Z][a-z]{2} [ 1-3]\d 20\d\d \d\d:\d\d:\d\d)",
+        R"(ProcessID: 0x400)",
+        R"(HOLV Build Version # \d+\.\d+\.\d+\.\d+)",
+        R"(Log File Size: 5MB)",
+        std::string(kRule),
+    };
+    const std::vector<std::string> header = Lines(std::string_view(bytes).substr(0, messages));
+    ASSERT_EQ(header.size(), std::size(expected));
+    const std::string head = R"(14:03:27:512,\[t:0x[0-9A-F]+\] : )";
+    for (std::size_t i = 0; i < header.size(); ++i) {
+        EXPECT_TRUE(std::regex_match(
+            header[i], std::regex(head + expected[i] + R"( \[L=5\]\[M=NeverSleep\])")))
+            << header[i];
+    }
+}
+
+TEST_F(LogTest, LevelAndMaskDecideWhichOutputsAMessageReaches)
+{
+    constexpr int kNoEvent = -1;
+    const struct
+    {
+        DWORD mask, most_verbose, level;
+        bool file, debugger, console;
+        int event_type;
+    } cases[] = {
+        // Before anything is written to the file: neither of these may even make it.
+        {0, 6, 3, false, false, false, kNoEvent},
+        {1, 4, 1, false, false, false, EVENTLOG_SUCCESS},
+        {1, 4, 3, false, false, false, EVENTLOG_ERROR_TYPE},
+        {1, 4, 4, false, false, false, EVENTLOG_WARNING_TYPE},
+        {1, 3, 4, false, false, false, kNoEvent},
+        {13, 6, 2, false, true, true, kNoEvent},
+        {7, 4, 6, false, false, false, kNoEvent},
+        {7, 4, 2, true, true, false, kNoEvent},
+        {7, 4, 4, true, true, false, EVENTLOG_WARNING_TYPE},
+        {15, 6, 6, true, true, true, kNoEvent},
+        {10, 6, 1, true, false, true, EVENTLOG_SUCCESS},
+    };
+    RunAtTheTime([&] {
+        for (const auto& each : cases) {
+            SCOPED_TRACE(::testing::Message() << "mask " << each.mask << " level " << each.level
+                                              << " of " << each.most_verbose);
+            const std::string file = LogBytes();
+            const std::size_t debugged = Debug().size();
+            const std::string console = pc.outputs.console();
+            const std::size_t events = pc.event_log.records().size();
+            g_dwLoggingEnabled = each.mask;
+            g_dwLoggingLevel = each.most_verbose;
+            Log(each.level, L"F", L"said %d", 1);
+
+            const std::string line = Line(thread, "said 1", each.level);
+            if (each.file) {
+                EXPECT_TRUE(LogBytes().ends_with(line) && LogBytes().size() > file.size());
+            } else {
+                EXPECT_EQ(LogBytes(), file);
+            }
+            EXPECT_EQ(Debug().size() - debugged, each.debugger ? 1u : 0u);
+            if (each.debugger) {
+                EXPECT_EQ(Debug().back().text, L"HOLV - F   said 1");
+            }
+            EXPECT_EQ(pc.outputs.console(), console + (each.console ? "F   said 1\n" : ""));
+            ASSERT_EQ(pc.event_log.records().size() - events,
+                      each.event_type == kNoEvent ? 0u : 1u);
+            if (each.event_type == kNoEvent) continue;
+            const EventRecord& event = pc.event_log.records().back();
+            EXPECT_EQ(event.type, each.event_type);
+            EXPECT_EQ(event.source, L"Orbeq( R ) HOLV");
+            EXPECT_EQ(event.category, 1);
+            EXPECT_EQ(event.event_id, 2000u);
+            EXPECT_EQ(event.strings, std::vector<std::wstring>{L"HOLV - F   said 1"});
+        }
+    });
+}
+
+TEST_F(LogTest, LongMessagesAreCutAtTheirLimitsAndLongLinesDropped)
+{
+    const std::size_t overhead = Line(0x1000, "", 3).size();
+    const std::wstring fits(1023 - overhead, L'f');
+    const std::wstring too_long(fits.size() + 1, L't');
+    const std::wstring endless(2000, L'\x00E9');
+    RunAtTheTime([&] {
+        Log(3, L"Fits", L"%s", fits.c_str());
+        Log(3, L"TooLong", L"%s", too_long.c_str());
+        g_dwLoggingEnabled = 15;
+        Log(3, L"Endless", L"%s", endless.c_str());
+    });
+    const std::string bytes = LogBytes();
+    EXPECT_TRUE(bytes.ends_with(Line(thread, std::string(fits.size(), 'f'), 3)));
+    EXPECT_EQ(Lines(bytes).size(), 9u) << "the header and the one line that fits";
+
+    const std::wstring cut = (L"HOLV - Endless   " + endless).substr(0, 1023);
+    EXPECT_EQ(pc.event_log.records().back().strings[0], cut);
+    EXPECT_EQ(Debug().back().text, cut);
+    std::string utf8 = "Endless   ";
+    for (int i = 0; i < 1023; ++i) utf8 += "\xC3\xA9";
+    EXPECT_EQ(pc.outputs.console(), utf8 + "\n");
+}
+
+TEST_F(LogTest, ATraceListenerHearsTheLinesInPlaceOfTheFile)
+{
+    const auto listener = pc.disk.Listen(kPipe);
+    RunAtTheTime([&] {
+        Log(2, L"F", L"first");
+        Log(6, L"F", L"second");
+        pc.disk.Hangup(listener);
+        Log(2, L"F", L"nobody hears this");
+    });
+    EXPECT_EQ(listener->heard,
+              Line(thread, "first", 2, "\r\r") + Line(thread, "second", 6, "\r\r"));
+    EXPECT_FALSE(pc.disk.Read(kLogPath).has_value());
+}
+
+TEST_F(LogTest, AFailedOpenIsTriedAgainAndAlsoTheNextFolderServes)
+{
+    constexpr const wchar_t* kOtherPath = LR"(C:\Program Files\Orbeq\Holv\Logs\HOLVLog.txt)";
+    pc.disk.Write(LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)", "");
+    pc.faults.Set("CreateFileW", {.count = 2});  // pipe and file of the first message
+    pc.faults.Set("SHGetKnownFolderPath", {.count = Faults::kAlways});
+    left_open_is_expected = true;  // the log file, where the fixture does not look for it
+    RunAtTheTime([] {
+        Log(2, L"F", L"lost");
+        Log(2, L"F", L"kept");
+    });
+    EXPECT_FALSE(pc.disk.Read(kLogPath).has_value());
+    const std::string bytes = pc.disk.Read(kOtherPath).value_or("");
+    EXPECT_EQ(Lines(bytes).size(), 9u) << "the header and one line";
+    EXPECT_TRUE(bytes.ends_with(Line(thread, "kept", 2)));
+}
+
+TEST_F(LogTest, AFullDiskCostsTheLineAndNothingElse)
+{
+    RunAtTheTime([&] {
+        Log(2, L"F", L"before");
+        pc.disk.space_left = 10;
+        Log(2, L"F", L"cut off");
+        EXPECT_EQ(pc.faults.CallsOf("FlushFileBuffers"), 1u);
+        pc.disk.space_left.reset();
+        Log(2, L"F", L"after");
+    });
+    EXPECT_TRUE(
+        LogBytes().ends_with(Line(thread, "before", 2) + "14:03:27:5" + Line(thread, "after", 2)));
+}
+
+TEST_F(LogTest, AnExceptionInAnOutputEndsThatMessageAloneAndTheLastErrorStays)
+{
+    pc.faults.Set("ReportEventW", {.error = 0xC0000005, .raise = true});
+    RunAtTheTime([] {
+        SetLastError(1234);
+        Log(3, L"F", L"stumbles");
+        Log(3, L"F", L"goes through");
+        EXPECT_EQ(GetLastError(), 1234u);
+    });
+    ASSERT_EQ(Debug().size(), 1u);
+    EXPECT_EQ(Debug()[0].text, L"fault inside logging function, exception caught");
+    EXPECT_EQ(Lines(LogBytes()).size(), 9u);
+    EXPECT_TRUE(LogBytes().ends_with(Line(thread, "goes through", 3)));
+}
+
+// --- The size limit ---
+
+struct Limit
+{
+    const char* name;
+    RegistryValue setting;  // LogFileSizeMB; of no type when it is missing
+    std::size_t existing;   // bytes of an older log
+    std::size_t header_at;  // where the second line of the header then begins
+    const char* size_line;
+};
+
+void PrintTo(const Limit& limit, std::ostream* out) { *out << limit.name; }
+
+constexpr std::size_t kMegabyte = 1 << 20;
+const std::size_t kFirstLine = Line(0x1000, kRule, 5).size();
+constexpr std::size_t kStart = 0;
+
+class LogLimitTest : public LogTest, public ::testing::WithParamInterface<Limit>
+{
+};
+
+TEST_P(LogLimitTest, TheFileIsWrittenFromItsStartOncePastTheLimit)
+{
+    const Limit& limit = GetParam();
+    if (limit.setting.type != REG_NONE) pc.registry.Set(kUserKey, L"LogFileSizeMB", limit.setting);
+    pc.disk.Write(kLogPath, std::string(limit.existing, 'x'));
+    RunAtTheTime([] { Log(2, L"F", L"said"); });
+
+    const std::string bytes = LogBytes();
+    const std::string second = "14:03:27:512,[t:0x1000] : Log set to file on 02.03.2026";
+    EXPECT_EQ(bytes.find(second), limit.header_at);
+    EXPECT_NE(bytes.find(std::string("Log File Size: ") + limit.size_line), bytes.npos);
+    EXPECT_GE(bytes.size(), limit.existing) << "the file never gets shorter";
+    const bool wrapped = limit.header_at < limit.existing;
+    EXPECT_EQ(bytes.ends_with(Line(thread, "said", 2)), !wrapped);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Limits, LogLimitTest,
+    ::testing::Values(
+        Limit{"Default", {}, 5 * kMegabyte + 1, kFirstLine, "5MB "},
+        Limit{"AtTheLimit", {}, 5 * kMegabyte, kStart, "5MB "},
+        Limit{"OneMegabyte", RegistryValue::Dword(1), kMegabyte + 1, kFirstLine, "1MB "},
+        Limit{"BelowTheLimit", RegistryValue::Dword(1), 1000, 1000 + kFirstLine, "1MB "},
+        Limit{"Zero", RegistryValue::Dword(0), 2 * kMegabyte, 2 * kMegabyte + kFirstLine, "5MB "},
+        Limit{"NoNumber", RegistryValue::String(L"1"), 0, kFirstLine, "5MB "},
+        Limit{"TooLarge", RegistryValue::Dword(4096), 6 * kMegabyte, 6 * kMegabyte + kFirstLine,
+              "2047MB "}),
+    [](const auto& each) { return each.param.name; });
+
+// --- Many threads ---
+
+struct Mode
+{
+    bool free;
+    std::uint64_t seed;  // where not free
+};
+
+void PrintTo(const Mode& mode, std::ostream* out)
+{
+    *out << (mode.free ? "free " : "seed ") << mode.seed;
+}
+
+class LogThreadsTest : public LogTest, public ::testing::WithParamInterface<Mode>
+{
+protected:
+    LogThreadsTest() : LogTest({.free = GetParam().free, .seed = GetParam().seed}) {}
+};
+
+TEST_P(LogThreadsTest, FirstMessagesFromEverywhereGiveOneHeaderAndWholeLinesInOrder)
+{
+    constexpr int kThreads = 8;
+    constexpr int kMessages = 25;
+    RunAtTheTime([] {
+        OwnedHandle threads[kThreads];
+        for (OwnedHandle& each : threads) {
+            each.Reset(CreateThread(
+                nullptr, 0,
+                [](LPVOID) -> DWORD {
+                    for (int n = 0; n < kMessages; ++n) Log(2, L"F", L"message %02d", n);
+                    return 0;
+                },
+                nullptr, 0, nullptr));
+        }
+        for (const OwnedHandle& each : threads) WaitForSingleObject(each.Get(), INFINITE);
+    });
+
+    const std::vector<std::string> lines = Lines(LogBytes());
+    ASSERT_EQ(lines.size(), 8u + kThreads * kMessages);
+    for (int i = 0; i < 8; ++i) EXPECT_NE(lines[i].find("[L=5]"), std::string::npos) << lines[i];
+    std::map<std::string, int> next;  // by thread
+    const std::regex form(
+        R"(14:03:27:512,\[t:0x([0-9A-F]+)\] : message (\d\d) \[L=2\]\[M=NeverSleep\])");
+    for (std::size_t i = 8; i < lines.size(); ++i) {
+        std::smatch parts;
+        ASSERT_TRUE(std::regex_match(lines[i], parts, form)) << lines[i];
+        EXPECT_EQ(std::stoi(parts[2]), next[parts[1]]++) << lines[i];
+    }
+    EXPECT_EQ(next.size(), std::size_t{kThreads});
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, LogThreadsTest,
+                         ::testing::Values(Mode{kRunFree, 0}, Mode{kRunFree, 1}, Mode{kRunFree, 2},
+                                           Mode{true, 0}));
+
+// --- The event log ---
+
+class EventSourceTest : public LogTest
+{
+};
+
+constexpr const wchar_t* kSourceKey =
+    LR"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orbeq( R ) HOLV)";
+
+TEST_F(EventSourceTest, TheSourceIsRegisteredWithItsMessageFile)
+{
+    const std::wstring executable = Image{}.path;
+    RunAsProcess([] { InstallEventLogSource(0); });
+    EXPECT_FALSE(pc.registry.Get(kSourceKey, L"CategoryCount").has_value());
+    EXPECT_FALSE(pc.registry.Get(kSourceKey, L"CategoryMessageFile").has_value());
+
+    RunAsProcess([] { InstallEventLogSource(1); });
+    EXPECT_EQ(pc.registry.GetDword(kSourceKey, L"TypesSupported"), 7u);
+    EXPECT_EQ(pc.registry.GetDword(kSourceKey, L"CategoryCount"), 1u);
+    for (const wchar_t* name : {L"EventMessageFile", L"CategoryMessageFile"}) {
+        const auto value = pc.registry.Get(kSourceKey, name);
+        ASSERT_TRUE(value.has_value());
+        EXPECT_EQ(value->type, REG_EXPAND_SZ);
+        EXPECT_EQ(value->data.size(), (executable.size() + 1) * sizeof(wchar_t));
+        EXPECT_EQ(pc.registry.GetString(kSourceKey, name), executable);
+    }
+    EXPECT_EQ(Debug().back().text,
+              L"EventSource (" + std::wstring(kSourceKey + 5) + L") is registered\n");
+
+    pc.faults.Set("RegCreateKeyW", {.error = 5});
+    RunAsProcess([] { InstallEventLogSource(1); });
+    EXPECT_EQ(Debug().back().text,
+              L"Unable to create event service key for Orbeq( R ) HOLV, error=5\n");
+    EXPECT_FALSE(pc.disk.Read(kLogPath).has_value()) << "told to the debugger only";
+}
+
+TEST_F(EventSourceTest, ReportsCarryTheirTextAndTheServicesOwnEventIsPrintedInAConsole)
+{
+    const std::wstring text(300, L'x');
+    RunAsProcess([&] {
+        ReportToEventLog(nullptr, 6);
+        LogEvent(L"Bad service request");
+        SetRunsAsService(true);
+        LogEvent(L"%s", text.c_str());
+        pc.faults.Set("RegisterEventSourceW", {});
+        ReportToEventLog(L"dropped", 1);
+    });
+    const auto& records = pc.event_log.records();
+    ASSERT_EQ(records.size(), 3u);
+    EXPECT_EQ(records[0].strings[0], L"cannot log a null message");
+    EXPECT_EQ(records[0].type, EVENTLOG_INFORMATION_TYPE);
+    EXPECT_EQ(records[1].strings, std::vector<std::wstring>{L"Bad service request"});
+    EXPECT_EQ(records[2].strings[0], text.substr(0, 255));
+    for (const EventRecord& record : {records[1], records[2]}) {
+        EXPECT_EQ(record.source, L"HOLVService");
+        EXPECT_EQ(record.type, EVENTLOG_INFORMATION_TYPE);
+        EXPECT_EQ(record.category, 0);
+        EXPECT_EQ(record.event_id, 0u);
+    }
+    EXPECT_EQ(pc.outputs.console(), "Bad service request\n");
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+// The settings: which source wins, what is bounded, and what happens when the registry fails.
+
+#include "settings/settings.h"
+
+#include <algorithm>
+
+#include "platform/owned.h"
+#include "settings/settings_store.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+struct Named
+{
+    const wchar_t* name;
+    const Setting& global;
+    DWORD built_in;
+};
+
+const Named kAll[] = {
+    {L"LoggingLevel", g_dwLoggingLevel, 4},
+    {L"LoggingEnabled", g_dwLoggingEnabled, 7},
+    {L"EnableNeverSleep", g_bEnableNeverSleep, 1},
+    {L"MuteAudio", g_bMuteAudio, 0},
+    {L"EnableDoNotDisturb", g_bEnableDoNotDisturb, 1},
+    {L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320},
+    {L"DoNotDisturbEnd", g_dwDoNotDisturbEnd, 360},
+    {L"EnableSoftwareUpdate", g_bEnableSoftwareUpdate, 1},
+    {L"LyncInstalled", g_bLyncInstalled, 0},
+    {L"LastUpdateVersion", g_dwLastUpdateVersion, 2147483647},
+    {L"MaxCpuPowerLimit", g_dwMaxCpuPowerLimit, 50},
+    {L"CpuIdleThreshold", g_dwCpuIdleThreshold, 5},
+    {L"DebugEnabled", g_bDebugEnabled, 0},
+    {L"UseOemPowerScheme", g_bUseOemPowerScheme, 0},
+    {L"EnableHOLVOnDc", g_bEnableHolvOnDC, 1},
+    {L"TurnOnDisplayOnLync", g_bTurnOnDisplayOnLync, 1},
+    {L"SuspendBatteryThreshold", g_dwSuspendBatteryThreshold, 15},
+    {L"AppDisplayTimeout", g_dwAppDisplayTimeout, 30},
+    {L"CpuUsageCheckInterval", g_dwCpuUsageCheckInterval, 10},
+    {L"BatteryUsageCheckInterval", g_dwBatteryUsageCheckInterval, 10},
+    {L"DndToS3", g_bDndToS3, 0},
+};
+
+class SettingsTest : public VirtualPcTest
+{
+protected:
+    void Load()
+    {
+        RunAsProcess([] { RegInit(); });
+    }
+    // What `name` loads as with one value in the User key.
+    DWORD LoadedAs(const Named& setting, const RegistryValue& user)
+    {
+        pc.registry.Set(kUserKey, setting.name, user);
+        Load();
+        pc.registry.DeleteValue(kUserKey, setting.name);
+        return setting.global;
+    }
+    bool LogSaid(std::string_view text) const { return LogBytes().find(text) != std::string::npos; }
+};
+
+RegistryValue Binary(std::vector<BYTE> bytes) { return {REG_BINARY, std::move(bytes)}; }
+
+TEST_F(SettingsTest, WithoutARegistryTheBuiltInValuesHoldBeforeAndAfterLoading)
+{
+    EXPECT_EQ(g_dwLoggingEnabled, 6u) << "before loading";
+    for (const Named& each : kAll) {
+        if (&each.global != &g_dwLoggingEnabled) {
+            EXPECT_EQ(each.global, each.built_in) << "before loading: " << std::wstring(each.name);
+        }
+    }
+    pc.registry.SetDword(kUserKey, L"EnableAppSuspend", 1);
+    pc.registry.DeleteKey(kUserKey);
+    Load();
+    for (const Named& each : kAll) EXPECT_EQ(each.global, each.built_in) << each.name;
+    EXPECT_TRUE(pc.registry.HasKey(kUserKey)) << "it is created for later writes";
+    EXPECT_TRUE(LogSaid("OEM default registry path does not exist.\n [L=1]"));
+}
+
+TEST_F(SettingsTest, EveryValueComesFromTheUserThenTheOemThenTheBuiltInDefault)
+{
+    // 10 and 11 lie within every setting's bounds.
+    for (const Named& each : kAll) {
+        pc.registry.SetDword(kUserKey, each.name, 10);
+        pc.registry.SetDword(kOemKey, each.name, 11);
+    }
+    pc.registry.SetDword(kUserKey, L"EnableAppSuspend", 1);
+    Load();
+    for (const Named& each : kAll) EXPECT_EQ(each.global, 10u) << each.name;
+    EXPECT_EQ(g_bEnableAppSuspend, 0u) << "off in every new process";
+
+    for (const Named& each : kAll) pc.registry.DeleteValue(kUserKey, each.name);
+    Load();
+    for (const Named& each : kAll) EXPECT_EQ(each.global, 11u) << each.name;
+
+    for (const Named& each : kAll) pc.registry.DeleteValue(kOemKey, each.name);
+    Load();
+    for (const Named& each : kAll) EXPECT_EQ(each.global, each.built_in) << each.name;
+}
+
+TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
+{
+    const Named start{L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320};
+    pc.registry.SetDword(kOemKey, start.name, 600);
+    const struct
+    {
+        RegistryValue user;
+        DWORD loaded;
+    } cases[] = {
+        {RegistryValue::Dword(0), 0},  // a real 0 hides what lies below
+        {Binary({0x2C, 0x01, 0, 0}), 300},
+        {Binary({0x2C, 0x01, 0, 0, 0, 0, 0, 0}), 600},
+        {Binary({1}), 600},
+        {{REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}}, 600},
+        {RegistryValue::String(L"0"), 600},
+        {{REG_DWORD, {1, 0}}, 600},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(LoadedAs(start, each.user), each.loaded)
+            << "type " << each.user.type << ", " << each.user.data.size() << " bytes";
+    }
+    EXPECT_EQ(LogBytes(), "") << "passed over in silence";
+}
+
+TEST_F(SettingsTest, LoadedValuesAreBroughtWithinTheirBounds)
+{
+    constexpr DWORD kNoBound = 0xFFFFFFFF;
+    const struct
+    {
+        const wchar_t* name;
+        DWORD least, most;
+    } bounds[] = {
+        {L"DoNotDisturbStart", 0, 1440},      {L"DoNotDisturbEnd", 0, 1440},
+        {L"MaxCpuPowerLimit", 0, 100},        {L"CpuIdleThreshold", 0, 100},
+        {L"SuspendBatteryThreshold", 0, 100}, {L"AppDisplayTimeout", 5, 30},
+        {L"CpuUsageCheckInterval", 5, 60},    {L"BatteryUsageCheckInterval", 5, 60},
+    };
+    pc.registry.SetDword(kOemKey, L"LoggingEnabled", 0);
+    for (const Named& each : kAll) {
+        const auto* row = std::ranges::find_if(
+            bounds, [&](const auto& bound) { return std::wstring_view(bound.name) == each.name; });
+        const DWORD least = row == std::end(bounds) ? 0 : row->least;
+        const DWORD most = row == std::end(bounds) ? kNoBound : row->most;
+        for (const DWORD value : {DWORD{0}, least, most - 1, most, kNoBound}) {
+            const DWORD expected = value < least ? least : value > most ? most : value;
+            EXPECT_EQ(LoadedAs(each, RegistryValue::Dword(value)), expected)
+                << std::wstring(each.name) << " " << value;
+        }
+    }
+}
+
+TEST_F(SettingsTest, TheOemPowerSchemeIsATextThatFits)
+{
+    constexpr const wchar_t* kName = L"OemPowerScheme";
+    constexpr const wchar_t* kScheme = L"{6FECC5AE-F350-48A5-B669-B472CB895CCF}";
+    Load();
+    EXPECT_STREQ(g_szOemPowerScheme, L"0");
+    pc.registry.SetDword(kUserKey, kName, 7);
+    pc.registry.SetString(kOemKey, kName, std::wstring(128, L'x'));
+    Load();
+    EXPECT_STREQ(g_szOemPowerScheme, L"0") << "neither is a text that fits";
+    pc.registry.SetString(kOemKey, kName, kScheme);
+    Load();
+    EXPECT_STREQ(g_szOemPowerScheme, kScheme) << "the OEM's";
+    const std::wstring longest(127, L'y');
+    pc.registry.SetString(kUserKey, kName, longest);
+    RunAsProcess([] {
+        OwnedKey user;
+        OwnedKey oem;
+        RegOpenKeyW(HKEY_LOCAL_MACHINE, kUserKey + 5, user.Receive());
+        RegOpenKeyW(HKEY_LOCAL_MACHINE, kOemKey + 5, oem.Receive());
+        EXPECT_EQ(RegReadOemPowerScheme(user.Get(), nullptr), sizeof(g_szOemPowerScheme));
+        EXPECT_EQ(g_szOemPowerScheme, std::wstring(127, L'y')) << "the user's";
+    });
+}
+
+TEST_F(SettingsTest, WithoutTheUserKeyNothingIsLoadedAndNothingBounded)
+{
+    pc.registry.SetDword(kOemKey, L"MuteAudio", 1);
+    g_dwAppDisplayTimeout = 99;
+    pc.faults.Set("RegCreateKeyW", {.error = 5});
+    Load();
+    EXPECT_EQ(g_bMuteAudio, 0u);
+    EXPECT_EQ(g_dwLoggingEnabled, 6u);
+    EXPECT_EQ(g_dwAppDisplayTimeout, 99u);
+    EXPECT_TRUE(LogSaid("Unable to open the root registry key, GLE=5\n [L=3]"));
+    EXPECT_EQ(pc.event_log.records().back().strings[0],
+              L"HOLV - RegInit   Unable to open the root registry key, GLE=5\n");
+}
+
+TEST_F(SettingsTest, AWriteGoesToTheUserKeyUnboundedAndSaysWhenItFails)
+{
+    RunAsProcess([&] {
+        EXPECT_FALSE(RegWriteDWord(L"DoNotDisturbEnd", 5)) << "a write does not create the key";
+        RegInit();
+        EXPECT_TRUE(RegWriteDWord(L"DoNotDisturbEnd", 1500));
+        EXPECT_FALSE(RegWriteDWord(nullptr, L"DoNotDisturbEnd", 5));
+        pc.faults.Set("RegSetValueExW", {.error = 5});
+        EXPECT_FALSE(RegWriteDWord(L"DoNotDisturbEnd", 5));
+    });
+    EXPECT_EQ(pc.registry.GetDword(kUserKey, L"DoNotDisturbEnd"), 1500u);
+    EXPECT_EQ(g_dwDoNotDisturbEnd, 360u) << "whoever writes sets the global himself";
+    EXPECT_TRUE(LogSaid("Unable to open the root registry key, GLE=2\n [L=3]"));
+    EXPECT_TRUE(LogSaid("Failed to set registry value (DoNotDisturbEnd), GLE = 5\n [L=3]"));
+}
+
+}  // namespace

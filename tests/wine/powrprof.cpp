@@ -1,0 +1,135 @@
+// A stand-in for the power library under Wine, which lacks the functions that read and write plans:
+// the virtual PC's own plans behind the real library's exports. For the Wine check only; it lies
+// beside the executable there and is no part of the product.
+//
+// It tells what it is asked in powrprof.log beside the executable: a line for each write and each
+// activation, and at the process's end a line for each value that is not what it was at its start.
+
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+#include "platform/virtual/power_plans.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+std::mutex g_lock;
+PowerPlans g_plans;
+const PowerPlans g_at_start;
+
+void Tell(const std::wstring& line)
+{
+    std::FILE* log = std::fopen("powrprof.log", "ab");
+    if (!log) return;
+    for (const wchar_t character : line) std::fputc(static_cast<char>(character), log);
+    std::fputc('\n', log);
+    std::fclose(log);
+}
+
+const wchar_t* Spell(PowerSource source) { return source == PowerSource::ac ? L" ac " : L" dc "; }
+
+DWORD Read(PowerSource source, const GUID* scheme, const GUID* setting, LPDWORD value)
+{
+    const std::lock_guard lock(g_lock);
+    const std::optional<DWORD> read = g_plans.Read(*scheme, *setting, source);
+    if (!read) return ERROR_FILE_NOT_FOUND;
+    *value = *read;
+    return ERROR_SUCCESS;
+}
+
+DWORD Write(PowerSource source, const GUID* scheme, const GUID* setting, DWORD value)
+{
+    const std::lock_guard lock(g_lock);
+    if (!g_plans.Write(*scheme, *setting, source, value)) return ERROR_FILE_NOT_FOUND;
+    Tell(L"write " + g_plans.Find(*scheme)->name + L": " +
+         std::wstring(PowerSettingName(*setting)) + Spell(source) + std::to_wstring(value));
+    return ERROR_SUCCESS;
+}
+
+void TellWhatIsChanged()
+{
+    for (const auto& [guid, before] : g_at_start.all()) {
+        for (const auto& [setting, values] : before.values) {
+            for (const PowerSource source : {PowerSource::ac, PowerSource::dc}) {
+                const DWORD now = *g_plans.Read(guid, setting, source);
+                if (now == values[source]) continue;
+                Tell(L"changed " + before.name + L": " + std::wstring(PowerSettingName(setting)) +
+                     Spell(source) + std::to_wstring(values[source]) + L" -> " +
+                     std::to_wstring(now));
+            }
+        }
+    }
+    Tell(L"active at the end: " + g_plans.active().name);
+}
+
+}  // namespace
+
+extern "C" {
+
+__declspec(dllexport) DWORD WINAPI
+    PowerReadACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, LPDWORD value)
+{
+    return Read(PowerSource::ac, scheme, setting, value);
+}
+
+__declspec(dllexport) DWORD WINAPI
+    PowerReadDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, LPDWORD value)
+{
+    return Read(PowerSource::dc, scheme, setting, value);
+}
+
+__declspec(dllexport) DWORD WINAPI
+    PowerWriteACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, DWORD value)
+{
+    return Write(PowerSource::ac, scheme, setting, value);
+}
+
+__declspec(dllexport) DWORD WINAPI
+    PowerWriteDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, DWORD value)
+{
+    return Write(PowerSource::dc, scheme, setting, value);
+}
+
+__declspec(dllexport) DWORD WINAPI PowerGetActiveScheme(HKEY, GUID** scheme)
+{
+    const std::lock_guard lock(g_lock);
+    *scheme = static_cast<GUID*>(LocalAlloc(LMEM_FIXED, sizeof(GUID)));
+    if (!*scheme) return ERROR_NOT_ENOUGH_MEMORY;
+    **scheme = g_plans.active().guid;
+    return ERROR_SUCCESS;
+}
+
+__declspec(dllexport) DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme)
+{
+    const std::lock_guard lock(g_lock);
+    if (!g_plans.Activate(*scheme)) return ERROR_FILE_NOT_FOUND;
+    Tell(L"activate " + g_plans.active().name);
+    return ERROR_SUCCESS;
+}
+
+__declspec(dllexport) BOOLEAN WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIES* capabilities)
+{
+    *capabilities = {};
+    capabilities->SystemS3 = TRUE;
+    return TRUE;
+}
+
+__declspec(dllexport) LONG WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID,
+                                                         ULONG, PVOID output, ULONG outputSize)
+{
+    constexpr LONG kStatusInvalidParameter = static_cast<LONG>(0xC000000Du);
+    if (level != SystemPowerCapabilities || outputSize < sizeof(SYSTEM_POWER_CAPABILITIES)) {
+        return kStatusInvalidParameter;
+    }
+    GetPwrCapabilities(static_cast<SYSTEM_POWER_CAPABILITIES*>(output));
+    return 0;
+}
+
+BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
+{
+    if (reason == DLL_PROCESS_DETACH) TellWhatIsChanged();
+    return TRUE;
+}
+}
