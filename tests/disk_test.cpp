@@ -214,12 +214,14 @@ TEST_F(DiskTest, AFullDiskTakesWhatFitsAndStillLetsOldBytesBeWrittenOver)
     pc.disk.space_left = 5;
     RunAsProcess([] {
         const OwnedFile file = Open(kFile);
-        EXPECT_EQ(Write(file.Get(), "12345678"), 5);
-        EXPECT_EQ(Write(file.Get(), "6"), -ERROR_DISK_FULL);
+        EXPECT_EQ(Write(file.Get(), "123"), 3);
+        SetFilePointer(file.Get(), 1, nullptr, FILE_BEGIN);
+        EXPECT_EQ(Write(file.Get(), "abcdef"), 4) << "two old bytes and two new ones";
+        EXPECT_EQ(Write(file.Get(), "g"), -ERROR_DISK_FULL);
         SetFilePointer(file.Get(), 3, nullptr, FILE_BEGIN);
-        EXPECT_EQ(Write(file.Get(), "abc"), 2);
+        EXPECT_EQ(Write(file.Get(), "yz."), 2);
     });
-    EXPECT_EQ(pc.disk.Read(kFile), "123ab");
+    EXPECT_EQ(pc.disk.Read(kFile), "1abyz");
     EXPECT_EQ(pc.disk.space_left, 0u);
 }
 

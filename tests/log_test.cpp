@@ -346,7 +346,7 @@ TEST_P(LogThreadsTest, FirstMessagesFromEverywhereGiveOneHeaderAndWholeLinesInOr
 
 INSTANTIATE_TEST_SUITE_P(Modes, LogThreadsTest,
                          ::testing::Values(Mode{kRunFree, 0}, Mode{kRunFree, 1}, Mode{kRunFree, 2},
-                                           Mode{true, 0}));
+                                           Mode{true, 3}));
 
 // --- The event log ---
 

@@ -1,0 +1,35 @@
+# The Windows program: one static executable for 64-bit Windows 7 and later.
+
+enable_language(RC)
+
+set(generated ${CMAKE_BINARY_DIR}/resources)
+file(MAKE_DIRECTORY ${generated})
+string(REPLACE "." "," HOLV_VERSION_COMMAS ${PROJECT_VERSION})
+configure_file(resources/HOLVService.rc.in ${generated}/HOLVService.rc @ONLY)
+
+# The message table, read (-a) and kept (-A) as 8-bit text.
+set(messages ${CMAKE_SOURCE_DIR}/resources/HOLVService.mc)
+add_custom_command(
+    OUTPUT ${generated}/HOLVService_messages.rc
+    COMMAND ${CMAKE_COMMAND} -E copy ${messages} HOLVService_messages.mc
+    COMMAND ${HOLV_MESSAGE_COMPILER} -a -A -h . -r . HOLVService_messages.mc
+    DEPENDS ${messages}
+    WORKING_DIRECTORY ${generated}
+    VERBATIM)
+set_source_files_properties(${generated}/HOLVService.rc PROPERTIES
+    OBJECT_DEPENDS ${generated}/HOLVService_messages.rc
+    INCLUDE_DIRECTORIES ${generated})
+
+add_executable(HOLVService ${HOLV_SERVICE_SOURCES} ${generated}/HOLVService.rc
+               ${generated}/HOLVService_messages.rc)
+set_source_files_properties(${generated}/HOLVService_messages.rc PROPERTIES HEADER_FILE_ONLY ON)
+target_compile_definitions(HOLVService PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">
+    UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
+target_compile_options(HOLVService PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections;-fdata-sections>)
+# A console program: whoever starts it from a command line sees its output, and a service has no
+# console to show.
+target_link_options(HOLVService PRIVATE -municode -mconsole -static -Wl,--gc-sections
+                    $<$<CONFIG:Release>:-s>)
+target_link_libraries(HOLVService PRIVATE advapi32 ole32 powrprof rpcrt4 shell32 uuid)

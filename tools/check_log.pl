@@ -1,0 +1,85 @@
+#!/usr/bin/env perl
+# Checks the log that runs of "HOLVService.exe -Debug" left, byte by byte.
+# Usage: check_log.pl LOG EXECUTABLE RUNS. Prints "ok", or what is wrong with which line.
+use strict;
+use warnings;
+
+my ($path, $executable, $runs) = @ARGV;
+open my $file, '<:raw', $path or die "$path: $!\n";
+my $bytes = do { local $/; <$file> };
+
+# Every line ends with these four bytes, and nothing follows the last.
+die "the last line does not end with CR LF CR CR\n" unless $bytes =~ /\r\n\r\r\z/;
+my @lines = split /\r\n\r\r/, $bytes;
+
+my $time = qr/\d\d:\d\d:\d\d:\d\d\d/;
+my $rule = '=' x 53;
+my $decision = 'g_bEnableNeverSleep\{TRUE\}, bAc\{TRUE\}, g_bEnableHolvOnDC\{TRUE\}, '
+    . 'm_bBatteryThresholdCrossed\{FALSE\}, g_bEnableDoNotDisturb\{TRUE\}, '
+    . 'm_bSeenDndStart\{(?:TRUE|FALSE)\}, g_bDndToS3\{FALSE\}';
+
+# A run's lines, each with its level. Lines of later rooms may stand between those after the header.
+my @header = (
+    [5, $rule],
+    [5, qr/Log set to file on \d\d\.\d\d\.\d{4}, at $time/],
+    [5, "Executable: $executable"],
+    [5, qr/Compile time : [A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d/],
+    [5, qr/ProcessID: 0x[0-9a-f]+/],
+    [5, 'HOLV Build Version # 1.1.70.537'],
+    [5, 'Log File Size: 5MB'],
+    [5, $rule],
+);
+my @story = (
+    [1, "OEM default registry path does not exist.\n"],
+    [1, 'HOLVDevice was not found'],
+    [1, qr/This system is(?: NOT)? running Windows 7 \[\d+\.\d+\]/],
+    [1, "ACPI device is mssing. No hardware notification will be supported ....\n"],
+    [1, "HOLV Feature is enabled on service start\n"],
+    [1, qr/ConfigureAwayMode entry: $decision/],
+    [1, 'ConfigureAwayMode exit'],
+    [1, qr/ConfigureSystemRequired entry: $decision/],
+    [1, 'ConfigureSystemRequired exit'],
+    [1, 'EnterNormalS0State entry'],
+    [1, 'State update HOLV_INIT >>----->> S0_NORMAL happened here'],
+    [1, 'EnterNormalS0State exit'],
+    [2, 'Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6'],
+);
+
+my $at = 0;
+
+sub text_is {
+    my ($line, $level, $text) = @_;
+    my $expected = ref $text ? $text : quotemeta $text;
+    return $line =~ /\A$time,\[t:0x[0-9A-F]+\] : $expected \[L=$level\]\[M=NeverSleep\]\z/;
+}
+
+sub fail {
+    my ($expected) = @_;
+    my $was = $at < @lines ? "\"$lines[$at]\"" : 'the end of the log';
+    print "line ", $at + 1, ": expected \"$expected->[1]\" at level $expected->[0], but found $was\n";
+    exit 1;
+}
+
+for my $run (1 .. $runs) {
+    for my $expected (@header) {
+        fail($expected) unless $at < @lines && text_is($lines[$at], @$expected);
+        $at++;
+    }
+    for my $expected (@story) {
+        my $from = $at;
+        $at++ while $at < @lines && !text_is($lines[$at], @$expected);
+        if ($at == @lines) { $at = $from; fail($expected); }
+        $at++;
+    }
+    # The rest of this run.
+    $at++ while $at < @lines && !text_is($lines[$at], @{$header[0]});
+}
+if ($at < @lines) { print "line ", $at + 1, ": a run too many begins here\n"; exit 1; }
+
+# Nothing but whole lines of the one form.
+for my $i (0 .. $#lines) {
+    next if $lines[$i] =~ /\A$time,\[t:0x[0-9A-F]+\] : [^\r]* \[L=[1-6]\]\[M=NeverSleep\]\z/;
+    print "line ", $i + 1, ": \"$lines[$i]\" is no line of the log\n";
+    exit 1;
+}
+print "ok\n";

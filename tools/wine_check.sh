@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Runs the real executable under Wine and checks what it leaves behind: exit code, event source,
+# registry key, and the log byte by byte. Usage: tools/wine_check.sh HOLVService.exe
+set -euo pipefail
+executable=$(realpath "$1")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+unset DISPLAY
+trap 'wineserver -k || true' EXIT
+
+passed=0
+failed=0
+
+# check WHAT EXPECTED WAS
+check() {
+    if [ "$2" = "$3" ]; then
+        passed=$((passed + 1))
+        echo "ok: $1"
+    else
+        failed=$((failed + 1))
+        printf 'FAILED: %s\n  expected: %s\n  was:      %s\n' "$1" "$2" "$3"
+    fi
+}
+
+# The data of a registry value as `reg query` shows it, "TYPE DATA"; empty when it is not there.
+registry_value() {
+    wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' |
+        sed -nE "s/^ +$2 +(REG_[A-Z_]+) +(.*)$/\1 \2/p"
+}
+
+if [ ! -d "$WINEPREFIX/drive_c" ]; then
+    echo "Making a Wine prefix (build/wine)"
+    wineboot -i >/dev/null 2>&1
+fi
+
+# From nothing, whatever an earlier run left.
+log=$WINEPREFIX/drive_c/ProgramData/Orbeq/Holv/HOLVLog.txt
+user_key='HKLM\Software\Orbeq\Holv\User'
+source_key='HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orbeq( R ) HOLV'
+rm -f "$log"
+wine reg delete 'HKLM\Software\Orbeq\Holv' /f >/dev/null 2>&1 || true
+wine reg delete "$source_key" /f >/dev/null 2>&1 || true
+
+echo "Running $(basename "$executable") -Debug under $(wine --version)"
+status=0
+timeout 60 wine "$executable" -Debug || status=$?
+check "it leaves with exit code 0" 0 "$status"
+
+windows_path=$(winepath -w "$executable" | tr -d '\r')
+check "the event source names its message file" "REG_EXPAND_SZ $windows_path" \
+    "$(registry_value "$source_key" EventMessageFile)"
+check "the event source names its category file" "REG_EXPAND_SZ $windows_path" \
+    "$(registry_value "$source_key" CategoryMessageFile)"
+check "the event source supports three types" "REG_DWORD 0x7" \
+    "$(registry_value "$source_key" TypesSupported)"
+check "the event source has one category" "REG_DWORD 0x1" \
+    "$(registry_value "$source_key" CategoryCount)"
+check "the User key is made" 0 "$(wine reg query "$user_key" >/dev/null 2>&1; echo $?)"
+
+# The log, line by line: each ends with CR LF CR CR and begins with the time and the thread.
+run_log_check() { perl tools/check_log.pl "$log" "$windows_path" "$1" 2>&1 || true; }
+check "the log is as it should be, byte by byte" "ok" "$(run_log_check 1)"
+timeout 60 wine "$executable" -Debug
+check "a second run adds a header and its lines" "ok" "$(run_log_check 2)"
+
+# What the event viewer needs is in the executable.
+messages=$(tools/message_table.sh "$executable")
+check "the executable carries message 1" 'NeverSleep Agent Service\r\n (8-bit)' \
+    "$(sed -n 's/^1: //p' <<<"$messages")"
+check "the executable carries message 2000" '%1\r\n (8-bit)' "$(sed -n 's/^2000: //p' <<<"$messages")"
+
+size=$(stat -c %s "$executable")
+check "the executable is smaller than 1.5 MiB" yes "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"
+echo "HOLVService.exe: $size bytes"
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
