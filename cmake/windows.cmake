@@ -20,16 +20,23 @@ set_source_files_properties(${generated}/HOLVService.rc PROPERTIES
     OBJECT_DEPENDS ${generated}/HOLVService_messages.rc
     INCLUDE_DIRECTORIES ${generated})
 
+add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
+add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections>
+                    $<$<COMPILE_LANGUAGE:CXX>:-fdata-sections>)
+add_link_options(-static -Wl,--gc-sections $<$<CONFIG:Release>:-s>)
+
 add_executable(HOLVService ${HOLV_SERVICE_SOURCES} ${generated}/HOLVService.rc
                ${generated}/HOLVService_messages.rc)
 set_source_files_properties(${generated}/HOLVService_messages.rc PROPERTIES HEADER_FILE_ONLY ON)
 target_compile_definitions(HOLVService PRIVATE
-    $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">
-    UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
-target_compile_options(HOLVService PRIVATE
-    $<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections;-fdata-sections>)
+    $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">)
 # A console program: whoever starts it from a command line sees its output, and a service has no
 # console to show.
-target_link_options(HOLVService PRIVATE -municode -mconsole -static -Wl,--gc-sections
-                    $<$<CONFIG:Release>:-s>)
+target_link_options(HOLVService PRIVATE -municode -mconsole)
 target_link_libraries(HOLVService PRIVATE advapi32 ole32 powrprof rpcrt4 shell32 uuid)
+
+# A stand-in for Wine's power library. In a folder of its own: it must never travel with the product.
+add_library(wine_powrprof SHARED tests/wine/powrprof.cpp platform/virtual/power_plans.cpp)
+target_link_libraries(wine_powrprof PRIVATE uuid)
+set_target_properties(wine_powrprof PROPERTIES
+    PREFIX "" OUTPUT_NAME powrprof RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Runs the real executable under Wine and checks what it leaves behind: exit code, event source,
-# registry key, and the log byte by byte. Usage: tools/wine_check.sh HOLVService.exe
+# registry key, the log byte by byte, and what it prints. Usage: tools/wine_check.sh HOLVService.exe
+# Stand-ins for what Wine lacks lie in the folder wine beside the executable.
 set -euo pipefail
 executable=$(realpath "$1")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
+export WINEDLLOVERRIDES='powrprof=n;mscoree,mshtml='
 unset DISPLAY
 trap 'wineserver -k || true' EXIT
 
@@ -29,25 +31,35 @@ registry_value() {
         sed -nE "s/^ +$2 +(REG_[A-Z_]+) +(.*)$/\1 \2/p"
 }
 
-if [ ! -d "$WINEPREFIX/drive_c" ]; then
+# A prefix whose making was cut off is of no use, so one counts from its mark on.
+if [ ! -f "$WINEPREFIX/.made" ]; then
     echo "Making a Wine prefix (build/wine)"
+    rm -rf "$WINEPREFIX"
     wineboot -i >/dev/null 2>&1
+    touch "$WINEPREFIX/.made"
 fi
+
+# Installed as on a user's PC, blanks in the path included.
+windows_path='C:\Program Files\Orbeq\Holv\HOLVService.exe'
+installed="$WINEPREFIX/drive_c/Program Files/Orbeq/Holv"
+mkdir -p "$installed"
+cp "$executable" "$(dirname "$executable")"/wine/*.dll "$installed"
 
 # From nothing, whatever an earlier run left.
 log=$WINEPREFIX/drive_c/ProgramData/Orbeq/Holv/HOLVLog.txt
 user_key='HKLM\Software\Orbeq\Holv\User'
+oem_key='HKLM\Software\Orbeq\Holv\OEM'
 source_key='HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orbeq( R ) HOLV'
 rm -f "$log"
 wine reg delete 'HKLM\Software\Orbeq\Holv' /f >/dev/null 2>&1 || true
 wine reg delete "$source_key" /f >/dev/null 2>&1 || true
 
-echo "Running $(basename "$executable") -Debug under $(wine --version)"
-status=0
-timeout 60 wine "$executable" -Debug || status=$?
-check "it leaves with exit code 0" 0 "$status"
+# Runs the service with its provisional switch. An exit code other than 0 is told after its output.
+run_service() { timeout 60 wine "$windows_path" -Debug || echo "exit code $?"; }
 
-windows_path=$(winepath -w "$executable" | tr -d '\r')
+echo "Running $(basename "$executable") -Debug under $(wine --version)"
+check "it leaves with exit code 0, and its standard output stays empty" "" "$(run_service 2>&1)"
+
 check "the event source names its message file" "REG_EXPAND_SZ $windows_path" \
     "$(registry_value "$source_key" EventMessageFile)"
 check "the event source names its category file" "REG_EXPAND_SZ $windows_path" \
@@ -61,8 +73,16 @@ check "the User key is made" 0 "$(wine reg query "$user_key" >/dev/null 2>&1; ec
 # The log, line by line: each ends with CR LF CR CR and begins with the time and the thread.
 run_log_check() { perl tools/check_log.pl "$log" "$windows_path" "$1" 2>&1 || true; }
 check "the log is as it should be, byte by byte" "ok" "$(run_log_check 1)"
-timeout 60 wine "$executable" -Debug
+run_service
 check "a second run adds a header and its lines" "ok" "$(run_log_check 2)"
+
+# An OEM that wants the standard output only: each line says who speaks, and the file gets none.
+wine reg add "$oem_key" /v LoggingEnabled /t REG_DWORD /d 8 /f >/dev/null
+run_service >build/wine_output.txt
+check "the standard output gets the lines that the OEM wants there" \
+    "CNeverSleepState::Run   Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6" \
+    "$(grep 'Unknown event' build/wine_output.txt || true)"
+check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_check 2)"
 
 # What the event viewer needs is in the executable.
 messages=$(tools/message_table.sh "$executable")

@@ -97,6 +97,7 @@ Process& Machine::Start(const Image& image, std::wstring_view arguments)
     Process& process = *m_processes.emplace_back(std::make_unique<Process>());
     process.m_image = image;
     process.m_path = image.path;
+    disk.Write(image.path, "MZ");  // nothing on the PC looks into it
     process.m_command_line = L"\"" + image.path + L"\"";
     if (!arguments.empty()) process.m_command_line += L" " + std::wstring(arguments);
     process.Begin(*this, [&process] { return process.RunImage(); });
@@ -108,6 +109,7 @@ Process& Machine::Start(std::function<int()> entry, std::wstring_view command_li
     const Hold hold(*this);
     Process& process = *m_processes.emplace_back(std::make_unique<Process>());
     process.m_path = Image{}.path;
+    disk.Write(process.m_path, "MZ");
     process.m_command_line = command_line;
     process.Begin(*this, std::move(entry));
     return process;

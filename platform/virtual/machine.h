@@ -87,6 +87,9 @@ public:
     Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
     const std::vector<std::unique_ptr<Process>>& processes() const { return m_processes; }
 
+    // Called with the machine held when a process's image is in memory and about to run.
+    std::function<void(Process&)> image_loaded;
+
     // --- The operating system ---
     // Its version, 6.1 unless set: major in the low byte, minor in the next.
     std::atomic<DWORD> os_version{0x0106};

@@ -115,6 +115,8 @@ int Process::RunImage()
     {
         const Hold hold(Machine::Current());
         m_loaded = std::move(loaded);
+        Machine& machine = Machine::Current();
+        if (machine.image_loaded) machine.image_loaded(*this);
     }
     constexpr int kShowNormal = 1;
     return entry(nullptr, nullptr, m_command_line.data(), kShowNormal);
@@ -191,6 +193,9 @@ void Process::End(Thread& last, int exit_code)
 
     const Hold hold(machine);
     m_left_open = machine.handles.CloseAllOf(this);
+    std::erase_if(machine.memory_handles, [&](const auto& memory) {
+        return machine.handles.IsStale(memory.second);
+    });
     m_exit_code = exit_code;
     machine.journal.Record("process", {{"what", L"ended"},
                                        {"path", m_path},

@@ -1,0 +1,68 @@
+// The commands of the script language: one table, a row for each form of a command.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "pc/script.h"
+#include "pc/service_view.h"
+#include "pc/story.h"
+#include "platform/virtual/machine.h"
+
+// What a running command works on.
+struct Stage
+{
+    virtual_pc::Machine& pc;
+    const virtual_pc::Image& image;
+    ServiceView& view;
+    Story& story;
+    std::ostream& out;
+    std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
+};
+
+using Action = std::function<void(Stage&)>;
+using Arguments = std::vector<std::string>;
+
+struct Command
+{
+    // Literal words in lower case, arguments in upper case, the last ones optional in brackets.
+    std::string_view pattern;
+    std::string_view help;
+    // Checks the arguments, in the pattern's order and with "" for one left out, and returns what
+    // is to be done. Throws ScriptError.
+    Action (*bind)(const ScriptLine& line, const Arguments& arguments);
+};
+
+// The rows of each facet.
+std::vector<Command> LifeCommands();      // clock, service, signal, run, say
+std::vector<Command> RegistryCommands();  // reg
+std::vector<Command> FaultCommands();     // fault, pipe
+std::vector<Command> PowerCommands();     // power, plan
+std::vector<Command> ExpectCommands();    // expect
+std::vector<Command> ShowCommands();      // show
+
+const std::vector<Command>& AllCommands();
+
+// What a line is to do. Throws ScriptError, naming the forms that the command has, for one that is
+// not understood.
+Action Bind(const ScriptLine& line);
+
+// Prints the commands, those whose first word is `word` or all of them.
+void PrintHelp(std::ostream& out, std::string_view word);
+
+// --- Reading arguments; each throws ScriptError that says what is expected ---
+
+virtual_pc::Duration DurationOf(const ScriptLine& line, std::string_view text);  // "30m", "1h30m"
+std::uint32_t NumberOf(const ScriptLine& line, std::string_view text);           // decimal or 0x...
+double RateOf(const ScriptLine& line, std::string_view text);                    // 0 to 1
+// Which of a few words.
+std::size_t ChoiceOf(const ScriptLine& line, std::string_view text,
+                     const std::vector<std::string_view>& choices);
+// "HKLM\..." checked for its root.
+std::wstring KeyOf(const ScriptLine& line, std::string_view text);

@@ -1,0 +1,87 @@
+// What goes wrong, and who listens.
+
+#include "pc/commands.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+Action SetFault(const ScriptLine& line, const Arguments& a, Faults::Fault fault)
+{
+    const Function* function = Function::Find(a[0]);
+    if (!function || function->failing() == Failing::never) {
+        throw ScriptError(line, function ? a[0] + " cannot fail"
+                                         : "there is no platform function \"" + a[0] + "\"");
+    }
+    fault.error = NumberOf(line, a[1]);
+    return [name = a[0], fault](Stage& stage) {
+        const Hold hold(stage.pc);
+        stage.pc.faults.Set(name, fault);
+    };
+}
+
+Action Once(const ScriptLine& line, const Arguments& a) { return SetFault(line, a, {}); }
+
+Action Always(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.count = Faults::kAlways});
+}
+
+Action Times(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.count = NumberOf(line, a[2])});
+}
+
+Action Rate(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.rate = RateOf(line, a[2])});
+}
+
+Action Clear(const ScriptLine&, const Arguments& a)
+{
+    return [name = a[0]](Stage& stage) {
+        const Hold hold(stage.pc);
+        if (name.empty()) {
+            stage.pc.faults.ClearAll();
+        } else {
+            stage.pc.faults.Clear(name);
+        }
+    };
+}
+
+Action Listen(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        if (stage.pipes.contains(name)) {
+            throw ExpectationFailed(line, "pipe " + name + " has a listener already");
+        }
+        stage.pipes[name] = stage.pc.disk.Listen(FromUtf8(name));
+    };
+}
+
+Action Hangup(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        const auto pipe = stage.pipes.find(name);
+        if (pipe == stage.pipes.end()) {
+            throw ExpectationFailed(line, "nobody listens on pipe " + name);
+        }
+        stage.pc.disk.Hangup(pipe->second);
+        stage.pipes.erase(pipe);
+    };
+}
+
+}  // namespace
+
+std::vector<Command> FaultCommands()
+{
+    return {
+        {"fault FUNCTION ERROR once", "makes the next call of a platform function fail", Once},
+        {"fault FUNCTION ERROR times N", "makes the next N calls fail", Times},
+        {"fault FUNCTION ERROR rate P", "makes each call fail with a probability", Rate},
+        {"fault FUNCTION ERROR always", "makes every call fail", Always},
+        {"fault clear [FUNCTION]", "takes a fault back, or all of them", Clear},
+        {"pipe listen NAME", R"(listens on \\.\pipe\NAME)", Listen},
+        {"pipe hangup NAME", "stops listening", Hangup},
+    };
+}

@@ -1,0 +1,146 @@
+// The PC's life: its clock, its service, and time going by.
+
+#include <charconv>
+
+#include "pc/commands.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr int kServiceStop = 5;  // EVENT_SERVICE_STOP
+
+Process& RunningService(const ScriptLine& line, Stage& stage)
+{
+    Process* service = stage.view.service();
+    if (!service) throw ExpectationFailed(line, "the service does not run");
+    return *service;
+}
+
+Action SetClock(const ScriptLine& line, const Arguments& arguments)
+{
+    const std::optional<CalendarTime> time = ParseCalendar(arguments[0] + " " + arguments[1]);
+    if (!time) {
+        throw ScriptError(line, "\"" + arguments[0] + " " + arguments[1] +
+                                    "\" is no date and time, like 2026-03-02 21:30");
+    }
+    return [=](Stage& stage) { stage.pc.SetClock(*time); };
+}
+
+Action SetVersion(const ScriptLine& line, const Arguments& arguments)
+{
+    const std::string& text = arguments[0];
+    const std::size_t dot = text.find('.');
+    if (dot == text.npos) throw ScriptError(line, "\"" + text + "\" is no version, like 6.1");
+    const DWORD version = NumberOf(line, text.substr(0, dot)) | NumberOf(line, text.substr(dot + 1))
+                                                                    << 8;
+    return [=](Stage& stage) { stage.pc.os_version = version; };
+}
+
+Action StartService(const ScriptLine& line, const Arguments& arguments)
+{
+    return [line, switches = FromUtf8(arguments[0])](Stage& stage) {
+        if (stage.view.service()) throw ExpectationFailed(line, "the service runs already");
+        stage.pc.Start(stage.image, switches);
+        stage.pc.Settle();
+    };
+}
+
+Action StopService(const ScriptLine& line, const Arguments&)
+{
+    return [line](Stage& stage) {
+        const Process& service = RunningService(line, stage);
+        if (!stage.view.Raise(kServiceStop)) {
+            throw ExpectationFailed(line, "the service has no event to stop it by");
+        }
+        if (!stage.pc.RunUntil([&] { return !service.running(); }, 1min)) {
+            throw ExpectationFailed(line, "the service has not stopped within a minute");
+        }
+    };
+}
+
+Action Signal(const ScriptLine& line, const Arguments& arguments)
+{
+    const std::optional<int> slot = SlotOf(arguments[0]);
+    if (!slot) {
+        std::string names;
+        for (const std::string_view name : SlotNames()) names += " " + std::string(name);
+        throw ScriptError(line, "\"" + arguments[0] + "\" is none of:" + names);
+    }
+    return [line, slot = *slot, name = arguments[0]](Stage& stage) {
+        RunningService(line, stage);
+        if (!stage.view.Raise(slot)) throw ExpectationFailed(line, "there is no " + name);
+        stage.story.Tell(name + " is signalled");
+        stage.pc.Settle();
+    };
+}
+
+Action Override(const ScriptLine& line, const Arguments& arguments)
+{
+    const bool on = ChoiceOf(line, arguments[0], {"off", "on"}) == 1;
+    return [line, on](Stage& stage) {
+        RunningService(line, stage);
+        stage.view.SetOverride(on);
+    };
+}
+
+Action RunFor(const ScriptLine& line, const Arguments& arguments)
+{
+    const Duration duration = DurationOf(line, arguments[0]);
+    return [=](Stage& stage) { stage.pc.RunFor(duration); };
+}
+
+Action RunUntilTime(const ScriptLine& line, const Arguments& arguments)
+{
+    const std::optional<CalendarTime> time = ParseCalendar("2000-01-01 " + arguments[0]);
+    if (!time) throw ScriptError(line, "\"" + arguments[0] + "\" is no time of day, like 06:00");
+    constexpr Duration kDay = 24h;
+    const Duration of_day = *time % kDay;
+    return [=](Stage& stage) {
+        const Duration left = (of_day - stage.pc.clock() % kDay + kDay) % kDay;
+        stage.pc.RunFor(left == Duration::zero() ? kDay : left);
+    };
+}
+
+Action RunUntilState(const ScriptLine& line, const Arguments& arguments)
+{
+    const std::optional<std::int32_t> state = StateOf(arguments[0]);
+    if (!state) throw ScriptError(line, "\"" + arguments[0] + "\" is no state");
+    const Duration max = DurationOf(line, arguments[1]);
+    return [=](Stage& stage) {
+        if (stage.pc.RunUntil([&] { return stage.view.state() == state; }, max)) return;
+        throw ExpectationFailed(line, "expected state " + arguments[0] + " within " + arguments[1] +
+                                          ", but it is " +
+                                          ToUtf8(StateNameOf(stage.view.state().value_or(-1))));
+    };
+}
+
+Action RunUntilEnd(const ScriptLine& line, const Arguments&)
+{
+    return [line](Stage& stage) { stage.pc.RunUntilEnd(RunningService(line, stage)); };
+}
+
+Action Say(const ScriptLine&, const Arguments& arguments)
+{
+    return [text = arguments[0]](Stage& stage) { stage.story.Tell("-- " + text); };
+}
+
+}  // namespace
+
+std::vector<Command> LifeCommands()
+{
+    return {
+        {"clock DATE TIME", "sets the PC's clock, like 2026-03-02 21:30", SetClock},
+        {"os VERSION", "sets the operating system's version, like 6.1", SetVersion},
+        {"service start [SWITCHES]", "starts the service's program", StartService},
+        {"service stop", "asks the service to stop, and waits for a minute at most", StopService},
+        {"signal EVENT", "signals an event of the service, or makes a timer of it due", Signal},
+        {"override ON", "on or off: pokes the mark of a user's wake into the service", Override},
+        {"run until end", "lets the PC live until the service's program has ended", RunUntilEnd},
+        {"run until state STATE max SPAN", "lets it live until the service is in a state",
+         RunUntilState},
+        {"run until TIME", "lets it live until its clock shows a time of day", RunUntilTime},
+        {"run SPAN", "lets the PC live for a time, like 30m or 1h30m", RunFor},
+        {"say TEXT", "puts a line into the story", Say},
+    };
+}

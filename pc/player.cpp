@@ -1,0 +1,62 @@
+#include "pc/player.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+std::ofstream OpenTrace(const std::filesystem::path& file)
+{
+    std::ofstream stream;
+    if (file.empty()) return stream;
+    stream.open(file, std::ios::binary);
+    if (!stream) throw std::runtime_error(file.string() + ": cannot be written");
+    return stream;
+}
+
+void Repeat(const PlayOptions& options, const std::vector<std::filesystem::path>& scripts,
+            std::ostream& errors)
+{
+    if (options.machine.seed == 0) return;
+    errors << "the same again: holvpc run --seed " << options.machine.seed;
+    for (const std::filesystem::path& script : scripts) errors << " " << script.string();
+    errors << "\n";
+}
+
+}  // namespace
+
+Player::Player(const PlayOptions& options, std::ostream& out)
+    : m_trace(OpenTrace(options.trace)),
+      m_pc(options.machine),
+      m_image{.host_path = options.image, .resources = options.resources},
+      m_view(m_pc),
+      m_story(m_pc, out),
+      m_stage{m_pc, m_image, m_view, m_story, out, {}}
+{
+    if (m_trace.is_open()) TraceTo(m_pc, m_trace);
+    m_pc.event_log.AddMessageFile(m_image.path, options.resources / "HOLVService.mc");
+}
+
+void Player::Play(const ScriptLine& line) { Bind(line)(m_stage); }
+
+int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
+                std::ostream& out, std::ostream& errors)
+{
+    try {
+        std::vector<ScriptLine> lines;
+        for (const std::filesystem::path& script : scripts) {
+            for (ScriptLine& line : ReadScript(script)) lines.push_back(std::move(line));
+        }
+        // Everything is understood before anything is done.
+        for (const ScriptLine& line : lines) Bind(line);
+        Player player(options, out);
+        for (const ScriptLine& line : lines) player.Play(line);
+    } catch (const ScriptError& error) {
+        errors << error.what() << "\n";
+        return 2;
+    } catch (const std::runtime_error& error) {
+        errors << error.what() << "\n";
+        Repeat(options, scripts, errors);
+        return 1;
+    }
+    return 0;
+}

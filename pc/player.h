@@ -1,0 +1,44 @@
+// Plays scripts on a PC of their own.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <vector>
+
+#include "pc/commands.h"
+#include "pc/trace.h"
+
+struct PlayOptions
+{
+    virtual_pc::Machine::Options machine;
+    std::filesystem::path trace;      // empty for none
+    std::filesystem::path image;      // of the service, on the host
+    std::filesystem::path resources;  // the image's
+};
+
+class Player
+{
+public:
+    // Throws std::runtime_error when the PC cannot be set up.
+    Player(const PlayOptions& options, std::ostream& out);
+
+    // Does what a line says. Throws ScriptError, ExpectationFailed or StuckMachine.
+    void Play(const ScriptLine& line);
+
+private:
+    std::ofstream m_trace;
+    virtual_pc::Machine m_pc;
+    virtual_pc::Image m_image;
+    ServiceView m_view;
+    Story m_story;
+    Stage m_stage;
+};
+
+// Reads all scripts, and then plays one after the other on one PC. Returns the exit status: 0, 1
+// when something was not as expected or the machine was stuck, 2 when a script cannot be
+// understood. What is wrong goes to `errors`.
+int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
+                std::ostream& out, std::ostream& errors);

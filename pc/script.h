@@ -1,0 +1,39 @@
+// Scripts: one command a line, '#' for comments, quotes around blanks.
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct ScriptLine
+{
+    std::filesystem::path script;  // empty for a line that was typed
+    int number = 0;
+    std::vector<std::string> words;
+
+    // "SCRIPT:LINE"
+    std::string Place() const;
+};
+
+// A script that cannot be read or understood. The text begins with the place.
+class ScriptError : public std::runtime_error
+{
+public:
+    ScriptError(const ScriptLine& line, const std::string& what);
+    using std::runtime_error::runtime_error;
+};
+
+// An expectation that is not met. The text begins with the place.
+class ExpectationFailed : public std::runtime_error
+{
+public:
+    ExpectationFailed(const ScriptLine& line, const std::string& what);
+};
+
+// Splits a line into words; nothing for a blank line or a comment. Throws ScriptError.
+ScriptLine ReadLine(std::string_view text, const std::filesystem::path& script, int number);
+
+// The lines of a script that say something. Throws ScriptError.
+std::vector<ScriptLine> ReadScript(const std::filesystem::path& script);

@@ -1,0 +1,97 @@
+#include "pc/service_view.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/kernel.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr const char* kState = "_ZN16CNeverSleepState14m_eSystemStateE";
+constexpr const char* kOverride = "_ZN16CNeverSleepState11m_bOverrideE";
+constexpr const char* kEvents = "g_hGlobalEvents";
+
+constexpr std::array<std::wstring_view, 6> kStates = {L"S0_NORMAL", L"HOLV_ACTIVE", L"HOLV_IDLE",
+                                                      L"HOLV_DND",  L"HOLV_S3",     L"HOLV_INIT"};
+
+constexpr int kFirstTimerSlot = 7;
+
+}  // namespace
+
+std::wstring_view StateNameOf(std::int32_t state)
+{
+    const auto index = static_cast<std::size_t>(state);
+    return index < kStates.size() ? kStates[index] : L"";
+}
+
+std::optional<std::int32_t> StateOf(std::string_view name)
+{
+    const auto found = std::ranges::find(kStates, FromUtf8(name));
+    if (found == kStates.end()) return std::nullopt;
+    return static_cast<std::int32_t>(found - kStates.begin());
+}
+
+const std::vector<std::string_view>& SlotNames()
+{
+    static const std::vector<std::string_view> names = {
+        "EVENT_ENTER_S0",  "EVENT_ENTER_ACTIVE", "EVENT_ENTER_IDLE",       "EVENT_ENTER_DND",
+        "EVENT_LEAVE_DND", "EVENT_SERVICE_STOP", "EVENT_REGISTRY_CHANGED", "TIMER_IDLE",
+        "TIMER_DND_START", "TIMER_DND_END",      "TIMER_CPU_USAGE",        "TIMER_BATTERY_USAGE",
+        "TIMER_SLEEP"};
+    return names;
+}
+
+std::optional<int> SlotOf(std::string_view name)
+{
+    const auto found = std::ranges::find(SlotNames(), name);
+    if (found == SlotNames().end()) return std::nullopt;
+    return static_cast<int>(found - SlotNames().begin());
+}
+
+ServiceView::ServiceView(Machine& pc) : m_pc(pc)
+{
+    pc.image_loaded = [this](Process& process) {
+        m_service = &process;
+        const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
+        m_pc.Watch(state, [this](std::int32_t from, std::int32_t to) {
+            m_pc.journal.Record("state", {{"from", std::wstring(StateNameOf(from))},
+                                          {"to", std::wstring(StateNameOf(to))}});
+        });
+    };
+}
+
+Process* ServiceView::service() const
+{
+    return m_service && m_service->running() ? m_service : nullptr;
+}
+
+void* ServiceView::Symbol(const char* name) const
+{
+    return m_service ? m_service->Find(name) : nullptr;
+}
+
+std::optional<std::int32_t> ServiceView::state() const
+{
+    const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
+    if (!state) return std::nullopt;
+    return state->load();
+}
+
+bool ServiceView::Raise(int slot)
+{
+    const auto* events = static_cast<const HANDLE*>(Symbol(kEvents));
+    if (!events || !events[slot]) return false;
+    if (slot < kFirstTimerSlot) return SetEvent(events[slot]);
+    const LARGE_INTEGER now{};
+    return SetWaitableTimer(events[slot], &now, 0, nullptr, nullptr, FALSE);
+}
+
+bool ServiceView::SetOverride(bool on)
+{
+    auto* override_mark = static_cast<std::atomic<std::int32_t>*>(Symbol(kOverride));
+    if (!override_mark) return false;
+    *override_mark = on;
+    return true;
+}

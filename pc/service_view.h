@@ -1,0 +1,45 @@
+// Looks into the running service as a debugger does: through the symbols of its image.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/virtual/machine.h"
+
+// "HOLV_ACTIVE" and so on; "" for a number that is no state.
+std::wstring_view StateNameOf(std::int32_t state);
+std::optional<std::int32_t> StateOf(std::string_view name);
+
+// The number of an event or timer by its name; nothing for another word.
+std::optional<int> SlotOf(std::string_view name);
+const std::vector<std::string_view>& SlotNames();
+
+class ServiceView
+{
+public:
+    // Follows whatever service the machine loads from now on. Effect "state" {from, to} is recorded
+    // for each change of its state.
+    explicit ServiceView(virtual_pc::Machine& pc);
+
+    // The service that runs; null for none.
+    virtual_pc::Process* service() const;
+    // Its state; nothing when no service runs.
+    std::optional<std::int32_t> state() const;
+
+    // Signals one of the service's events, or makes one of its timers due. False when there is no
+    // such handle.
+    bool Raise(int slot);
+
+    // Pokes the mark of an attended wake, which refuses never-sleep mode, into the service. False
+    // when none runs.
+    bool SetOverride(bool on);
+
+private:
+    void* Symbol(const char* name) const;
+
+    virtual_pc::Machine& m_pc;
+    virtual_pc::Process* m_service = nullptr;
+};

@@ -1,0 +1,110 @@
+#include "pc/story.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+struct Telling
+{
+    std::string_view kind;
+    // Empty for an effect that nobody would notice.
+    std::string (*tell)(const Effect& effect);
+};
+
+struct StateWords
+{
+    std::wstring_view name;
+    std::string_view words;
+};
+constexpr StateWords kStates[] = {
+    {L"S0_NORMAL", "normal use"},
+    {L"HOLV_ACTIVE", "never-sleep mode, active"},
+    {L"HOLV_IDLE", "never-sleep mode, idle"},
+    {L"HOLV_DND", "never-sleep mode, do not disturb"},
+    {L"HOLV_S3", "asleep"},
+    {L"HOLV_INIT", "the service rests"},
+};
+
+std::string TellState(const Effect& effect)
+{
+    const std::wstring to = effect.Text("to");
+    for (const StateWords& state : kStates) {
+        if (state.name != to) continue;
+        return std::string(state.words) + " (" + ToUtf8(to) + ", from " +
+               ToUtf8(effect.Text("from")) + ")";
+    }
+    return {};
+}
+
+std::string TellProcess(const Effect& effect)
+{
+    const std::string path = ToUtf8(effect.Text("path"));
+    const std::string name = path.substr(path.rfind('\\') + 1);
+    if (effect.Text("what") == L"started") return name + " starts";
+    return name + " ends with exit code " + std::to_string(effect.Number("exit_code"));
+}
+
+std::string TellClock(const Effect&) { return "the clock is set"; }
+
+// The service says so only in its messages.
+std::string TellDebug(const Effect& effect)
+{
+    const bool refused = effect.Text("text").find(L"Override detected") != std::wstring::npos;
+    return refused ? "never-sleep mode is refused: the user has woken the PC" : "";
+}
+
+std::string TellPlan(const Effect& effect) { return "power plan: " + ToUtf8(effect.Text("plan")); }
+
+std::string TellRequest(const Effect& effect)
+{
+    const std::string type = ToUtf8(effect.Text("type"));
+    if (effect.Number("count") > 1) return {};
+    return effect.Text("what") == L"set" ? "power request held: " + type
+                                         : "power request released: " + type;
+}
+
+std::string TellDevice(const Effect& effect)
+{
+    return "platform device: mode " + std::to_string(effect.Number("mode"));
+}
+
+constexpr Telling kTellings[] = {
+    {"state", TellState},           {"process", TellProcess},     {"clock", TellClock},
+    {"debug", TellDebug},           {"plan activated", TellPlan}, {"request", TellRequest},
+    {"device request", TellDevice},
+};
+
+}  // namespace
+
+Story::Story(Machine& pc, std::ostream& out) : m_pc(pc), m_out(out)
+{
+    pc.journal.Listen([this](const Effect& effect) { Hear(effect); });
+}
+
+void Story::Hear(const Effect& effect)
+{
+    for (const Telling& telling : kTellings) {
+        if (telling.kind != effect.kind) continue;
+        const std::string text = telling.tell(effect);
+        if (!text.empty()) Print(effect.clock, text);
+    }
+}
+
+void Story::Tell(std::string_view text)
+{
+    const Hold hold(m_pc);
+    Print(m_pc.clock(), text);
+}
+
+void Story::Print(CalendarTime clock, std::string_view text)
+{
+    static constexpr const char* kDays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                            "Thursday", "Friday", "Saturday"};
+    const std::string now = FormatCalendar(clock);
+    const std::string day = now.substr(0, 10);
+    if (day != m_day) {
+        m_out << kDays[FromCalendar(clock).wDayOfWeek] << ", " << day << "\n";
+        m_day = day;
+    }
+    m_out << "  " << now.substr(11, 8) << "  " << text << "\n" << std::flush;
+}

@@ -1,0 +1,9 @@
+// The trace: every effect as a line of JSON, in order.
+#pragma once
+
+#include <ostream>
+
+#include "platform/virtual/machine.h"
+
+// Writes the effects of `pc` to `out` from now on. Both must outlive the machine's last effect.
+void TraceTo(virtual_pc::Machine& pc, std::ostream& out);
