@@ -399,7 +399,9 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
         }
         EXPECT_EQ(After(c.slot), c.story) << what << ", then slot " << c.slot;
         EXPECT_EQ(S::m_eSystemState, c.to) << what << ", then slot " << c.slot;
-        if (c.to == S0_NORMAL) EXPECT_FALSE(S::m_bOverride) << "it ends in normal use";
+        if (c.to == S0_NORMAL) {
+            EXPECT_FALSE(S::m_bOverride) << "it ends in normal use";
+        }
     }
     Stop();
 }

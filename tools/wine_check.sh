@@ -7,7 +7,7 @@ executable=$(realpath "$1")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
-export WINEDLLOVERRIDES='powrprof=n;mscoree,mshtml='
+export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml='
 unset DISPLAY
 trap 'wineserver -k || true' EXIT
 

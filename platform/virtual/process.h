@@ -26,7 +26,7 @@ struct Image
     std::wstring path = LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)";
     // The folder on the host that holds the image's resources (its message table); the source
     // tree's resources/.
-    std::filesystem::path resources;
+    std::filesystem::path resources = {};
 };
 
 // An image in memory. Each load is a copy of its own, so that two processes of one program, or two

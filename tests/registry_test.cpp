@@ -1,0 +1,243 @@
+// The registry room, from the service's side and from the driver's, and its files.
+
+#include <cstring>
+#include <fstream>
+
+#include "platform/owned.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+namespace fs = std::filesystem;
+
+namespace {
+
+class RegistryTest : public VirtualPcTest
+{
+protected:
+    RegistryTest()
+    {
+        m_folder = fs::temp_directory_path() / ("holv-reg-" + std::to_string(getpid()));
+        fs::create_directories(m_folder);
+    }
+    ~RegistryTest() override { fs::remove_all(m_folder); }
+
+    fs::path File(const std::string& text)
+    {
+        const fs::path file = m_folder / "a.reg";
+        std::ofstream(file, std::ios::binary) << text;
+        return file;
+    }
+
+    fs::path m_folder;
+};
+
+OwnedKey Open(HKEY root, const wchar_t* path)
+{
+    OwnedKey key;
+    EXPECT_EQ(RegOpenKeyW(root, path, key.Receive()), ERROR_SUCCESS);
+    return key;
+}
+
+TEST_F(RegistryTest, KeysAreFoundInAnyLetterCaseAndKeepTheirSpelling)
+{
+    RunAsProcess([] {
+        OwnedKey key;
+        EXPECT_EQ(RegOpenKeyW(HKEY_LOCAL_MACHINE, LR"(Software\Orbeq)", key.Receive()),
+                  ERROR_FILE_NOT_FOUND);
+        EXPECT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, LR"(Software\Orbeq\Holv)", key.Receive()),
+                  ERROR_SUCCESS);
+        const DWORD value = 7;
+        EXPECT_EQ(RegSetValueExW(key.Get(), L"Level", 0, REG_DWORD,
+                                 reinterpret_cast<const BYTE*>(&value), sizeof(value)),
+                  ERROR_SUCCESS);
+        const OwnedKey again = Open(HKEY_LOCAL_MACHINE, LR"(SOFTWARE\ORBEQ)");
+        DWORD read = 0;
+        DWORD size = sizeof(read);
+        EXPECT_EQ(RegGetValueW(again.Get(), L"hOLV", L"level", RRF_RT_DWORD, nullptr, &read, &size),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(read, 7u);
+        EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
+    });
+    EXPECT_EQ(pc.registry.GetDword(LR"(hklm\software\orbeq\holv)", L"LEVEL"), 7u);
+}
+
+TEST_F(RegistryTest, AValueIsReadOnlyAsOneOfTheTypesAskedFor)
+{
+    const wchar_t* key = LR"(HKLM\A)";
+    pc.registry.SetDword(key, L"number", 5);
+    pc.registry.SetString(key, L"text", L"ab");
+    pc.registry.Set(key, L"expand", RegistryValue::String(L"%x%", REG_EXPAND_SZ));
+    pc.registry.Set(key, L"four", {REG_BINARY, {1, 2, 0, 0}});
+    pc.registry.Set(key, L"eight", {REG_BINARY, std::vector<BYTE>(8)});
+    RegistryValue open_end = RegistryValue::String(L"ab");
+    open_end.data.resize(2 * sizeof(wchar_t));
+    pc.registry.Set(key, L"open end", open_end);
+
+    constexpr DWORD kW = sizeof(wchar_t);
+    struct Case
+    {
+        const wchar_t* name;
+        DWORD flags;
+        DWORD room;
+        LSTATUS result;
+        DWORD size;  // told afterwards
+    };
+    const Case cases[] = {
+        {L"number", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
+        {L"number", RRF_RT_REG_SZ, 4, ERROR_UNSUPPORTED_TYPE, 4},
+        {L"number", RRF_RT_DWORD, 2, ERROR_MORE_DATA, 4},
+        {L"text", RRF_RT_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 4},
+        {L"text", RRF_RT_REG_SZ, 3 * kW, ERROR_SUCCESS, 3 * kW},
+        {L"text", RRF_RT_REG_SZ, 2 * kW, ERROR_MORE_DATA, 3 * kW},
+        {L"open end", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 3 * kW},
+        {L"expand", RRF_RT_REG_SZ, 8 * kW, ERROR_UNSUPPORTED_TYPE, 8 * kW},
+        {L"four", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
+        {L"four", RRF_RT_REG_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 4},
+        {L"eight", RRF_RT_DWORD, 8, ERROR_INVALID_DATA, 8},
+        {L"none", RRF_RT_ANY, 8, ERROR_FILE_NOT_FOUND, 8},
+    };
+    RunAsProcess([&] {
+        const OwnedKey open = Open(HKEY_LOCAL_MACHINE, L"A");
+        SetLastError(17);
+        for (const Case& c : cases) {
+            std::vector<BYTE> data(64);
+            DWORD size = c.room;
+            EXPECT_EQ(
+                RegGetValueW(open.Get(), nullptr, c.name, c.flags, nullptr, data.data(), &size),
+                c.result)
+                << std::string(c.name, c.name + std::wcslen(c.name));
+            EXPECT_EQ(size, c.size) << std::string(c.name, c.name + std::wcslen(c.name));
+        }
+        EXPECT_EQ(GetLastError(), 17u) << "the registry leaves the last error alone";
+    });
+}
+
+TEST_F(RegistryTest, ClassesAreTheUsersOverTheMachines)
+{
+    pc.registry.SetString(LR"(HKLM\Software\Classes\One)", L"", L"machine");
+    pc.registry.SetString(LR"(HKLM\Software\Classes\Two)", L"", L"machine");
+    pc.registry.SetString(LR"(HKCU\Software\Classes\Two)", L"", L"user");
+    EXPECT_EQ(pc.registry.GetString(LR"(HKCR\One)", L""), L"machine");
+    EXPECT_EQ(pc.registry.GetString(LR"(HKCR\Two)", L""), L"user");
+    pc.registry.SetString(LR"(HKCR\Three)", L"", L"new");
+    EXPECT_TRUE(pc.registry.HasKey(LR"(HKLM\Software\Classes\Three)"));
+    pc.registry.SetString(LR"(HKCR\Two\Sub)", L"", L"new");
+    EXPECT_TRUE(pc.registry.HasKey(LR"(HKCU\Software\Classes\Two\Sub)"));
+}
+
+TEST_F(RegistryTest, ADeletedKeysHandlesAreGoodForNothing)
+{
+    constexpr LSTATUS kKeyDeleted = 1018;
+    pc.registry.SetDword(LR"(HKLM\A\B)", L"n", 1);
+    RunAsProcess([&] {
+        const OwnedKey key = Open(HKEY_LOCAL_MACHINE, LR"(A\B)");
+        EXPECT_TRUE(pc.registry.DeleteKey(LR"(HKLM\A)"));
+        DWORD value = 0;
+        DWORD size = sizeof(value);
+        EXPECT_EQ(RegGetValueW(key.Get(), nullptr, L"n", RRF_RT_DWORD, nullptr, &value, &size),
+                  kKeyDeleted);
+    });
+}
+
+TEST_F(RegistryTest, WhatIsExportedComesBackTheSame)
+{
+    const wchar_t* key = LR"(HKLM\Software\Classes\Round "trip")";
+    pc.registry.SetString(key, L"", L"default \\ \"quoted\" \u00e9\u20ac\U0001F50A");
+    pc.registry.SetString(key, L"two\nlines = \"x\"", L"a\r\nb");
+    pc.registry.SetDword(key, L"number", 0xDEADBEEF);
+    std::vector<BYTE> bytes(200);
+    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<BYTE>(i);
+    pc.registry.Set(key, L"bytes", {REG_BINARY, bytes});
+    pc.registry.Set(key, L"no bytes", {REG_BINARY, {}});
+    pc.registry.Set(key, L"expand", RegistryValue::String(L"%a%\\b", REG_EXPAND_SZ));
+    pc.registry.Set(std::wstring(key) + L"\\Below", L"odd", {REG_QWORD, std::vector<BYTE>(8, 1)});
+    pc.registry.DeleteValue(key, L"two\nlines = \"x\"");  // a name with a line end fits no file
+
+    const fs::path file = m_folder / "out.reg";
+    pc.registry.Export(file, LR"(HKLM\Software)");
+    const auto names = {L"", L"number", L"bytes", L"no bytes", L"expand"};
+    std::vector<RegistryValue> before;
+    for (const wchar_t* name : names) before.push_back(*pc.registry.Get(key, name));
+    pc.registry.DeleteKey(LR"(HKLM\Software)");
+    pc.registry.Import(file);
+    std::size_t at = 0;
+    for (const wchar_t* name : names) {
+        const auto after = pc.registry.Get(key, name);
+        ASSERT_TRUE(after.has_value());
+        EXPECT_EQ(after->type, before[at].type);
+        EXPECT_EQ(after->data, before[at++].data);
+    }
+    EXPECT_EQ(pc.registry.Get(std::wstring(key) + L"\\Below", L"odd")->type, DWORD{REG_QWORD});
+}
+
+TEST_F(RegistryTest, FilesMayBeUtf8WithContinuedLinesDeletionsAndComments)
+{
+    pc.registry.SetDword(LR"(HKLM\Old)", L"n", 1);
+    pc.registry.SetDword(LR"(HKLM\A)", L"gone", 1);
+    pc.registry.Import(
+        File("\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n"
+             "; a comment\r\n\r\n[-HKEY_LOCAL_MACHINE\\Old]\r\n"
+             "[HKEY_LOCAL_MACHINE\\A]\r\n\"gone\"=-\r\n@=\"d\xC3\xA9j\xC3\xA0\"\r\n"
+             "\"x\"=hex(2):61,00,\\\r\n  62,00,\\\r\n  00,00\r\n"
+             "\"p\"=\"C:\\\\x\\\\\"\r\n"));
+    EXPECT_FALSE(pc.registry.HasKey(LR"(HKLM\Old)"));
+    EXPECT_FALSE(pc.registry.Get(LR"(HKLM\A)", L"gone"));
+    EXPECT_EQ(pc.registry.GetString(LR"(HKLM\A)", L""), L"d\u00e9j\u00e0");
+    EXPECT_EQ(pc.registry.GetString(LR"(HKLM\A)", L"x"), L"ab");
+    EXPECT_EQ(pc.registry.GetString(LR"(HKLM\A)", L"p"), LR"(C:\x\)");
+}
+
+TEST_F(RegistryTest, ABadFileIsNamedWithItsLineAndNothingOfItIsApplied)
+{
+    const std::string head = "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\New]\n";
+    struct Case
+    {
+        std::string text;
+        const char* says;
+    };
+    const Case cases[] = {
+        {"REGEDIT4\n", ":1: the first line is not"},
+        {head + "[HKEY_LOCAL_MACHINE\\A\n",
+         ":3: \"[HKEY_LOCAL_MACHINE\\A\" has no closing bracket"},
+        {head + "[HKEY_NOWHERE\\A]\n", ":3: \"HKEY_NOWHERE\\A\" does not begin with"},
+        {head + "\n\"a\"=dword:123456789\n", ":4: \"dword:123456789\" is no number"},
+        {head + "\"a\"=hex:1,zz\n", ":3: \"zz\" is no byte"},
+        {head + "\"a\"=number:1\n", ":3: \"number:1\" is no text, dword, hex"},
+        {head + "\"a=1\n", ":3: the quotation mark at \"a=1 is never closed"},
+        {head + "\"a\" \"b\"\n", ":3: \"=\" is expected"},
+        {head + "plain\n", ":3: \"plain\" is neither a key nor a value"},
+        {head + "\"x\"=hex:01,\\\n02,\\\n03\n\"a\"=\"b\"c\n", ":6: \"c\" follows the text"},
+        {"Windows Registry Editor Version 5.00\n\"a\"=dword:1\n",
+         ":2: \"\"a\"=dword:1\" belongs to"},
+        {head + "[-HKEY_LOCAL_MACHINE]\n", ":3: a root cannot be deleted"},
+    };
+    for (const Case& c : cases) {
+        try {
+            pc.registry.Import(File(c.text));
+            ADD_FAILURE() << c.text;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find(std::string("a.reg") + c.says),
+                      std::string::npos)
+                << error.what() << "\nexpected: " << c.says;
+        }
+        EXPECT_FALSE(pc.registry.HasKey(LR"(HKLM\New)"));
+    }
+}
+
+TEST(KeptPcTest, DiskAndRegistryOutliveThePcInItsRoot)
+{
+    const fs::path root = fs::temp_directory_path() / ("holv-root-" + std::to_string(getpid()));
+    {
+        Machine pc({.free = kRunFree, .root = root});
+        pc.registry.SetString(LR"(HKCU\Software\A)", L"n", L"kept");
+        pc.disk.Write(LR"(C:\Data\kept.txt)", "bytes");
+    }
+    {
+        const Machine pc({.free = kRunFree, .root = root});
+        EXPECT_EQ(pc.registry.GetString(LR"(HKCU\Software\A)", L"n"), L"kept");
+        EXPECT_EQ(pc.disk.Read(LR"(c:\data\KEPT.TXT)"), "bytes");
+    }
+    fs::remove_all(root);
+}
+
+}  // namespace

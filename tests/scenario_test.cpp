@@ -1,0 +1,132 @@
+// The scenarios, each played as `holvpc run` plays it; and what a seed promises of a whole run.
+
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "pc/player.h"
+#include "platform/owned.h"
+#include "tests/virtual_pc_test.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+PlayOptions Options(std::uint64_t seed = 0, const fs::path& trace = {})
+{
+    PlayOptions options;
+    options.machine.free = kRunFree;
+    options.machine.seed = seed;
+    options.image = HOLV_IMAGE;
+    options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
+    options.trace = trace;
+    return options;
+}
+
+const fs::path kScenarios = fs::path(HOLV_SOURCE_DIR) / "scenarios";
+
+std::vector<std::string> Scenarios()
+{
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(kScenarios)) {
+        if (entry.path().extension() == ".pc") names.push_back(entry.path().stem().string());
+    }
+    return names;
+}
+
+class ScenarioTest : public ::testing::TestWithParam<std::string>
+{
+};
+
+TEST_P(ScenarioTest, GoesAsItSays)
+{
+    std::ostringstream story;
+    std::ostringstream errors;
+    const int status = PlayScripts({kScenarios / (GetParam() + ".pc")}, Options(), story, errors);
+    EXPECT_EQ(status, 0) << errors.str() << story.str();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ScenarioTest, ::testing::ValuesIn(Scenarios()),
+                         [](const auto& scenario) { return scenario.param; });
+
+// The trace of the first day.
+std::string TraceOfFirstDay(std::uint64_t seed)
+{
+    const fs::path file = fs::temp_directory_path() /
+                          ("holv-trace-" + std::to_string(getpid()) + "-" + std::to_string(seed));
+    PlayOptions options = Options(seed, file);
+    options.machine.free = false;
+    std::ostringstream story;
+    std::ostringstream errors;
+    EXPECT_EQ(PlayScripts({kScenarios / "first_day.pc"}, options, story, errors), 0)
+        << "seed " << seed << "\n"
+        << errors.str();
+    std::ifstream stream(file, std::ios::binary);
+    std::string trace(std::istreambuf_iterator<char>(stream), {});
+    fs::remove(file);
+    return trace;
+}
+
+TEST(TraceTest, ASeedGivesTheSameTraceByteByByte)
+{
+    for (const std::uint64_t seed : {0, 1, 2}) {
+        const std::string trace = TraceOfFirstDay(seed);
+        EXPECT_GT(trace.size(), 10'000u);
+        EXPECT_EQ(TraceOfFirstDay(seed), trace) << "seed " << seed;
+        EXPECT_EQ(trace.find(HOLV_SOURCE_DIR), std::string::npos) << "a path of the host";
+    }
+}
+
+// A process whose threads log at once, three lines each.
+std::string OrderOfLines(std::uint64_t seed)
+{
+    virtual_pc::Machine pc({.seed = seed});
+    std::string order;
+    pc.journal.Listen([&](const virtual_pc::Effect& effect) {
+        if (effect.kind == "debug") order += std::to_string(effect.thread % 100) + " ";
+    });
+    virtual_pc::Process& process = pc.Start([] {
+        const auto work = [](LPVOID) -> DWORD {
+            for (int i = 0; i < 3; ++i) OutputDebugStringW(L"here");
+            return 0;
+        };
+        const OwnedHandle threads[] = {
+            OwnedHandle(CreateThread(nullptr, 0, work, nullptr, 0, nullptr)),
+            OwnedHandle(CreateThread(nullptr, 0, work, nullptr, 0, nullptr))};
+        const HANDLE all[] = {threads[0].Get(), threads[1].Get()};
+        WaitForMultipleObjects(2, all, TRUE, INFINITE);
+        return 0;
+    });
+    pc.RunUntilEnd(process);
+    return order;
+}
+
+TEST(TraceTest, OtherSeedsGiveOtherThreadOrders)
+{
+    std::set<std::string> orders;
+    for (std::uint64_t seed = 0; seed < 30; ++seed) orders.insert(OrderOfLines(seed));
+    EXPECT_GE(orders.size(), 5u);
+}
+
+// Process-wide data start afresh: what one run of the program has changed, the next does not see.
+TEST(ImageTest, EveryStartOfTheProgramIsANewProcess)
+{
+    virtual_pc::Machine pc({.free = kRunFree});
+    const virtual_pc::Image image{.host_path = HOLV_IMAGE};
+    std::vector<std::int32_t> first_states;
+    pc.image_loaded = [&](virtual_pc::Process& process) {
+        first_states.push_back(*static_cast<const std::atomic<std::int32_t>*>(
+            process.Find("_ZN16CNeverSleepState14m_eSystemStateE")));
+    };
+    for (int run = 0; run < 3; ++run) {
+        virtual_pc::Process& process = pc.Start(image, L"-Debug");
+        pc.RunUntilEnd(process);
+        EXPECT_EQ(process.exit_code(), 0);
+        ASSERT_EQ(process.left_open().size(), 1u);
+        EXPECT_EQ(process.left_open()[0].name, kLogPath);
+    }
+    constexpr std::int32_t kInit = 5;
+    EXPECT_EQ(first_states, std::vector<std::int32_t>(3, kInit));
+}
+
+}  // namespace

@@ -1,0 +1,154 @@
+// Scripts that are wrong: what is said of them, and that nothing of them is done.
+
+#include <fstream>
+#include <sstream>
+
+#include "pc/player.h"
+#include "tests/virtual_pc_test.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ScriptTest : public ::testing::Test
+{
+protected:
+    ScriptTest()
+    {
+        m_folder = fs::temp_directory_path() / ("holv-script-" + std::to_string(getpid()));
+        fs::create_directories(m_folder);
+    }
+    ~ScriptTest() override { fs::remove_all(m_folder); }
+
+    int Play(const std::string& text)
+    {
+        const fs::path script = m_folder / "a.pc";
+        std::ofstream(script) << text;
+        PlayOptions options;
+        options.machine.free = kRunFree;
+        options.image = HOLV_IMAGE;
+        options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
+        story.str("");
+        errors.str("");
+        return PlayScripts({script}, options, story, errors);
+    }
+
+    // What was said, without the folder.
+    std::string Errors() const
+    {
+        std::string text = errors.str();
+        const std::string folder = m_folder.string() + "/";
+        for (auto at = text.find(folder); at != text.npos; at = text.find(folder)) {
+            text.erase(at, folder.size());
+        }
+        return text;
+    }
+
+    fs::path m_folder;
+    std::ostringstream story;
+    std::ostringstream errors;
+};
+
+TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
+{
+    struct Case
+    {
+        const char* line;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"dance", "there is no command \"dance\""},
+        {"reg set HKLM\\A b dword", "\"reg\" is used in one of these forms:"},
+        {"reg set HKLM\\A b dword twelve", "\"twelve\" is no number"},
+        {"reg set HKLM\\A b dword 0x100000000", "\"0x100000000\" is no number"},
+        {"reg set HKLM\\A b word 1", "\"word\" is none of: dword string expand binary"},
+        {"reg set HKXX\\A b dword 1", "does not begin with HKLM, HKCU or HKCR"},
+        {"reg set HKLM\\A b binary 0g", "\"0x0g\" is no number"},
+        {"clock 2026-13-02 21:30", "\"2026-13-02 21:30\" is no date and time"},
+        {"run 30", "\"30\" is no time span"},
+        {"run until 25:00", "\"25:00\" is no time of day"},
+        {"run until state HOLV max 2h", "\"HOLV\" is no state"},
+        {"signal EVENT_ENTER", "\"EVENT_ENTER\" is none of: EVENT_ENTER_S0"},
+        {"fault NoSuchFunction 5 once", "there is no platform function \"NoSuchFunction\""},
+        {"fault GetTickCount64 5 once", "GetTickCount64 cannot fail"},
+        {"fault WriteFile 5 rate 2", "\"2\" is no rate"},
+        {"say \"never closed", "the quotation mark before \"never closed\" is never closed"},
+        {"say \"glued\"on", "a blank is missing after \"glued\""},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(Play("say first\n\n" + std::string(c.line) + "\n"), 2) << c.line;
+        EXPECT_TRUE(Errors().starts_with("a.pc:3: ")) << c.line << ": " << Errors();
+        EXPECT_NE(Errors().find(c.words), std::string::npos) << c.line << ": " << Errors();
+        EXPECT_EQ(story.str(), "") << c.line;
+    }
+}
+
+TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
+{
+    struct Case
+    {
+        const char* line;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"expect state S0_NORMAL", "expected state S0_NORMAL, but the service does not run"},
+        {"expect log exit", "expected \"exit\" in the log, but it is not there"},
+        {"expect reg HKLM\\A b 1", "expected HKLM\\A b to be 1, but it is not there"},
+        {"expect event exit", "expected an event with \"exit\", but none of the 0 has it"},
+        {"expect file C:\\x.txt", "expected the file C:\\x.txt, but it is not there"},
+        {"service stop", "the service does not run"},
+        {"pipe hangup A", "nobody listens on pipe A"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(Play("say before # a comment\n" + std::string(c.line) + "\nsay after"), 1);
+        EXPECT_EQ(Errors(), "a.pc:2: " + std::string(c.words) + "\n");
+        EXPECT_NE(story.str().find("-- before"), std::string::npos);
+        EXPECT_EQ(story.str().find("-- after"), std::string::npos);
+    }
+    EXPECT_EQ(Play("reg set HKLM\\A b dword 7\nexpect reg hklm\\a B 8"), 1);
+    EXPECT_EQ(Errors(), "a.pc:2: expected hklm\\a B to be 8, but it is 7\n");
+    EXPECT_EQ(Play("service start\nexpect state HOLV_DND"), 1);
+    EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_DND, but it is S0_NORMAL\n");
+    EXPECT_EQ(Play("service start\nrun until state HOLV_S3 max 2h"), 1);
+    EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_S3 within 2h, but it is S0_NORMAL\n");
+}
+
+TEST_F(ScriptTest, AStuckMachineIsReportedWithItsThreads)
+{
+    EXPECT_EQ(Play("reg set HKLM\\Software\\Orbeq\\Holv\\User EnableNeverSleep dword 0\n"
+                   "service start\nrun until end"),
+              1);
+    EXPECT_NE(Errors().find("the machine is stuck: nobody can run"), std::string::npos) << Errors();
+    EXPECT_NE(Errors().find("for an object to be signalled"), std::string::npos);
+}
+
+TEST_F(ScriptTest, ABadRegFileIsNamedAndChangesNothing)
+{
+    std::ofstream(m_folder / "bad.reg")
+        << "Windows Registry Editor Version 5.00\n\n"
+           "[HKEY_LOCAL_MACHINE\\A]\n\"b\"=dword:1\n\"c\"=dword:x\n";
+    EXPECT_EQ(Play("reg import bad.reg"), 2);
+    EXPECT_EQ(Errors(),
+              "a.pc:1: bad.reg:5: \"dword:x\" is no number of up to 8 hexadecimal digits\n");
+}
+
+TEST_F(ScriptTest, AListenerHearsTheTraceAndTheLogFileIsNotMade)
+{
+    EXPECT_EQ(Play("pipe listen ZYTA_HOLV_IP1\nservice start\nservice stop\n"
+                   "expect heard ZYTA_HOLV_IP1 \"EnterNormalS0State exit [L=1][M=NeverSleep]\"\n"
+                   "expect no file C:\\ProgramData\\Orbeq\\Holv\\HOLVLog.txt\nexpect no log a\n"),
+              0)
+        << Errors();
+}
+
+TEST_F(ScriptTest, EveryCommandHasAFormAndHelp)
+{
+    std::ostringstream help;
+    PrintHelp(help, "");
+    for (const Command& command : AllCommands()) {
+        EXPECT_NE(help.str().find(std::string(command.pattern)), std::string::npos);
+        EXPECT_FALSE(command.help.empty()) << command.pattern;
+    }
+}
+
+}  // namespace
