@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "platform/device.h"
 #include "platform/eventlog.h"
 #include "platform/file.h"
 #include "platform/kernel.h"
@@ -86,3 +87,11 @@ struct TaskStringTraits
     static void Close(Type text) { CoTaskMemFree(text); }
 };
 using OwnedTaskString = Owned<TaskStringTraits>;  // text from the shell and COM
+
+struct DeviceInfoSetTraits
+{
+    using Type = HDEVINFO;
+    static Type None() { return INVALID_HANDLE_VALUE; }
+    static void Close(Type set) { SetupDiDestroyDeviceInfoList(set); }
+};
+using OwnedDeviceInfoSet = Owned<DeviceInfoSetTraits>;

@@ -1,9 +1,125 @@
-// Nothing is done yet: there are no requests.
 #include "power/never_sleep_away_mode.h"
 
-BOOL CNeverSleepAwayMode::Initialize() { return TRUE; }
-void CNeverSleepAwayMode::Uninitialize() {}
-BOOL CNeverSleepAwayMode::EnableAwayMode() { return TRUE; }
-BOOL CNeverSleepAwayMode::DisableAwayMode() { return TRUE; }
-BOOL CNeverSleepAwayMode::DisableIdleTimer() { return TRUE; }
-BOOL CNeverSleepAwayMode::EnableIdleTimer() { return TRUE; }
+#include <utility>
+
+#include "log/log.h"
+#include "platform/lock.h"
+#include "platform/owned.h"
+
+HANDLE CNeverSleepAwayMode::m_hAwayModeRequest = INVALID_HANDLE_VALUE;
+HANDLE CNeverSleepAwayMode::m_hSystemRequiredRequest = INVALID_HANDLE_VALUE;
+BOOL CNeverSleepAwayMode::m_bAwayModeRequested = FALSE;
+BOOL CNeverSleepAwayMode::m_bSystemRequiredRequested = FALSE;
+
+// One of the four operations: what it wants of which request, and what it says. A text that is
+// null is not said.
+struct CNeverSleepAwayMode::Change
+{
+    const wchar_t* function;
+    HANDLE& request;
+    POWER_REQUEST_TYPE type;
+    BOOL& requested;
+    BOOL wanted;
+    const wchar_t* nothing_to_do;
+    const wchar_t* no_request;
+    DWORD failure_level;
+    const wchar_t* failure;
+    const wchar_t* success;
+};
+
+namespace {
+
+// The look at a flag and the call that follows belong together: the system counts, and a request
+// that two threads had set would be left held by one release.
+CriticalSection g_lock;
+
+// The system shows the reason to whoever lists the outstanding requests.
+HANDLE CreateRequest()
+{
+    wchar_t reason[] = L"Orbeq(R) Holv Technology";
+    REASON_CONTEXT context{};
+    context.Version = POWER_REQUEST_CONTEXT_VERSION;
+    context.Flags = POWER_REQUEST_CONTEXT_SIMPLE_STRING;
+    context.Reason.SimpleReasonString = reason;
+    return PowerCreateRequest(&context);
+}
+
+}  // namespace
+
+BOOL CNeverSleepAwayMode::Initialize()
+{
+    const ScopedLock lock(g_lock);
+    m_hAwayModeRequest = CreateRequest();
+    m_hSystemRequiredRequest = CreateRequest();
+    m_bAwayModeRequested = m_bSystemRequiredRequested = FALSE;
+    if (m_hAwayModeRequest == INVALID_HANDLE_VALUE ||
+        m_hSystemRequiredRequest == INVALID_HANDLE_VALUE) {
+        Log(3, L"CNeverSleepAwayMode::Initialize", L"Can't create power request, GLE=%d\n",
+            GetLastError());
+        return FALSE;
+    }
+    return TRUE;
+}
+
+// A handler's thread may still come after the end. It then finds no handle, not one that by now may
+// stand for something else.
+void CNeverSleepAwayMode::Uninitialize()
+{
+    const ScopedLock lock(g_lock);
+    for (HANDLE* request : {&m_hAwayModeRequest, &m_hSystemRequiredRequest}) {
+        const OwnedFile closed(std::exchange(*request, INVALID_HANDLE_VALUE));
+    }
+}
+
+BOOL CNeverSleepAwayMode::Apply(const Change& change)
+{
+    const ScopedLock lock(g_lock);
+    if (change.requested == change.wanted) {
+        Log(6, change.function, L"%s", change.nothing_to_do);
+        return TRUE;
+    }
+    if (change.request == INVALID_HANDLE_VALUE) {
+        if (change.no_request) Log(6, change.function, L"%s", change.no_request);
+        return TRUE;
+    }
+    const auto apply = change.wanted ? PowerSetRequest : PowerClearRequest;
+    if (!apply(change.request, change.type)) {
+        Log(change.failure_level, change.function, L"%s, GLE=%d\n", change.failure, GetLastError());
+        return FALSE;
+    }
+    if (change.success) Log(6, change.function, L"%s", change.success);
+    change.requested = change.wanted;
+    return TRUE;
+}
+
+BOOL CNeverSleepAwayMode::EnableAwayMode()
+{
+    return Apply({L"CNeverSleepAwayMode::EnableAwayMode", m_hAwayModeRequest,
+                  PowerRequestAwayModeRequired, m_bAwayModeRequested, TRUE,
+                  L"Outstanding away mode request exist, returning.", L"Did not enable away mode",
+                  6, L"Unable to request AwayMode", nullptr});
+}
+
+BOOL CNeverSleepAwayMode::DisableAwayMode()
+{
+    return Apply({L"CNeverSleepAwayMode::DisableAwayMode", m_hAwayModeRequest,
+                  PowerRequestAwayModeRequired, m_bAwayModeRequested, FALSE,
+                  L"No outstanding away mode request to clear, returning.",
+                  L"Did not disable away mode", 6, L"Unable to disable AwayMode", nullptr});
+}
+
+BOOL CNeverSleepAwayMode::DisableIdleTimer()
+{
+    return Apply({L"CNeverSleepAwayMode::DisableIdleTimer", m_hSystemRequiredRequest,
+                  PowerRequestSystemRequired, m_bSystemRequiredRequested, TRUE,
+                  L"Outstanding system required request exist, returning.", nullptr, 2,
+                  L"Unable to disable idle timer", L"Idle timer is now controlled by HOLV"});
+}
+
+BOOL CNeverSleepAwayMode::EnableIdleTimer()
+{
+    return Apply({L"CNeverSleepAwayMode::EnableIdleTimer", m_hSystemRequiredRequest,
+                  PowerRequestSystemRequired, m_bSystemRequiredRequested, FALSE,
+                  L"No outstanding system reuired request to clear, returning.", nullptr, 2,
+                  L"Unable to enable idle timer", L"Idle timer is now controlled by OS"});
+}

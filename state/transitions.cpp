@@ -302,10 +302,11 @@ void CNeverSleepState::LeaveNeverSleepDoNotDisturbState()
 
 // --- Start and end ---
 
-// The audio manager and the power policy manager have nothing to do yet and are not made.
+// The audio manager has nothing to do yet and is not made.
 void CNeverSleepState::InitializeState()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::InitializeState";
+    m_pPowerPolicyManager.Set(std::make_shared<CPowerPolicyManager>());
     CNeverSleepAwayMode::Initialize();
     m_pDriverApi.Set(nullptr);
     if (IsHolvDevicePresent()) {

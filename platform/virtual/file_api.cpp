@@ -184,7 +184,8 @@ HANDLE OpenPipe(Call& call, std::wstring_view path, DWORD access)
     return call.Open(std::make_shared<PipeEnd>(std::move(name), access, std::move(listener)));
 }
 
-// Names outside the disks, and who opens them: the first row whose beginning fits.
+// Names outside the disks, and who opens them: the first row whose beginning fits; the devices
+// themselves where none does.
 struct DeviceNames
 {
     std::wstring_view beginning;
@@ -197,7 +198,9 @@ HANDLE OpenDevice(Call& call, std::wstring_view path, DWORD access)
     for (const DeviceNames& names : kDeviceNames) {
         if (StartsWith(path, names.beginning)) return names.open(call, path, access);
     }
-    return FailToOpen(call, ERROR_FILE_NOT_FOUND);
+    DWORD error = NO_ERROR;
+    std::shared_ptr<Object> device = call.machine.devices.OpenPath(path, error);
+    return device ? call.Open(std::move(device)) : FailToOpen(call, error);
 }
 
 // What a disposition asks of the host, and whether the last error tells if the file was there.

@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
 #include "platform/virtual/event_log.h"
 #include "platform/virtual/faults.h"
@@ -116,6 +117,7 @@ public:
     Outputs outputs;
     EventLog event_log;
     Power power{*this};
+    Devices devices{*this};
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;

@@ -1,0 +1,226 @@
+// What each transition of never-sleep mode writes into which plan, and which plan it activates.
+
+#include "log/log.h"
+#include "power/plan_settings.h"
+#include "settings/settings.h"
+
+namespace {
+
+constexpr DWORD kAllowed = 1;
+constexpr DWORD kDndProcessorMinimumPercent = 5;
+constexpr DWORD kSleepSoonSeconds = 60;
+
+// A transition under way: it has the lock, and has said so. The lock may be taken again, for the
+// transition that contains another.
+class Transition
+{
+public:
+    Transition(CriticalSection& lock, const wchar_t* name) : m_lock(lock)
+    {
+        Log(6, name, L"%s", name);
+    }
+
+private:
+    ScopedLock m_lock;
+};
+
+}  // namespace
+
+// --- Steps ---
+
+void CPowerPolicyManager::ConfigureSchemeForHolv(const ChangeablePlan& plan)
+{
+    plan.Set(kAwayMode, TRUE, kAllowed);
+    plan.Set(kAwayMode, FALSE, kAllowed);
+    plan.Set(kRtcWake, TRUE, kAllowed);
+    plan.Set(kRtcWake, FALSE, kAllowed);
+}
+
+CPowerPolicyManager::AcDcValues CPowerPolicyManager::ReadUserValues(
+    const PlanSetting& setting) const
+{
+    AcDcValues values;
+    for (const BOOL ac : {TRUE, FALSE}) {
+        DWORD value = 0;
+        bool read = false;
+        setting.get(&m_UserScheme, ac, &value, &read);
+        if (read) (ac ? values.ac : values.dc) = value;
+    }
+    return values;
+}
+
+void CPowerPolicyManager::SetHolvValues(const PlanSetting& setting, const AcDcValues& values) const
+{
+    const ChangeablePlan plan = HolvPlan();
+    if (values.ac) plan.Set(setting, TRUE, *values.ac);
+    if (values.dc) plan.Set(setting, FALSE, *values.dc);
+}
+
+void CPowerPolicyManager::PutBackHolvValue(const PlanSetting& setting, BOOL bAc) const
+{
+    HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
+}
+
+void CPowerPolicyManager::PutBackHolvValues(const PlanSetting& setting) const
+{
+    PutBackHolvValue(setting, TRUE);
+    PutBackHolvValue(setting, FALSE);
+}
+
+// Minimum and maximum go together: of a pair that could not be put back, neither is changed.
+void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
+{
+    const ChangeablePlan plan = HolvPlan();
+    if (!plan.MayChange(kProcMin, bAc) || !plan.MayChange(kProcMax, bAc)) return;
+    plan.Set(kProcMin, bAc, kDndProcessorMinimumPercent);
+    plan.Set(kProcMax, bAc, maximumPercent);
+}
+
+void CPowerPolicyManager::PutBackProcessor(BOOL bAc) const
+{
+    if (m_HolvConfig.*kProcMin.Field(bAc) == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return;
+    PutBackHolvValue(kProcMin, bAc);
+    PutBackHolvValue(kProcMax, bAc);
+}
+
+void CPowerPolicyManager::PutBackOverriddenSleepTimeout()
+{
+    if (!m_bSleepTimeoutOverridden) return;
+    m_bSleepTimeoutOverridden = FALSE;
+    PutBackHolvValues(kSleepTimeout);
+}
+
+// --- Control ---
+
+void CPowerPolicyManager::EnterHolvControl()
+{
+    constexpr const wchar_t* kFunction = L"CPowerPolicyManager::EnterHolvControl";
+    const Transition transition(m_lock, kFunction);
+    m_bInNeverSleepState = FALSE;
+    SaveUserPowerOptions();
+    ConfigureSchemeForHolv(UserPlan());
+    Log(6, kFunction, L"User scheme configured to support Holv");
+    LogSchemeValues(m_UserScheme);
+
+    SaveHolvPowerOptions();
+    SaveHolvRestoreValues();
+    ConfigureSchemeForHolv(HolvPlanUnderControl());
+    Log(6, kFunction, L"Holv active scheme configured to support Holv");
+    LogSchemeValues(m_HolvConfig.guidScheme);
+
+    Log(6, kFunction,
+        L"Calling SetActivePowerToUserPref() to apply the settings changed to support HOLV");
+    SetActivePowerScheme(&m_UserScheme);
+}
+
+void CPowerPolicyManager::ExitHolvControl()
+{
+    const Transition transition(m_lock, L"CPowerPolicyManager::ExitHolvControl");
+    m_bInNeverSleepState = FALSE;
+    RestoreUserPowerOptions();
+    RestoreHolvPowerOptions();
+}
+
+// --- HOLV_ACTIVE and HOLV_IDLE ---
+
+void CPowerPolicyManager::EnterHolvState()
+{
+    constexpr const wchar_t* kFunction = L"CPowerPolicyManager::EnterHolvState";
+    const Transition transition(m_lock, kFunction);
+    m_bInNeverSleepState = TRUE;
+    SaveHolvPowerOptions();
+    SetHolvValues(kBrightness, ReadUserValues(kBrightness));
+    const AcDcValues password = ReadUserValues(kPasswordRequired);
+    Log(6, kFunction, L"Power saver AC value is %d for password before change",
+        m_HolvConfig.dwPasswordRequiredAc);
+    Log(6, kFunction, L"Power saver DC value is %d for password before change",
+        m_HolvConfig.dwPasswordRequiredDc);
+    SetHolvValues(kPasswordRequired, password);
+    SetActivePowerScheme(&m_HolvConfig.guidScheme);
+}
+
+void CPowerPolicyManager::ExitHolvState()
+{
+    constexpr const wchar_t* kFunction = L"CPowerPolicyManager::ExitHolvState";
+    const Transition transition(m_lock, kFunction);
+    m_bInNeverSleepState = FALSE;
+    PutBackOverriddenSleepTimeout();
+    PutBackHolvValues(kBrightness);
+    Log(6, kFunction, L"Power saver AC value is %d for password before restore",
+        m_HolvConfig.dwPasswordRequiredAc);
+    Log(6, kFunction, L"Power saver DC value is %d for password before restore",
+        m_HolvConfig.dwPasswordRequiredDc);
+    PutBackHolvValues(kPasswordRequired);
+    SetActivePowerScheme(&m_UserScheme);
+}
+
+// --- HOLV_DND ---
+
+void CPowerPolicyManager::EnterDoNotDisturbState()
+{
+    const Transition transition(m_lock, L"CPowerPolicyManager::EnterDoNotDisturbState");
+    m_bInNeverSleepState = TRUE;
+    SaveHolvPowerOptions();
+    SetHolvValues(kBrightness, ReadUserValues(kBrightness));
+    SetHolvValues(kPasswordRequired, ReadUserValues(kPasswordRequired));
+
+    const DWORD limit = g_dwMaxCpuPowerLimit;
+    m_bProcessorLimitedOnDc = limit != 0 && g_bEnableHolvOnDC;
+    if (limit != 0) LimitProcessor(TRUE, limit);
+    if (m_bProcessorLimitedOnDc) LimitProcessor(FALSE, limit);
+
+    m_bSleepAllowedInDnd = g_bDndToS3 != 0;
+    if (m_bSleepAllowedInDnd) {
+        SetHolvValues(kSleepTimeout, {kSleepSoonSeconds, kSleepSoonSeconds});
+        SetHolvValues(kRtcWake, {kAllowed, kAllowed});
+    }
+    SetActivePowerScheme(&m_HolvConfig.guidScheme);
+}
+
+void CPowerPolicyManager::ExitDoNotDisturbState()
+{
+    const Transition transition(m_lock, L"CPowerPolicyManager::ExitDoNotDisturbState");
+    m_bInNeverSleepState = FALSE;
+    // What the entry changed goes back, whatever the settings have become since.
+    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) PutBackProcessor(FALSE);
+    PutBackProcessor(TRUE);
+    if (g_bDndToS3 || m_bSleepAllowedInDnd) {
+        PutBackHolvValues(kSleepTimeout);
+        PutBackHolvValues(kRtcWake);
+    }
+    m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
+    PutBackOverriddenSleepTimeout();
+    PutBackHolvValues(kBrightness);
+    PutBackHolvValues(kPasswordRequired);
+    SetActivePowerScheme(&m_UserScheme);
+}
+
+// --- Others ---
+
+void CPowerPolicyManager::TransitionFromHolvToS3()
+{
+    constexpr const wchar_t* kFunction = L"CPowerPolicyManager::TransitionFromHolvToS3";
+    const Transition transition(m_lock, kFunction);
+    m_bSleepTimeoutOverridden = TRUE;
+    Log(6, kFunction, L"System will suspend in %ds", kSleepSoonSeconds);
+    SetHolvValues(kSleepTimeout, {kSleepSoonSeconds, kSleepSoonSeconds});
+    SetActivePowerScheme(&m_HolvConfig.guidScheme);
+}
+
+void CPowerPolicyManager::OnPowerOptionChanged(const GUID* newScheme)
+{
+    constexpr const wchar_t* kFunction = L"CPowerPolicyManager::OnPowerOptionChanged";
+    if (!newScheme) return;
+    const ScopedLock lock(m_lock);
+    Log(6, kFunction, L"CPowerPolicyManager::OnPowerOptionChanged");
+    // The caller saw normal use, but a never-sleep state may have been entered since: the plan that
+    // is active then is no choice of the user's.
+    if (SameScheme(*newScheme, m_UserScheme) || m_bInNeverSleepState) {
+        Log(6, kFunction, L"Doing nothing");
+        return;
+    }
+    Log(6, kFunction, L"Detected user selected new preference");
+    RestoreUserPowerOptions();
+    RestoreHolvPowerOptions();
+    EnterHolvControl();
+}

@@ -1,0 +1,369 @@
+// The platform device: how it is found and opened, and what it is told, byte by byte.
+
+#include <algorithm>
+#include <iterator>
+
+#include "platform/device.h"
+#include "platform/owned.h"
+#include "power/driver_api.h"
+#include "service/state_machine_thread.h"
+#include "settings/settings_store.h"
+#include "state/global_events.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+constexpr GUID kClass{0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
+constexpr GUID kOtherClass{0x11111111, 0x2222, 0x3333, {1, 2, 3, 4, 5, 6, 7, 8}};
+constexpr const wchar_t* kId = LR"(ACPI\QRX5071\2&0)";
+constexpr const wchar_t* kPath = LR"(\\?\acpi#qrx5071#2&0#{D6E2A4C1-5B7F-4E39-9C0D-3F81B2A7E645})";
+constexpr DWORD kNoMoreItems = 259;
+constexpr DWORD kNotConnected = 1167;
+constexpr DWORD kInvalidUserBuffer = 1784;
+
+// Tell is called within a process, and all of a story's within the same one: the log writer lives
+// as long as its process.
+class DeviceTest : public VirtualPcTest
+{
+protected:
+    bool Present()
+    {
+        bool present = false;
+        RunAsProcess([&] { present = IsHolvDevicePresent(); });
+        return present;
+    }
+
+    // Opens the device and tells it a mode. The message and error that the log got meanwhile; empty
+    // when there was none.
+    std::string Tell(DWORD mode)
+    {
+        const std::size_t before = LogBytes().size();
+        CDriverApi driver;
+        m_initialized = driver.Initialize();
+        m_told = m_initialized && driver.SetNeverSleepMode(mode);
+        const std::string log = LogBytes().substr(before);
+        const std::size_t message = log.find("*****");
+        return message == log.npos ? "" : log.substr(message, log.find('\n', message) - message);
+    }
+
+    // Handles of this room that are open.
+    std::ptrdiff_t OpenNow() const
+    {
+        const Hold hold(pc);
+        return std::ranges::count_if(pc.handles.List(), [](const LeftOpen& open) {
+            return open.kind.starts_with("device");
+        });
+    }
+
+    bool m_initialized = false;
+    bool m_told = false;
+};
+
+TEST_F(DeviceTest, IsPresentWhenAnyPresentDevicesIdHoldsItsNameInItsLetterCase)
+{
+    EXPECT_FALSE(Present()) << "a PC without devices";
+    const struct
+    {
+        const wchar_t* id;
+        bool found;
+    } cases[] = {
+        {LR"(acpi\qrx5071\2&0)", false},        {LR"(ACPI\QRX507\2&0)", false},
+        {LR"(ACPI#QRX5071#2&0)", false},        {LR"(ACPI\QRX5071)", true},
+        {LR"(ACPI\QRX5071\2&DABA3FF&0)", true}, {LR"(ROOT\ACPI\QRX50712\0000)", true},
+    };
+    for (const auto& each : cases) {
+        Device& device = pc.devices.Add(each.id);
+        pc.devices.Add(LR"(PCI\VEN_1234\3&1)");
+        EXPECT_EQ(Present(), each.found) << ToUtf8(each.id);
+        device.SetPresent(false);
+        EXPECT_FALSE(Present()) << ToUtf8(each.id) << ", pulled";
+    }
+}
+
+TEST_F(DeviceTest, IsFoundBehindADeviceThatDoesNotTellItsId)
+{
+    for (const wchar_t* id : {LR"(PCI\VEN_1234\3&1)", LR"(USB\VID_0001\5&2)", kId}) {
+        pc.devices.Add(id);
+    }
+    const struct
+    {
+        const char* function;
+        std::uint64_t nth;
+        bool found;
+    } cases[] = {
+        {"CM_Get_Device_IDW", 1, true},     {"CM_Get_Device_IDW", 2, true},
+        {"CM_Get_Device_IDW", 3, false},    {"SetupDiEnumDeviceInfo", 3, false},
+        {"SetupDiGetClassDevsW", 1, false},
+    };
+    for (const auto& each : cases) {
+        pc.faults.Set(each.function, {.first = each.nth});
+        EXPECT_EQ(Present(), each.found) << each.function << " fails the " << each.nth << ". time";
+        pc.faults.ClearAll();
+    }
+    EXPECT_EQ(LogBytes(), "");
+    // An id as long as ids may be, and a broken driver's that is longer.
+    for (const auto& [length, found] : {std::pair{200u, true}, {201u, false}}) {
+        Device& device = pc.devices.Add(std::wstring(length - 12, L'X') + LR"(ACPI\QRX5071)");
+        pc.devices.Find(kId)->SetPresent(false);
+        EXPECT_EQ(Present(), found) << "an id of " << device.instance_id().size();
+        device.SetPresent(false);
+    }
+}
+
+TEST_F(DeviceTest, EachModeReachesItAsEightBytes)
+{
+    Device& device = pc.devices.AddHolvDevice();
+    std::vector<Effect> effects;
+    pc.journal.Listen([&](const Effect& effect) {
+        if (effect.kind == "device request") effects.push_back(effect);
+    });
+    const struct
+    {
+        DWORD mode;
+        std::vector<BYTE> bytes;
+        const wchar_t* text;
+    } cases[] = {
+        {1, {0x53, 0x4E, 0x53, 0x4D, 1, 0, 0, 0}, L"53 4E 53 4D 01 00 00 00"},
+        {3, {0x53, 0x4E, 0x53, 0x4D, 3, 0, 0, 0}, L"53 4E 53 4D 03 00 00 00"},
+        {0, {0x53, 0x4E, 0x53, 0x4D, 0, 0, 0, 0}, L"53 4E 53 4D 00 00 00 00"},
+        {0x8A0B0C0D, {0x53, 0x4E, 0x53, 0x4D, 0x0D, 0x0C, 0x0B, 0x8A}, L"53 4E 53 4D 0D 0C 0B 8A"},
+    };
+    RunAsProcess([&] {
+        for (std::size_t i = 0; i < std::size(cases); ++i) {
+            Sleep(1000);
+            EXPECT_EQ(Tell(cases[i].mode), "");
+            EXPECT_TRUE(m_told);
+            const std::vector<DeviceRequest> requests = device.Requests();
+            ASSERT_EQ(requests.size(), i + 1);
+            EXPECT_EQ(requests[i].code, 0x9C412000u);
+            EXPECT_EQ(requests[i].bytes, cases[i].bytes);
+            EXPECT_EQ(requests[i].at, pc.now());
+            EXPECT_EQ(device.Mode(), cases[i].mode);
+            EXPECT_EQ(effects[i].Text("device"), kId);
+            EXPECT_EQ(effects[i].Number("code"), 0x9C412000);
+            EXPECT_EQ(effects[i].Text("bytes"), cases[i].text);
+            EXPECT_EQ(effects[i].Number("mode"), cases[i].mode);
+        }
+    });
+}
+
+TEST_F(DeviceTest, OnlyTheFirstInterfaceOfItsClassThatAPresentDeviceOffersIsUsed)
+{
+    Device& other = pc.devices.Add(LR"(PCI\VEN_1234\3&1)");
+    other.AddInterface(kOtherClass);
+    Device& pulled = pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\1&0)");
+    pulled.SetPresent(false);
+    Device& first = pc.devices.Add(kId);
+    first.AddInterface(kOtherClass);
+    first.AddInterface(kClass, LR"(\\?\first)");
+    first.AddInterface(kClass, LR"(\\?\second)");
+    Device& next = pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\3&0)");
+
+    RunAsProcess([&] {
+        EXPECT_EQ(Tell(1), "");
+        struct Listening : CDriverApi
+        {
+            BOOL OpenDriver(LPCWSTR path) override
+            {
+                EXPECT_STREQ(path, LR"(\\?\first)");
+                return FALSE;
+            }
+        } listening;
+        EXPECT_FALSE(listening.Initialize());
+        first.FailOpening(ERROR_ACCESS_DENIED);
+        EXPECT_EQ(Tell(1), "*****Failed to open the driver, error=0x5") << "no other one is tried";
+    });
+    EXPECT_EQ(first.Requests().size(), 1u);
+    for (const Device* device : {&other, &pulled, &next}) EXPECT_TRUE(device->Requests().empty());
+}
+
+TEST_F(DeviceTest, EachFailingStepIsNamedWithItsErrorAndLeavesNothingOpen)
+{
+    const std::string kInformation = "*****Unable to get device information, error=";
+    const std::string kEnumerate = "*****Unable to enumerate device interfaces, error=";
+    const std::string kSize = "*****Unable to get device interfaces detail data size, error=";
+    const std::string kDetail = "*****Unable to get device interfaces detail, error=";
+    const std::string kOpen = "*****Failed to open the driver, error=";
+    const std::string kSend = "*****SNSM operation Failed, Error=";
+
+    const struct
+    {
+        const char* function;
+        std::uint64_t nth;
+        DWORD error;
+        std::string said;
+    } cases[] = {
+        {"SetupDiGetClassDevsW", 1, 1784, kInformation + "0x6f8"},
+        {"SetupDiEnumDeviceInterfaces", 1, 13, kEnumerate + "0xd"},
+        {"SetupDiGetDeviceInterfaceDetailW", 1, 5, kSize + "0x5"},
+        // The size is asked for in vain: what there is room for without it is too little.
+        {"SetupDiGetDeviceInterfaceDetailW", 1, 122, kDetail + "0x7a"},
+        {"SetupDiGetDeviceInterfaceDetailW", 2, 31, kDetail + "0x1f"},
+        {"DeviceIoControl", 1, 1167, kSend + "0x48f"},
+    };
+    RunAsProcess([&] {
+        EXPECT_EQ(Tell(1), kEnumerate + "0x103") << "no device offers the interface";
+        Device& device = pc.devices.AddHolvDevice();
+        for (const auto& each : cases) {
+            SCOPED_TRACE(each.function + (" " + std::to_string(each.nth)));
+            pc.faults.Set(each.function, {.error = each.error, .first = each.nth});
+            EXPECT_EQ(Tell(1), each.said);
+            EXPECT_FALSE(m_told);
+            EXPECT_EQ(m_initialized, each.function == std::string("DeviceIoControl"));
+            EXPECT_EQ(OpenNow(), 0);
+            pc.faults.ClearAll();
+        }
+        device.FailOpening(ERROR_ACCESS_DENIED);
+        EXPECT_EQ(Tell(1), kOpen + "0x5");
+        device.FailOpening(NO_ERROR);
+        EXPECT_TRUE(device.Requests().empty());
+
+        device.FailRequests(ERROR_INVALID_FUNCTION);
+        EXPECT_EQ(Tell(2), kSend + "0x1");
+        device.FailRequests(NO_ERROR);
+        EXPECT_EQ(device.Mode(), std::nullopt) << "refused";
+        pc.devices.size_query_succeeds = true;
+        EXPECT_EQ(Tell(3), "") << "a size that is told without a failure is as good";
+        EXPECT_EQ(device.Mode(), 3u);
+        const std::vector<DeviceRequest> requests = device.Requests();
+        ASSERT_EQ(requests.size(), 2u);
+        EXPECT_EQ(requests[0].error, static_cast<DWORD>(ERROR_INVALID_FUNCTION));
+        EXPECT_EQ(requests[1].error, static_cast<DWORD>(NO_ERROR));
+    });
+}
+
+TEST_F(DeviceTest, WhicheverPlatformCallFailsItIsToldOrNotAndNothingStaysOpen)
+{
+    const Device& device = pc.devices.AddHolvDevice();
+    left_open_is_expected = true;  // by the fault of whatever could not be closed
+    RunAsProcess([&] {
+        for (std::uint64_t n = 1;; ++n) {
+            ASSERT_LT(n, 500u);
+            const std::ptrdiff_t open = OpenNow();
+            const std::size_t requests = device.Requests().size();
+            pc.faults.FailNth(n);
+            Tell(1);
+            const Function* failed = pc.faults.failed();
+            EXPECT_EQ(device.Requests().size() - requests, m_told ? 1u : 0u);
+            if (!failed) break;
+            const bool stays = failed->role() == Role::gives_back && OpenNow() > open;
+            EXPECT_EQ(OpenNow(), open + stays) << failed->name();
+        }
+        EXPECT_TRUE(m_told);
+    });
+}
+
+TEST_F(DeviceTest, APathThatDoesNotFitIsRefusedRatherThanCut)
+{
+    RunAsProcess([&] {
+        for (const std::size_t length : {259, 260, 2000}) {
+            Device& device = pc.devices.Add(kId + std::to_wstring(length));
+            device.AddInterface(kClass, LR"(\\?\)" + std::wstring(length - 4, L'x'));
+            const bool fits = length < 260;
+            EXPECT_EQ(Tell(2),
+                      fits ? "" : "*****Unable to get device interfaces detail, error=0x7a");
+            EXPECT_EQ(device.Mode().has_value(), fits) << length;
+            device.SetPresent(false);
+        }
+    });
+}
+
+TEST_F(DeviceTest, ClosesOnceAndCanBeOpenedAgain)
+{
+    Device& device = pc.devices.AddHolvDevice();
+    RunAsProcess([&] {
+        CDriverApi driver;
+        EXPECT_FALSE(driver.SetNeverSleepMode(1)) << "not open yet";
+        EXPECT_TRUE(driver.OpenDriver(kPath)) << "in another letter case";
+        EXPECT_TRUE(driver.OpenDriver(kPath)) << "the first handle is closed";
+        EXPECT_TRUE(driver.SetNeverSleepMode(1));
+        driver.CloseDriver();
+        driver.CloseDriver();
+        EXPECT_FALSE(driver.SetNeverSleepMode(2)) << "closed";
+        EXPECT_TRUE(driver.Initialize());
+        device.SetPresent(false);
+        EXPECT_FALSE(driver.SetNeverSleepMode(3));
+        EXPECT_EQ(GetLastError(), kNotConnected) << "pulled while it is open";
+        EXPECT_FALSE(driver.OpenDriver(kPath));
+    });
+    EXPECT_EQ(device.Mode(), 1u);
+}
+
+TEST_F(DeviceTest, TheStateMachineTellsItEachStateItEntersAndZeroWhenOneIsLeft)
+{
+    const struct
+    {
+        GlobalEvent event;
+        std::vector<DWORD> modes;
+    } story[] = {{EVENT_ENTER_ACTIVE, {1}},
+                 {EVENT_ENTER_IDLE, {2}},
+                 {EVENT_ENTER_DND, {3}},
+                 {EVENT_ENTER_S0, {}}};
+    const Device& device = pc.devices.AddHolvDevice();
+    const Process& service = pc.Start([] {
+        RegInit();
+        createGlobalEvents();
+        StateMachineThreadProc(nullptr);
+        closeGlobalEvents();
+        return 0;
+    });
+    pc.RunFor(1ms);
+    for (const auto& step : story) {
+        const std::size_t before = device.Requests().size();
+        SignalGlobalEvent(step.event);
+        pc.RunFor(1ms);
+        std::vector<DWORD> modes;
+        for (const DeviceRequest& request : device.Requests()) modes.push_back(request.bytes[4]);
+        modes.erase(modes.begin(), modes.begin() + static_cast<std::ptrdiff_t>(before));
+        std::erase(modes, 0u);
+        EXPECT_EQ(modes, step.modes) << step.event;
+    }
+    EXPECT_EQ(device.Mode(), 0u);
+    SignalGlobalEvent(EVENT_SERVICE_STOP);
+    pc.RunUntilEnd(service);
+    EXPECT_EQ(LogBytes().find("HOLVDevice was not found"), std::string::npos);
+    EXPECT_EQ(LogBytes().find("ACPI device is mssing"), std::string::npos);
+}
+
+// --- The PC itself ---
+
+TEST_F(DeviceTest, SetsAndHandlesRefuseWhatTheyCannotDo)
+{
+    pc.devices.AddHolvDevice();
+    RunAsProcess([&] {
+        const OwnedDeviceInfoSet set(
+            SetupDiGetClassDevsW(&kClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+        pc.devices.Find(LR"(acpi\QRX5071\2&0)")->SetPresent(false);
+        SP_DEVINFO_DATA device{};
+        EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 0, &device));
+        EXPECT_EQ(GetLastError(), kInvalidUserBuffer) << "a record whose size is not set";
+        device.cbSize = 32;
+        EXPECT_TRUE(SetupDiEnumDeviceInfo(set.Get(), 0, &device)) << "as it was when it was taken";
+        EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 1, &device));
+        EXPECT_EQ(GetLastError(), kNoMoreItems);
+        SP_DEVICE_INTERFACE_DATA found{};
+        EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kClass, 0, &found));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+        found.cbSize = 32;
+        EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kOtherClass, 0, &found));
+        EXPECT_EQ(GetLastError(), kNoMoreItems);
+        EXPECT_TRUE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kClass, 0, &found));
+        SP_DEVICE_INTERFACE_DETAIL_DATA_W detail{};
+        EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailW(set.Get(), &found, &detail, sizeof(detail),
+                                                      nullptr, nullptr));
+        EXPECT_EQ(GetLastError(), kInvalidUserBuffer) << "a header whose size is not set";
+
+        const OwnedFile file(CreateFileW(LR"(C:\file.txt)", GENERIC_READ, 0, nullptr, OPEN_ALWAYS,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+        DWORD returned = 7;
+        EXPECT_FALSE(
+            DeviceIoControl(file.Get(), 0x9C412000, nullptr, 0, nullptr, 0, &returned, nullptr));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_FUNCTION));
+        EXPECT_EQ(returned, 0u);
+    });
+}
+
+}  // namespace

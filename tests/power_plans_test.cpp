@@ -1,0 +1,651 @@
+// The power plans, as never-sleep mode changes them and puts them back: every write and activation
+// in its order, the lines of the log, and what is left when platform calls fail.
+
+#include <algorithm>
+#include <regex>
+
+#include "log/log.h"
+#include "platform/owned.h"
+#include "power/never_sleep_away_mode.h"
+#include "power/power_policy_manager.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+using Manager = CPowerPolicyManager;
+using Story = std::vector<std::string>;
+using Plans = std::map<GUID, PowerPlan, GuidLess>;
+
+constexpr const GUID& kSaver = GUID_MAX_POWER_SAVINGS;
+constexpr const GUID& kBalanced = GUID_TYPICAL_POWER_SAVINGS;
+constexpr const GUID& kHigh = GUID_MIN_POWER_SAVINGS;
+
+Story operator+(Story a, const Story& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+Story Both(const std::string& setting, DWORD ac, DWORD dc)
+{
+    return {setting + " ac " + std::to_string(ac), setting + " dc " + std::to_string(dc)};
+}
+
+Story Processor(const std::string& source, DWORD limit)
+{
+    return {"Power saver: processor-min " + source + " 5",
+            "Power saver: processor-max " + source + " " + std::to_string(limit)};
+}
+
+// A user who likes it different from what the plans come with.
+void Furnish(Power& power)
+{
+    power.FindPlan(kBalanced)->values[GUID_ALLOW_AWAYMODE] = {0, 1};
+    power.FindPlan(kBalanced)->values[GUID_ALLOW_RTC_WAKE] = {1, 0};
+    power.FindPlan(kBalanced)->values[GUID_LOCK_CONSOLE_ON_WAKE] = {1, 0};
+    power.FindPlan(kSaver)->values[GUID_ALLOW_AWAYMODE] = {1, 0};
+    power.FindPlan(kSaver)->values[GUID_ALLOW_RTC_WAKE] = {0, 1};
+    power.FindPlan(kSaver)->values[GUID_LOCK_CONSOLE_ON_WAKE] = {0, 1};
+}
+
+// What that makes of each step, Balanced being the user's plan.
+const Story kAllowUser = Both("Balanced: away-mode", 1, 1) + Both("Balanced: wake-timers", 1, 1);
+const Story kAllowSaver =
+    Both("Power saver: away-mode", 1, 1) + Both("Power saver: wake-timers", 1, 1);
+const Story kActivateUser{"activate Balanced"};
+const Story kActivateSaver{"activate Power saver"};
+const Story kGiveUserBack = Both("Balanced: away-mode", 0, 1) + Both("Balanced: wake-timers", 1, 0);
+const Story kGiveSaverBack =
+    Story{"Power saver: processor-max ac 100", "Power saver: processor-min ac 5",
+          "Power saver: processor-max dc 100", "Power saver: processor-min dc 5"} +
+    Both("Power saver: wake-timers", 0, 1) + Both("Power saver: away-mode", 1, 0);
+const Story kCopyUser =
+    Both("Power saver: brightness", 100, 40) + Both("Power saver: password-on-wake", 1, 0);
+const Story kUncopyUser =
+    Both("Power saver: brightness", 60, 20) + Both("Power saver: password-on-wake", 0, 1);
+const Story kSleepSoon = Both("Power saver: sleep-timeout", 60, 60);
+const Story kSleepAsBefore = Both("Power saver: sleep-timeout", 900, 600);
+
+class PowerPlansTest : public VirtualPcTest
+{
+protected:
+    PowerPlansTest()
+    {
+        g_dwLoggingLevel = 6;
+        g_dwLoggingEnabled = kLogToFile | kLogToDebugger;
+        Furnish(pc.power);
+        pc.journal.Listen([this](const Effect& effect) {
+            const std::string plan = ToUtf8(effect.Text("plan"));
+            if (effect.kind == "plan written") {
+                const std::wstring what = effect.Text("setting") + L" " + effect.Text("source");
+                m_effects.push_back(plan + ": " + ToUtf8(what) + " " +
+                                    std::to_string(effect.Number("value")));
+            } else if (effect.kind == "plan activated") {
+                m_effects.push_back("activate " + plan);
+            }
+        });
+    }
+
+    // What is written and activated while `act` runs.
+    Story Effects(const std::function<void()>& act)
+    {
+        m_effects.clear();
+        act();
+        return m_effects;
+    }
+
+    // What is said while `act` runs: level and message.
+    Story Said(const std::function<void()>& act = [] {})
+    {
+        act();
+        static const std::regex kLine(R"(\] : ([^]*?) \[L=([1-6])\])");
+        const std::string log = LogBytes().substr(m_read);
+        m_read += log.size();
+        Story said;
+        for (std::sregex_iterator line(log.begin(), log.end(), kLine), end; line != end; ++line) {
+            if ((*line)[2] != "5") said.push_back((*line)[2].str() + " " + (*line)[1].str());
+        }
+        return said;
+    }
+
+    Story m_effects;
+
+private:
+    std::size_t m_read = 0;
+};
+
+// --- Access to plans ---
+
+TEST_F(PowerPlansTest, EachSettingIsReadAndWrittenUnderItsOwnNameAndLevels)
+{
+#define GET(X, setting, ...)                                                \
+    {                                                                       \
+        Manager::Get##X##Value, nullptr, #X, #setting, setting, __VA_ARGS__ \
+    }
+#define GET_SET(X, setting, ...)                                                           \
+    {                                                                                      \
+        Manager::Get##X##Value, Manager::Set##X##Value, #X, #setting, setting, __VA_ARGS__ \
+    }
+    const struct
+    {
+        BOOL (*get)(const GUID*, BOOL, DWORD*, bool*);
+        BOOL (*set)(const GUID*, BOOL, DWORD);
+        const char* operation;
+        const char* name;
+        const GUID& setting;
+        int read_ac, read_dc, write;  // levels
+    } cases[] = {
+        GET_SET(SleepTimeout, GUID_STANDBY_TIMEOUT, 3, 3, 3),
+        GET_SET(RtcWake, GUID_ALLOW_RTC_WAKE, 3, 3, 3),
+        GET_SET(AwayMode, GUID_ALLOW_AWAYMODE, 3, 3, 4),
+        GET(HybridSleep, GUID_HIBERNATE_FASTS4_POLICY, 3, 3, 0),
+        GET_SET(ProcPowerMin, GUID_PROCESSOR_THROTTLE_MINIMUM, 4, 4, 4),
+        GET_SET(ProcPowerMax, GUID_PROCESSOR_THROTTLE_MAXIMUM, 4, 4, 4),
+        GET(DisplayTimeout, GUID_VIDEO_POWERDOWN_TIMEOUT, 3, 3, 0),
+        GET_SET(DisplayBrightness, GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, 3, 3, 3),
+        GET(PowerButtonPressAction, GUID_POWERBUTTON_ACTION, 3, 3, 0),
+        GET_SET(PasswordRequired, GUID_LOCK_CONSOLE_ON_WAKE, 2, 3, 3),
+    };
+    const auto failure = [](int level, const std::string& function, const char* name) {
+        return std::to_string(level) + " " + function + " for " + name + " failed with error 77";
+    };
+    RunAsProcess([&] {
+        SetLastError(77);
+        for (const auto& each : cases) {
+            SCOPED_TRACE(each.operation);
+            AcDc& held = pc.power.FindPlan(kSaver)->values.at(each.setting);
+            held = {31, 32};
+            for (const BOOL ac : {TRUE, FALSE}) {
+                const std::string suffix = ac ? "ACValueIndex" : "DCValueIndex";
+                DWORD value = 0;
+                EXPECT_TRUE(each.get(&kSaver, ac, &value, nullptr));
+                EXPECT_EQ(value, ac ? 31u : 32u);
+                pc.faults.Set("PowerRead" + suffix, {});
+                EXPECT_EQ(Said([&] { EXPECT_TRUE(each.get(&kSaver, ac, &value, nullptr)); }),
+                          Story{failure(ac ? each.read_ac : each.read_dc, "PowerRead" + suffix,
+                                        each.name)});
+                EXPECT_EQ(value, each.get == Manager::GetRtcWakeValue ? 1u : ac ? 31u : 32u);
+                EXPECT_TRUE(pc.outputs.debug().back().text.starts_with(
+                    FromUtf8("HOLV - CPowerPolicyManager::Get" + std::string(each.operation) +
+                             "Value   PowerRead")));
+                if (!each.set) continue;
+                EXPECT_TRUE(each.set(&kSaver, ac, 40));
+                pc.faults.Set("PowerWrite" + suffix, {});
+                EXPECT_EQ(Said([&] { EXPECT_FALSE(each.set(&kSaver, ac, 50)); }).back(),
+                          failure(each.write, "PowerWrite" + suffix, each.name));
+                EXPECT_EQ(ac ? held.ac : held.dc, 40u);
+            }
+            const std::string refused = "3 Invalid input for power action ";
+            const std::string operation = std::string(each.operation) + "Value";
+            EXPECT_EQ(Said([&] { EXPECT_FALSE(each.get(&kSaver, TRUE, nullptr, nullptr)); }),
+                      Story{refused + "Get" + operation});
+            if (!each.set) continue;
+            EXPECT_EQ(Said([&] { EXPECT_FALSE(each.set(nullptr, TRUE, 1)); }),
+                      Story{refused + "Set" + operation});
+        }
+    });
+}
+
+TEST_F(PowerPlansTest, PlansHaveShortNamesInTheLog)
+{
+    GUID nearly_balanced = kBalanced;
+    nearly_balanced.Data4[7] ^= 1;
+    EXPECT_STREQ(Manager::GetSchemeName(nullptr), L"???");
+    EXPECT_STREQ(Manager::GetSchemeName(&kHigh), L"Hig");
+    EXPECT_STREQ(Manager::GetSchemeName(&nearly_balanced), L"Custom");
+    const std::string tildes(85, '~');
+    RunAsProcess([&] {
+        EXPECT_EQ(Said([&] {
+                      Manager::SetAwayModeValue(&kBalanced, FALSE, 0);
+                      Manager::SetAwayModeValue(&kSaver, TRUE, 1);
+                      Manager::SetActivePowerScheme(&kBalanced);
+                      SetLastError(8);
+                      Manager::SetActivePowerScheme(&nearly_balanced);
+                      Manager::SetActivePowerScheme(nullptr);
+                  }),
+                  (Story{"4 ~" + tildes,
+                         "4 ~~~~~~~Bal scheme's DC AWAY MODE REQESTS WILL NOT BE HONORED FROM HERE "
+                         "ON~~~~~~~~~~~~",
+                         "4 " + tildes, "4 ~" + tildes,
+                         "4 ~~~~~~~Low scheme's AC AWAY MODE REQESTS WILL  BE HONORED FROM HERE "
+                         "ON~~~~~~~~~~~~",
+                         "4 " + tildes, "6 Power scheme is updated to Bal",
+                         "3 PowerSetActiveScheme failed with error 8",
+                         "3 Invalid parameter for SetActivePowerScheme"}));
+    });
+}
+
+TEST_F(PowerPlansTest, QuestionsHaveAnAnswerEvenWhenTheSystemHasNone)
+{
+    RunAsProcess([&] {
+        Manager manager;
+        manager.EnterHolvControl();
+        for (const BYTE line : {1, 0, 255}) {
+            pc.power.line = line;
+            EXPECT_EQ(manager.IsOnAcNow(), line == 1);
+            EXPECT_EQ(manager.IsPasswordRequiredOnWake(), line == 1);
+            EXPECT_EQ(manager.GetActiveSleepIdleTimeoutValue(), line == 1 ? 1800u : 900u);
+        }
+        manager.ExitHolvControl();
+        pc.faults.Set("GetSystemPowerStatus", {.error = 5, .count = 2});
+        pc.faults.Set("PowerGetActiveScheme", {});
+        pc.faults.Set("PowerReadACValueIndex", {});
+        Said();
+        EXPECT_EQ(Said([&] {
+                      EXPECT_TRUE(manager.IsOnAcNow());
+                      EXPECT_TRUE(manager.IsPasswordRequiredOnWake());
+                      EXPECT_EQ(manager.GetActiveSleepIdleTimeoutValue(TRUE), 0xFFFFFFFF);
+                      EXPECT_EQ(manager.GetActiveSleepIdleTimeoutValue(TRUE), 0xFFFFFFFF);
+                  }),
+                  (Story{"3 GetSystemPowerStatus failed with error 5",
+                         "3 GetSystemPowerStatus failed with error 5",
+                         "2 PowerGetActiveScheme failed with error 5",
+                         "3 PowerReadACValueIndex for GUID_STANDBY_TIMEOUT failed with error 5"}));
+    });
+}
+
+// --- Transitions ---
+
+TEST_F(PowerPlansTest, ControlAndStatesChangeThePlansAndPutThemBackInOrder)
+{
+    RunAsProcess([&] {
+        Manager manager;
+        EXPECT_EQ(Effects([&] { manager.ExitHolvControl(); }), Story{}) << "nothing is saved yet";
+        EXPECT_EQ(Effects([&] { manager.EnterHolvControl(); }),
+                  kAllowUser + kAllowSaver + kActivateUser);
+        EXPECT_EQ(Effects([&] { manager.EnterHolvState(); }), kCopyUser + kActivateSaver);
+        EXPECT_EQ(Effects([&] { manager.TransitionFromHolvToS3(); }), kSleepSoon + kActivateSaver);
+        EXPECT_EQ(Effects([&] { manager.ExitHolvState(); }),
+                  kSleepAsBefore + kUncopyUser + kActivateUser);
+        EXPECT_EQ(Effects([&] { manager.ExitHolvState(); }), kUncopyUser + kActivateUser);
+        EXPECT_EQ(Effects([&] { manager.ExitHolvControl(); }), kGiveUserBack + kGiveSaverBack);
+    });
+}
+
+TEST_F(PowerPlansTest, DoNotDisturbTimeLimitsTheProcessorAndSleepsAsTheSettingsSay)
+{
+    const struct
+    {
+        DWORD limit, on_dc, to_s3;
+    } cases[] = {{50, 1, 0}, {50, 0, 1}, {0, 1, 1}, {3, 1, 1}, {100, 0, 0}};
+    RunAsProcess([&] {
+        Manager manager;
+        manager.EnterHolvControl();
+        for (const auto& [limit, on_dc, to_s3] : cases) {
+            SCOPED_TRACE(::testing::Message() << limit << " " << on_dc << " " << to_s3);
+            g_dwMaxCpuPowerLimit = limit;
+            g_bEnableHolvOnDC = on_dc;
+            g_bDndToS3 = to_s3;
+            const Story wake = Both("Power saver: wake-timers", 1, 1);
+            Story in = kCopyUser;
+            if (limit) in = in + Processor("ac", limit);
+            if (limit && on_dc) in = in + Processor("dc", limit);
+            if (to_s3) in = in + kSleepSoon + wake;
+            Story out = (on_dc ? Processor("dc", 100) : Story{}) + Processor("ac", 100);
+            if (to_s3) out = out + kSleepAsBefore + wake;
+            EXPECT_EQ(Effects([&] { manager.EnterDoNotDisturbState(); }), in + kActivateSaver);
+            EXPECT_EQ(Effects([&] { manager.ExitDoNotDisturbState(); }),
+                      out + kUncopyUser + kActivateUser);
+            manager.EnterDoNotDisturbState();
+            manager.TransitionFromHolvToS3();
+            // What the entry changed goes back, though the settings have changed meanwhile.
+            g_bEnableHolvOnDC = g_bDndToS3 = 0;
+            if (!limit && on_dc) out.erase(out.begin(), out.begin() + 2);
+            EXPECT_EQ(Effects([&] { manager.ExitDoNotDisturbState(); }),
+                      out + kSleepAsBefore + kUncopyUser + kActivateUser);
+        }
+        // A minimum of 0 does not go back, nor does the maximum with it.
+        pc.power.Write(kSaver, GUID_PROCESSOR_THROTTLE_MINIMUM, PowerSource::ac, 0);
+        manager.EnterDoNotDisturbState();
+        EXPECT_EQ(Effects([&] { manager.ExitDoNotDisturbState(); }), kUncopyUser + kActivateUser);
+    });
+}
+
+TEST_F(PowerPlansTest, TheLogTellsWhichPlansAreUsedAndHowTheyStand)
+{
+    RunAsProcess([&] {
+        Manager manager;
+        const std::string early = " called before save, doing nothing";
+        EXPECT_EQ(Said([&] { manager.ExitHolvControl(); }),
+                  (Story{"6 CPowerPolicyManager::ExitHolvControl",
+                         "1 CPowerPolicyManager::RestoreUserPowerOptions" + early,
+                         "1 CPowerPolicyManager::RestoreHolvPowerOptions" + early}));
+        Story said = Said([&] { manager.EnterHolvControl(); });
+        std::erase_if(said, [](const std::string& line) { return line[0] == '4'; });
+        const auto plan = [](const std::string& name, const char* ac, const char* dc) {
+            const std::string line = "1 Scheme: " + name + "\tMin: 5\tMax: ";
+            return Story{"1 AC", line + ac, "1 DC", line + dc};
+        };
+        const Story allowed = plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 1",
+                                   "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1");
+        EXPECT_EQ(said, (Story{"6 CPowerPolicyManager::EnterHolvControl",
+                               "1 Balanced power scheme is used by the user",
+                               "1 Storing user selected scheme with following config"} +
+                         plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 0",
+                              "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1") +
+                         Story{"6 User scheme configured to support Holv"} + allowed +
+                         Story{"1 Power Saver power scheme is used for Holv active",
+                               "1 Storing Holv active scheme with following config"} +
+                         plan("Low", "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1",
+                              "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 0") +
+                         Story{"6  remembering user AC power (5, 100).",
+                               "6 Holv active scheme configured to support Holv"} +
+                         plan("Low", "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1",
+                              "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 1") +
+                         Story{"6 Calling SetActivePowerToUserPref() to apply the settings changed "
+                               "to support HOLV",
+                               "6 Power scheme is updated to Bal"}));
+        said = Said([&] { manager.EnterHolvState(); });
+        EXPECT_EQ((Story{said.front()} + Story(said.end() - 3, said.end())),
+                  (Story{"6 CPowerPolicyManager::EnterHolvState",
+                         "6 Power saver AC value is 0 for password before change",
+                         "6 Power saver DC value is 1 for password before change",
+                         "6 Power scheme is updated to Low"}));
+        EXPECT_EQ(
+            Said([&] {
+                manager.TransitionFromHolvToS3();
+                manager.ExitHolvState();
+            }),
+            (Story{"6 CPowerPolicyManager::TransitionFromHolvToS3", "6 System will suspend in 60s",
+                   "6 Power scheme is updated to Low", "6 CPowerPolicyManager::ExitHolvState",
+                   "6 Power saver AC value is 0 for password before restore",
+                   "6 Power saver DC value is 1 for password before restore",
+                   "6 Power scheme is updated to Bal"}));
+        said = Said([&] { manager.ExitHolvControl(); });
+        EXPECT_EQ(
+            std::ranges::count(said, "1 Restored user selected scheme to the following config"), 1);
+        EXPECT_EQ(std::ranges::count(said, "1 Restored Holv active scheme to the following config"),
+                  1);
+    });
+}
+
+TEST_F(PowerPlansTest, TheOemsPlanServesInsteadAndABadNameOfItHarmsNobody)
+{
+    const std::wstring name = L"11111111-2222-3333-4444-555555555555";
+    const PowerPlan& quiet = pc.power.AddPlan(L"Quiet", *ParseGuid(name), kHigh);
+    g_bUseOemPowerScheme = g_bDndToS3 = 1;
+    RunAsProcess([&] {
+        Manager manager;
+        wcscpy(g_szOemPowerScheme, (L"{" + name + L"}").c_str());
+        EXPECT_EQ(Effects([&] {
+                      manager.EnterHolvControl();
+                      manager.EnterDoNotDisturbState();
+                      manager.TransitionFromHolvToS3();
+                      manager.ExitDoNotDisturbState();
+                      manager.ExitHolvControl();
+                  }),
+                  kAllowUser + kActivateUser + kActivateUser + kGiveUserBack);
+        const Story said = Said();
+        const std::string refused = "4 Unable to convert string ({" + ToUtf8(name) + "}) to GUID";
+        EXPECT_EQ(std::ranges::count(said, refused), 2);
+        EXPECT_EQ(std::ranges::count(said, "3 PowerSetActiveScheme failed with error 0"), 2);
+        const std::string write =
+            "3 PowerWriteDCValueIndex for GUID_STANDBY_TIMEOUT failed with error 0";
+        EXPECT_EQ(std::ranges::count(said, write), 4);
+
+        wcscpy(g_szOemPowerScheme, name.c_str());
+        EXPECT_EQ(Effects([&] { manager.EnterHolvControl(); }),
+                  kAllowUser + Both("Quiet: away-mode", 1, 1) + Both("Quiet: wake-timers", 1, 1) +
+                      kActivateUser);
+        EXPECT_EQ(std::ranges::count(Said(), "1 A custom power scheme is used for Holv active"), 1);
+        EXPECT_EQ(Effects([&] { manager.EnterHolvState(); }).back(), "activate Quiet");
+        manager.ExitHolvState();
+        manager.ExitHolvControl();
+        EXPECT_EQ(quiet.values.at(GUID_ALLOW_AWAYMODE).ac, 0u);
+    });
+}
+
+TEST_F(PowerPlansTest, ANewChoiceOfTheUsersIsTakenControlOfAndTheOldOnePutBack)
+{
+    RunAsProcess([&] {
+        Manager manager;
+        manager.EnterHolvControl();
+        Said();
+        EXPECT_EQ(Effects([&] {
+                      manager.OnPowerOptionChanged(nullptr);
+                      manager.OnPowerOptionChanged(&kBalanced);
+                  }),
+                  Story{});
+        EXPECT_EQ(Said(),
+                  (Story{"6 CPowerPolicyManager::OnPowerOptionChanged", "6 Doing nothing"}));
+        pc.power.Activate(kHigh);
+        EXPECT_EQ(Effects([&] { manager.OnPowerOptionChanged(&kHigh); }),
+                  kGiveUserBack + kGiveSaverBack + Both("High performance: away-mode", 1, 1) +
+                      Both("High performance: wake-timers", 1, 1) + kAllowSaver +
+                      Story{"activate High performance"});
+        EXPECT_EQ(Said()[1], "6 Detected user selected new preference");
+        // What comes while a never-sleep state is entered tells of that state's plan.
+        manager.EnterHolvState();
+        EXPECT_EQ(Effects([&] { manager.OnPowerOptionChanged(&kSaver); }), Story{});
+        manager.ExitHolvState();
+        EXPECT_EQ(pc.power.active().name, L"High performance");
+        manager.ExitHolvControl();
+    });
+}
+
+// --- What is left afterwards ---
+
+void LiveThroughANight()
+{
+    Manager manager;
+    manager.EnterHolvControl();
+    manager.EnterHolvState();
+    manager.TransitionFromHolvToS3();
+    manager.ExitHolvState();
+    manager.EnterDoNotDisturbState();
+    manager.ExitDoNotDisturbState();
+    manager.ExitHolvControl();
+}
+
+// Without the values.
+Story Shape(Story story)
+{
+    for (std::string& effect : story) effect.erase(effect.rfind(' '));
+    return story;
+}
+
+// Tells of each value that is not what it was, but for the never-sleep plan's processor maximum,
+// which may be 100, and for what ends in `excused`.
+void ExpectUnchanged(const Plans& before, const Plans& now, const std::string& excused = "none")
+{
+    for (const auto& [guid, plan] : before) {
+        for (const auto& [setting, values] : plan.values) {
+            for (const PowerSource source : {PowerSource::ac, PowerSource::dc}) {
+                const DWORD value = now.at(guid).values.at(setting)[source];
+                const std::string what = ToUtf8(plan.name) + ": " +
+                                         ToUtf8(PowerSettingName(setting)) +
+                                         (source == PowerSource::ac ? " ac " : " dc ");
+                const std::string is = what + std::to_string(value);
+                if (value == values[source] || is.find(excused) != is.npos) continue;
+                if (is.starts_with("Power saver: processor-max") && value == 100) continue;
+                ADD_FAILURE() << is << " and was " << values[source];
+            }
+        }
+    }
+}
+
+class PowerPlansLeftTest : public PowerPlansTest
+{
+protected:
+    PowerPlansLeftTest()
+    {
+        g_dwLoggingEnabled = kLogToDebugger;
+        g_bDndToS3 = 1;
+    }
+
+    // A night in a process of its own, from the plans as they were.
+    Story Night()
+    {
+        for (const auto& [guid, plan] : before) pc.power.FindPlan(guid)->values = plan.values;
+        pc.power.Activate(kBalanced);
+        m_said_before = pc.outputs.debug().size();
+        return Effects([&] { RunAsProcess(LiveThroughANight); });
+    }
+
+    // The lines of the last night that tell of a failure.
+    std::vector<std::wstring> Failures() const
+    {
+        std::vector<std::wstring> failures;
+        for (std::size_t i = m_said_before; i < pc.outputs.debug().size(); ++i) {
+            const std::wstring& text = pc.outputs.debug()[i].text;
+            if (text.find(L"failed with error") != text.npos) failures.push_back(text);
+        }
+        return failures;
+    }
+
+    const Plans before = pc.power.plans();
+
+private:
+    std::size_t m_said_before = 0;
+};
+
+TEST_F(PowerPlansLeftTest, WhereTheUsersPlanIsTheNeverSleepPlanItIsPutBackToo)
+{
+    RunAsProcess([&] {
+        pc.power.Activate(kSaver);
+        LiveThroughANight();
+    });
+    ExpectUnchanged(before, pc.power.plans());
+    EXPECT_EQ(pc.power.active().name, L"Power saver");
+}
+
+TEST_F(PowerPlansLeftTest, AnyOnePlatformCallMayFailAndOnlyItsOwnEffectIsMissing)
+{
+    const Story whole = Night();
+    // Each function, and what its effects have in them.
+    for (const auto& [function, effect] :
+         std::map<std::string, std::string>{{"PowerWriteACValueIndex", " ac "},
+                                            {"PowerWriteDCValueIndex", " dc "},
+                                            {"PowerSetActiveScheme", "activate"},
+                                            {"PowerReadACValueIndex", ""},
+                                            {"PowerReadDCValueIndex", ""},
+                                            {"PowerGetActiveScheme", ""}}) {
+        for (std::uint64_t n = 1; !HasFailure(); ++n) {
+            SCOPED_TRACE(::testing::Message() << "call " << n << " of " << function);
+            const std::uint64_t calls = pc.faults.CallsOf(function);
+            pc.faults.Set(function, {.first = n});
+            const Story effects = Night();
+            pc.faults.ClearAll();
+            if (pc.faults.CallsOf(function) - calls < n) break;
+
+            std::string excused = "none";
+            if (!effect.empty()) {
+                Story expected = whole;
+                auto lost = expected.begin();
+                for (std::uint64_t i = 0; i < n; ++lost) i += lost->find(effect) != lost->npos;
+                --lost;
+                excused = Shape({*lost})[0];
+                expected.erase(lost);
+                EXPECT_EQ(Shape(effects), Shape(expected));
+            }
+            if (function != "PowerGetActiveScheme") {  // which is passed over in silence
+                ASSERT_EQ(Failures().size(), 1u);
+                const std::wstring line = Failures()[0];
+                EXPECT_NE(line.find(FromUtf8(function)), line.npos) << ToUtf8(line);
+                if (line.find(L"::GetRtcWakeValue ") != line.npos) {
+                    excused = function[9] == 'A' ? "wake-timers ac 1" : "wake-timers dc 1";
+                }
+            }
+            ExpectUnchanged(before, pc.power.plans(), excused);
+        }
+    }
+}
+
+TEST_F(PowerPlansLeftTest, AValueThatCanNeverBeReadIsNeitherChangedNorWritten)
+{
+    for (const std::string source : {" ac ", " dc "}) {
+        pc.faults.Set(source == " ac " ? "PowerReadACValueIndex" : "PowerReadDCValueIndex",
+                      {.count = Faults::kAlways});
+        const Story effects = Night();
+        pc.faults.ClearAll();
+        for (const std::string& effect : effects) {
+            if (effect.find(source) == effect.npos) continue;
+            EXPECT_NE(effect.find(": wake-timers" + source + "1"), effect.npos) << effect;
+        }
+        EXPECT_GT(effects.size(), 30u) << "the other source's are all there";
+    }
+}
+
+TEST_F(PowerPlansLeftTest, NeitherAnotherPlansValueNorHalfAPairMakesUpForAnUnreadOne)
+{
+    pc.power.FindPlan(kSaver)->values.erase(GUID_PROCESSOR_THROTTLE_MINIMUM);
+    const Story effects = Effects([&] {
+        RunAsProcess([&] {
+            Manager manager;
+            manager.EnterHolvControl();
+            pc.power.Activate(kHigh);
+            pc.faults.Set("PowerReadACValueIndex", {.count = Faults::kAlways});
+            manager.OnPowerOptionChanged(&kHigh);
+            manager.EnterDoNotDisturbState();
+        });
+    });
+    EXPECT_EQ(std::ranges::count(effects, "High performance: away-mode dc 1"), 1);
+    EXPECT_EQ(std::ranges::count(effects, "High performance: away-mode ac 1"), 0);
+    EXPECT_EQ(std::ranges::count(effects, "Power saver: processor-max dc 50"), 0);
+    EXPECT_EQ(std::ranges::count(effects, "Power saver: brightness dc 100"), 1);
+    EXPECT_EQ(std::ranges::count(effects, "Power saver: brightness ac 0"), 0);
+    EXPECT_EQ(effects.back(), "activate Power saver");
+}
+
+// The handler's thread and the state machine's at once, each turn a night or a user's choice.
+TEST(PowerPlanThreadsTest, ThreadsThatChangePlansAtOnceLeaveThemAsTheyWere)
+{
+    g_dwLoggingEnabled = 0;
+    g_bDndToS3 = 1;
+    constexpr std::uint64_t kSeeds = 200;
+    constexpr std::uint64_t kFreeRuns = 20;
+    for (std::uint64_t seed = 1; seed <= kSeeds + kFreeRuns && !testing::Test::HasFailure();
+         ++seed) {
+        SCOPED_TRACE(::testing::Message() << "seed " << seed);
+        Machine pc({.free = kRunFree || seed > kSeeds, .seed = seed});
+        Furnish(pc.power);
+        const Plans before = pc.power.plans();
+        const auto request = [] {
+            CNeverSleepAwayMode::EnableAwayMode();
+            CNeverSleepAwayMode::DisableIdleTimer();
+            CNeverSleepAwayMode::DisableAwayMode();
+            CNeverSleepAwayMode::EnableIdleTimer();
+        };
+        Process& process = pc.Start([&] {
+            Manager manager;
+            CNeverSleepAwayMode::Initialize();
+            manager.EnterHolvControl();
+            std::function<void()> handle = [&] {
+                for (const GUID& choice : {kHigh, kSaver, kBalanced}) {
+                    request();
+                    pc.power.Activate(choice);
+                    manager.OnPowerOptionChanged(&choice);
+                    manager.TransitionFromHolvToS3();
+                    manager.IsPasswordRequiredOnWake();
+                }
+            };
+            const auto run = [](LPVOID body) -> DWORD {
+                (*static_cast<std::function<void()>*>(body))();
+                return 0;
+            };
+            const OwnedHandle handler(CreateThread(nullptr, 0, run, &handle, 0, nullptr));
+            for (int night = 0; night < 3; ++night) {
+                request();
+                manager.EnterHolvState();
+                manager.ExitHolvState();
+                manager.EnterDoNotDisturbState();
+                manager.ExitDoNotDisturbState();
+            }
+            WaitForSingleObject(handler.Get(), INFINITE);
+            EXPECT_FALSE(pc.power.Held(PowerRequestAwayModeRequired));
+            EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
+            manager.EnterHolvState();  // the handler may have cut the time-out after the last leave
+            manager.ExitHolvState();
+            manager.ExitHolvControl();
+            CNeverSleepAwayMode::Uninitialize();
+            return 0;
+        });
+        pc.RunUntilEnd(process);
+        ExpectUnchanged(before, pc.power.plans());
+        EXPECT_TRUE(process.left_open().empty() && pc.misuses().empty());
+    }
+}
+
+}  // namespace

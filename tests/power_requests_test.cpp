@@ -1,0 +1,158 @@
+// The two power requests: what the system holds and what the log says; and what the machine tells
+// of its battery and its sleep.
+
+#include <regex>
+
+#include "log/log.h"
+#include "power/machine_power.h"
+#include "power/never_sleep_away_mode.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+using Requests = CNeverSleepAwayMode;
+
+class PowerRequestsTest : public VirtualPcTest
+{
+protected:
+    PowerRequestsTest()
+    {
+        g_dwLoggingLevel = 6;
+        g_dwLoggingEnabled = kLogToFile;
+    }
+
+    // What the log says since the last time it was asked: levels and messages.
+    std::string Said()
+    {
+        static const std::regex kLine(R"(\] : ([^]*?) \[L=([1-6])\])");
+        const std::string log = LogBytes().substr(m_read);
+        m_read += log.size();
+        std::string said;
+        for (std::sregex_iterator line(log.begin(), log.end(), kLine), end; line != end; ++line) {
+            if ((*line)[2] != "5") said += (*line)[2].str() + " " + (*line)[1].str();
+        }
+        return said;
+    }
+
+    struct Step
+    {
+        BOOL (*operation)();
+        BOOL result;
+        std::string said;
+        bool away, system;  // held afterwards
+        const char* fails = nullptr;
+    };
+
+    void Take(const std::vector<Step>& steps)
+    {
+        for (const Step& step : steps) {
+            SCOPED_TRACE(::testing::Message() << "step " << &step - steps.data());
+            if (step.fails) pc.faults.Set(step.fails, {.error = 5});
+            EXPECT_EQ(step.operation(), step.result);
+            EXPECT_EQ(Said(), step.said);
+            EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), step.away);
+            EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), step.system);
+        }
+    }
+
+private:
+    std::size_t m_read = 0;
+};
+
+TEST_F(PowerRequestsTest, EachIsHeldOnceAndAFailureLeavesItToBeTriedAgain)
+{
+    const std::string no_away = "6 No outstanding away mode request to clear, returning.";
+    const std::string no_system = "6 No outstanding system reuired request to clear, returning.";
+    RunAsProcess([&] {
+        Take({
+            {Requests::Initialize, TRUE, "", false, false},
+            {Requests::DisableAwayMode, TRUE, no_away, false, false},
+            {Requests::EnableIdleTimer, TRUE, no_system, false, false},
+            {Requests::EnableAwayMode, FALSE, "6 Unable to request AwayMode, GLE=5\n", false, false,
+             "PowerSetRequest"},
+            {Requests::EnableAwayMode, TRUE, "", true, false},
+            {Requests::EnableAwayMode, TRUE, "6 Outstanding away mode request exist, returning.",
+             true, false},
+            {Requests::DisableIdleTimer, FALSE, "2 Unable to disable idle timer, GLE=5\n", true,
+             false, "PowerSetRequest"},
+            {Requests::DisableIdleTimer, TRUE, "6 Idle timer is now controlled by HOLV", true,
+             true},
+            {Requests::DisableIdleTimer, TRUE,
+             "6 Outstanding system required request exist, returning.", true, true},
+        });
+        EXPECT_NE(
+            pc.power.Listing().find(L"AWAYMODE:\n[PROCESS] \\Device\\HarddiskVolume1\\Program "
+                                    L"Files\\Orbeq\\Holv\\HOLVService.exe\n"
+                                    L"Orbeq(R) Holv Technology\n"),
+            std::wstring::npos);
+        Take({
+            {Requests::DisableAwayMode, FALSE, "6 Unable to disable AwayMode, GLE=5\n", true, true,
+             "PowerClearRequest"},
+            {Requests::DisableAwayMode, TRUE, "", false, true},
+            {Requests::DisableAwayMode, TRUE, no_away, false, true},
+            {Requests::EnableIdleTimer, FALSE, "2 Unable to enable idle timer, GLE=5\n", false,
+             true, "PowerClearRequest"},
+            {Requests::EnableIdleTimer, TRUE, "6 Idle timer is now controlled by OS", false, false},
+            {Requests::EnableIdleTimer, TRUE, no_system, false, false},
+        });
+        Requests::Uninitialize();
+    });
+}
+
+TEST_F(PowerRequestsTest, ARequestThatIsMissingIsDoneWithout)
+{
+    RunAsProcess([&] {
+        for (const std::uint64_t nth : {1, 2}) {
+            SCOPED_TRACE(nth);
+            const bool away = nth == 2;  // is the one that is there
+            pc.faults.Set("PowerCreateRequest", {.first = nth});
+            Take({{Requests::Initialize, FALSE, "3 Can't create power request, GLE=31\n", false,
+                   false},
+                  {Requests::EnableAwayMode, TRUE, away ? "" : "6 Did not enable away mode", away,
+                   false},
+                  {Requests::DisableIdleTimer, TRUE,
+                   away ? "" : "6 Idle timer is now controlled by HOLV", away, !away}});
+            // The end withdraws what is held, and whoever comes later finds nothing to do.
+            Requests::Uninitialize();
+            const auto late = away ? Requests::DisableAwayMode : Requests::EnableIdleTimer;
+            Take({{late, TRUE, away ? "6 Did not disable away mode" : "", false, false}});
+            Requests::Uninitialize();
+        }
+    });
+}
+
+TEST_F(PowerRequestsTest, TheMachineTellsOfItsBatteryAndItsSleep)
+{
+    const std::string battery = "2 This platform has a battery";
+    const std::string none = "2 This platform does not have a battery";
+    const std::string s3 = "6 CallNtPowerInformation called, is S3 supported";
+    const std::string no_s3 = "6 CallNtPowerInformation called, S3 not supported";
+    const struct
+    {
+        bool battery, short_term, s3;
+        const char* fails;
+        BOOL has_battery, can_sleep;
+        std::string said;
+    } cases[] = {
+        {true, false, true, "", TRUE, TRUE, battery + s3},
+        {true, true, false, "", FALSE, FALSE, none + no_s3},
+        {true, false, true, "GetPwrCapabilities", FALSE, TRUE, s3},
+        {false, false, true, "CallNtPowerInformation", FALSE, FALSE,
+         none + "6 CallNtPowerInformation call failed, assuming S3 not supported"},
+    };
+    RunAsProcess([&] {
+        for (const auto& each : cases) {
+            pc.power.battery_present = each.battery;
+            pc.power.batteries_short_term = each.short_term;
+            pc.power.s3_supported = each.s3;
+            pc.faults.Set(each.fails, {});
+            EXPECT_EQ(IsBatteryPresent(), each.has_battery);
+            EXPECT_EQ(IsS3Available(), each.can_sleep);
+            EXPECT_EQ(Said(), each.said);
+        }
+    });
+}
+
+}  // namespace
