@@ -21,8 +21,8 @@ namespace {
 
 using S = CNeverSleepState;
 
-// What the log says, a line each: the level and the message. Details of other rooms and the inputs
-// that the power decision lists are left out.
+// What the state machine says, a line each: the level and the message. Details and the inputs that
+// the power decision lists are left out.
 using Story = std::vector<std::string>;
 
 Story operator+(Story a, const Story& b)
@@ -153,21 +153,25 @@ protected:
         pc.RunUntilEnd(*m_service);
     }
 
-    // What the log has said since the last time it was asked.
+    // What the state machine has said since the last time it was asked. The debugger hears who
+    // speaks, the log file tells at which level.
     Story Said()
     {
-        constexpr std::string_view kLineEnd = "\r\n\r\r";
         const std::string log = LogBytes();
         Story story;
-        for (std::size_t end; (end = log.find(kLineEnd, m_read)) != log.npos;
-             m_read = end + kLineEnd.size()) {
-            const std::string line = log.substr(m_read, end - m_read);
-            const std::size_t text = line.find(" : ") + 3;
-            const std::size_t level = line.rfind(" [L=");
-            std::string message = line.substr(text, level - text);
-            if (line[level + 4] > '2' && !message.starts_with("HOLV State Machine")) continue;
+        for (; m_read < pc.outputs.debug().size(); ++m_read) {
+            const std::string line = ToUtf8(pc.outputs.debug()[m_read].text);
+            if (!line.starts_with("HOLV - CNeverSleepState::") &&
+                !line.starts_with("HOLV - RegInit")) {
+                continue;
+            }
+            std::string message = line.substr(line.find("   ") + 3);
+            const std::string in_file = " : " + message + " [L=";
+            const std::size_t at = log.find(in_file);
+            const char level = at == log.npos ? '?' : log[at + in_file.size()];
+            if (level > '2' && level != '?' && !message.starts_with("HOLV State Machine")) continue;
             if (message.starts_with("Configure")) message = message.substr(0, message.find(':'));
-            story.push_back(std::string{line[level + 4]} + " " + message);
+            story.push_back(std::string{level} + " " + message);
         }
         return story;
     }
