@@ -62,7 +62,6 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes);
 // CoTaskMemFree, also after a failure. Only FOLDERID_ProgramData is known.
 HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE token,
                                     PWSTR* path);
-void WINAPI CoTaskMemFree(LPVOID memory);
 
 // The process's standard output, not to be closed: null when it has none, INVALID_HANDLE_VALUE on
 // failure.

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "platform/com.h"
 #include "platform/device.h"
 #include "platform/eventlog.h"
 #include "platform/file.h"
@@ -87,6 +88,16 @@ struct TaskStringTraits
     static void Close(Type text) { CoTaskMemFree(text); }
 };
 using OwnedTaskString = Owned<TaskStringTraits>;  // text from the shell and COM
+
+template <class Interface>
+struct InterfaceTraits
+{
+    using Type = Interface*;
+    static Type None() { return nullptr; }
+    static void Close(Type object) { object->Release(); }
+};
+template <class Interface>
+using OwnedInterface = Owned<InterfaceTraits<Interface>>;  // references to component objects
 
 struct DeviceInfoSetTraits
 {

@@ -244,7 +244,6 @@ Function set_file_pointer{"SetFilePointer"};
 Function flush_file_buffers{"FlushFileBuffers"};
 Function create_directory{"CreateDirectoryW"};
 Function get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
-Function co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
 Function get_std_handle{"GetStdHandle"};
 Function wide_char_to_multi_byte{"WideCharToMultiByte"};
 
@@ -346,12 +345,6 @@ HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE
     if (!fs::is_directory(host, error)) return kNoSuchFolder;
     *path = HandOut(call, kProgramData);
     return S_OK;
-}
-
-void WINAPI CoTaskMemFree(LPVOID memory)
-{
-    Call call(co_task_mem_free);
-    Free(call, memory);
 }
 
 HANDLE WINAPI GetStdHandle(DWORD which)

@@ -34,6 +34,7 @@ Machine::Machine(const Options& options)
       disk(*this, options.root.empty() ? options.root : options.root / "C"),
       outputs(*this),
       event_log(*this),
+      com(*this, options.seed),
       m_switched_on_at(*ParseCalendar(kFirstClock)),
       m_driver(std::make_shared<Thread>()),
       m_registry_file(options.root.empty() ? options.root : options.root / "registry.reg")

@@ -22,6 +22,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/virtual/announcer.h"
+#include "platform/virtual/com.h"
 #include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
 #include "platform/virtual/event_log.h"
@@ -118,6 +120,8 @@ public:
     EventLog event_log;
     Power power{*this};
     Devices devices{*this};
+    Announcer announcer{*this};
+    Com com;
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;

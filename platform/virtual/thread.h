@@ -16,6 +16,13 @@ namespace virtual_pc {
 
 class Process;
 
+// The apartment of component objects that a thread is in.
+struct Apartment
+{
+    int entered = 0;      // how often it was entered; 0 for none
+    bool single = false;  // one of its own, served by its message loop
+};
+
 // Thrown through a thread's frames when its process has ended, so that what it holds is given back.
 struct ThreadEnds
 {
@@ -39,6 +46,7 @@ public:
     // Only the thread itself touches these.
     DWORD last_error = 0;
     std::vector<void*> tls;
+    Apartment apartment;
 
     // With the machine held.
     enum class State

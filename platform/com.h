@@ -1,0 +1,90 @@
+// Component objects: the base interface, apartments, classes and task memory.
+//
+// Interfaces are plain C++ classes whose functions stand in the order of their slots; every one is
+// derived from IUnknown, and a reference is given back with Release.
+#pragma once
+
+#include "platform/base.h"
+
+#ifdef _WIN32
+
+#include <objbase.h>
+#include <unknwn.h>
+
+#else
+
+#include <cstring>
+
+using IID = GUID;
+using CLSID = GUID;
+using REFGUID = const GUID&;
+using REFIID = const IID&;
+using REFCLSID = const CLSID&;
+
+#define STDMETHODCALLTYPE
+
+inline bool IsEqualGUID(REFGUID a, REFGUID b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
+inline bool IsEqualIID(REFIID a, REFIID b) { return IsEqualGUID(a, b); }
+inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
+
+#define E_NOTIMPL (static_cast<HRESULT>(0x80004001u))
+#define E_NOINTERFACE (static_cast<HRESULT>(0x80004002u))
+#define E_POINTER (static_cast<HRESULT>(0x80004003u))
+#define E_UNEXPECTED (static_cast<HRESULT>(0x8000FFFFu))
+#define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000Eu))
+#define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110u))
+#define REGDB_E_CLASSNOTREG (static_cast<HRESULT>(0x80040154u))
+#define CO_E_NOTINITIALIZED (static_cast<HRESULT>(0x800401F0u))
+#define RPC_E_CHANGED_MODE (static_cast<HRESULT>(0x80010106u))
+
+#define CLSCTX_INPROC_SERVER 0x1u
+#define CLSCTX_LOCAL_SERVER 0x4u
+#define CLSCTX_ALL 0x17u
+
+#define COINIT_MULTITHREADED 0x0u
+#define COINIT_APARTMENTTHREADED 0x2u
+
+inline constexpr GUID GUID_NULL{};
+inline constexpr IID IID_NULL{};
+inline constexpr IID IID_IUnknown{
+    0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
+class IUnknown
+{
+public:
+    // The object's interface `id`, with a reference for the caller; E_NOINTERFACE and null when it
+    // has none.
+    virtual HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) = 0;
+    // Both return the new count.
+    virtual ULONG STDMETHODCALLTYPE AddRef() = 0;
+    virtual ULONG STDMETHODCALLTYPE Release() = 0;
+
+protected:
+    ~IUnknown() = default;
+};
+
+extern "C" {
+
+// Puts the calling thread into an apartment: COINIT_APARTMENTTHREADED one of its own, whose calls
+// are delivered by its message loop; COINIT_MULTITHREADED the process's common one. S_OK, S_FALSE
+// when it was in that kind already (count as success, and are undone by one CoUninitialize each),
+// RPC_E_CHANGED_MODE when it is in the other kind.
+HRESULT WINAPI CoInitializeEx(LPVOID reserved, DWORD how);
+// The same with COINIT_APARTMENTTHREADED.
+HRESULT WINAPI CoInitialize(LPVOID reserved);
+void WINAPI CoUninitialize();
+
+// Makes an object of a class. REGDB_E_CLASSNOTREG when there is no such class, CO_E_NOTINITIALIZED
+// when the thread is in no apartment. `object` is null on failure.
+HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
+                                LPVOID* object);
+
+// A new identifier.
+HRESULT WINAPI CoCreateGuid(GUID* guid);
+
+// Memory that passes from callee to caller. Null when there is none left; freeing null is nothing.
+LPVOID WINAPI CoTaskMemAlloc(SIZE_T size);
+void WINAPI CoTaskMemFree(LPVOID memory);
+}
+
+#endif

@@ -1,0 +1,90 @@
+#include "platform/virtual/announcer.h"
+
+#include <cstring>
+#include <memory>
+
+#include "platform/service.h"
+#include "platform/virtual/machine.h"
+
+namespace virtual_pc {
+
+void Announcer::Add(Hearer& hearer)
+{
+    const Hold hold(m_machine);
+    m_hearers.push_back(&hearer);
+}
+
+void Announcer::Remove(Hearer& hearer)
+{
+    const Hold hold(m_machine);
+    std::erase(m_hearers, &hearer);
+}
+
+void Announcer::Announce(const Announcement& announcement, std::function<void()> all_handled)
+{
+    const Hold hold(m_machine);
+    // Counts those who have still to handle it, and this call itself.
+    const auto left = std::make_shared<int>(1);
+    const std::function<void()> handled = [left, all_handled = std::move(all_handled)] {
+        if (--*left == 0 && all_handled) all_handled();
+    };
+    for (Hearer* hearer : std::vector(m_hearers)) {
+        ++*left;
+        if (!hearer->Hear(announcement, handled)) --*left;
+    }
+    handled();
+}
+
+void Announcer::PowerEvent(DWORD event, std::function<void()> all_handled)
+{
+    Announce({.control = SERVICE_CONTROL_POWEREVENT, .event = event}, std::move(all_handled));
+}
+
+void Announcer::SessionEvent(DWORD event, DWORD session)
+{
+    Announce(
+        {.control = SERVICE_CONTROL_SESSIONCHANGE, .event = event, .data = SettingBytes(session)});
+}
+
+void Announcer::TimeChanged() { Announce({.control = SERVICE_CONTROL_TIMECHANGE}); }
+
+void Announcer::Provide(const GUID& setting, std::function<std::vector<BYTE>()> present)
+{
+    const Hold hold(m_machine);
+    m_settings[setting] = std::move(present);
+}
+
+std::optional<std::vector<BYTE>> Announcer::Present(const GUID& setting) const
+{
+    const Hold hold(m_machine);
+    const auto found = m_settings.find(setting);
+    if (found == m_settings.end()) return std::nullopt;
+    return found->second();
+}
+
+void Announcer::SettingChanged(const GUID& setting)
+{
+    const Hold hold(m_machine);
+    const std::optional<std::vector<BYTE>> value = Present(setting);
+    if (!value) return;
+    Announce({.control = SERVICE_CONTROL_POWEREVENT,
+              .event = PBT_POWERSETTINGCHANGE,
+              .setting = setting,
+              .data = *value});
+}
+
+std::vector<BYTE> SettingBytes(DWORD value)
+{
+    std::vector<BYTE> bytes(sizeof(value));
+    std::memcpy(bytes.data(), &value, sizeof(value));
+    return bytes;
+}
+
+std::vector<BYTE> SettingBytes(const GUID& value)
+{
+    std::vector<BYTE> bytes(sizeof(value));
+    std::memcpy(bytes.data(), &value, sizeof(value));
+    return bytes;
+}
+
+}  // namespace virtual_pc
