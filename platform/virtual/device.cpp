@@ -19,12 +19,6 @@ constexpr DWORD kSetModeCode = 0x9C412000;
 constexpr std::string_view kSetModeSignature = "SNSM";
 constexpr std::size_t kSetModeSize = 8;
 
-bool SameName(const std::wstring& a, const std::wstring& b)
-{
-    const NoCase before;
-    return !before(a, b) && !before(b, a);
-}
-
 // "\\?\ACPI#QRX5071#2&0#{d6e2a4c1-5b7f-4e39-9c0d-3f81b2a7e645}"
 std::wstring DefaultPath(std::wstring id, const GUID& interface_class)
 {

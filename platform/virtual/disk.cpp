@@ -20,12 +20,6 @@ namespace fs = std::filesystem;
 // Folders that every PC has before any program is installed.
 constexpr const char* kFirstFolders[] = {"ProgramData", "Windows"};
 
-bool SameName(const std::wstring& a, const std::wstring& b)
-{
-    const NoCase before;
-    return !before(a, b) && !before(b, a);
-}
-
 fs::path MakeOwnFolder()
 {
     std::string name = (fs::temp_directory_path() / "holvpc-XXXXXX").string();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "platform/virtual/names.h"
 #include "platform/virtual/thread.h"
 
 namespace virtual_pc {
@@ -92,27 +93,56 @@ void Machine::RunUntilEnd(const Process& process)
     RunUntil([&] { return !process.running(); });
 }
 
+void Machine::Install(const Image& image)
+{
+    const Hold hold(*this);
+    std::erase_if(m_programs, [&](const Program& known) { return known.image.path == image.path; });
+    m_programs.push_back({image, {}});
+    disk.Write(image.path, "MZ");  // nothing on the PC looks into it
+}
+
+void Machine::Install(std::wstring_view path, std::function<int()> entry)
+{
+    const Hold hold(*this);
+    Image image;
+    image.path = path;
+    Install(image);
+    m_programs.back().entry = std::move(entry);
+}
+
+Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view command_line)
+{
+    const Hold hold(*this);
+    const auto same = [&](const Program& program) { return SameName(program.image.path, path); };
+    const auto found = std::ranges::find_if(m_programs, same);
+    if (found == m_programs.end() || !disk.Read(found->image.path)) return nullptr;
+    return &Begin(*found, command_line);
+}
+
 Process& Machine::Start(const Image& image, std::wstring_view arguments)
 {
     const Hold hold(*this);
-    Process& process = *m_processes.emplace_back(std::make_unique<Process>());
-    process.m_image = image;
-    process.m_path = image.path;
-    disk.Write(image.path, "MZ");  // nothing on the PC looks into it
-    process.m_command_line = L"\"" + image.path + L"\"";
-    if (!arguments.empty()) process.m_command_line += L" " + std::wstring(arguments);
-    process.Begin(*this, [&process] { return process.RunImage(); });
-    return process;
+    Install(image);
+    std::wstring command_line = L"\"" + image.path + L"\"";
+    if (!arguments.empty()) command_line += L" " + std::wstring(arguments);
+    return Begin(m_programs.back(), command_line);
 }
 
 Process& Machine::Start(std::function<int()> entry, std::wstring_view command_line)
 {
     const Hold hold(*this);
+    Install(Image{}.path, std::move(entry));
+    return Begin(m_programs.back(), command_line);
+}
+
+Process& Machine::Begin(const Program& program, std::wstring_view command_line)
+{
     Process& process = *m_processes.emplace_back(std::make_unique<Process>());
-    process.m_path = Image{}.path;
-    disk.Write(process.m_path, "MZ");
+    process.m_image = program.image;
+    process.m_path = program.image.path;
     process.m_command_line = command_line;
-    process.Begin(*this, std::move(entry));
+    process.Begin(
+        *this, program.entry ? program.entry : [&process] { return process.RunImage(); });
     return process;
 }
 

@@ -84,7 +84,12 @@ public:
     void Settle() { RunFor(Duration{0}); }
 
     // --- Processes ---
-    // Starts a program. The image is loaded anew, so its process-wide data are fresh.
+    // Puts a program on the disk: an image, or a function of the host program that it runs.
+    void Install(const Image& image);
+    void Install(std::wstring_view path, std::function<int()> entry);
+    // Starts the program at `path`, in any letter case; null when there is none on the disk.
+    Process* StartInstalled(std::wstring_view path, std::wstring_view command_line);
+    // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.
     Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
@@ -127,6 +132,13 @@ public:
     std::map<const void*, HANDLE> memory_handles;
 
 private:
+    struct Program
+    {
+        Image image;                 // its path, and what is loaded unless there is an entry
+        std::function<int()> entry;  // what is run instead of an image
+    };
+    Process& Begin(const Program& program, std::wstring_view command_line);
+
     friend class Hold;
     friend class Process;
     friend class Scheduler;
@@ -134,6 +146,7 @@ private:
     CalendarTime m_switched_on_at;
     std::shared_ptr<Thread> m_driver;
     std::vector<std::unique_ptr<Process>> m_processes;
+    std::vector<Program> m_programs;
     std::vector<std::string> m_misuses;
     std::filesystem::path m_registry_file;  // empty: not kept
     DWORD m_next_process_id = 0x400;

@@ -193,9 +193,8 @@ void Process::End(Thread& last, int exit_code)
 
     const Hold hold(machine);
     m_left_open = machine.handles.CloseAllOf(this);
-    std::erase_if(machine.memory_handles, [&](const auto& memory) {
-        return machine.handles.IsStale(memory.second);
-    });
+    std::erase_if(machine.memory_handles,
+                  [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
     m_exit_code = exit_code;
     machine.journal.Record("process", {{"what", L"ended"},
                                        {"path", m_path},

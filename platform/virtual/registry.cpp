@@ -29,12 +29,6 @@ constexpr const wchar_t* kFirstKeys[] = {
     LR"(HKCU\Software\Classes)",
 };
 
-bool SameName(std::wstring_view a, std::wstring_view b)
-{
-    return std::ranges::equal(
-        a, b, [](wchar_t x, wchar_t y) { return std::towupper(x) == std::towupper(y); });
-}
-
 std::vector<std::wstring> NamesOf(std::wstring_view path)
 {
     std::vector<std::wstring> names;
@@ -47,12 +41,6 @@ std::vector<std::wstring> NamesOf(std::wstring_view path)
 }
 
 }  // namespace
-
-bool NoCase::operator()(const std::wstring& a, const std::wstring& b) const
-{
-    return std::ranges::lexicographical_compare(
-        a, b, [](wchar_t x, wchar_t y) { return std::towupper(x) < std::towupper(y); });
-}
 
 // --- Values ---
 

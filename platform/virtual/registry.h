@@ -11,6 +11,7 @@
 
 #include "platform/registry.h"
 #include "platform/virtual/handles.h"
+#include "platform/virtual/names.h"
 
 namespace virtual_pc {
 
@@ -27,11 +28,6 @@ struct RegistryValue
 
     // The data as text, up to the first terminator.
     std::wstring Text() const;
-};
-
-struct NoCase
-{
-    bool operator()(const std::wstring& a, const std::wstring& b) const;
 };
 
 // A key. Paths below it are names joined by backslashes; an empty one is the key itself. With the
