@@ -68,10 +68,24 @@ std::string TellDevice(const Effect& effect)
     return "platform device: mode " + std::to_string(effect.Number("mode"));
 }
 
+std::string TellSession(const Effect& effect)
+{
+    static constexpr std::pair<std::wstring_view, const char*> kWhat[] = {
+        {L"logon", " logs on"},
+        {L"logoff", " logs off"},
+        {L"lock", " locks the workstation"},
+        {L"unlock", " unlocks the workstation"},
+    };
+    for (const auto& [what, words] : kWhat) {
+        if (effect.Text("what") == what) return ToUtf8(effect.Text("user")) + words;
+    }
+    return {};
+}
+
 constexpr Telling kTellings[] = {
     {"state", TellState},           {"process", TellProcess},     {"clock", TellClock},
     {"debug", TellDebug},           {"plan activated", TellPlan}, {"request", TellRequest},
-    {"device request", TellDevice},
+    {"device request", TellDevice}, {"session", TellSession},
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "platform/file.h"
 #include "platform/kernel.h"
 #include "platform/registry.h"
+#include "platform/session.h"
 
 // Owns what a Traits describes: its Type, the value that stands for none, and how it is given back.
 template <class Traits>
@@ -37,6 +38,9 @@ public:
         if (m_value != Traits::None()) Traits::Close(m_value);
         m_value = value;
     }
+
+    // Hands over what it holds: the caller gives it back.
+    Type Release() { return std::exchange(m_value, Traits::None()); }
 
     // Hands out the place for a platform function that returns the thing through a pointer.
     Type* Receive()
@@ -98,6 +102,14 @@ struct InterfaceTraits
 };
 template <class Interface>
 using OwnedInterface = Owned<InterfaceTraits<Interface>>;  // references to component objects
+
+struct EnvironmentTraits
+{
+    using Type = LPVOID;
+    static Type None() { return nullptr; }
+    static void Close(Type block) { DestroyEnvironmentBlock(block); }
+};
+using OwnedEnvironment = Owned<EnvironmentTraits>;
 
 struct DeviceInfoSetTraits
 {

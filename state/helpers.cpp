@@ -1,6 +1,14 @@
-// The helper programs in the user's session, for Lync and for locking the workstation, belong here.
-// Only whether Lync is installed is answered yet: no helper is started or ended.
+// The helper programs in the user's session: the one that watches Lync while the machine never
+// sleeps, and the one that locks the workstation when away mode ends.
+
+#include <string>
+
+#include "log/format.h"
+#include "log/log.h"
 #include "platform/owned.h"
+#include "power/power_policy_manager.h"
+#include "process/user_process.h"
+#include "settings/settings.h"
 #include "state/never_sleep_state.h"
 
 namespace {
@@ -17,6 +25,53 @@ constexpr const wchar_t* kLyncKeys[] = {
     LR"(SOFTWARE\Microsoft\Office\15.0\Registration\{0EA305CE-B708-4D79-8087-D636AB0F1A4D})",
 };
 
+constexpr const wchar_t* kOemKeyPath = LR"(Software\Orbeq\Holv\OEM)";
+constexpr const wchar_t* kLyncHelper = L"\\HOLVLyncHelper.LycnConsole.exe";
+constexpr const wchar_t* kLockHelper = L"\\HOLVLockWorkStation.exe";
+
+// The path of a program beside the service's own; empty, so that it cannot be started, when the
+// folder is not known or the path is longer than a path may be.
+std::wstring PathBeside(const wchar_t* name)
+{
+    wchar_t folder[MAX_PATH];
+    if (!GetModuleFilePath(folder, MAX_PATH)) return {};
+    const std::wstring path = std::wstring(folder) + name;
+    return path.size() < MAX_PATH ? path : std::wstring();
+}
+
+void ReportLaunch(const wchar_t* function, const CUserProcess& process)
+{
+    if (process.IsLaunched()) {
+        Log(6, function, L"Launch user process succeeded");
+    } else {
+        Log(6, function, L"Launch user process failed, error=%d\n", GetLastError());
+    }
+}
+
+// The registry gives its failures as results and sets no last error; the lines name the result.
+bool IsLockScreenDisabled()
+{
+    constexpr const wchar_t* kFunction = L"CNeverSleepState::LockUserAccount";
+    OwnedKey key;
+    LSTATUS status =
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, kOemKeyPath, 0, KEY_ALL_ACCESS, key.Receive());
+    if (status != ERROR_SUCCESS) {
+        Log(6, kFunction, L"RegOpenKeyEx is failed in LockUserAccount(), error=%d\n", status);
+        return false;
+    }
+    Log(6, kFunction, L"RegOpenKeyEx is successful");
+    DWORD disabled = 0;
+    DWORD size = sizeof(disabled);
+    status = RegGetValueW(key.Get(), nullptr, L"DisableLockScreen", RRF_RT_REG_DWORD, nullptr,
+                          &disabled, &size);
+    if (status != ERROR_SUCCESS) {
+        Log(6, kFunction, L"RegGetValue is failed in LockUserAccount(), error=%d\n", status);
+        return false;
+    }
+    Log(6, kFunction, L"RegGetValue is successful");
+    return disabled == 1;
+}
+
 }  // namespace
 
 BOOL CNeverSleepState::IsLyncInstalled()
@@ -30,7 +85,54 @@ BOOL CNeverSleepState::IsLyncInstalled()
     return FALSE;
 }
 
-void CNeverSleepState::StartMonitorMicrosoftLyncActivity() {}
-void CNeverSleepState::StopMonitorMicrosoftLyncActivity() {}
-void CNeverSleepState::LockUserAccount() {}
-BOOL CNeverSleepState::ShowLyncControls() { return FALSE; }
+// --- The Lync helper: on the state machine's thread only ---
+
+void CNeverSleepState::StartMonitorMicrosoftLyncActivity()
+{
+    constexpr const wchar_t* kFunction = L"CNeverSleepState::StartMonitorMicrosoftLyncActivity";
+    if (!g_bTurnOnDisplayOnLync) return;
+    StopMonitorMicrosoftLyncActivity();
+    const auto monitor = std::make_shared<CUserProcess>();
+    m_pLyncMonitor.Set(monitor);
+    const std::wstring path = PathBeside(kLyncHelper);
+    wchar_t arguments[32];  // two numbers of eleven characters fit
+    FormatText(arguments, L"D:%d T:%d", g_bTurnOnDisplayOnLync, g_dwAppDisplayTimeout);
+    Log(6, kFunction, L"Launch user process %wS %wS\n", path.c_str(), arguments);
+    monitor->ExecuteProcessAsUserByHandle(path, arguments, 0);
+    ReportLaunch(kFunction, *monitor);
+}
+
+void CNeverSleepState::StopMonitorMicrosoftLyncActivity()
+{
+    const auto monitor = m_pLyncMonitor.Get();
+    if (!monitor) return;
+    Log(6, L"CNeverSleepState::StopMonitorMicrosoftLyncActivity",
+        L"Killing Lync activity monitor.");
+    monitor->QuitProcess();
+    m_pLyncMonitor.Set(nullptr);
+}
+
+BOOL CNeverSleepState::ShowLyncControls()
+{
+    const BOOL installed = IsLyncInstalled();
+    Log(6, L"CNeverSleepState::ShowLyncControls", L"Lync %s installed",
+        installed ? L"is" : L"is not");
+    return installed;
+}
+
+// --- The lock helper: on the control handler's thread ---
+
+void CNeverSleepState::LockUserAccount()
+{
+    constexpr const wchar_t* kFunction = L"CNeverSleepState::LockUserAccount";
+    if (!g_bEnableNeverSleep || m_eSystemState == S0_NORMAL) return;
+    const bool disabled = IsLockScreenDisabled();
+    const auto manager = m_pPowerPolicyManager.Get();
+    if (manager && !manager->IsPasswordRequiredOnWake()) return;
+    if (disabled) return;
+    CUserProcess process;
+    const std::wstring path = PathBeside(kLockHelper);
+    Log(6, kFunction, L"Launch user process %wS\n", path.c_str());
+    process.ExecuteProcessAsUserByHandle(path, L"", 0);
+    ReportLaunch(kFunction, process);
+}

@@ -110,13 +110,14 @@ void Machine::Install(std::wstring_view path, std::function<int()> entry)
     m_programs.back().entry = std::move(entry);
 }
 
-Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view command_line)
+Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view command_line,
+                                 std::optional<Launch> launch)
 {
     const Hold hold(*this);
     const auto same = [&](const Program& program) { return SameName(program.image.path, path); };
     const auto found = std::ranges::find_if(m_programs, same);
     if (found == m_programs.end() || !disk.Read(found->image.path)) return nullptr;
-    return &Begin(*found, command_line);
+    return &Begin(*found, command_line, std::move(launch));
 }
 
 Process& Machine::Start(const Image& image, std::wstring_view arguments)
@@ -135,12 +136,14 @@ Process& Machine::Start(std::function<int()> entry, std::wstring_view command_li
     return Begin(m_programs.back(), command_line);
 }
 
-Process& Machine::Begin(const Program& program, std::wstring_view command_line)
+Process& Machine::Begin(const Program& program, std::wstring_view command_line,
+                        std::optional<Launch> launch)
 {
     Process& process = *m_processes.emplace_back(std::make_unique<Process>());
     process.m_image = program.image;
     process.m_path = program.image.path;
     process.m_command_line = command_line;
+    process.launch = std::move(launch);
     process.Begin(
         *this, program.entry ? program.entry : [&process] { return process.RunImage(); });
     return process;

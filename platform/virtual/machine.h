@@ -36,6 +36,7 @@
 #include "platform/virtual/process.h"
 #include "platform/virtual/registry.h"
 #include "platform/virtual/scheduler.h"
+#include "platform/virtual/session.h"
 #include "platform/virtual/time.h"
 
 namespace virtual_pc {
@@ -88,7 +89,8 @@ public:
     void Install(const Image& image);
     void Install(std::wstring_view path, std::function<int()> entry);
     // Starts the program at `path`, in any letter case; null when there is none on the disk.
-    Process* StartInstalled(std::wstring_view path, std::wstring_view command_line);
+    Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
+                            std::optional<Launch> launch = {});
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.
@@ -126,6 +128,7 @@ public:
     Power power{*this};
     Devices devices{*this};
     Announcer announcer{*this};
+    Session session{*this};
     Com com;
 
     // The handle of each piece of memory that is handed out (memory.h).
@@ -137,7 +140,8 @@ private:
         Image image;                 // its path, and what is loaded unless there is an entry
         std::function<int()> entry;  // what is run instead of an image
     };
-    Process& Begin(const Program& program, std::wstring_view command_line);
+    Process& Begin(const Program& program, std::wstring_view command_line,
+                   std::optional<Launch> launch = {});
 
     friend class Hold;
     friend class Process;

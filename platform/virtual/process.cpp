@@ -67,8 +67,9 @@ void Process::Begin(Machine& machine, std::function<int()> entry)
     machine.journal.Record("process", {{"what", L"started"},
                                        {"path", m_path},
                                        {"command_line", m_command_line},
-                                       {"id", std::uint64_t{m_id}}});
-    StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
+                                       {"id", std::uint64_t{m_id}},
+                                       {"user", launch ? launch->user : L""}});
+    m_first_thread = StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
         Thread& self = *Thread::Self();
         int exit_code = 1;
         Guard(self, [&] { exit_code = entry(); });
@@ -163,6 +164,19 @@ void Process::Crash(const EXCEPTION_RECORD& record)
     });
 }
 
+std::wstring ProcessObject::Name() const { return process.path(); }
+
+std::shared_ptr<Waitable> Process::first_thread() const { return m_first_thread->object; }
+DWORD Process::first_thread_id() const { return m_first_thread->id; }
+
+bool Process::Terminate(int exit_code)
+{
+    if (m_exit_code || m_last || m_ended_with) return false;
+    m_ended_with = exit_code;
+    EndThreads(Machine::Current(), nullptr);
+    return true;
+}
+
 void Process::Kill()
 {
     Machine& machine = Machine::Current();
@@ -195,7 +209,8 @@ void Process::End(Thread& last, int exit_code)
     m_left_open = machine.handles.CloseAllOf(this);
     std::erase_if(machine.memory_handles,
                   [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
-    m_exit_code = exit_code;
+    m_exit_code = exit_code = m_ended_with.value_or(exit_code);
+    m_object->Signal();
     machine.journal.Record("process", {{"what", L"ended"},
                                        {"path", m_path},
                                        {"id", std::uint64_t{m_id}},

@@ -11,6 +11,8 @@
 
 #include "platform/module.h"
 #include "platform/virtual/handles.h"
+#include "platform/virtual/session.h"
+#include "platform/virtual/waitable.h"
 
 namespace virtual_pc {
 
@@ -48,12 +50,26 @@ private:
     void* m_library = nullptr;
 };
 
+class Process;
+
+// What a process's handle stands for; signalled when the process has ended.
+class ProcessObject final : public Waitable
+{
+public:
+    explicit ProcessObject(Process& whose) : process(whose) {}
+    std::string_view Kind() const override { return "process"; }
+    std::wstring Name() const override;
+
+    Process& process;
+};
+
 class Process
 {
 public:
     DWORD id() const { return m_id; }
     const std::wstring& path() const { return m_path; }
     std::wstring& command_line() { return m_command_line; }
+    const std::wstring& command_line() const { return m_command_line; }
     bool running() const { return !m_exit_code.has_value(); }
     // Only when it is not running any more.
     int exit_code() const { return *m_exit_code; }
@@ -61,6 +77,19 @@ public:
     bool crashed() const { return m_crashed; }
     // What it had not closed when it ended, and the machine closed for it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
+
+    // How it was started for a user; nothing for the service's own program and its like.
+    std::optional<Launch> launch;
+    // Whether the privilege to end other users' processes is enabled.
+    bool debug_privilege = false;
+
+    // Ends it, as another process does: it has ended a little later. False when it has ended or is
+    // ending already. With the machine held.
+    bool Terminate(int exit_code);
+
+    std::shared_ptr<Waitable> object() const { return m_object; }
+    std::shared_ptr<Waitable> first_thread() const;
+    DWORD first_thread_id() const;
 
     // Starts a thread of the process. With the machine held.
     std::shared_ptr<Thread> StartThread(Machine& machine, std::function<DWORD()> body);
@@ -96,6 +125,9 @@ private:
     std::wstring m_command_line;
     Image m_image;
     std::unique_ptr<LoadedImage> m_loaded;
+    std::shared_ptr<ProcessObject> m_object = std::make_shared<ProcessObject>(*this);
+    std::shared_ptr<Thread> m_first_thread;
+    std::optional<int> m_ended_with;  // by whoever ended it
     std::optional<int> m_exit_code;
     bool m_crashed = false;
     const Thread* m_last = nullptr;  // the one that sees the process off

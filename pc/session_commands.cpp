@@ -1,0 +1,170 @@
+// The user at the console, and the programs that run for him.
+
+#include "pc/commands.h"
+#include "platform/virtual/names.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+// A command on the session, without arguments.
+template <void (Session::*operation)()>
+Action OnSession(const ScriptLine&, const Arguments&)
+{
+    return [](Stage& stage) {
+        (stage.pc.session.*operation)();
+        stage.pc.Settle();
+    };
+}
+
+Action Logon(const ScriptLine&, const Arguments& arguments)
+{
+    return [user = FromUtf8(arguments[0])](Stage& stage) {
+        stage.pc.session.Logon(user);
+        stage.pc.Settle();
+    };
+}
+
+// A program's path; a name alone lies beside the service's program.
+std::wstring PathOf(const Stage& stage, const std::string& name)
+{
+    const std::wstring path = FromUtf8(name);
+    if (path.find(L'\\') != path.npos) return path;
+    return stage.image.path.substr(0, stage.image.path.rfind(L'\\') + 1) + path;
+}
+
+Action AddProgram(const ScriptLine& line, const Arguments& a)
+{
+    std::optional<Duration> span;
+    if (a.size() > 1) span = DurationOf(line, a[1]);
+    const int exit_code = a.size() > 2 ? static_cast<int>(NumberOf(line, a[2])) : 0;
+    return [=, name = a[0]](Stage& stage) {
+        stage.pc.session.InstallProgram(PathOf(stage, name), span, exit_code);
+    };
+}
+
+// The process that the program was started as last; null for none.
+Process* LastOf(const Stage& stage, const std::string& name)
+{
+    const Hold hold(stage.pc);
+    Process* last = nullptr;
+    for (const auto& process : stage.pc.processes()) {
+        if (SameName(process->path(), PathOf(stage, name))) last = process.get();
+    }
+    return last;
+}
+
+bool Runs(const Stage& stage, const std::string& name)
+{
+    const Process* process = LastOf(stage, name);
+    const Hold hold(stage.pc);
+    return process && process->running();
+}
+
+Action EndProgram(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        Process* process = LastOf(stage, name);
+        bool ended = false;
+        {
+            const Hold hold(stage.pc);
+            ended = process && process->Terminate(1);
+        }
+        if (!ended) throw ExpectationFailed(line, name + " does not run");
+        stage.pc.Settle();
+    };
+}
+
+Action ExpectRunning(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        if (Runs(stage, name)) return;
+        throw ExpectationFailed(line, "expected " + name + " to run, but it does not");
+    };
+}
+
+Action ExpectNotRunning(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        if (!Runs(stage, name)) return;
+        throw ExpectationFailed(line, "expected " + name + " not to run, but it does");
+    };
+}
+
+// How a program was started last, compared with what is expected of it.
+void ExpectLaunch(const ScriptLine& line, const Stage& stage, const std::string& name,
+                  const std::string& what, std::wstring (*is)(const Process&),
+                  const std::string& expected)
+{
+    const Process* process = LastOf(stage, name);
+    if (!process) throw ExpectationFailed(line, name + " has never been started");
+    const std::string found = ToUtf8(is(*process));
+    if (found == expected) return;
+    throw ExpectationFailed(
+        line, "expected " + name + " with " + what + " " + expected + ", but it is " + found);
+}
+
+std::wstring ArgumentsOf(const Process& process)
+{
+    const std::wstring& line = process.command_line();
+    const bool quoted = line.starts_with(L'"');
+    const std::size_t end = line.find(quoted ? L'"' : L' ', 1);
+    if (end == line.npos || end + 1 + quoted >= line.size()) return {};
+    return line.substr(end + 1 + quoted);
+}
+
+Action ExpectArguments(const ScriptLine& line, const Arguments& a)
+{
+    return [line, a](Stage& stage) {
+        ExpectLaunch(line, stage, a[0], "arguments", ArgumentsOf, a[1]);
+    };
+}
+
+Action ExpectUser(const ScriptLine& line, const Arguments& a)
+{
+    return [line, a](Stage& stage) {
+        const auto user = [](const Process& process) {
+            return process.launch ? process.launch->user : Launch{}.user;
+        };
+        ExpectLaunch(line, stage, a[0], "user", user, a[1]);
+    };
+}
+
+Action ShowPrograms(const ScriptLine&, const Arguments&)
+{
+    return [](Stage& stage) {
+        const Hold hold(stage.pc);
+        for (const auto& process : stage.pc.processes()) {
+            const Launch launch = process->launch.value_or(Launch{});
+            stage.out << process->id() << "  " << ToUtf8(launch.user) << " (session "
+                      << launch.session << ")  "
+                      << (process->running() ? "runs"
+                                             : "ended with " + std::to_string(process->exit_code()))
+                      << "  " << ToUtf8(process->command_line()) << "\n";
+        }
+    };
+}
+
+}  // namespace
+
+std::vector<Command> SessionCommands()
+{
+    return {
+        {"session logon NAME", "a user logs on at the console", Logon},
+        {"session logoff", "he logs off; his programs end", OnSession<&Session::Logoff>},
+        {"session lock", "the workstation is locked", OnSession<&Session::Lock>},
+        {"session unlock", "it is unlocked", OnSession<&Session::Unlock>},
+        {"session none", "the console has no session, until the next logon",
+         OnSession<&Session::Disconnect>},
+        {"program add NAME", "puts a program on the disk that runs until it is ended", AddProgram},
+        {"program add NAME for SPAN", "one that runs for a time", AddProgram},
+        {"program add NAME for SPAN exit N", "and ends with an exit code", AddProgram},
+        {"program end NAME", "ends a running program, as a user does", EndProgram},
+        {"expect program NAME running", "a program runs", ExpectRunning},
+        {"expect program NAME not running", "it does not", ExpectNotRunning},
+        {"expect program NAME arguments TEXT", "it was last started with these arguments",
+         ExpectArguments},
+        {"expect program NAME user NAME", "it was last started as this user", ExpectUser},
+        {"show programs", "every program started: number, user, whether it runs", ShowPrograms},
+    };
+}

@@ -1,0 +1,121 @@
+#include "platform/virtual/session.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/kernel.h"
+#include "platform/virtual/machine.h"
+
+namespace virtual_pc {
+
+std::wstring Launch::Variable(std::wstring_view name) const
+{
+    for (const std::wstring& variable : environment) {
+        const std::size_t equals = variable.find(L'=');
+        if (variable.substr(0, equals) == name) return variable.substr(equals + 1);
+    }
+    return {};
+}
+
+// The journal's "session": what, the user's name, and the session's number.
+void Session::Announce(DWORD event, const wchar_t* what)
+{
+    m_machine.journal.Record(
+        "session", {{"what", what}, {"user", m_user}, {"session", std::uint64_t{*m_console}}});
+    m_machine.announcer.SessionEvent(event, *m_console);
+}
+
+void Session::Logon(std::wstring_view user)
+{
+    const Hold hold(m_machine);
+    if (m_user == user) return;
+    if (!m_user.empty()) Logoff();
+    if (!m_console) {
+        m_console = m_next++;
+        Announce(WTS_CONSOLE_CONNECT, L"connect");
+    }
+    m_user = user;
+    Announce(WTS_SESSION_LOGON, L"logon");
+}
+
+void Session::Logoff()
+{
+    const Hold hold(m_machine);
+    if (m_user.empty()) return;
+    for (const auto& process : m_machine.processes()) {
+        if (process->launch && process->launch->session == *m_console) process->Terminate(1);
+    }
+    Announce(WTS_SESSION_LOGOFF, L"logoff");
+    m_user.clear();
+    m_locked = false;
+    m_console = m_next++;
+    Announce(WTS_CONSOLE_CONNECT, L"connect");
+}
+
+void Session::Lock()
+{
+    const Hold hold(m_machine);
+    if (m_user.empty() || std::exchange(m_locked, true)) return;
+    Announce(WTS_SESSION_LOCK, L"lock");
+}
+
+void Session::Unlock()
+{
+    const Hold hold(m_machine);
+    if (std::exchange(m_locked, false)) Announce(WTS_SESSION_UNLOCK, L"unlock");
+}
+
+void Session::Disconnect()
+{
+    const Hold hold(m_machine);
+    if (!m_console) return;
+    Logoff();
+    Announce(WTS_CONSOLE_DISCONNECT, L"disconnect");
+    m_console.reset();
+}
+
+void Session::InstallProgram(std::wstring_view path, std::optional<Duration> span, int exit_code)
+{
+    m_machine.Install(path, [span, exit_code] {
+        constexpr auto kLongest = std::chrono::milliseconds{INFINITE - 1};
+        const auto time = span ? std::chrono::floor<std::chrono::milliseconds>(*span) : kLongest;
+        ::Sleep(span ? static_cast<DWORD>(std::min(time, kLongest).count()) : INFINITE);
+        return exit_code;
+    });
+}
+
+std::vector<std::wstring> ProgramsMeant(std::wstring_view command_line)
+{
+    std::vector<std::wstring> programs;
+    const auto add = [&](std::wstring_view path) {
+        if (path.empty()) return;
+        const std::wstring_view name = path.substr(path.rfind(L'\\') + 1);
+        const bool bare = name.find(L'.') == name.npos;
+        programs.push_back(std::wstring(path) + (bare ? L".exe" : L""));
+    };
+    if (command_line.starts_with(L'"')) {
+        const std::wstring_view rest = command_line.substr(1);
+        add(rest.substr(0, rest.find(L'"')));
+        return programs;
+    }
+    for (std::size_t at = 0; at < command_line.size();) {
+        at = std::min(command_line.find(L' ', at), command_line.size());
+        add(command_line.substr(0, at));
+        ++at;
+    }
+    return programs;
+}
+
+std::vector<std::wstring> EnvironmentOf(std::wstring_view user)
+{
+    std::vector<std::wstring> environment = {L"ProgramData=C:\\ProgramData",
+                                             L"SystemRoot=C:\\Windows"};
+    if (user.empty()) return environment;
+    const std::wstring name(user);
+    environment.insert(environment.begin(), L"APPDATA=C:\\Users\\" + name + L"\\AppData\\Roaming");
+    environment.push_back(L"USERNAME=" + name);
+    environment.push_back(L"USERPROFILE=C:\\Users\\" + name);
+    return environment;
+}
+
+}  // namespace virtual_pc

@@ -1,0 +1,76 @@
+// The user at the console, and how programs are started for him.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/session.h"
+#include "platform/virtual/time.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+// How a program was started by CreateProcessAsUserW, kept with its process.
+struct Launch
+{
+    DWORD session = 0;
+    std::wstring user = L"SYSTEM";               // whose rights it has
+    std::vector<std::wstring> environment = {};  // "NAME=value"
+    std::wstring desktop = {};
+    DWORD startup_flags = 0;
+    WORD show = 0;
+    DWORD flags = 0;
+
+    // A variable's value; empty when it is not there.
+    std::wstring Variable(std::wstring_view name) const;
+};
+
+// Switched on, the PC shows its logon screen: there is a console session, and nobody is logged on.
+class Session
+{
+public:
+    explicit Session(Machine& machine) : m_machine(machine) {}
+
+    std::optional<DWORD> console() const { return m_console; }
+    const std::wstring& user() const { return m_user; }  // empty when nobody is logged on
+    bool locked() const { return m_locked; }
+
+    // Each is announced to the services, and is nothing when it is so already. Logging on while
+    // somebody else is logged on logs him off first.
+    void Logon(std::wstring_view user);
+    // Ends the programs of the session; the next logon screen is a new session.
+    void Logoff();
+    void Lock();
+    void Unlock();
+    // The console has no session, as while the user is being switched; until the next logon.
+    void Disconnect();
+
+    // Puts a program on the disk that runs for a time, or until it is ended when there is none.
+    void InstallProgram(std::wstring_view path, std::optional<Duration> span, int exit_code);
+
+    // --- The rights of the service's account ---
+    bool service_is_local_system = true;
+    bool service_has_debug_privilege = true;
+
+private:
+    void Announce(DWORD event, const wchar_t* what);
+
+    Machine& m_machine;
+    std::optional<DWORD> m_console = 1;
+    DWORD m_next = 2;
+    std::wstring m_user;
+    bool m_locked = false;
+};
+
+// The programs that a command line without a separate application name may mean, in the order in
+// which they are tried: the quoted text, or each prefix that ends at a blank; with ".exe" where the
+// name has no extension.
+std::vector<std::wstring> ProgramsMeant(std::wstring_view command_line);
+
+// The environment of a user, or of the system alone when it is empty.
+std::vector<std::wstring> EnvironmentOf(std::wstring_view user);
+
+}  // namespace virtual_pc
