@@ -1,0 +1,367 @@
+// Programs in the session of the user at the console: what the session room lets be started, how
+// the service starts and ends its helpers, and what each failure leaves behind.
+
+#include "log/log.h"
+#include "platform/module.h"
+#include "platform/owned.h"
+#include "process/user_process.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+constexpr const wchar_t* kHelper = LR"(C:\Program Files\Orbeq\Holv\Helper.exe)";
+constexpr const wchar_t* kPlanted = LR"(C:\Program.exe)";
+
+class SessionTest : public VirtualPcTest
+{
+protected:
+    SessionTest()
+    {
+        g_dwLoggingLevel = 6;
+        g_dwLoggingEnabled = kLogToDebugger;
+        pc.session.Logon(L"alice");
+        pc.session.InstallProgram(kHelper, std::nullopt, 0);
+    }
+
+    void TearDown() override
+    {
+        EndPrograms();
+        VirtualPcTest::TearDown();
+    }
+
+    void EndPrograms()
+    {
+        {
+            const Hold hold(pc);
+            for (const auto& process : pc.processes()) {
+                if (process->launch) process->Terminate(1);
+            }
+        }
+        pc.Settle();
+    }
+
+    // The programs started for users, in their order.
+    std::vector<const Process*> Programs() const
+    {
+        std::vector<const Process*> programs;
+        for (const auto& process : pc.processes()) {
+            if (process->launch) programs.push_back(process.get());
+        }
+        return programs;
+    }
+
+    // The last of them, which there must be.
+    const Process& Program() const { return *Programs().at(Programs().size() - 1); }
+
+    // What was said since the last time, without who said it.
+    std::wstring Said()
+    {
+        std::wstring said;
+        for (; m_read < pc.outputs.debug().size(); ++m_read) {
+            const std::wstring& line = pc.outputs.debug()[m_read].text;
+            said += line.substr(line.find(L"   ") + 3);
+        }
+        return said;
+    }
+
+private:
+    std::size_t m_read = 0;
+};
+
+TEST_F(SessionTest, AProgramStartsHiddenOnTheUsersDesktopWithHisRightsAndEnvironment)
+{
+    RunAsProcess([&] {
+        CUserProcess helper;
+        EXPECT_FALSE(helper.IsLaunched());
+        ASSERT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"D:1 T:30", 0));
+        EXPECT_TRUE(helper.IsLaunched());
+    });
+    const Process& program = Program();
+    EXPECT_TRUE(program.running()) << "it outlives the object and the service that started it";
+    EXPECT_EQ(program.command_line(), LR"("C:\Program Files\Orbeq\Holv\Helper.exe" D:1 T:30)");
+    EXPECT_EQ(program.launch->session, 1u);
+    EXPECT_EQ(program.launch->user, L"alice");
+    EXPECT_EQ(program.launch->Variable(L"USERPROFILE"), LR"(C:\Users\alice)");
+    EXPECT_EQ(program.launch->desktop, LR"(winsta0\default)");
+    EXPECT_EQ(program.launch->show, SW_HIDE);
+    EXPECT_EQ(program.launch->startup_flags, STARTF_USESHOWWINDOW);
+    EXPECT_EQ(program.launch->flags, 0x430u);
+    pc.session.Logoff();
+    pc.Settle();
+    EXPECT_FALSE(program.running()) << "it ends with the session";
+}
+
+TEST_F(SessionTest, TheStarterWaitsForTheEndButNoLongerThanItSays)
+{
+    const struct
+    {
+        std::optional<Duration> runs;
+        DWORD wait_s;
+        Duration waited;
+    } cases[] = {
+        {std::nullopt, 0, 0s},
+        {3s, 10, 3s},
+        {std::nullopt, 10, 10s},
+        {100s, 4294968, 100s},  // as milliseconds, more than 32 bits hold
+    };
+    for (const auto& c : cases) {
+        pc.session.InstallProgram(kHelper, c.runs, 7);
+        RunAsProcess([&] {
+            CUserProcess helper;
+            const Instant before = pc.now();
+            EXPECT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", c.wait_s));
+            EXPECT_EQ(pc.now() - before, c.waited) << c.wait_s;
+        });
+        EXPECT_EQ(Program().running(), !c.runs);
+        if (c.runs) {
+            EXPECT_EQ(Program().exit_code(), 7);
+        }
+    }
+}
+
+// Whoever may write to C:\ must not have his program started in the user's session.
+TEST_F(SessionTest, AProgramPlantedAtAPrefixOfThePathIsNeverStarted)
+{
+    for (const wchar_t* prefix : {kPlanted, LR"(C:\Program Files\Orbeq\Holv.exe)"}) {
+        pc.session.InstallProgram(prefix, std::nullopt, 0);
+    }
+    RunAsProcess([&] {
+        std::wstring bare = kHelper;
+        STARTUPINFOW startup{};
+        PROCESS_INFORMATION information{};
+        HANDLE token = nullptr;
+        ASSERT_TRUE(WTSQueryUserToken(1, &token));
+        const OwnedHandle owned(token);
+        ASSERT_TRUE(CreateProcessAsUserW(token, nullptr, bare.data(), nullptr, nullptr, FALSE, 0,
+                                         nullptr, nullptr, &startup, &information));
+        const OwnedHandle process(information.hProcess);
+        const OwnedHandle thread(information.hThread);
+        EXPECT_EQ(Program().path(), kPlanted) << "what an unquoted path would start";
+
+        CUserProcess helper;
+        EXPECT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0));
+        EXPECT_EQ(Program().path(), kHelper);
+        EXPECT_EQ(Program().command_line(), LR"("C:\Program Files\Orbeq\Holv\Helper.exe")");
+
+        CUserProcess missing;
+        for (const wchar_t* path : {LR"(C:\Program Files\Missing.exe)", L""}) {
+            EXPECT_FALSE(missing.ExecuteProcessAsUserByHandle(path, L"D:1 T:30", 0));
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+        }
+    });
+    EXPECT_EQ(Programs().size(), 2u);
+    EXPECT_EQ(ProgramsMeant(L"C:\\a b\\c.d e"),
+              (std::vector<std::wstring>{L"C:\\a.exe", L"C:\\a b\\c.d", L"C:\\a b\\c.d e"}));
+}
+
+TEST_F(SessionTest, EveryFailureOfALaunchIsToldAndLeavesNothingOpen)
+{
+    const std::wstring no_session = L"WTSGetActiveConsoleSessionId() failed with Error 1117.\n";
+    const struct
+    {
+        const char* fails;
+        BOOL launched;
+        std::wstring said;
+    } cases[] = {
+        {"WTSGetActiveConsoleSessionId", FALSE, no_session},
+        {"WTSQueryUserToken", FALSE, L""},
+        {"DuplicateTokenEx", FALSE, L""},
+        {"CreateEnvironmentBlock", TRUE, L"CreateEnvironmentBlock failed, error=1117"},
+        {"CreateProcessAsUserW", FALSE, L""},
+        {"WaitForSingleObject", TRUE, L""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fails);
+        RunAsProcess([&] {
+            const std::size_t before = Programs().size();
+            pc.faults.Set(c.fails, {.error = 1117});
+            CUserProcess helper;
+            EXPECT_EQ(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0), c.launched);
+            EXPECT_EQ(GetLastError(), 1117u);
+            EXPECT_EQ(helper.IsLaunched(), c.launched);
+            EXPECT_EQ(Programs().size() - before, c.launched ? 1u : 0u);
+            EXPECT_EQ(Said(), c.said);
+        });
+        if (std::string(c.fails) == "CreateEnvironmentBlock") {
+            EXPECT_EQ(Program().launch->flags, 0x30u);
+            EXPECT_EQ(Program().launch->Variable(L"USERNAME"), L"SYSTEM") << "the service's own";
+        }
+    }
+}
+
+// With nobody to start a program for, none is started, and least of all with the service's rights.
+TEST_F(SessionTest, WithoutAUserAtTheConsoleNothingIsStarted)
+{
+    const struct
+    {
+        std::function<void()> make_so;
+        DWORD error;
+    } cases[] = {
+        {[&] { pc.session.service_is_local_system = false; }, ERROR_PRIVILEGE_NOT_HELD},
+        {[&] {
+             pc.session.service_is_local_system = true;
+             pc.session.Logoff();
+         },
+         ERROR_NO_TOKEN},
+        {[&] { pc.session.Disconnect(); }, 1117},
+    };
+    const std::size_t before = pc.processes().size();
+    for (const auto& c : cases) {
+        c.make_so();
+        RunAsProcess([&] {
+            SetLastError(1117);  // what a call before it has left
+            CUserProcess helper;
+            EXPECT_FALSE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0));
+            EXPECT_EQ(GetLastError(), c.error);
+        });
+    }
+    EXPECT_EQ(pc.processes().size(), before + std::size(cases)) << "the starters alone";
+    EXPECT_EQ(Said(), L"WTSGetActiveConsoleSessionId() failed with Error 1117.\n");
+}
+
+// --- Ending ---
+
+TEST_F(SessionTest, EveryWayOfQuittingAProcessHasItsResultAndClosesTheHandle)
+{
+    const struct
+    {
+        const char* fails;  // null for none
+        LONG result;
+        std::wstring said;
+    } cases[] = {
+        {"OpenProcessToken", -1, L"Unable to get current process token - 1117\n"},
+        {"LookupPrivilegeValueW", -2, L"Unable to lookup privilege value SE_DEBUG_NAME - 1117\n"},
+        {"AdjustTokenPrivileges", -3,
+         L"Unable to adjust token privileges for current process - 1117\n"},
+        {"TerminateProcess", -5, L"Could not terminate process ... error = 1117\n"},
+        {nullptr, 0, L""},
+    };
+    RunAsProcess([&] {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.result);
+            CUserProcess helper;
+            ASSERT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0));
+            if (c.fails) pc.faults.Set(c.fails, {.error = 1117});
+            EXPECT_EQ(helper.QuitProcess(), c.result == 0);
+            EXPECT_FALSE(helper.IsLaunched());
+            EXPECT_EQ(Said(), c.said);
+            EXPECT_TRUE(helper.QuitProcess()) << "there is none any more";
+            Sleep(1);
+            EXPECT_EQ(Program().running(), c.result != 0);
+
+            if (c.fails) pc.faults.Set(c.fails, {.error = 1117});
+            EXPECT_EQ(CUserProcess::QuitProcess(nullptr),
+                      c.result < -3 || c.result == 0 ? -4 : c.result);
+            pc.faults.ClearAll();
+            Said();
+        }
+        EXPECT_EQ(Program().exit_code(), 0);
+        CUserProcess ended;
+        pc.session.InstallProgram(kHelper, 1s, 3);
+        ASSERT_TRUE(ended.ExecuteProcessAsUserByHandle(kHelper, L"", 2));
+        EXPECT_FALSE(ended.QuitProcess());
+        EXPECT_EQ(Said(), L"Could not terminate process ... error = 5\n");
+        EXPECT_EQ(CUserProcess::QuitProcess(nullptr), -4);
+        EXPECT_EQ(Said(), L"The process handle passed in is NULL\n");
+    });
+    EXPECT_TRUE(pc.processes().front()->debug_privilege) << "it stays enabled";
+}
+
+TEST_F(SessionTest, AnAccountWithoutTheDebugPrivilegeEndsItsHelperAllTheSame)
+{
+    pc.session.service_has_debug_privilege = false;
+    RunAsProcess([&] {
+        CUserProcess helper;
+        ASSERT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0));
+        EXPECT_TRUE(helper.QuitProcess());
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ALL_ASSIGNED});
+        OwnedHandle token;
+        ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive()));
+        EXPECT_FALSE(AdjustTokenPrivileges(token.Get(), TRUE, nullptr, 0, nullptr, nullptr));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    });
+    EXPECT_FALSE(pc.processes().front()->debug_privilege);
+    EXPECT_EQ(Said(), L"");
+}
+
+TEST_F(SessionTest, AHandleThatCannotBeClosedIsToldAndNoFailure)
+{
+    left_open_is_expected = true;
+    const struct
+    {
+        std::uint64_t nth;  // close: the token is the first
+        const wchar_t* said;
+    } cases[] = {{2, L"failed to close processHandle with error = 6"},
+                 {3, L"Failed closed hThread for process error = 6"}};
+    for (const auto& c : cases) {
+        RunAsProcess([&] {
+            CUserProcess helper;
+            ASSERT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0));
+            pc.faults.Set("CloseHandle", {.error = 6, .first = c.nth});
+            EXPECT_TRUE(helper.QuitProcess());
+            EXPECT_EQ(Said(), c.said);
+        });
+    }
+}
+
+// --- The service's folder, and what the services hear ---
+
+TEST_F(SessionTest, TheServicesFolderIsCutAtTheLastBackslashThatFits)
+{
+    const struct
+    {
+        DWORD size;
+        const wchar_t* folder;  // null for failure
+    } cases[] = {
+        {MAX_PATH, LR"(C:\Program Files\Orbeq\Holv)"},
+        {20, LR"(C:\Program Files)"},
+        {4, L"C:"},
+        {3, nullptr},
+        {0, nullptr},
+    };
+    RunAsProcess([&] {
+        wchar_t buffer[MAX_PATH];
+        for (const auto& c : cases) {
+            const wchar_t* folder = GetModuleFilePath(buffer, c.size);
+            ASSERT_EQ(folder != nullptr, c.folder != nullptr) << c.size;
+            if (folder) {
+                EXPECT_STREQ(folder, c.folder);
+            }
+        }
+        pc.faults.Set("GetModuleFileNameW", {});
+        EXPECT_EQ(GetModuleFilePath(buffer, MAX_PATH), nullptr);
+        EXPECT_EQ(Said(), L"");
+        EXPECT_EQ(GetModuleFilePath(nullptr, MAX_PATH), nullptr);
+        EXPECT_EQ(Said(), L"Invalid parameter");
+    });
+}
+
+TEST_F(SessionTest, WhatHappensAtTheConsoleIsAnnouncedWithTheSessionsNumber)
+{
+    struct Hearer final : Announcer::Hearer
+    {
+        bool Hear(const Announcement& said, const std::function<void()>&) override
+        {
+            heard += std::to_string(said.event) + ":" + std::to_string(said.data.at(0)) + " ";
+            return false;
+        }
+        std::string heard;
+    } hearer;
+    pc.announcer.Add(hearer);
+    pc.session.Logon(L"alice");
+    pc.session.Lock();
+    pc.session.Lock();
+    pc.session.Unlock();
+    pc.session.Unlock();
+    pc.session.Logon(L"bob");
+    pc.session.Disconnect();
+    pc.session.Lock();
+    pc.session.Logon(L"carol");
+    pc.announcer.Remove(hearer);
+    EXPECT_EQ(hearer.heard, "7:1 8:1 6:1 1:2 5:2 6:2 1:3 2:3 1:4 5:4 ");
+}
+
+}  // namespace
