@@ -21,7 +21,8 @@ ULONGLONG CAudioManager::m_ullAnswered = 0;
 std::wstring GuidText(const GUID& guid)
 {
     OwnedRpcString text;
-    if (UuidToStringW(&guid, text.Receive()) != RPC_S_OK || !text) return {};
+    UUID uuid = guid;  // not every SDK takes a constant one
+    if (UuidToStringW(&uuid, text.Receive()) != RPC_S_OK || !text) return {};
     return reinterpret_cast<const wchar_t*>(text.Get());
 }
 

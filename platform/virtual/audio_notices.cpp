@@ -61,6 +61,7 @@ void AudioNotices::Add(Call& call, const std::shared_ptr<Registration>& registra
     registration->process = &call.process();
     registration->quieter = std::make_shared<virtual_pc::Work>(Waitable::Reset::automatic);
     registration->handle = call.Open(registration);
+    std::erase_if(m_registrations, [](const auto& known) { return known->removed; });
     m_registrations.push_back(registration);
 }
 
@@ -99,11 +100,22 @@ void AudioNotices::TellListeners(const Endpoint& about, const ToCallback& tell)
     }
 }
 
+bool AudioNotices::IsInsideACallback(const Thread& thread) const
+{
+    return std::ranges::any_of(m_registrations, [&](const auto& known) {
+        return std::ranges::find(known->inside, &thread) != known->inside.end();
+    });
+}
+
 void AudioNotices::Post(Notice notice)
 {
     Process& process = *notice.to->process;
     // Of a process that goes, nobody is told any more.
     if (notice.to->removed || process.ending()) return;
+    const Instant now = m_machine.now();
+    notice.due =
+        std::max(IsInsideACallback(*Thread::Self()) ? now + kEcho : now, notice.to->last_due);
+    notice.to->last_due = notice.due;
     Pool& pool = m_pools[&process];
     if (!pool.work) pool.work = std::make_shared<virtual_pc::Work>(Waitable::Reset::automatic);
     pool.due.push_back(std::move(notice));
@@ -149,8 +161,10 @@ AudioNotices::Notice AudioNotices::Next(Process& process)
 void AudioNotices::Deliver(const Notice& notice)
 {
     const Inside inside(m_machine, *notice.to);
-    if (m_machine.journal.Listened()) {
+    {
         const Hold hold(m_machine);
+        Waitable::WaitFor(m_machine, *Thread::Self(), {}, false, notice.due);
+        if (notice.to->removed) return;
         m_machine.journal.Record(
             "sound notice", {{"callback", std::wstring(notice.name.begin(), notice.name.end())},
                              {"endpoint", notice.about}});

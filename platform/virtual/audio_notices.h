@@ -42,6 +42,7 @@ public:
     bool removed = false;
     std::vector<Thread*> inside;        // the threads that are in a call to it
     std::shared_ptr<Waitable> quieter;  // signalled when one of them has come back
+    Instant last_due{0};                // of what it is to be told
 };
 
 class AudioNotices
@@ -69,6 +70,7 @@ private:
         std::string_view name;
         std::wstring about;
         std::function<void()> deliver;
+        Instant due{0};
     };
     // The sound system's threads in a process: made when there is work for them, up to a few; then
     // they wait for more until their process ends.
@@ -80,8 +82,12 @@ private:
         std::shared_ptr<Waitable> work;
     };
     static constexpr std::size_t kMaxThreads = 4;
+    // What a callback itself brings about is told a little later. Two callbacks that undo one
+    // another's work would otherwise go on for ever at a standing clock.
+    static constexpr Duration kEcho = std::chrono::milliseconds{10};
 
     void Post(Notice notice);
+    bool IsInsideACallback(const Thread& thread) const;
     void Work(Process& process);
     Notice Next(Process& process);
     void Deliver(const Notice& notice);
