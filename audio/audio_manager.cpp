@@ -327,7 +327,7 @@ std::shared_ptr<RegisteredAudioDevice> CAudioManager::FindDevicePair(const wchar
         return nullptr;
     }
     for (std::size_t slot = 0; slot < kSlots; ++slot) {
-        const Entry entry = At(slot);
+        Entry entry = At(slot);
         if (!entry || entry->m_pwszDeviceId != id) continue;
         Log(6, kFunction, L"deviceId %s found at index %d", id, static_cast<int>(slot));
         return entry;

@@ -1,5 +1,7 @@
 // The sound room: endpoints, their mute states and the defaults.
 
+#include <cmath>
+
 #include "pc/commands.h"
 
 using namespace virtual_pc;
@@ -85,7 +87,7 @@ Action ShowAudio(const ScriptLine&, const Arguments&)
                       << (endpoint->flow() == eRender ? "render, " : "capture, ")
                       << StateWord(endpoint->State())
                       << (endpoint->Muted() ? ", muted" : ", unmuted") << ", volume "
-                      << static_cast<int>(endpoint->Volume() * 100 + 0.5F)
+                      << std::lround(endpoint->Volume() * 100)
                       << (stage.pc.audio.Default(endpoint->flow()) == endpoint ? ", default" : "")
                       << "\n";
         }
