@@ -254,6 +254,7 @@ TEST_F(AudioTest, EachStateHasItsDesiredMuteState)
         EXPECT_EQ(on.Muted(), row.muted_if_unmuted);
         EXPECT_TRUE(off.Muted());
         EXPECT_FALSE(microphone.Muted());
+        EXPECT_EQ(S::m_ullLastAudioEventTime, 0u) << "the service's own changes are not stamped";
         Stop();
     }
 }
@@ -458,6 +459,7 @@ TEST_F(AudioTest, ARegistrationThatCannotBeRemovedDoesNoHarm)
     desk.SetMute(true);
     pc.Settle();
     EXPECT_EQ(TimesTold(L"pRegDevice is NULL"), 1);
+    EXPECT_EQ(TimesTold(L"OnAudioDeviceMuteStateChange entry"), 1) << "nobody else listens";
     Stop();
     std::multiset<std::string> left;
     for (const LeftOpen& open : m_service->left_open()) left.insert(open.kind);
