@@ -593,8 +593,10 @@ void ExpectCalmAfterStorm(const Machine::Options& options, std::uint64_t seed)
     pc.RunFor(1s);
     Go(pc, EVENT_ENTER_ACTIVE);
     expect("never-sleep mode", everything);
+    const std::uint64_t set_before = pc.faults.CallsOf("SetMute");
     Go(pc, EVENT_ENTER_S0);
     expect("the user's choices", every_second);
+    EXPECT_EQ(pc.faults.CallsOf("SetMute") - set_before, all.size()) << "each is cached once";
     SignalGlobalEvent(EVENT_SERVICE_STOP);
     EXPECT_TRUE(pc.RunUntil([&] { return !process.running(); }, 1min));
     for (const LeftOpen& left : process.left_open()) {
