@@ -61,6 +61,7 @@ const std::vector<Command>& AllCommands()
         Append(all, LifeCommands());
         Append(all, RegistryCommands());
         Append(all, PowerCommands());
+        Append(all, AudioCommands());
         Append(all, FaultCommands());
         Append(all, ExpectCommands());
         Append(all, ShowCommands());

@@ -44,6 +44,7 @@ std::vector<Command> LifeCommands();      // clock, service, signal, run, say
 std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe
 std::vector<Command> PowerCommands();     // power, plan
+std::vector<Command> AudioCommands();     // audio
 std::vector<Command> ExpectCommands();    // expect
 std::vector<Command> ShowCommands();      // show
 

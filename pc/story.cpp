@@ -68,10 +68,32 @@ std::string TellDevice(const Effect& effect)
     return "platform device: mode " + std::to_string(effect.Number("mode"));
 }
 
+std::string TellMute(const Effect& effect)
+{
+    return ToUtf8(effect.Text("endpoint")) +
+           (effect.Number("muted") ? " is muted" : " is not muted any more");
+}
+
+std::string TellEndpoint(const Effect& effect)
+{
+    const std::string name = ToUtf8(effect.Text("endpoint"));
+    const std::wstring what = effect.Text("what");
+    if (what == L"state") {
+        return name + (effect.Number("state") == 1 ? " can be heard" : " can no longer be heard");
+    }
+    if (what == L"added") return name + ": a new sound endpoint";
+    if (what == L"removed") return name + ": its device is taken out";
+    // The console role stands for all.
+    if (effect.Number("role") != 0) return {};
+    const std::string use =
+        effect.Number("flow") == 0 ? "sound comes from " : "sound is taken from ";
+    return use + (name.empty() ? "nowhere" : name);
+}
+
 constexpr Telling kTellings[] = {
     {"state", TellState},           {"process", TellProcess},     {"clock", TellClock},
     {"debug", TellDebug},           {"plan activated", TellPlan}, {"request", TellRequest},
-    {"device request", TellDevice},
+    {"device request", TellDevice}, {"mute", TellMute},           {"endpoint", TellEndpoint},
 };
 
 }  // namespace

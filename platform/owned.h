@@ -10,6 +10,7 @@
 #include "platform/file.h"
 #include "platform/kernel.h"
 #include "platform/registry.h"
+#include "platform/rpc.h"
 
 // Owns what a Traits describes: its Type, the value that stands for none, and how it is given back.
 template <class Traits>
@@ -37,6 +38,9 @@ public:
         if (m_value != Traits::None()) Traits::Close(m_value);
         m_value = value;
     }
+
+    // Lets go of what it holds, for the caller to give back.
+    Type Detach() { return std::exchange(m_value, Traits::None()); }
 
     // Hands out the place for a platform function that returns the thing through a pointer.
     Type* Receive()
@@ -88,6 +92,14 @@ struct TaskStringTraits
     static void Close(Type text) { CoTaskMemFree(text); }
 };
 using OwnedTaskString = Owned<TaskStringTraits>;  // text from the shell and COM
+
+struct RpcStringTraits
+{
+    using Type = RPC_WSTR;
+    static Type None() { return nullptr; }
+    static void Close(Type text) { RpcStringFreeW(&text); }
+};
+using OwnedRpcString = Owned<RpcStringTraits>;  // identifiers in string form
 
 template <class Interface>
 struct InterfaceTraits

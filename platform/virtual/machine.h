@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/virtual/announcer.h"
+#include "platform/virtual/audio.h"
 #include "platform/virtual/com.h"
 #include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
@@ -127,6 +128,7 @@ public:
     Devices devices{*this};
     Announcer announcer{*this};
     Com com;
+    Audio audio{*this};
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;

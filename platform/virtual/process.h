@@ -55,6 +55,8 @@ public:
     const std::wstring& path() const { return m_path; }
     std::wstring& command_line() { return m_command_line; }
     bool running() const { return !m_exit_code.has_value(); }
+    // Whether it has ended or is about to: no thread is started in it any more.
+    bool ending() const { return m_last != nullptr; }
     // Only when it is not running any more.
     int exit_code() const { return *m_exit_code; }
     // Whether an exception that nobody handled ended it.
