@@ -62,6 +62,7 @@ const std::vector<Command>& AllCommands()
         Append(all, RegistryCommands());
         Append(all, PowerCommands());
         Append(all, SessionCommands());
+        Append(all, AudioCommands());
         Append(all, FaultCommands());
         Append(all, ExpectCommands());
         Append(all, ShowCommands());

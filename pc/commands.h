@@ -45,6 +45,7 @@ std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe
 std::vector<Command> PowerCommands();     // power, plan
 std::vector<Command> SessionCommands();   // session, program
+std::vector<Command> AudioCommands();     // audio
 std::vector<Command> ExpectCommands();    // expect
 std::vector<Command> ShowCommands();      // show
 

@@ -31,9 +31,7 @@ int Prompt(const PlayOptions& options)
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int Main(int argc, char** argv)
 {
     CLI::App app{"A virtual PC that runs the never-sleep service."};
     PlayOptions options;
@@ -70,13 +68,20 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    if (help) {
+        PrintHelp(std::cout, word);
+        return 0;
+    }
+    if (run) return PlayScripts(scripts, options, std::cout, std::cerr);
+    return Prompt(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
     try {
-        if (help) {
-            PrintHelp(std::cout, word);
-            return 0;
-        }
-        if (run) return PlayScripts(scripts, options, std::cout, std::cerr);
-        return Prompt(options);
+        return Main(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "holvpc: " << error.what() << "\n";
         return 2;

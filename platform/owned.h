@@ -10,6 +10,7 @@
 #include "platform/file.h"
 #include "platform/kernel.h"
 #include "platform/registry.h"
+#include "platform/rpc.h"
 #include "platform/session.h"
 
 // Owns what a Traits describes: its Type, the value that stands for none, and how it is given back.
@@ -41,6 +42,8 @@ public:
 
     // Hands over what it holds: the caller gives it back.
     Type Release() { return std::exchange(m_value, Traits::None()); }
+    // Lets go of what it holds, for the caller to give back.
+    Type Detach() { return std::exchange(m_value, Traits::None()); }
 
     // Hands out the place for a platform function that returns the thing through a pointer.
     Type* Receive()
@@ -92,6 +95,14 @@ struct TaskStringTraits
     static void Close(Type text) { CoTaskMemFree(text); }
 };
 using OwnedTaskString = Owned<TaskStringTraits>;  // text from the shell and COM
+
+struct RpcStringTraits
+{
+    using Type = RPC_WSTR;
+    static Type None() { return nullptr; }
+    static void Close(Type text) { RpcStringFreeW(&text); }
+};
+using OwnedRpcString = Owned<RpcStringTraits>;  // identifiers in string form
 
 template <class Interface>
 struct InterfaceTraits

@@ -140,7 +140,7 @@ LONG CUserProcess::QuitProcess(HANDLE processHandle)
         return -5;
     }
     token.Reset();
-    if (!CloseHandle(process.Release())) {
+    if (!CloseHandle(process.Detach())) {
         Log(6, kFunction, L"failed to close processHandle with error = %d", GetLastError());
     }
     return 0;

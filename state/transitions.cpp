@@ -3,6 +3,7 @@
 
 #include "audio/audio_manager.h"
 #include "log/log.h"
+#include "platform/com.h"
 #include "platform/lock.h"
 #include "power/driver_api.h"
 #include "power/never_sleep_away_mode.h"
@@ -31,6 +32,9 @@ OwnedObject<CUserProcess> CNeverSleepState::m_pLyncMonitor;
 namespace {
 
 CriticalSection g_state_change;
+
+// Whether the state machine's thread has entered an apartment, and has to leave it.
+bool g_in_apartment = false;
 
 const wchar_t* Spell(bool flag) { return flag ? L"TRUE" : L"FALSE"; }
 
@@ -302,10 +306,13 @@ void CNeverSleepState::LeaveNeverSleepDoNotDisturbState()
 
 // --- Start and end ---
 
-// The audio manager has nothing to do yet and is not made.
 void CNeverSleepState::InitializeState()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::InitializeState";
+    // Without an apartment there is no sound to keep, and nothing else is lost.
+    g_in_apartment = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    m_pAudioManager.Set(std::make_shared<CAudioManager>());
+    CAudioManager::Initialize();
     m_pPowerPolicyManager.Set(std::make_shared<CPowerPolicyManager>());
     CNeverSleepAwayMode::Initialize();
     m_pDriverApi.Set(nullptr);
@@ -335,8 +342,11 @@ void CNeverSleepState::UninitializeState()
     m_pPowerPolicyManager.Set(nullptr);
     CNeverSleepAwayMode::Uninitialize();
     m_pDriverApi.Set(nullptr);
-    const ScopedLock lock(g_state_change);
-    SetStates(S0_NORMAL, S0_NORMAL);
+    {
+        const ScopedLock lock(g_state_change);
+        SetStates(S0_NORMAL, S0_NORMAL);
+    }
+    if (g_in_apartment) CoUninitialize();
 }
 
 BOOL CNeverSleepState::StartNeverSleep()

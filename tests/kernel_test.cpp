@@ -47,7 +47,8 @@ class KernelTest : public VirtualPcTest
 
 TEST_F(KernelTest, AManualEventReleasesEverybodyAndAnAutomaticOneReleasesOne)
 {
-    for (const auto& [manual, released] : {std::pair{TRUE, 3}, std::pair{FALSE, 1}}) {
+    for (const BOOL manual : {TRUE, FALSE}) {
+        const int released = manual ? 3 : 1;
         std::atomic<int> through = 0;
         RunAsProcess([&] {
             const OwnedHandle event = MakeEvent(manual);

@@ -177,13 +177,13 @@ TEST_F(PowerPlansTest, EachSettingIsReadAndWrittenUnderItsOwnNameAndLevels)
                           failure(each.write, "PowerWrite" + suffix, each.name));
                 EXPECT_EQ(ac ? held.ac : held.dc, 40u);
             }
-            const std::string refused = "3 Invalid input for power action ";
-            const std::string operation = std::string(each.operation) + "Value";
+            const auto refused = [&](const std::string& verb) {
+                return Story{"3 Invalid input for power action " + verb + each.operation + "Value"};
+            };
             EXPECT_EQ(Said([&] { EXPECT_FALSE(each.get(&kSaver, TRUE, nullptr, nullptr)); }),
-                      Story{refused + "Get" + operation});
+                      refused("Get"));
             if (!each.set) continue;
-            EXPECT_EQ(Said([&] { EXPECT_FALSE(each.set(nullptr, TRUE, 1)); }),
-                      Story{refused + "Set" + operation});
+            EXPECT_EQ(Said([&] { EXPECT_FALSE(each.set(nullptr, TRUE, 1)); }), refused("Set"));
         }
     });
 }
@@ -196,24 +196,22 @@ TEST_F(PowerPlansTest, PlansHaveShortNamesInTheLog)
     EXPECT_STREQ(Manager::GetSchemeName(&kHigh), L"Hig");
     EXPECT_STREQ(Manager::GetSchemeName(&nearly_balanced), L"Custom");
     const std::string tildes(85, '~');
+    const std::string honored = " BE HONORED FROM HERE ON~~~~~~~~~~~~";
     RunAsProcess([&] {
-        EXPECT_EQ(Said([&] {
-                      Manager::SetAwayModeValue(&kBalanced, FALSE, 0);
-                      Manager::SetAwayModeValue(&kSaver, TRUE, 1);
-                      Manager::SetActivePowerScheme(&kBalanced);
-                      SetLastError(8);
-                      Manager::SetActivePowerScheme(&nearly_balanced);
-                      Manager::SetActivePowerScheme(nullptr);
-                  }),
-                  (Story{"4 ~" + tildes,
-                         "4 ~~~~~~~Bal scheme's DC AWAY MODE REQESTS WILL NOT BE HONORED FROM HERE "
-                         "ON~~~~~~~~~~~~",
-                         "4 " + tildes, "4 ~" + tildes,
-                         "4 ~~~~~~~Low scheme's AC AWAY MODE REQESTS WILL  BE HONORED FROM HERE "
-                         "ON~~~~~~~~~~~~",
-                         "4 " + tildes, "6 Power scheme is updated to Bal",
-                         "3 PowerSetActiveScheme failed with error 8",
-                         "3 Invalid parameter for SetActivePowerScheme"}));
+        EXPECT_EQ(
+            Said([&] {
+                Manager::SetAwayModeValue(&kBalanced, FALSE, 0);
+                Manager::SetAwayModeValue(&kSaver, TRUE, 1);
+                Manager::SetActivePowerScheme(&kBalanced);
+                SetLastError(8);
+                Manager::SetActivePowerScheme(&nearly_balanced);
+                Manager::SetActivePowerScheme(nullptr);
+            }),
+            (Story{"4 ~" + tildes, "4 ~~~~~~~Bal scheme's DC AWAY MODE REQESTS WILL NOT" + honored,
+                   "4 " + tildes, "4 ~" + tildes,
+                   "4 ~~~~~~~Low scheme's AC AWAY MODE REQESTS WILL " + honored, "4 " + tildes,
+                   "6 Power scheme is updated to Bal", "3 PowerSetActiveScheme failed with error 8",
+                   "3 Invalid parameter for SetActivePowerScheme"}));
     });
 }
 

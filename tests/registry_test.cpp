@@ -23,7 +23,7 @@ protected:
 
     fs::path File(const std::string& text)
     {
-        const fs::path file = m_folder / "a.reg";
+        fs::path file = m_folder / "a.reg";
         std::ofstream(file, std::ios::binary) << text;
         return file;
     }

@@ -61,10 +61,10 @@ sub fail {
 
 sub expected { my ($level, $text) = @{$_[0]}; return "expected \"$text\" at level $level"; }
 
-# Nothing but whole lines of the one form. A message's own line end may close its text.
+# Nothing but whole lines of the one form. A message's own line end may close its text, and tabs part its columns.
 for my $at (0 .. $#lines) {
     fail($at, 'expected a line of the log', scalar @lines)
-        unless text_is($lines[$at], qr/[1-6]/, qr/[ -~]*\n?/);
+        unless text_is($lines[$at], qr/[1-6]/, qr/[\t -~]*\n?/);
 }
 
 # Each run begins with a rule that closes no header, so that a header in the middle of a run, which

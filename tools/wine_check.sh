@@ -7,7 +7,8 @@ executable=$(realpath "$1")
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
-export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml='
+# Without a sound card, whose driver would complain on the standard error.
+export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 unset DISPLAY
 trap 'wineserver -k || true' EXIT
 

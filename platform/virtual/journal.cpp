@@ -25,6 +25,7 @@ std::wstring Effect::Text(std::string_view name) const
 
 std::int64_t Effect::Number(std::string_view name) const
 {
+    if (FieldOr<bool>(*this, name, false)) return 1;
     const auto number = FieldOr<std::int64_t>(*this, name, 0);
     return number ? number : static_cast<std::int64_t>(FieldOr<std::uint64_t>(*this, name, 0));
 }

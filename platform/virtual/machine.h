@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/virtual/announcer.h"
+#include "platform/virtual/audio.h"
 #include "platform/virtual/com.h"
 #include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
@@ -130,6 +131,7 @@ public:
     Announcer announcer{*this};
     Session session{*this};
     Com com;
+    Audio audio{*this};
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;

@@ -71,6 +71,8 @@ public:
     std::wstring& command_line() { return m_command_line; }
     const std::wstring& command_line() const { return m_command_line; }
     bool running() const { return !m_exit_code.has_value(); }
+    // Whether it has ended or is about to: no thread is started in it any more.
+    bool ending() const { return m_last != nullptr; }
     // Only when it is not running any more.
     int exit_code() const { return *m_exit_code; }
     // Whether an exception that nobody handled ended it.

@@ -27,7 +27,7 @@ std::vector<BYTE> ToUtf16(std::wstring_view text)
         bytes.push_back(static_cast<BYTE>(unit >> 8));
     };
     for (const wchar_t character : text) {
-        const auto code = static_cast<std::uint32_t>(character);
+        const auto code = static_cast<std::uint32_t>(std::wint_t(character));
         if (code < 0x10000) {
             put(code);
         } else {
@@ -83,9 +83,8 @@ std::optional<DWORD> Hex(std::wstring_view digits, std::size_t most)
     DWORD number = 0;
     for (const wchar_t digit : digits) {
         if (!std::iswxdigit(static_cast<wint_t>(digit))) return std::nullopt;
-        const int value =
-            digit <= L'9' ? digit - L'0' : (std::towlower(static_cast<wint_t>(digit)) - L'a') + 10;
-        number = number * 16 + static_cast<DWORD>(value);
+        const auto character = static_cast<DWORD>(std::towlower(static_cast<wint_t>(digit)));
+        number = number * 16 + (character <= L'9' ? character - L'0' : character - L'a' + 10);
     }
     return number;
 }

@@ -2,7 +2,11 @@
 
 #include "platform/rpc.h"
 
+#include <algorithm>
+#include <cwctype>
+
 #include "platform/virtual/call.h"
+#include "platform/virtual/memory.h"
 #include "platform/virtual/power_plans.h"
 
 using namespace virtual_pc;
@@ -10,6 +14,8 @@ using namespace virtual_pc;
 namespace {
 
 Function uuid_from_string{"UuidFromStringW", Failing::status};
+Function uuid_to_string{"UuidToStringW", Failing::status};
+Function rpc_string_free{"RpcStringFreeW", Failing::never, Role::gives_back};
 
 }  // namespace
 
@@ -22,6 +28,29 @@ RPC_STATUS WINAPI UuidFromStringW(RPC_WSTR text, UUID* uuid)
     const std::optional<GUID> parsed = text ? ParseGuid(text) : GUID{};
     if (!parsed) return RPC_S_INVALID_STRING_UUID;
     *uuid = *parsed;
+    return RPC_S_OK;
+}
+
+RPC_STATUS WINAPI UuidToStringW(const UUID* uuid, RPC_WSTR* text)
+{
+    Call call(uuid_to_string);
+    *text = nullptr;
+    if (call.Fails()) return static_cast<RPC_STATUS>(call.error());
+    std::wstring form = FormatGuid(*uuid);
+    std::erase_if(form, [](wchar_t c) { return c == L'{' || c == L'}'; });
+    const std::size_t size = (form.size() + 1) * sizeof(wchar_t);
+    *text = static_cast<wchar_t*>(Allocate(call, size, "identifier's string"));
+    std::ranges::transform(form, *text, [](wchar_t c) {
+        return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+    });
+    return RPC_S_OK;
+}
+
+RPC_STATUS WINAPI RpcStringFreeW(RPC_WSTR* text)
+{
+    Call call(rpc_string_free);
+    Free(call, *text);
+    *text = nullptr;
     return RPC_S_OK;
 }
 }

@@ -207,7 +207,6 @@ bool Scheduler::Live(Instant deadline, const std::function<bool()>& condition)
 void Scheduler::Start(std::shared_ptr<Thread> thread)
 {
     JoinHostThreads(false);
-    m_threads.push_back(thread);
     thread->state = Thread::State::blocked;
     MakeReady(*thread);
 
@@ -216,6 +215,7 @@ void Scheduler::Start(std::shared_ptr<Thread> thread)
         RunThread(*thread);
         host.done = true;
     });
+    m_threads.push_back(std::move(thread));
 }
 
 void Scheduler::RunThread(Thread& thread)

@@ -1,0 +1,42 @@
+// The base of the objects that Core Audio calls back.
+#pragma once
+
+#include <atomic>
+
+#include "platform/audio.h"
+
+// Answers for IUnknown and for its one interface, and counts its references. The first reference is
+// the maker's; whoever gives the last one back destroys the object, which must then have been made
+// with new. Any thread.
+template <class Interface, const IID& id, class Object>
+class CallbackObject : public Interface
+{
+public:
+    CallbackObject() = default;
+    CallbackObject(const CallbackObject&) = delete;
+    CallbackObject& operator=(const CallbackObject&) = delete;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** object) override
+    {
+        *object = nullptr;
+        if (!IsEqualIID(wanted, IID_IUnknown) && !IsEqualIID(wanted, id)) return E_NOINTERFACE;
+        AddRef();
+        *object = static_cast<Interface*>(this);
+        return S_OK;
+    }
+
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const ULONG left = --m_references;
+        if (left == 0) delete static_cast<Object*>(this);
+        return left;
+    }
+
+protected:
+    ~CallbackObject() = default;
+
+private:
+    std::atomic<ULONG> m_references = 1;
+};

@@ -1,0 +1,123 @@
+// What is done to the endpoints' mute states, and what their changes come to.
+
+#include "audio/audio_manager.h"
+#include "log/log.h"
+#include "state/never_sleep_state.h"
+
+namespace {
+
+// How long a new or activated endpoint is given to settle. On the notifying thread: Core Audio has
+// others, and a thread of the service's own would have to be waited for at the end.
+constexpr DWORD kSettlingMs = 1000;
+
+const wchar_t* Spell(BOOL muted) { return muted ? L"muted" : L"not muted"; }
+
+// Sets one endpoint, and says so.
+HRESULT Configure(RegisteredAudioDevice& device, const GUID& context)
+{
+    constexpr const wchar_t* kFunction = L"CAudioManager::ConfigureAudioDeviceMuteState";
+    BOOL stored = FALSE;
+    BOOL desired = FALSE;
+    const HRESULT hr = device.SetDesiredMuteState(context, stored, desired);
+    if (hr != S_OK) return hr;
+    Log(6, kFunction, L"Stored value %s desired value %s", Spell(stored), Spell(desired));
+    Log(6, kFunction, L"SetMute called on device %s with %s", device.m_pwszDeviceId.c_str(),
+        Spell(desired));
+    return hr;
+}
+
+}  // namespace
+
+BOOL CAudioManager::ConfigureAudioDeviceMuteState(
+    const std::shared_ptr<RegisteredAudioDevice>& pRegDevice)
+{
+    return !pRegDevice || SUCCEEDED(Configure(*pRegDevice, m_guidAudioContext));
+}
+
+void CAudioManager::ConfigureAudioDeviceMuteStates()
+{
+    constexpr const wchar_t* kFunction = L"CAudioManager::ConfigureAudioDeviceMuteStates";
+    Log(6, kFunction, L"ConfigureAudioDeviceMuteStates entry");
+    for (std::size_t slot = 0; slot < kSlots; ++slot) {
+        const Entry entry = At(slot);
+        if (entry && FAILED(Configure(*entry, m_guidAudioContext))) {
+            Log(6, kFunction, L"Update attempt failed for index %d", static_cast<int>(slot));
+        }
+    }
+    Log(6, kFunction, L"ConfigureAudioDeviceMuteStates exit");
+}
+
+BOOL CAudioManager::OnAudioDeviceMuteStateChange(
+    const std::shared_ptr<RegisteredAudioDevice>& pRegDevice,
+    const AUDIO_VOLUME_NOTIFICATION_DATA* pNotify)
+{
+    constexpr const wchar_t* kFunction = L"CAudioManager::OnAudioDeviceMuteStateChange";
+    Log(6, kFunction, L"OnAudioDeviceMuteStateChange entry");
+    if (!pRegDevice) {
+        Log(6, kFunction, L"pRegDevice is NULL, OnAudioDeviceMuteStateChange exit returning FALSE");
+        return FALSE;
+    }
+    if (!pNotify) {
+        Log(6, kFunction, L"pNotify is NULL, OnAudioDeviceMuteStateChange exit returning FALSE");
+        return FALSE;
+    }
+    const BOOL muted = pNotify->bMuted != FALSE;
+    if (const std::wstring context = GuidText(pNotify->guidEventContext); !context.empty()) {
+        Log(6, kFunction, L"Volume state change from %s context device is %s", context.c_str(),
+            Spell(muted));
+    }
+    if (CNeverSleepState::RecordAudioDeviceMuteState() &&
+        pRegDevice->m_bMuted.exchange(muted) != muted) {
+        Log(6, kFunction, L"%s updated cache to %s", pRegDevice->m_pwszDeviceId.c_str(),
+            Spell(muted));
+    }
+    if (CNeverSleepState::EnforceHolvMuteState()) ConfigureAudioDeviceMuteState(pRegDevice);
+    Log(6, kFunction, L"OnAudioDeviceMuteStateChange exit, returning TRUE");
+    return TRUE;
+}
+
+BOOL CAudioManager::OnDefaultAudioDeviceMuteStateChange(
+    const std::shared_ptr<RegisteredAudioDevice>& pRegDevice,
+    const AUDIO_VOLUME_NOTIFICATION_DATA* pNotify)
+{
+    constexpr const wchar_t* kFunction = L"CAudioManager::OnDefaultAudioDeviceMuteStateChange";
+    Log(6, kFunction, L"OnDefaultAudioDeviceMuteStateChange entry");
+    if (!pNotify) {
+        Log(6, kFunction,
+            L"pNotify is NULL, OnDefaultAudioDeviceMuteStateChange exit returning FALSE");
+        return FALSE;
+    }
+    if (IsEqualGUID(pNotify->guidEventContext, m_guidAudioContext)) {
+        Log(6, kFunction,
+            L"OnDefaultAudioDeviceMuteStateChange called by our activity, exit returning TRUE");
+        return TRUE;
+    }
+    CNeverSleepState::OnDefaultAudioDeviceCallbackReceived();
+    OnAudioDeviceMuteStateChange(pRegDevice, pNotify);
+    Log(6, kFunction, L"OnDefaultAudioDeviceMuteStateChange exit, returning TRUE");
+    return TRUE;
+}
+
+// The keeping may end while either of these waits. The cache is empty then, takes nothing in, and
+// the rest comes to nothing.
+
+void CAudioManager::OnAudioDeviceActivated(const wchar_t* id)
+{
+    constexpr const wchar_t* kFunction = L"CAudioManager::OnAudioDeviceActivated";
+    Log(6, kFunction, L"OnAudioDeviceActivated entry");
+    CNeverSleepState::OnDefaultAudioDeviceCallbackReceived();
+    Sleep(kSettlingMs);
+    // One that is new to the cache keeps the state it has.
+    if (!FindOrInsert(id)) ConfigureAudioDeviceMuteState(FindDevicePair(id));
+    Log(6, kFunction, L"OnAudioDeviceActivated exit");
+}
+
+void CAudioManager::OnDefaultDeviceChange(const wchar_t* id)
+{
+    Log(6, L"CAudioManager::OnDefaultDeviceChange", L"OnDefaultDeviceChange called with to %s",
+        id ? id : L"NULL");
+    RecordDefaultDeviceId();
+    if (!CNeverSleepState::EnforceHolvMuteState()) return;
+    Sleep(kSettlingMs);
+    ConfigureAudioDeviceMuteStates();
+}

@@ -1,0 +1,76 @@
+#include "audio/registered_audio_device.h"
+
+#include "audio/reference.h"
+#include "state/never_sleep_state.h"
+
+std::shared_ptr<RegisteredAudioDevice> RegisteredAudioDevice::Make(const wchar_t* id)
+{
+    std::shared_ptr<RegisteredAudioDevice> entry(new RegisteredAudioDevice(id));
+    entry->m_pVolumeCallback.Reset(new CAudioEndpointVolumeCallback(entry));
+    return entry;
+}
+
+RegisteredAudioDevice::~RegisteredAudioDevice() = default;
+
+BOOL RegisteredAudioDevice::RegisterEndpointVolumeCallback()
+{
+    constexpr const wchar_t* kFunction = L"RegisteredAudioDevice::RegisterEndpointVolumeCallback";
+    if (!m_pEndpointVolume) {
+        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, m_pDefaultDeviceVol is  NULL");
+        return FALSE;
+    }
+    if (!m_pVolumeCallback) {
+        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, audioEventCallback is  NULL");
+        return FALSE;
+    }
+    const HRESULT hr =
+        m_pEndpointVolume.Get()->RegisterControlChangeNotify(m_pVolumeCallback.Get());
+    if (FAILED(hr)) {
+        Log(4, kFunction,
+            L"Unable to register audio control change notification callback, status=0x%x", hr);
+        return FALSE;
+    }
+    Log(6, kFunction, L"Register audio control callback successful");
+    return TRUE;
+}
+
+BOOL RegisteredAudioDevice::UnregisterEndpointVolumeCallback()
+{
+    constexpr const wchar_t* kFunction = L"RegisteredAudioDevice::UnregisterEndpointVolumeCallback";
+    if (!m_pEndpointVolume) {
+        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, m_pDefaultDeviceVol is  NULL");
+        return FALSE;
+    }
+    if (!m_pVolumeCallback) {
+        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, audioEventCallback is  NULL");
+        return FALSE;
+    }
+    const HRESULT hr =
+        m_pEndpointVolume.Get()->UnregisterControlChangeNotify(m_pVolumeCallback.Get());
+    if (FAILED(hr)) {
+        Log(4, kFunction, L"Unable to unregister the audio mute callback, status=0x%x", hr);
+        return FALSE;
+    }
+    Log(6, kFunction, L"Unregister audio control callback successful");
+    return TRUE;
+}
+
+void RegisteredAudioDevice::ReleaseEndpointVolume(const wchar_t* function)
+{
+    OwnedInterface<IAudioEndpointVolume> volume;
+    {
+        const ScopedLock lock(m_setting);
+        volume = std::move(m_pEndpointVolume);
+    }
+    SafeRelease(volume, function);
+}
+
+HRESULT RegisteredAudioDevice::SetDesiredMuteState(const GUID& context, BOOL& stored, BOOL& desired)
+{
+    const ScopedLock lock(m_setting);
+    if (!m_pEndpointVolume) return S_FALSE;
+    stored = m_bMuted;
+    desired = CNeverSleepState::GetDesiredMuteState(stored);
+    const HRESULT hr = m_pEndpointVolume.Get()->SetMute(desired, &context);
+    return SUCCEEDED(hr) ? S_OK : hr;
+}

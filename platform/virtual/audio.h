@@ -1,0 +1,130 @@
+// The sound room: the endpoints, which of them are the defaults, and who is told what happens to
+// them.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/audio.h"
+#include "platform/virtual/audio_notices.h"
+#include "platform/virtual/fixed_memory.h"
+
+namespace virtual_pc {
+
+class Audio;
+class Machine;
+
+class Endpoint
+{
+public:
+    Endpoint(Audio& audio, std::wstring_view name, std::wstring id, EDataFlow flow);
+
+    const std::wstring& name() const { return m_name; }
+    const std::wstring& id() const { return m_id; }
+    EDataFlow flow() const { return m_flow; }
+
+    // --- The side that a person or a test drives ---
+
+    // DEVICE_STATE_...: plugs it in and out, switches it off and on.
+    void SetState(DWORD state);
+    DWORD State() const;
+    bool Active() const { return State() == DEVICE_STATE_ACTIVE; }
+
+    // Takes the device out that it belongs to: it is known still, but not present.
+    void Remove();
+
+    // Chooses it as the default of its flow, for all roles or for one. An endpoint that is not
+    // active has the next choice in its place until it is.
+    void MakeDefault();
+    void MakeDefault(ERole role);
+
+    // What a user or a program does that names itself `context`. True when it changed anything;
+    // then everybody who registered for it hears of it.
+    bool SetMute(bool muted, const GUID& context = GUID_NULL);
+    bool SetVolume(float level, const GUID& context = GUID_NULL);
+    bool Muted() const;
+    float Volume() const;
+
+    // Announces that a property of it, such as its name, has changed.
+    void ChangeProperty();
+
+private:
+    friend class Audio;
+
+    void AnnounceVolume(const GUID& context);
+
+    Audio& m_audio;
+    const std::wstring m_name;
+    const std::wstring m_id;
+    const EDataFlow m_flow;
+    DWORD m_state = DEVICE_STATE_NOTPRESENT;
+    bool m_muted = false;
+    float m_volume = 0.5;
+};
+
+// Effects: "endpoint" {`what` (added, removed, state, default), `endpoint`, and `state` or `flow`
+// and `role`}; "mute" {`endpoint`, `muted`, `context`}; "volume" {`endpoint`, `percent`,
+// `context`}; "sound notice" {`callback`, `endpoint`} when one is delivered.
+class Audio
+{
+public:
+    explicit Audio(Machine& machine);
+    ~Audio();
+
+    struct Options
+    {
+        bool muted = false;
+        DWORD state = DEVICE_STATE_ACTIVE;
+        std::wstring id = {};  // empty: one that the system makes
+    };
+    // Adds an endpoint. One of that name that was there before comes back as it is known. The
+    // first active one of a flow is its default.
+    Endpoint& Add(std::wstring_view name, EDataFlow flow, const Options& options);
+    Endpoint& Add(std::wstring_view name, EDataFlow flow = eRender)
+    {
+        return Add(name, flow, Options{});
+    }
+
+    // By name; null when it was never there.
+    Endpoint* Find(std::wstring_view name) const;
+    // In the order in which they were added.
+    std::vector<Endpoint*> All() const;
+    // Null when the flow has no active endpoint.
+    Endpoint* Default(EDataFlow flow, ERole role = eConsole) const;
+
+    // --- The machine's side ---
+
+    Endpoint* FindById(std::wstring_view id) const;
+    // The objects that were given back, kept so that a use of one is noticed.
+    void Bury(std::shared_ptr<Object> object) { m_gone.push_back(std::move(object)); }
+
+    Machine& machine;
+    FixedMemory memory;  // of the objects, whose addresses programs log
+    AudioNotices notices;
+
+private:
+    friend class Endpoint;
+
+    static constexpr std::size_t kFlows = 2;
+    static constexpr std::size_t kRoles = 3;
+    using Choices = std::vector<Endpoint*>;  // the last choice first
+
+    Endpoint* Best(std::size_t flow, std::size_t role) const;
+    void Choose(Endpoint& endpoint, ERole role);
+    // Announces what has become of the defaults.
+    void SettleDefaults();
+    void Record(std::string_view what, const Endpoint& endpoint);
+
+    std::vector<std::unique_ptr<Endpoint>> m_endpoints;
+    std::array<std::array<Choices, kRoles>, kFlows> m_chosen;
+    std::array<std::array<Endpoint*, kRoles>, kFlows> m_default{};
+    std::vector<std::shared_ptr<Object>> m_gone;
+};
+
+// The class of the sound system's enumerator; Com::Factory.
+HRESULT MakeEnumerator(REFIID id, void** object);
+
+}  // namespace virtual_pc

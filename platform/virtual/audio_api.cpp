@@ -1,0 +1,453 @@
+// The objects of Core Audio, as programs get them.
+
+#include <algorithm>
+
+#include "platform/virtual/audio.h"
+#include "platform/virtual/call.h"
+#include "platform/virtual/memory.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr auto kNotFound = static_cast<HRESULT>(0x80070490u);
+constexpr auto kInvalidated = static_cast<HRESULT>(0x88890004u);  // the endpoint is not active
+constexpr float kSilent = -96;                                    // decibels
+
+Function add_ref{"Core Audio AddRef", Failing::never, Role::gives_back};
+Function release{"Core Audio Release", Failing::never, Role::gives_back};
+Function query_interface{"IMMDevice::QueryInterface", Failing::hresult};
+Function enum_audio_endpoints{"EnumAudioEndpoints", Failing::hresult};
+Function get_default_audio_endpoint{"GetDefaultAudioEndpoint", Failing::hresult};
+Function get_device{"GetDevice", Failing::hresult};
+Function register_endpoint{"RegisterEndpointNotificationCallback", Failing::hresult};
+Function unregister_endpoint{"UnregisterEndpointNotificationCallback", Failing::hresult};
+Function get_count{"GetCount", Failing::hresult};
+Function item{"Item", Failing::hresult};
+Function activate{"Activate", Failing::hresult};
+Function get_id{"GetId", Failing::hresult};
+Function get_state{"GetState", Failing::hresult};
+Function get_data_flow{"GetDataFlow", Failing::hresult};
+Function register_control{"RegisterControlChangeNotify", Failing::hresult};
+Function unregister_control{"UnregisterControlChangeNotify", Failing::hresult};
+Function get_channel_count{"GetChannelCount", Failing::hresult};
+Function set_volume{"SetMasterVolumeLevelScalar", Failing::hresult};
+Function get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
+Function set_mute{"SetMute", Failing::hresult};
+Function get_mute{"GetMute", Failing::hresult};
+
+// What stands behind a reference: it counts as handed out until its last reference is given back.
+class Counted : public Object
+{
+public:
+    explicit Counted(const Endpoint* endpoint) : m_endpoint(endpoint) {}
+
+    std::wstring Name() const override { return m_endpoint ? m_endpoint->name() : std::wstring(); }
+
+    ULONG Add()
+    {
+        const Call call(add_ref);
+        Look(call);
+        return ++m_count;
+    }
+
+    ULONG Give()
+    {
+        const Call call(release);
+        if (!Look(call)) return 0;
+        if (--m_count == 0) {
+            call.machine.audio.Bury(call.machine.handles.FindShared(m_handle));
+            call.machine.handles.Close(m_handle);
+        }
+        return m_count;
+    }
+
+protected:
+    // Whether the object may be used still; noted as misuse when not.
+    bool Look(const Call& call) const
+    {
+        if (m_count > 0) return true;
+        call.machine.NoteMisuse(std::string(Kind()) +
+                                " is used after its last reference was "
+                                "given back");
+        return false;
+    }
+
+    template <class Interface>
+    HRESULT Answer(REFIID id, const IID& own, Interface* self, void** object)
+    {
+        *object = nullptr;
+        if (id != own && id != IID_IUnknown) return E_NOINTERFACE;
+        Add();
+        *object = self;
+        return S_OK;
+    }
+
+private:
+    template <class T, class... Arguments>
+    friend T* HandOut(Machine& machine, Arguments&&... arguments);
+
+    const Endpoint* m_endpoint;
+    HANDLE m_handle = nullptr;
+    ULONG m_count = 1;
+};
+
+// A new object, whose first reference is the caller's. With the machine held.
+template <class T, class... Arguments>
+T* HandOut(Machine& machine, Arguments&&... arguments)
+{
+    auto object = std::allocate_shared<T>(FixedAllocator<T>(machine.audio.memory),
+                                          std::forward<Arguments>(arguments)...);
+    T* handed = object.get();
+    handed->m_handle = machine.handles.Open(std::move(object), Thread::Self()->process);
+    return handed;
+}
+
+// The beginning of an operation: the call, and why it is not to go on.
+class Operation : public Call
+{
+public:
+    explicit Operation(Function& function) : Call(function) {}
+
+    // S_OK, or what the operation returns at once.
+    HRESULT Refused(bool usable)
+    {
+        if (Fails()) return static_cast<HRESULT>(error());
+        return usable ? S_OK : E_UNEXPECTED;
+    }
+};
+
+// --- An endpoint's volume ---
+
+class EndpointVolume final : public Counted, public IAudioEndpointVolume
+{
+public:
+    explicit EndpointVolume(Endpoint& endpoint) : Counted(&endpoint), m_endpoint(endpoint) {}
+    std::string_view Kind() const override { return "endpoint volume"; }
+
+    HRESULT QueryInterface(REFIID id, void** object) override
+    {
+        return Answer<IAudioEndpointVolume>(id, IID_IAudioEndpointVolume, this, object);
+    }
+    ULONG AddRef() override { return Add(); }
+    ULONG Release() override { return Give(); }
+
+    HRESULT RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override
+    {
+        if (!callback) return E_POINTER;
+        callback->AddRef();
+        const HRESULT result = DoRegister(callback);
+        if (FAILED(result)) callback->Release();
+        return result;
+    }
+
+    HRESULT UnregisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override
+    {
+        if (!callback) return E_POINTER;
+        {
+            Operation call(unregister_control);
+            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            if (!call.machine.audio.notices.Remove(call, this, callback)) return kNotFound;
+        }
+        callback->Release();
+        return S_OK;
+    }
+
+    HRESULT GetChannelCount(UINT* count) override
+    {
+        Operation call(get_channel_count);
+        if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
+        *count = 1;
+        return S_OK;
+    }
+
+    HRESULT SetMasterVolumeLevel(float decibels, const GUID* context) override
+    {
+        return SetMasterVolumeLevelScalar(1 - decibels / kSilent, context);
+    }
+
+    HRESULT SetMasterVolumeLevelScalar(float level, const GUID* context) override
+    {
+        Operation call(set_volume);
+        if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
+        if (level < 0 || level > 1) return E_INVALIDARG;
+        m_endpoint.SetVolume(level, context ? *context : GUID_NULL);
+        return S_OK;
+    }
+
+    HRESULT GetMasterVolumeLevel(float* decibels) override
+    {
+        const HRESULT result = GetMasterVolumeLevelScalar(decibels);
+        if (SUCCEEDED(result)) *decibels = (1 - *decibels) * kSilent;
+        return result;
+    }
+
+    HRESULT GetMasterVolumeLevelScalar(float* level) override
+    {
+        Operation call(get_volume);
+        if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
+        *level = m_endpoint.Volume();
+        return S_OK;
+    }
+
+    // The one channel is the whole.
+    HRESULT SetChannelVolumeLevel(UINT channel, float decibels, const GUID* context) override
+    {
+        return channel > 0 ? E_INVALIDARG : SetMasterVolumeLevel(decibels, context);
+    }
+    HRESULT SetChannelVolumeLevelScalar(UINT channel, float level, const GUID* context) override
+    {
+        return channel > 0 ? E_INVALIDARG : SetMasterVolumeLevelScalar(level, context);
+    }
+    HRESULT GetChannelVolumeLevel(UINT channel, float* decibels) override
+    {
+        return channel > 0 ? E_INVALIDARG : GetMasterVolumeLevel(decibels);
+    }
+    HRESULT GetChannelVolumeLevelScalar(UINT channel, float* level) override
+    {
+        return channel > 0 ? E_INVALIDARG : GetMasterVolumeLevelScalar(level);
+    }
+
+    HRESULT SetMute(BOOL muted, const GUID* context) override
+    {
+        Operation call(set_mute);
+        if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
+        return m_endpoint.SetMute(muted, context ? *context : GUID_NULL) ? S_OK : S_FALSE;
+    }
+
+    HRESULT GetMute(BOOL* muted) override
+    {
+        Operation call(get_mute);
+        if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
+        *muted = m_endpoint.Muted();
+        return S_OK;
+    }
+
+private:
+    HRESULT Begin(Operation& call) const
+    {
+        const HRESULT refused = call.Refused(Look(call));
+        return SUCCEEDED(refused) && !m_endpoint.Active() ? kInvalidated : refused;
+    }
+
+    HRESULT DoRegister(IAudioEndpointVolumeCallback* callback)
+    {
+        Operation call(register_control);
+        if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
+        auto registration = std::make_shared<Registration>();
+        registration->callback = callback;
+        registration->place = this;
+        registration->endpoint = &m_endpoint;
+        call.machine.audio.notices.Add(call, registration);
+        return S_OK;
+    }
+
+    Endpoint& m_endpoint;
+};
+
+// --- Endpoints, and lists of them ---
+
+class AudioDevice final : public Counted, public IMMDevice, public IMMEndpoint
+{
+public:
+    explicit AudioDevice(Endpoint& endpoint) : Counted(&endpoint), m_endpoint(endpoint) {}
+    std::string_view Kind() const override { return "audio device"; }
+
+    HRESULT QueryInterface(REFIID id, void** object) override
+    {
+        *object = nullptr;
+        {
+            Operation call(query_interface);
+            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        }
+        if (id == IID_IMMEndpoint) return Answer<IMMEndpoint>(id, id, this, object);
+        return Answer<IMMDevice>(id, IID_IMMDevice, this, object);
+    }
+    ULONG AddRef() override { return Add(); }
+    ULONG Release() override { return Give(); }
+
+    HRESULT Activate(REFIID id, DWORD, PROPVARIANT*, void** object) override
+    {
+        *object = nullptr;
+        Operation call(activate);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (id != IID_IAudioEndpointVolume) return E_NOINTERFACE;
+        if (!m_endpoint.Active()) return kInvalidated;
+        *object =
+            static_cast<IAudioEndpointVolume*>(HandOut<EndpointVolume>(call.machine, m_endpoint));
+        return S_OK;
+    }
+
+    // What is known of an endpoint besides its volume is nobody's business here.
+    HRESULT OpenPropertyStore(DWORD, IPropertyStore**) override { return E_NOTIMPL; }
+
+    HRESULT GetId(LPWSTR* id) override
+    {
+        *id = nullptr;
+        Operation call(get_id);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        const std::wstring& text = m_endpoint.id();
+        const std::size_t size = (text.size() + 1) * sizeof(wchar_t);
+        *id = static_cast<wchar_t*>(Allocate(call, size, "task memory"));
+        std::ranges::copy(text, *id);
+        return S_OK;
+    }
+
+    HRESULT GetState(DWORD* state) override
+    {
+        Operation call(get_state);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        *state = m_endpoint.State();
+        return S_OK;
+    }
+
+    HRESULT GetDataFlow(EDataFlow* flow) override
+    {
+        Operation call(get_data_flow);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        *flow = m_endpoint.flow();
+        return S_OK;
+    }
+
+private:
+    Endpoint& m_endpoint;
+};
+
+class AudioDevices final : public Counted, public IMMDeviceCollection
+{
+public:
+    explicit AudioDevices(std::vector<Endpoint*> endpoints)
+        : Counted(nullptr), m_endpoints(std::move(endpoints))
+    {
+    }
+    std::string_view Kind() const override { return "collection of audio devices"; }
+
+    HRESULT QueryInterface(REFIID id, void** object) override
+    {
+        return Answer<IMMDeviceCollection>(id, IID_IMMDeviceCollection, this, object);
+    }
+    ULONG AddRef() override { return Add(); }
+    ULONG Release() override { return Give(); }
+
+    HRESULT GetCount(UINT* count) override
+    {
+        Operation call(get_count);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        *count = static_cast<UINT>(m_endpoints.size());
+        return S_OK;
+    }
+
+    HRESULT Item(UINT index, IMMDevice** device) override
+    {
+        *device = nullptr;
+        Operation call(item);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (index >= m_endpoints.size()) return E_INVALIDARG;
+        *device = HandOut<AudioDevice>(call.machine, *m_endpoints[index]);
+        return S_OK;
+    }
+
+private:
+    std::vector<Endpoint*> m_endpoints;
+};
+
+// --- The enumerator ---
+
+class Enumerator final : public Counted, public IMMDeviceEnumerator
+{
+public:
+    Enumerator() : Counted(nullptr) {}
+    std::string_view Kind() const override { return "audio device enumerator"; }
+
+    HRESULT QueryInterface(REFIID id, void** object) override
+    {
+        return Answer<IMMDeviceEnumerator>(id, IID_IMMDeviceEnumerator, this, object);
+    }
+    ULONG AddRef() override { return Add(); }
+    ULONG Release() override { return Give(); }
+
+    HRESULT EnumAudioEndpoints(EDataFlow flow, DWORD states,
+                               IMMDeviceCollection** collection) override
+    {
+        *collection = nullptr;
+        Operation call(enum_audio_endpoints);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        std::vector<Endpoint*> endpoints = call.machine.audio.All();
+        std::erase_if(endpoints, [&](const Endpoint* endpoint) {
+            return (flow != eAll && endpoint->flow() != flow) || !(endpoint->State() & states);
+        });
+        *collection = HandOut<AudioDevices>(call.machine, std::move(endpoints));
+        return S_OK;
+    }
+
+    HRESULT GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice** device) override
+    {
+        *device = nullptr;
+        Operation call(get_default_audio_endpoint);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (flow >= eAll || role >= ERole_enum_count) return E_INVALIDARG;
+        Endpoint* endpoint = call.machine.audio.Default(flow, role);
+        if (!endpoint) return kNotFound;
+        *device = HandOut<AudioDevice>(call.machine, *endpoint);
+        return S_OK;
+    }
+
+    HRESULT GetDevice(LPCWSTR id, IMMDevice** device) override
+    {
+        *device = nullptr;
+        if (!id) return E_POINTER;
+        Operation call(get_device);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Endpoint* endpoint = call.machine.audio.FindById(id);
+        if (!endpoint) return kNotFound;
+        *device = HandOut<AudioDevice>(call.machine, *endpoint);
+        return S_OK;
+    }
+
+    HRESULT RegisterEndpointNotificationCallback(IMMNotificationClient* client) override
+    {
+        if (!client) return E_POINTER;
+        client->AddRef();
+        const HRESULT result = DoRegister(client);
+        if (FAILED(result)) client->Release();
+        return result;
+    }
+
+    HRESULT UnregisterEndpointNotificationCallback(IMMNotificationClient* client) override
+    {
+        if (!client) return E_POINTER;
+        {
+            Operation call(unregister_endpoint);
+            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            if (!call.machine.audio.notices.Remove(call, this, client)) return kNotFound;
+        }
+        client->Release();
+        return S_OK;
+    }
+
+private:
+    HRESULT DoRegister(IMMNotificationClient* client)
+    {
+        Operation call(register_endpoint);
+        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        auto registration = std::make_shared<Registration>();
+        registration->client = client;
+        registration->place = this;
+        call.machine.audio.notices.Add(call, registration);
+        return S_OK;
+    }
+};
+
+}  // namespace
+
+HRESULT virtual_pc::MakeEnumerator(REFIID id, void** object)
+{
+    Enumerator* enumerator = nullptr;
+    {
+        const Hold hold(Machine::Current());
+        enumerator = HandOut<Enumerator>(Machine::Current());
+    }
+    const HRESULT result = enumerator->QueryInterface(id, object);
+    enumerator->Release();
+    return result;
+}

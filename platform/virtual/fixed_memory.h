@@ -1,0 +1,47 @@
+// Memory whose addresses are the same in every run, for what a program may print the address of.
+#pragma once
+
+#include <cstddef>
+
+namespace virtual_pc {
+
+// Pieces are given out one after the other and come back all at once, with the memory itself: an
+// address is never used twice. With the machine held.
+class FixedMemory
+{
+public:
+    FixedMemory();
+    ~FixedMemory();
+    FixedMemory(const FixedMemory&) = delete;
+    FixedMemory& operator=(const FixedMemory&) = delete;
+
+    // Throws std::bad_alloc when there is none left.
+    void* Allocate(std::size_t size);
+
+private:
+    std::byte* m_begin = nullptr;
+    std::size_t m_used = 0;
+};
+
+// The same for the standard library.
+template <class T>
+struct FixedAllocator
+{
+    using value_type = T;
+    explicit FixedAllocator(FixedMemory& from) : memory(&from) {}
+    template <class U>
+    explicit FixedAllocator(const FixedAllocator<U>& other) : memory(other.memory)
+    {
+    }
+    T* allocate(std::size_t count) { return static_cast<T*>(memory->Allocate(count * sizeof(T))); }
+    void deallocate(T*, std::size_t) {}
+    template <class U>
+    bool operator==(const FixedAllocator<U>& other) const
+    {
+        return memory == other.memory;
+    }
+
+    FixedMemory* memory;
+};
+
+}  // namespace virtual_pc
