@@ -33,9 +33,8 @@ target_compile_definitions(HOLVService PRIVATE
 # A console program: whoever starts it from a command line sees its output, and a service has no
 # console to show.
 target_link_options(HOLVService PRIVATE -municode -mconsole)
-target_link_libraries(HOLVService PRIVATE advapi32 ole32 powrprof rpcrt4 shell32 userenv uuid wtsapi32)
 target_link_libraries(HOLVService PRIVATE advapi32 cfgmgr32 ole32 powrprof rpcrt4 setupapi shell32
-                      uuid)
+                      userenv uuid wtsapi32)
 
 # A stand-in for Wine's power library. In a folder of its own: it must never travel with the product.
 add_library(wine_powrprof SHARED tests/wine/powrprof.cpp platform/virtual/power_plans.cpp)

@@ -80,37 +80,36 @@ std::string TellSession(const Effect& effect)
         if (effect.Text("what") == what) return ToUtf8(effect.Text("user")) + words;
     }
     return {};
-    std::string TellMute(const Effect& effect)
-    {
-        return ToUtf8(effect.Text("endpoint")) +
-               (effect.Number("muted") ? " is muted" : " is not muted any more");
-    }
+}
 
-    std::string TellEndpoint(const Effect& effect)
-    {
-        const std::string name = ToUtf8(effect.Text("endpoint"));
-        const std::wstring what = effect.Text("what");
-        if (what == L"state") {
-            return name +
-                   (effect.Number("state") == 1 ? " can be heard" : " can no longer be heard");
-        }
-        if (what == L"added") return name + ": a new sound endpoint";
-        if (what == L"removed") return name + ": its device is taken out";
-        // The console role stands for all.
-        if (effect.Number("role") != 0) return {};
-        const std::string use =
-            effect.Number("flow") == 0 ? "sound comes from " : "sound is taken from ";
-        return use + (name.empty() ? "nowhere" : name);
-    }
+std::string TellMute(const Effect& effect)
+{
+    return ToUtf8(effect.Text("endpoint")) +
+           (effect.Number("muted") ? " is muted" : " is not muted any more");
+}
 
-    constexpr Telling kTellings[] = {
-        {"state", TellState},           {"process", TellProcess},
-        {"clock", TellClock},           {"debug", TellDebug},
-        {"plan activated", TellPlan},   {"request", TellRequest},
-        {"device request", TellDevice}, {"session", TellSession},
-        {"device request", TellDevice}, {"mute", TellMute},
-        {"endpoint", TellEndpoint},
-    };
+std::string TellEndpoint(const Effect& effect)
+{
+    const std::string name = ToUtf8(effect.Text("endpoint"));
+    const std::wstring what = effect.Text("what");
+    if (what == L"state") {
+        return name + (effect.Number("state") == 1 ? " can be heard" : " can no longer be heard");
+    }
+    if (what == L"added") return name + ": a new sound endpoint";
+    if (what == L"removed") return name + ": its device is taken out";
+    // The console role stands for all.
+    if (effect.Number("role") != 0) return {};
+    const std::string use =
+        effect.Number("flow") == 0 ? "sound comes from " : "sound is taken from ";
+    return use + (name.empty() ? "nowhere" : name);
+}
+
+constexpr Telling kTellings[] = {
+    {"state", TellState},       {"process", TellProcess},       {"clock", TellClock},
+    {"debug", TellDebug},       {"plan activated", TellPlan},   {"request", TellRequest},
+    {"session", TellSession},   {"device request", TellDevice}, {"mute", TellMute},
+    {"endpoint", TellEndpoint},
+};
 
 }  // namespace
 

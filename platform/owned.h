@@ -40,8 +40,6 @@ public:
         m_value = value;
     }
 
-    // Hands over what it holds: the caller gives it back.
-    Type Release() { return std::exchange(m_value, Traits::None()); }
     // Lets go of what it holds, for the caller to give back.
     Type Detach() { return std::exchange(m_value, Traits::None()); }
 
