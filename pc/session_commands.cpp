@@ -28,7 +28,7 @@ Action Logon(const ScriptLine&, const Arguments& arguments)
 // A program's path; a name alone lies beside the service's program.
 std::wstring PathOf(const Stage& stage, const std::string& name)
 {
-    const std::wstring path = FromUtf8(name);
+    std::wstring path = FromUtf8(name);
     if (path.find(L'\\') != path.npos) return path;
     return stage.image.path.substr(0, stage.image.path.rfind(L'\\') + 1) + path;
 }

@@ -53,7 +53,18 @@ std::string TellDebug(const Effect& effect)
     return refused ? "never-sleep mode is refused: the user has woken the PC" : "";
 }
 
-std::string TellPlan(const Effect& effect) { return "power plan: " + ToUtf8(effect.Text("plan")); }
+// Activating the active plan makes what was written to it count, which nobody sees.
+std::string TellPlan(const Effect& effect)
+{
+    if (effect.Text("plan") == effect.Text("before")) return {};
+    return "power plan: " + ToUtf8(effect.Text("plan"));
+}
+
+std::string TellSource(const Effect& effect)
+{
+    if (effect.Text("source") == L"ac") return "on mains power";
+    return "on battery, " + std::to_string(effect.Number("percent")) + " %";
+}
 
 std::string TellRequest(const Effect& effect)
 {
@@ -108,7 +119,7 @@ constexpr Telling kTellings[] = {
     {"state", TellState},       {"process", TellProcess},       {"clock", TellClock},
     {"debug", TellDebug},       {"plan activated", TellPlan},   {"request", TellRequest},
     {"session", TellSession},   {"device request", TellDevice}, {"mute", TellMute},
-    {"endpoint", TellEndpoint},
+    {"endpoint", TellEndpoint}, {"power source", TellSource},
 };
 
 }  // namespace

@@ -60,6 +60,14 @@ inline constexpr GUID GUID_POWERBUTTON_ACTION{
 inline constexpr GUID GUID_LOCK_CONSOLE_ON_WAKE{
     0x0E796BDB, 0x100D, 0x47D6, {0xA2, 0xD5, 0xF7, 0xD2, 0xDA, 0xA5, 0x1F, 0x51}};
 
+// --- What is announced when it changes, besides GUID_STANDBY_TIMEOUT ---
+// 32 bits: 0 mains, 1 battery, 2 an uninterruptible power supply.
+inline constexpr GUID GUID_ACDC_POWER_SOURCE{
+    0x5D3E9A59, 0xE9D5, 0x4B00, {0xA6, 0xBD, 0xFF, 0x34, 0xFF, 0x51, 0x65, 0x48}};
+// A GUID: of the predefined plan that the active one is like.
+inline constexpr GUID GUID_POWERSCHEME_PERSONALITY{
+    0x245D8541, 0x3943, 0x4422, {0xB0, 0x25, 0x13, 0xA7, 0x84, 0xF6, 0x79, 0xB7}};
+
 // --- Status and capabilities ---
 struct SYSTEM_POWER_STATUS
 {

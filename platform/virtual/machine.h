@@ -126,9 +126,9 @@ public:
     Disk disk;
     Outputs outputs;
     EventLog event_log;
+    Announcer announcer{*this};  // before the rooms that provide values to announce
     Power power{*this};
     Devices devices{*this};
-    Announcer announcer{*this};
     Session session{*this};
     Com com;
     Audio audio{*this};
