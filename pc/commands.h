@@ -15,6 +15,8 @@
 #include "pc/story.h"
 #include "platform/virtual/machine.h"
 
+class AgentClient;
+
 // What a running command works on.
 struct Stage
 {
@@ -24,6 +26,12 @@ struct Stage
     Story& story;
     std::ostream& out;
     std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
+
+    // The programs that use the control interface, the one that commands are about, and what it was
+    // answered last.
+    std::map<std::string, std::shared_ptr<AgentClient>> clients = {};
+    std::string client = "UI";
+    std::string client_answer = {};
 };
 
 using Action = std::function<void(Stage&)>;
@@ -46,6 +54,7 @@ std::vector<Command> FaultCommands();     // fault, pipe
 std::vector<Command> PowerCommands();     // power, plan
 std::vector<Command> SessionCommands();   // session, program
 std::vector<Command> AudioCommands();     // audio
+std::vector<Command> ClientCommands();    // client
 std::vector<Command> ExpectCommands();    // expect
 std::vector<Command> ShowCommands();      // show
 
