@@ -1,25 +1,12 @@
 // A day of the whole service, through every state and back, with one platform call failing: however
 // small the call, the service goes on to its end and gives back what it took.
 
-#include "log/log.h"
-#include "service/state_machine_thread.h"
-#include "settings/settings_store.h"
-#include "state/global_events.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
 
 namespace {
-
-int RunService()
-{
-    RegInit();
-    createGlobalEvents();
-    StateMachineThreadProc(nullptr);
-    closeGlobalEvents();
-    return 0;
-}
 
 // Each value that is not what it was, but for the never-sleep plan's processor maximum, which is
 // given back as 100.
@@ -51,6 +38,7 @@ std::size_t MayChange(const std::string& failed)
 // Lives through the day with the n-th call failing. False when there are not so many.
 bool LiveThroughADay(std::uint64_t n)
 {
+    Refresh();
     Machine pc({.free = kRunFree});
     pc.registry.SetDword(kUserKey, L"DndToS3", 1);
     pc.registry.SetDword(kUserKey, L"LoggingLevel", 1);
