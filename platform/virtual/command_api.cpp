@@ -3,6 +3,7 @@
 #include "platform/command.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <stdexcept>
 #include <string>
@@ -38,10 +39,10 @@ private:
     static std::FILE* FileOf(const std::string& text)
     {
         const int file = memfd_create("output", MFD_CLOEXEC);
-        std::FILE* stream = fdopen(file, "w+");
+        const auto size = static_cast<ssize_t>(text.size());
+        std::FILE* stream =
+            pwrite(file, text.data(), text.size(), 0) == size ? fdopen(file, "r") : nullptr;
         if (!stream) throw std::runtime_error("the host has no file for a command's output");
-        std::fwrite(text.data(), 1, text.size(), stream);
-        std::rewind(stream);
         return stream;
     }
 
