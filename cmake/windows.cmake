@@ -41,3 +41,12 @@ add_library(wine_powrprof SHARED tests/wine/powrprof.cpp platform/virtual/power_
 target_link_libraries(wine_powrprof PRIVATE uuid)
 set_target_properties(wine_powrprof PROPERTIES
     PREFIX "" OUTPUT_NAME powrprof RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+
+# The package: the program, the clients to start from, and what an administrator needs.
+install(TARGETS HOLVService RUNTIME DESTINATION .)
+install(DIRECTORY package/ DESTINATION .)
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_NAME Holv)
+set(CPACK_PACKAGE_FILE_NAME Holv-${PROJECT_VERSION}-x64)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)
