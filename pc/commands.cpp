@@ -61,6 +61,7 @@ const std::vector<Command>& AllCommands()
         Append(all, LifeCommands());
         Append(all, RegistryCommands());
         Append(all, PowerCommands());
+        Append(all, SleepCommands());
         Append(all, SessionCommands());
         Append(all, AudioCommands());
         Append(all, FaultCommands());

@@ -26,6 +26,8 @@ struct Stage
     Story& story;
     std::ostream& out;
     std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
+    // Of the programs that a script lets ask for something, by their names.
+    std::map<std::string, std::shared_ptr<virtual_pc::PowerRequest>> requests = {};
 
     // The programs that use the control interface, the one that commands are about, and what it was
     // answered last.
@@ -52,6 +54,7 @@ std::vector<Command> LifeCommands();      // clock, service, signal, run, say
 std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe
 std::vector<Command> PowerCommands();     // power, plan
+std::vector<Command> SleepCommands();     // user, sleep, wake, processor, battery
 std::vector<Command> SessionCommands();   // session, program
 std::vector<Command> AudioCommands();     // audio
 std::vector<Command> ClientCommands();    // client

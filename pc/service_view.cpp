@@ -50,10 +50,11 @@ std::optional<int> SlotOf(std::string_view name)
     return static_cast<int>(found - SlotNames().begin());
 }
 
-ServiceView::ServiceView(Machine& pc) : m_pc(pc)
+ServiceView::ServiceView(Machine& pc) : m_pc(pc), m_control(pc)
 {
     pc.image_loaded = [this](Process& process) {
         m_service = &process;
+        m_control.Serve(process);
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
         m_pc.Watch(state, [this](std::int32_t from, std::int32_t to) {
             m_pc.journal.Record("state", {{"from", std::wstring(StateNameOf(from))},

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "pc/control_thread.h"
 #include "platform/virtual/machine.h"
 
 // "HOLV_ACTIVE" and so on; "" for a number that is no state.
@@ -37,9 +38,11 @@ public:
     // when none runs.
     bool SetOverride(bool on);
 
-private:
+    // The address of one of the running service's symbols; null for none.
     void* Symbol(const char* name) const;
 
+private:
     virtual_pc::Machine& m_pc;
     virtual_pc::Process* m_service = nullptr;
+    ControlThread m_control;
 };

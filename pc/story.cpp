@@ -66,6 +66,24 @@ std::string TellSource(const Effect& effect)
     return "on battery, " + std::to_string(effect.Number("percent")) + " %";
 }
 
+std::string TellSleep(const Effect& effect)
+{
+    const std::wstring what = effect.Text("what");
+    const std::string why = ToUtf8(effect.Text("why"));
+    if (what == L"suspends") return "the PC goes to sleep (" + why + ")";
+    return what == L"asleep" ? "the PC is asleep" : "the PC wakes (" + why + ")";
+}
+
+std::string TellAway(const Effect& effect)
+{
+    return effect.Number("on") ? "away mode begins" : "away mode ends";
+}
+
+std::string TellDisplay(const Effect& effect)
+{
+    return effect.Number("on") ? "the display is on" : "the display goes off";
+}
+
 std::string TellRequest(const Effect& effect)
 {
     const std::string type = ToUtf8(effect.Text("type"));
@@ -135,7 +153,8 @@ constexpr Telling kTellings[] = {
     {"state", TellState},       {"process", TellProcess},       {"clock", TellClock},
     {"debug", TellDebug},       {"plan activated", TellPlan},   {"request", TellRequest},
     {"session", TellSession},   {"device request", TellDevice}, {"mute", TellMute},
-    {"endpoint", TellEndpoint}, {"power source", TellSource},
+    {"endpoint", TellEndpoint}, {"power source", TellSource},   {"sleep", TellSleep},
+    {"away mode", TellAway},    {"display", TellDisplay},
 };
 
 }  // namespace

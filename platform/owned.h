@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/automation.h"
+#include "platform/command.h"
 #include "platform/device.h"
 #include "platform/eventlog.h"
 #include "platform/file.h"
@@ -127,6 +128,14 @@ struct EnvironmentTraits
     static void Close(Type block) { DestroyEnvironmentBlock(block); }
 };
 using OwnedEnvironment = Owned<EnvironmentTraits>;
+
+struct CommandOutputTraits
+{
+    using Type = std::FILE*;
+    static Type None() { return nullptr; }
+    static void Close(Type output) { _pclose(output); }
+};
+using OwnedCommandOutput = Owned<CommandOutputTraits>;
 
 struct DeviceInfoSetTraits
 {

@@ -123,7 +123,7 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
     EXPECT_EQ(Play("service start\nexpect state HOLV_DND"), 1);
     EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_DND, but it is S0_NORMAL\n");
     EXPECT_EQ(Play("service start\nrun until state HOLV_S3 max 2h"), 1);
-    EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_S3 within 2h, but it is S0_NORMAL\n");
+    EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_S3 within 2h, but it is HOLV_IDLE\n");
 }
 
 TEST_F(ScriptTest, AStuckMachineIsReportedWithItsThreads)

@@ -24,6 +24,7 @@
 
 #include "platform/virtual/announcer.h"
 #include "platform/virtual/audio.h"
+#include "platform/virtual/battery.h"
 #include "platform/virtual/com.h"
 #include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
@@ -35,10 +36,13 @@
 #include "platform/virtual/outputs.h"
 #include "platform/virtual/power.h"
 #include "platform/virtual/process.h"
+#include "platform/virtual/processor.h"
 #include "platform/virtual/registry.h"
 #include "platform/virtual/scheduler.h"
 #include "platform/virtual/session.h"
+#include "platform/virtual/sleep.h"
 #include "platform/virtual/time.h"
+#include "platform/virtual/user.h"
 
 namespace virtual_pc {
 
@@ -74,7 +78,10 @@ public:
     // --- Time ---
     Instant now() const { return scheduler.now(); }
     CalendarTime clock() const { return m_switched_on_at + now(); }
+    // Sets the clock to a local time, as a user does, which is announced.
     void SetClock(CalendarTime local);
+    // Moves it, as daylight saving does at its start and end, which is not.
+    void ShiftClock(Duration by);
 
     // Lets the machine live for a time.
     void RunFor(Duration duration);
@@ -130,6 +137,10 @@ public:
     Power power{*this};
     Devices devices{*this};
     Session session{*this};
+    Processor processor{*this};
+    Battery battery{*this};
+    User user{*this};
+    SleepState sleep{*this};
     Com com;
     Audio audio{*this};
 

@@ -146,6 +146,7 @@ bool Power::SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
                                          {"what", std::wstring(L"set")},
                                          {"count", std::int64_t{count}},
                                          {"reason", request.reason}});
+    m_machine.sleep.Reconsider();
     return true;
 }
 
@@ -158,6 +159,7 @@ bool Power::ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
                                          {"what", std::wstring(L"cleared")},
                                          {"count", std::int64_t{count}},
                                          {"reason", request.reason}});
+    m_machine.sleep.Reconsider();
     return true;
 }
 
@@ -173,6 +175,7 @@ bool Power::Held(POWER_REQUEST_TYPE type) const
 std::wstring Power::Listing() const
 {
     const Hold hold(m_machine);
+    if (listing_instead) return *listing_instead;
     static constexpr std::wstring_view kSections[] = {L"DISPLAY:\n", L"SYSTEM:\n", L"AWAYMODE:\n"};
     std::wstring listing;
     for (std::size_t type = 0; type < std::size(kSections); ++type) {

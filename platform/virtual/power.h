@@ -72,6 +72,8 @@ public:
     bool Held(POWER_REQUEST_TYPE type) const;
     // The listing of the outstanding requests, in the form of "powercfg -requests".
     std::wstring Listing() const;
+    // Printed in its place, as another system may print it.
+    std::optional<std::wstring> listing_instead;
 
 private:
     // What is announced when it changes.
