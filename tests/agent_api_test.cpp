@@ -13,6 +13,7 @@
 #include "api/type_library.h"
 #include "log/log.h"
 #include "pc/agent_client.h"
+#include "platform/counted_object.h"
 #include "platform/message.h"
 #include "platform/owned.h"
 #include "settings/settings.h"
@@ -540,7 +541,7 @@ TEST_F(AgentTest, EachFeatureIsStoredLoggedAndReadBack)
         EXPECT_EQ(said.find(L"Setting  to ") != said.npos, none) << feature;
         EXPECT_EQ(said.find(L"Returning  of ") != said.npos, none) << feature;
     }
-    pc.power.SetBattery(80);
+    pc.power.battery_present = true;
     EXPECT_EQ(Client().Call(L"GetNeverSleepParam", {8}, {VT_I4}).Words(), L"1");
     pc.registry.Set(LR"(HKLM\Software\Microsoft\Communicator\4.0)", L"", {});
     EXPECT_EQ(Client().Call(L"GetNeverSleepParam", {4}, {VT_I4}).Words(), L"1");
