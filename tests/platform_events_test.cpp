@@ -85,6 +85,7 @@ void HandleAll()
 
 TEST_F(PlatformEventsTest, WithTheFeatureOffWhatIsHeardIsOnlySaid)
 {
+    pc.processor.SetLoad(100);  // never idle
     Start();
     Enter(HOLV_ACTIVE);
     const std::uint64_t stamped = S::m_ullLastSusResEventTime;
