@@ -150,11 +150,22 @@ std::string TellClientEvent(const Effect& effect)
 }
 
 constexpr Telling kTellings[] = {
-    {"state", TellState},       {"process", TellProcess},       {"clock", TellClock},
-    {"debug", TellDebug},       {"plan activated", TellPlan},   {"request", TellRequest},
-    {"session", TellSession},   {"device request", TellDevice}, {"mute", TellMute},
-    {"endpoint", TellEndpoint}, {"power source", TellSource},   {"sleep", TellSleep},
-    {"away mode", TellAway},    {"display", TellDisplay},
+    {"state", TellState},
+    {"process", TellProcess},
+    {"clock", TellClock},
+    {"debug", TellDebug},
+    {"plan activated", TellPlan},
+    {"request", TellRequest},
+    {"session", TellSession},
+    {"device request", TellDevice},
+    {"mute", TellMute},
+    {"endpoint", TellEndpoint},
+    {"power source", TellSource},
+    {"sleep", TellSleep},
+    {"away mode", TellAway},
+    {"display", TellDisplay},
+    {"client call", TellClientCall},
+    {"client event", TellClientEvent},
 };
 
 }  // namespace
