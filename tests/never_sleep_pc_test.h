@@ -65,8 +65,10 @@ public:
         EXPECT_EQ(pc.devices.All().front()->Mode().value_or(0),
                   static_cast<DWORD>(normal ? 0 : view.state().value_or(0)));
         const bool dnd_sleeps = pc.registry.GetDword(kUserKey, L"DndToS3").value_or(0) != 0;
-        const bool ready = (pc.power.line == 1 || !Member("m_bBatteryThresholdCrossed")) &&
-                           !(dnd_sleeps && Member("m_bSeenDndStart"));
+        const bool on_battery = pc.registry.GetDword(kUserKey, L"EnableHOLVOnDc").value_or(1) != 0;
+        const bool powered =
+            pc.power.line == 1 || (on_battery && !Member("m_bBatteryThresholdCrossed"));
+        const bool ready = powered && !(dnd_sleeps && Member("m_bSeenDndStart"));
         // Where the hours are slept through, a request may be left released at their end.
         const auto agrees = [&](POWER_REQUEST_TYPE type) {
             return pc.power.Held(type) == ready || (dnd_sleeps && ready);

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "log/log.h"
+#include "platform/kernel.h"
 #include "tests/never_sleep_pc_test.h"
 
 using namespace std::chrono_literals;
@@ -37,6 +38,17 @@ public:
     {
         constexpr Duration kDelays[] = {0s, 1ms, 999ms, 1s, 1001ms};
         return kDelays[m_seed % std::size(kDelays)];
+    }
+
+    // Does something after a time, on a thread of another program: at a moment that others have a
+    // part in, the seed draws who comes first.
+    void Meanwhile(Duration after, const std::function<void(Machine&)>& what)
+    {
+        pc.Start([this, after, what] {
+            Sleep(static_cast<DWORD>(after / 1ms));
+            what(pc);
+            return 0;
+        });
     }
 
     // Whatever plan is active: no sleep becomes away mode.
@@ -79,15 +91,17 @@ const Race kRaces[] = {
          race.pc.sleep.Ask(L"test");
          race.pc.RunFor(1h);
          race.pc.sleep.WakeByTimer();
-         race.pc.RunFor(race.Jitter());
-         race.pc.user.Input();
+         race.Meanwhile(race.Jitter(), [](Machine& pc) { pc.user.Input(); });
+         race.pc.RunFor(3s);
+         // In the very moment of the entry both have their way, in some order.
+         if (race.Jitter() != 1s) race.ExpectNormalUse("the user was there in time");
      }},
     {"SuspendAgainstEntry", [](RacePc&) {},
      [](RacePc& race) {
          constexpr int kEnterActive = 1;
          race.ForbidAwayMode();
+         race.Meanwhile(0s, [](Machine& pc) { pc.sleep.Ask(L"test"); });
          race.view.Raise(kEnterActive);
-         race.pc.sleep.Ask(L"test");
          race.pc.RunFor(race.Jitter());
          race.pc.sleep.WakeByUser();
          race.pc.RunFor(1s);
@@ -95,13 +109,14 @@ const Race kRaces[] = {
      }},
     {"AwayModeOnAndOff", [](RacePc&) {},
      [](RacePc& race) {
-         for (int i = 0; i < 4; ++i) {
-             race.pc.sleep.Ask(L"test");
-             if (i % 2) race.pc.RunFor(race.Jitter() / 1000);
-             race.pc.user.Input();
+         for (int i = 0; i < 3; ++i) {
+             race.Meanwhile(0s, [](Machine& pc) { pc.sleep.Ask(L"test"); });
+             race.Meanwhile(race.Jitter() / 999, [](Machine& pc) { pc.user.Input(); });
          }
-         race.pc.RunFor(race.Jitter());
+         race.pc.RunFor(1s);
          race.pc.user.Input();
+         race.pc.RunFor(1s);
+         race.ExpectNormalUse("the user came last");
      }},
     {"EndOfTheHoursAgainstTheUser",
      [](RacePc& race) {
@@ -112,27 +127,37 @@ const Race kRaces[] = {
          race.pc.sleep.Ask(L"test");
          race.pc.RunFor(8h + 30s);
          EXPECT_EQ(race.pc.sleep.phase(), SleepState::Phase::asleep);
+         race.Meanwhile(0s, [](Machine& pc) { pc.user.Input(); });
          race.pc.RunFor(28s + race.Jitter());
          race.pc.sleep.WakeByUser();
+         race.pc.RunFor(3s);
+         race.ExpectNormalUse("the user has come");
      }},
-    {"HoursSetFromElsewhere", [](RacePc&) {},
+    {"ClockSetAtABoundary", [](RacePc&) {},
      [](RacePc& race) {
          race.pc.SetClock(*ParseCalendar("2026-03-02 23:00"));
          race.pc.sleep.Ask(L"test");
          race.pc.SetClock(*ParseCalendar("2026-03-02 21:59"));
          race.pc.RunFor(race.Jitter());
          race.pc.SetClock(*ParseCalendar("2026-03-03 05:59"));
-         race.pc.RunFor(60s);
+         race.Meanwhile(60s, [](Machine& pc) {
+             pc.SetClock(*ParseCalendar("2026-03-03 22:30"));
+             pc.user.Input();
+         });
+         race.pc.RunFor(61s);
          race.pc.user.Input();
      }},
     {"LowBatteryAgainstMains", [](RacePc&) {},
      [](RacePc& race) {
-         race.pc.power.RunOnBattery(10, false);
+         race.pc.power.RunOnBattery(16, false);
          race.pc.sleep.Ask(L"test");
-         race.pc.RunFor(race.Jitter());
-         race.pc.power.RunOnMains();
-         race.pc.RunFor(race.Jitter());
-         race.pc.power.RunOnBattery(14, false);
+         race.pc.battery.DrainAt(360);
+         // The monitor looks every ten seconds.
+         for (const Duration at : {10s, 20s, 30s}) {
+             race.Meanwhile(at, [](Machine& pc) { pc.power.RunOnMains(); });
+             race.Meanwhile(at + race.Jitter(),
+                            [](Machine& pc) { pc.power.RunOnBattery(14, false); });
+         }
          race.pc.RunFor(2min);
          race.pc.power.RunOnMains();
          race.pc.sleep.WakeByUser();
