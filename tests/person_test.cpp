@@ -17,6 +17,8 @@ struct Habits
     DWORD on_battery;
 };
 
+std::ostream& operator<<(std::ostream& out, const Habits& habits) { return out << habits.name; }
+
 class PersonTest : public ::testing::TestWithParam<Habits>
 {
 };

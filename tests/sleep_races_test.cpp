@@ -84,6 +84,8 @@ struct Race
     void (*run)(RacePc&);
 };
 
+std::ostream& operator<<(std::ostream& out, const Race& race) { return out << race.name; }
+
 const Race kRaces[] = {
     {"UserAgainstDelayedEntry", [](RacePc&) {},
      [](RacePc& race) {
