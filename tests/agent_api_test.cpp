@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <sstream>
 
 #include "api/agent_api.h"
 #include "api/agent_features.h"
@@ -13,6 +14,7 @@
 #include "api/type_library.h"
 #include "log/log.h"
 #include "pc/agent_client.h"
+#include "pc/commands.h"
 #include "platform/counted_object.h"
 #include "platform/message.h"
 #include "platform/owned.h"
@@ -803,6 +805,56 @@ TEST_F(AgentTest, ASinkWhoseProgramIsGoneFailsAndStopsNobody)
     EXPECT_EQ(client.PutProperty(L"NeverSleepEventCode", 1).Words(), L"ok");
     EXPECT_EQ(client.Heard(L"A"), L"") << "it could not be reached";
     EXPECT_EQ(client.GetProperty(L"NeverSleepEventCode").Words(), L"1");
+}
+
+TEST_F(AgentTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
+{
+    std::ostringstream out;
+    ServiceView view(pc);
+    Story story(pc, out);
+    const Image image;
+    {
+        Stage stage{pc, image, view, story, out, {}};
+        for (const char* line : {
+                 "client set E_AUDIO 1",
+                 "client get E_AUDIO",
+                 "expect client answer 1",
+                 "client advise A cancels",
+                 "client use Second",
+                 "client advise A",
+                 "client event 1",
+                 "expect client heard A 1",
+                 "client quit",
+                 "client use UI",
+                 "client event 2",
+                 "client event",
+                 "expect client answer 0",
+                 "client unadvise A",
+                 "client unadvise A",
+                 "expect client answer 0x80040200",
+                 "client interval 1320 360",
+                 "client status",
+                 "expect client answer \"1320 360\"",
+                 "client quit",
+             }) {
+            Bind(ReadLine(line, {}, 1))(stage);
+        }
+        EXPECT_THROW(Bind(ReadLine("client set E_NONE 1", {}, 1)), ScriptError);
+        EXPECT_THROW(Bind(ReadLine("client advise A explodes", {}, 1)), ScriptError);
+        Bind(ReadLine("client version", {}, 1))(stage);
+        EXPECT_THROW(Bind(ReadLine("expect client answer 2", {}, 1))(stage), ExpectationFailed);
+        Bind(ReadLine("client quit", {}, 1))(stage);
+    }
+    for (const char* told : {
+             "UI: SetNeverSleepParam 1 1\n",
+             "Second: sink A hears of event code 1\n",
+             "UI: sink A hears of event code 2\n",
+             "UI: unadvise A fails with 0x80040200\n",
+             "UI: GetNeverSleepApiVersion gives 1,1,70,537\n",
+             "E_AUDIO  1\n",
+         }) {
+        EXPECT_NE(out.str().find(told), std::string::npos) << told;
+    }
 }
 
 // --- Activation ---
