@@ -120,6 +120,26 @@ Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view comma
     return &Begin(*found, command_line, std::move(launch));
 }
 
+Process* Machine::StartMeant(std::wstring_view command_line, std::optional<Launch> launch,
+                             DWORD& error)
+{
+    const Hold hold(*this);
+    error = ERROR_FILE_NOT_FOUND;
+    for (const std::wstring& path : ProgramsMeant(command_line)) {
+        std::optional<std::string> file;
+        try {
+            file = disk.Read(path);
+        } catch (const std::invalid_argument&) {
+            // A name that lies nowhere on the disk.
+        }
+        if (!file) continue;
+        Process* process = StartInstalled(path, command_line, std::move(launch));
+        error = process ? ERROR_SUCCESS : ERROR_BAD_EXE_FORMAT;
+        return process;
+    }
+    return nullptr;
+}
+
 Process& Machine::Start(const Image& image, std::wstring_view arguments)
 {
     const Hold hold(*this);

@@ -37,6 +37,7 @@
 #include "platform/virtual/process.h"
 #include "platform/virtual/registry.h"
 #include "platform/virtual/scheduler.h"
+#include "platform/virtual/service_manager.h"
 #include "platform/virtual/session.h"
 #include "platform/virtual/time.h"
 
@@ -92,6 +93,8 @@ public:
     // Starts the program at `path`, in any letter case; null when there is none on the disk.
     Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
                             std::optional<Launch> launch = {});
+    // Starts the program that a command line means; null, and why, when there is none.
+    Process* StartMeant(std::wstring_view command_line, std::optional<Launch> launch, DWORD& error);
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.
@@ -130,6 +133,7 @@ public:
     Devices devices{*this};
     Announcer announcer{*this};
     Session session{*this};
+    ServiceManager services{*this};
     Com com;
     Audio audio{*this};
 
