@@ -62,6 +62,7 @@ class Answer final : public Waitable
 public:
     std::string_view Kind() const override { return "a service's answer"; }
     DWORD result = NO_ERROR;
+    SERVICE_STATUS status{};  // of the service, as the handler left it
 };
 
 std::vector<std::wstring> NamesIn(const wchar_t* list)
@@ -158,15 +159,16 @@ BOOL WINAPI ControlService(SC_HANDLE handle, DWORD control, LPSERVICE_STATUS sta
     *status = service->status;
     const auto answer = std::make_shared<Answer>();
     const DWORD error =
-        call.machine.services.Control(service->name, control, [answer](DWORD result) {
+        call.machine.services.Control(service->name, control, [answer, service](DWORD result) {
             answer->result = result;
+            answer->status = service->status;
             answer->Signal();
         });
     if (error) return call.Fail(error);
     const Instant deadline = call.machine.now() + std::chrono::seconds{30};
     const DWORD waited = Waitable::WaitFor(call.machine, call.thread, {answer}, false, deadline);
-    *status = service->status;
     if (waited == WAIT_TIMEOUT) return call.Fail(ERROR_SERVICE_REQUEST_TIMEOUT);
+    *status = answer->status;
     return answer->result ? call.Fail(answer->result) : TRUE;
 }
 
