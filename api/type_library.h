@@ -1,0 +1,9 @@
+// The type library of the control interface, which the executable carries.
+#pragma once
+
+#include "platform/com.h"
+
+// Registers the library, and the interfaces that are called by it, from the running executable:
+// for the whole machine, or for the current user only.
+HRESULT RegisterAgentTypeLibrary(bool perUser);
+HRESULT UnregisterAgentTypeLibrary(bool perUser);
