@@ -53,6 +53,8 @@ std::optional<int> SlotOf(std::string_view name)
 ServiceView::ServiceView(Machine& pc) : m_pc(pc)
 {
     pc.image_loaded = [this](Process& process) {
+        // A run of the program beside the running service, for a switch or a client, is no service.
+        if (service() && !m_pc.services.ServiceOf(process)) return;
         m_service = &process;
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
         m_pc.Watch(state, [this](std::int32_t from, std::int32_t to) {

@@ -41,6 +41,13 @@ inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 #define CLSCTX_LOCAL_SERVER 0x4u
 #define CLSCTX_ALL 0x17u
 
+#define REGCLS_MULTIPLEUSE 1u
+#define REGCLS_SUSPENDED 4u
+
+#define RPC_C_AUTHN_LEVEL_NONE 1u
+#define RPC_C_IMP_LEVEL_IDENTIFY 2u
+#define EOAC_NONE 0u
+
 #define COINIT_MULTITHREADED 0x0u
 #define COINIT_APARTMENTTHREADED 0x2u
 
@@ -78,6 +85,20 @@ void WINAPI CoUninitialize();
 // when the thread is in no apartment. `object` is null on failure.
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
                                 LPVOID* object);
+
+// Lets the class objects of the calling process be found, all at once.
+HRESULT WINAPI CoResumeClassObjects();
+
+// Count what keeps the calling process alive; both return the new count. When it falls to 0, the
+// process's class objects are suspended, so that no client comes while it ends.
+ULONG WINAPI CoAddRefServerProcess();
+ULONG WINAPI CoReleaseServerProcess();
+
+// Sets the process's security for calls: `services` -1 lets the system choose.
+HRESULT WINAPI CoInitializeSecurity(LPVOID securityDescriptor, LONG services, LPVOID serviceList,
+                                    LPVOID reserved1, DWORD authenticationLevel,
+                                    DWORD impersonationLevel, LPVOID authenticationList,
+                                    DWORD capabilities, LPVOID reserved3);
 
 // A new identifier.
 HRESULT WINAPI CoCreateGuid(GUID* guid);

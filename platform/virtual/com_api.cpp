@@ -13,6 +13,10 @@ Function co_initialize_ex{"CoInitializeEx", Failing::hresult};
 Function co_initialize{"CoInitialize", Failing::hresult};
 Function co_uninitialize{"CoUninitialize", Failing::never, Role::gives_back};
 Function co_create_instance{"CoCreateInstance", Failing::hresult};
+Function co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
+Function co_initialize_security{"CoInitializeSecurity", Failing::hresult};
+Function co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
+Function co_release_server_process{"CoReleaseServerProcess", Failing::never};
 Function co_create_guid{"CoCreateGuid", Failing::hresult};
 Function co_task_mem_alloc{"CoTaskMemAlloc"};
 Function co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
@@ -61,6 +65,32 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
     if (!factory) return REGDB_E_CLASSNOTREG;
     if (outer) return CLASS_E_NOAGGREGATION;
     return factory(id, object);
+}
+
+// Nobody outside the process looks for its class objects yet.
+HRESULT WINAPI CoResumeClassObjects()
+{
+    Call call(co_resume_class_objects);
+    return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
+}
+
+ULONG WINAPI CoAddRefServerProcess()
+{
+    Call call(co_add_ref_server_process);
+    return ++call.process().server_references;
+}
+
+ULONG WINAPI CoReleaseServerProcess()
+{
+    Call call(co_release_server_process);
+    return --call.process().server_references;
+}
+
+HRESULT WINAPI CoInitializeSecurity(LPVOID, LONG, LPVOID, LPVOID, DWORD, DWORD, LPVOID, DWORD,
+                                    LPVOID)
+{
+    Call call(co_initialize_security);
+    return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
 }
 
 HRESULT WINAPI CoCreateGuid(GUID* guid)

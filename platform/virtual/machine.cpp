@@ -93,6 +93,28 @@ void Machine::RunUntilEnd(const Process& process)
     RunUntil([&] { return !process.running(); });
 }
 
+// Effect "power switch": `what` was done, on or off.
+void Machine::Boot()
+{
+    journal.Record("power switch", {{"what", L"on"}});
+    services.Boot();
+    Settle();
+}
+
+void Machine::ShutDown()
+{
+    services.Shutdown();
+    RunUntil([this] { return services.AllEnded(); }, std::chrono::seconds{20});
+    {
+        const Hold hold(*this);
+        for (const auto& process : m_processes) process->Terminate(1);
+    }
+    RunUntil([this] {
+        return std::ranges::none_of(m_processes, [](const auto& p) { return p->running(); });
+    });
+    journal.Record("power switch", {{"what", L"off"}});
+}
+
 void Machine::Install(const Image& image)
 {
     const Hold hold(*this);

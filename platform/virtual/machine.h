@@ -25,12 +25,14 @@
 #include "platform/virtual/announcer.h"
 #include "platform/virtual/audio.h"
 #include "platform/virtual/com.h"
+#include "platform/virtual/cpu.h"
 #include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
 #include "platform/virtual/event_log.h"
 #include "platform/virtual/faults.h"
 #include "platform/virtual/handles.h"
 #include "platform/virtual/journal.h"
+#include "platform/virtual/libraries.h"
 #include "platform/virtual/one_core.h"
 #include "platform/virtual/outputs.h"
 #include "platform/virtual/power.h"
@@ -86,6 +88,12 @@ public:
     // Lets everybody run who can, at a standing clock.
     void Settle() { RunFor(Duration{0}); }
 
+    // --- The power switch ---
+    // Starts the services that start by themselves, as at power-on.
+    void Boot();
+    // Tells the services, waits for their end for twenty seconds at most, and ends what still runs.
+    void ShutDown();
+
     // --- Processes ---
     // Puts a program on the disk: an image, or a function of the host program that it runs.
     void Install(const Image& image);
@@ -136,6 +144,8 @@ public:
     ServiceManager services{*this};
     Com com;
     Audio audio{*this};
+    Cpu cpu;
+    Libraries libraries;
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;

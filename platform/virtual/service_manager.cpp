@@ -371,22 +371,23 @@ std::shared_ptr<Service> ServiceManager::FindRun(SERVICE_STATUS_HANDLE handle) c
 }
 
 // The journal's "service status": the service's `name`, its `state`, the controls `accepted` and
-// its `exit_code`.
-void ServiceManager::Record(const Service& service) const
+// its `exit_code`; what the state `was` before.
+void ServiceManager::Record(const Service& service, DWORD before) const
 {
     m_machine.journal.Record(
         "service status", {{"name", service.name},
                            {"state", std::wstring(ServiceStateName(service.status.dwCurrentState))},
                            {"accepted", std::uint64_t{service.status.dwControlsAccepted}},
-                           {"exit_code", std::uint64_t{service.status.dwWin32ExitCode}}});
+                           {"exit_code", std::uint64_t{service.status.dwWin32ExitCode}},
+                           {"was", std::wstring(ServiceStateName(before))}});
 }
 
 void ServiceManager::SetState(Service& service, DWORD state, DWORD exit_code)
 {
-    service.status.dwCurrentState = state;
+    const DWORD before = std::exchange(service.status.dwCurrentState, state);
     service.status.dwControlsAccepted = 0;
     service.status.dwWin32ExitCode = exit_code;
-    Record(service);
+    Record(service, before);
     if (state == SERVICE_STOPPED) {
         StartWaiting();
         RemoveIfMarked(service);
@@ -395,9 +396,10 @@ void ServiceManager::SetState(Service& service, DWORD state, DWORD exit_code)
 
 void ServiceManager::Report(Service& service, const SERVICE_STATUS& status)
 {
+    const DWORD before = service.status.dwCurrentState;
     service.status = status;
     service.reports.push_back(status);
-    Record(service);
+    Record(service, before);
     if (service.stopped() && service.called) service.called->Signal();
     if (service.stopped() || service.running()) StartWaiting();
 }
@@ -470,6 +472,13 @@ void ServiceManager::Shutdown()
             Queue(*service, {.control = SERVICE_CONTROL_SHUTDOWN});
         }
     }
+}
+
+bool ServiceManager::AllEnded() const
+{
+    const Hold hold(m_machine);
+    return std::ranges::none_of(m_services,
+                                [](const auto& known) { return known.second->process; });
 }
 
 std::shared_ptr<PowerSettingRegistration> ServiceManager::Register(

@@ -120,6 +120,8 @@ public:
     void Boot();
     // Tells the services that want to hear it that the PC shuts down.
     void Shutdown();
+    // Whether no service's process is left.
+    bool AllEnded() const;
 
     // Machine::announcer's.
     bool Hear(const Announcement& announcement, const std::function<void()>& handled) override;
@@ -143,7 +145,7 @@ private:
     void StartWaiting();
     DWORD Launch(Service& service, const ServiceConfig& config);
     void SetState(Service& service, DWORD state, DWORD exit_code);
-    void Record(const Service& service) const;
+    void Record(const Service& service, DWORD before) const;
 
     Machine& m_machine;
     std::map<std::wstring, std::shared_ptr<Service>, NoCase> m_services;
