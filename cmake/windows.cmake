@@ -42,3 +42,22 @@ add_library(wine_powrprof SHARED tests/wine/powrprof.cpp platform/virtual/power_
 target_link_libraries(wine_powrprof PRIVATE uuid)
 set_target_properties(wine_powrprof PROPERTIES
     PREFIX "" OUTPUT_NAME powrprof RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+
+# Programs for the Wine check: one signals the running service's events, which it finds by the
+# linker's map; one stands for a helper and tells how it was started.
+foreach(program raise_event tell_start)
+    add_executable(wine_${program} tests/wine/${program}.cpp)
+    target_link_options(wine_${program} PRIVATE -municode -mconsole)
+    set_target_properties(wine_${program} PROPERTIES
+        OUTPUT_NAME ${program} RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+endforeach()
+target_link_options(HOLVService PRIVATE -Wl,-Map=${CMAKE_BINARY_DIR}/HOLVService.map)
+
+# The package: the program, the clients to start from, and what an administrator needs.
+install(TARGETS HOLVService RUNTIME DESTINATION .)
+install(DIRECTORY package/ DESTINATION .)
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_NAME Holv)
+set(CPACK_PACKAGE_FILE_NAME Holv-${PROJECT_VERSION}-x64)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)

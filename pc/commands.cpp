@@ -62,6 +62,7 @@ const std::vector<Command>& AllCommands()
         Append(all, ServiceCommands());
         Append(all, RegistryCommands());
         Append(all, PowerCommands());
+        Append(all, SleepCommands());
         Append(all, SessionCommands());
         Append(all, AudioCommands());
         Append(all, FaultCommands());

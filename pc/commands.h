@@ -24,6 +24,8 @@ struct Stage
     Story& story;
     std::ostream& out;
     std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
+    // Of the programs that a script lets ask for something, by their names.
+    std::map<std::string, std::shared_ptr<virtual_pc::PowerRequest>> requests = {};
 };
 
 using Action = std::function<void(Stage&)>;
@@ -45,6 +47,7 @@ std::vector<Command> ServiceCommands();   // service, pc, cpu
 std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe
 std::vector<Command> PowerCommands();     // power, plan
+std::vector<Command> SleepCommands();     // user, sleep, wake, processor, battery
 std::vector<Command> SessionCommands();   // session, program
 std::vector<Command> AudioCommands();     // audio
 std::vector<Command> ExpectCommands();    // expect

@@ -1,5 +1,248 @@
-// The power room: source and battery, plans and requests.
+// The power room and the platform device: source and battery, plans, requests, modes.
 
 #include "pc/commands.h"
 
-std::vector<Command> PowerCommands() { return {}; }
+using namespace virtual_pc;
+
+namespace {
+
+// --- Source and battery ---
+
+template <bool short_term>
+Action OnBattery(const ScriptLine& line, const Arguments& a)
+{
+    const std::uint32_t percent = NumberOf(line, a[0]);
+    if (percent > 100) throw ScriptError(line, "\"" + a[0] + "\" is no charge of 0 to 100");
+    return [=](Stage& stage) {
+        stage.pc.power.RunOnBattery(static_cast<BYTE>(percent), short_term);
+        stage.pc.Settle();
+    };
+}
+
+Action OnMains(const ScriptLine&, const Arguments&)
+{
+    return [](Stage& stage) {
+        stage.pc.power.RunOnMains();
+        stage.pc.Settle();
+    };
+}
+
+// --- Plans ---
+
+PowerPlan& FindPlan(const ScriptLine& line, Stage& stage, const std::string& name)
+{
+    PowerPlan* plan = stage.pc.power.FindPlan(FromUtf8(name));
+    if (!plan) throw ExpectationFailed(line, "there is no plan \"" + name + "\"");
+    return *plan;
+}
+
+PowerSource SourceOf(const ScriptLine& line, const std::string& text)
+{
+    return ChoiceOf(line, text, {"ac", "dc"}) == 0 ? PowerSource::ac : PowerSource::dc;
+}
+
+GUID SettingOf(const ScriptLine& line, const std::string& text)
+{
+    std::vector<std::string> names;
+    for (const PowerSetting& setting : PowerSettings()) names.push_back(ToUtf8(setting.name));
+    return PowerSettings()[ChoiceOf(line, text, {names.begin(), names.end()})].setting;
+}
+
+Action ActivatePlan(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        {
+            const Hold hold(stage.pc);
+            stage.pc.power.Activate(FindPlan(line, stage, name).guid);
+        }
+        stage.pc.Settle();
+    };
+}
+
+Action AddPlan(const ScriptLine& line, const Arguments& a)
+{
+    const std::optional<GUID> named = ParseGuid(FromUtf8(a[1]));
+    if (!named && !a[1].empty()) {
+        throw ScriptError(line, "\"" + a[1] + "\" is no GUID of 36 characters");
+    }
+    return [=, name = a[0]](Stage& stage) {
+        const Hold hold(stage.pc);
+        Power& power = stage.pc.power;
+        GUID guid{0x484F4C56, 0, 0x4000, {0x80}};
+        guid.Data4[7] = static_cast<BYTE>(power.plans().size());
+        power.AddPlan(FromUtf8(name), named.value_or(guid), GUID_TYPICAL_POWER_SAVINGS);
+    };
+}
+
+// As the control panel does it: what is set in the active plan counts at once.
+Action SetPlan(const ScriptLine& line, const Arguments& a)
+{
+    const PowerSource source = SourceOf(line, a[1]);
+    const GUID setting = SettingOf(line, a[2]);
+    const std::uint32_t value = NumberOf(line, a[3]);
+    return [=, name = a[0]](Stage& stage) {
+        {
+            const Hold hold(stage.pc);
+            Power& power = stage.pc.power;
+            const PowerPlan& plan = FindPlan(line, stage, name);
+            power.Write(plan.guid, setting, source, value);
+            if (&plan == &power.active()) power.Activate(plan.guid);
+        }
+        stage.pc.Settle();
+    };
+}
+
+Action ExpectActivePlan(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](Stage& stage) {
+        const Hold hold(stage.pc);
+        const PowerPlan& active = stage.pc.power.active();
+        if (&FindPlan(line, stage, name) == &active) return;
+        throw ExpectationFailed(
+            line, "expected plan " + name + " active, but it is " + ToUtf8(active.name));
+    };
+}
+
+Action ExpectPlan(const ScriptLine& line, const Arguments& a)
+{
+    const PowerSource source = SourceOf(line, a[1]);
+    const GUID setting = SettingOf(line, a[2]);
+    const std::uint32_t expected = NumberOf(line, a[3]);
+    return [=](Stage& stage) {
+        const Hold hold(stage.pc);
+        const GUID plan = FindPlan(line, stage, a[0]).guid;
+        const std::optional<DWORD> value = stage.pc.power.Read(plan, setting, source);
+        if (value == expected) return;
+        throw ExpectationFailed(
+            line, "expected " + a[0] + " " + a[1] + " " + a[2] + " to be " + a[3] + ", but it " +
+                      (value ? "is " + std::to_string(*value) : "has no such setting"));
+    };
+}
+
+void ShowPlans(Stage& stage)
+{
+    const Hold hold(stage.pc);
+    for (const auto& [guid, plan] : stage.pc.power.plans()) {
+        stage.out << ToUtf8(plan.name) << " (" << ToUtf8(FormatGuid(guid)) << ")"
+                  << (&plan == &stage.pc.power.active() ? ", active" : "") << "\n";
+        for (const PowerSetting& setting : PowerSettings()) {
+            const auto values = plan.values.find(setting.setting);
+            if (values == plan.values.end()) continue;
+            stage.out << "  " << ToUtf8(setting.name) << " ac " << values->second.ac << " dc "
+                      << values->second.dc << "\n";
+        }
+    }
+}
+
+// --- Requests ---
+
+Action ExpectRequest(const ScriptLine& line, const Arguments& a)
+{
+    const auto type =
+        static_cast<POWER_REQUEST_TYPE>(ChoiceOf(line, a[0], {"display", "system", "away"}));
+    const bool held = ChoiceOf(line, a[1], {"released", "held"}) == 1;
+    return [=](Stage& stage) {
+        if (stage.pc.power.Held(type) == held) return;
+        throw ExpectationFailed(line, "expected request " + a[0] + " " + a[1] + ", but it is " +
+                                          (held ? "released" : "held"));
+    };
+}
+
+void ShowRequests(Stage& stage) { stage.out << ToUtf8(stage.pc.power.Listing()); }
+
+// --- The platform device ---
+
+constexpr std::string_view kHolvDevice = R"(ACPI\QRX5071)";
+
+// A device of the platform's kind comes with its driver.
+Action AddDevice(const ScriptLine&, const Arguments& a)
+{
+    return [id = a[0]](Stage& stage) {
+        if (id.find(kHolvDevice) != id.npos) {
+            stage.pc.devices.AddHolvDevice(FromUtf8(id));
+        } else {
+            stage.pc.devices.Add(FromUtf8(id));
+        }
+    };
+}
+
+// The device of this id; without one the first with an interface.
+Device& FindDevice(const ScriptLine& line, const Stage& stage, const std::string& id)
+{
+    for (const auto& device : stage.pc.devices.All()) {
+        const bool meant = id.empty() ? !device->Interfaces().empty()
+                                      : stage.pc.devices.Find(FromUtf8(id)) == device.get();
+        if (meant) return *device;
+    }
+    throw ExpectationFailed(line, "there is no " + (id.empty() ? "platform device" : id));
+}
+
+Action RemoveDevice(const ScriptLine& line, const Arguments& a)
+{
+    return [line, id = a[0]](Stage& stage) { FindDevice(line, stage, id).SetPresent(false); };
+}
+
+Action FailDevice(const ScriptLine& line, const Arguments& a)
+{
+    const DWORD error = NumberOf(line, a[0]);
+    return [=](Stage& stage) { FindDevice(line, stage, "").FailRequests(error); };
+}
+
+std::string ModeText(const Device& device)
+{
+    const std::optional<DWORD> mode = device.Mode();
+    return mode ? "mode " + std::to_string(*mode) : "no mode yet";
+}
+
+Action ExpectMode(const ScriptLine& line, const Arguments& a)
+{
+    const DWORD mode = NumberOf(line, a[0]);
+    return [=](Stage& stage) {
+        const Device& device = FindDevice(line, stage, "");
+        if (device.Mode() == mode) return;
+        throw ExpectationFailed(
+            line, "expected device mode " + a[0] + ", but it has " + ModeText(device));
+    };
+}
+
+void ShowDevices(Stage& stage)
+{
+    for (const auto& device : stage.pc.devices.All()) {
+        stage.out << ToUtf8(device->instance_id()) << (device->Present() ? "" : ", taken out");
+        if (!device->Interfaces().empty()) stage.out << ", " << ModeText(*device);
+        stage.out << "\n";
+    }
+}
+
+template <void (*show)(Stage&)>
+Action Show(const ScriptLine&, const Arguments&)
+{
+    return show;
+}
+
+}  // namespace
+
+std::vector<Command> PowerCommands()
+{
+    return {
+        {"power ac", "plugs the PC in", OnMains},
+        {"power battery PERCENT", "lets it run on its battery, at a charge", OnBattery<false>},
+        {"power ups PERCENT", "lets it run on an uninterruptible supply", OnBattery<true>},
+        {"plan active NAME", "the user activates a power plan", ActivatePlan},
+        {"plan set NAME SOURCE SETTING VALUE",
+         "he changes one: for ac or dc, a setting that show plans names", SetPlan},
+        {"plan add NAME [GUID]", "he makes one of his own, like Balanced", AddPlan},
+        {"expect plan active NAME", "a plan is active", ExpectActivePlan},
+        {"expect plan NAME SOURCE SETTING VALUE", "a plan's value is so", ExpectPlan},
+        {"show plans", "the power plans and their values", Show<ShowPlans>},
+        {"expect request TYPE HELD", "display, system or away is held or released", ExpectRequest},
+        {"show requests", "the power requests, as the system lists them", Show<ShowRequests>},
+        {"device add ID", "plugs a device in", AddDevice},
+        {"device remove [ID]", "takes it out; the platform device when none is named",
+         RemoveDevice},
+        {"device fails ERROR", "makes the platform device refuse requests; 0 ends that",
+         FailDevice},
+        {"expect device mode N", "the platform device's mode", ExpectMode},
+        {"show devices", "the devices, and the platform device's mode", Show<ShowDevices>},
+    };
+}

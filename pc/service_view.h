@@ -37,9 +37,10 @@ public:
     // when none runs.
     bool SetOverride(bool on);
 
-private:
+    // The address of one of the running service's symbols; null for none.
     void* Symbol(const char* name) const;
 
+private:
     virtual_pc::Machine& m_pc;
     virtual_pc::Process* m_service = nullptr;
 };

@@ -53,7 +53,36 @@ std::string TellDebug(const Effect& effect)
     return refused ? "never-sleep mode is refused: the user has woken the PC" : "";
 }
 
-std::string TellPlan(const Effect& effect) { return "power plan: " + ToUtf8(effect.Text("plan")); }
+// Activating the active plan makes what was written to it count, which nobody sees.
+std::string TellPlan(const Effect& effect)
+{
+    if (effect.Text("plan") == effect.Text("before")) return {};
+    return "power plan: " + ToUtf8(effect.Text("plan"));
+}
+
+std::string TellSource(const Effect& effect)
+{
+    if (effect.Text("source") == L"ac") return "on mains power";
+    return "on battery, " + std::to_string(effect.Number("percent")) + " %";
+}
+
+std::string TellSleep(const Effect& effect)
+{
+    const std::wstring what = effect.Text("what");
+    const std::string why = ToUtf8(effect.Text("why"));
+    if (what == L"suspends") return "the PC goes to sleep (" + why + ")";
+    return what == L"asleep" ? "the PC is asleep" : "the PC wakes (" + why + ")";
+}
+
+std::string TellAway(const Effect& effect)
+{
+    return effect.Number("on") ? "away mode begins" : "away mode ends";
+}
+
+std::string TellDisplay(const Effect& effect)
+{
+    return effect.Number("on") ? "the display is on" : "the display goes off";
+}
 
 std::string TellRequest(const Effect& effect)
 {
@@ -141,6 +170,10 @@ constexpr Telling kTellings[] = {
     {"device request", TellDevice},
     {"mute", TellMute},
     {"endpoint", TellEndpoint},
+    {"power source", TellSource},
+    {"sleep", TellSleep},
+    {"away mode", TellAway},
+    {"display", TellDisplay},
     {"service", TellService},
     {"service status", TellServiceStatus},
     {"message box", TellMessageBox},

@@ -103,6 +103,11 @@ DWORD WINAPI GetCurrentProcessId();
 ULONGLONG WINAPI GetTickCount64();
 void WINAPI GetLocalTime(SYSTEMTIME* time);
 
+// How long the processors have idled, and worked for the kernel and for programs, since the machine
+// started, in 100-ns units. The kernel's time includes the idle time. FALSE with the last error set
+// on failure.
+BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user);
+
 // A lock that the owner may take again. Entering waits without limit; only the owner leaves it.
 // On the virtual PC the kernel sees who waits for whom and reports a circle.
 void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section);

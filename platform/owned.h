@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/com.h"
+#include "platform/command.h"
 #include "platform/device.h"
 #include "platform/eventlog.h"
 #include "platform/file.h"
@@ -145,6 +146,14 @@ struct EnvironmentTraits
     static void Close(Type block) { DestroyEnvironmentBlock(block); }
 };
 using OwnedEnvironment = Owned<EnvironmentTraits>;
+
+struct CommandOutputTraits
+{
+    using Type = std::FILE*;
+    static Type None() { return nullptr; }
+    static void Close(Type output) { _pclose(output); }
+};
+using OwnedCommandOutput = Owned<CommandOutputTraits>;
 
 struct DeviceInfoSetTraits
 {

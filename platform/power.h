@@ -17,6 +17,17 @@ inline constexpr GUID GUID_MIN_POWER_SAVINGS{
 inline constexpr GUID GUID_TYPICAL_POWER_SAVINGS{
     0x381B4222, 0xF694, 0x41F0, {0x96, 0x85, 0xFF, 0x5B, 0xB2, 0x60, 0xDF, 0x2E}};
 
+// --- What is announced of the PC and its user: 32 bits each ---
+// 1 on entering away mode, 0 on leaving it.
+inline constexpr GUID GUID_SYSTEM_AWAYMODE{
+    0x98A7F580, 0x01F7, 0x48AA, {0x9C, 0x0F, 0x44, 0x35, 0x2C, 0x29, 0xE5, 0xC0}};
+// The display: 1 on, 0 off.
+inline constexpr GUID GUID_MONITOR_POWER_ON{
+    0x02731015, 0x4510, 0x4526, {0x99, 0xE6, 0xE5, 0xA1, 0x7E, 0xBD, 0x1A, 0xEA}};
+// The user: 0 present, 1 not present, 2 inactive.
+inline constexpr GUID GUID_GLOBAL_USER_PRESENCE{
+    0x786E8A1D, 0xB427, 0x4344, {0x92, 0x07, 0x09, 0xE7, 0x0B, 0xDC, 0xBE, 0xA9}};
+
 // --- Subgroups of settings ---
 inline constexpr GUID GUID_SLEEP_SUBGROUP{
     0x238C9FA8, 0x0AAD, 0x41ED, {0x83, 0xF4, 0x97, 0xBE, 0x24, 0x2C, 0x8F, 0x20}};
@@ -67,15 +78,6 @@ inline constexpr GUID GUID_ACDC_POWER_SOURCE{
 // A GUID: of the predefined plan that the active one is like.
 inline constexpr GUID GUID_POWERSCHEME_PERSONALITY{
     0x245D8541, 0x3943, 0x4422, {0xB0, 0x25, 0x13, 0xA7, 0x84, 0xF6, 0x79, 0xB7}};
-// 32 bits: 1 entering away mode, 0 leaving it.
-inline constexpr GUID GUID_SYSTEM_AWAYMODE{
-    0x98A7F580, 0x01F7, 0x48AA, {0x9C, 0x0F, 0x44, 0x35, 0x2C, 0x29, 0xE5, 0xC0}};
-// 32 bits: 1 display on, 0 off.
-inline constexpr GUID GUID_MONITOR_POWER_ON{
-    0x02731015, 0x4510, 0x4526, {0x99, 0xE6, 0xE5, 0xA1, 0x7E, 0xBD, 0x1A, 0xEA}};
-// 32 bits: 0 present, 1 not present, 2 inactive.
-inline constexpr GUID GUID_GLOBAL_USER_PRESENCE{
-    0x786E8A1D, 0xB427, 0x4344, {0x92, 0x07, 0x09, 0xE7, 0x0B, 0xDC, 0xBE, 0xA9}};
 
 // --- Status and capabilities ---
 struct SYSTEM_POWER_STATUS
@@ -209,6 +211,11 @@ BYTE WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIES* capabilities);
 NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID input, ULONG inputSize,
                                        PVOID output, ULONG outputSize);
 
+// Puts the machine to sleep (`hibernate` FALSE), and returns when it has woken again, or when the
+// sleep has become away mode. With `wakeEventsDisabled` no timer wakes it. FALSE with the last
+// error set when it does not sleep.
+BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN force, BOOLEAN wakeEventsDisabled);
+
 // Creates a power request that asks for nothing yet. Returns a handle for CloseHandle, which
 // withdraws whatever it asks for, or INVALID_HANDLE_VALUE with the last error set.
 HANDLE WINAPI PowerCreateRequest(PREASON_CONTEXT context);
@@ -220,3 +227,14 @@ BOOL WINAPI PowerClearRequest(HANDLE request, POWER_REQUEST_TYPE type);
 }
 
 #endif
+
+// What CallNtPowerInformation gives for SystemPowerInformation. The SDK leaves it to whoever asks.
+struct SYSTEM_POWER_INFORMATION
+{
+    ULONG MaxIdlenessAllowed;  // percent
+    ULONG Idleness;            // percent
+    // Seconds before the idle PC sleeps. Counted on below zero while something keeps it awake.
+    ULONG TimeRemaining;
+    BYTE CoolingMode;
+};
+static_assert(sizeof(SYSTEM_POWER_INFORMATION) == 16);

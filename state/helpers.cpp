@@ -48,24 +48,24 @@ void ReportLaunch(const wchar_t* function, const CUserProcess& process)
     }
 }
 
-// The registry gives its failures as results and sets no last error; the lines name the result.
+// The registry gives its failures as results; the lines show the last error all the same.
 bool IsLockScreenDisabled()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::LockUserAccount";
     OwnedKey key;
-    LSTATUS status =
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, kOemKeyPath, 0, KEY_ALL_ACCESS, key.Receive());
-    if (status != ERROR_SUCCESS) {
-        Log(6, kFunction, L"RegOpenKeyEx is failed in LockUserAccount(), error=%d\n", status);
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kOemKeyPath, 0, KEY_ALL_ACCESS, key.Receive()) !=
+        ERROR_SUCCESS) {
+        Log(6, kFunction, L"RegOpenKeyEx is failed in LockUserAccount(), error=%d\n",
+            GetLastError());
         return false;
     }
     Log(6, kFunction, L"RegOpenKeyEx is successful");
     DWORD disabled = 0;
     DWORD size = sizeof(disabled);
-    status = RegGetValueW(key.Get(), nullptr, L"DisableLockScreen", RRF_RT_REG_DWORD, nullptr,
-                          &disabled, &size);
-    if (status != ERROR_SUCCESS) {
-        Log(6, kFunction, L"RegGetValue is failed in LockUserAccount(), error=%d\n", status);
+    if (RegGetValueW(key.Get(), nullptr, L"DisableLockScreen", RRF_RT_REG_DWORD, nullptr, &disabled,
+                     &size) != ERROR_SUCCESS) {
+        Log(6, kFunction, L"RegGetValue is failed in LockUserAccount(), error=%d\n",
+            GetLastError());
         return false;
     }
     Log(6, kFunction, L"RegGetValue is successful");

@@ -1,11 +1,67 @@
-// The processor and battery monitors belong here. Only stopping the processor monitor is done yet:
-// nothing starts it, and nothing is measured.
+// The processor's usage, watched while never-sleep mode is active, and the battery's charge,
+// watched while the PC runs on it.
+
 #include "log/log.h"
+#include "platform/kernel.h"
+#include "platform/power.h"
+#include "power/power_policy_manager.h"
+#include "settings/settings.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 
-void CNeverSleepState::StartCpuUsageMonitor() {}
-void CNeverSleepState::MonitorCpuUsage() {}
+namespace {
+
+constexpr LONGLONG kUnitsPerSecond = 10'000'000;
+constexpr BYTE kOffline = 0;
+
+std::uint64_t UnitsOf(const FILETIME& time)
+{
+    return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
+
+// In percent, since the system started: not of late, so that a short burst of work keeps nobody
+// awake. 0 when it cannot be read, and before any time has passed.
+DWORD CpuUsage()
+{
+    FILETIME idle{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (!GetSystemTimes(&idle, &kernel, &user)) return 0;
+    const std::uint64_t total = UnitsOf(kernel) + UnitsOf(user);
+    if (total == 0) return 0;
+    return static_cast<DWORD>((total - UnitsOf(idle)) * 100 / total);
+}
+
+void OnBatteryLow()
+{
+    using S = CNeverSleepState;
+    S::m_bBatteryThresholdCrossed = TRUE;
+    S::ConfigureAwayMode(FALSE);
+    S::ConfigureSystemRequired(FALSE);
+    LogOutstandingPowerRequests();
+    const ESystemState state = S::m_eSystemState;
+    if (state == S0_NORMAL || state == HOLV_INIT || !S::m_bInAwayMode) return;
+    if (const auto manager = S::m_pPowerPolicyManager.Get()) manager->TransitionFromHolvToS3();
+}
+
+}  // namespace
+
+void CNeverSleepState::StartCpuUsageMonitor()
+{
+    const DWORD seconds = g_dwCpuUsageCheckInterval;
+    ArmGlobalTimer(TIMER_CPU_USAGE, -(seconds * kUnitsPerSecond), seconds * 1000, FALSE);
+}
+
+void CNeverSleepState::MonitorCpuUsage()
+{
+    const DWORD usage = CpuUsage();
+    const DWORD threshold = g_dwCpuIdleThreshold;
+    if (usage >= threshold) return;
+    Log(2, L"CNeverSleepState::MonitorCpuUsage",
+        L"Amount of CPU usage is %lu which is below the idle threshold %d", usage, threshold);
+    CancelGlobalTimer(TIMER_CPU_USAGE);
+    SignalGlobalEvent(EVENT_ENTER_IDLE);
+}
 
 void CNeverSleepState::StopCpuUsageMonitor()
 {
@@ -14,4 +70,18 @@ void CNeverSleepState::StopCpuUsageMonitor()
     CancelGlobalTimer(TIMER_CPU_USAGE);
 }
 
-void CNeverSleepState::MonitorBatteryUsage() {}
+void CNeverSleepState::MonitorBatteryUsage()
+{
+    if (!g_bEnableNeverSleep) return;
+    SYSTEM_POWER_STATUS status{};
+    if (GetSystemPowerStatus(&status)) {
+        if (status.ACLineStatus != kOffline) return;
+        const DWORD remaining = status.BatteryLifePercent;
+        const DWORD threshold = g_dwSuspendBatteryThreshold;
+        Log(6, L"CNeverSleepState::MonitorBatteryUsage",
+            L"%d battery remaining, threshold set to %d", remaining, threshold);
+        if (remaining <= threshold && !m_bBatteryThresholdCrossed) OnBatteryLow();
+    }
+    ArmGlobalTimer(TIMER_BATTERY_USAGE, -(g_dwBatteryUsageCheckInterval * kUnitsPerSecond), 0,
+                   FALSE);
+}

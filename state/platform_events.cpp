@@ -34,14 +34,12 @@ constexpr DWORD kSourceShortTerm = 2;
 
 const struct Personality
 {
-    GUID guid;
+    const GUID& guid;
     const wchar_t* name;
 } kPersonalities[] = {
-    {{0xA1841308, 0x3541, 0x4FAB, {0xBC, 0x81, 0xF7, 0x15, 0x56, 0xF2, 0x0B, 0x4A}},
-     L"Power Saver"},
-    {{0x8C5E7FDA, 0xE8BF, 0x4A96, {0x9A, 0x85, 0xA6, 0xE2, 0x3A, 0x8C, 0x63, 0x5C}},
-     L"Max Performance"},
-    {{0x381B4222, 0xF694, 0x41F0, {0x96, 0x85, 0xFF, 0x5B, 0xB2, 0x60, 0xDF, 0x2E}}, L"Balanced"},
+    {GUID_MAX_POWER_SAVINGS, L"Power Saver"},
+    {GUID_MIN_POWER_SAVINGS, L"Max Performance"},
+    {GUID_TYPICAL_POWER_SAVINGS, L"Balanced"},
 };
 
 const wchar_t* PersonalityName(const GUID& guid)

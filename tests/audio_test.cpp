@@ -4,14 +4,7 @@
 #include <set>
 
 #include "audio/audio_manager.h"
-#include "log/log.h"
-#include "platform/owned.h"
-#include "service/state_machine_thread.h"
-#include "settings/settings.h"
-#include "settings/settings_store.h"
-#include "state/global_events.h"
-#include "state/never_sleep_state.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
@@ -20,92 +13,14 @@ namespace {
 
 using S = CNeverSleepState;
 
-// A process that runs the state machine from start to end, as the service's main does.
-int RunService()
-{
-    RegInit();
-    createGlobalEvents();
-    {
-        const OwnedHandle thread(
-            CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
-        WaitForSingleObject(thread.Get(), INFINITE);
-    }
-    closeGlobalEvents();
-    return 0;
-}
-
-// The state record outlives the processes of a test program; a new process finds it fresh.
-void Refresh()
-{
-    S::m_eSystemState = S::m_ePreviousState = HOLV_INIT;
-    S::m_bInAwayMode = FALSE;
-    S::m_ullLastSusResEventTime = S::m_ullLastAudioEventTime = 0;
-}
-
-void Go(Machine& pc, GlobalEvent event)
-{
-    SignalGlobalEvent(event);
-    pc.RunFor(10ms);
-}
-
-class AudioTest : public VirtualPcTest
+class AudioTest : public RunningServiceTest
 {
 protected:
-    AudioTest()
-    {
-        Set(L"LoggingLevel", 6);
-        Set(L"LoggingEnabled", kLogToDebugger);
-    }
-    ~AudioTest() override { Refresh(); }
-
-    void Set(const wchar_t* setting, DWORD value)
-    {
-        pc.registry.SetDword(kUserKey, setting, value);
-    }
-    void Start()
-    {
-        m_service = &pc.Start(RunService);
-        pc.RunFor(10ms);
-    }
-    void Stop()
-    {
-        SignalGlobalEvent(EVENT_SERVICE_STOP);
-        pc.RunUntilEnd(*m_service);
-    }
-    // Runs `body` on a thread of the service's process, as the control interface does.
-    void InService(std::function<void()> body)
-    {
-        bool done = false;
-        {
-            const Hold hold(pc);
-            m_service->StartThread(pc, [&]() -> DWORD {
-                body();
-                const Hold end(pc);
-                done = true;
-                return 0;
-            });
-        }
-        pc.RunUntil([&] { return done; });
-    }
-
-    int TimesTold(const std::wstring& text) const
-    {
-        int times = 0;
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
-            times += pc.outputs.debug()[i].text.find(text) != std::wstring::npos;
-        }
-        return times;
-    }
-    void Forget() { m_forgotten = pc.outputs.debug().size(); }
-
-    // The lines since the last Forget, without their prefix; pointers and ids as '#'.
+    // The lines since the last Forget, with pointers and ids as '#'.
     std::vector<std::string> Told(const std::string& functions) const
     {
-        std::vector<std::string> lines;
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
-            const std::string line = ToUtf8(pc.outputs.debug()[i].text);
-            if (!line.starts_with("HOLV - " + functions)) continue;
-            std::string message = line.substr(line.find("   ") + 3);
+        std::vector<std::string> lines = RunningServiceTest::Told(functions);
+        for (std::string& message : lines) {
             for (const Endpoint* endpoint : pc.audio.All()) {
                 const std::string id = ToUtf8(endpoint->id());
                 if (const auto at = message.find(id); at != message.npos) {
@@ -115,15 +30,9 @@ protected:
             for (std::size_t at = 0; (at = message.find(" of 00", at)) != message.npos;) {
                 message.replace(at + 4, 16, "#");
             }
-            lines.push_back(message);
         }
         return lines;
     }
-
-    Process* m_service = nullptr;
-
-private:
-    std::size_t m_forgotten = 0;
 };
 
 using Lines = std::vector<std::string>;

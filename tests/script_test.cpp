@@ -69,6 +69,10 @@ TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
         {"run until 25:00", "\"25:00\" is no time of day"},
         {"run until state HOLV max 2h", "\"HOLV\" is no state"},
         {"signal EVENT_ENTER", "\"EVENT_ENTER\" is none of: EVENT_ENTER_S0"},
+        {"power battery 101", "\"101\" is no charge of 0 to 100"},
+        {"plan add Mine {1}", "\"{1}\" is no GUID of 36 characters"},
+        {"plan set Balanced ac brightnes 5", "\"brightnes\" is none of: sleep-timeout wake-timers"},
+        {"expect request sleep held", "\"sleep\" is none of: display system away"},
         {"fault NoSuchFunction 5 once", "there is no platform function \"NoSuchFunction\""},
         {"fault GetTickCount64 5 once", "GetTickCount64 cannot fail"},
         {"fault WriteFile 5 rate 2", "\"2\" is no rate"},
@@ -96,6 +100,13 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
         {"expect reg HKLM\\A b 1", "expected HKLM\\A b to be 1, but it is not there"},
         {"expect event exit", "expected an event with \"exit\", but none of the 0 has it"},
         {"expect file C:\\x.txt", "expected the file C:\\x.txt, but it is not there"},
+        {"plan active Quiet", "there is no plan \"Quiet\""},
+        {"expect plan active \"power saver\"",
+         "expected plan power saver active, but it is Balanced"},
+        {"expect plan Balanced dc brightness 41",
+         "expected Balanced dc brightness to be 41, but it is 40"},
+        {"expect request away held", "expected request away held, but it is released"},
+        {"expect device mode 1", "there is no platform device"},
         {"service stop", "the stop is refused with error 1060"},
         {"service start", "the start is refused with error 1060"},
         {"expect service running", "expected the service to be running, but it is absent"},
@@ -109,10 +120,12 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
     }
     EXPECT_EQ(Play("reg set HKLM\\A b dword 7\nexpect reg hklm\\a B 8"), 1);
     EXPECT_EQ(Errors(), "a.pc:2: expected hklm\\a B to be 8, but it is 7\n");
+    EXPECT_EQ(Play("device add ACPI\\QRX5071\\1\nexpect device mode 1"), 1);
+    EXPECT_EQ(Errors(), "a.pc:2: expected device mode 1, but it has no mode yet\n");
     EXPECT_EQ(Play("service install\nservice start\nexpect state HOLV_DND"), 1);
     EXPECT_EQ(Errors(), "a.pc:3: expected state HOLV_DND, but it is S0_NORMAL\n");
     EXPECT_EQ(Play("service install\nservice start\nrun until state HOLV_S3 max 2h"), 1);
-    EXPECT_EQ(Errors(), "a.pc:3: expected state HOLV_S3 within 2h, but it is S0_NORMAL\n");
+    EXPECT_EQ(Errors(), "a.pc:3: expected state HOLV_S3 within 2h, but it is HOLV_IDLE\n");
 }
 
 TEST_F(ScriptTest, AStuckMachineIsReportedWithItsThreads)

@@ -88,6 +88,13 @@ const struct
     {"2 Entering HOLV DND State", "EnterNeverSleepDoNotDisturbState", kRequired},
 };
 
+Story Over(ESystemState state)
+{
+    return {"1 OnLeaveNeverSleepDoNotDisturbTime, current state " + Name(state)};
+}
+const Story kChosen{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
+                    "1 EnterNeverSleepState exit"};
+
 // What an entry does, and what the loop says before it.
 Story Enter(ESystemState to, ESystemState from)
 {
@@ -123,7 +130,12 @@ void Fire(GlobalEvent slot)
 class StateTest : public VirtualPcTest
 {
 protected:
-    StateTest() { Set(L"LoggingLevel", 6); }
+    StateTest()
+    {
+        Set(L"LoggingLevel", 6);
+        // A sleep is asked for here without anybody to wake it.
+        pc.power.s3_supported = false;
+    }
 
     void Set(const wchar_t* setting, DWORD value)
     {
@@ -351,7 +363,7 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
         {{kActive, kSuspend},
          EVENT_ENTER_ACTIVE,
          HOLV_ACTIVE,
-         LeftS3(HOLV_ACTIVE, kCaught + kLeaveActive) + Active(HOLV_S3)},
+         LeftS3(HOLV_ACTIVE, kCaught + kLeaveActive) + Active(HOLV_S3) + kAway + kRequired},
         {{kOverride}, EVENT_ENTER_ACTIVE, S0_NORMAL, to_active + no_active + kStillNormal},
 
         {{kActive}, EVENT_ENTER_IDLE, HOLV_IDLE, Idle(HOLV_ACTIVE)},
@@ -371,16 +383,34 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
         {{kActive}, EVENT_REGISTRY_CHANGED, HOLV_ACTIVE, {"2 HOLV Registry has been changed"}},
 
         {{kActive}, TIMER_IDLE, HOLV_ACTIVE, {"2 HOLV Idle timer expired"}},
-        {{}, TIMER_DND_START, S0_NORMAL, starts},
-        {{kActive}, TIMER_DND_START, HOLV_ACTIVE, kLeftActive + starts},
-        {{kDnd}, TIMER_DND_START, HOLV_DND, starts},
-        {{}, TIMER_DND_END, S0_NORMAL, ends},
-        {{kActive}, TIMER_DND_END, HOLV_ACTIVE, kLeftActive + ends},
-        {{kDnd}, TIMER_DND_END, HOLV_DND, LeftDnd(S0_NORMAL) + ends},
-        {{kDnd, kSuspend}, TIMER_DND_END, HOLV_S3, LeftS3(HOLV_DND, kCaught + kLeaveDnd) + ends},
-        {{kActive}, TIMER_CPU_USAGE, HOLV_ACTIVE, {}},
+        {{}, TIMER_DND_START, S0_NORMAL, starts + kAway + kRequired},
+        {{kActive},
+         TIMER_DND_START,
+         HOLV_DND,
+         kLeftActive + starts + kAway + Enter(HOLV_DND, HOLV_ACTIVE)},
+        {{kDnd}, TIMER_DND_START, HOLV_DND, starts + kAway},
+        {{}, TIMER_DND_END, S0_NORMAL, ends + kAway + Over(S0_NORMAL)},
+        {{kActive},
+         TIMER_DND_END,
+         HOLV_ACTIVE,
+         kLeftActive + ends + kAway + Over(HOLV_ACTIVE) + kChosen + to_active},
+        {{kDnd},
+         TIMER_DND_END,
+         HOLV_ACTIVE,
+         LeftDnd(S0_NORMAL) + ends + kAway + Over(HOLV_DND) + kChosen + LeftDnd(S0_NORMAL) +
+             Active(HOLV_DND)},
+        {{kDnd, kSuspend},
+         TIMER_DND_END,
+         HOLV_S3,
+         LeftS3(HOLV_DND, kCaught + kLeaveDnd) + ends + kAway + Over(HOLV_S3) +
+             Story{"1 Will let OnResume handle state transition"}},
+        {{kActive},
+         TIMER_CPU_USAGE,
+         HOLV_IDLE,
+         Story{"2 Amount of CPU usage is 0 which is below the idle threshold 5"} +
+             Idle(HOLV_ACTIVE)},
         {{kActive}, TIMER_BATTERY_USAGE, HOLV_ACTIVE, {}},
-        {{kActive}, TIMER_SLEEP, HOLV_ACTIVE, {}},
+        {{kActive}, TIMER_SLEEP, HOLV_ACTIVE, kAway + kRequired},
     };
     const std::map<Step, std::function<void()>> others{
         {kSuspend, S::EnterS3State},

@@ -26,6 +26,8 @@ protected:
     explicit VirtualPcTest(const virtual_pc::Machine::Options& options = {.free = kRunFree})
         : pc(options)
     {
+        // Or the PC would fall asleep under a test that is about something else.
+        pc.user.Works();
     }
 
     // Runs `body` as a process of the PC, from its start to its end.

@@ -44,7 +44,7 @@ fi
 windows_path='C:\Program Files\Orbeq\Holv\HOLVService.exe'
 installed="$WINEPREFIX/drive_c/Program Files/Orbeq/Holv"
 mkdir -p "$installed"
-cp "$executable" "$(dirname "$executable")"/wine/*.dll "$installed"
+cp "$executable" "$(dirname "$executable")"/wine/*.{dll,exe} "$installed"
 
 # From nothing, whatever an earlier run left.
 log=$WINEPREFIX/drive_c/ProgramData/Orbeq/Holv/HOLVLog.txt
@@ -84,6 +84,9 @@ check "the standard output gets the lines that the OEM wants there" \
     "CNeverSleepState::Run   Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6" \
     "$(grep 'Unknown event' build/wine_output.txt || true)"
 check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_check 2)"
+
+wine reg delete "$oem_key" /f >/dev/null
+source tools/wine_states_check.sh
 
 # What the event viewer needs is in the executable.
 messages=$(tools/message_table.sh "$executable")

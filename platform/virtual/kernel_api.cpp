@@ -22,10 +22,11 @@ public:
     std::string_view Kind() const override { return "waitable timer"; }
     void Closed() override { Disarm(); }
 
-    void Arm(Instant due, Duration period)
+    void Arm(Instant due, Duration period, bool resume)
     {
         Unsignal();
         m_period = period;
+        m_resume = resume;
         Scheduler& scheduler = Machine::Current().scheduler;
         // What is due already is signalled at once; the periods count from here.
         if (due <= scheduler.now()) {
@@ -40,14 +41,20 @@ public:
     void Disarm() { Machine::Current().scheduler.Cancel(*this); }
 
 private:
+    bool Wakes() const override { return m_resume && Machine::Current().sleep.WakeTimersAllowed(); }
+
     void Due() override
     {
-        Scheduler& scheduler = Machine::Current().scheduler;
-        if (m_period > Duration::zero()) scheduler.Set(*this, scheduler.now() + m_period);
+        Machine& machine = Machine::Current();
+        if (m_period > Duration::zero()) {
+            machine.scheduler.Set(*this, machine.scheduler.now() + m_period);
+        }
         Signal();
+        if (m_resume) machine.sleep.WakeByTimer();
     }
 
     Duration m_period{0};
+    bool m_resume = false;
 };
 
 Waitable::Reset ResetOf(BOOL manual)
@@ -77,6 +84,7 @@ Function get_tick_count{"GetTickCount64", Failing::never};
 Function get_local_time{"GetLocalTime", Failing::never};
 Function get_version{"GetVersion", Failing::never};
 Function get_version_ex{"GetVersionExW"};
+Function get_system_times{"GetSystemTimes"};
 Function tls_alloc{"TlsAlloc"};
 
 }  // namespace
@@ -123,7 +131,7 @@ HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCW
 }
 
 BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG period, PTIMERAPCROUTINE,
-                             LPVOID, BOOL)
+                             LPVOID, BOOL resume)
 {
     Call call(set_waitable_timer);
     if (call.Fails()) return FALSE;
@@ -135,7 +143,7 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
     const Instant when = time < Duration::zero()
                              ? call.machine.now() - time
                              : call.machine.now() + (time - call.machine.clock());
-    timer->Arm(when, std::chrono::milliseconds{period});
+    timer->Arm(when, std::chrono::milliseconds{period}, resume != FALSE);
     return TRUE;
 }
 
@@ -228,6 +236,22 @@ void WINAPI GetLocalTime(SYSTEMTIME* time)
 {
     const Call call(get_local_time);
     *time = FromCalendar(call.machine.clock());
+}
+
+BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user)
+{
+    Call call(get_system_times);
+    if (call.Fails()) return FALSE;
+    const Processor::Times times = call.machine.processor.times();
+    const auto give = [](FILETIME* to, Duration time) {
+        if (!to) return;
+        const auto units = static_cast<std::uint64_t>(time.count());
+        *to = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+    };
+    give(idle, times.idle);
+    give(kernel, times.kernel);
+    give(user, times.user);
+    return TRUE;
 }
 
 DWORD WINAPI GetVersion()

@@ -51,6 +51,11 @@ Machine::Machine(const Options& options)
 
 Machine::~Machine()
 {
+    {
+        // Asleep, nobody could end.
+        const Hold hold(*this);
+        scheduler.GoOn();
+    }
     for (const auto& process : m_processes) {
         if (process->running()) process->Kill();
     }
@@ -73,6 +78,14 @@ void Machine::SetClock(CalendarTime local)
 {
     const Hold hold(*this);
     m_switched_on_at = local - now();
+    journal.Record("clock", {});
+    announcer.TimeChanged();
+}
+
+void Machine::ShiftClock(Duration by)
+{
+    const Hold hold(*this);
+    m_switched_on_at += by;
     journal.Record("clock", {});
 }
 

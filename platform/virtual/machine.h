@@ -24,6 +24,7 @@
 
 #include "platform/virtual/announcer.h"
 #include "platform/virtual/audio.h"
+#include "platform/virtual/battery.h"
 #include "platform/virtual/com.h"
 #include "platform/virtual/cpu.h"
 #include "platform/virtual/device.h"
@@ -37,11 +38,14 @@
 #include "platform/virtual/outputs.h"
 #include "platform/virtual/power.h"
 #include "platform/virtual/process.h"
+#include "platform/virtual/processor.h"
 #include "platform/virtual/registry.h"
 #include "platform/virtual/scheduler.h"
 #include "platform/virtual/service_manager.h"
 #include "platform/virtual/session.h"
+#include "platform/virtual/sleep.h"
 #include "platform/virtual/time.h"
+#include "platform/virtual/user.h"
 
 namespace virtual_pc {
 
@@ -77,7 +81,10 @@ public:
     // --- Time ---
     Instant now() const { return scheduler.now(); }
     CalendarTime clock() const { return m_switched_on_at + now(); }
+    // Sets the clock to a local time, as a user does, which is announced.
     void SetClock(CalendarTime local);
+    // Moves it, as daylight saving does at its start and end, which is not.
+    void ShiftClock(Duration by);
 
     // Lets the machine live for a time.
     void RunFor(Duration duration);
@@ -137,11 +144,15 @@ public:
     Disk disk;
     Outputs outputs;
     EventLog event_log;
+    Announcer announcer{*this};  // before the rooms that provide values to announce
     Power power{*this};
     Devices devices{*this};
-    Announcer announcer{*this};
     Session session{*this};
     ServiceManager services{*this};
+    Processor processor{*this};
+    Battery battery{*this};
+    User user{*this};
+    SleepState sleep{*this};
     Com com;
     Audio audio{*this};
     Cpu cpu;

@@ -6,6 +6,68 @@
 
 namespace virtual_pc {
 
+namespace {
+
+bool Same(const GUID& a, const GUID& b) { return !GuidLess{}(a, b) && !GuidLess{}(b, a); }
+
+}  // namespace
+
+Power::Power(Machine& machine) : m_machine(machine)
+{
+    Announcer& announcer = machine.announcer;
+    announcer.Provide(GUID_ACDC_POWER_SOURCE, [this] { return SettingBytes(Present().source); });
+    announcer.Provide(GUID_POWERSCHEME_PERSONALITY,
+                      [this] { return SettingBytes(active().personality); });
+    announcer.Provide(GUID_STANDBY_TIMEOUT,
+                      [this] { return SettingBytes(Present().sleep_timeout.value_or(0)); });
+}
+
+Power::Announced Power::Present() const
+{
+    const DWORD on_battery = batteries_short_term ? 2 : 1;
+    return {source() == PowerSource::ac ? 0 : on_battery, active().guid,
+            InForce(GUID_STANDBY_TIMEOUT)};
+}
+
+void Power::AnnounceChangesSince(const Announced& before)
+{
+    const Announced now = Present();
+    const auto announce = [&](const GUID& setting) { m_machine.announcer.SettingChanged(setting); };
+    if (now.source != before.source) announce(GUID_ACDC_POWER_SOURCE);
+    if (!Same(now.plan, before.plan)) announce(GUID_POWERSCHEME_PERSONALITY);
+    if (now.sleep_timeout != before.sleep_timeout) announce(GUID_STANDBY_TIMEOUT);
+}
+
+// --- Source and battery ---
+
+void Power::RecordSource()
+{
+    m_machine.journal.Record("power source",
+                             {{"source", std::wstring(source() == PowerSource::ac ? L"ac" : L"dc")},
+                              {"percent", std::uint64_t{battery_percent}}});
+}
+
+void Power::RunOnBattery(BYTE percent, bool short_term)
+{
+    const Hold hold(m_machine);
+    const Announced before = Present();
+    line = 0;
+    battery_present = true;
+    battery_percent = percent;
+    batteries_short_term = short_term;
+    RecordSource();
+    AnnounceChangesSince(before);
+}
+
+void Power::RunOnMains()
+{
+    const Hold hold(m_machine);
+    const Announced before = Present();
+    line = 1;
+    RecordSource();
+    AnnounceChangesSince(before);
+}
+
 // --- Plans ---
 
 PowerPlan& Power::AddPlan(std::wstring_view name, const GUID& guid, const GUID& like)
@@ -23,16 +85,13 @@ std::optional<DWORD> Power::InForce(const GUID& setting) const
 bool Power::Activate(const GUID& plan)
 {
     const Hold hold(m_machine);
-    const GUID before = active().guid;
-    const std::optional<DWORD> timeout = InForce(GUID_STANDBY_TIMEOUT);
+    const Announced before = Present();
+    const std::wstring plan_before = active().name;
     if (!m_plans.Activate(plan)) return false;
-    m_machine.journal.Record("plan activated",
-                             {{"plan", active().name}, {"guid", FormatGuid(active().guid)}});
-
-    const bool another = GuidLess{}(before, plan) || GuidLess{}(plan, before);
-    if (another && personality_changed) personality_changed(active().personality);
-    const std::optional<DWORD> now = InForce(GUID_STANDBY_TIMEOUT);
-    if (now && now != timeout && sleep_timeout_changed) sleep_timeout_changed(*now);
+    m_machine.journal.Record(
+        "plan activated",
+        {{"plan", active().name}, {"guid", FormatGuid(active().guid)}, {"before", plan_before}});
+    AnnounceChangesSince(before);
     return true;
 }
 
@@ -87,6 +146,7 @@ bool Power::SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
                                          {"what", std::wstring(L"set")},
                                          {"count", std::int64_t{count}},
                                          {"reason", request.reason}});
+    m_machine.sleep.Reconsider();
     return true;
 }
 
@@ -99,6 +159,7 @@ bool Power::ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
                                          {"what", std::wstring(L"cleared")},
                                          {"count", std::int64_t{count}},
                                          {"reason", request.reason}});
+    m_machine.sleep.Reconsider();
     return true;
 }
 
@@ -114,6 +175,7 @@ bool Power::Held(POWER_REQUEST_TYPE type) const
 std::wstring Power::Listing() const
 {
     const Hold hold(m_machine);
+    if (listing_instead) return *listing_instead;
     static constexpr std::wstring_view kSections[] = {L"DISPLAY:\n", L"SYSTEM:\n", L"AWAYMODE:\n"};
     std::wstring listing;
     for (std::size_t type = 0; type < std::size(kSections); ++type) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <array>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,7 +37,7 @@ public:
 class Power
 {
 public:
-    explicit Power(Machine& machine) : m_machine(machine) {}
+    explicit Power(Machine& machine);
 
     // --- Plans ---
     PowerPlan& AddPlan(std::wstring_view name, const GUID& guid, const GUID& like);
@@ -54,6 +53,10 @@ public:
     bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
 
     // --- Source and battery ---
+    // Pulls the plug, or what counts as the mains fails; puts it in again. What is new of it is
+    // announced: the source, and the sleep time-out in force.
+    void RunOnBattery(BYTE percent, bool short_term = false);
+    void RunOnMains();
     BYTE line = 1;               // 0 battery, 1 mains, 255 unknown
     BYTE battery_percent = 255;  // 255 unknown, as without a battery
     bool battery_present = false;
@@ -69,14 +72,21 @@ public:
     bool Held(POWER_REQUEST_TYPE type) const;
     // The listing of the outstanding requests, in the form of "powercfg -requests".
     std::wstring Listing() const;
-
-    // --- Who hears of changes ---
-    // Called with the machine held when another plan is active: its personality; and when the
-    // sleep time-out in force has changed: its seconds.
-    std::function<void(const GUID&)> personality_changed;
-    std::function<void(DWORD)> sleep_timeout_changed;
+    // Printed in its place, as another system may print it.
+    std::optional<std::wstring> listing_instead;
 
 private:
+    // What is announced when it changes.
+    struct Announced
+    {
+        DWORD source;
+        GUID plan;  // whose personality is announced
+        std::optional<DWORD> sleep_timeout;
+    };
+    Announced Present() const;
+    void AnnounceChangesSince(const Announced& before);
+    void RecordSource();
+
     Machine& m_machine;
     PowerPlans m_plans;
     std::vector<std::weak_ptr<PowerRequest>> m_requests;

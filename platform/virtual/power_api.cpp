@@ -21,6 +21,7 @@ Function power_set_active_scheme{"PowerSetActiveScheme", Failing::status};
 Function get_system_power_status{"GetSystemPowerStatus"};
 Function get_pwr_capabilities{"GetPwrCapabilities"};
 Function call_nt_power_information{"CallNtPowerInformation", Failing::status};
+Function set_suspend_state{"SetSuspendState"};
 Function local_free{"LocalFree", Failing::never, Role::gives_back};
 Function power_create_request{"PowerCreateRequest"};
 Function power_set_request{"PowerSetRequest"};
@@ -62,8 +63,26 @@ SYSTEM_POWER_CAPABILITIES Capabilities(const Power& power)
     return capabilities;
 }
 
+SYSTEM_POWER_INFORMATION Information(const Machine& machine)
+{
+    SYSTEM_POWER_INFORMATION information{};
+    information.MaxIdlenessAllowed = 90;
+    information.Idleness = 100 - machine.processor.load();
+    information.TimeRemaining = machine.sleep.IdleSecondsLeft();
+    return information;
+}
+
 constexpr NTSTATUS kStatusInvalidParameter = static_cast<NTSTATUS>(0xC000000Du);
 constexpr NTSTATUS kStatusBufferTooSmall = static_cast<NTSTATUS>(0xC0000023u);
+
+template <class T>
+NTSTATUS Give(const T& what, PVOID output, ULONG outputSize)
+{
+    if (!output) return kStatusInvalidParameter;
+    if (outputSize < sizeof(what)) return kStatusBufferTooSmall;
+    std::memcpy(output, &what, sizeof(what));
+    return 0;
+}
 
 }  // namespace
 
@@ -138,11 +157,26 @@ NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID, ULO
 {
     Call call(call_nt_power_information);
     if (call.Fails()) return static_cast<NTSTATUS>(call.error());
-    if (level != SystemPowerCapabilities || !output) return kStatusInvalidParameter;
-    if (outputSize < sizeof(SYSTEM_POWER_CAPABILITIES)) return kStatusBufferTooSmall;
-    const SYSTEM_POWER_CAPABILITIES capabilities = Capabilities(call.machine.power);
-    std::memcpy(output, &capabilities, sizeof(capabilities));
-    return 0;
+    if (level == SystemPowerCapabilities) {
+        return Give(Capabilities(call.machine.power), output, outputSize);
+    }
+    if (level == SystemPowerInformation) {
+        return Give(Information(call.machine), output, outputSize);
+    }
+    return kStatusInvalidParameter;
+}
+
+BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN, BOOLEAN wakeEventsDisabled)
+{
+    Call call(set_suspend_state);
+    if (call.Fails()) return FALSE;
+    SleepState& sleep = call.machine.sleep;
+    if (hibernate || !sleep.Ask(L"a program", !wakeEventsDisabled)) {
+        call.Fail(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    sleep.AwaitResume(call.thread);
+    return TRUE;
 }
 
 HANDLE WINAPI LocalFree(HANDLE memory)

@@ -84,8 +84,17 @@ void Scheduler::Advance()
             return MakeReady(*m_driver);
         }
     }
+    if (NothingWakes()) return Stick("the PC is asleep, and nothing is going to wake it");
     if (next == kNever) return Stick("nobody can run, and nothing is going to happen");
     FireNext();
+}
+
+// Whether the driver waits for something that the machine, asleep for ever, can never do. With a
+// deadline it goes on in time, and may wake the machine then.
+bool Scheduler::NothingWakes() const
+{
+    if (!m_still || !m_living || m_driver_deadline != kNever) return false;
+    return std::ranges::none_of(m_alarms, [](const auto& alarm) { return alarm.second->Wakes(); });
 }
 
 void Scheduler::Stick(std::string_view why)
@@ -106,11 +115,17 @@ std::uint64_t Scheduler::Draw(std::uint64_t below)
     return (z ^ (z >> 31)) % below;
 }
 
+bool Scheduler::AnybodyMayRun() const
+{
+    return m_still ? m_driver->state == Thread::State::ready : !m_ready.empty();
+}
+
 Thread& Scheduler::Choose()
 {
-    while (m_ready.empty()) Advance();
-    const auto place =
-        m_ready.begin() + static_cast<std::ptrdiff_t>(m_options.seed ? Draw(m_ready.size()) : 0);
+    while (!AnybodyMayRun()) Advance();
+    const auto place = m_still ? std::ranges::find(m_ready, m_driver)
+                               : m_ready.begin() + static_cast<std::ptrdiff_t>(
+                                                       m_options.seed ? Draw(m_ready.size()) : 0);
     Thread& next = **place;
     m_ready.erase(place);
     return next;
@@ -151,7 +166,7 @@ void Scheduler::Block(Thread& self)
 void Scheduler::MakeReady(Thread& thread)
 {
     if (thread.state != Thread::State::blocked) return;
-    if (m_options.free) {
+    if (m_options.free && (!m_still || &thread == m_driver)) {
         thread.state = Thread::State::running;
         ++m_awake;
         thread.signal.Raise();
@@ -161,8 +176,39 @@ void Scheduler::MakeReady(Thread& thread)
     }
 }
 
+void Scheduler::GoOn()
+{
+    m_still = false;
+    if (!m_options.free) return;
+    for (Thread* thread : std::exchange(m_ready, {})) {
+        thread->state = Thread::State::running;
+        ++m_awake;
+        thread->signal.Raise();
+    }
+}
+
+// A running thread has come to a platform call while the machine stands still.
+void Scheduler::AwaitGoingOn(Thread& self)
+{
+    self.state = Thread::State::ready;
+    m_ready.push_back(&self);
+    if (m_options.free) {
+        --m_awake;
+        while (m_awake == 0) Advance();
+        m_machine.m_mutex.unlock();
+    } else if (Thread& next = Choose(); &next != &self) {
+        SwitchTo(next);
+    } else {
+        self.state = Thread::State::running;
+        return;
+    }
+    self.signal.Await();
+    m_machine.m_mutex.lock();
+}
+
 void Scheduler::Pass(Thread& self)
 {
+    if (m_still && &self != m_driver && Hold::Once()) return AwaitGoingOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
     const std::uint64_t drawn = Draw(m_ready.size() + 1);
     if (drawn < m_ready.size()) LetRun(self, drawn);

@@ -36,6 +36,8 @@ class Alarm
 public:
     virtual ~Alarm() = default;
     bool armed() const { return m_armed; }
+    // Whether it would wake the machine from sleep.
+    virtual bool Wakes() const { return false; }
 
 protected:
     // The clock stands at the time the alarm was set to, and it is no longer armed.
@@ -91,6 +93,11 @@ public:
     // Lets somebody else run if anybody can.
     void Yield(Thread& self);
 
+    // From now on only the driver runs, and the clock goes on: who can run stands still where it
+    // is, or at its next platform call, until GoOn. What falls due meanwhile has happened then.
+    void StandStill() { m_still = true; }
+    void GoOn();
+
     // The driver's side: lets the machine live until `deadline`, or until `condition`, which is
     // asked whenever nobody can run, holds. True when it held. Throws StuckMachine.
     bool Live(Instant deadline, const std::function<bool()>& condition);
@@ -115,9 +122,12 @@ private:
     void FireNext();
     void Pace(Instant to);
     void Stick(std::string_view why);
+    bool AnybodyMayRun() const;
+    bool NothingWakes() const;
     Thread& Choose();
     void SwitchTo(Thread& next);
     void LetRun(Thread& self, std::size_t place);
+    void AwaitGoingOn(Thread& self);
     void RunThread(Thread& thread);
     void End(Thread& thread);
     bool InLockCircle(const Thread& thread) const;
@@ -130,8 +140,10 @@ private:
     std::multimap<Instant, Alarm*> m_alarms;
     std::vector<std::shared_ptr<Thread>> m_threads;
 
-    std::vector<Thread*> m_ready;  // deterministic: who can run, longest first
-    int m_awake = 1;               // free: how many are not blocked, the driver included
+    // Deterministic: who can run, longest first. Free: who could, but for the standstill.
+    std::vector<Thread*> m_ready;
+    int m_awake = 1;  // free: how many are not blocked, the driver included
+    bool m_still = false;
 
     Thread* m_driver = nullptr;
     bool m_living = false;  // the driver lets the machine live

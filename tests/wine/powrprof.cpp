@@ -19,9 +19,17 @@ std::mutex g_lock;
 PowerPlans g_plans;
 const PowerPlans g_at_start;
 
+// Whatever folder the program was started in.
+std::wstring BesideTheExecutable(const wchar_t* name)
+{
+    wchar_t path[MAX_PATH];
+    const std::wstring program(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
+    return program.substr(0, program.rfind(L'\\') + 1) + name;
+}
+
 void Tell(const std::wstring& line)
 {
-    std::FILE* log = std::fopen("powrprof.log", "ab");
+    std::FILE* log = _wfopen(BesideTheExecutable(L"powrprof.log").c_str(), L"ab");
     if (!log) return;
     for (const wchar_t character : line) std::fputc(static_cast<char>(character), log);
     std::fputc('\n', log);

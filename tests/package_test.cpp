@@ -1,0 +1,118 @@
+// What the package offers an administrator is what the service does: the file of defaults, and the
+// bounds of the policies.
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include "settings/settings.h"
+#include "settings/settings_store.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+std::string PackageFile(const std::string& name)
+{
+    std::ifstream file(std::string(HOLV_SOURCE_DIR) + "/package/" + name, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Every setting that is loaded at the service's start, as it stands now, by its name in the
+// registry.
+std::map<std::string, DWORD> Loaded()
+{
+    return {
+        {"LoggingLevel", g_dwLoggingLevel},
+        {"LoggingEnabled", g_dwLoggingEnabled},
+        {"EnableNeverSleep", g_bEnableNeverSleep},
+        {"MuteAudio", g_bMuteAudio},
+        {"EnableDoNotDisturb", g_bEnableDoNotDisturb},
+        {"DoNotDisturbStart", g_dwDoNotDisturbStart},
+        {"DoNotDisturbEnd", g_dwDoNotDisturbEnd},
+        {"EnableSoftwareUpdate", g_bEnableSoftwareUpdate},
+        {"LyncInstalled", g_bLyncInstalled},
+        {"LastUpdateVersion", g_dwLastUpdateVersion},
+        {"MaxCpuPowerLimit", g_dwMaxCpuPowerLimit},
+        {"CpuIdleThreshold", g_dwCpuIdleThreshold},
+        {"DebugEnabled", g_bDebugEnabled},
+        {"UseOemPowerScheme", g_bUseOemPowerScheme},
+        {"EnableHOLVOnDc", g_bEnableHolvOnDC},
+        {"TurnOnDisplayOnLync", g_bTurnOnDisplayOnLync},
+        {"SuspendBatteryThreshold", g_dwSuspendBatteryThreshold},
+        {"AppDisplayTimeout", g_dwAppDisplayTimeout},
+        {"CpuUsageCheckInterval", g_dwCpuUsageCheckInterval},
+        {"BatteryUsageCheckInterval", g_dwBatteryUsageCheckInterval},
+        {"DndToS3", g_bDndToS3},
+    };
+}
+
+class PackageTest : public VirtualPcTest
+{
+protected:
+    // With an OEM's key loading has nothing to log.
+    PackageTest() { pc.registry.SetDword(kOemKey, L"DisableLockScreen", 0); }
+
+    std::map<std::string, DWORD> Load()
+    {
+        RunAsProcess([] { RegInit(); });
+        return Loaded();
+    }
+};
+
+TEST_F(PackageTest, TheFileOfDefaultsHoldsEverySettingWithItsBuiltInValue)
+{
+    const std::map<std::string, DWORD> built_in = Load();
+    for (const auto& [name, value] : built_in) {
+        pc.registry.SetDword(kOemKey, std::wstring(name.begin(), name.end()), 11);
+    }
+    pc.registry.Import(std::string(HOLV_SOURCE_DIR) + "/package/defaults.reg");
+    EXPECT_EQ(Load(), built_in) << "a value that differs or is missing shows the OEM's 11";
+}
+
+TEST_F(PackageTest, ThePoliciesLetNothingThroughThatTheServiceWouldNotTakeAsItIs)
+{
+    const std::string policies = PackageFile("policies/Holv.admx");
+    const std::regex number(
+        R"re(<decimal id="\w+" valueName="(\w+)" required="true" minValue="(\d+)" maxValue="(\d+)")re");
+    int numbers = 0;
+    for (std::sregex_iterator each(policies.begin(), policies.end(), number), end; each != end;
+         ++each, ++numbers) {
+        const std::string name = (*each)[1];
+        for (const int field : {2, 3}) {
+            const DWORD bound = static_cast<DWORD>(std::stoul((*each)[field]));
+            pc.registry.SetDword(kUserKey, std::wstring(name.begin(), name.end()), bound);
+            EXPECT_EQ(Load().at(name), bound) << name;
+        }
+    }
+    EXPECT_GE(numbers, 10) << "no numbers found in the policies";
+}
+
+TEST_F(PackageTest, EveryPolicyIsASettingAndHasItsTexts)
+{
+    const std::map<std::string, DWORD> settings = Load();
+    const std::string policies = PackageFile("policies/Holv.admx");
+    const std::string texts = PackageFile("policies/en-US/Holv.adml");
+    const std::regex policy(R"re(<policy name="(\w+)")re");
+    int found = 0;
+    for (std::sregex_iterator each(policies.begin(), policies.end(), policy), end; each != end;
+         ++each, ++found) {
+        const std::string name = (*each)[1];
+        EXPECT_TRUE(settings.contains(name) || name == "OemPowerScheme") << name;
+        for (const std::string& id : {name, name + "_Help"}) {
+            EXPECT_NE(texts.find("<string id=\"" + id + "\">"), std::string::npos) << id;
+        }
+        const bool has_elements =
+            policies.find("$(presentation." + name + ")") != std::string::npos;
+        EXPECT_EQ(texts.find("<presentation id=\"" + name + "\">") != std::string::npos,
+                  has_elements)
+            << name;
+    }
+    EXPECT_GE(found, 15) << "no policies found";
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+// Signals events of the running service from outside, as a debugger does: under Wine the system
+// announces nothing that would. For the Wine check only.
+// Usage: raise_event PROGRAM ADDRESS SLOT... with the address of g_hGlobalEvents in the program's
+// image, in hexadecimal from its base. Waits for the program and its events; exit code 0, or 1.
+
+#include <windows.h>
+
+#include <tlhelp32.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+constexpr int kTries = 100;
+constexpr DWORD kPauseMs = 200;
+
+// The process that runs a program; 0 for none.
+DWORD FindProcess(const std::wstring& program)
+{
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    DWORD found = 0;
+    for (BOOL more = Process32FirstW(snapshot, &entry); more && !found;
+         more = Process32NextW(snapshot, &entry)) {
+        if (program == entry.szExeFile) found = entry.th32ProcessID;
+    }
+    CloseHandle(snapshot);
+    return found;
+}
+
+// Where its image lies; 0 when that cannot be told yet.
+std::uintptr_t BaseOf(DWORD process, const std::wstring& program)
+{
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
+    MODULEENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    std::uintptr_t base = 0;
+    for (BOOL more = Module32FirstW(snapshot, &entry); more && !base;
+         more = Module32NextW(snapshot, &entry)) {
+        if (program == entry.szModule) base = reinterpret_cast<std::uintptr_t>(entry.modBaseAddr);
+    }
+    CloseHandle(snapshot);
+    return base;
+}
+
+bool Raise(const std::wstring& program, std::uintptr_t address, int slot)
+{
+    const DWORD id = FindProcess(program);
+    const std::uintptr_t base = id ? BaseOf(id, program) : 0;
+    if (!base) return false;
+    const HANDLE process = OpenProcess(PROCESS_VM_READ | PROCESS_DUP_HANDLE, FALSE, id);
+    HANDLE theirs = nullptr;
+    HANDLE ours = nullptr;
+    const auto* place = reinterpret_cast<const void*>(base + address + sizeof(HANDLE) * slot);
+    const bool raised = ReadProcessMemory(process, place, &theirs, sizeof(theirs), nullptr) &&
+                        theirs &&
+                        DuplicateHandle(process, theirs, GetCurrentProcess(), &ours, 0, FALSE,
+                                        DUPLICATE_SAME_ACCESS) &&
+                        SetEvent(ours);
+    if (ours) CloseHandle(ours);
+    if (process) CloseHandle(process);
+    return raised;
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv)
+{
+    if (argc < 4) return 1;
+    const auto address = static_cast<std::uintptr_t>(std::wcstoull(argv[2], nullptr, 16));
+    for (int i = 3; i < argc; ++i) {
+        bool raised = false;
+        for (int tries = 0; tries < kTries && !raised; ++tries) {
+            raised = Raise(argv[1], address, static_cast<int>(std::wcstol(argv[i], nullptr, 10)));
+            // The service acts on it before the next one comes.
+            Sleep(kPauseMs);
+        }
+        if (!raised) return 1;
+    }
+    return 0;
+}

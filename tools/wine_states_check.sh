@@ -1,0 +1,117 @@
+# Sourced by wine_check.sh: the real executable goes through its states. Its way with power plans is
+# judged by the stand-in for the power library (tests/wine/powrprof.cpp), which tells each write and
+# activation in its order; its way of starting a helper, by the helper.
+
+diary=$installed/powrprof.log
+map=$(dirname "$executable")/HOLVService.map
+events=$(perl -ne '
+    $base = hex $1 if /(0x[0-9a-f]+)\s+__image_base__ =/;
+    $events = hex $1 if /(0x[0-9a-f]+)\s+g_hGlobalEvents$/;
+    END { printf "%x", $events - $base }' "$map")
+
+# live_through SLOT...: the service from its start through these events, which the last one ends.
+live_through() {
+    rm -f "$diary"
+    wine "$windows_path" >/dev/null 2>&1 &
+    local service=$!
+    if ! wine "$installed/raise_event.exe" HOLVService.exe "$events" "$@" 2>/dev/null; then
+        echo "the events could not be signalled"
+        kill "$service" 2>/dev/null || true
+    fi
+    wait "$service" || echo "exit code $?"
+    cat "$diary"
+}
+
+# each PLAN SETTING AC DC: the two writes of a setting.
+each() { printf 'write %s: %s ac %s\nwrite %s: %s dc %s\n' "$1" "$2" "$3" "$1" "$2" "$4"; }
+saver='Power saver'
+allowed() {
+    each "$1" away-mode 1 1
+    each "$1" wake-timers 1 1
+}
+users_values() {
+    each "$saver" brightness "$1" "$2"
+    each "$saver" password-on-wake 1 1
+}
+processor() {
+    printf "write $saver: processor-%s $1 %s\n" min 5 max "$2"
+}
+taken() {
+    allowed Balanced
+    allowed "$saver"
+    echo "activate Balanced"
+}
+given_back() {
+    each Balanced away-mode 0 0
+    each Balanced wake-timers 0 0
+    for source in ac dc; do
+        printf "write $saver: processor-%s $source %s\n" max 100 min 5
+    done
+    each "$saver" wake-timers 0 0
+    each "$saver" away-mode 0 0
+    echo "changed $saver: processor-max dc 75 -> 100"
+    echo "active at the end: Balanced"
+}
+
+active=1 idle=2 normal=0 dnd=3 stop=5
+check "the plans are taken, switched over HOLV_ACTIVE and HOLV_IDLE, and given back" \
+    "$(
+        taken
+        users_values 100 40
+        echo "activate $saver"
+        users_values 60 20
+        echo "activate Balanced"
+        given_back
+    )" "$(live_through $active $idle $normal $stop)"
+
+wine reg add "$user_key" /v DndToS3 /t REG_DWORD /d 1 /f >/dev/null
+wine reg add "$user_key" /v MaxCpuPowerLimit /t REG_DWORD /d 30 /f >/dev/null
+check "do-not-disturb limits the processor and lets the PC sleep, and undoes both" \
+    "$(
+        taken
+        users_values 100 40
+        processor ac 30
+        processor dc 30
+        each "$saver" sleep-timeout 60 60
+        each "$saver" wake-timers 1 1
+        echo "activate $saver"
+        processor dc 100
+        processor ac 100
+        each "$saver" sleep-timeout 900 600
+        each "$saver" wake-timers 1 1
+        users_values 60 20
+        echo "activate Balanced"
+        given_back
+    )" "$(live_through $dnd $normal $stop)"
+
+oem_plan=8C5E7FDA-E8BF-4A96-9A85-A6E23A8C635C
+wine reg add "$oem_key" /v UseOemPowerScheme /t REG_DWORD /d 1 /f >/dev/null
+wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "{$oem_plan}" /f >/dev/null
+check "an OEM plan whose name is no GUID is not activated, and the user's plan is given back" \
+    "$(
+        allowed Balanced
+        printf 'activate Balanced\nactivate Balanced\n'
+        each Balanced away-mode 0 0
+        each Balanced wake-timers 0 0
+        echo "active at the end: Balanced"
+    )" "$(live_through $active $normal $stop)"
+wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "$oem_plan" /f >/dev/null
+check "the OEM's plan is activated instead of Power saver" "activate High performance" \
+    "$(live_through $active $normal $stop | grep -v 'activate Balanced' | grep '^activate')"
+
+# A helper starts by its own path, quoted: what lies at a prefix of it that ends at a blank does not.
+helper="$installed/HOLVLyncHelper.LycnConsole.exe"
+planted="$WINEPREFIX/drive_c/Program.exe"
+lync_key='HKLM\Software\Microsoft\Communicator\4.0'
+rm -f "$helper.started" "$planted.started"
+cp "$installed/tell_start.exe" "$helper"
+cp "$installed/tell_start.exe" "$planted"
+wine reg add "$lync_key" /f >/dev/null
+live_through $active $normal $stop >/dev/null
+check "a helper is started by its quoted path" \
+    '"C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe" D:1 T:30' \
+    "$(tr -d '\r' <"$helper.started" || true)"
+check "a program planted at C:\Program.exe is not started" no \
+    "$([ -e "$planted.started" ] && echo yes || echo no)"
+rm -f "$helper" "$planted"
+for key in "$lync_key" "$oem_key" "$user_key"; do wine reg delete "$key" /f >/dev/null; done
