@@ -5,7 +5,6 @@
 #include <map>
 
 #include "api/agent_api.h"
-#include "platform/counted_object.h"
 #include "platform/owned.h"
 #include "platform/virtual/thread.h"
 
@@ -52,12 +51,13 @@ struct AgentClient::Program
     {
         std::wstring name;
         DWORD cookie;
-        OwnedInterface<IDispatch> sink;
     };
 
-    Program(Machine& machine, std::wstring_view known_as) : pc(machine), name(known_as) {}
+    Program(Machine& machine, std::wstring_view known_as);
+    ~Program();
 
     int Run();
+    void ServeMessages();
     // Has the program do something, and lets the machine live until it is done.
     void Do(std::function<void()> what);
 
@@ -77,6 +77,7 @@ struct AgentClient::Program
     // Of the program's thread.
     OwnedInterface<IDispatch> object;
     std::vector<Connected> connected;
+    std::vector<std::unique_ptr<Sink>> sinks;  // all that ever were
 
     // With the machine held.
     std::function<void()> work;
@@ -84,8 +85,8 @@ struct AgentClient::Program
     std::map<std::wstring, std::wstring> heard;
 };
 
-// Called in the program's apartment.
-class Sink final : public CountedObject<IDispatch, IID_IDispatch, Sink>
+// Called in the program's apartment. It belongs to the program, whoever refers to it.
+class Sink final : public IDispatch
 {
 public:
     Sink(AgentClient::Program& owner, std::wstring name, SinkReaction reaction)
@@ -95,9 +96,13 @@ public:
 
     HRESULT QueryInterface(REFIID id, void** object) override
     {
-        return CountedObject::QueryInterface(
-            IsEqualIID(id, DIID__HOLVAgentSinkEvent) ? IID_IDispatch : id, object);
+        const bool known = IsEqualIID(id, IID_IUnknown) || IsEqualIID(id, IID_IDispatch) ||
+                           IsEqualIID(id, DIID__HOLVAgentSinkEvent);
+        *object = known ? this : nullptr;
+        return known ? S_OK : E_NOINTERFACE;
     }
+    ULONG AddRef() override { return 1; }
+    ULONG Release() override { return 1; }
 
     HRESULT GetTypeInfoCount(UINT* count) override
     {
@@ -153,9 +158,30 @@ private:
     const SinkReaction m_reaction;
 };
 
+AgentClient::Program::Program(Machine& machine, std::wstring_view known_as)
+    : pc(machine), name(known_as)
+{
+}
+
+AgentClient::Program::~Program() = default;
+
 int AgentClient::Program::Run()
 {
     if (FAILED(CoInitialize(nullptr))) return 1;
+    try {
+        ServeMessages();
+    } catch (const ThreadEnds&) {
+        // A program that is ended lets go of nothing.
+        object.Detach();
+        throw;
+    }
+    Release();
+    CoUninitialize();
+    return 0;
+}
+
+void AgentClient::Program::ServeMessages()
+{
     MSG message;
     while (GetMessageW(&message, nullptr, 0, 0) > 0) {
         if (message.hwnd || message.message != kWork) {
@@ -166,9 +192,6 @@ int AgentClient::Program::Run()
         const Hold hold(pc);
         done = true;
     }
-    Release();
-    CoUninitialize();
-    return 0;
 }
 
 void AgentClient::Program::Do(std::function<void()> what)
@@ -250,12 +273,12 @@ AgentClient::Answer AgentClient::Program::Advise(const std::wstring& sink, SinkR
     OwnedInterface<IConnectionPoint> point;
     answer.result = Point(point);
     if (FAILED(answer.result)) return answer;
-    OwnedInterface<IDispatch> made(new Sink(*this, sink, reaction));
+    const auto& made = sinks.emplace_back(std::make_unique<Sink>(*this, sink, reaction));
     DWORD cookie = 0;
-    answer.result = point.Get()->Advise(made.Get(), &cookie);
+    answer.result = point.Get()->Advise(made.get(), &cookie);
     if (FAILED(answer.result)) return answer;
     answer.text = std::to_wstring(cookie);
-    connected.push_back({sink, cookie, std::move(made)});
+    connected.push_back({sink, cookie});
     return answer;
 }
 
