@@ -382,6 +382,14 @@ std::wstring AgentClient::Heard(const std::wstring& sink) const
     return known != m_program->heard.end() ? known->second : std::wstring();
 }
 
+void AgentClient::Quit()
+{
+    m_pc.Settle();
+    PostThreadMessageW(m_program->process->first_thread_id(), WM_QUIT, 0, 0);
+    m_pc.RunUntilEnd(*m_program->process);
+    m_pc.Settle();
+}
+
 void AgentClient::End()
 {
     {

@@ -57,6 +57,8 @@ public:
     // The codes that a sink has heard, joined by blanks.
     std::wstring Heard(const std::wstring& sink) const;
 
+    // The program ends by itself, and lets go of everything.
+    void Quit();
     // Ends the program from outside, which lets go of nothing.
     void End();
 

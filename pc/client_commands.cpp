@@ -144,10 +144,11 @@ Action Release(const ScriptLine&, const Arguments&)
     return [](Stage& stage) { ClientOf(stage).Release(); };
 }
 
+template <void (AgentClient::*end)()>
 Action End(const ScriptLine&, const Arguments&)
 {
     return [](Stage& stage) {
-        ClientOf(stage).End();
+        (ClientOf(stage).*end)();
         stage.clients.erase(stage.client);
     };
 }
@@ -189,7 +190,8 @@ std::vector<Command> ClientCommands()
          "connects a sink, which listens, cancels, clears, fails, calls-back or leaves", Advise},
         {"client unadvise SINK", "disconnects it", Unadvise},
         {"client release", "lets go of the object and the sinks", Release},
-        {"client end", "ends the program, which lets go of nothing", End},
+        {"client quit", "the program ends, and lets go of everything", End<&AgentClient::Quit>},
+        {"client end", "it is ended, and lets go of nothing", End<&AgentClient::End>},
         {"expect client answer TEXT", "what the last question gave: values, ok, or 0x...",
          ExpectAnswer},
         {"expect client heard SINK TEXT", "the event codes that a sink has heard", ExpectHeard},
