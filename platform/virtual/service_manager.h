@@ -81,7 +81,7 @@ public:
     {
     }
     std::string_view Kind() const override { return "power setting registration"; }
-    std::wstring Name() const override { return service->name; }
+    std::wstring Name() const override { return FormatGuid(setting); }
 
     const std::shared_ptr<Service> service;
     const SERVICE_STATUS_HANDLE run;  // the run of the service that asked
