@@ -16,8 +16,10 @@ bool Person::Chance(unsigned percent) { return m_random() % 100 < percent; }
 
 Duration Person::Around(double hour, unsigned minutes)
 {
-    const auto seconds = static_cast<std::int64_t>(m_random() % (minutes * 120));
-    return std::chrono::seconds{static_cast<std::int64_t>(hour * 3600) - minutes * 60 + seconds};
+    const auto either_way = std::chrono::minutes{minutes};
+    const auto span = static_cast<std::uint64_t>(std::chrono::seconds{2 * either_way}.count());
+    return std::chrono::seconds{static_cast<std::int64_t>(hour * 3600)} - either_way +
+           std::chrono::seconds{m_random() % span};
 }
 
 // --- Days ---
