@@ -1,5 +1,53 @@
-// Provisional: there are no class objects yet, so clients find nobody.
 #include "api/class_objects.h"
 
-HRESULT RegisterAgentClassObjects(DWORD, DWORD) { return S_OK; }
-HRESULT RevokeAgentClassObjects() { return S_OK; }
+#include <atomic>
+#include <new>
+
+#include "api/agent_module.h"
+#include "api/holv_agent_api.h"
+#include "platform/counted_object.h"
+#include "platform/owned.h"
+
+namespace {
+
+// It holds no lock on the module itself, which keeps it for as long as it serves.
+class AgentClassObject final
+    : public CountedObject<IClassFactory, IID_IClassFactory, AgentClassObject>
+{
+public:
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID id, void** object) override
+    {
+        return HOLVAgentApi::Create(outer, id, object);
+    }
+
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
+    {
+        if (lock) {
+            LockAgentModule();
+        } else {
+            UnlockAgentModule();
+        }
+        return S_OK;
+    }
+};
+
+std::atomic<DWORD> g_registration = 0;
+
+}  // namespace
+
+HRESULT RegisterAgentClassObjects(DWORD clsContext, DWORD flags)
+{
+    const OwnedInterface<IClassFactory> object(new (std::nothrow) AgentClassObject);
+    if (!object) return E_OUTOFMEMORY;
+    DWORD registration = 0;
+    const HRESULT result =
+        CoRegisterClassObject(CLSID_HOLVAgentApi, object.Get(), clsContext, flags, &registration);
+    if (SUCCEEDED(result)) g_registration = registration;
+    return result;
+}
+
+HRESULT RevokeAgentClassObjects()
+{
+    const DWORD registration = g_registration.exchange(0);
+    return registration ? CoRevokeClassObject(registration) : S_OK;
+}

@@ -3,14 +3,15 @@
 
 #include <memory>
 
-#include "audio/callback_object.h"
+#include "platform/audio.h"
+#include "platform/counted_object.h"
 
 class RegisteredAudioDevice;
 
 // Made and owned by its cache entry, which is kept alive while a notification is at work with it.
 class CAudioEndpointVolumeCallback final
-    : public CallbackObject<IAudioEndpointVolumeCallback, IID_IAudioEndpointVolumeCallback,
-                            CAudioEndpointVolumeCallback>
+    : public CountedObject<IAudioEndpointVolumeCallback, IID_IAudioEndpointVolumeCallback,
+                           CAudioEndpointVolumeCallback>
 {
 public:
     explicit CAudioEndpointVolumeCallback(std::weak_ptr<RegisteredAudioDevice> owner);

@@ -1,13 +1,14 @@
 // Hears of endpoints that are added, removed, change their state or become the default.
 #pragma once
 
-#include "audio/callback_object.h"
+#include "platform/audio.h"
+#include "platform/counted_object.h"
 
 // There is one, in static storage; the maker's reference is never given back. Core Audio calls it
 // on threads of its own, several at once. What a notification says goes to the log, and those that
 // matter go on to CAudioManager, which may hold their thread for a second.
 class CMMNotificationClient final
-    : public CallbackObject<IMMNotificationClient, IID_IMMNotificationClient, CMMNotificationClient>
+    : public CountedObject<IMMNotificationClient, IID_IMMNotificationClient, CMMNotificationClient>
 {
 public:
     HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR id, DWORD state) override;

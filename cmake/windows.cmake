@@ -16,8 +16,25 @@ add_custom_command(
     DEPENDS ${messages}
     WORKING_DIRECTORY ${generated}
     VERBATIM)
+
+# The type library of the control interface. It refers to the system's own library, which a stand-in
+# of the same identifiers is enough for.
+set(descriptions ${CMAKE_SOURCE_DIR}/resources/idl)
+set(widl ${HOLV_INTERFACE_COMPILER} --win64 -I ${descriptions} -L ${generated} -t)
+add_custom_command(
+    OUTPUT ${generated}/stdole2.tlb
+    COMMAND ${widl} -o stdole2.tlb ${descriptions}/stdole2.idl
+    DEPENDS ${descriptions}/stdole2.idl ${descriptions}/oaidl.idl
+    WORKING_DIRECTORY ${generated}
+    VERBATIM)
+add_custom_command(
+    OUTPUT ${generated}/HOLVAgentLib.tlb
+    COMMAND ${widl} -o HOLVAgentLib.tlb ${CMAKE_SOURCE_DIR}/api/HOLVAgentLib.idl
+    DEPENDS ${CMAKE_SOURCE_DIR}/api/HOLVAgentLib.idl ${generated}/stdole2.tlb
+    WORKING_DIRECTORY ${generated}
+    VERBATIM)
 set_source_files_properties(${generated}/HOLVService.rc PROPERTIES
-    OBJECT_DEPENDS ${generated}/HOLVService_messages.rc
+    OBJECT_DEPENDS "${generated}/HOLVService_messages.rc;${generated}/HOLVAgentLib.tlb"
     INCLUDE_DIRECTORIES ${generated})
 
 add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
@@ -26,15 +43,16 @@ add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections>
 add_link_options(-static -Wl,--gc-sections $<$<CONFIG:Release>:-s>)
 
 add_executable(HOLVService ${HOLV_SERVICE_SOURCES} ${generated}/HOLVService.rc
-               ${generated}/HOLVService_messages.rc)
-set_source_files_properties(${generated}/HOLVService_messages.rc PROPERTIES HEADER_FILE_ONLY ON)
+               ${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb)
+set_source_files_properties(${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb
+    PROPERTIES HEADER_FILE_ONLY ON)
 target_compile_definitions(HOLVService PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">
     $<$<COMPILE_LANGUAGE:CXX>:HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}">)
 # A console program: whoever starts it from a command line sees its output, and a service has no
 # console to show.
 target_link_options(HOLVService PRIVATE -municode -mconsole)
-target_link_libraries(HOLVService PRIVATE advapi32 cfgmgr32 ole32 powrprof rpcrt4 setupapi shell32
+target_link_libraries(HOLVService PRIVATE advapi32 cfgmgr32 ole32 oleaut32 powrprof rpcrt4 setupapi shell32
                       userenv uuid wtsapi32)
 
 # A stand-in for Wine's power library. In a folder of its own: it must never travel with the product.
@@ -52,6 +70,11 @@ foreach(program raise_event tell_start)
         OUTPUT_NAME ${program} RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 endforeach()
 target_link_options(HOLVService PRIVATE -Wl,-Map=${CMAKE_BINARY_DIR}/HOLVService.map)
+
+# The example client.
+add_executable(holv_client examples/holv_client.cpp)
+target_link_options(holv_client PRIVATE -municode -mconsole)
+target_link_libraries(holv_client PRIVATE ole32 oleaut32 uuid)
 
 # The package: the program, the clients to start from, and what an administrator needs.
 install(TARGETS HOLVService RUNTIME DESTINATION .)

@@ -66,6 +66,7 @@ const std::vector<Command>& AllCommands()
         Append(all, SessionCommands());
         Append(all, AudioCommands());
         Append(all, FaultCommands());
+        Append(all, ClientCommands());
         Append(all, ExpectCommands());
         Append(all, ShowCommands());
         return all;

@@ -15,6 +15,8 @@
 #include "pc/story.h"
 #include "platform/virtual/machine.h"
 
+class AgentClient;
+
 // What a running command works on.
 struct Stage
 {
@@ -26,6 +28,12 @@ struct Stage
     std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
     // Of the programs that a script lets ask for something, by their names.
     std::map<std::string, std::shared_ptr<virtual_pc::PowerRequest>> requests = {};
+
+    // The programs that use the control interface, the one that commands are about, and what it was
+    // answered last.
+    std::map<std::string, std::shared_ptr<AgentClient>> clients = {};
+    std::string client = "UI";
+    std::string client_answer = {};
 };
 
 using Action = std::function<void(Stage&)>;
@@ -50,6 +58,7 @@ std::vector<Command> PowerCommands();     // power, plan
 std::vector<Command> SleepCommands();     // user, sleep, wake, processor, battery
 std::vector<Command> SessionCommands();   // session, program
 std::vector<Command> AudioCommands();     // audio
+std::vector<Command> ClientCommands();    // client
 std::vector<Command> ExpectCommands();    // expect
 std::vector<Command> ShowCommands();      // show
 

@@ -22,7 +22,10 @@ Action SetClock(const ScriptLine& line, const Arguments& arguments)
         throw ScriptError(line, "\"" + arguments[0] + " " + arguments[1] +
                                     "\" is no date and time, like 2026-03-02 21:30");
     }
-    return [=](Stage& stage) { stage.pc.SetClock(*time); };
+    return [=](Stage& stage) {
+        stage.pc.SetClock(*time);
+        stage.pc.Settle();
+    };
 }
 
 Action SetVersion(const ScriptLine& line, const Arguments& arguments)

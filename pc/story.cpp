@@ -159,6 +159,22 @@ std::string TellEndpoint(const Effect& effect)
     return use + (name.empty() ? "nowhere" : name);
 }
 
+std::string TellClientCall(const Effect& effect)
+{
+    const std::string answer = ToUtf8(effect.Text("answer"));
+    const std::string result = ToUtf8(effect.Text("result"));
+    const std::string told = ToUtf8(effect.Text("client")) + ": " + ToUtf8(effect.Text("call"));
+    if (result != "0x00000000") return told + " fails with " + result;
+    return answer.empty() ? told : told + " gives " + answer;
+}
+
+std::string TellClientEvent(const Effect& effect)
+{
+    return ToUtf8(effect.Text("client")) + ": sink " + ToUtf8(effect.Text("sink")) +
+           " hears of event code " + std::to_string(effect.Number("code")) +
+           (effect.Number("cancelled") ? ", cancelled already" : "");
+}
+
 constexpr Telling kTellings[] = {
     {"state", TellState},
     {"process", TellProcess},
@@ -174,6 +190,8 @@ constexpr Telling kTellings[] = {
     {"sleep", TellSleep},
     {"away mode", TellAway},
     {"display", TellDisplay},
+    {"client call", TellClientCall},
+    {"client event", TellClientEvent},
     {"service", TellService},
     {"service status", TellServiceStatus},
     {"message box", TellMessageBox},

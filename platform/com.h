@@ -34,6 +34,13 @@ inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 #define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000Eu))
 #define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110u))
 #define REGDB_E_CLASSNOTREG (static_cast<HRESULT>(0x80040154u))
+#define REGDB_E_IIDNOTREG (static_cast<HRESULT>(0x80040155u))
+#define CO_E_CLASSSTRING (static_cast<HRESULT>(0x800401F3u))
+#define CO_E_OBJNOTREG (static_cast<HRESULT>(0x800401FBu))
+#define CO_E_SERVER_EXEC_FAILURE (static_cast<HRESULT>(0x80080005u))
+#define RPC_E_SERVERFAULT (static_cast<HRESULT>(0x80010105u))
+#define RPC_E_DISCONNECTED (static_cast<HRESULT>(0x80010108u))
+#define RPC_E_WRONG_THREAD (static_cast<HRESULT>(0x8001010Eu))
 #define CO_E_NOTINITIALIZED (static_cast<HRESULT>(0x800401F0u))
 #define RPC_E_CHANGED_MODE (static_cast<HRESULT>(0x80010106u))
 
@@ -41,6 +48,7 @@ inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 #define CLSCTX_LOCAL_SERVER 0x4u
 #define CLSCTX_ALL 0x17u
 
+#define REGCLS_SINGLEUSE 0u
 #define REGCLS_MULTIPLEUSE 1u
 #define REGCLS_SUSPENDED 4u
 
@@ -56,6 +64,9 @@ inline constexpr IID IID_NULL{};
 inline constexpr IID IID_IUnknown{
     0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
+inline constexpr IID IID_IClassFactory{
+    0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
 class IUnknown
 {
 public:
@@ -68,6 +79,20 @@ public:
 
 protected:
     ~IUnknown() = default;
+};
+
+// A class object: makes objects of its class.
+class IClassFactory : public IUnknown
+{
+public:
+    // A new object's interface `id`. With `outer` the object becomes part of another one, and `id`
+    // must be IID_IUnknown: CLASS_E_NOAGGREGATION otherwise.
+    virtual HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID id, void** object) = 0;
+    // Keeps the server alive, or lets it go.
+    virtual HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) = 0;
+
+protected:
+    ~IClassFactory() = default;
 };
 
 extern "C" {
@@ -86,8 +111,19 @@ void WINAPI CoUninitialize();
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
                                 LPVOID* object);
 
-// Lets the class objects of the calling process be found, all at once.
+// The class registered under a name in the registry; CO_E_CLASSSTRING for a name that is not.
+HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId);
+
+// Offers a class object to other processes (CLSCTX_LOCAL_SERVER); the calling thread's apartment
+// serves it. Takes a reference until it is revoked. With REGCLS_SUSPENDED nobody finds it before
+// CoResumeClassObjects.
+HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD context, DWORD flags,
+                                     LPDWORD registration);
+// CO_E_OBJNOTREG for a number that is none, RPC_E_WRONG_THREAD in another apartment.
+HRESULT WINAPI CoRevokeClassObject(DWORD registration);
+// Lets those of the calling process be found, all at once; and hides them again.
 HRESULT WINAPI CoResumeClassObjects();
+HRESULT WINAPI CoSuspendClassObjects();
 
 // Count what keeps the calling process alive; both return the new count. When it falls to 0, the
 // process's class objects are suspended, so that no client comes while it ends.

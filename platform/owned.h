@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "platform/com.h"
+#include "platform/automation.h"
 #include "platform/command.h"
 #include "platform/device.h"
 #include "platform/eventlog.h"
@@ -128,6 +128,14 @@ struct RpcStringTraits
     static void Close(Type text) { RpcStringFreeW(&text); }
 };
 using OwnedRpcString = Owned<RpcStringTraits>;  // identifiers in string form
+
+struct AutomationStringTraits
+{
+    using Type = BSTR;
+    static Type None() { return nullptr; }
+    static void Close(Type text) { SysFreeString(text); }
+};
+using OwnedAutomationString = Owned<AutomationStringTraits>;
 
 template <class Interface>
 struct InterfaceTraits

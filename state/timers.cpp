@@ -110,7 +110,8 @@ void CNeverSleepState::CreateDoNotDisturbTimer()
 
     const bool inside = IsDoNotDisturbTime(now, hours);
     const DWORD minutes = hours.MinutesToBoundary(now, inside);
-    const LONGLONG due = LONGLONG{minutes * kSecondsPerMinute} * -kUnitsPerSecond;
+    const DWORD seconds = minutes * kSecondsPerMinute;
+    const LONGLONG due = seconds * -kUnitsPerSecond;
     const BOOL wakes = inside && g_bDndToS3;
     Log(6, kFunction,
         L"Configuring DND timer to fire in %d minutes\t[timerDue: %I64d], this timer %s wake the "

@@ -83,7 +83,7 @@ bool Endpoint::SetVolume(float level, const GUID& context)
 void Endpoint::AnnounceVolume(const GUID& context)
 {
     const auto data = std::allocate_shared<AUDIO_VOLUME_NOTIFICATION_DATA>(
-        FixedAllocator<AUDIO_VOLUME_NOTIFICATION_DATA>(m_audio.memory));
+        FixedAllocator<AUDIO_VOLUME_NOTIFICATION_DATA>(m_audio.machine.com.memory));
     *data = {context, m_muted, m_volume, 1, {m_volume}};
     m_audio.notices.TellListeners(*this, [data](auto& listener) { listener.OnNotify(data.get()); });
 }

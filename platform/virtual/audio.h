@@ -10,7 +10,6 @@
 
 #include "platform/audio.h"
 #include "platform/virtual/audio_notices.h"
-#include "platform/virtual/fixed_memory.h"
 
 namespace virtual_pc {
 
@@ -98,11 +97,8 @@ public:
     // --- The machine's side ---
 
     Endpoint* FindById(std::wstring_view id) const;
-    // The objects that were given back, kept so that a use of one is noticed.
-    void Bury(std::shared_ptr<Object> object) { m_gone.push_back(std::move(object)); }
 
     Machine& machine;
-    FixedMemory memory;  // of the objects, whose addresses programs log
     AudioNotices notices;
 
 private:
@@ -121,7 +117,6 @@ private:
     std::vector<std::unique_ptr<Endpoint>> m_endpoints;
     std::array<std::array<Choices, kRoles>, kFlows> m_chosen;
     std::array<std::array<Endpoint*, kRoles>, kFlows> m_default{};
-    std::vector<std::shared_ptr<Object>> m_gone;
 };
 
 // The class of the sound system's enumerator; Com::Factory.

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "platform/virtual/audio.h"
-#include "platform/virtual/call.h"
+#include "platform/virtual/counted.h"
 #include "platform/virtual/memory.h"
 
 using namespace virtual_pc;
@@ -14,8 +14,6 @@ constexpr auto kNotFound = static_cast<HRESULT>(0x80070490u);
 constexpr auto kInvalidated = static_cast<HRESULT>(0x88890004u);  // the endpoint is not active
 constexpr float kSilent = -96;                                    // decibels
 
-Function add_ref{"Core Audio AddRef", Failing::never, Role::gives_back};
-Function release{"Core Audio Release", Failing::never, Role::gives_back};
 Function query_interface{"IMMDevice::QueryInterface", Failing::hresult};
 Function enum_audio_endpoints{"EnumAudioEndpoints", Failing::hresult};
 Function get_default_audio_endpoint{"GetDefaultAudioEndpoint", Failing::hresult};
@@ -36,93 +34,23 @@ Function get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
 Function set_mute{"SetMute", Failing::hresult};
 Function get_mute{"GetMute", Failing::hresult};
 
-// What stands behind a reference: it counts as handed out until its last reference is given back.
-class Counted : public Object
+// What belongs to an endpoint is called by its name.
+class OfEndpoint : public Counted
 {
 public:
-    explicit Counted(const Endpoint* endpoint) : m_endpoint(endpoint) {}
-
-    std::wstring Name() const override { return m_endpoint ? m_endpoint->name() : std::wstring(); }
-
-    ULONG Add()
-    {
-        const Call call(add_ref);
-        Look(call);
-        return ++m_count;
-    }
-
-    ULONG Give()
-    {
-        const Call call(release);
-        if (!Look(call)) return 0;
-        if (--m_count == 0) {
-            call.machine.audio.Bury(call.machine.handles.FindShared(m_handle));
-            call.machine.handles.Close(m_handle);
-        }
-        return m_count;
-    }
-
-protected:
-    // Whether the object may be used still; noted as misuse when not.
-    bool Look(const Call& call) const
-    {
-        if (m_count > 0) return true;
-        call.machine.NoteMisuse(std::string(Kind()) +
-                                " is used after its last reference was "
-                                "given back");
-        return false;
-    }
-
-    template <class Interface>
-    HRESULT Answer(REFIID id, const IID& own, Interface* self, void** object)
-    {
-        *object = nullptr;
-        if (id != own && id != IID_IUnknown) return E_NOINTERFACE;
-        Add();
-        *object = self;
-        return S_OK;
-    }
+    explicit OfEndpoint(const Endpoint& endpoint) : m_whose(endpoint) {}
+    std::wstring Name() const override { return m_whose.name(); }
 
 private:
-    template <class T, class... Arguments>
-    friend T* HandOut(Machine& machine, Arguments&&... arguments);
-
-    const Endpoint* m_endpoint;
-    HANDLE m_handle = nullptr;
-    ULONG m_count = 1;
-};
-
-// A new object, whose first reference is the caller's. With the machine held.
-template <class T, class... Arguments>
-T* HandOut(Machine& machine, Arguments&&... arguments)
-{
-    auto object = std::allocate_shared<T>(FixedAllocator<T>(machine.audio.memory),
-                                          std::forward<Arguments>(arguments)...);
-    T* handed = object.get();
-    handed->m_handle = machine.handles.Open(std::move(object), Thread::Self()->process);
-    return handed;
-}
-
-// The beginning of an operation: the call, and why it is not to go on.
-class Operation : public Call
-{
-public:
-    explicit Operation(Function& function) : Call(function) {}
-
-    // S_OK, or what the operation returns at once.
-    HRESULT Refused(bool usable)
-    {
-        if (Fails()) return static_cast<HRESULT>(error());
-        return usable ? S_OK : E_UNEXPECTED;
-    }
+    const Endpoint& m_whose;
 };
 
 // --- An endpoint's volume ---
 
-class EndpointVolume final : public Counted, public IAudioEndpointVolume
+class EndpointVolume final : public OfEndpoint, public IAudioEndpointVolume
 {
 public:
-    explicit EndpointVolume(Endpoint& endpoint) : Counted(&endpoint), m_endpoint(endpoint) {}
+    explicit EndpointVolume(Endpoint& endpoint) : OfEndpoint(endpoint), m_endpoint(endpoint) {}
     std::string_view Kind() const override { return "endpoint volume"; }
 
     HRESULT QueryInterface(REFIID id, void** object) override
@@ -247,10 +175,10 @@ private:
 
 // --- Endpoints, and lists of them ---
 
-class AudioDevice final : public Counted, public IMMDevice, public IMMEndpoint
+class AudioDevice final : public OfEndpoint, public IMMDevice, public IMMEndpoint
 {
 public:
-    explicit AudioDevice(Endpoint& endpoint) : Counted(&endpoint), m_endpoint(endpoint) {}
+    explicit AudioDevice(Endpoint& endpoint) : OfEndpoint(endpoint), m_endpoint(endpoint) {}
     std::string_view Kind() const override { return "audio device"; }
 
     HRESULT QueryInterface(REFIID id, void** object) override
@@ -316,10 +244,7 @@ private:
 class AudioDevices final : public Counted, public IMMDeviceCollection
 {
 public:
-    explicit AudioDevices(std::vector<Endpoint*> endpoints)
-        : Counted(nullptr), m_endpoints(std::move(endpoints))
-    {
-    }
+    explicit AudioDevices(std::vector<Endpoint*> endpoints) : m_endpoints(std::move(endpoints)) {}
     std::string_view Kind() const override { return "collection of audio devices"; }
 
     HRESULT QueryInterface(REFIID id, void** object) override
@@ -356,7 +281,6 @@ private:
 class Enumerator final : public Counted, public IMMDeviceEnumerator
 {
 public:
-    Enumerator() : Counted(nullptr) {}
     std::string_view Kind() const override { return "audio device enumerator"; }
 
     HRESULT QueryInterface(REFIID id, void** object) override

@@ -134,7 +134,10 @@ void AudioNotices::Post(Notice notice)
 // A thread of the sound system, for as long as the process lives.
 void AudioNotices::Work(Process& process)
 {
-    Thread::Self()->apartment.entered = 1;
+    {
+        const Hold hold(m_machine);
+        Thread::Self()->stay = {1, m_machine.com.Multithreaded(process)};
+    }
     for (;;) Deliver(Next(process));
 }
 

@@ -1,8 +1,22 @@
 #include "platform/virtual/com.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "platform/virtual/machine.h"
+#include "platform/virtual/thread.h"
 
 namespace virtual_pc {
+namespace {
+
+// Signalled once, when class objects come to be served.
+class Served final : public Waitable
+{
+public:
+    std::string_view Kind() const override { return "wait for a class object"; }
+};
+
+}  // namespace
 
 void Com::AddInProcessClass(REFCLSID class_id, Factory factory)
 {
@@ -29,6 +43,85 @@ GUID Com::NewGuid()
     guid.Data3 = static_cast<std::uint16_t>((guid.Data3 & 0x0FFF) | 0x4000);
     guid.Data4[0] = static_cast<std::uint8_t>((guid.Data4[0] & 0x3F) | 0x80);
     return guid;
+}
+
+DWORD Com::Offer(REFCLSID class_id, ExportedInterface object, Process* process, bool suspended)
+{
+    m_offered.push_back({m_next_registration, class_id, std::move(object), process, suspended});
+    if (!suspended) SetSuspended(process, false);
+    return m_next_registration++;
+}
+
+const Com::Offered* Com::FindOffer(DWORD registration) const
+{
+    const auto found = std::ranges::find(m_offered, registration, &Offered::registration);
+    return found != m_offered.end() ? &*found : nullptr;
+}
+
+void Com::Withdraw(DWORD registration)
+{
+    std::erase_if(m_offered, [&](const auto& o) { return o.registration == registration; });
+}
+
+void Com::SetSuspended(const Process* process, bool suspended)
+{
+    for (Offered& offered : m_offered) {
+        if (offered.process == process) offered.suspended = suspended;
+    }
+    if (suspended) return;
+    std::erase_if(m_starting, [&](const auto& starting) { return starting.second == process; });
+    for (const auto& waiting : std::exchange(m_awaiting, {})) waiting->Signal();
+}
+
+std::optional<ExportedInterface> Com::Serving(REFCLSID class_id) const
+{
+    for (const Offered& offered : m_offered) {
+        if (offered.class_id == class_id && !offered.suspended && !offered.process->ending()) {
+            return offered.object;
+        }
+    }
+    return std::nullopt;
+}
+
+std::shared_ptr<Waitable> Com::AwaitServing()
+{
+    return m_awaiting.emplace_back(std::make_shared<Served>());
+}
+
+ULONG Com::ChangeServerReferences(const Process* process, int by)
+{
+    return m_server_references[process] += static_cast<ULONG>(by);
+}
+
+std::shared_ptr<Apartment> Com::Multithreaded(Process& process)
+{
+    std::shared_ptr<Apartment>& apartment = m_multithreaded[&process];
+    if (!apartment || !apartment->open()) {
+        apartment = std::make_shared<Apartment>(m_machine, process, nullptr);
+        m_apartments.push_back(apartment);
+    }
+    return apartment;
+}
+
+std::shared_ptr<Apartment> Com::SingleThreaded(Process& process, const Thread& thread)
+{
+    const auto& threads = m_machine.scheduler.threads();
+    const auto self = std::ranges::find(threads, &thread, &std::shared_ptr<Thread>::get);
+    m_apartments.push_back(std::make_shared<Apartment>(m_machine, process, *self));
+    return m_apartments.back();
+}
+
+void Com::Forget(Process& process)
+{
+    std::erase_if(m_apartments, [&](const auto& apartment) {
+        if (&apartment->process() != &process) return false;
+        apartment->Abandon();
+        return true;
+    });
+    std::erase_if(m_offered, [&](const auto& offered) { return offered.process == &process; });
+    std::erase_if(m_starting, [&](const auto& starting) { return starting.second == &process; });
+    m_multithreaded.erase(&process);
+    m_server_references.erase(&process);
 }
 
 }  // namespace virtual_pc

@@ -4,7 +4,9 @@
 
 #include "platform/virtual/call.h"
 #include "platform/virtual/memory.h"
+#include "platform/virtual/session.h"
 
+using namespace std::chrono_literals;
 using namespace virtual_pc;
 
 namespace {
@@ -13,23 +15,108 @@ Function co_initialize_ex{"CoInitializeEx", Failing::hresult};
 Function co_initialize{"CoInitialize", Failing::hresult};
 Function co_uninitialize{"CoUninitialize", Failing::never, Role::gives_back};
 Function co_create_instance{"CoCreateInstance", Failing::hresult};
+Function clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
+Function co_register_class_object{"CoRegisterClassObject", Failing::hresult};
+Function co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::gives_back};
 Function co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
-Function co_initialize_security{"CoInitializeSecurity", Failing::hresult};
+Function co_suspend_class_objects{"CoSuspendClassObjects", Failing::hresult};
 Function co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
-Function co_release_server_process{"CoReleaseServerProcess", Failing::never};
+Function co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::gives_back};
+Function co_initialize_security{"CoInitializeSecurity", Failing::hresult};
 Function co_create_guid{"CoCreateGuid", Failing::hresult};
 Function co_task_mem_alloc{"CoTaskMemAlloc"};
 Function co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
+
+// How long the system waits for a server's class object.
+constexpr Duration kServerStart = 120s;
 
 HRESULT Enter(Function& function, DWORD how)
 {
     Call call(function);
     if (call.Fails()) return static_cast<HRESULT>(call.error());
-    Apartment& apartment = call.thread.apartment;
+    Stay& stay = call.thread.stay;
     const bool single = (how & COINIT_APARTMENTTHREADED) != 0;
-    if (apartment.entered > 0 && apartment.single != single) return RPC_E_CHANGED_MODE;
-    apartment.single = single;
-    return apartment.entered++ == 0 ? S_OK : S_FALSE;
+    if (stay.entered > 0) {
+        if (stay.apartment->single() != single) return RPC_E_CHANGED_MODE;
+        ++stay.entered;
+        return S_FALSE;
+    }
+    stay.apartment = single ? call.machine.com.SingleThreaded(call.process(), call.thread)
+                            : call.machine.com.Multithreaded(call.process());
+    ++stay.apartment->threads;
+    stay.entered = 1;
+    // Calls come as messages.
+    if (single) call.thread.has_queue = true;
+    return S_OK;
+}
+
+// --- Activation ---
+
+std::wstring ClassKey(REFCLSID class_id)
+{
+    return LR"(HKCR\CLSID\{)" + FormatGuid(class_id) + L"}";
+}
+
+// Starts the server that the registry names for a class: the service of its AppID, or a program.
+// `process` is the program's; null for a service.
+HRESULT StartServer(Call& call, REFCLSID class_id, Process*& process)
+{
+    const Registry& registry = call.machine.registry;
+    const std::wstring key = ClassKey(class_id);
+    const auto program = registry.GetString(key + LR"(\LocalServer32)", L"");
+    std::optional<std::wstring> service;
+    if (const auto app_id = registry.GetString(key, L"AppID")) {
+        service = registry.GetString(LR"(HKCR\AppID\)" + *app_id, L"LocalService");
+    }
+    if (service) {
+        const auto& start = call.machine.com.start_service;
+        return start ? start(*service) : CO_E_SERVER_EXEC_FAILURE;
+    }
+    if (!program) return REGDB_E_CLASSNOTREG;
+    for (const std::wstring& path : ProgramsMeant(*program)) {
+        process = call.machine.StartInstalled(path, L"\"" + path + L"\" -Embedding");
+        if (process) return S_OK;
+    }
+    return CO_E_SERVER_EXEC_FAILURE;
+}
+
+// The class object of a server, which is started unless it runs.
+HRESULT FindServer(Call& call, REFCLSID class_id, ExportedInterface& class_object)
+{
+    Process* process = nullptr;
+    const Instant deadline = call.machine.now() + kServerStart;
+    for (bool started = false;; started = true) {
+        if (auto serving = call.machine.com.Serving(class_id)) {
+            class_object = std::move(*serving);
+            return S_OK;
+        }
+        if (!started) {
+            Process*& starting = call.machine.com.Starting(class_id);
+            const HRESULT result = starting ? S_OK : StartServer(call, class_id, starting);
+            if (FAILED(result)) return result;
+            process = starting;
+        }
+        std::vector<std::shared_ptr<Waitable>> awaited{call.machine.com.AwaitServing()};
+        if (process) awaited.push_back(process->object());
+        const DWORD woken = Waitable::WaitFor(call.machine, call.thread, awaited, false, deadline);
+        if (woken != WAIT_OBJECT_0) return CO_E_SERVER_EXEC_FAILURE;
+    }
+}
+
+HRESULT CreateElsewhere(REFCLSID class_id, REFIID id, void** object)
+{
+    ExportedInterface class_object;
+    {
+        Call call(co_create_instance);
+        const HRESULT found = FindServer(call, class_id, class_object);
+        if (FAILED(found)) return found;
+    }
+    IClassFactory* factory = nullptr;
+    const HRESULT come = ImportInterface(class_object, reinterpret_cast<void**>(&factory));
+    if (FAILED(come)) return come;
+    const HRESULT made = factory->CreateInstance(nullptr, id, object);
+    factory->Release();
+    return made;
 }
 
 }  // namespace
@@ -42,13 +129,23 @@ HRESULT WINAPI CoInitialize(LPVOID) { return Enter(co_initialize, COINIT_APARTME
 
 void WINAPI CoUninitialize()
 {
-    Call call(co_uninitialize);
-    Apartment& apartment = call.thread.apartment;
-    if (apartment.entered == 0) {
-        call.machine.NoteMisuse("CoUninitialize on a thread that is in no apartment");
-        return;
+    std::shared_ptr<Apartment> closing;
+    {
+        Call call(co_uninitialize);
+        Stay& stay = call.thread.stay;
+        if (stay.entered == 0) {
+            call.machine.NoteMisuse("CoUninitialize on a thread that is in no apartment");
+            return;
+        }
+        if (stay.entered > 1) {
+            --stay.entered;
+            return;
+        }
+        if (--stay.apartment->threads == 0) closing = stay.apartment;
     }
-    --apartment.entered;
+    // Its objects are given back while the thread is still in it.
+    if (closing) closing->Close();
+    Thread::Self()->stay = {};
 }
 
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
@@ -59,33 +156,95 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
     {
         Call call(co_create_instance);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
-        if (call.thread.apartment.entered == 0) return CO_E_NOTINITIALIZED;
+        if (call.thread.stay.entered == 0) return CO_E_NOTINITIALIZED;
         if (context & CLSCTX_INPROC_SERVER) factory = call.machine.com.FindInProcessClass(classId);
     }
-    if (!factory) return REGDB_E_CLASSNOTREG;
+    if (!factory && !(context & CLSCTX_LOCAL_SERVER)) return REGDB_E_CLASSNOTREG;
     if (outer) return CLASS_E_NOAGGREGATION;
-    return factory(id, object);
+    return factory ? factory(id, object) : CreateElsewhere(classId, id, object);
 }
 
-// Nobody outside the process looks for its class objects yet.
+HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId)
+{
+    Call call(clsid_from_prog_id);
+    *classId = GUID_NULL;
+    if (call.Fails()) return static_cast<HRESULT>(call.error());
+    const auto text =
+        call.machine.registry.GetString(LR"(HKCR\)" + std::wstring(programId) + LR"(\CLSID)", L"");
+    const auto id =
+        text && text->size() > 2 ? ParseGuid(text->substr(1, text->size() - 2)) : std::nullopt;
+    if (!id) return CO_E_CLASSSTRING;
+    *classId = *id;
+    return S_OK;
+}
+
+// --- Class objects ---
+
+HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD, DWORD flags,
+                                     LPDWORD registration)
+{
+    {
+        Call call(co_register_class_object);
+        if (call.Fails()) return static_cast<HRESULT>(call.error());
+        if (!object || !registration) return E_INVALIDARG;
+        if (call.thread.stay.entered == 0) return CO_E_NOTINITIALIZED;
+    }
+    ExportedInterface exported;
+    const HRESULT sent = ExportInterface(object, IID_IClassFactory, exported);
+    if (FAILED(sent)) return sent;
+    Machine& machine = Machine::Current();
+    const Hold hold(machine);
+    *registration = machine.com.Offer(classId, std::move(exported), Thread::Self()->process,
+                                      (flags & REGCLS_SUSPENDED) != 0);
+    return S_OK;
+}
+
+HRESULT WINAPI CoRevokeClassObject(DWORD registration)
+{
+    ExportedInterface given_back;
+    {
+        Call call(co_revoke_class_object);
+        if (call.Fails()) return static_cast<HRESULT>(call.error());
+        const Com::Offered* offered = call.machine.com.FindOffer(registration);
+        if (!offered || offered->process != call.thread.process) return CO_E_OBJNOTREG;
+        if (offered->object.object->home != call.thread.stay.apartment) return RPC_E_WRONG_THREAD;
+        given_back = offered->object;
+        call.machine.com.Withdraw(registration);
+    }
+    return S_OK;
+}
+
 HRESULT WINAPI CoResumeClassObjects()
 {
     Call call(co_resume_class_objects);
-    return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
+    if (call.Fails()) return static_cast<HRESULT>(call.error());
+    call.machine.com.SetSuspended(&call.process(), false);
+    return S_OK;
+}
+
+HRESULT WINAPI CoSuspendClassObjects()
+{
+    Call call(co_suspend_class_objects);
+    if (call.Fails()) return static_cast<HRESULT>(call.error());
+    call.machine.com.SetSuspended(&call.process(), true);
+    return S_OK;
 }
 
 ULONG WINAPI CoAddRefServerProcess()
 {
     Call call(co_add_ref_server_process);
-    return ++call.process().server_references;
+    return call.machine.com.ChangeServerReferences(&call.process(), 1);
 }
 
 ULONG WINAPI CoReleaseServerProcess()
 {
     Call call(co_release_server_process);
-    return --call.process().server_references;
+    const ULONG left = call.machine.com.ChangeServerReferences(&call.process(), -1);
+    if (left == 0) call.machine.com.SetSuspended(&call.process(), true);
+    return left;
 }
 
+// Any call is let in here, whatever the security.
 HRESULT WINAPI CoInitializeSecurity(LPVOID, LONG, LPVOID, LPVOID, DWORD, DWORD, LPVOID, DWORD,
                                     LPVOID)
 {

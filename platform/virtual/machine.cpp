@@ -46,6 +46,10 @@ Machine::Machine(const Options& options)
     m_driver->state = Thread::State::running;
     Thread::SetSelf(m_driver.get());
     scheduler.SetDriver(*m_driver);
+    com.start_service = [this](const std::wstring& name) -> HRESULT {
+        const DWORD error = services.Start(name);
+        return error == ERROR_SERVICE_ALREADY_RUNNING ? S_OK : HRESULT_FROM_WIN32(error);
+    };
     if (!m_registry_file.empty()) registry.Load(m_registry_file);
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/message.h"
 
+#include "platform/virtual/apartment.h"
 #include "platform/virtual/call.h"
 
 using namespace virtual_pc;
@@ -52,10 +53,16 @@ BOOL WINAPI TranslateMessage(const MSG*)
     return FALSE;  // there is no keyboard here
 }
 
-LRESULT WINAPI DispatchMessageW(const MSG*)
+LRESULT WINAPI DispatchMessageW(const MSG* message)
 {
-    const Call call(dispatch_message);
-    return 0;  // messages of a thread, not of a window, go nowhere
+    std::shared_ptr<Apartment> apartment;
+    {
+        const Call call(dispatch_message);
+        apartment = call.thread.stay.apartment;
+    }
+    // Messages of a thread, not of a window, go nowhere.
+    if (apartment && message->hwnd == apartment->window()) apartment->Serve();
+    return 0;
 }
 
 // The user reads it at once.

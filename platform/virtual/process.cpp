@@ -198,6 +198,7 @@ void Process::End(Thread& last, int exit_code)
             if (thread->process != this || thread.get() == &last) continue;
             Waitable::WaitFor(machine, last, {thread->object}, false, kNever);
         }
+        machine.com.Forget(*this);
         machine.LookAtWatch();
         if (m_loaded) machine.Watch(nullptr, {});
         loaded = std::move(m_loaded);

@@ -109,7 +109,6 @@ public:
 
     LPTOP_LEVEL_EXCEPTION_FILTER exception_filter = nullptr;
     DWORD tls_slots = 0;
-    ULONG server_references = 0;  // that clients of component objects keep it alive by
 
 private:
     friend class Machine;

@@ -16,11 +16,13 @@ namespace virtual_pc {
 
 class Process;
 
-// The apartment of component objects that a thread is in.
-struct Apartment
+class Apartment;
+
+// The apartment of component objects that a thread is in, and how often it was entered; none for 0.
+struct Stay
 {
-    int entered = 0;      // how often it was entered; 0 for none
-    bool single = false;  // one of its own, served by its message loop
+    int entered = 0;
+    std::shared_ptr<Apartment> apartment = {};
 };
 
 // Thrown through a thread's frames when its process has ended, so that what it holds is given back.
@@ -46,7 +48,6 @@ public:
     // Only the thread itself touches these.
     DWORD last_error = 0;
     std::vector<void*> tls;
-    Apartment apartment;
 
     // With the machine held.
     enum class State
@@ -59,6 +60,7 @@ public:
     State state = State::ready;
     bool ends = false;  // its process has ended
     Wait wait;
+    Stay stay;
     bool has_queue = false;
     std::deque<MSG> messages;
 

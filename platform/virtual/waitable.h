@@ -27,6 +27,8 @@ struct Wait
     const CRITICAL_SECTION* lock = nullptr;
     // Whether a message ends it.
     bool for_message = false;
+    // The call whose answer it waits for, when it waits for one; a call that comes in ends it too.
+    const void* answer = nullptr;
 };
 
 // An object with a signal. All calls are made with the machine held.

@@ -1,23 +1,24 @@
-// The base of the objects that Core Audio calls back.
+// The base of the component objects that the service makes.
 #pragma once
 
 #include <atomic>
 
-#include "platform/audio.h"
+#include "platform/com.h"
 
 // Answers for IUnknown and for its one interface, and counts its references. The first reference is
 // the maker's; whoever gives the last one back destroys the object, which must then have been made
 // with new. Any thread.
 template <class Interface, const IID& id, class Object>
-class CallbackObject : public Interface
+class CountedObject : public Interface
 {
 public:
-    CallbackObject() = default;
-    CallbackObject(const CallbackObject&) = delete;
-    CallbackObject& operator=(const CallbackObject&) = delete;
+    CountedObject() = default;
+    CountedObject(const CountedObject&) = delete;
+    CountedObject& operator=(const CountedObject&) = delete;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID wanted, void** object) override
     {
+        if (!object) return E_POINTER;
         *object = nullptr;
         if (!IsEqualIID(wanted, IID_IUnknown) && !IsEqualIID(wanted, id)) return E_NOINTERFACE;
         AddRef();
@@ -35,7 +36,7 @@ public:
     }
 
 protected:
-    ~CallbackObject() = default;
+    ~CountedObject() = default;
 
 private:
     std::atomic<ULONG> m_references = 1;

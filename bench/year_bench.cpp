@@ -1,0 +1,102 @@
+// A year of a person's days with the service, at its usual logging level, and how often its state
+// machine is woken in each state; against the same days on a PC without it.
+
+#include <array>
+
+#include "bench/on_the_pc.h"
+#include "bench/ratios.h"
+#include "pc/person.h"
+#include "pc/service_view.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr int kDays = 365;
+constexpr std::uint64_t kSeed = 7;
+constexpr std::size_t kStates = 6;
+
+void OnceEach(benchmark::internal::Benchmark* bench)
+{
+    bench->Iterations(1)->Repetitions(3)->UseRealTime()->Unit(benchmark::kSecond);
+}
+
+// Counts the passes of the state machine's loop, by the state in which it waited.
+class WakeUps
+{
+public:
+    WakeUps(Machine& pc, const ServiceView& view) : m_pc(pc), m_state(view.state())
+    {
+        pc.journal.Listen([this](const Effect& effect) {
+            if (effect.kind != "state" && effect.kind != "power source") return;
+            Count();
+            if (effect.kind == "state") m_state = StateOf(ToUtf8(effect.Text("to")));
+            m_on_battery = m_pc.power.source() == PowerSource::dc;
+        });
+    }
+
+    // "HOLV_IDLE/h" and so on, and by "battery" those on it, where its charge is watched.
+    void Report(benchmark::State& state)
+    {
+        Count();
+        for (std::size_t i = 0; i < m_counts.size(); ++i) {
+            const double hours = std::chrono::duration<double, std::ratio<3600>>(m_time[i]).count();
+            const std::string name = ToUtf8(StateNameOf(static_cast<std::int32_t>(i % kStates))) +
+                                     (i < kStates ? "" : " battery");
+            if (hours > 0) state.counters[name + "/h"] = m_counts[i] / hours;
+        }
+    }
+
+private:
+    void Count()
+    {
+        const Instant now = m_pc.now();
+        const std::uint64_t calls = m_pc.faults.CallsOf("WaitForMultipleObjects");
+        if (m_state) {
+            const std::size_t index =
+                static_cast<std::size_t>(*m_state) + (m_on_battery ? kStates : 0);
+            m_counts[index] += static_cast<double>(calls - m_calls);
+            m_time[index] += now - m_since;
+        }
+        m_since = now;
+        m_calls = calls;
+    }
+
+    Machine& m_pc;
+    std::optional<std::int32_t> m_state;
+    bool m_on_battery = false;
+    Instant m_since{0};
+    std::uint64_t m_calls = 0;
+    std::array<double, 2 * kStates> m_counts{};
+    std::array<Duration, 2 * kStates> m_time{};
+};
+
+void LiveAYear(benchmark::State& state, bool with_service)
+{
+    for (auto _ : state) {
+        Machine pc;
+        ServiceView view(pc);
+        pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\1)");
+        pc.SetClock(*ParseCalendar("2026-01-01 00:00"));
+        pc.battery.DrainAt(12);
+        pc.battery.ChargeAt(60);
+        if (with_service) pc.Start({.host_path = HOLV_IMAGE});
+        pc.RunFor(1s);
+        WakeUps wake_ups(pc, view);
+        Person person(pc, kSeed);
+        person.Live(kDays);
+        if (with_service) wake_ups.Report(state);
+    }
+    state.counters["days/s"] = benchmark::Counter(kDays, benchmark::Counter::kIsRate);
+}
+
+void YearWithoutTheService(benchmark::State& state) { LiveAYear(state, false); }
+BENCHMARK(YearWithoutTheService)->Apply(OnceEach);
+
+void YearWithTheService(benchmark::State& state) { LiveAYear(state, true); }
+BENCHMARK(YearWithTheService)->Apply(OnceEach);
+
+const bool kYear = Compare({"YearWithTheService", "YearWithoutTheService", 0,
+                            "a year of a person's days with the service; without it"});
+
+}  // namespace

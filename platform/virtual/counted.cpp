@@ -1,0 +1,37 @@
+#include "platform/virtual/counted.h"
+
+namespace virtual_pc {
+namespace {
+
+Function add_ref{"IUnknown::AddRef", Failing::never, Role::gives_back};
+Function release{"IUnknown::Release", Failing::never, Role::gives_back};
+
+}  // namespace
+
+ULONG Counted::Add()
+{
+    const Call call(add_ref);
+    Look(call);
+    return ++m_count;
+}
+
+ULONG Counted::Give()
+{
+    const Call call(release);
+    if (!Look(call)) return 0;
+    if (--m_count == 0) {
+        call.machine.com.Bury(call.machine.handles.FindShared(m_handle));
+        call.machine.handles.Close(m_handle);
+    }
+    return m_count;
+}
+
+bool Counted::Look(const Call& call) const
+{
+    if (m_count > 0) return true;
+    call.machine.NoteMisuse(std::string(Kind()) +
+                            " is used after its last reference was given back");
+    return false;
+}
+
+}  // namespace virtual_pc

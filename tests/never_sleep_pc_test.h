@@ -1,0 +1,94 @@
+// The ground of tests that watch the whole service on a PC that sleeps and wakes: the service as an
+// image, the platform device, and what must be so whenever the PC has come to rest.
+#pragma once
+
+#include "pc/service_view.h"
+#include "tests/virtual_pc_test.h"
+
+class NeverSleepPc
+{
+public:
+    explicit NeverSleepPc(const virtual_pc::Machine::Options& options) : pc(options), view(pc)
+    {
+        pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\1)");
+    }
+
+    void Set(const wchar_t* setting, DWORD value)
+    {
+        pc.registry.SetDword(kUserKey, setting, value);
+    }
+
+    void StartService()
+    {
+        m_service = &pc.Start(virtual_pc::Image{.host_path = HOLV_IMAGE});
+        pc.RunFor(std::chrono::seconds{1});
+    }
+
+    // Stops the service; whatever it had of the PC must have been given back.
+    void StopService()
+    {
+        constexpr int kServiceStop = 5;
+        view.Raise(kServiceStop);
+        pc.RunUntilEnd(*m_service);
+        for (const POWER_REQUEST_TYPE type :
+             {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
+            EXPECT_FALSE(pc.power.Held(type));
+        }
+        EXPECT_EQ(m_service->left_open().size(), 1u) << "the log's file alone";
+        EXPECT_EQ(pc.misuses().size(), 0u);
+    }
+
+    // A member of the state record.
+    std::int32_t Member(const std::string& name) const
+    {
+        const std::string symbol =
+            "_ZN16CNeverSleepState" + std::to_string(name.size()) + name + "E";
+        return *static_cast<const std::atomic<std::int32_t>*>(view.Symbol(symbol.c_str()));
+    }
+
+    std::string State() const
+    {
+        const std::wstring_view name = StateNameOf(view.state().value_or(-1));
+        return {name.begin(), name.end()};
+    }
+
+    // What each state promises of the plan, the device and the requests.
+    void ExpectConsistent(const std::string& when) const
+    {
+        SCOPED_TRACE(when + ", " + State() + " at " + virtual_pc::FormatCalendar(pc.clock()));
+        if (pc.sleep.phase() != virtual_pc::SleepState::Phase::awake) return;
+        const std::string state = State();
+        EXPECT_NE(state, "HOLV_S3") << "awake";
+        EXPECT_NE(state, "HOLV_INIT");
+        const bool normal = state == "S0_NORMAL";
+        EXPECT_EQ(pc.power.active().name, normal ? L"Balanced" : L"Power saver");
+        EXPECT_EQ(pc.devices.All().front()->Mode().value_or(0),
+                  static_cast<DWORD>(normal ? 0 : view.state().value_or(0)));
+        const bool dnd_sleeps = pc.registry.GetDword(kUserKey, L"DndToS3").value_or(0) != 0;
+        const bool on_battery = pc.registry.GetDword(kUserKey, L"EnableHOLVOnDc").value_or(1) != 0;
+        const bool powered =
+            pc.power.line == 1 || (on_battery && !Member("m_bBatteryThresholdCrossed"));
+        const bool ready = powered && !(dnd_sleeps && Member("m_bSeenDndStart"));
+        // Where the hours are slept through, a request may be left released at their end.
+        const auto agrees = [&](POWER_REQUEST_TYPE type) {
+            return pc.power.Held(type) == ready || (dnd_sleeps && ready);
+        };
+        EXPECT_TRUE(agrees(PowerRequestAwayModeRequired)) << "ready: " << ready;
+        EXPECT_TRUE(agrees(PowerRequestSystemRequired)) << "ready: " << ready;
+    }
+
+    // The same, with somebody at the PC.
+    void ExpectNormalUse(const std::string& when) const
+    {
+        ExpectConsistent(when);
+        EXPECT_EQ(State(), "S0_NORMAL") << when << " at " << virtual_pc::FormatCalendar(pc.clock());
+        EXPECT_FALSE(pc.sleep.away());
+        EXPECT_TRUE(pc.user.display_on());
+    }
+
+    virtual_pc::Machine pc;
+    ServiceView view;
+
+private:
+    virtual_pc::Process* m_service = nullptr;
+};

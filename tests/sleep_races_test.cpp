@@ -1,0 +1,197 @@
+// What happens to the service at the same moment, in every order that a seed draws: suspends and
+// resumes, away mode, timers and the user. Whatever the order, the PC comes to rest as its state
+// says, the log tells one unbroken chain of states, and normal use comes back.
+//
+// HOLV_RACE_SEEDS sets how many seeds are tried of each; a failure names its seed.
+
+#include <cstdlib>
+#include <sstream>
+
+#include "log/log.h"
+#include "platform/kernel.h"
+#include "tests/never_sleep_pc_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+std::uint64_t Seeds()
+{
+    const char* seeds = std::getenv("HOLV_RACE_SEEDS");
+    return seeds ? std::strtoull(seeds, nullptr, 10) : 60;
+}
+
+// The PC of one race. The user sits at it, and it sleeps for real where that is wanted.
+class RacePc : public NeverSleepPc
+{
+public:
+    explicit RacePc(std::uint64_t seed)
+        : NeverSleepPc({.free = kRunFree, .seed = seed}), m_seed(seed)
+    {
+        Set(L"LoggingEnabled", kLogToDebugger);
+        pc.user.Works();
+    }
+
+    // A different delay for each seed, around the moment that the race is about.
+    Duration Jitter() const
+    {
+        constexpr Duration kDelays[] = {0s, 1ms, 999ms, 1s, 1001ms};
+        return kDelays[m_seed % std::size(kDelays)];
+    }
+
+    // Does something after a time, on a thread of another program: at a moment that others have a
+    // part in, the seed draws who comes first.
+    void Meanwhile(Duration after, const std::function<void(Machine&)>& what)
+    {
+        pc.Start([this, after, what] {
+            Sleep(static_cast<DWORD>(after / 1ms));
+            what(pc);
+            return 0;
+        });
+    }
+
+    // Whatever plan is active: no sleep becomes away mode.
+    void ForbidAwayMode()
+    {
+        const GUID plan = pc.power.active().guid;
+        pc.power.Write(plan, GUID_ALLOW_AWAYMODE, PowerSource::ac, 0);
+        pc.power.Activate(plan);
+    }
+
+    void ExpectUnbrokenChain() const
+    {
+        std::wstring at = L"HOLV_INIT";
+        for (const DebugLine& line : pc.outputs.debug()) {
+            const std::size_t text = line.text.find(L"State update ");
+            if (text == std::wstring::npos) continue;
+            std::wistringstream words(line.text.substr(text));
+            std::wstring state, update, from, arrow, to;
+            words >> state >> update >> from >> arrow >> to;
+            EXPECT_EQ(from, at);
+            at = to;
+        }
+    }
+
+private:
+    const std::uint64_t m_seed;
+};
+
+struct Race
+{
+    const char* name;
+    void (*settings)(RacePc&);
+    void (*run)(RacePc&);
+};
+
+std::ostream& operator<<(std::ostream& out, const Race& race) { return out << race.name; }
+
+const Race kRaces[] = {
+    {"UserAgainstDelayedEntry", [](RacePc&) {},
+     [](RacePc& race) {
+         race.ForbidAwayMode();
+         race.pc.sleep.Ask(L"test");
+         race.pc.RunFor(1h);
+         race.pc.sleep.WakeByTimer();
+         race.Meanwhile(race.Jitter(), [](Machine& pc) { pc.user.Input(); });
+         race.pc.RunFor(3s);
+         // In the very moment of the entry both have their way, in some order.
+         if (race.Jitter() != 1s) race.ExpectNormalUse("the user was there in time");
+     }},
+    {"SuspendAgainstEntry", [](RacePc&) {},
+     [](RacePc& race) {
+         constexpr int kEnterActive = 1;
+         race.ForbidAwayMode();
+         race.Meanwhile(0s, [](Machine& pc) { pc.sleep.Ask(L"test"); });
+         race.view.Raise(kEnterActive);
+         race.pc.RunFor(race.Jitter());
+         race.pc.sleep.WakeByUser();
+         race.pc.RunFor(1s);
+         race.pc.sleep.WakeByUser();
+     }},
+    {"AwayModeOnAndOff", [](RacePc&) {},
+     [](RacePc& race) {
+         for (int i = 0; i < 3; ++i) {
+             race.Meanwhile(0s, [](Machine& pc) { pc.sleep.Ask(L"test"); });
+             race.Meanwhile(race.Jitter() / 999, [](Machine& pc) { pc.user.Input(); });
+         }
+         // Where both are signalled before the loop looks, the way to normal use goes first, and
+         // never-sleep mode stays, until the user is back from away mode the next time.
+         race.pc.RunFor(1s);
+         race.pc.user.Input();
+     }},
+    {"EndOfTheHoursAgainstTheUser",
+     [](RacePc& race) {
+         race.Set(L"DndToS3", 1);
+         race.pc.SetClock(*ParseCalendar("2026-03-02 21:59:30"));
+     },
+     [](RacePc& race) {
+         race.pc.sleep.Ask(L"test");
+         race.pc.RunFor(8h + 30s);
+         EXPECT_EQ(race.pc.sleep.phase(), SleepState::Phase::asleep);
+         race.Meanwhile(0s, [](Machine& pc) { pc.user.Input(); });
+         race.pc.RunFor(28s + race.Jitter());
+         race.pc.sleep.WakeByUser();
+         race.pc.RunFor(3s);
+         race.ExpectNormalUse("the user has come");
+     }},
+    {"ClockSetAtABoundary", [](RacePc&) {},
+     [](RacePc& race) {
+         race.pc.SetClock(*ParseCalendar("2026-03-02 23:00"));
+         race.pc.sleep.Ask(L"test");
+         race.pc.SetClock(*ParseCalendar("2026-03-02 21:59"));
+         race.pc.RunFor(race.Jitter());
+         race.pc.SetClock(*ParseCalendar("2026-03-03 05:59"));
+         race.Meanwhile(60s, [](Machine& pc) {
+             pc.SetClock(*ParseCalendar("2026-03-03 22:30"));
+             pc.user.Input();
+         });
+         race.pc.RunFor(61s);
+         race.pc.user.Input();
+     }},
+    {"LowBatteryAgainstMains", [](RacePc&) {},
+     [](RacePc& race) {
+         race.pc.power.RunOnBattery(16, false);
+         race.pc.sleep.Ask(L"test");
+         race.pc.battery.DrainAt(360);
+         // The monitor looks every ten seconds.
+         for (const Duration at : {10s, 20s, 30s}) {
+             race.Meanwhile(at, [](Machine& pc) { pc.power.RunOnMains(); });
+             race.Meanwhile(at + race.Jitter(),
+                            [](Machine& pc) { pc.power.RunOnBattery(14, false); });
+         }
+         race.pc.RunFor(2min);
+         race.pc.power.RunOnMains();
+         race.pc.sleep.WakeByUser();
+     }},
+};
+
+class SleepRaceTest : public ::testing::TestWithParam<Race>
+{
+};
+
+TEST_P(SleepRaceTest, WhateverTheOrderThePcComesToRestAsItsStateSays)
+{
+    for (std::uint64_t seed = 1; seed <= Seeds(); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        RacePc race(seed);
+        GetParam().settings(race);
+        race.StartService();
+        GetParam().run(race);
+        race.pc.RunFor(5s);
+        race.ExpectConsistent("after the race");
+        race.pc.sleep.Ask(L"test");
+        race.pc.RunFor(20s);
+        race.pc.sleep.WakeByUser();
+        race.pc.RunFor(5s);
+        race.ExpectNormalUse("with the user back");
+        race.ExpectUnbrokenChain();
+        race.StopService();
+        if (::testing::Test::HasFailure()) return;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SleepRaceTest, ::testing::ValuesIn(kRaces),
+                         [](const auto& race) { return race.param.name; });
+
+}  // namespace

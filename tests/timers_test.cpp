@@ -1,0 +1,352 @@
+// The idle monitor, the readers of the request listing, and the processor and battery monitors:
+// each check by what it does to the timers, the requests and the PC, and by the lines that tell of
+// it.
+
+#include "log/log.h"
+#include "platform/owned.h"
+#include "power/never_sleep_away_mode.h"
+#include "power/power_policy_manager.h"
+#include "settings/settings.h"
+#include "state/global_events.h"
+#include "state/never_sleep_state.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+using S = CNeverSleepState;
+
+constexpr GUID kBalanced = GUID_TYPICAL_POWER_SAVINGS;
+
+class TimersTest : public VirtualPcTest
+{
+protected:
+    TimersTest()
+    {
+        g_dwLoggingLevel = 6;
+        g_dwLoggingEnabled = kLogToDebugger;
+        g_bEnableNeverSleep = 1;
+        g_bEnableHolvOnDC = 1;
+        g_bDndToS3 = 0;
+        g_dwCpuIdleThreshold = 5;
+        g_dwCpuUsageCheckInterval = 10;
+        g_dwSuspendBatteryThreshold = 15;
+        g_dwBatteryUsageCheckInterval = 10;
+        S::m_eSystemState = S0_NORMAL;
+        S::m_bIdleExpiryPending = FALSE;
+        S::m_bBatteryThresholdCrossed = FALSE;
+        S::m_bSeenDndStart = FALSE;
+        S::m_bInAwayMode = FALSE;
+        S::m_bOverride = FALSE;
+        pc.power.s3_supported = false;  // asked for, it does not come
+    }
+
+    void WithEvents(const std::function<void()>& body)
+    {
+        RunAsProcess([&] {
+            createGlobalEvents();
+            CNeverSleepAwayMode::Initialize();
+            S::m_pPowerPolicyManager.Set(std::make_shared<CPowerPolicyManager>());
+            body();
+            S::m_pPowerPolicyManager.Set(nullptr);
+            CNeverSleepAwayMode::Uninitialize();
+            closeGlobalEvents();
+        });
+    }
+
+    // What has been said since the last time, of these functions alone.
+    std::wstring Said(std::wstring_view by)
+    {
+        std::wstring said;
+        for (; m_read < pc.outputs.debug().size(); ++m_read) {
+            const std::wstring& line = pc.outputs.debug()[m_read].text;
+            const std::size_t at = line.find(L"   ");
+            if (line.substr(0, at).ends_with(by)) said += line.substr(at + 3) + L"|";
+        }
+        return said;
+    }
+    bool HasSaid(std::wstring_view text)
+    {
+        bool said = false;
+        for (; m_read < pc.outputs.debug().size(); ++m_read) {
+            said |= pc.outputs.debug()[m_read].text.find(text) != std::wstring::npos;
+        }
+        return said;
+    }
+
+    // Whether a signal or timer of this slot comes within `seconds`, and after how many.
+    static std::optional<int> Comes(const Machine& machine, GlobalEvent slot, DWORD seconds)
+    {
+        const Instant before = machine.now();
+        const HANDLE handle = g_hGlobalEvents[slot];
+        if (WaitForSingleObject(handle, seconds * 1000) != WAIT_OBJECT_0) return std::nullopt;
+        return static_cast<int>((machine.now() - before) / 1s);
+    }
+
+private:
+    std::size_t m_read = 0;
+};
+
+// --- Idleness ---
+
+// A step of the idle monitor: how long the PC has been idle, whether a film runs, and what follows.
+TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
+{
+    enum class Then
+    {
+        waits,   // for what is left
+        checks,  // again in 30 seconds
+        sleeps,
+    };
+    struct Check
+    {
+        bool idle;
+        bool film;
+        Then then;
+    };
+    const std::vector<Check> stories[] = {
+        {{false, false, Then::waits}, {true, false, Then::checks}, {true, false, Then::sleeps}},
+        {{true, true, Then::checks}, {true, false, Then::checks}, {true, false, Then::sleeps}},
+        {{true, false, Then::checks}, {true, true, Then::checks}, {true, false, Then::sleeps}},
+        {{true, false, Then::checks},
+         {false, false, Then::waits},
+         {true, false, Then::checks},
+         {true, false, Then::sleeps}},
+        {{true, false, Then::checks}, {false, true, Then::waits}, {true, true, Then::checks}},
+    };
+    const auto film = pc.power.NewRequest(L"C:\\Film.exe", L"");
+    WithEvents([&] {
+        for (const auto& story : stories) {
+            S::m_bIdleExpiryPending = FALSE;
+            for (const Check& check : story) {
+                SCOPED_TRACE(std::to_string(&story - stories) + "." +
+                             std::to_string(&check - story.data()));
+                pc.user.Works();
+                if (check.idle) {
+                    pc.user.Leaves();
+                    Sleep(1'800'000);
+                }
+                if (check.film) pc.power.SetRequest(*film, PowerRequestDisplayRequired);
+                Said(L"");
+                S::MonitorIdleTimer();
+                EXPECT_EQ(HasSaid(L"Creating suspend thread"), check.then == Then::sleeps);
+                EXPECT_EQ(S::m_bDisplayRequired != FALSE, check.film);
+                if (check.then != Then::sleeps) {
+                    EXPECT_EQ(Comes(pc, TIMER_IDLE, 2000), check.then == Then::waits ? 1800 : 30);
+                }
+                if (check.film) pc.power.ClearRequest(*film, PowerRequestDisplayRequired);
+            }
+            EXPECT_EQ(Comes(pc, TIMER_IDLE, 2000).has_value(), false);
+        }
+    });
+}
+
+TEST_F(TimersTest, TheIdleMonitorRestsWhereItHasNothingToDecideAndAFailedReadIsNoExpiry)
+{
+    const std::wstring function = L"MonitorIdleTimer";
+    WithEvents([&] {
+        Said(L"");
+        g_bDndToS3 = 1;
+        S::m_eSystemState = HOLV_DND;
+        S::MonitorIdleTimer();
+        EXPECT_EQ(Said(function),
+                  L"Did not start to monitor idle timer, m_eSystemState == HOLV_DND\n|");
+        g_bDndToS3 = 0;
+        pc.power.Write(kBalanced, GUID_STANDBY_TIMEOUT, PowerSource::ac, 0);
+        S::MonitorIdleTimer();
+        EXPECT_EQ(Said(function),
+                  L"Idle timeout value is set to Never (0), not setting idle timer|");
+        EXPECT_FALSE(Comes(pc, TIMER_IDLE, 100'000));
+
+        pc.power.Write(kBalanced, GUID_STANDBY_TIMEOUT, PowerSource::ac, 1800);
+        S::m_bIdleExpiryPending = TRUE;
+        pc.faults.Set("CallNtPowerInformation", {});
+        S::MonitorIdleTimer();
+        EXPECT_EQ(Said(function),
+                  L"Start to monitor idle timer\n|30s remaining, setting waitable timer|");
+        EXPECT_FALSE(S::m_bIdleExpiryPending);
+        EXPECT_EQ(Comes(pc, TIMER_IDLE, 2000), 30);
+
+        pc.user.Leaves();
+        Sleep(1'830'000);
+        S::MonitorIdleTimer();
+        EXPECT_EQ(Said(function),
+                  L"Start to monitor idle timer\n|-30s, setting 30 second timer to "
+                  L"Determine if idle out is needed|");
+        S::m_bOverride = TRUE;
+        S::MonitorIdleTimer();
+        EXPECT_TRUE(HasSaid(L"Override detected will not initiate suspend"));
+    });
+}
+
+// --- The listing ---
+
+TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
+{
+    const std::wstring process = L"[PROCESS] \\Device\\HarddiskVolume1\\Film.exe\n";
+    const std::wstring long_path(1100, L'x');
+    const struct
+    {
+        std::wstring listing;
+        BOOL required;
+    } cases[] = {
+        {L"DISPLAY:\n" + process, TRUE},
+        {L"DISPLAY:\nNone.\n\nSYSTEM:\n" + process + L"\nAWAYMODE:\n" + process, FALSE},
+        {L"AWAYMODE:\n" + process + L"DISPLAY:\n[DRIVER] Sound\n[SERVICE] x\n" + process, TRUE},
+        {L"DISPLAY:\n[DRIVER] Sound\n[SERVICE] Film\nSYSTEM:\nNone.\n", FALSE},
+        {L"DISPLAY: \n" + process, FALSE},
+        {L"DISPLAY:\nSYSTEM: \n" + process, TRUE},
+        {process, FALSE},
+        {L"", FALSE},
+        {L"DISPLAY:", FALSE},
+        {L"DISPLAY:\n[PROCESS] " + long_path + L"\n", TRUE},
+        // The rest of a long line is no header, whatever it looks like.
+        {std::wstring(1023, L'x') + L"DISPLAY:\n" + process, FALSE},
+    };
+    RunAsProcess([&] {
+        for (const auto& c : cases) {
+            pc.power.listing_instead = c.listing;
+            EXPECT_EQ(S::IsDisplayRequiredSet(), c.required) << &c - cases;
+        }
+        pc.power.listing_instead = L"DISPLAY:\nNone.\n";
+        Said(L"");
+        LogOutstandingPowerRequests();
+        EXPECT_EQ(Said(L"LogOutstandingPowerRequests"),
+                  L"Output from powercfg -requests|DISPLAY:\n|None.\n|");
+        pc.faults.Set("_wpopen", {.error = 8, .count = 2});
+        EXPECT_FALSE(S::IsDisplayRequiredSet());
+        LogOutstandingPowerRequests();
+        EXPECT_TRUE(HasSaid(L"Failed to execute powercfg -requests, error=8\n"));
+    });
+}
+
+// --- Monitors ---
+
+TEST_F(TimersTest, TheMachineIsIdleBelowTheThresholdOfItsUsageSinceItStarted)
+{
+    const auto is_idle = [&](DWORD threshold) {
+        ResetGlobalEvent(EVENT_ENTER_IDLE);
+        g_dwCpuIdleThreshold = threshold;
+        S::StartCpuUsageMonitor();
+        EXPECT_EQ(Comes(pc, TIMER_CPU_USAGE, 100), 10);
+        S::MonitorCpuUsage();
+        const bool idle = Comes(pc, EVENT_ENTER_IDLE, 0).has_value();
+        EXPECT_EQ(Comes(pc, TIMER_CPU_USAGE, 100).has_value(), !idle) << "it is periodic";
+        S::StopCpuUsageMonitor();
+        return idle;
+    };
+    pc.processor.SetLoad(5);
+    WithEvents([&] {
+        Sleep(3'600'000);
+        EXPECT_TRUE(is_idle(6));
+        EXPECT_FALSE(is_idle(5)) << "below it, not at it";
+        EXPECT_FALSE(is_idle(0)) << "never";
+        pc.processor.SetLoad(100);
+        EXPECT_TRUE(is_idle(6)) << "a burst is little, since the start";
+        Sleep(600'000);
+        EXPECT_FALSE(is_idle(6));
+        pc.faults.Set("GetSystemTimes", {});
+        S::MonitorCpuUsage();
+        EXPECT_TRUE(Comes(pc, EVENT_ENTER_IDLE, 0)) << "what cannot be read counts as none";
+    });
+}
+
+TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
+{
+    const struct
+    {
+        BYTE line;
+        BYTE percent;
+        ESystemState state;
+        bool away;
+        bool crossed;
+        bool to_s3;
+        bool goes_on;
+    } cases[] = {
+        {0, 16, HOLV_ACTIVE, true, false, false, true},
+        {0, 15, HOLV_ACTIVE, true, true, true, true},
+        {0, 15, HOLV_DND, true, true, true, true},
+        {0, 3, HOLV_ACTIVE, false, true, false, true},
+        {0, 3, S0_NORMAL, true, true, false, true},
+        {0, 3, HOLV_INIT, true, true, false, true},
+        {0, 255, HOLV_ACTIVE, true, false, false, true},
+        {1, 3, HOLV_ACTIVE, true, false, false, false},
+        {255, 3, HOLV_ACTIVE, true, false, false, false},
+    };
+    pc.power.battery_present = true;
+    WithEvents([&] {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(&c - cases);
+            S::m_bBatteryThresholdCrossed = FALSE;
+            S::m_bInAwayMode = c.away;
+            S::m_eSystemState = c.state;
+            S::ConfigureAwayMode(TRUE);
+            S::ConfigureSystemRequired(TRUE);
+            pc.power.line = c.line;
+            pc.power.battery_percent = c.percent;
+            Said(L"");
+            CancelGlobalTimer(TIMER_BATTERY_USAGE);
+            S::MonitorBatteryUsage();
+            EXPECT_EQ(S::m_bBatteryThresholdCrossed != FALSE, c.crossed);
+            EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), !c.crossed);
+            EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), !c.crossed);
+            EXPECT_EQ(HasSaid(L"System will suspend in 60s"), c.to_s3);
+            EXPECT_EQ(Comes(pc, TIMER_BATTERY_USAGE, 100),
+                      c.goes_on ? std::optional(10) : std::nullopt);
+            S::MonitorBatteryUsage();
+            EXPECT_FALSE(HasSaid(L"ConfigureAwayMode entry")) << "once is enough";
+        }
+        pc.power.line = 0;
+        pc.faults.Set("GetSystemPowerStatus", {});
+        S::MonitorBatteryUsage();
+        EXPECT_EQ(Comes(pc, TIMER_BATTERY_USAGE, 100), 10) << "it is asked again";
+        g_bEnableNeverSleep = 0;
+        S::MonitorBatteryUsage();
+        EXPECT_FALSE(Comes(pc, TIMER_BATTERY_USAGE, 100));
+    });
+}
+
+// --- Suspend and resume ---
+
+TEST_F(TimersTest, WithTheFeatureOffSuspendAndResumeOnlySayWhatComes)
+{
+    g_bEnableNeverSleep = 0;
+    S::m_ullLastSusResEventTime = 0;
+    RunAsProcess([&] {
+        Sleep(1000);
+        Said(L"");
+        S::OnSuspend();
+        EXPECT_EQ(Said(L"OnSuspend"),
+                  L"*****System is Suspending*****|Holv is disabled, do nothing|");
+        S::OnResume(TRUE);
+        S::OnResume(FALSE);
+        EXPECT_EQ(Said(L"OnResume"),
+                  L"*****System is Resuming [attended]*****|"
+                  L"Holv is disabled, do nothing|"
+                  L"*****System is Resuming [unattended]*****|"
+                  L"Holv is disabled, do nothing|");
+    });
+    EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
+    EXPECT_FALSE(S::m_bOverride);
+    EXPECT_EQ(S::m_ullLastSusResEventTime, 0u);
+}
+
+TEST_F(TimersTest, ASuspendThatFailsIsToldAndTheHoursAreLookedAtAllTheSame)
+{
+    pc.power.s3_supported = true;
+    WithEvents([&] {
+        pc.faults.Set("SetSuspendState", {.error = 21});
+        Said(L"");
+        S::GotToSleepNow();
+        Sleep(1);
+        EXPECT_EQ(Said(L"SuspendThreadProc"),
+                  L"In suspend thread requesting suspend|"
+                  L"SetSuspendState failed gle:21|"
+                  L"In suspend thread, resumed from suspend|");
+        EXPECT_TRUE(pc.power.Held(PowerRequestSystemRequired)) << "by the refresh";
+    });
+}
+
+}  // namespace
