@@ -58,8 +58,9 @@ struct AgentClient::Program
 
     int Run();
     void ServeMessages();
-    // Has the program do something, and lets the machine live until it is done.
-    void Do(std::function<void()> what);
+    // Has the program do something, and lets the machine live until it is done. E_FAIL when it is
+    // not done after some minutes.
+    Answer Do(std::function<Answer()> what);
 
     HRESULT NeedObject();
     HRESULT Point(OwnedInterface<IConnectionPoint>& point);
@@ -68,7 +69,7 @@ struct AgentClient::Program
     Answer Advise(const std::wstring& sink, SinkReaction reaction);
     Answer Unadvise(const std::wstring& sink);
     void Release();
-    void Tell(const std::wstring& call, const Answer& answer) const;
+    Answer Tell(const std::wstring& call, Answer answer) const;
 
     Machine& pc;
     const std::wstring name;
@@ -194,26 +195,30 @@ void AgentClient::Program::ServeMessages()
     }
 }
 
-void AgentClient::Program::Do(std::function<void()> what)
+AgentClient::Answer AgentClient::Program::Do(std::function<Answer()> what)
 {
+    const auto answer = std::make_shared<Answer>();
     pc.Settle();  // until it takes messages
-    if (!process->running()) return;
+    if (!process->running()) return *answer;
     {
         const Hold hold(pc);
-        work = std::move(what);
+        work = [answer, what = std::move(what)] { *answer = what(); };
         done = false;
     }
     PostThreadMessageW(process->first_thread_id(), kWork, 0, 0);
     pc.RunUntil([this] { return done || !process->running(); }, kPatience);
+    const Hold hold(pc);
+    return done ? *answer : Answer{};
 }
 
-void AgentClient::Program::Tell(const std::wstring& call, const Answer& answer) const
+AgentClient::Answer AgentClient::Program::Tell(const std::wstring& call, Answer answer) const
 {
     const Hold hold(pc);
     pc.journal.Record("client call", {{"client", name},
                                       {"call", call},
                                       {"result", Hexadecimal(answer.result)},
                                       {"answer", answer.text}});
+    return answer;
 }
 
 HRESULT AgentClient::Program::NeedObject()
@@ -231,6 +236,7 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
     Answer answer;
     answer.result = NeedObject();
     if (FAILED(answer.result)) return answer;
+    std::ranges::reverse(arguments);
     std::wstring text(member);
     LPOLESTR member_name = text.data();
     DISPID id = DISPID_UNKNOWN;
@@ -238,7 +244,6 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
     answer.result = called.GetIDsOfNames(IID_NULL, &member_name, 1, LOCALE_USER_DEFAULT, &id);
     if (SUCCEEDED(answer.result)) {
         DISPID put = DISPID_PROPERTYPUT;
-        std::ranges::reverse(arguments);
         DISPPARAMS parameters{arguments.data(), &put, static_cast<UINT>(arguments.size()),
                               flags == DISPATCH_PROPERTYPUT ? 1u : 0u};
         VARIANT result{};
@@ -323,12 +328,13 @@ AgentClient::~AgentClient()
     m_program->process->Terminate(0);
 }
 
+// What the program does takes its own copies: it may outlast the question, where that failed.
+
 AgentClient::Answer AgentClient::Call(std::wstring_view member, const std::vector<LONG>& numbers,
                                       const std::vector<VARTYPE>& places)
 {
-    Answer answer;
-    m_program->Do([&] {
-        std::wstring told(member);
+    return m_program->Do([program = m_program.get(), name = std::wstring(member), numbers, places] {
+        std::wstring told = name;
         std::vector<VARIANT> arguments;
         for (const LONG number : numbers) {
             told += L" " + std::to_wstring(number);
@@ -343,58 +349,49 @@ AgentClient::Answer AgentClient::Call(std::wstring_view member, const std::vecto
             argument.vt = VT_BYREF | VT_VARIANT;
             argument.pvarVal = &given[i];
         }
-        answer = m_program->Invoke(member, DISPATCH_METHOD, arguments, places.size());
-        m_program->Tell(told, answer);
+        return program->Tell(told,
+                             program->Invoke(name, DISPATCH_METHOD, arguments, places.size()));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::GetProperty(std::wstring_view member)
 {
-    Answer answer;
-    m_program->Do([&] {
-        answer = m_program->Invoke(member, DISPATCH_PROPERTYGET, {}, 0);
-        m_program->Tell(L"get " + std::wstring(member), answer);
+    return m_program->Do([program = m_program.get(), name = std::wstring(member)] {
+        return program->Tell(L"get " + name, program->Invoke(name, DISPATCH_PROPERTYGET, {}, 0));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::PutProperty(std::wstring_view member, LONG value)
 {
-    Answer answer;
-    m_program->Do([&] {
+    return m_program->Do([program = m_program.get(), name = std::wstring(member), value] {
         VARIANT argument{};
         argument.vt = VT_I4;
         argument.lVal = value;
-        answer = m_program->Invoke(member, DISPATCH_PROPERTYPUT, {argument}, 0);
-        m_program->Tell(L"put " + std::wstring(member) + L" " + std::to_wstring(value), answer);
+        return program->Tell(L"put " + name + L" " + std::to_wstring(value),
+                             program->Invoke(name, DISPATCH_PROPERTYPUT, {argument}, 0));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::Advise(const std::wstring& sink, SinkReaction reaction)
 {
-    Answer answer;
-    m_program->Do([&] {
-        answer = m_program->Advise(sink, reaction);
-        m_program->Tell(L"advise " + sink, answer);
+    return m_program->Do([program = m_program.get(), sink, reaction] {
+        return program->Tell(L"advise " + sink, program->Advise(sink, reaction));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::Unadvise(const std::wstring& sink)
 {
-    Answer answer;
-    m_program->Do([&] {
-        answer = m_program->Unadvise(sink);
-        m_program->Tell(L"unadvise " + sink, answer);
+    return m_program->Do([program = m_program.get(), sink] {
+        return program->Tell(L"unadvise " + sink, program->Unadvise(sink));
     });
-    return answer;
 }
 
 void AgentClient::Release()
 {
-    m_program->Do([&] { m_program->Release(); });
+    m_program->Do([program = m_program.get()] {
+        program->Release();
+        return Answer{};
+    });
     m_pc.Settle();
 }
 
