@@ -20,15 +20,14 @@ public:
 
     void StartService()
     {
-        m_service = &pc.Start(virtual_pc::Image{.host_path = HOLV_IMAGE});
+        m_service = &StartAsService(pc, virtual_pc::Image{.host_path = HOLV_IMAGE});
         pc.RunFor(std::chrono::seconds{1});
     }
 
     // Stops the service; whatever it had of the PC must have been given back.
     void StopService()
     {
-        constexpr int kServiceStop = 5;
-        view.Raise(kServiceStop);
+        pc.services.Control(L"HOLVService", SERVICE_CONTROL_STOP);
         pc.RunUntilEnd(*m_service);
         for (const POWER_REQUEST_TYPE type :
              {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
