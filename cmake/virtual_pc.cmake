@@ -6,12 +6,14 @@ find_package(Threads REQUIRED)
 file(GLOB VIRTUAL_PC_SOURCES CONFIGURE_DEPENDS platform/virtual/*.cpp)
 add_library(virtual_pc SHARED ${VIRTUAL_PC_SOURCES})
 target_link_libraries(virtual_pc PUBLIC Threads::Threads ${CMAKE_DL_LIBS})
+target_compile_definitions(virtual_pc PUBLIC HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}")
 
 # The service: compiled once, for the image and for the tests that call into it. Symbols must not
 # be unique to the host process, or an image could never be unloaded and loaded afresh.
 add_library(service_objects OBJECT ${HOLV_SERVICE_SOURCES})
 target_compile_options(service_objects PRIVATE -fno-gnu-unique)
-target_compile_definitions(service_objects PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+target_compile_definitions(service_objects PRIVATE
+    HOLV_BUILD_VERSION="${PROJECT_VERSION}" HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}")
 
 add_library(HOLVService SHARED $<TARGET_OBJECTS:service_objects>)
 target_link_libraries(HOLVService PRIVATE virtual_pc)

@@ -47,7 +47,8 @@ add_executable(HOLVService ${HOLV_SERVICE_SOURCES} ${generated}/HOLVService.rc
 set_source_files_properties(${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb
     PROPERTIES HEADER_FILE_ONLY ON)
 target_compile_definitions(HOLVService PRIVATE
-    $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">)
+    $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">
+    $<$<COMPILE_LANGUAGE:CXX>:HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}">)
 # A console program: whoever starts it from a command line sees its output, and a service has no
 # console to show.
 target_link_options(HOLVService PRIVATE -municode -mconsole)

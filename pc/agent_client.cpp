@@ -5,7 +5,6 @@
 #include <map>
 
 #include "api/agent_api.h"
-#include "platform/counted_object.h"
 #include "platform/owned.h"
 #include "platform/virtual/thread.h"
 
@@ -52,14 +51,16 @@ struct AgentClient::Program
     {
         std::wstring name;
         DWORD cookie;
-        OwnedInterface<IDispatch> sink;
     };
 
-    Program(Machine& machine, std::wstring_view known_as) : pc(machine), name(known_as) {}
+    Program(Machine& machine, std::wstring_view known_as);
+    ~Program();
 
     int Run();
-    // Has the program do something, and lets the machine live until it is done.
-    void Do(std::function<void()> what);
+    void ServeMessages();
+    // Has the program do something, and lets the machine live until it is done. E_FAIL when it is
+    // not done after some minutes.
+    Answer Do(std::function<Answer()> what);
 
     HRESULT NeedObject();
     HRESULT Point(OwnedInterface<IConnectionPoint>& point);
@@ -68,7 +69,7 @@ struct AgentClient::Program
     Answer Advise(const std::wstring& sink, SinkReaction reaction);
     Answer Unadvise(const std::wstring& sink);
     void Release();
-    void Tell(const std::wstring& call, const Answer& answer) const;
+    Answer Tell(const std::wstring& call, Answer answer) const;
 
     Machine& pc;
     const std::wstring name;
@@ -77,6 +78,7 @@ struct AgentClient::Program
     // Of the program's thread.
     OwnedInterface<IDispatch> object;
     std::vector<Connected> connected;
+    std::vector<std::unique_ptr<Sink>> sinks;  // all that ever were
 
     // With the machine held.
     std::function<void()> work;
@@ -84,8 +86,8 @@ struct AgentClient::Program
     std::map<std::wstring, std::wstring> heard;
 };
 
-// Called in the program's apartment.
-class Sink final : public CountedObject<IDispatch, IID_IDispatch, Sink>
+// Called in the program's apartment. It belongs to the program, whoever refers to it.
+class Sink final : public IDispatch
 {
 public:
     Sink(AgentClient::Program& owner, std::wstring name, SinkReaction reaction)
@@ -95,9 +97,13 @@ public:
 
     HRESULT QueryInterface(REFIID id, void** object) override
     {
-        return CountedObject::QueryInterface(
-            IsEqualIID(id, DIID__HOLVAgentSinkEvent) ? IID_IDispatch : id, object);
+        const bool known = IsEqualIID(id, IID_IUnknown) || IsEqualIID(id, IID_IDispatch) ||
+                           IsEqualIID(id, DIID__HOLVAgentSinkEvent);
+        *object = known ? this : nullptr;
+        return known ? S_OK : E_NOINTERFACE;
     }
+    ULONG AddRef() override { return 1; }
+    ULONG Release() override { return 1; }
 
     HRESULT GetTypeInfoCount(UINT* count) override
     {
@@ -153,9 +159,30 @@ private:
     const SinkReaction m_reaction;
 };
 
+AgentClient::Program::Program(Machine& machine, std::wstring_view known_as)
+    : pc(machine), name(known_as)
+{
+}
+
+AgentClient::Program::~Program() = default;
+
 int AgentClient::Program::Run()
 {
     if (FAILED(CoInitialize(nullptr))) return 1;
+    try {
+        ServeMessages();
+    } catch (const ThreadEnds&) {
+        // A program that is ended lets go of nothing.
+        object.Detach();
+        throw;
+    }
+    Release();
+    CoUninitialize();
+    return 0;
+}
+
+void AgentClient::Program::ServeMessages()
+{
     MSG message;
     while (GetMessageW(&message, nullptr, 0, 0) > 0) {
         if (message.hwnd || message.message != kWork) {
@@ -166,31 +193,32 @@ int AgentClient::Program::Run()
         const Hold hold(pc);
         done = true;
     }
-    Release();
-    CoUninitialize();
-    return 0;
 }
 
-void AgentClient::Program::Do(std::function<void()> what)
+AgentClient::Answer AgentClient::Program::Do(std::function<Answer()> what)
 {
+    const auto answer = std::make_shared<Answer>();
     pc.Settle();  // until it takes messages
-    if (!process->running()) return;
+    if (!process->running()) return *answer;
     {
         const Hold hold(pc);
-        work = std::move(what);
+        work = [answer, what = std::move(what)] { *answer = what(); };
         done = false;
     }
     PostThreadMessageW(process->first_thread_id(), kWork, 0, 0);
     pc.RunUntil([this] { return done || !process->running(); }, kPatience);
+    const Hold hold(pc);
+    return done ? *answer : Answer{};
 }
 
-void AgentClient::Program::Tell(const std::wstring& call, const Answer& answer) const
+AgentClient::Answer AgentClient::Program::Tell(const std::wstring& call, Answer answer) const
 {
     const Hold hold(pc);
     pc.journal.Record("client call", {{"client", name},
                                       {"call", call},
                                       {"result", Hexadecimal(answer.result)},
                                       {"answer", answer.text}});
+    return answer;
 }
 
 HRESULT AgentClient::Program::NeedObject()
@@ -208,6 +236,7 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
     Answer answer;
     answer.result = NeedObject();
     if (FAILED(answer.result)) return answer;
+    std::ranges::reverse(arguments);
     std::wstring text(member);
     LPOLESTR member_name = text.data();
     DISPID id = DISPID_UNKNOWN;
@@ -215,7 +244,6 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
     answer.result = called.GetIDsOfNames(IID_NULL, &member_name, 1, LOCALE_USER_DEFAULT, &id);
     if (SUCCEEDED(answer.result)) {
         DISPID put = DISPID_PROPERTYPUT;
-        std::ranges::reverse(arguments);
         DISPPARAMS parameters{arguments.data(), &put, static_cast<UINT>(arguments.size()),
                               flags == DISPATCH_PROPERTYPUT ? 1u : 0u};
         VARIANT result{};
@@ -250,12 +278,12 @@ AgentClient::Answer AgentClient::Program::Advise(const std::wstring& sink, SinkR
     OwnedInterface<IConnectionPoint> point;
     answer.result = Point(point);
     if (FAILED(answer.result)) return answer;
-    OwnedInterface<IDispatch> made(new Sink(*this, sink, reaction));
+    const auto& made = sinks.emplace_back(std::make_unique<Sink>(*this, sink, reaction));
     DWORD cookie = 0;
-    answer.result = point.Get()->Advise(made.Get(), &cookie);
+    answer.result = point.Get()->Advise(made.get(), &cookie);
     if (FAILED(answer.result)) return answer;
     answer.text = std::to_wstring(cookie);
-    connected.push_back({sink, cookie, std::move(made)});
+    connected.push_back({sink, cookie});
     return answer;
 }
 
@@ -300,12 +328,13 @@ AgentClient::~AgentClient()
     m_program->process->Terminate(0);
 }
 
+// What the program does takes its own copies: it may outlast the question, where that failed.
+
 AgentClient::Answer AgentClient::Call(std::wstring_view member, const std::vector<LONG>& numbers,
                                       const std::vector<VARTYPE>& places)
 {
-    Answer answer;
-    m_program->Do([&] {
-        std::wstring told(member);
+    return m_program->Do([program = m_program.get(), name = std::wstring(member), numbers, places] {
+        std::wstring told = name;
         std::vector<VARIANT> arguments;
         for (const LONG number : numbers) {
             told += L" " + std::to_wstring(number);
@@ -320,58 +349,49 @@ AgentClient::Answer AgentClient::Call(std::wstring_view member, const std::vecto
             argument.vt = VT_BYREF | VT_VARIANT;
             argument.pvarVal = &given[i];
         }
-        answer = m_program->Invoke(member, DISPATCH_METHOD, arguments, places.size());
-        m_program->Tell(told, answer);
+        return program->Tell(told,
+                             program->Invoke(name, DISPATCH_METHOD, arguments, places.size()));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::GetProperty(std::wstring_view member)
 {
-    Answer answer;
-    m_program->Do([&] {
-        answer = m_program->Invoke(member, DISPATCH_PROPERTYGET, {}, 0);
-        m_program->Tell(L"get " + std::wstring(member), answer);
+    return m_program->Do([program = m_program.get(), name = std::wstring(member)] {
+        return program->Tell(L"get " + name, program->Invoke(name, DISPATCH_PROPERTYGET, {}, 0));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::PutProperty(std::wstring_view member, LONG value)
 {
-    Answer answer;
-    m_program->Do([&] {
+    return m_program->Do([program = m_program.get(), name = std::wstring(member), value] {
         VARIANT argument{};
         argument.vt = VT_I4;
         argument.lVal = value;
-        answer = m_program->Invoke(member, DISPATCH_PROPERTYPUT, {argument}, 0);
-        m_program->Tell(L"put " + std::wstring(member) + L" " + std::to_wstring(value), answer);
+        return program->Tell(L"put " + name + L" " + std::to_wstring(value),
+                             program->Invoke(name, DISPATCH_PROPERTYPUT, {argument}, 0));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::Advise(const std::wstring& sink, SinkReaction reaction)
 {
-    Answer answer;
-    m_program->Do([&] {
-        answer = m_program->Advise(sink, reaction);
-        m_program->Tell(L"advise " + sink, answer);
+    return m_program->Do([program = m_program.get(), sink, reaction] {
+        return program->Tell(L"advise " + sink, program->Advise(sink, reaction));
     });
-    return answer;
 }
 
 AgentClient::Answer AgentClient::Unadvise(const std::wstring& sink)
 {
-    Answer answer;
-    m_program->Do([&] {
-        answer = m_program->Unadvise(sink);
-        m_program->Tell(L"unadvise " + sink, answer);
+    return m_program->Do([program = m_program.get(), sink] {
+        return program->Tell(L"unadvise " + sink, program->Unadvise(sink));
     });
-    return answer;
 }
 
 void AgentClient::Release()
 {
-    m_program->Do([&] { m_program->Release(); });
+    m_program->Do([program = m_program.get()] {
+        program->Release();
+        return Answer{};
+    });
     m_pc.Settle();
 }
 

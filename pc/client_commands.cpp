@@ -105,10 +105,15 @@ Action AskStatus(const ScriptLine&, const Arguments&)
 {
     return [](Stage& stage) {
         for (const auto& known : kFeatures) {
-            stage.out << known.name << "  " << ToUtf8(Get(stage, known.feature).Words()) << "\n";
+            const AgentClient::Answer answer = Get(stage, known.feature);
+            const Hold hold(stage.pc);
+            stage.out << known.name << "  " << ToUtf8(answer.Words()) << "\n";
         }
         const AgentClient::Answer interval = GetInterval(stage);
-        stage.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
+        {
+            const Hold hold(stage.pc);
+            stage.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
+        }
         Remember(stage, interval);
     };
 }

@@ -59,6 +59,7 @@ const std::vector<Command>& AllCommands()
     static const std::vector<Command> commands = [] {
         std::vector<Command> all;
         Append(all, LifeCommands());
+        Append(all, ServiceCommands());
         Append(all, RegistryCommands());
         Append(all, PowerCommands());
         Append(all, SleepCommands());

@@ -50,7 +50,8 @@ struct Command
 };
 
 // The rows of each facet.
-std::vector<Command> LifeCommands();      // clock, service, signal, run, say
+std::vector<Command> LifeCommands();      // clock, signal, run, say
+std::vector<Command> ServiceCommands();   // service, pc, cpu
 std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe
 std::vector<Command> PowerCommands();     // power, plan

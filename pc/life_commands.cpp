@@ -1,4 +1,4 @@
-// The PC's life: its clock, its service, and time going by.
+// The PC's life: its clock, what is poked into its service, and time going by.
 
 #include <charconv>
 
@@ -7,8 +7,6 @@
 using namespace virtual_pc;
 
 namespace {
-
-constexpr int kServiceStop = 5;  // EVENT_SERVICE_STOP
 
 Process& RunningService(const ScriptLine& line, Stage& stage)
 {
@@ -38,28 +36,6 @@ Action SetVersion(const ScriptLine& line, const Arguments& arguments)
     const DWORD version = NumberOf(line, text.substr(0, dot)) | NumberOf(line, text.substr(dot + 1))
                                                                     << 8;
     return [=](Stage& stage) { stage.pc.os_version = version; };
-}
-
-Action StartService(const ScriptLine& line, const Arguments& arguments)
-{
-    return [line, switches = FromUtf8(arguments[0])](Stage& stage) {
-        if (stage.view.service()) throw ExpectationFailed(line, "the service runs already");
-        stage.pc.Start(stage.image, switches);
-        stage.pc.Settle();
-    };
-}
-
-Action StopService(const ScriptLine& line, const Arguments&)
-{
-    return [line](Stage& stage) {
-        const Process& service = RunningService(line, stage);
-        if (!stage.view.Raise(kServiceStop)) {
-            throw ExpectationFailed(line, "the service has no event to stop it by");
-        }
-        if (!stage.pc.RunUntil([&] { return !service.running(); }, 1min)) {
-            throw ExpectationFailed(line, "the service has not stopped within a minute");
-        }
-    };
 }
 
 Action Signal(const ScriptLine& line, const Arguments& arguments)
@@ -135,8 +111,6 @@ std::vector<Command> LifeCommands()
     return {
         {"clock DATE TIME", "sets the PC's clock, like 2026-03-02 21:30", SetClock},
         {"os VERSION", "sets the operating system's version, like 6.1", SetVersion},
-        {"service start [SWITCHES]", "starts the service's program", StartService},
-        {"service stop", "asks the service to stop, and waits for a minute at most", StopService},
         {"signal EVENT", "signals an event of the service, or makes a timer of it due", Signal},
         {"override ON", "on or off: pokes the mark of a user's wake into the service", Override},
         {"run until end", "lets the PC live until the service's program has ended", RunUntilEnd},

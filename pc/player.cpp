@@ -35,6 +35,7 @@ Player::Player(const PlayOptions& options, std::ostream& out)
     if (m_trace.is_open()) TraceTo(m_pc, m_trace);
     m_pc.com.type_libraries.Add(m_image.path,
                                 options.resources.parent_path() / "api" / "HOLVAgentLib.idl");
+    m_pc.Install(m_image);
     m_pc.event_log.AddMessageFile(m_image.path, options.resources / "HOLVService.mc");
 }
 

@@ -50,11 +50,12 @@ std::optional<int> SlotOf(std::string_view name)
     return static_cast<int>(found - SlotNames().begin());
 }
 
-ServiceView::ServiceView(Machine& pc) : m_pc(pc), m_control(pc)
+ServiceView::ServiceView(Machine& pc) : m_pc(pc)
 {
     pc.image_loaded = [this](Process& process) {
+        // A run of the program beside the running service, for a switch or a client, is no service.
+        if (service() && !m_pc.services.ServiceOf(process)) return;
         m_service = &process;
-        m_control.Serve(process);
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
         m_pc.Watch(state, [this](std::int32_t from, std::int32_t to) {
             m_pc.journal.Record("state", {{"from", std::wstring(StateNameOf(from))},

@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "pc/control_thread.h"
 #include "platform/virtual/machine.h"
 
 // "HOLV_ACTIVE" and so on; "" for a number that is no state.
@@ -44,5 +43,4 @@ public:
 private:
     virtual_pc::Machine& m_pc;
     virtual_pc::Process* m_service = nullptr;
-    ControlThread m_control;
 };

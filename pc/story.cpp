@@ -92,6 +92,32 @@ std::string TellRequest(const Effect& effect)
                                          : "power request released: " + type;
 }
 
+std::string TellService(const Effect& effect)
+{
+    const std::string name = ToUtf8(effect.Text("name"));
+    const std::wstring what = effect.Text("what");
+    if (what == L"created") return name + " is installed as a service";
+    if (what == L"marked") return {};
+    return name + " is no service any more";
+}
+
+std::string TellServiceStatus(const Effect& effect)
+{
+    // It may say the same more than once.
+    if (effect.Text("state") == effect.Text("was")) return {};
+    return ToUtf8(effect.Text("name") + L": " + effect.Text("state"));
+}
+
+std::string TellMessageBox(const Effect& effect)
+{
+    return "a message box of " + ToUtf8(effect.Text("caption") + L": " + effect.Text("text"));
+}
+
+std::string TellPowerSwitch(const Effect& effect)
+{
+    return effect.Text("what") == L"on" ? "the PC is switched on" : "the PC is off";
+}
+
 std::string TellDevice(const Effect& effect)
 {
     return "platform device: mode " + std::to_string(effect.Number("mode"));
@@ -166,6 +192,10 @@ constexpr Telling kTellings[] = {
     {"display", TellDisplay},
     {"client call", TellClientCall},
     {"client event", TellClientEvent},
+    {"service", TellService},
+    {"service status", TellServiceStatus},
+    {"message box", TellMessageBox},
+    {"power switch", TellPowerSwitch},
 };
 
 }  // namespace

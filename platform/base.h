@@ -138,6 +138,13 @@ using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
 
+// The HRESULT of a Win32 error; that of none is S_OK.
+inline HRESULT HRESULT_FROM_WIN32(DWORD error)
+{
+    if (static_cast<HRESULT>(error) <= 0) return static_cast<HRESULT>(error);
+    return static_cast<HRESULT>((error & 0xFFFFu) | 0x80070000u);
+}
+
 extern "C" {
 
 // The calling thread's error code, as the last platform function that failed on this thread set

@@ -25,6 +25,16 @@ using PINIT_ONCE = INIT_ONCE*;
         nullptr               \
     }
 
+struct OSVERSIONINFOW
+{
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    WCHAR szCSDVersion[128];
+};
+
 using LPTHREAD_START_ROUTINE = DWORD(WINAPI*)(LPVOID parameter);
 using PTIMERAPCROUTINE = void(APIENTRY*)(LPVOID argument, DWORD timerLow, DWORD timerHigh);
 using PINIT_ONCE_FN = BOOL(CALLBACK*)(PINIT_ONCE once, PVOID parameter, PVOID* context);
@@ -101,6 +111,8 @@ BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user);
 // A lock that the owner may take again. Entering waits without limit; only the owner leaves it.
 // On the virtual PC the kernel sees who waits for whom and reports a circle.
 void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section);
+// The same; FALSE with the last error set when it cannot be made.
+BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount);
 void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section);
 void WINAPI EnterCriticalSection(CRITICAL_SECTION* section);
 void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section);
@@ -119,6 +131,9 @@ BOOL WINAPI TlsSetValue(DWORD index, LPVOID value);
 
 // The operating system's version: major in the low byte, minor in the next.
 DWORD WINAPI GetVersion();
+
+// The same in full. The caller sets dwOSVersionInfoSize. FALSE with the last error set on failure.
+BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version);
 }
 
 #endif

@@ -1,4 +1,4 @@
-// Thread message queues.
+// Thread message queues, and message boxes.
 #pragma once
 
 #include "platform/base.h"
@@ -23,6 +23,11 @@ struct MSG
 #define WM_QUIT 0x0012
 #define WM_USER 0x0400
 
+#define PM_NOREMOVE 0x0000u
+
+#define MB_OK 0x00000000u
+#define IDOK 1
+
 extern "C" {
 
 // Takes the next message of the calling thread's queue, waiting for one without limit. Returns 0
@@ -32,10 +37,16 @@ BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last);
 BOOL WINAPI TranslateMessage(const MSG* message);
 LRESULT WINAPI DispatchMessageW(const MSG* message);
 
+// Looks whether there is a message and, with PM_NOREMOVE, leaves it there. Never waits.
+BOOL WINAPI PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT remove);
+
 // Puts a message into another thread's queue and returns at once. FALSE with
 // ERROR_INVALID_THREAD_ID when there is no such thread or it has no queue yet: a thread gets its
 // queue with its first message function.
 BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT message, WPARAM wParam, LPARAM lParam);
+
+// Shows a text and waits until the user has read it: IDOK then, 0 on failure.
+int WINAPI MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
 }
 
 #endif

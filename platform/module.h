@@ -1,4 +1,5 @@
-// The running module, its entry, the debugger, and the last-chance exception filter.
+// The running module, its entry and resources, libraries, the system's messages, the debugger, and
+// the last-chance exception filter.
 #pragma once
 
 #include "platform/base.h"
@@ -28,6 +29,16 @@ struct EXCEPTION_POINTERS
 
 using LPTOP_LEVEL_EXCEPTION_FILTER = LONG(WINAPI*)(EXCEPTION_POINTERS* pointers);
 
+using FARPROC = LONG_PTR(WINAPI*)();
+
+#define FORMAT_MESSAGE_IGNORE_INSERTS 0x00000200u
+#define FORMAT_MESSAGE_FROM_SYSTEM 0x00001000u
+
+#define ERROR_MOD_NOT_FOUND 126
+#define ERROR_PROC_NOT_FOUND 127
+#define ERROR_MR_MID_NOT_FOUND 317
+#define ERROR_RESOURCE_NAME_NOT_FOUND 1814
+
 extern "C" {
 
 // The process entry, which the service defines; the result is the exit code.
@@ -37,6 +48,24 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, LPWSTR commandLine, 
 // result of `size` means it was cut off (the last error is then ERROR_INSUFFICIENT_BUFFER), 0
 // means failure with the last error set.
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD size);
+
+// Copies a text of the executable's string table (null module), at most `size` characters with the
+// terminator. Returns the characters copied; 0 with the last error set when there is no such text.
+int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR text, int size);
+
+// A library that is loaded already, by its name; null with the last error set when it is not.
+HMODULE WINAPI GetModuleHandleW(LPCWSTR name);
+// Loads a library by its full path, to be given back with FreeLibrary; null with the last error
+// set on failure.
+HMODULE WINAPI LoadLibraryW(LPCWSTR path);
+BOOL WINAPI FreeLibrary(HMODULE library);
+// A function of a library; null with the last error set when it has none of that name.
+FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name);
+
+// The system's text for an error (FORMAT_MESSAGE_FROM_SYSTEM), which ends in a line end. Returns
+// its length; 0 with the last error set when there is none or it does not fit.
+DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR text,
+                            DWORD size, void* arguments);
 
 // The whole command line, executable included; it lives as long as the process.
 LPWSTR WINAPI GetCommandLineW();

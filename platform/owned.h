@@ -10,8 +10,10 @@
 #include "platform/eventlog.h"
 #include "platform/file.h"
 #include "platform/kernel.h"
+#include "platform/module.h"
 #include "platform/registry.h"
 #include "platform/rpc.h"
+#include "platform/service.h"
 #include "platform/session.h"
 
 // Owns what a Traits describes: its Type, the value that stands for none, and how it is given back.
@@ -78,6 +80,30 @@ struct KeyTraits
     static void Close(Type key) { RegCloseKey(key); }
 };
 using OwnedKey = Owned<KeyTraits>;
+
+struct ServiceHandleTraits
+{
+    using Type = SC_HANDLE;
+    static Type None() { return nullptr; }
+    static void Close(Type handle) { CloseServiceHandle(handle); }
+};
+using OwnedServiceHandle = Owned<ServiceHandleTraits>;  // services and their manager
+
+struct PowerNotificationTraits
+{
+    using Type = HPOWERNOTIFY;
+    static Type None() { return nullptr; }
+    static void Close(Type registration) { UnregisterPowerSettingNotification(registration); }
+};
+using OwnedPowerNotification = Owned<PowerNotificationTraits>;
+
+struct LibraryTraits
+{
+    using Type = HMODULE;
+    static Type None() { return nullptr; }
+    static void Close(Type library) { FreeLibrary(library); }
+};
+using OwnedLibrary = Owned<LibraryTraits>;
 
 struct EventSourceTraits
 {

@@ -33,7 +33,10 @@ using REGSAM = DWORD;
 #define RRF_RT_ANY 0x0000FFFFu
 
 #define KEY_QUERY_VALUE 0x0001u
+#define KEY_SET_VALUE 0x0002u
+#define KEY_CREATE_SUB_KEY 0x0004u
 #define KEY_READ 0x20019u
+#define KEY_WRITE 0x20006u
 #define KEY_ALL_ACCESS 0xF003Fu
 
 extern "C" {
@@ -59,6 +62,17 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags
 // terminator.
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR value, DWORD reserved, DWORD type, const BYTE* data,
                               DWORD size);
+
+// Reads a value as it is, whatever its type: a string's data may lack their terminator.
+// ERROR_FILE_NOT_FOUND for a missing value; ERROR_MORE_DATA, with the needed size in *size, when
+// `data` are not null and too small.
+LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR value, LPDWORD reserved, LPDWORD type, BYTE* data,
+                                LPDWORD size);
+
+// Both give ERROR_FILE_NOT_FOUND when there is no such thing.
+LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR value);
+// With everything below it.
+LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey);
 }
 
 #endif

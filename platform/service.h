@@ -1,4 +1,4 @@
-// The service control manager.
+// The service control manager, and the power settings it announces to services.
 #pragma once
 
 #include "platform/base.h"
@@ -15,14 +15,73 @@ struct SERVICE_STATUS
     DWORD dwCheckPoint;
     DWORD dwWaitHint;
 };
+using LPSERVICE_STATUS = SERVICE_STATUS*;
 
 struct SERVICE_STATUS_HANDLE__;
 using SERVICE_STATUS_HANDLE = SERVICE_STATUS_HANDLE__*;
+struct SC_HANDLE__;
+using SC_HANDLE = SC_HANDLE__*;
+using HPOWERNOTIFY = PVOID;
 
+using LPSERVICE_MAIN_FUNCTIONW = void(WINAPI*)(DWORD argc, LPWSTR* argv);
+using LPHANDLER_FUNCTION_EX = DWORD(WINAPI*)(DWORD control, DWORD eventType, LPVOID eventData,
+                                             LPVOID context);
+
+struct SERVICE_TABLE_ENTRYW
+{
+    LPWSTR lpServiceName;
+    LPSERVICE_MAIN_FUNCTIONW lpServiceProc;
+};
+
+struct SERVICE_DESCRIPTIONW
+{
+    LPWSTR lpDescription;
+};
+
+// What comes with PBT_POWERSETTINGCHANGE: the setting, and its new value's bytes.
+struct POWERBROADCAST_SETTING
+{
+    GUID PowerSetting;
+    DWORD DataLength;
+    BYTE Data[1];
+};
+static_assert(offsetof(POWERBROADCAST_SETTING, Data) == 20);
+
+// --- States ---
 #define SERVICE_STOPPED 0x00000001u
 #define SERVICE_START_PENDING 0x00000002u
 #define SERVICE_STOP_PENDING 0x00000003u
 #define SERVICE_RUNNING 0x00000004u
+
+// --- Configuration ---
+#define SERVICE_WIN32_OWN_PROCESS 0x00000010u
+#define SERVICE_AUTO_START 0x00000002u
+#define SERVICE_DEMAND_START 0x00000003u
+#define SERVICE_ERROR_NORMAL 0x00000001u
+#define SERVICE_CONFIG_DESCRIPTION 1u
+
+// --- Access ---
+#define DELETE 0x00010000u
+#define SC_MANAGER_CONNECT 0x0001u
+#define SC_MANAGER_CREATE_SERVICE 0x0002u
+#define SC_MANAGER_ALL_ACCESS 0x000F003Fu
+#define SERVICE_QUERY_CONFIG 0x0001u
+#define SERVICE_CHANGE_CONFIG 0x0002u
+#define SERVICE_INTERROGATE 0x0080u
+#define SERVICE_STOP 0x0020u
+#define SERVICE_ALL_ACCESS 0x000F01FFu
+
+// --- Controls that a service accepts ---
+#define SERVICE_ACCEPT_STOP 0x00000001u
+#define SERVICE_ACCEPT_PAUSE_CONTINUE 0x00000002u
+#define SERVICE_ACCEPT_SHUTDOWN 0x00000004u
+#define SERVICE_ACCEPT_PARAMCHANGE 0x00000008u
+#define SERVICE_ACCEPT_NETBINDCHANGE 0x00000010u
+#define SERVICE_ACCEPT_HARDWAREPROFILECHANGE 0x00000020u
+#define SERVICE_ACCEPT_POWEREVENT 0x00000040u
+#define SERVICE_ACCEPT_SESSIONCHANGE 0x00000080u
+#define SERVICE_ACCEPT_PRESHUTDOWN 0x00000100u
+#define SERVICE_ACCEPT_TIMECHANGE 0x00000200u
 
 // --- Controls, as a service's control handler gets them ---
 #define SERVICE_CONTROL_STOP 0x00000001u
@@ -30,6 +89,10 @@ using SERVICE_STATUS_HANDLE = SERVICE_STATUS_HANDLE__*;
 #define SERVICE_CONTROL_CONTINUE 0x00000003u
 #define SERVICE_CONTROL_INTERROGATE 0x00000004u
 #define SERVICE_CONTROL_SHUTDOWN 0x00000005u
+#define SERVICE_CONTROL_PARAMCHANGE 0x00000006u
+#define SERVICE_CONTROL_NETBINDADD 0x00000007u
+#define SERVICE_CONTROL_NETBINDDISABLE 0x0000000Au
+#define SERVICE_CONTROL_HARDWAREPROFILECHANGE 0x0000000Cu
 #define SERVICE_CONTROL_POWEREVENT 0x0000000Du
 #define SERVICE_CONTROL_SESSIONCHANGE 0x0000000Eu
 #define SERVICE_CONTROL_PRESHUTDOWN 0x0000000Fu
@@ -50,5 +113,79 @@ using SERVICE_STATUS_HANDLE = SERVICE_STATUS_HANDLE__*;
 #define PBT_APMOEMEVENT 0x000B
 #define PBT_APMRESUMEAUTOMATIC 0x0012
 #define PBT_POWERSETTINGCHANGE 0x8013
+
+#define DEVICE_NOTIFY_SERVICE_HANDLE 0x00000001u
+
+// --- Errors ---
+#define ERROR_DEPENDENT_SERVICES_RUNNING 1051
+#define ERROR_INVALID_SERVICE_CONTROL 1052
+#define ERROR_SERVICE_REQUEST_TIMEOUT 1053
+#define ERROR_SERVICE_ALREADY_RUNNING 1056
+#define ERROR_CIRCULAR_DEPENDENCY 1059
+#define ERROR_SERVICE_DOES_NOT_EXIST 1060
+#define ERROR_SERVICE_CANNOT_ACCEPT_CTRL 1061
+#define ERROR_SERVICE_NOT_ACTIVE 1062
+#define ERROR_FAILED_SERVICE_CONTROLLER_CONNECT 1063
+#define ERROR_PROCESS_ABORTED 1067
+#define ERROR_SERVICE_DEPENDENCY_FAIL 1068
+#define ERROR_SERVICE_MARKED_FOR_DELETE 1072
+#define ERROR_SERVICE_EXISTS 1073
+#define ERROR_SERVICE_DEPENDENCY_DELETED 1075
+#define ERROR_DUPLICATE_SERVICE_NAME 1078
+#define ERROR_SERVICE_NOT_IN_EXE 1083
+
+extern "C" {
+
+// --- For a program that manages services ---
+// Handles are given back with CloseServiceHandle. All fail with null or FALSE and the last error.
+
+SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access);
+// ERROR_SERVICE_DOES_NOT_EXIST when there is none of that name.
+SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access);
+
+// Writes a new service into the manager's database. `dependencies` is a list of names, each
+// terminated, and terminated as a whole; null `account` is LocalSystem. ERROR_SERVICE_EXISTS or
+// ERROR_SERVICE_MARKED_FOR_DELETE when there is one of that name.
+SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR displayName, DWORD access,
+                                DWORD type, DWORD start, DWORD errorControl, LPCWSTR path,
+                                LPCWSTR loadOrderGroup, LPDWORD tag, LPCWSTR dependencies,
+                                LPCWSTR account, LPCWSTR password);
+
+// SERVICE_CONFIG_DESCRIPTION with a SERVICE_DESCRIPTIONW.
+BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE service, DWORD level, LPVOID info);
+
+// Marks a service for deletion. It is gone when its last handle is closed and it has stopped.
+BOOL WINAPI DeleteService(SC_HANDLE service);
+
+// Sends a control and waits for the service's handler to return. `status` is the service's last
+// report; it is filled in on success and where the service's state is why the control was refused:
+// ERROR_SERVICE_NOT_ACTIVE, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, ERROR_INVALID_SERVICE_CONTROL.
+BOOL WINAPI ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
+
+BOOL WINAPI CloseServiceHandle(SC_HANDLE handle);
+
+// --- For a service ---
+
+// Makes the calling thread the one that runs the control handlers of the process's services, and
+// returns when all of them have stopped. Each service's main routine runs on a thread of its own.
+// ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when the process was not started as a service. The table
+// ends with a row of nulls.
+BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table);
+
+// Null with the last error set on failure. The handle is not closed.
+SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR name,
+                                                           LPHANDLER_FUNCTION_EX handler,
+                                                           LPVOID context);
+
+// Reports the service's state to the manager. Any thread.
+BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status);
+
+// Asks that a power setting's present value, and then each change of it, is told to the control
+// handler that `recipient` (a SERVICE_STATUS_HANDLE) stands for. Null with the last error set on
+// failure.
+HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, const GUID* setting,
+                                                     DWORD flags);
+BOOL WINAPI UnregisterPowerSettingNotification(HPOWERNOTIFY registration);
+}
 
 #endif

@@ -118,10 +118,13 @@ TEST(ImageTest, EveryStartOfTheProgramIsANewProcess)
         first_states.push_back(*static_cast<const std::atomic<std::int32_t>*>(
             process.Find("_ZN16CNeverSleepState14m_eSystemStateE")));
     };
+    // As a service, which the process was not started as: it ends when its state machine has.
+    pc.registry.SetString(LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})", L"LocalService",
+                          L"HOLVService");
     for (int run = 0; run < 3; ++run) {
         virtual_pc::Process& process = pc.Start(image, L"-Debug");
         pc.RunUntilEnd(process);
-        EXPECT_EQ(process.exit_code(), 0);
+        EXPECT_EQ(process.exit_code(), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
         ASSERT_EQ(process.left_open().size(), 1u);
         EXPECT_EQ(process.left_open()[0].name, kLogPath);
     }

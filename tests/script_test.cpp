@@ -107,7 +107,9 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
          "expected Balanced dc brightness to be 41, but it is 40"},
         {"expect request away held", "expected request away held, but it is released"},
         {"expect device mode 1", "there is no platform device"},
-        {"service stop", "the service does not run"},
+        {"service stop", "the stop is refused with error 1060"},
+        {"service start", "the start is refused with error 1060"},
+        {"expect service running", "expected the service to be running, but it is absent"},
         {"pipe hangup A", "nobody listens on pipe A"},
     };
     for (const Case& c : cases) {
@@ -120,16 +122,16 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
     EXPECT_EQ(Errors(), "a.pc:2: expected hklm\\a B to be 8, but it is 7\n");
     EXPECT_EQ(Play("device add ACPI\\QRX5071\\1\nexpect device mode 1"), 1);
     EXPECT_EQ(Errors(), "a.pc:2: expected device mode 1, but it has no mode yet\n");
-    EXPECT_EQ(Play("service start\nexpect state HOLV_DND"), 1);
-    EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_DND, but it is S0_NORMAL\n");
-    EXPECT_EQ(Play("service start\nrun until state HOLV_S3 max 2h"), 1);
-    EXPECT_EQ(Errors(), "a.pc:2: expected state HOLV_S3 within 2h, but it is HOLV_IDLE\n");
+    EXPECT_EQ(Play("service install\nservice start\nexpect state HOLV_DND"), 1);
+    EXPECT_EQ(Errors(), "a.pc:3: expected state HOLV_DND, but it is S0_NORMAL\n");
+    EXPECT_EQ(Play("service install\nservice start\nrun until state HOLV_S3 max 2h"), 1);
+    EXPECT_EQ(Errors(), "a.pc:3: expected state HOLV_S3 within 2h, but it is HOLV_IDLE\n");
 }
 
 TEST_F(ScriptTest, AStuckMachineIsReportedWithItsThreads)
 {
     EXPECT_EQ(Play("reg set HKLM\\Software\\Orbeq\\Holv\\User EnableNeverSleep dword 0\n"
-                   "service start\nrun until end"),
+                   "service install\nservice start\nrun until end"),
               1);
     EXPECT_NE(Errors().find("the machine is stuck: nobody can run"), std::string::npos) << Errors();
     EXPECT_NE(Errors().find("for an object to be signalled"), std::string::npos);
@@ -147,7 +149,7 @@ TEST_F(ScriptTest, ABadRegFileIsNamedAndChangesNothing)
 
 TEST_F(ScriptTest, AListenerHearsTheTraceAndTheLogFileIsNotMade)
 {
-    EXPECT_EQ(Play("pipe listen ZYTA_HOLV_IP1\nservice start\nservice stop\n"
+    EXPECT_EQ(Play("pipe listen ZYTA_HOLV_IP1\nservice install\nservice start\nservice stop\n"
                    "expect heard ZYTA_HOLV_IP1 \"EnterNormalS0State exit [L=1][M=NeverSleep]\"\n"
                    "expect no file C:\\ProgramData\\Orbeq\\Holv\\HOLVLog.txt\nexpect no log a\n"),
               0)

@@ -7,6 +7,7 @@
 #include "log/log.h"
 #include "platform/module.h"
 #include "platform/owned.h"
+#include "platform/service.h"
 #include "service/state_machine_thread.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
@@ -253,12 +254,15 @@ TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
 TEST_F(StateTest, WithoutEventsItStartsAndStopsAtOnce)
 {
     Set(L"LoggingEnabled", kLogToDebugger);
+    // As a service, which the process was not started as.
+    pc.registry.SetString(LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})", L"LocalService",
+                          L"HOLVService");
     for (const wchar_t* command_line : {L"HOLVService.exe -Debug", L"a-b.exe /x /DEBUG -y"}) {
         Forget();
         Process& process =
             pc.Start([] { return wWinMain(nullptr, nullptr, nullptr, 0); }, command_line);
         pc.RunUntilEnd(process);
-        EXPECT_EQ(process.exit_code(), 0);
+        EXPECT_EQ(process.exit_code(), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
         EXPECT_EQ(TimesTold(L"EnableHOLV (1), MuteAudio(0), EnableDND(1), DND Time(1320-360)"), 1);
         EXPECT_EQ(TimesTold(L"Return Code=-1, GLE=6"), 1);
         EXPECT_EQ(TimesTold(L"HOLV State Machine Exited"), 1);

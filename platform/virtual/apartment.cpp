@@ -79,6 +79,8 @@ void RemoteCall::Run()
         HRESULT result = kCallFailed;
         ~Finishing()
         {
+            // Now, while the thread runs still: it may be the last to hold an object elsewhere.
+            call.body = nullptr;
             const Hold hold(Machine::Current());
             call.Finish(result);
         }

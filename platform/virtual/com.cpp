@@ -48,7 +48,7 @@ GUID Com::NewGuid()
 DWORD Com::Offer(REFCLSID class_id, ExportedInterface object, Process* process, bool suspended)
 {
     m_offered.push_back({m_next_registration, class_id, std::move(object), process, suspended});
-    if (!suspended) SetSuspended(nullptr, false);
+    if (!suspended) SetSuspended(process, false);
     return m_next_registration++;
 }
 
@@ -69,6 +69,7 @@ void Com::SetSuspended(const Process* process, bool suspended)
         if (offered.process == process) offered.suspended = suspended;
     }
     if (suspended) return;
+    std::erase_if(m_starting, [&](const auto& starting) { return starting.second == process; });
     for (const auto& waiting : std::exchange(m_awaiting, {})) waiting->Signal();
 }
 
@@ -118,6 +119,7 @@ void Com::Forget(Process& process)
         return true;
     });
     std::erase_if(m_offered, [&](const auto& offered) { return offered.process == &process; });
+    std::erase_if(m_starting, [&](const auto& starting) { return starting.second == &process; });
     m_multithreaded.erase(&process);
     m_server_references.erase(&process);
 }

@@ -67,6 +67,9 @@ public:
     void SetSuspended(const Process* process, bool suspended);
     // A class object that may be used now; nothing for none.
     std::optional<ExportedInterface> Serving(REFCLSID class_id) const;
+    // The program that was started to serve a class and has yet to do so; null for none. It is not
+    // started twice.
+    Process*& Starting(REFCLSID class_id) { return m_starting[class_id]; }
     // Signalled whenever class objects come to be served.
     std::shared_ptr<Waitable> AwaitServing();
 
@@ -93,6 +96,7 @@ private:
     std::map<GUID, Factory, GuidLess> m_in_process_classes;
     std::vector<Offered> m_offered;
     DWORD m_next_registration = 1;
+    std::map<GUID, Process*, GuidLess> m_starting;
     std::vector<std::shared_ptr<Waitable>> m_awaiting;
     std::map<const Process*, ULONG> m_server_references;
     std::map<const Process*, std::shared_ptr<Apartment>> m_multithreaded;

@@ -84,20 +84,20 @@ HRESULT StartServer(Call& call, REFCLSID class_id, Process*& process)
 HRESULT FindServer(Call& call, REFCLSID class_id, ExportedInterface& class_object)
 {
     Process* process = nullptr;
-    bool started = false;
     const Instant deadline = call.machine.now() + kServerStart;
-    for (;;) {
+    for (bool started = false;; started = true) {
         if (auto serving = call.machine.com.Serving(class_id)) {
             class_object = std::move(*serving);
             return S_OK;
         }
         if (!started) {
-            const HRESULT result = StartServer(call, class_id, process);
+            Process*& starting = call.machine.com.Starting(class_id);
+            const HRESULT result = starting ? S_OK : StartServer(call, class_id, starting);
             if (FAILED(result)) return result;
-            started = true;
+            process = starting;
         }
         std::vector<std::shared_ptr<Waitable>> awaited{call.machine.com.AwaitServing()};
-        if (process && !process->ending()) awaited.push_back(process->object());
+        if (process) awaited.push_back(process->object());
         const DWORD woken = Waitable::WaitFor(call.machine, call.thread, awaited, false, deadline);
         if (woken != WAIT_OBJECT_0) return CO_E_SERVER_EXEC_FAILURE;
     }

@@ -83,6 +83,7 @@ Function get_current_process_id{"GetCurrentProcessId", Failing::never};
 Function get_tick_count{"GetTickCount64", Failing::never};
 Function get_local_time{"GetLocalTime", Failing::never};
 Function get_version{"GetVersion", Failing::never};
+Function get_version_ex{"GetVersionExW"};
 Function get_system_times{"GetSystemTimes"};
 Function tls_alloc{"TlsAlloc"};
 
@@ -257,6 +258,18 @@ DWORD WINAPI GetVersion()
 {
     const Call call(get_version);
     return call.machine.os_version;
+}
+
+BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version)
+{
+    Call call(get_version_ex);
+    if (call.Fails()) return FALSE;
+    if (version->dwOSVersionInfoSize != sizeof(*version))
+        return call.Fail(ERROR_INSUFFICIENT_BUFFER);
+    const DWORD number = call.machine.os_version;
+    constexpr DWORD kWindowsNt = 2;
+    *version = {sizeof(*version), number & 0xFF, number >> 8 & 0xFF, 0, kWindowsNt, L""};
+    return TRUE;
 }
 
 DWORD WINAPI TlsAlloc()

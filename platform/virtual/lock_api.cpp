@@ -65,6 +65,7 @@ std::map<INIT_ONCE*, std::shared_ptr<Once>>& Onces()
 
 const PVOID kDone = reinterpret_cast<PVOID>(std::uintptr_t{2});
 
+Function initialize_critical_section{"InitializeCriticalSectionAndSpinCount"};
 Function enter_critical_section{"EnterCriticalSection", Failing::never};
 Function leave_critical_section{"LeaveCriticalSection", Failing::never, Role::gives_back};
 Function init_once{"InitOnceExecuteOnce"};
@@ -76,6 +77,13 @@ extern "C" {
 // Static objects make and delete their locks while an image is loaded and unloaded, or before
 // there is a machine at all: neither needs it.
 void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section) { *section = {}; }
+
+BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD)
+{
+    Call call(initialize_critical_section);
+    *section = {};
+    return !call.Fails();
+}
 
 void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section)
 {

@@ -46,6 +46,10 @@ Machine::Machine(const Options& options)
     m_driver->state = Thread::State::running;
     Thread::SetSelf(m_driver.get());
     scheduler.SetDriver(*m_driver);
+    com.start_service = [this](const std::wstring& name) -> HRESULT {
+        const DWORD error = services.Start(name);
+        return error == ERROR_SERVICE_ALREADY_RUNNING ? S_OK : HRESULT_FROM_WIN32(error);
+    };
     if (!m_registry_file.empty()) registry.Load(m_registry_file);
 }
 
@@ -106,6 +110,28 @@ void Machine::RunUntilEnd(const Process& process)
     RunUntil([&] { return !process.running(); });
 }
 
+// Effect "power switch": `what` was done, on or off.
+void Machine::Boot()
+{
+    journal.Record("power switch", {{"what", L"on"}});
+    services.Boot();
+    Settle();
+}
+
+void Machine::ShutDown()
+{
+    services.Shutdown();
+    RunUntil([this] { return services.AllEnded(); }, std::chrono::seconds{20});
+    {
+        const Hold hold(*this);
+        for (const auto& process : m_processes) process->Terminate(1);
+    }
+    RunUntil([this] {
+        return std::ranges::none_of(m_processes, [](const auto& p) { return p->running(); });
+    });
+    journal.Record("power switch", {{"what", L"off"}});
+}
+
 void Machine::Install(const Image& image)
 {
     const Hold hold(*this);
@@ -131,6 +157,26 @@ Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view comma
     const auto found = std::ranges::find_if(m_programs, same);
     if (found == m_programs.end() || !disk.Read(found->image.path)) return nullptr;
     return &Begin(*found, command_line, std::move(launch));
+}
+
+Process* Machine::StartMeant(std::wstring_view command_line, std::optional<Launch> launch,
+                             DWORD& error)
+{
+    const Hold hold(*this);
+    error = ERROR_FILE_NOT_FOUND;
+    for (const std::wstring& path : ProgramsMeant(command_line)) {
+        std::optional<std::string> file;
+        try {
+            file = disk.Read(path);
+        } catch (const std::invalid_argument&) {
+            // A name that lies nowhere on the disk.
+        }
+        if (!file) continue;
+        Process* process = StartInstalled(path, command_line, std::move(launch));
+        error = process ? ERROR_SUCCESS : ERROR_BAD_EXE_FORMAT;
+        return process;
+    }
+    return nullptr;
 }
 
 Process& Machine::Start(const Image& image, std::wstring_view arguments)

@@ -26,12 +26,14 @@
 #include "platform/virtual/audio.h"
 #include "platform/virtual/battery.h"
 #include "platform/virtual/com.h"
+#include "platform/virtual/cpu.h"
 #include "platform/virtual/device.h"
 #include "platform/virtual/disk.h"
 #include "platform/virtual/event_log.h"
 #include "platform/virtual/faults.h"
 #include "platform/virtual/handles.h"
 #include "platform/virtual/journal.h"
+#include "platform/virtual/libraries.h"
 #include "platform/virtual/one_core.h"
 #include "platform/virtual/outputs.h"
 #include "platform/virtual/power.h"
@@ -39,6 +41,7 @@
 #include "platform/virtual/processor.h"
 #include "platform/virtual/registry.h"
 #include "platform/virtual/scheduler.h"
+#include "platform/virtual/service_manager.h"
 #include "platform/virtual/session.h"
 #include "platform/virtual/sleep.h"
 #include "platform/virtual/time.h"
@@ -92,6 +95,12 @@ public:
     // Lets everybody run who can, at a standing clock.
     void Settle() { RunFor(Duration{0}); }
 
+    // --- The power switch ---
+    // Starts the services that start by themselves, as at power-on.
+    void Boot();
+    // Tells the services, waits for their end for twenty seconds at most, and ends what still runs.
+    void ShutDown();
+
     // --- Processes ---
     // Puts a program on the disk: an image, or a function of the host program that it runs.
     void Install(const Image& image);
@@ -99,6 +108,8 @@ public:
     // Starts the program at `path`, in any letter case; null when there is none on the disk.
     Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
                             std::optional<Launch> launch = {});
+    // Starts the program that a command line means; null, and why, when there is none.
+    Process* StartMeant(std::wstring_view command_line, std::optional<Launch> launch, DWORD& error);
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.
@@ -137,12 +148,15 @@ public:
     Power power{*this};
     Devices devices{*this};
     Session session{*this};
+    ServiceManager services{*this};
     Processor processor{*this};
     Battery battery{*this};
     User user{*this};
     SleepState sleep{*this};
     Com com;
     Audio audio{*this};
+    Cpu cpu;
+    Libraries libraries;
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;

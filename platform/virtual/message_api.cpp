@@ -1,4 +1,4 @@
-// Thread message queues.
+// Thread message queues, and message boxes.
 
 #include "platform/message.h"
 
@@ -10,6 +10,8 @@ using namespace virtual_pc;
 namespace {
 
 Function get_message{"GetMessageW"};
+Function peek_message{"PeekMessageW", Failing::never};
+Function message_box{"MessageBoxW"};
 Function translate_message{"TranslateMessage", Failing::never};
 Function dispatch_message{"DispatchMessageW", Failing::never};
 Function post_thread_message{"PostThreadMessageW"};
@@ -36,6 +38,15 @@ BOOL WINAPI GetMessageW(MSG* message, HWND, UINT, UINT)
     return message->message == WM_QUIT ? 0 : 1;
 }
 
+BOOL WINAPI PeekMessageW(MSG* message, HWND, UINT, UINT, UINT)
+{
+    const Call call(peek_message);
+    call.thread.has_queue = true;
+    if (call.thread.messages.empty()) return FALSE;
+    *message = call.thread.messages.front();
+    return TRUE;
+}
+
 BOOL WINAPI TranslateMessage(const MSG*)
 {
     const Call call(translate_message);
@@ -52,6 +63,15 @@ LRESULT WINAPI DispatchMessageW(const MSG* message)
     // Messages of a thread, not of a window, go nowhere.
     if (apartment && message->hwnd == apartment->window()) apartment->Serve();
     return 0;
+}
+
+// The user reads it at once.
+int WINAPI MessageBoxW(HWND, LPCWSTR text, LPCWSTR caption, UINT)
+{
+    Call call(message_box);
+    if (call.Fails()) return 0;
+    call.machine.outputs.MessageBox(caption, text);
+    return IDOK;
 }
 
 BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT number, WPARAM wParam, LPARAM lParam)

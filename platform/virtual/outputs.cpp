@@ -97,6 +97,15 @@ void Outputs::Console(std::string_view bytes)
     }
 }
 
+// Effect "message box": its `caption` and `text`.
+void Outputs::MessageBox(std::wstring_view caption, std::wstring_view text)
+{
+    const Hold hold(m_machine);
+    m_message_boxes.push_back(std::wstring(caption) + L": " + std::wstring(text));
+    m_machine.journal.Record("message box",
+                             {{"caption", std::wstring(caption)}, {"text", std::wstring(text)}});
+}
+
 bool Outputs::DebugSaid(std::wstring_view text) const
 {
     const Hold hold(m_machine);

@@ -1,4 +1,4 @@
-// What processes print and tell the debugger, kept.
+// What processes print, show in message boxes and tell the debugger, kept.
 #pragma once
 
 #include <string>
@@ -32,10 +32,13 @@ public:
     // The machine's side.
     void Debug(DWORD thread, std::wstring_view text);
     void Console(std::string_view bytes);
+    void MessageBox(std::wstring_view caption, std::wstring_view text);
 
     const std::vector<DebugLine>& debug() const { return m_debug; }
     // Whether a debugger line contains `text`.
     bool DebugSaid(std::wstring_view text) const;
+    // "caption: text" of each message box.
+    const std::vector<std::wstring>& message_boxes() const { return m_message_boxes; }
     // Standard output of every process, UTF-8.
     const std::string& console() const { return m_console; }
 
@@ -43,6 +46,7 @@ private:
     Machine& m_machine;
     std::vector<DebugLine> m_debug;
     std::string m_console;
+    std::vector<std::wstring> m_message_boxes;
 };
 
 }  // namespace virtual_pc

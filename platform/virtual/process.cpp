@@ -212,6 +212,7 @@ void Process::End(Thread& last, int exit_code)
                   [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
     m_exit_code = exit_code = m_ended_with.value_or(exit_code);
     m_object->Signal();
+    machine.services.ProcessEnded(*this);
     machine.journal.Record("process", {{"what", L"ended"},
                                        {"path", m_path},
                                        {"id", std::uint64_t{m_id}},

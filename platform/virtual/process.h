@@ -77,6 +77,7 @@ public:
     int exit_code() const { return *m_exit_code; }
     // Whether an exception that nobody handled ended it.
     bool crashed() const { return m_crashed; }
+    const Image& image() const { return m_image; }
     // What it had not closed when it ended, and the machine closed for it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
 

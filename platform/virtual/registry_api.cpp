@@ -33,6 +33,9 @@ Function reg_open_key{"RegOpenKeyW", Failing::status};
 Function reg_open_key_ex{"RegOpenKeyExW", Failing::status};
 Function reg_close_key{"RegCloseKey", Failing::status, Role::gives_back};
 Function reg_get_value{"RegGetValueW", Failing::status};
+Function reg_query_value_ex{"RegQueryValueExW", Failing::status};
+Function reg_delete_value{"RegDeleteValueW", Failing::status};
+Function reg_delete_tree{"RegDeleteTreeW", Failing::status};
 Function reg_set_value_ex{"RegSetValueExW", Failing::status};
 
 struct Root
@@ -210,5 +213,48 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
     }
     call.machine.registry.CreateKey(path)->values[name ? name : L""] = std::move(value);
     return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, BYTE* data,
+                                LPDWORD size)
+{
+    Call call(reg_query_value_ex);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (data && !size) return ERROR_INVALID_PARAMETER;
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
+    if (!node) return ERROR_FILE_NOT_FOUND;
+    const auto found = node->values.find(name ? name : L"");
+    if (found == node->values.end()) return ERROR_FILE_NOT_FOUND;
+    const std::vector<BYTE>& bytes = found->second.data;
+    if (type) *type = found->second.type;
+    const DWORD room = size ? *size : 0;
+    if (size) *size = static_cast<DWORD>(bytes.size());
+    if (!data) return ERROR_SUCCESS;
+    if (room < bytes.size()) return ERROR_MORE_DATA;
+    std::ranges::copy(bytes, data);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
+{
+    Call call(reg_delete_value);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
+    return node && node->values.erase(name ? name : L"") ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+}
+
+LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey)
+{
+    Call call(reg_delete_tree);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (!subKey || !*subKey) return ERROR_INVALID_PARAMETER;
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    const std::wstring spelled = Registry::Spell(path);
+    return call.machine.registry.DeleteKey(spelled) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }
 }

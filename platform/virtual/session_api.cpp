@@ -55,28 +55,6 @@ std::vector<std::wstring> Texts(const wchar_t* block)
     return texts;
 }
 
-// The process that a command line starts: the first that is there of those it may mean. Null, and
-// the error, for none.
-Process* StartMeant(Call& call, std::wstring_view command_line, const Launch& launch, DWORD& error)
-{
-    error = ERROR_FILE_NOT_FOUND;
-    for (const std::wstring& path : ProgramsMeant(command_line)) {
-        std::optional<std::string> file;
-        try {
-            file = call.machine.disk.Read(path);
-        } catch (const std::invalid_argument&) {
-            // A name that lies nowhere on the disk.
-        }
-        if (!file) continue;
-        if (Process* process = call.machine.StartInstalled(path, command_line, launch)) {
-            return process;
-        }
-        error = ERROR_BAD_EXE_FORMAT;
-        return nullptr;
-    }
-    return nullptr;
-}
-
 }  // namespace
 
 extern "C" {
@@ -174,7 +152,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
     Process* process = application
                            ? call.machine.StartInstalled(
                                  application, commandLine ? commandLine : application, launch)
-                           : StartMeant(call, commandLine, launch, error);
+                           : call.machine.StartMeant(commandLine, launch, error);
     if (!process) return call.Fail(error);
     *information = {call.Open(process->object()), call.Open(process->first_thread()), process->id(),
                     process->first_thread_id()};

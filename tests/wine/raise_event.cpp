@@ -60,6 +60,11 @@ bool Raise(const std::wstring& program, std::uintptr_t address, int slot)
                         DuplicateHandle(process, theirs, GetCurrentProcess(), &ours, 0, FALSE,
                                         DUPLICATE_SAME_ACCESS) &&
                         SetEvent(ours);
+    // The service takes the signal back once it has acted on it, and only then the next may come.
+    for (int tries = 0; raised && tries < kTries; ++tries) {
+        Sleep(kPauseMs);
+        if (WaitForSingleObject(ours, 0) == WAIT_TIMEOUT) break;
+    }
     if (ours) CloseHandle(ours);
     if (process) CloseHandle(process);
     return raised;
@@ -75,8 +80,7 @@ int wmain(int argc, wchar_t** argv)
         bool raised = false;
         for (int tries = 0; tries < kTries && !raised; ++tries) {
             raised = Raise(argv[1], address, static_cast<int>(std::wcstol(argv[i], nullptr, 10)));
-            // The service acts on it before the next one comes.
-            Sleep(kPauseMs);
+            if (!raised) Sleep(kPauseMs);
         }
         if (!raised) return 1;
     }

@@ -1,0 +1,530 @@
+#include "platform/virtual/service_manager.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/session.h"
+#include "platform/virtual/machine.h"
+
+namespace virtual_pc {
+namespace {
+
+constexpr const wchar_t* kServices = LR"(HKLM\SYSTEM\CurrentControlSet\Services)";
+
+// Part of the system, and running as long as the PC is on: what others depend on.
+constexpr const wchar_t* kSystemService = L"RpcSs";
+
+constexpr std::wstring_view kStateNames[] = {L"",        L"stopped",    L"starting", L"stopping",
+                                             L"running", L"continuing", L"pausing",  L"paused"};
+
+constexpr DWORD kFirstOwnControl = 128;  // up to 255, a service's own
+
+// What a service must accept to be told.
+struct Acceptance
+{
+    DWORD control;
+    DWORD accepted;
+    bool may_be_sent;  // by anybody; the others are the system's
+};
+constexpr Acceptance kAcceptances[] = {
+    {SERVICE_CONTROL_STOP, SERVICE_ACCEPT_STOP, true},
+    {SERVICE_CONTROL_PAUSE, SERVICE_ACCEPT_PAUSE_CONTINUE, true},
+    {SERVICE_CONTROL_CONTINUE, SERVICE_ACCEPT_PAUSE_CONTINUE, true},
+    {SERVICE_CONTROL_INTERROGATE, 0, true},
+    {SERVICE_CONTROL_SHUTDOWN, SERVICE_ACCEPT_SHUTDOWN, false},
+    {SERVICE_CONTROL_PARAMCHANGE, SERVICE_ACCEPT_PARAMCHANGE, true},
+    {SERVICE_CONTROL_NETBINDADD, SERVICE_ACCEPT_NETBINDCHANGE, true},
+    {SERVICE_CONTROL_NETBINDADD + 1, SERVICE_ACCEPT_NETBINDCHANGE, true},
+    {SERVICE_CONTROL_NETBINDADD + 2, SERVICE_ACCEPT_NETBINDCHANGE, true},
+    {SERVICE_CONTROL_NETBINDDISABLE, SERVICE_ACCEPT_NETBINDCHANGE, true},
+    {SERVICE_CONTROL_HARDWAREPROFILECHANGE, SERVICE_ACCEPT_HARDWAREPROFILECHANGE, false},
+    {SERVICE_CONTROL_POWEREVENT, SERVICE_ACCEPT_POWEREVENT, false},
+    {SERVICE_CONTROL_SESSIONCHANGE, SERVICE_ACCEPT_SESSIONCHANGE, false},
+    {SERVICE_CONTROL_PRESHUTDOWN, SERVICE_ACCEPT_PRESHUTDOWN, false},
+    {SERVICE_CONTROL_TIMECHANGE, SERVICE_ACCEPT_TIMECHANGE, false},
+};
+
+const Acceptance* FindAcceptance(DWORD control)
+{
+    const auto* found = std::ranges::find(kAcceptances, control, &Acceptance::control);
+    return found == std::end(kAcceptances) ? nullptr : found;
+}
+
+std::wstring KeyOf(std::wstring_view name)
+{
+    return std::wstring(kServices) + L"\\" + std::wstring(name);
+}
+
+RegistryValue List(const std::vector<std::wstring>& names)
+{
+    std::wstring text;
+    for (const std::wstring& name : names) text += name + L'\0';
+    return RegistryValue::String(text, REG_MULTI_SZ);
+}
+
+std::vector<std::wstring> NamesIn(const RegistryValue& list)
+{
+    std::wstring text(list.data.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), list.data.data(), text.size() * sizeof(wchar_t));
+    std::vector<std::wstring> names;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find(L'\0', at), text.size());
+        if (end > at) names.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return names;
+}
+
+bool IsName(std::wstring_view name)
+{
+    constexpr std::size_t kLongest = 256;
+    return !name.empty() && name.size() <= kLongest && name.find_first_of(L"/\\") == name.npos;
+}
+
+// A power setting as the handler gets it.
+std::vector<BYTE> SettingRecord(const GUID& setting, const std::vector<BYTE>& value)
+{
+    constexpr std::size_t kHead = offsetof(POWERBROADCAST_SETTING, Data);
+    std::vector<BYTE> record(std::max(sizeof(POWERBROADCAST_SETTING), kHead + value.size()));
+    const auto length = static_cast<DWORD>(value.size());
+    std::memcpy(record.data(), &setting, sizeof(setting));
+    std::memcpy(record.data() + offsetof(POWERBROADCAST_SETTING, DataLength), &length,
+                sizeof(length));
+    std::ranges::copy(value, record.begin() + kHead);
+    return record;
+}
+
+std::vector<BYTE> SessionRecord(const std::vector<BYTE>& session)
+{
+    WTSSESSION_NOTIFICATION notification{sizeof(notification), 0};
+    std::memcpy(&notification.dwSessionId, session.data(),
+                std::min(session.size(), sizeof(notification.dwSessionId)));
+    std::vector<BYTE> record(sizeof(notification));
+    std::memcpy(record.data(), &notification, sizeof(notification));
+    return record;
+}
+
+}  // namespace
+
+std::wstring_view ServiceStateName(DWORD state)
+{
+    return state < std::size(kStateNames) ? kStateNames[state] : L"";
+}
+
+ServiceManager::ServiceManager(Machine& machine) : m_machine(machine)
+{
+    ServiceConfig system{.name = kSystemService,
+                         .display_name = L"Remote Procedure Call (RPC)",
+                         .type = 0x20,
+                         .start = SERVICE_AUTO_START,
+                         .path = LR"(C:\Windows\system32\svchost.exe -k rpcss)"};
+    Create(system);
+    m_services[kSystemService]->status.dwCurrentState = SERVICE_RUNNING;
+    machine.announcer.Add(*this);
+}
+
+ServiceManager::~ServiceManager() { m_machine.announcer.Remove(*this); }
+
+// --- The database ---
+
+DWORD ServiceManager::Create(const ServiceConfig& config)
+{
+    const Hold hold(m_machine);
+    if (!IsName(config.name)) return ERROR_INVALID_NAME;
+    if (const auto known = Find(config.name)) {
+        return known->marked ? ERROR_SERVICE_MARKED_FOR_DELETE : ERROR_SERVICE_EXISTS;
+    }
+    if (config.path.empty() || config.start > 4 || config.error_control > 3) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    for (const std::wstring& name : names()) {
+        const bool same = SameName(Read(name)->display_name, config.display_name);
+        if (same || SameName(name, config.display_name)) return ERROR_DUPLICATE_SERVICE_NAME;
+    }
+    for (const std::wstring& other : config.dependencies) {
+        if (SameName(other, config.name) || DependsOn(other, config.name)) {
+            return ERROR_CIRCULAR_DEPENDENCY;
+        }
+    }
+    const std::wstring key = KeyOf(config.name);
+    Registry& registry = m_machine.registry;
+    registry.SetDword(key, L"Type", config.type);
+    registry.SetDword(key, L"Start", config.start);
+    registry.SetDword(key, L"ErrorControl", config.error_control);
+    registry.Set(key, L"ImagePath", RegistryValue::String(config.path, REG_EXPAND_SZ));
+    registry.SetString(key, L"DisplayName", config.display_name);
+    if (!config.dependencies.empty()) {
+        registry.Set(key, L"DependOnService", List(config.dependencies));
+    }
+    registry.SetString(key, L"ObjectName", config.account);
+    if (!config.description.empty()) Describe(config.name, config.description);
+    m_services[config.name] = std::make_shared<Service>(config.name);
+    m_machine.journal.Record("service", {{"what", L"created"}, {"name", config.name}});
+    return ERROR_SUCCESS;
+}
+
+std::optional<ServiceConfig> ServiceManager::Read(std::wstring_view name) const
+{
+    const Hold hold(m_machine);
+    const Registry& registry = m_machine.registry;
+    const std::wstring key = KeyOf(name);
+    const std::optional<DWORD> type = registry.GetDword(key, L"Type");
+    const std::optional<std::wstring> path = registry.GetString(key, L"ImagePath");
+    // Other things lie beneath the services' key too.
+    if (!IsName(name) || !type || !path) return std::nullopt;
+    ServiceConfig config;
+    config.name = name;
+    config.type = *type;
+    config.path = *path;
+    config.display_name = registry.GetString(key, L"DisplayName").value_or(config.name);
+    config.start = registry.GetDword(key, L"Start").value_or(SERVICE_DEMAND_START);
+    config.error_control = registry.GetDword(key, L"ErrorControl").value_or(SERVICE_ERROR_NORMAL);
+    config.account = registry.GetString(key, L"ObjectName").value_or(config.account);
+    config.description = registry.GetString(key, L"Description").value_or(L"");
+    if (const auto list = registry.Get(key, L"DependOnService")) {
+        config.dependencies = NamesIn(*list);
+    }
+    return config;
+}
+
+DWORD ServiceManager::Describe(std::wstring_view name, std::wstring_view description)
+{
+    const Hold hold(m_machine);
+    m_machine.registry.SetString(KeyOf(name), L"Description", description);
+    return ERROR_SUCCESS;
+}
+
+DWORD ServiceManager::Delete(std::wstring_view name)
+{
+    const Hold hold(m_machine);
+    const std::shared_ptr<Service> service = Find(name);
+    if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
+    if (service->marked) return ERROR_SERVICE_MARKED_FOR_DELETE;
+    service->marked = true;
+    m_machine.registry.SetDword(KeyOf(name), L"DeleteFlag", 1);
+    m_machine.journal.Record("service", {{"what", L"marked"}, {"name", service->name}});
+    RemoveIfMarked(*service);
+    return ERROR_SUCCESS;
+}
+
+void ServiceManager::RemoveIfMarked(Service& service)
+{
+    if (!service.marked || !service.stopped() || service.open_handles > 0) return;
+    m_machine.registry.DeleteKey(KeyOf(service.name));
+    m_machine.journal.Record("service", {{"what", L"deleted"}, {"name", service.name}});
+    m_services.erase(std::wstring(service.name));
+}
+
+void ServiceManager::ServiceClosed(Service& service)
+{
+    --service.open_handles;
+    RemoveIfMarked(service);
+}
+
+std::vector<std::wstring> ServiceManager::names() const
+{
+    const Hold hold(m_machine);
+    std::vector<std::wstring> names;
+    const auto key = m_machine.registry.FindKey(Registry::Parse(kServices));
+    if (!key) return names;
+    for (const auto& [name, below] : key->keys) {
+        if (Read(name)) names.push_back(name);
+    }
+    return names;
+}
+
+std::shared_ptr<Service> ServiceManager::Find(std::wstring_view name) const
+{
+    const Hold hold(m_machine);
+    const auto found = m_services.find(std::wstring(name));
+    return found == m_services.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Service> ServiceManager::ServiceOf(const Process& process) const
+{
+    const Hold hold(m_machine);
+    for (const auto& [name, service] : m_services) {
+        if (service->process == &process) return service;
+    }
+    return nullptr;
+}
+
+// Looks no deeper than a circle that somebody wrote into the registry by hand could lead.
+bool ServiceManager::DependsOn(std::wstring_view name, std::wstring_view other, int depth) const
+{
+    const std::optional<ServiceConfig> config = depth > 0 ? Read(name) : std::nullopt;
+    return config && std::ranges::any_of(config->dependencies, [&](const std::wstring& direct) {
+               return SameName(direct, other) || DependsOn(direct, other, depth - 1);
+           });
+}
+
+// --- Starting ---
+
+void ServiceManager::Boot()
+{
+    const Hold hold(m_machine);
+    // The database may have been written to while the PC was off.
+    const std::vector<std::wstring> all = names();
+    for (const std::wstring& name : all) {
+        std::shared_ptr<Service>& service = m_services[name];
+        if (!service) service = std::make_shared<Service>(name);
+        service->marked = m_machine.registry.GetDword(KeyOf(name), L"DeleteFlag").value_or(0) != 0;
+        const std::shared_ptr<Service> kept = service;
+        RemoveIfMarked(*kept);
+    }
+    for (const std::wstring& name : all) {
+        const std::shared_ptr<Service> service = Find(name);
+        if (service && service->stopped() && Read(name)->start == SERVICE_AUTO_START) Start(name);
+    }
+}
+
+DWORD ServiceManager::Start(std::wstring_view name, const std::vector<std::wstring>& arguments)
+{
+    const Hold hold(m_machine);
+    constexpr DWORD kDisabled = 4;
+    constexpr DWORD kErrorServiceDisabled = 1058;
+    const std::shared_ptr<Service> service = Find(name);
+    const std::optional<ServiceConfig> config = Read(name);
+    if (!service || !config) return ERROR_SERVICE_DOES_NOT_EXIST;
+    if (service->marked) return ERROR_SERVICE_MARKED_FOR_DELETE;
+    if (!service->stopped()) return ERROR_SERVICE_ALREADY_RUNNING;
+    if (config->start == kDisabled) return kErrorServiceDisabled;
+    service->started = {service->name};
+    service->started.insert(service->started.end(), arguments.begin(), arguments.end());
+    service->reports.clear();
+    // Before the others, so that nobody starts it again on the way round.
+    SetState(*service, SERVICE_START_PENDING, NO_ERROR);
+    if (const DWORD error = StartDependencies(*config)) {
+        SetState(*service, SERVICE_STOPPED, error);
+        return error;
+    }
+    service->waits = true;
+    StartWaiting();
+    return service->stopped() ? service->status.dwWin32ExitCode : ERROR_SUCCESS;
+}
+
+DWORD ServiceManager::StartDependencies(const ServiceConfig& config)
+{
+    for (const std::wstring& name : config.dependencies) {
+        const std::shared_ptr<Service> needed = Find(name);
+        if (!needed) return ERROR_SERVICE_DEPENDENCY_DELETED;
+        if (needed->stopped() && Start(name) != ERROR_SUCCESS) return ERROR_SERVICE_DEPENDENCY_FAIL;
+    }
+    return ERROR_SUCCESS;
+}
+
+// Starts whoever waits for nobody any more.
+void ServiceManager::StartWaiting()
+{
+    for (const std::wstring& name : names()) {
+        const std::shared_ptr<Service> service = Find(name);
+        if (!service || !service->waits) continue;
+        const ServiceConfig config = *Read(name);
+        const auto runs = [&](const std::wstring& needed) {
+            const std::shared_ptr<Service> found = Find(needed);
+            return found && found->running();
+        };
+        const auto failed = [&](const std::wstring& needed) {
+            const std::shared_ptr<Service> found = Find(needed);
+            return !found || found->stopped();
+        };
+        if (std::ranges::any_of(config.dependencies, failed)) {
+            service->waits = false;
+            SetState(*service, SERVICE_STOPPED, ERROR_SERVICE_DEPENDENCY_FAIL);
+        } else if (std::ranges::all_of(config.dependencies, runs)) {
+            service->waits = false;
+            const DWORD error = Launch(*service, config);
+            if (error) SetState(*service, SERVICE_STOPPED, error);
+        }
+    }
+}
+
+DWORD ServiceManager::Launch(Service& service, const ServiceConfig& config)
+{
+    class Caller final : public Waitable
+    {
+    public:
+        Caller() : Waitable(Reset::automatic) {}
+        std::string_view Kind() const override { return "control dispatcher"; }
+    };
+    service.connected = false;
+    service.handler = nullptr;
+    service.called = std::make_shared<Caller>();
+    DWORD error = ERROR_SUCCESS;
+    service.process = m_machine.StartMeant(config.path, {}, error);
+    return error;
+}
+
+// --- What a service says ---
+
+SERVICE_STATUS_HANDLE ServiceManager::NewRunHandle()
+{
+    return reinterpret_cast<SERVICE_STATUS_HANDLE>(++m_last_run);
+}
+
+std::shared_ptr<Service> ServiceManager::FindRun(SERVICE_STATUS_HANDLE handle) const
+{
+    for (const auto& [name, service] : m_services) {
+        if (handle && service->handle == handle) return service;
+    }
+    return nullptr;
+}
+
+// The journal's "service status": the service's `name`, its `state`, the controls `accepted` and
+// its `exit_code`; what the state `was` before.
+void ServiceManager::Record(const Service& service, DWORD before) const
+{
+    m_machine.journal.Record(
+        "service status", {{"name", service.name},
+                           {"state", std::wstring(ServiceStateName(service.status.dwCurrentState))},
+                           {"accepted", std::uint64_t{service.status.dwControlsAccepted}},
+                           {"exit_code", std::uint64_t{service.status.dwWin32ExitCode}},
+                           {"was", std::wstring(ServiceStateName(before))}});
+}
+
+void ServiceManager::SetState(Service& service, DWORD state, DWORD exit_code)
+{
+    const DWORD before = std::exchange(service.status.dwCurrentState, state);
+    service.status.dwControlsAccepted = 0;
+    service.status.dwWin32ExitCode = exit_code;
+    Record(service, before);
+    if (state == SERVICE_STOPPED) {
+        StartWaiting();
+        RemoveIfMarked(service);
+    }
+}
+
+void ServiceManager::Report(Service& service, const SERVICE_STATUS& status)
+{
+    const DWORD before = service.status.dwCurrentState;
+    service.status = status;
+    service.reports.push_back(status);
+    Record(service, before);
+    if (service.stopped() && service.called) service.called->Signal();
+    if (service.stopped() || service.running()) StartWaiting();
+}
+
+void ServiceManager::ProcessEnded(const Process& process)
+{
+    const std::shared_ptr<Service> service = ServiceOf(process);
+    if (!service) return;
+    service->process = nullptr;
+    service->handler = nullptr;
+    service->handle = nullptr;
+    for (const ServiceControl& control : std::exchange(service->controls, {})) {
+        if (control.handled) control.handled(ERROR_PROCESS_ABORTED);
+    }
+    if (service->stopped()) {
+        RemoveIfMarked(*service);
+    } else {
+        SetState(*service, SERVICE_STOPPED,
+                 service->connected ? ERROR_PROCESS_ABORTED : ERROR_SERVICE_REQUEST_TIMEOUT);
+    }
+}
+
+// --- What a service is told ---
+
+DWORD ServiceManager::MaySend(const Service& service, DWORD control) const
+{
+    const Acceptance* row = FindAcceptance(control);
+    const bool own = control >= kFirstOwnControl && control < 2 * kFirstOwnControl;
+    if (!own && (!row || !row->may_be_sent)) return ERROR_INVALID_PARAMETER;
+    if (service.stopped()) return ERROR_SERVICE_NOT_ACTIVE;
+    const bool pending = service.status.dwCurrentState == SERVICE_START_PENDING ||
+                         service.status.dwCurrentState == SERVICE_STOP_PENDING;
+    if (!service.handler || (pending && control != SERVICE_CONTROL_INTERROGATE)) {
+        return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
+    }
+    if (row && (service.status.dwControlsAccepted & row->accepted) != row->accepted) {
+        return ERROR_INVALID_SERVICE_CONTROL;
+    }
+    if (control != SERVICE_CONTROL_STOP) return ERROR_SUCCESS;
+    for (const auto& [name, other] : m_services) {
+        if (!other->stopped() && DependsOn(name, service.name)) {
+            return ERROR_DEPENDENT_SERVICES_RUNNING;
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD ServiceManager::Control(std::wstring_view name, DWORD control,
+                              std::function<void(DWORD)> handled)
+{
+    const Hold hold(m_machine);
+    const std::shared_ptr<Service> service = Find(name);
+    if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
+    if (const DWORD error = MaySend(*service, control)) return error;
+    Queue(*service, {.control = control, .handled = std::move(handled)});
+    return ERROR_SUCCESS;
+}
+
+void ServiceManager::Queue(Service& service, ServiceControl control)
+{
+    service.controls.push_back(std::move(control));
+    service.called->Signal();
+}
+
+void ServiceManager::Shutdown()
+{
+    const Hold hold(m_machine);
+    for (const auto& [name, service] : m_services) {
+        if (service->handler && service->status.dwControlsAccepted & SERVICE_ACCEPT_SHUTDOWN) {
+            Queue(*service, {.control = SERVICE_CONTROL_SHUTDOWN});
+        }
+    }
+}
+
+bool ServiceManager::AllEnded() const
+{
+    const Hold hold(m_machine);
+    return std::ranges::none_of(m_services,
+                                [](const auto& known) { return known.second->process; });
+}
+
+std::shared_ptr<PowerSettingRegistration> ServiceManager::Register(
+    const std::shared_ptr<Service>& service, const GUID& setting)
+{
+    auto registration = std::make_shared<PowerSettingRegistration>(service, setting);
+    std::erase_if(m_registrations, [](const auto& known) { return known.expired(); });
+    m_registrations.push_back(registration);
+    if (const auto present = m_machine.announcer.Present(setting)) {
+        Queue(*service, {.control = SERVICE_CONTROL_POWEREVENT,
+                         .event = PBT_POWERSETTINGCHANGE,
+                         .data = SettingRecord(setting, *present)});
+    }
+    return registration;
+}
+
+bool ServiceManager::Hear(const Announcement& said, const std::function<void()>& handled)
+{
+    const Acceptance* row = FindAcceptance(said.control);
+    std::vector<std::shared_ptr<Service>> hearers;
+    if (said.setting) {
+        // Whoever has registered hears of it, whatever else it accepts.
+        for (const auto& known : m_registrations) {
+            const auto registration = known.lock();
+            if (!registration || !IsEqualGUID(registration->setting, *said.setting)) continue;
+            const std::shared_ptr<Service>& service = registration->service;
+            if (service->handler && service->handle == registration->run) {
+                hearers.push_back(service);
+            }
+        }
+    } else {
+        for (const auto& [name, service] : m_services) {
+            const bool accepts = row && service->status.dwControlsAccepted & row->accepted;
+            if (accepts && service->handler && !service->stopped()) hearers.push_back(service);
+        }
+    }
+    std::vector<BYTE> data = said.data;
+    if (said.setting) data = SettingRecord(*said.setting, said.data);
+    if (said.control == SERVICE_CONTROL_SESSIONCHANGE) data = SessionRecord(said.data);
+    const auto left = std::make_shared<std::size_t>(hearers.size());
+    for (const std::shared_ptr<Service>& service : hearers) {
+        Queue(*service, {said.control, said.event, data, [left, handled](DWORD) {
+                             if (--*left == 0) handled();
+                         }});
+    }
+    return !hearers.empty();
+}
+
+}  // namespace virtual_pc

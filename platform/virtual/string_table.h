@@ -1,0 +1,15 @@
+// The string table of an executable, read from the source of its resources.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "platform/base.h"
+
+namespace virtual_pc {
+
+// The texts by their ids; empty when the file cannot be read or has no table.
+std::map<UINT, std::wstring> ReadStringTable(const std::filesystem::path& file);
+
+}  // namespace virtual_pc

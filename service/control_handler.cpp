@@ -1,0 +1,158 @@
+// What the service control manager tells the service: stop and shutdown, power events, changes of
+// power settings, sessions, and a clock that was set. Each is handed on; nothing is kept here.
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "log/event_source.h"
+#include "log/log.h"
+#include "platform/power.h"
+#include "platform/session.h"
+#include "service/module.h"
+#include "service/service_status.h"
+#include "state/global_events.h"
+#include "state/never_sleep_state.h"
+
+namespace {
+
+constexpr const wchar_t* kHandler = L"CNeverSleepModule::OnServiceCtrlHandler";
+
+using S = CNeverSleepState;
+using Setting = POWERBROADCAST_SETTING;
+
+// Registered in this order.
+const GUID* const kRegistered[] = {
+    &GUID_SYSTEM_AWAYMODE,  &GUID_ACDC_POWER_SOURCE, &GUID_POWERSCHEME_PERSONALITY,
+    &GUID_MONITOR_POWER_ON, &GUID_STANDBY_TIMEOUT,   &GUID_GLOBAL_USER_PRESENCE,
+};
+
+// The data need not be aligned.
+template <class T>
+T DataOf(const Setting& setting)
+{
+    T data;
+    std::memcpy(&data, setting.Data, sizeof(data));
+    return data;
+}
+
+// Whose values are 0, 1 or 2.
+DWORD FirstByteOf(const Setting& setting) { return setting.Data[0]; }
+
+// A change of a setting, by the first row that is its.
+const struct SettingRow
+{
+    const GUID* setting;
+    void (*action)(const Setting& setting);
+} kSettings[] = {
+    {&GUID_SYSTEM_AWAYMODE, [](const Setting& s) { S::OnAwayModeEvent(FirstByteOf(s)); }},
+    {&GUID_POWERSCHEME_PERSONALITY,
+     [](const Setting& s) { S::OnPowerOptionChanged(DataOf<GUID>(s)); }},
+    {&GUID_GLOBAL_USER_PRESENCE, [](const Setting& s) { S::OnUserPresenceEvent(FirstByteOf(s)); }},
+    {&GUID_MONITOR_POWER_ON, [](const Setting& s) { S::OnDisplayStateChange(FirstByteOf(s)); }},
+    {&GUID_ACDC_POWER_SOURCE, [](const Setting& s) { S::OnPowerSourceChange(DataOf<DWORD>(s)); }},
+    {&GUID_STANDBY_TIMEOUT, [](const Setting& s) { S::OnSleepTimeoutChange(DataOf<DWORD>(s)); }},
+};
+
+void OnPowerSettingChange(const Setting& setting)
+{
+    for (const SettingRow& row : kSettings) {
+        if (IsEqualGUID(*row.setting, setting.PowerSetting)) return row.action(setting);
+    }
+    const GUID& guid = setting.PowerSetting;
+    ULONGLONG last = 0;
+    static_assert(sizeof(last) == sizeof(guid.Data4));
+    std::memcpy(&last, guid.Data4, sizeof(last));
+    Log(6, kHandler, L"PowerSetting - data(%d), dataLength(%d), Settings(%x-%x-%x-%llx)\n",
+        FirstByteOf(setting), setting.DataLength, guid.Data1, guid.Data2, guid.Data3, last);
+}
+
+// The power events that something is done for; all others are passed over.
+const struct PowerEventRow
+{
+    DWORD event;
+    void (*action)();
+} kPowerEvents[] = {
+    {PBT_APMSUSPEND, [] { S::OnSuspend(); }},
+    {PBT_APMSTANDBY, [] { S::OnSuspend(); }},
+    {PBT_APMRESUMESUSPEND, [] { S::OnResume(TRUE); }},  // a user caused it
+    {PBT_APMRESUMESTANDBY, [] { S::OnResume(FALSE); }},
+    {PBT_APMRESUMEAUTOMATIC, [] { S::OnResume(FALSE); }},
+};
+
+void OnPowerEvent(DWORD event, const void* data)
+{
+    if (event == PBT_POWERSETTINGCHANGE) {
+        if (data) OnPowerSettingChange(*static_cast<const Setting*>(data));
+        return;
+    }
+    const auto* row = std::ranges::find(kPowerEvents, event, &PowerEventRow::event);
+    if (row != std::end(kPowerEvents)) row->action();
+}
+
+using ControlAction = void (*)(DWORD eventType, const void* eventData);
+
+void Stop(DWORD, const void*) { Module().OnStop(); }
+void ReportBadRequest(DWORD, const void*) { LogEvent(L"Bad service request"); }
+void ChangeSession(DWORD eventType, const void* eventData)
+{
+    S::OnSessionChange(eventType, static_cast<const WTSSESSION_NOTIFICATION*>(eventData));
+}
+void ChangeTime(DWORD, const void*) { S::OnSystemTimeChange(); }
+
+const struct ControlRow
+{
+    DWORD first;
+    DWORD last;
+    DWORD level;
+    const wchar_t* line;   // null for none
+    ControlAction action;  // null for none
+} kControls[] = {
+    {SERVICE_CONTROL_STOP, SERVICE_CONTROL_STOP, 1, L"SERVICE_CONTROL_STOP", Stop},
+    {SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_INTERROGATE, 0, nullptr, nullptr},
+    {SERVICE_CONTROL_SHUTDOWN, SERVICE_CONTROL_SHUTDOWN, 1, L"SERVICE_CONTROL_SHUTDOWN", Stop},
+    {SERVICE_CONTROL_PARAMCHANGE, SERVICE_CONTROL_HARDWAREPROFILECHANGE, 0, nullptr,
+     ReportBadRequest},
+    {SERVICE_CONTROL_POWEREVENT, SERVICE_CONTROL_POWEREVENT, 6, L"SERVICE_CONTROL_POWEREVENT",
+     OnPowerEvent},
+    {SERVICE_CONTROL_SESSIONCHANGE, SERVICE_CONTROL_SESSIONCHANGE, 0, nullptr, ChangeSession},
+    {SERVICE_CONTROL_PRESHUTDOWN, SERVICE_CONTROL_PRESHUTDOWN, 0, nullptr, nullptr},
+    {SERVICE_CONTROL_TIMECHANGE, SERVICE_CONTROL_TIMECHANGE, 6, L"SERVICE_CONTROL_TIMECHANGE",
+     ChangeTime},
+};
+
+}  // namespace
+
+DWORD WINAPI CNeverSleepModule::OnServiceCtrlHandler(DWORD control, DWORD eventType,
+                                                     LPVOID eventData, LPVOID)
+{
+    const auto* row = std::ranges::find_if(kControls, [&](const ControlRow& known) {
+        return known.first <= control && control <= known.last;
+    });
+    if (row == std::end(kControls)) {
+        ReportBadRequest(eventType, eventData);
+        return NO_ERROR;
+    }
+    if (row->line) Log(row->level, kHandler, L"%s", row->line);
+    if (row->action) row->action(eventType, eventData);
+    return NO_ERROR;
+}
+
+void CNeverSleepModule::OnStop()
+{
+    SignalGlobalEvent(EVENT_SERVICE_STOP);
+    ReportServiceState(SERVICE_STOP_PENDING);
+    // The service may have come to its end in between, and a stop that is pending for ever would
+    // keep the process.
+    if (m_bLastReportMade) ReportServiceState(SERVICE_STOPPED);
+}
+
+void CNeverSleepModule::RegisterPowerNotifications()
+{
+    static_assert(std::size(kRegistered) <= kPowerNotifications);
+    for (OwnedPowerNotification& registration : m_powerNotifications) registration.Reset();
+    for (std::size_t i = 0; i < std::size(kRegistered); ++i) {
+        m_powerNotifications[i].Reset(RegisterPowerSettingNotification(
+            g_hServiceStatus.load(), kRegistered[i], DEVICE_NOTIFY_SERVICE_HANDLE));
+    }
+}

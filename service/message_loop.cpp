@@ -1,0 +1,135 @@
+// The clients' side of the process: the component objects it offers, the message loop that serves
+// them, and the end of a process that lives for its clients only.
+
+#include "api/class_objects.h"
+#include "log/log.h"
+#include "platform/lock.h"
+#include "platform/message.h"
+#include "platform/module.h"
+#include "service/module.h"
+#include "service/service_status.h"
+
+// S_OK also where a runtime library has put the thread into the other kind of apartment.
+HRESULT CNeverSleepModule::InitializeCom()
+{
+    const HRESULT hr = CoInitialize(nullptr);
+    if (SUCCEEDED(hr)) {
+        m_bComInitialized = true;
+        return S_OK;
+    }
+    return hr == RPC_E_CHANGED_MODE && GetModuleHandleW(L"Mscoree.dll") ? S_OK : hr;
+}
+
+void CNeverSleepModule::UninitializeCom()
+{
+    if (!m_bService && m_bComInitialized) CoUninitialize();
+}
+
+void CNeverSleepModule::MakeMessageQueue()
+{
+    MSG message;
+    PeekMessageW(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
+}
+
+HRESULT CNeverSleepModule::RunMessageLoop(int show)
+{
+    MSG message;
+    const HRESULT ready = PreMessageLoop(show);
+    if (FAILED(ready)) return ready;
+    while (ready == S_OK && GetMessageW(&message, nullptr, 0, 0) > 0) {
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+    const HRESULT revoked = RevokeAgentClassObjects();
+    // Clients that are about to let go do so in peace.
+    if (!m_bService && m_bDelayShutdown) Sleep(kPauseMs);
+    return revoked;
+}
+
+HRESULT CNeverSleepModule::PreMessageLoop(int)
+{
+    if (m_bService) {
+        constexpr LONG kServicesOfTheSystemsChoice = -1;
+        CoInitializeSecurity(nullptr, kServicesOfTheSystemsChoice, nullptr, nullptr,
+                             RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_NONE,
+                             nullptr);
+    }
+    SetAgentModule(this);
+    HRESULT hr =
+        RegisterAgentClassObjects(CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED);
+    if (FAILED(hr)) return hr;
+    if (hr == S_FALSE) {
+        m_bDelayShutdown = false;
+        return hr;
+    }
+    OwnedHandle monitor;
+    if (m_bDelayShutdown) {
+        monitor = StartMonitor();
+        if (!monitor) {
+            RevokeAgentClassObjects();
+            return E_FAIL;
+        }
+    }
+    if (m_bService && AdvanceServiceState(SERVICE_START_PENDING, SERVICE_RUNNING)) {
+        Log(1, L"CNeverSleepModule::PreMessageLoop", L"Service is starting ...");
+        ReportServiceStatus();
+    }
+    hr = CoResumeClassObjects();
+    if (FAILED(hr) && monitor) {
+        SignalShutdown();
+        WaitForSingleObject(monitor.Get(), 2 * kTimeOutMs);
+    }
+    if (FAILED(hr)) RevokeAgentClassObjects();
+    return hr;
+}
+
+// --- The end of a server ---
+
+OwnedHandle CNeverSleepModule::StartMonitor()
+{
+    m_hEventShutdown.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    if (!m_hEventShutdown) return {};
+    OwnedHandle thread(CreateThread(nullptr, 0, MonitorProc, this, 0, nullptr));
+    if (!thread) m_hEventShutdown.Reset();
+    return thread;
+}
+
+DWORD WINAPI CNeverSleepModule::MonitorProc(LPVOID module)
+{
+    auto& self = *static_cast<CNeverSleepModule*>(module);
+    WaitForSingleObject(self.m_hEventShutdown.Get(), INFINITE);
+    EnterCriticalSection(&self.m_lock);
+    self.m_hEventShutdown.Reset();
+    LeaveCriticalSection(&self.m_lock);
+    PostThreadMessageW(self.m_dwMainThreadID, WM_QUIT, 0, 0);
+    return 0;
+}
+
+void CNeverSleepModule::SignalShutdown()
+{
+    EnterCriticalSection(&m_lock);
+    if (m_hEventShutdown) SetEvent(m_hEventShutdown.Get());
+    LeaveCriticalSection(&m_lock);
+}
+
+void CNeverSleepModule::Lock()
+{
+    if (m_bService) {
+        ++m_nLockCount;
+    } else {
+        CoAddRefServerProcess();
+    }
+}
+
+void CNeverSleepModule::Unlock()
+{
+    if (m_bService) {
+        --m_nLockCount;
+    } else if (CoReleaseServerProcess() == 0) {
+        if (m_bDelayShutdown) {
+            SignalShutdown();
+        } else {
+            PostThreadMessageW(m_dwMainThreadID, WM_QUIT, 0, 0);
+        }
+    }
+}

@@ -1,0 +1,102 @@
+// The service's life between the service control manager's start and its last report: the steps of
+// its start, and the same steps undone.
+
+#include "log/log.h"
+#include "platform/message.h"
+#include "platform/power.h"
+#include "service/identity.h"
+#include "service/logging_library.h"
+#include "service/module.h"
+#include "service/service_status.h"
+#include "service/state_machine_thread.h"
+#include "state/global_events.h"
+#include "state/never_sleep_state.h"
+#include "state/on_ac_power.h"
+
+namespace {
+
+constexpr const wchar_t* kServiceMain = L"CNeverSleepModule::ServiceMain";
+constexpr BYTE kOnline = 1;
+
+constexpr DWORD kControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN |
+                                    SERVICE_ACCEPT_POWEREVENT | SERVICE_ACCEPT_SESSIONCHANGE |
+                                    SERVICE_ACCEPT_TIMECHANGE;
+static_assert(kControlsAccepted == 0x2C5);
+
+// A stop, which may have come as soon as the state machine's thread had reported the service
+// running, is not taken back.
+void ReportRunning()
+{
+    if (AdvanceServiceState(SERVICE_START_PENDING, SERVICE_RUNNING) ||
+        AdvanceServiceState(SERVICE_RUNNING, SERVICE_RUNNING)) {
+        ReportServiceStatus();
+    }
+}
+
+}  // namespace
+
+void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
+{
+    if (StartService()) {
+        createGlobalEvents();
+        Log(6, kServiceMain, L"HOLV service global events are created");
+        MakeMessageQueue();
+        const OwnedHandle state_machine(
+            CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
+        Sleep(0);
+        ReportRunning();
+        Log(6, kServiceMain, L"HOLV service state machine starts");
+        // Without a state machine nobody else would ever end the loop.
+        if (!state_machine) PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
+        SetExitCode(m_status, static_cast<DWORD>(RunMessageLoop(0)));
+        EndService(state_machine);
+    }
+    if (m_hServiceMainEnded) SetEvent(m_hServiceMainEnded);
+}
+
+// What has to stand before the events and the state machine. False when the service cannot run.
+bool CNeverSleepModule::StartService()
+{
+    g_pServiceStatus = &m_status;
+    StartLoggingLibrary();
+    AdvanceServiceState(SERVICE_STOPPED, SERVICE_START_PENDING);
+    SYSTEM_POWER_STATUS power;
+    if (GetSystemPowerStatus(&power)) g_bOnAcPower = power.ACLineStatus == kOnline;
+    m_dwServiceThreadID = GetCurrentThreadId();
+
+    m_hServiceStatus = RegisterServiceCtrlHandlerExW(kServiceName, OnServiceCtrlHandler, nullptr);
+    if (!m_hServiceStatus) {
+        Log(6, kServiceMain, L"Handler not installed");
+        AdvanceServiceState(SERVICE_START_PENDING, SERVICE_STOPPED);
+        return false;
+    }
+    m_status.dwControlsAccepted |= kControlsAccepted;
+    SetExitCode(m_status, NO_ERROR);
+    m_status.dwCheckPoint = 0;
+    m_status.dwWaitHint = 0;
+    g_hServiceStatus = m_hServiceStatus;
+
+    const HRESULT hr = InitializeCom();
+    if (FAILED(hr)) {
+        Log(6, kServiceMain, L"InitializeCom failed, hr=0x%x", hr);
+        return false;
+    }
+    m_bDelayShutdown = false;
+    RegisterPowerNotifications();
+    return true;
+}
+
+void CNeverSleepModule::EndService(const OwnedHandle& stateMachine)
+{
+    for (OwnedPowerNotification& registration : m_powerNotifications) registration.Reset();
+    // A loop that ended early, without class objects to serve, leaves the state machine running:
+    // its events must not be closed while it waits on them.
+    SignalGlobalEvent(EVENT_SERVICE_STOP);
+    if (stateMachine) WaitForSingleObject(stateMachine.Get(), kTimeOutMs);
+    closeGlobalEvents();
+    if (m_bService && m_bComInitialized) CoUninitialize();
+    m_bLastReportMade = true;
+    ReportServiceState(SERVICE_STOPPED);
+    Log(6, kServiceMain, L"Service stopped");
+    StopLoggingLibrary();
+}

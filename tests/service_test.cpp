@@ -1,0 +1,348 @@
+// The service's life, as the service control manager sees it: how it starts and stops, what becomes
+// of it when a step fails, and that a stop gets through whenever it comes.
+
+#include "service/module.h"
+
+#include <set>
+
+#include "api/agent_module.h"
+#include "log/log.h"
+#include "platform/com.h"
+#include "platform/module.h"
+#include "platform/virtual/thread.h"
+#include "settings/settings.h"
+#include "tests/service_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// What the maker's logging library was told, and how much the service had said until then.
+Lines g_logger;
+void WINAPI StartLogger(const wchar_t* name, int how)
+{
+    g_logger.push_back("start " + ToUtf8(name) + " " + std::to_string(how) + " at " +
+                       std::to_string(Machine::Current().outputs.debug().size()));
+}
+void WINAPI StopLogger()
+{
+    g_logger.push_back("stop at " + std::to_string(Machine::Current().outputs.debug().size()));
+}
+
+template <class Function>
+FARPROC AsLibraryFunction(Function* function)
+{
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
+}
+
+class ServiceTest : public ServiceFixture
+{
+protected:
+    // How many handles of a kind are open, or their names.
+    std::wstring Open(std::string_view kind)
+    {
+        const Hold hold(pc);
+        std::wstring names;
+        for (const LeftOpen& open : pc.handles.List()) {
+            if (open.kind == kind) names += open.name.substr(0, 8) + L" ";
+        }
+        return names;
+    }
+};
+
+TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
+{
+    pc.libraries.on_disk[LR"(C:\Program Files\Orbeq\Holv\Vexlog.dll)"] = {
+        {"StartLogger", AsLibraryFunction(StartLogger)},
+        {"StopLogger", AsLibraryFunction(StopLogger)}};
+    service.Start();
+    EXPECT_EQ(service.Reports(), "running running ");
+    EXPECT_EQ(service.Find()->status.dwControlsAccepted, 0x2C5u);
+    EXPECT_EQ(service.Find()->status.dwServiceType, SERVICE_WIN32_OWN_PROCESS);
+    EXPECT_EQ(service.Said(L"ServiceMain"), (Lines{"HOLV service global events are created",
+                                                   "HOLV service state machine starts"}));
+    // In the order in which the settings are registered.
+    EXPECT_EQ(Open("power setting registration"),
+              L"98A7F580 5D3E9A59 245D8541 02731015 29F6C1DB 786E8A1D ");
+    service.Forget();
+    service.Stop();
+    EXPECT_EQ(service.Reports(), "running running stopping stopped stopped ");
+    EXPECT_EQ(service.State(), "stopped");
+    EXPECT_EQ(service.Said(L"CNeverSleepModule"),
+              (Lines{"SERVICE_CONTROL_STOP", "Service stopped"}));
+    EXPECT_EQ(service.Said().back(), "Service stopped");
+    EXPECT_TRUE(service.Heard(L"HOLV State Machine Exited"));
+    EXPECT_FALSE(service.Heard(L"Service is starting"));
+    EXPECT_EQ(pc.processes().back()->exit_code(), 0);
+    ASSERT_EQ(g_logger.size(), 2u);
+    EXPECT_TRUE(g_logger[0].starts_with("start HOLVLog 1 at "));
+    EXPECT_EQ(g_logger[1], "stop at " + std::to_string(pc.outputs.debug().size()));
+
+    service.Restart();
+    pc.ShutDown();
+    EXPECT_TRUE(service.Heard(L"SERVICE_CONTROL_SHUTDOWN"));
+    EXPECT_EQ(service.Reports(), "running running stopping stopped stopped ");
+    pc.Boot();
+    EXPECT_EQ(service.State(), "running") << "it starts with the system";
+    service.Stop();
+}
+
+TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
+{
+    constexpr DWORD kChangedMode = 0x80010106;
+    const std::wstring no_com = L"InitializeCom failed, hr=0x80010106";
+    const std::wstring resumed_in_vain = L"HOLV State Machine Exited";
+    const struct
+    {
+        const char* fails;
+        std::uint64_t nth;
+        std::optional<DWORD> error;
+        std::string state;
+        std::string reports;
+        std::wstring heard;  // empty for nothing in particular
+    } cases[] = {
+        {"LoadLibraryW", 1, 5, "running", "running ", L""},
+        {"GetSystemPowerStatus", 1, 5, "running", "running ", L""},
+        {"RegisterServiceCtrlHandlerExW", 1, 5, "starting", "", L"Handler not installed"},
+        {"CoInitialize", 1, kChangedMode, "starting", "", no_com},
+        {"RegisterPowerSettingNotification", 3, 5, "running", "running ", L""},
+        // The first is that of the program's end; the second is the first of the thirteen.
+        {"CreateEventW", 1, 5, "running", "running ", L""},
+        {"CreateEventW", 4, 5, "stopped", "running stopped stopped ", L"CreateEvent (2) failed"},
+        {"CreateWaitableTimerW", 6, 5, "stopped", "running stopped stopped ",
+         L"CreateWaitabletimer (12) failed"},
+        {"CreateThread", 1, 5, "stopped", "running stopped ", L"Service stopped"},
+        {"CoInitializeSecurity", 1, 5, "running", "running ", L""},
+        {"CoResumeClassObjects", 1, 0x80004005, "stopped 2147500037", "running stopped stopped ",
+         resumed_in_vain},
+        {"GetMessageW", 1, 5, "stopped", "running stopped stopped ", resumed_in_vain},
+    };
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    left_open_is_expected = true;  // where the start ends halfway
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.fails) + " " + std::to_string(c.nth));
+        pc.faults.Set(c.fails, {.error = c.error, .first = c.nth});
+        service.Restart();
+        pc.RunFor(1s);
+        pc.faults.ClearAll();
+        EXPECT_EQ(service.State(), c.state);
+        std::string reports = service.Reports();
+        // Where the state machine's thread ends before the other has reported the start, that says
+        // nothing any more.
+        if (reports.starts_with("running running ")) reports = reports.substr(8);
+        EXPECT_EQ(reports, c.reports);
+        EXPECT_TRUE(c.heard.empty() || service.Heard(c.heard));
+        EXPECT_EQ(service.Heard(L"HOLV State Machine initialized"),
+                  c.state != "starting" && std::string(c.fails) != "CreateThread");
+        if (c.state == "running") service.Stop();
+        pc.ShutDown();
+        // Without the event that waits for its end, ServiceMain is cut short.
+        if (std::string(c.fails) != "CreateEventW" || c.nth != 1) {
+            EXPECT_EQ(LeftOpenBy(*pc.processes().back()), "");
+        }
+    }
+    // The tolerated case: a runtime library has put the thread into the other kind of apartment.
+    pc.libraries.resident = {L"mscoree.dll"};
+    pc.faults.Set("CoInitialize", {.error = kChangedMode});
+    service.Restart();
+    EXPECT_EQ(service.State(), "running");
+    service.Stop();
+}
+
+TEST_F(ServiceTest, AStateMachineThatEndsByItselfEndsTheService)
+{
+    service.Start();
+    pc.faults.Set("WaitForMultipleObjects", {.error = 1816});
+    pc.session.Logon(L"alice");
+    pc.announcer.SettingChanged(GUID{});
+    // Its next wait is the one that fails.
+    pc.announcer.Announce({.control = SERVICE_CONTROL_POWEREVENT, .event = PBT_APMRESUMESUSPEND});
+    service.AwaitEnd();
+    EXPECT_TRUE(service.Heard(L"Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"));
+    EXPECT_EQ(service.Reports(), "running running stopped stopped ");
+    EXPECT_EQ(pc.processes().back()->exit_code(), 0);
+}
+
+// Somebody asks for the stop as soon as the manager lets him, after as many turns of the other
+// threads as the case says.
+std::string StopAfter(std::uint64_t seed, int turns)
+{
+    Machine pc({.free = kRunFree, .seed = kRunFree ? 0 : seed});
+    ServiceOnPc service(pc);
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    EXPECT_EQ(pc.services.Start(kService), DWORD{ERROR_SUCCESS});
+    Process& stopper = pc.Start([&] {
+        const auto begun = [&] {
+            const Hold hold(pc);
+            const DWORD state = service.Find()->status.dwCurrentState;
+            return state == SERVICE_STOP_PENDING || state == SERVICE_STOPPED;
+        };
+        for (;;) {
+            const DWORD error = pc.services.Control(kService, SERVICE_CONTROL_STOP);
+            if (error == ERROR_SUCCESS || begun()) return 0;
+            Sleep(0);
+        }
+    });
+    Process& late = pc.Start([&] {
+        for (int turn = 0; turn < turns; ++turn) Sleep(0);
+        pc.services.Control(kService, SERVICE_CONTROL_STOP);
+        pc.announcer.PowerEvent(PBT_APMSUSPEND);
+        return 0;
+    });
+    pc.RunUntilEnd(stopper);
+    pc.RunUntilEnd(late);
+    service.AwaitEnd();
+    for (const auto& process : pc.processes()) EXPECT_EQ(LeftOpenBy(*process), "");
+    for (const std::string& misuse : pc.misuses()) ADD_FAILURE() << misuse;
+    EXPECT_EQ(service.State(), "stopped");
+    return service.Reports();
+}
+
+TEST(ServiceRaceTest, AStopGetsThroughAtEveryMomentOfTheStart)
+{
+    std::set<std::string> seen;
+    for (std::uint64_t seed = 1; seed <= (kRunFree ? 10u : 60u); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        const std::string reports = StopAfter(seed, static_cast<int>(seed % 40) * 5);
+        EXPECT_TRUE(reports.starts_with("running ")) << reports;
+        EXPECT_TRUE(reports.ends_with("stopped ")) << reports;
+        EXPECT_NE(reports.find("stopping"), reports.npos) << reports;
+        // A stop that was begun is not taken back.
+        EXPECT_EQ(reports.find("stopping running"), reports.npos) << reports;
+        EXPECT_EQ(reports.find("stopped running"), reports.npos) << reports;
+        seen.insert(reports);
+    }
+    if (!kRunFree) {
+        EXPECT_GE(seen.size(), 2u) << "the moments differ";
+    }
+}
+
+// Whatever comes from outside comes at once: controls, announcements, and the feature switched off
+// and on by the thread of the control interface.
+void Storm(std::uint64_t seed)
+{
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Machine pc({.free = kRunFree, .seed = kRunFree ? 0 : seed});
+    ServiceOnPc service(pc);
+    service.Start();
+    Process& process = *pc.processes().back();
+    std::vector<Process*> others;
+    std::atomic<int> switched = 0;
+    {
+        const Hold hold(pc);
+        for (const char* symbol : {"_ZN16CNeverSleepState14StopNeverSleepEv",
+                                   "_ZN16CNeverSleepState15StartNeverSleepEv"}) {
+            const auto operation = reinterpret_cast<void (*)()>(process.Find(symbol));
+            ASSERT_NE(operation, nullptr);
+            process.StartThread(pc, [&process, &switched, operation]() -> DWORD {
+                process.Guard(*Thread::Self(), [&] {
+                    for (int i = 0; i < 10; ++i) operation();
+                    ++switched;
+                });
+                return 0;
+            });
+        }
+    }
+    for (const DWORD event : {PBT_APMSUSPEND, PBT_APMRESUMEAUTOMATIC, PBT_APMRESUMESUSPEND}) {
+        others.push_back(&pc.Start([&pc, event] {
+            for (int i = 0; i < 10; ++i) {
+                pc.announcer.PowerEvent(event);
+                pc.announcer.TimeChanged();
+                pc.services.Control(kService, SERVICE_CONTROL_INTERROGATE);
+                Sleep(0);
+            }
+            return 0;
+        }));
+    }
+    others.push_back(&pc.Start([&pc] {
+        for (int i = 0; i < 5; ++i) Sleep(0);
+        EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
+        return 0;
+    }));
+    for (const Process* other : others) pc.RunUntilEnd(*other);
+    service.AwaitEnd();
+    EXPECT_EQ(service.State(), "stopped");
+    EXPECT_FALSE(process.crashed());
+    // A thread of the interface's that the process's end has cut short gives nothing back.
+    if (switched == 2) {
+        EXPECT_EQ(LeftOpenBy(process), "");
+    }
+    for (const std::string& misuse : pc.misuses()) ADD_FAILURE() << misuse;
+}
+
+TEST(ServiceRaceTest, AStopAmidEverythingElseEndsTheServiceAndGivesAllBack)
+{
+    for (std::uint64_t seed = 1; seed <= (kRunFree ? 5u : 40u); ++seed) Storm(seed);
+}
+
+// --- Without the service: a server of component objects ---
+
+TEST_F(ServiceTest, AsAServerItEndsWhenItsLastClientHasLetGo)
+{
+    const auto serve = [] { return wWinMain(nullptr, nullptr, nullptr, 0); };
+    Process& server = pc.Start(serve);
+    pc.RunFor(1s);
+    EXPECT_TRUE(server.running());
+    EXPECT_TRUE(service.Find() == nullptr);
+    EXPECT_FALSE(service.Heard(L"global events are created"));
+    EXPECT_FALSE(service.Heard(L"HOLV State Machine initialized"));
+    const Instant before = pc.now();
+    RunAsProcess([&] {
+        LockAgentModule();
+        LockAgentModule();
+        UnlockAgentModule();
+        Sleep(100);
+        EXPECT_TRUE(server.running());
+        UnlockAgentModule();
+    });
+    pc.RunUntilEnd(server);
+    EXPECT_EQ(pc.now() - before, 1100ms) << "after a pause";
+    EXPECT_EQ(server.exit_code(), 0);
+
+    const std::pair<const char*, DWORD> failures[] = {{"CoResumeClassObjects", 0x80010108},
+                                                      {"CreateThread", 0x80004005},
+                                                      {"CreateEventW", 0x80004005}};
+    for (const auto& [function, result] : failures) {
+        pc.faults.Set(function, {.error = result});
+        Process& failing = pc.Start(serve);
+        pc.RunUntilEnd(failing);
+        EXPECT_EQ(static_cast<DWORD>(failing.exit_code()), result) << function;
+    }
+}
+
+TEST_F(ServiceTest, OnlyAWholeTextMakesItAService)
+{
+    constexpr const wchar_t* kValue = L"LocalService";
+    const auto text = [](std::wstring_view words, DWORD type) {
+        return RegistryValue::String(words, type);
+    };
+    RegistryValue cut = text(L"HOLVService", REG_SZ);
+    cut.data.resize(cut.data.size() - sizeof(wchar_t));
+    const std::pair<RegistryValue, bool> cases[] = {
+        {text(L"HOLVService", REG_SZ), true},
+        {text(L"%X%", REG_EXPAND_SZ), true},
+        {text(L"", REG_SZ), true},
+        {{REG_SZ, {}}, true},
+        {cut, false},
+        {RegistryValue::Dword(1), false},
+        {text(L"HOLVService", REG_MULTI_SZ), false},
+    };
+    for (const auto& [value, is_service] : cases) {
+        pc.registry.Set(kAppIdKey, kValue, value);
+        // Nobody started it as one, so a service leaves with the dispatcher's error; a server
+        // stays.
+        Process& process = *pc.StartInstalled(service.image.path, L"HOLVService.exe");
+        pc.RunFor(1s);
+        EXPECT_EQ(!process.running(), is_service) << value.type << " " << value.data.size();
+        if (is_service) {
+            EXPECT_EQ(process.exit_code(), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+        }
+        pc.ShutDown();
+    }
+    left_open_is_expected = true;  // the servers were ended from outside
+}
+
+}  // namespace
