@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pc/service_view.h"
+#include "platform/service.h"
 #include "tests/virtual_pc_test.h"
 
 class NeverSleepPc
@@ -20,15 +21,19 @@ public:
 
     void StartService()
     {
-        m_service = &pc.Start(virtual_pc::Image{.host_path = HOLV_IMAGE});
+        const virtual_pc::Image image{.host_path = HOLV_IMAGE};
+        pc.Install(image);
+        pc.RunUntilEnd(*pc.StartInstalled(image.path, L"\"" + image.path + L"\" -Service"));
+        EXPECT_EQ(pc.services.Start(kService), DWORD{ERROR_SUCCESS});
         pc.RunFor(std::chrono::seconds{1});
+        m_service = view.service();
+        ASSERT_TRUE(m_service);
     }
 
     // Stops the service; whatever it had of the PC must have been given back.
     void StopService()
     {
-        constexpr int kServiceStop = 5;
-        view.Raise(kServiceStop);
+        EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
         pc.RunUntilEnd(*m_service);
         for (const POWER_REQUEST_TYPE type :
              {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
@@ -90,5 +95,7 @@ public:
     ServiceView view;
 
 private:
+    static constexpr const wchar_t* kService = L"HOLVService";
+
     virtual_pc::Process* m_service = nullptr;
 };
