@@ -93,7 +93,6 @@ BOOL IsInstalled()
 
 BOOL InstallService()
 {
-    if (IsInstalled()) return TRUE;
     const std::wstring path = QuotedExecutable();
     if (path.empty()) return FALSE;
     const OwnedServiceHandle manager = OpenManager();
@@ -103,6 +102,9 @@ BOOL InstallService()
     }
     const OwnedServiceHandle service = Create(manager, path);
     if (!service) {
+        // That it is there already is asked of the creation itself: one that is only waiting to be
+        // deleted can be opened too, but is none to rely on.
+        if (GetLastError() == ERROR_SERVICE_EXISTS) return TRUE;
         Log(2, kFunction, L"Failed to create service, GLE=%d\n", GetLastError());
         Show(kNotCreated);
         return FALSE;

@@ -20,21 +20,24 @@ public:
 
     void StartService()
     {
-        m_service = &pc.Start(virtual_pc::Image{.host_path = HOLV_IMAGE});
+        pc.Install(m_image);
+        pc.RunUntilEnd(*pc.StartInstalled(m_image.path, L"\"" + m_image.path + L"\" -Service"));
+        EXPECT_EQ(pc.services.Start(kService), DWORD{ERROR_SUCCESS});
         pc.RunFor(std::chrono::seconds{1});
     }
 
     // Stops the service; whatever it had of the PC must have been given back.
     void StopService()
     {
-        constexpr int kServiceStop = 5;
-        view.Raise(kServiceStop);
-        pc.RunUntilEnd(*m_service);
+        const auto service = pc.services.Find(kService);
+        const virtual_pc::Process* process = service->process;
+        EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
+        pc.RunUntil([&] { return !service->process; });
         for (const POWER_REQUEST_TYPE type :
              {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
             EXPECT_FALSE(pc.power.Held(type));
         }
-        EXPECT_EQ(m_service->left_open().size(), 1u) << "the log's file alone";
+        EXPECT_EQ(process->left_open().size(), 1u) << "the log's file alone";
         EXPECT_EQ(pc.misuses().size(), 0u);
     }
 
@@ -90,5 +93,8 @@ public:
     ServiceView view;
 
 private:
-    virtual_pc::Process* m_service = nullptr;
+    static constexpr const wchar_t* kService = L"HOLVService";
+
+    const virtual_pc::Image m_image{.host_path = HOLV_IMAGE,
+                                    .resources = HOLV_SOURCE_DIR "/resources"};
 };

@@ -128,11 +128,27 @@ __declspec(dllexport) LONG WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL
                                                          ULONG, PVOID output, ULONG outputSize)
 {
     constexpr LONG kStatusInvalidParameter = static_cast<LONG>(0xC000000Du);
+    if (level == SystemPowerInformation && outputSize >= sizeof(SYSTEM_POWER_INFORMATION)) {
+        // Somebody is always at the PC.
+        const std::lock_guard lock(g_lock);
+        auto& information = *static_cast<SYSTEM_POWER_INFORMATION*>(output);
+        information = {};
+        information.TimeRemaining =
+            g_plans.InForce(GUID_STANDBY_TIMEOUT, PowerSource::ac).value_or(0);
+        return 0;
+    }
     if (level != SystemPowerCapabilities || outputSize < sizeof(SYSTEM_POWER_CAPABILITIES)) {
         return kStatusInvalidParameter;
     }
     GetPwrCapabilities(static_cast<SYSTEM_POWER_CAPABILITIES*>(output));
     return 0;
+}
+
+__declspec(dllexport) BOOLEAN WINAPI SetSuspendState(BOOLEAN, BOOLEAN, BOOLEAN)
+{
+    Tell(L"sleep");
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return FALSE;
 }
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)

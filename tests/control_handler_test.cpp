@@ -1,0 +1,170 @@
+// What the service does with each thing that the service control manager tells it.
+
+#include <cstring>
+#include <map>
+
+#include "platform/com.h"
+#include "platform/power.h"
+#include "platform/session.h"
+#include "service/module.h"
+#include "settings/settings_store.h"
+#include "tests/service_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class ControlHandlerTest : public ServiceFixture
+{
+protected:
+    // What the service says to something that is announced; times are left out.
+    Lines Told(const Announcement& announcement)
+    {
+        service.Forget();
+        bool handled = false;
+        pc.announcer.Announce(announcement, [&] { handled = true; });
+        pc.RunFor(1ms);
+        EXPECT_TRUE(handled);
+        Lines said = service.Said(L"::On");
+        for (std::string& line : said) line = line.substr(0, line.find(", Timestamp"));
+        return said;
+    }
+
+    Lines PowerEvent(DWORD event)
+    {
+        return Told({.control = SERVICE_CONTROL_POWEREVENT, .event = event});
+    }
+
+    Lines Changed(const GUID& setting, std::vector<BYTE> data)
+    {
+        return Told({.control = SERVICE_CONTROL_POWEREVENT,
+                     .event = PBT_POWERSETTINGCHANGE,
+                     .setting = setting,
+                     .data = std::move(data)});
+    }
+};
+
+const std::string kPowerEvent = "SERVICE_CONTROL_POWEREVENT";
+const std::string kOff = "Holv is disabled, do nothing";
+
+TEST_F(ControlHandlerTest, EveryPowerEventComesToItsHandler)
+{
+    pc.registry.SetDword(kUserKey, L"EnableNeverSleep", 0);
+    service.Start();
+    const std::string suspends = "*****System is Suspending*****";
+    const std::string attended = "*****System is Resuming [attended]*****";
+    const std::string unattended = "*****System is Resuming [unattended]*****";
+    const std::map<DWORD, std::string> acted{{PBT_APMSUSPEND, suspends},
+                                             {PBT_APMSTANDBY, suspends},
+                                             {PBT_APMRESUMESUSPEND, attended},
+                                             {PBT_APMRESUMESTANDBY, unattended},
+                                             {PBT_APMRESUMEAUTOMATIC, unattended}};
+    for (DWORD event = 0; event <= 20; ++event) {
+        Lines expected{kPowerEvent};
+        if (acted.contains(event)) expected = {kPowerEvent, acted.at(event), kOff};
+        EXPECT_EQ(PowerEvent(event), expected) << event;
+    }
+    EXPECT_EQ(PowerEvent(0x8014), Lines{kPowerEvent});
+    EXPECT_EQ(PowerEvent(PBT_POWERSETTINGCHANGE), Lines{kPowerEvent}) << "without a record";
+    EXPECT_EQ(Told({.control = SERVICE_CONTROL_TIMECHANGE}),
+              (Lines{"SERVICE_CONTROL_TIMECHANGE",
+                     "Doing nothing for SERVICE_CONTROL_TIMECHANGE "
+                     "event as HOLV is disabled.."}));
+    EXPECT_EQ(Told({.control = SERVICE_CONTROL_SESSIONCHANGE, .event = 7, .data = {3, 0, 0, 0}}),
+              (Lines{"User session change event type: 7", kOff}));
+    service.Stop();
+}
+
+TEST_F(ControlHandlerTest, EveryPowerSettingComesToItsHandlerWithItsValue)
+{
+    service.Start();
+    pc.RunFor(10s);
+    const auto bytes = [](const GUID& guid) { return SettingBytes(guid); };
+    const struct
+    {
+        const GUID& setting;
+        std::vector<BYTE> data;
+        std::string said;  // after the control itself; empty for nothing
+    } cases[] = {
+        {GUID_SYSTEM_AWAYMODE, {0, 0, 0, 0}, "**** Awaymode OFF"},
+        {GUID_SYSTEM_AWAYMODE, {2, 1, 0, 0}, "**** Awaymode OFF"},
+        {GUID_MONITOR_POWER_ON, {1, 0, 0, 0}, "**** Display is ON"},
+        {GUID_MONITOR_POWER_ON, {0, 1, 0, 0}, "**** Display is OFF"},
+        {GUID_GLOBAL_USER_PRESENCE, {0, 0, 0, 0}, "**** User Present"},
+        {GUID_GLOBAL_USER_PRESENCE, {1, 0, 0, 0}, "**** User Not Present"},
+        {GUID_GLOBAL_USER_PRESENCE, {2}, "**** User Inactive"},
+        {GUID_GLOBAL_USER_PRESENCE, {3, 0, 0, 0}, ""},
+        {GUID_ACDC_POWER_SOURCE, {0, 0, 0, 0}, "**** System is on AC power"},
+        {GUID_ACDC_POWER_SOURCE, {1, 0, 0, 0}, "**** System is on DC power"},
+        {GUID_ACDC_POWER_SOURCE, {0, 1, 0, 0}, "**** System is on DC power"},
+        {GUID_STANDBY_TIMEOUT, {0x2C, 1, 0, 0}, "Standby timeout value changed to 300 seconds\n"},
+        {GUID_POWERSCHEME_PERSONALITY, bytes(GUID_TYPICAL_POWER_SAVINGS),
+         "Power Scheme is Balanced"},
+        {GUID_POWERSCHEME_PERSONALITY, bytes(GUID_MIN_POWER_SAVINGS),
+         "Power Scheme is Max Performance"},
+        {GUID_POWERSCHEME_PERSONALITY, bytes(GUID{}), "Power Scheme is unknown"},
+        {GUID_SYSTEM_AWAYMODE, {1, 0, 0, 0}, "**** Awaymode ON"},
+    };
+    for (const auto& c : cases) {
+        Lines said = Changed(c.setting, c.data);
+        ASSERT_FALSE(said.empty());
+        EXPECT_EQ(said.front(), kPowerEvent);
+        const bool found = std::ranges::find(said, c.said) != said.end();
+        EXPECT_TRUE(c.said.empty() ? said.size() == 1 : found)
+            << c.said << " of " << testing::PrintToString(said);
+    }
+    pc.RunFor(1s);
+    EXPECT_TRUE(service.Heard(L"EnterNeverSleepActiveState exit")) << "away mode was entered";
+
+    // The present values are told at the start, before the state machine has a state.
+    service.Stop();
+    pc.power.Activate(GUID_TYPICAL_POWER_SAVINGS);
+    service.Restart();
+    EXPECT_TRUE(service.Heard(L"**** Display is ON"));
+    EXPECT_TRUE(service.Heard(L"**** Awaymode OFF"));
+    service.Stop();
+}
+
+// Straight to the handler: what the manager never sends, or not at this time.
+TEST_F(ControlHandlerTest, UnknownControlsAreReportedAndAStopWithoutEventsHarmsNothing)
+{
+    const auto handle = [](DWORD control, DWORD event = 0, void* data = nullptr) {
+        EXPECT_EQ(CNeverSleepModule::OnServiceCtrlHandler(control, event, data, nullptr),
+                  DWORD{NO_ERROR});
+    };
+    RunAsProcess([&] {
+        RegInit();
+        const auto reported = [&](DWORD control) {
+            const std::size_t before = pc.event_log.records().size();
+            handle(control);
+            const bool more = pc.event_log.records().size() > before;
+            return more && pc.event_log.records().back().strings.at(0) == L"Bad service request";
+        };
+        for (const DWORD control : {0u, 6u, 7u, 8u, 9u, 10u, 11u, 12u, 17u, 128u, 0xFFFFFFFFu}) {
+            EXPECT_TRUE(reported(control)) << control;
+        }
+        service.Forget();
+        for (const DWORD control : {2u, 3u, 4u, 15u}) EXPECT_FALSE(reported(control)) << control;
+        EXPECT_EQ(service.Said(), Lines{});
+
+        handle(SERVICE_CONTROL_STOP);
+        handle(SERVICE_CONTROL_SHUTDOWN);
+        EXPECT_EQ(service.Said(), (Lines{"SERVICE_CONTROL_STOP", "SERVICE_CONTROL_SHUTDOWN"}));
+
+        service.Forget();
+        std::vector<BYTE> record(24);
+        const GUID other{0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}};
+        std::memcpy(record.data(), &other, sizeof(other));
+        record[16] = 4;
+        record[20] = 9;
+        handle(SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE, record.data());
+        EXPECT_EQ(service.Said(), (Lines{kPowerEvent,
+                                         "PowerSetting - data(9), dataLength(4), "
+                                         "Settings(11223344-5566-7788-807060504030201)\n"}));
+    });
+}
+
+}  // namespace

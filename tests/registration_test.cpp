@@ -1,0 +1,294 @@
+// The command line: what each switch writes into the registry and the service manager's database,
+// what it takes away again, and what becomes of it when a step fails.
+
+#include "platform/com.h"
+#include "platform/module.h"
+#include "platform/owned.h"
+#include "tests/service_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+constexpr const wchar_t* kServiceKey = LR"(HKLM\SYSTEM\CurrentControlSet\Services\HOLVService)";
+
+constexpr const char* kAppId = R"(AppID
+AppID\HOLVService.EXE AppID={7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}
+AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47} =HOLVService
+)";
+constexpr const char* kLocalService =
+    R"(AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47} LocalService=HOLVService
+)";
+constexpr const char* kClass = R"(CLSID
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864} =HOLVAgentApi Class
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864} AppID={7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\LocalServer32 =C:\Program Files\Orbeq\Holv\HOLVService.exe
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\ProgID =HOLVAgentLib.HOLVAgentLib.1
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\Programmable
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\TypeLib ={C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}
+CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\VersionIndependentProgID =HOLVAgentLib.HOLVAgentLib
+HOLVAgentLib.HOLVAgentLib =HOLVAgentApi Class
+HOLVAgentLib.HOLVAgentLib\CLSID ={3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}
+HOLVAgentLib.HOLVAgentLib\CurVer =HOLVAgentLib.HOLVAgentLib.1
+HOLVAgentLib.HOLVAgentLib.1 =HOLVAgentApi Class
+HOLVAgentLib.HOLVAgentLib.1\CLSID ={3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}
+)";
+constexpr const char* kNothing = "AppID\nCLSID\n";
+
+class RegistrationTest : public ServiceFixture
+{
+protected:
+    // Everything beneath a root of classes, a line for each value and for each key without one; the
+    // type library, which has a test of its own, is left out.
+    std::string Classes(const wchar_t* root = LR"(HKLM\Software\Classes)")
+    {
+        const Hold hold(pc);
+        std::string lines;
+        List(*pc.registry.FindKey(Registry::Parse(root)), "", lines);
+        return lines;
+    }
+
+    // What the user was shown since the last time.
+    std::string Shown()
+    {
+        std::string shown;
+        for (; m_shown < pc.outputs.message_boxes().size(); ++m_shown) {
+            shown += ToUtf8(pc.outputs.message_boxes()[m_shown]) + ". ";
+        }
+        return shown;
+    }
+
+private:
+    static void List(const RegistryNode& key, const std::string& path, std::string& lines)
+    {
+        // The default value comes first.
+        for (const auto& [name, value] : key.values) {
+            EXPECT_EQ(value.type, REG_SZ) << path;
+            lines += path + " " + ToUtf8(name) + "=" + ToUtf8(value.Text()) + "\n";
+        }
+        if (key.values.empty() && !path.empty()) lines += path + "\n";
+        for (const auto& [name, below] : key.keys) {
+            const bool library = path.empty() && (name == L"TypeLib" || name == L"Interface");
+            if (library) continue;
+            List(*below, path + (path.empty() ? "" : "\\") + ToUtf8(name), lines);
+        }
+    }
+
+    std::size_t m_shown = 0;
+};
+
+TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
+{
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    EXPECT_EQ(Classes(), kAppId + std::string(kLocalService) + kClass);
+    EXPECT_EQ(pc.registry.GetDword(kServiceKey, L"Type"), 0x10u);
+    EXPECT_EQ(pc.registry.GetDword(kServiceKey, L"Start"), 2u);
+    EXPECT_EQ(pc.registry.GetDword(kServiceKey, L"ErrorControl"), 1u);
+    const std::optional<ServiceConfig> config = pc.services.Read(kService);
+    ASSERT_TRUE(config);
+    EXPECT_EQ(config->path, LR"("C:\Program Files\Orbeq\Holv\HOLVService.exe")");
+    EXPECT_EQ(config->display_name, L"Orbeq(R) Holv Technology");
+    EXPECT_EQ(config->description, L"Orbeq(R) Holv Technology");
+    EXPECT_EQ(config->dependencies, std::vector<std::wstring>{L"RPCSS"});
+    EXPECT_EQ(config->account, L"LocalSystem");
+
+    // What lies where the class is renewed goes; a plain server is no service any more.
+    pc.registry.SetString(LR"(HKCR\CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\Old)", L"", L"x");
+    EXPECT_EQ(service.Run(L"/RegServer"), 0);
+    EXPECT_EQ(Classes(), kAppId + std::string(kClass));
+    EXPECT_EQ(service.State(), "absent");
+
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    EXPECT_EQ(service.Run(L"-UnregServer"), 0);
+    EXPECT_EQ(Classes(), kNothing);
+    EXPECT_EQ(service.State(), "absent");
+    EXPECT_FALSE(pc.registry.HasKey(kServiceKey));
+    EXPECT_EQ(static_cast<DWORD>(service.Run(L"-UnregServer")), 0x80070002u) << "there is none";
+    EXPECT_EQ(Shown(), "");
+}
+
+TEST_F(RegistrationTest, ForAUserAllIsHisAndTheMachinesIsUntouched)
+{
+    constexpr const wchar_t* kUsers = LR"(HKCU\Software\Classes)";
+    EXPECT_EQ(service.Run(L"-RegServerPerUser"), 0);
+    EXPECT_EQ(Classes(kUsers), kAppId + std::string(kClass));
+    EXPECT_EQ(Classes(), "");
+    EXPECT_EQ(service.Run(L"-UnregServerPerUser"), 0);
+    EXPECT_EQ(Classes(kUsers), kNothing);
+    EXPECT_EQ(Classes(), "");
+}
+
+TEST_F(RegistrationTest, TheFirstKnownSwitchIsDoneHoweverItIsWritten)
+{
+    const struct
+    {
+        const wchar_t* line;
+        const char* does;  // what is registered then
+    } cases[] = {
+        {L"-RegServer", "server"},
+        {L"/RegServer", "server"},
+        {L"/REGSERVER", "server"},
+        {L"-regserver", "server"},
+        {L"--regServer", "server"},
+        {L"x -Unknown\t/regserver\tmore -Service", "server"},
+        {L"-regserver\r\n", "server"},
+        {L"-RegServerPerUser", "user"},
+        {L"/regserverperuser", "user"},
+        {L"/SERVICE", "service"},
+        {L"-service -UnregServer", "service"},
+        {L"-Services -RegServers -RegServer2 -Service", "service"},
+        {L"-Unregserver", "nothing"},
+        {L"/unregserverperuser", "nothing"},
+    };
+    const auto registered = [&] {
+        if (pc.registry.HasKey(LR"(HKCU\Software\Classes\AppID\HOLVService.EXE)")) return "user";
+        if (!pc.registry.HasKey(LR"(HKLM\Software\Classes\AppID\HOLVService.EXE)")) {
+            return "nothing";
+        }
+        return pc.services.Find(kService) ? "service" : "server";
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(ToUtf8(c.line));
+        if (std::string(c.does) == "nothing") {
+            service.Run(std::wstring(c.line).find(L"user") != std::wstring::npos
+                            ? L"-RegServerPerUser"
+                            : L"-Service");
+        }
+        EXPECT_EQ(service.Run(c.line), 0);
+        EXPECT_EQ(std::string(registered()), c.does);
+        service.Run(L"-UnregServer");
+        // Where a user once had classes of his own, new ones would be his.
+        pc.registry.DeleteKey(LR"(HKCU\Software\Classes)");
+        pc.registry.DeleteKey(LR"(HKLM\Software\Classes\AppID)");
+    }
+    // A path in which a hyphen stands, and even one with a switch's name after it.
+    for (const wchar_t* path :
+         {LR"(C:\a-b\HOLVService.exe)", LR"(C:\x -Service\HOLVService.exe)"}) {
+        Image image = service.image;
+        image.path = path;
+        Process& process = pc.Start(image, L"/RegServer");
+        pc.RunUntilEnd(process);
+        EXPECT_EQ(process.exit_code(), 0);
+        EXPECT_EQ(std::string(registered()), "server") << ToUtf8(path);
+        EXPECT_EQ(pc.registry.GetString(
+                      LR"(HKCR\CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\LocalServer32)", L""),
+                  path);
+    }
+}
+
+TEST_F(RegistrationTest, WithDebugTheStateMachineComesAndGoesAndTheProcessGoesOn)
+{
+    service.Run(L"-Service");
+    service.Forget();
+    EXPECT_EQ(service.Run(L"/debug"), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    EXPECT_TRUE(service.Heard(L"Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6"));
+    EXPECT_TRUE(service.Heard(L"HOLV State Machine Exited"));
+    service.Run(L"-RegServer");
+    const Process& server = *pc.StartInstalled(service.image.path, L"HOLVService.exe -Debug");
+    pc.RunFor(1s);
+    EXPECT_TRUE(server.running());
+    pc.ShutDown();
+    left_open_is_expected = true;
+}
+
+TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
+{
+    service.Start();
+    const std::string registered = Classes();
+    pc.Install(L"C:\\console.exe", [] {
+        const OwnedServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+        const OwnedServiceHandle open(OpenServiceW(manager.Get(), kService, SERVICE_QUERY_CONFIG));
+        EXPECT_TRUE(open);
+        Sleep(10'000);
+        return 0;
+    });
+    const Process& console = *pc.StartInstalled(L"C:\\console.exe", L"console.exe");
+    pc.RunFor(1ms);
+    EXPECT_EQ(static_cast<DWORD>(service.Run(L"-Service")), 0x80004005u);
+    EXPECT_EQ(Shown(), "HOLVService: Could not start service. ");
+    EXPECT_TRUE(service.Heard(L"Failed to create service, GLE=1072"));
+    service.AwaitEnd();
+    EXPECT_EQ(service.State(), "stopped");
+    pc.RunUntilEnd(console);
+    EXPECT_EQ(service.State(), "absent");
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    EXPECT_EQ(Classes(), registered);
+    EXPECT_EQ(service.Run(L"-Service"), 0) << "one that does not run, at once";
+    EXPECT_EQ(service.State(), "stopped");
+}
+
+TEST_F(RegistrationTest, AStepThatFailsIsShownAndEndsWithItsError)
+{
+    const struct
+    {
+        const wchar_t* line;
+        const char* fails;
+        std::uint64_t nth;
+        DWORD error;
+        DWORD exit_code;
+        std::string shown;
+        std::wstring heard;
+    } cases[] = {
+        {L"-Service", "OpenSCManagerW", 2, 5, 0x80004005,
+         "HOLVService: Could not open Service Manager. ", L""},
+        {L"-Service", "CreateServiceW", 1, 8, 0x80004005, "HOLVService: Could not start service. ",
+         L"Failed to create service, GLE=8\n"},
+        {L"-Service", "ChangeServiceConfig2W", 1, 5, 0, "",
+         L"Failed to update service description - Access is denied. (0x5)\n"},
+        {L"-Service", "ChangeServiceConfig2W", 1, 4321, 0, "",
+         L"Failed to update service description - \n"},
+        {L"-Service", "RegSetValueExW", 5, 5, 0x80070005, "", L""},
+        {L"-Service", "RegCreateKeyW", 3, 5, 0x80070005, "", L""},
+        {L"-UnregServer", "RegDeleteTreeW", 1, 5, 0x80070005, "", L""},
+        {L"-UnregServer", "OpenSCManagerW", 2, 5, 0x80004005,
+         "HOLVService: Could not open Service Manager. ", L""},
+        {L"-UnregServer", "OpenServiceW", 2, 5, 0x80004005, "HOLVService: Could not open service. ",
+         L""},
+        {L"-UnregServer", "ControlService", 1, 1053, 0, "HOLVService: Could not stop service. ",
+         L""},
+        {L"-UnregServer", "ControlService", 1, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, 0,
+         "HOLVService: Could not stop service. ", L""},
+        {L"-UnregServer", "DeleteService", 1, 5, 0x80004005,
+         "HOLVService: Could not delete service. ", L""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(ToUtf8(c.line) + " " + c.fails + " " + std::to_string(c.error));
+        const bool installs = std::wstring(c.line) == L"-Service";
+        service.Run(installs ? L"-UnregServer" : L"-Service");
+        service.Forget();
+        pc.faults.Set(c.fails, {.error = c.error, .first = c.nth});
+        EXPECT_EQ(static_cast<DWORD>(service.Run(c.line)), c.exit_code);
+        pc.faults.ClearAll();
+        EXPECT_EQ(Shown(), c.shown);
+        EXPECT_TRUE(c.heard.empty() || service.Heard(c.heard));
+    }
+}
+
+TEST_F(RegistrationTest, OnAnotherMachineNothingIsDone)
+{
+    const struct
+    {
+        const char* vendor;
+        DWORD version;
+        int exit_code;
+    } cases[] = {
+        {"AnotherMaker", 0x0106, 1},  {"genuineorbeq", 0x0106, 1},  {HOLV_CPU_VENDOR, 0x0006, 1},
+        {HOLV_CPU_VENDOR, 0x0205, 1}, {HOLV_CPU_VENDOR, 0x0106, 0}, {HOLV_CPU_VENDOR, 0x000A, 0},
+    };
+    for (const auto& c : cases) {
+        pc.cpu.vendor = c.vendor;
+        pc.os_version = c.version;
+        for (const wchar_t* line : {L"-RegServer", L"-Service", L"-UnregServer"}) {
+            service.Forget();
+            EXPECT_EQ(service.Run(line), c.exit_code) << c.vendor << " " << c.version;
+            EXPECT_EQ(service.Heard(L"Platform not Supported"), c.exit_code == 1);
+        }
+        EXPECT_EQ(Classes(), c.exit_code == 1 ? "" : kNothing);
+    }
+    pc.faults.Set("InitializeCriticalSectionAndSpinCount", {});
+    EXPECT_EQ(service.Run(L"-RegServer"), -1) << "the module could not be made";
+    EXPECT_EQ(Classes(), kNothing);
+}
+
+}  // namespace
