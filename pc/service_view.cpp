@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
+#include <string>
 
 #include "platform/kernel.h"
 
@@ -48,6 +50,25 @@ std::optional<int> SlotOf(std::string_view name)
     const auto found = std::ranges::find(SlotNames(), name);
     if (found == SlotNames().end()) return std::nullopt;
     return static_cast<int>(found - SlotNames().begin());
+}
+
+Process& StartAsService(Machine& pc, const Image& image)
+{
+    constexpr const wchar_t* kName = L"HOLVService";
+    if (!pc.services.Find(kName)) {
+        pc.Install(image);
+        pc.registry.SetString(LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})",
+                              L"LocalService", kName);
+        pc.services.Create({.name = kName,
+                            .display_name = kName,
+                            .path = L"\"" + image.path + L"\"",
+                            .dependencies = {L"RPCSS"}});
+    }
+    if (const DWORD error = pc.services.Start(kName)) {
+        throw std::runtime_error("the service does not start: error " + std::to_string(error));
+    }
+    const Hold hold(pc);
+    return *pc.services.Find(kName)->process;
 }
 
 ServiceView::ServiceView(Machine& pc) : m_pc(pc)

@@ -17,6 +17,10 @@ std::optional<std::int32_t> StateOf(std::string_view name);
 std::optional<int> SlotOf(std::string_view name);
 const std::vector<std::string_view>& SlotNames();
 
+// Installs the service without its program's switch, unless it is installed, and has the service
+// manager start it. Its process.
+virtual_pc::Process& StartAsService(virtual_pc::Machine& pc, const virtual_pc::Image& image);
+
 class ServiceView
 {
 public:

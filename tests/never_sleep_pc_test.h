@@ -20,24 +20,22 @@ public:
 
     void StartService()
     {
-        pc.Install(m_image);
-        pc.RunUntilEnd(*pc.StartInstalled(m_image.path, L"\"" + m_image.path + L"\" -Service"));
-        EXPECT_EQ(pc.services.Start(kService), DWORD{ERROR_SUCCESS});
+        m_service = &StartAsService(
+            pc,
+            virtual_pc::Image{.host_path = HOLV_IMAGE, .resources = HOLV_SOURCE_DIR "/resources"});
         pc.RunFor(std::chrono::seconds{1});
     }
 
     // Stops the service; whatever it had of the PC must have been given back.
     void StopService()
     {
-        const auto service = pc.services.Find(kService);
-        const virtual_pc::Process* process = service->process;
-        EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
-        pc.RunUntil([&] { return !service->process; });
+        pc.services.Control(L"HOLVService", SERVICE_CONTROL_STOP);
+        pc.RunUntilEnd(*m_service);
         for (const POWER_REQUEST_TYPE type :
              {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
             EXPECT_FALSE(pc.power.Held(type));
         }
-        EXPECT_EQ(process->left_open().size(), 1u) << "the log's file alone";
+        EXPECT_EQ(m_service->left_open().size(), 1u) << "the log's file alone";
         EXPECT_EQ(pc.misuses().size(), 0u);
     }
 
@@ -93,8 +91,5 @@ public:
     ServiceView view;
 
 private:
-    static constexpr const wchar_t* kService = L"HOLVService";
-
-    const virtual_pc::Image m_image{.host_path = HOLV_IMAGE,
-                                    .resources = HOLV_SOURCE_DIR "/resources"};
+    virtual_pc::Process* m_service = nullptr;
 };

@@ -167,6 +167,7 @@ TEST_F(RegistrationTest, TheFirstKnownSwitchIsDoneHoweverItIsWritten)
          {LR"(C:\a-b\HOLVService.exe)", LR"(C:\x -Service\HOLVService.exe)"}) {
         Image image = service.image;
         image.path = path;
+        pc.com.type_libraries.Add(path, HOLV_SOURCE_DIR "/api/HOLVAgentLib.idl");
         Process& process = pc.Start(image, L"/RegServer");
         pc.RunUntilEnd(process);
         EXPECT_EQ(process.exit_code(), 0);

@@ -12,13 +12,16 @@ events=$(perl -ne '
 # live_through SLOT...: the service from its start through these events, which the last one ends.
 live_through() {
     rm -f "$diary"
-    wine "$windows_path" >/dev/null 2>&1 &
-    local service=$!
+    wine net start HOLVService >/dev/null 2>&1 || echo "the service does not start"
     if ! wine "$installed/raise_event.exe" HOLVService.exe "$events" "$@" 2>/dev/null; then
         echo "the events could not be signalled"
-        kill "$service" 2>/dev/null || true
+        wine net stop HOLVService >/dev/null 2>&1 || true
     fi
-    wait "$service" || echo "exit code $?"
+    # Its process goes a little after the service.
+    for _ in $(seq 100); do
+        if grep -q '^active at the end' "$diary" 2>/dev/null; then break; fi
+        sleep 0.1
+    done
     cat "$diary"
 }
 
