@@ -104,7 +104,8 @@ TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
     EXPECT_EQ(Classes(), kNothing);
     EXPECT_EQ(service.State(), "absent");
     EXPECT_FALSE(pc.registry.HasKey(kServiceKey));
-    EXPECT_EQ(static_cast<DWORD>(service.Run(L"-UnregServer")), 0x80070002u) << "there is none";
+    EXPECT_EQ(static_cast<DWORD>(service.Run(L"-UnregServer")), 0x8002801Cu)
+        << "there is no type library any more";
     EXPECT_EQ(Shown(), "");
 }
 
