@@ -78,10 +78,11 @@ void LogLineToFile(benchmark::State& state)
     static Process& process = pc.Start([] {
         g_dwLoggingEnabled = kOnlyToFile;
         g_dwLoggingLevel = 4;
-        for (;;) {
-            for (auto _ : *current) Log(kEventLevel, L"Bench", L"%s, slot %u", kMessage, 8u);
+        for (;; Sleep(1)) {
+            benchmark::State* const given = current;
+            if (!given) continue;
+            for (auto _ : *given) Log(kEventLevel, L"Bench", L"%s, slot %u", kMessage, 8u);
             current = nullptr;
-            Sleep(1);
         }
         return 0;
     });

@@ -80,7 +80,9 @@ void LiveAYear(benchmark::State& state, bool with_service)
         pc.SetClock(*ParseCalendar("2026-01-01 00:00"));
         pc.battery.DrainAt(12);
         pc.battery.ChargeAt(60);
-        if (with_service) StartAsService(pc, {.host_path = HOLV_IMAGE});
+        if (with_service)
+            StartAsService(pc,
+                           {.host_path = HOLV_IMAGE, .resources = HOLV_SOURCE_DIR "/resources"});
         pc.RunFor(1s);
         WakeUps wake_ups(pc, view);
         Person person(pc, kSeed);

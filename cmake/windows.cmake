@@ -30,7 +30,10 @@ add_custom_command(
 add_custom_command(
     OUTPUT ${generated}/HOLVAgentLib.tlb
     COMMAND ${widl} -o HOLVAgentLib.tlb ${CMAKE_SOURCE_DIR}/api/HOLVAgentLib.idl
-    DEPENDS ${CMAKE_SOURCE_DIR}/api/HOLVAgentLib.idl ${generated}/stdole2.tlb
+    COMMAND perl ${CMAKE_SOURCE_DIR}/tools/library_id.pl HOLVAgentLib.tlb
+            ${CMAKE_SOURCE_DIR}/api/HOLVAgentLib.idl
+    DEPENDS ${CMAKE_SOURCE_DIR}/api/HOLVAgentLib.idl ${CMAKE_SOURCE_DIR}/tools/library_id.pl
+            ${generated}/stdole2.tlb
     WORKING_DIRECTORY ${generated}
     VERBATIM)
 set_source_files_properties(${generated}/HOLVService.rc PROPERTIES

@@ -64,8 +64,9 @@ struct AgentClient::Program
 
     HRESULT NeedObject();
     HRESULT Point(OwnedInterface<IConnectionPoint>& point);
+    // `places` get what the member gives through arguments.
     Answer Invoke(std::wstring_view member, WORD flags, std::vector<VARIANT> arguments,
-                  std::size_t places);
+                  std::vector<VARIANT> places = {});
     Answer Advise(const std::wstring& sink, SinkReaction reaction);
     Answer Unadvise(const std::wstring& sink);
     void Release();
@@ -147,7 +148,7 @@ private:
             case SinkReaction::fail:
                 return E_FAIL;
             case SinkReaction::call_back:
-                return m_owner.Invoke(L"NeverSleepEventCode", DISPATCH_PROPERTYGET, {}, 0).result;
+                return m_owner.Invoke(L"NeverSleepEventCode", DISPATCH_PROPERTYGET, {}).result;
             case SinkReaction::leave:
                 return m_owner.Unadvise(m_name).result;
         }
@@ -231,8 +232,14 @@ HRESULT AgentClient::Program::NeedObject()
 }
 
 AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD flags,
-                                                 std::vector<VARIANT> arguments, std::size_t places)
+                                                 std::vector<VARIANT> arguments,
+                                                 std::vector<VARIANT> places)
 {
+    for (VARIANT& place : places) {
+        VARIANT& argument = arguments.emplace_back();
+        argument.vt = static_cast<VARTYPE>(VT_BYREF | place.vt);
+        argument.byref = &place.llVal;
+    }
     Answer answer;
     answer.result = NeedObject();
     if (FAILED(answer.result)) return answer;
@@ -252,9 +259,7 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
         answer.text = WordsOf(result);
         VariantClear(&result);
     }
-    // The places stand last, which is first now; each is a variant of ours.
-    for (std::size_t i = places; i-- > 0;) {
-        VARIANT& place = *arguments[i].pvarVal;
+    for (VARIANT& place : places) {
         answer.text += (answer.text.empty() ? L"" : L" ") + WordsOf(place);
         VariantClear(&place);
     }
@@ -343,21 +348,15 @@ AgentClient::Answer AgentClient::Call(std::wstring_view member, const std::vecto
             argument.lVal = number;
         }
         std::vector<VARIANT> given(places.size());
-        for (std::size_t i = 0; i < places.size(); ++i) {
-            given[i].vt = places[i];
-            VARIANT& argument = arguments.emplace_back();
-            argument.vt = VT_BYREF | VT_VARIANT;
-            argument.pvarVal = &given[i];
-        }
-        return program->Tell(told,
-                             program->Invoke(name, DISPATCH_METHOD, arguments, places.size()));
+        for (std::size_t i = 0; i < places.size(); ++i) given[i].vt = places[i];
+        return program->Tell(told, program->Invoke(name, DISPATCH_METHOD, arguments, given));
     });
 }
 
 AgentClient::Answer AgentClient::GetProperty(std::wstring_view member)
 {
     return m_program->Do([program = m_program.get(), name = std::wstring(member)] {
-        return program->Tell(L"get " + name, program->Invoke(name, DISPATCH_PROPERTYGET, {}, 0));
+        return program->Tell(L"get " + name, program->Invoke(name, DISPATCH_PROPERTYGET, {}));
     });
 }
 
@@ -368,7 +367,7 @@ AgentClient::Answer AgentClient::PutProperty(std::wstring_view member, LONG valu
         argument.vt = VT_I4;
         argument.lVal = value;
         return program->Tell(L"put " + name + L" " + std::to_wstring(value),
-                             program->Invoke(name, DISPATCH_PROPERTYPUT, {argument}, 0));
+                             program->Invoke(name, DISPATCH_PROPERTYPUT, {argument}));
     });
 }
 

@@ -20,7 +20,9 @@ public:
 
     void StartService()
     {
-        m_service = &StartAsService(pc, virtual_pc::Image{.host_path = HOLV_IMAGE});
+        m_service = &StartAsService(
+            pc,
+            virtual_pc::Image{.host_path = HOLV_IMAGE, .resources = HOLV_SOURCE_DIR "/resources"});
         pc.RunFor(std::chrono::seconds{1});
     }
 

@@ -24,7 +24,6 @@ struct ServiceOnPc
     explicit ServiceOnPc(virtual_pc::Machine& machine) : pc(machine)
     {
         pc.Install(image);
-        pc.com.type_libraries.Add(image.path, HOLV_SOURCE_DIR "/api/HOLVAgentLib.idl");
         pc.registry.SetDword(kUserKey, L"LoggingLevel", 6);
         pc.registry.SetDword(kUserKey, L"LoggingEnabled", 4);
     }

@@ -53,13 +53,8 @@ public:
 private:
     HRESULT TakePlace(std::size_t at, VARTYPE type, const VARIANT& argument)
     {
-        if (argument.vt == (VT_BYREF | type)) {
-            m_words[at] = reinterpret_cast<std::uintptr_t>(argument.byref);
-        } else if (argument.vt == (VT_BYREF | VT_VARIANT) && argument.pvarVal->vt == type) {
-            m_words[at] = reinterpret_cast<std::uintptr_t>(&argument.pvarVal->llVal);
-        } else {
-            return DISP_E_TYPEMISMATCH;
-        }
+        if (argument.vt != (VT_BYREF | type)) return DISP_E_TYPEMISMATCH;
+        m_words[at] = reinterpret_cast<std::uintptr_t>(argument.byref);
         return m_words[at] ? S_OK : E_POINTER;
     }
 

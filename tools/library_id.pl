@@ -1,0 +1,27 @@
+#!/usr/bin/env perl
+# Sets a compiled type library's identifier to that of its description: widl writes another last byte
+# where a dispatch interface stands before every other interface. Usage: tools/library_id.pl TLB IDL
+use strict;
+use warnings;
+
+my ($library, $description) = @ARGV;
+
+sub slurp {
+    my ($path) = @_;
+    open my $file, "<:raw", $path or die "$path: $!\n";
+    local $/;
+    return <$file>;
+}
+
+# The first identifier of a description is the library's.
+slurp($description) =~ /uuid\((\w{8})-(\w{4})-(\w{4})-(\w{4})-(\w{12})\)/
+    or die "$description: no identifier\n";
+my $id = pack "V v v H4 H12", hex $1, hex $2, hex $3, $4, $5;
+my $bytes = slurp($library);
+my $begin = quotemeta substr $id, 0, 15;
+my $found = () = $bytes =~ /$begin/gs;
+die "$library: the identifier is there $found times\n" unless $found == 1;
+$bytes =~ s/$begin./$id/s;
+open my $file, ">:raw", $library or die "$library: $!\n";
+print $file $bytes;
+close $file or die "$library: $!\n";
