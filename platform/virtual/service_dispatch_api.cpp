@@ -23,6 +23,7 @@ void StartMain(Call& call, const Service& service, LPSERVICE_MAIN_FUNCTIONW main
     process.StartThread(call.machine, [&process, main, arguments = service.started]() -> DWORD {
         std::vector<std::wstring> texts = arguments;
         std::vector<LPWSTR> pointers;
+        pointers.reserve(texts.size() + 1);
         for (std::wstring& text : texts) pointers.push_back(text.data());
         pointers.push_back(nullptr);
         process.Guard(*Thread::Self(),
