@@ -71,9 +71,9 @@ private:
     std::array<Duration, 2 * kStates> m_time{};
 };
 
-void StartService(Machine& pc)
+void StartTheService(Machine& pc)
 {
-    const Image image{.host_path = HOLV_IMAGE};
+    const Image image{.host_path = HOLV_IMAGE, .resources = HOLV_SOURCE_DIR "/resources"};
     pc.Install(image);
     pc.RunUntilEnd(*pc.StartInstalled(image.path, L"\"" + image.path + L"\" -Service"));
     pc.services.Start(L"HOLVService");
@@ -88,7 +88,7 @@ void LiveAYear(benchmark::State& state, bool with_service)
         pc.SetClock(*ParseCalendar("2026-01-01 00:00"));
         pc.battery.DrainAt(12);
         pc.battery.ChargeAt(60);
-        if (with_service) StartService(pc);
+        if (with_service) StartTheService(pc);
         pc.RunFor(1s);
         WakeUps wake_ups(pc, view);
         Person person(pc, kSeed);

@@ -33,10 +33,7 @@ Player::Player(const PlayOptions& options, std::ostream& out)
       m_stage{m_pc, m_image, m_view, m_story, out, {}}
 {
     if (m_trace.is_open()) TraceTo(m_pc, m_trace);
-    m_pc.com.type_libraries.Add(m_image.path,
-                                options.resources.parent_path() / "api" / "HOLVAgentLib.idl");
     m_pc.Install(m_image);
-    m_pc.event_log.AddMessageFile(m_image.path, options.resources / "HOLVService.mc");
 }
 
 void Player::Play(const ScriptLine& line) { Bind(line)(m_stage); }

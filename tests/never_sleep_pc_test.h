@@ -3,7 +3,6 @@
 #pragma once
 
 #include "pc/service_view.h"
-#include "platform/service.h"
 #include "tests/virtual_pc_test.h"
 
 class NeverSleepPc
@@ -21,25 +20,24 @@ public:
 
     void StartService()
     {
-        const virtual_pc::Image image{.host_path = HOLV_IMAGE};
-        pc.Install(image);
-        pc.RunUntilEnd(*pc.StartInstalled(image.path, L"\"" + image.path + L"\" -Service"));
+        pc.Install(m_image);
+        pc.RunUntilEnd(*pc.StartInstalled(m_image.path, L"\"" + m_image.path + L"\" -Service"));
         EXPECT_EQ(pc.services.Start(kService), DWORD{ERROR_SUCCESS});
         pc.RunFor(std::chrono::seconds{1});
-        m_service = view.service();
-        ASSERT_TRUE(m_service);
     }
 
     // Stops the service; whatever it had of the PC must have been given back.
     void StopService()
     {
+        const auto service = pc.services.Find(kService);
+        const virtual_pc::Process* process = service->process;
         EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
-        pc.RunUntilEnd(*m_service);
+        pc.RunUntil([&] { return !service->process; });
         for (const POWER_REQUEST_TYPE type :
              {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
             EXPECT_FALSE(pc.power.Held(type));
         }
-        EXPECT_EQ(m_service->left_open().size(), 1u) << "the log's file alone";
+        EXPECT_EQ(process->left_open().size(), 1u) << "the log's file alone";
         EXPECT_EQ(pc.misuses().size(), 0u);
     }
 
@@ -97,5 +95,6 @@ public:
 private:
     static constexpr const wchar_t* kService = L"HOLVService";
 
-    virtual_pc::Process* m_service = nullptr;
+    const virtual_pc::Image m_image{.host_path = HOLV_IMAGE,
+                                    .resources = HOLV_SOURCE_DIR "/resources"};
 };

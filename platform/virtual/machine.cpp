@@ -138,6 +138,9 @@ void Machine::Install(const Image& image)
     std::erase_if(m_programs, [&](const Program& known) { return known.image.path == image.path; });
     m_programs.push_back({image, {}});
     disk.Write(image.path, "MZ");  // nothing on the PC looks into it
+    if (image.resources.empty()) return;
+    event_log.AddMessageFile(image.path, image.resources / "HOLVService.mc");
+    com.type_libraries.Add(image.path, image.resources.parent_path() / "api" / "HOLVAgentLib.idl");
 }
 
 void Machine::Install(std::wstring_view path, std::function<int()> entry)

@@ -26,8 +26,8 @@ struct Image
     std::filesystem::path host_path;
     // Where the PC has it; its file name is what the PC's user sees.
     std::wstring path = LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)";
-    // The folder on the host that holds the image's resources (its message table); the source
-    // tree's resources/.
+    // The folder on the host that holds the image's resources: its message and string tables, and
+    // beside it the description of its type library. The source tree's resources/; none without.
     std::filesystem::path resources = {};
 };
 
