@@ -33,9 +33,16 @@ constexpr Duration kServerStart = 120s;
 HRESULT Enter(Function& function, DWORD how)
 {
     Call call(function);
-    if (call.Fails()) return static_cast<HRESULT>(call.error());
     Stay& stay = call.thread.stay;
     const bool single = (how & COINIT_APARTMENTTHREADED) != 0;
+    if (call.Fails()) {
+        const auto error = static_cast<HRESULT>(call.error());
+        // A thread that is told so is in an apartment of the other kind, by somebody else's doing.
+        if (error == RPC_E_CHANGED_MODE && single && !stay.apartment) {
+            stay.apartment = call.machine.com.Multithreaded(call.process());
+        }
+        return error;
+    }
     if (stay.entered > 0) {
         if (stay.apartment->single() != single) return RPC_E_CHANGED_MODE;
         ++stay.entered;
@@ -156,7 +163,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
     {
         Call call(co_create_instance);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
-        if (call.thread.stay.entered == 0) return CO_E_NOTINITIALIZED;
+        if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
         if (context & CLSCTX_INPROC_SERVER) factory = call.machine.com.FindInProcessClass(classId);
     }
     if (!factory && !(context & CLSCTX_LOCAL_SERVER)) return REGDB_E_CLASSNOTREG;
@@ -187,7 +194,7 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD, 
         Call call(co_register_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         if (!object || !registration) return E_INVALIDARG;
-        if (call.thread.stay.entered == 0) return CO_E_NOTINITIALIZED;
+        if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
     }
     ExportedInterface exported;
     const HRESULT sent = ExportInterface(object, IID_IClassFactory, exported);
