@@ -40,6 +40,7 @@ check "the service depends on RPCSS" "REG_MULTI_SZ RPCSS" \
 check "the service is described" "REG_SZ Orbeq(R) Holv Technology" \
     "$(registry_value "$services_key" Description)"
 
+rm -f "$log"
 wine reg add "$user_key" /v LoggingLevel /t REG_DWORD /d 6 /f >/dev/null
 timeout 60 wine net start HOLVService >/dev/null 2>&1 || true
 check "the service manager starts the service" RUNNING "$(until_state RUNNING)"
@@ -48,4 +49,4 @@ timeout 60 wine net stop HOLVService >/dev/null 2>&1 || true
 check "the service manager stops the service" STOPPED "$(until_state STOPPED)"
 check "its log tells its life in order" \
     "HOLV service global events are created, HOLV service state machine starts, SERVICE_CONTROL_STOP, HOLV State Machine Exited, Service stopped, " \
-    "$(grep -aoE 'HOLV service [a-z ]+|SERVICE_CONTROL_STOP|HOLV State Machine Exited|Service stopped' "$log" | grep -v stopping | tr '\n' ',' | sed 's/,/, /g')"
+    "$(grep -aoE 'HOLV service [a-z ]+|SERVICE_CONTROL_STOP|HOLV State Machine Exited|Service stopped' "$log" | grep -v stopping | sed 's/ *$/,/' | tr '\n' ' ')"
