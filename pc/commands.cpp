@@ -69,6 +69,7 @@ const std::vector<Command>& AllCommands()
         Append(all, ClientCommands());
         Append(all, ExpectCommands());
         Append(all, ShowCommands());
+        Append(all, RememberCommands());
         return all;
     }();
     return commands;

@@ -17,6 +17,9 @@
 
 class AgentClient;
 
+// What is so on the PC, by names.
+using Facts = std::map<std::string, std::string>;
+
 // What a running command works on.
 struct Stage
 {
@@ -34,6 +37,8 @@ struct Stage
     std::map<std::string, std::shared_ptr<AgentClient>> clients = {};
     std::string client = "UI";
     std::string client_answer = {};
+
+    Facts remembered = {};
 };
 
 using Action = std::function<void(Stage&)>;
@@ -61,6 +66,7 @@ std::vector<Command> AudioCommands();     // audio
 std::vector<Command> ClientCommands();    // client
 std::vector<Command> ExpectCommands();    // expect
 std::vector<Command> ShowCommands();      // show
+std::vector<Command> RememberCommands();  // remember
 
 const std::vector<Command>& AllCommands();
 

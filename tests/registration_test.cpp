@@ -114,10 +114,10 @@ TEST_F(RegistrationTest, ForAUserAllIsHisAndTheMachinesIsUntouched)
     constexpr const wchar_t* kUsers = LR"(HKCU\Software\Classes)";
     EXPECT_EQ(service.Run(L"-RegServerPerUser"), 0);
     EXPECT_EQ(Classes(kUsers), kAppId + std::string(kClass));
-    EXPECT_EQ(Classes(), "");
+    EXPECT_EQ(Classes(), kNothing);
     EXPECT_EQ(service.Run(L"-UnregServerPerUser"), 0);
     EXPECT_EQ(Classes(kUsers), kNothing);
-    EXPECT_EQ(Classes(), "");
+    EXPECT_EQ(Classes(), kNothing);
 }
 
 TEST_F(RegistrationTest, TheFirstKnownSwitchIsDoneHoweverItIsWritten)
@@ -286,7 +286,7 @@ TEST_F(RegistrationTest, OnAnotherMachineNothingIsDone)
             EXPECT_EQ(service.Run(line), c.exit_code) << c.vendor << " " << c.version;
             EXPECT_EQ(service.Heard(L"Platform not Supported"), c.exit_code == 1);
         }
-        EXPECT_EQ(Classes(), c.exit_code == 1 ? "" : kNothing);
+        EXPECT_EQ(Classes(), kNothing);
     }
     pc.faults.Set("InitializeCriticalSectionAndSpinCount", {});
     EXPECT_EQ(service.Run(L"-RegServer"), -1) << "the module could not be made";

@@ -25,7 +25,10 @@ constexpr RootName kRootNames[] = {
 // What every PC has that the service looks for.
 constexpr const wchar_t* kFirstKeys[] = {
     LR"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application)",
-    LR"(HKLM\SOFTWARE\Classes)",
+    LR"(HKLM\SOFTWARE\Classes\AppID)",
+    LR"(HKLM\SOFTWARE\Classes\CLSID)",
+    LR"(HKLM\SOFTWARE\Classes\Interface)",
+    LR"(HKLM\SOFTWARE\Classes\TypeLib)",
     LR"(HKCU\Software\Classes)",
 };
 

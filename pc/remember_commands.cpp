@@ -1,0 +1,101 @@
+// The PC as it is at one moment, to be compared with what it is at another: what a program that was
+// removed has left behind.
+
+#include <algorithm>
+
+#include "pc/commands.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+void AddKey(const RegistryNode& key, const std::string& path, Facts& facts)
+{
+    facts[path] = "a key";
+    for (const auto& [name, value] : key.values) {
+        std::string& fact = facts[path + " " + (name.empty() ? "@" : ToUtf8(name))];
+        fact = std::to_string(value.type) + ":";
+        fact.append(value.data.begin(), value.data.end());
+    }
+    for (const auto& [name, below] : key.keys) AddKey(*below, path + "\\" + ToUtf8(name), facts);
+}
+
+// The registry, the power plans and the mute states, each by a name that a person can read.
+Facts FactsOf(Machine& pc)
+{
+    const Hold hold(pc);
+    Facts facts;
+    for (const wchar_t* root : {L"HKLM", L"HKCU"}) {
+        const auto key = pc.registry.FindKey(Registry::Parse(root));
+        if (key) AddKey(*key, ToUtf8(root), facts);
+    }
+    facts["active plan"] = ToUtf8(pc.power.active().name);
+    for (const auto& [guid, plan] : pc.power.plans()) {
+        for (const auto& [setting, value] : plan.values) {
+            facts["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
+                std::to_string(value.ac) + " " + std::to_string(value.dc);
+        }
+    }
+    for (const Endpoint* endpoint : pc.audio.All()) {
+        facts["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
+    }
+    return facts;
+}
+
+// What begins with one of these may differ.
+std::vector<std::string> BeginningsOf(const std::string& text)
+{
+    std::vector<std::string> beginnings;
+    for (std::size_t from = 0; from < text.size();) {
+        const std::size_t end = std::min(text.find(';', from), text.size());
+        beginnings.push_back(text.substr(from, end - from));
+        from = end + 1;
+    }
+    return beginnings;
+}
+
+Action Remember(const ScriptLine&, const Arguments&)
+{
+    return [](Stage& stage) { stage.remembered = FactsOf(stage.pc); };
+}
+
+Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
+{
+    return [line, except = BeginningsOf(a[0])](Stage& stage) {
+        if (stage.remembered.empty()) throw ExpectationFailed(line, "nothing was remembered");
+        const Facts now = FactsOf(stage.pc);
+        std::string different;
+        const auto compare = [&](const std::string& name) {
+            const auto is_exempt = [&](const std::string& beginning) {
+                return name.starts_with(beginning);
+            };
+            if (std::ranges::any_of(except, is_exempt)) return;
+            const auto before = stage.remembered.find(name);
+            const auto after = now.find(name);
+            if (before == stage.remembered.end())
+                different += "\n  " + name + " is new";
+            else if (after == now.end())
+                different += "\n  " + name + " is gone";
+            else if (before->second != after->second) {
+                different += "\n  " + name + " was " + before->second + ", is " + after->second;
+            }
+        };
+        for (const auto& [name, value] : now) compare(name);
+        for (const auto& [name, value] : stage.remembered) {
+            if (!now.contains(name)) compare(name);
+        }
+        if (!different.empty()) throw ExpectationFailed(line, "these differ:" + different);
+    };
+}
+
+}  // namespace
+
+std::vector<Command> RememberCommands()
+{
+    return {
+        {"remember", "keeps in mind the registry, the plans and the mute states", Remember},
+        {"expect as remembered [EXCEPT]",
+         "they are so again, but for what begins with one of these: \"HKLM\\...;plan ...\"",
+         ExpectRemembered},
+    };
+}
