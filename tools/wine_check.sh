@@ -41,6 +41,9 @@ if [ ! -f "$WINEPREFIX/.made" ]; then
     touch "$WINEPREFIX/.made"
 fi
 
+# Wine ends its services when no other program runs, and starts them with the next one.
+coproc KEEPER { wine cmd >/dev/null 2>&1; }
+
 # Installed as on a user's PC, blanks in the path included.
 windows_path='C:\Program Files\Orbeq\Holv\HOLVService.exe'
 installed="$WINEPREFIX/drive_c/Program Files/Orbeq/Holv"

@@ -17,9 +17,9 @@ live_through() {
         echo "the events could not be signalled"
         wine net stop HOLVService >/dev/null 2>&1 || true
     fi
-    # Its process goes a little after the service.
+    # Its process goes a little after the service, and until then no other is started.
     for _ in $(seq 100); do
-        if grep -q '^active at the end' "$diary" 2>/dev/null; then break; fi
+        if ! pgrep -f 'Orbeq.Holv.HOLVService\.exe' >/dev/null; then break; fi
         sleep 0.1
     done
     cat "$diary"
