@@ -1,12 +1,10 @@
 #include "api/class_objects.h"
 
 #include <atomic>
-#include <new>
 
 #include "api/agent_module.h"
 #include "api/holv_agent_api.h"
 #include "platform/counted_object.h"
-#include "platform/owned.h"
 
 namespace {
 
@@ -31,17 +29,18 @@ public:
     }
 };
 
+// In static storage, and the maker's reference never given back: it is there for as long as the
+// process, whatever becomes of the registration.
+AgentClassObject g_class_object;
 std::atomic<DWORD> g_registration = 0;
 
 }  // namespace
 
 HRESULT RegisterAgentClassObjects(DWORD clsContext, DWORD flags)
 {
-    const OwnedInterface<IClassFactory> object(new (std::nothrow) AgentClassObject);
-    if (!object) return E_OUTOFMEMORY;
     DWORD registration = 0;
-    const HRESULT result =
-        CoRegisterClassObject(CLSID_HOLVAgentApi, object.Get(), clsContext, flags, &registration);
+    const HRESULT result = CoRegisterClassObject(CLSID_HOLVAgentApi, &g_class_object, clsContext,
+                                                 flags, &registration);
     if (SUCCEEDED(result)) g_registration = registration;
     return result;
 }

@@ -1,6 +1,7 @@
 // The control interface: what it is described as, what each of its members does, its events, and
 // how a program gets at it from another process.
 
+#include <array>
 #include <fstream>
 #include <iterator>
 #include <random>
@@ -807,11 +808,17 @@ TEST_F(AgentTest, ASinkWhoseProgramIsGoneFailsAndStopsNobody)
     EXPECT_EQ(client.GetProperty(L"NeverSleepEventCode").Words(), L"1");
 }
 
-TEST_F(AgentTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
+// The story is told until the last program has ended.
+class AgentScriptTest : public AgentTest
 {
+protected:
     std::ostringstream out;
-    ServiceView view(pc);
-    Story story(pc, out);
+    ServiceView view{pc};
+    Story story{pc, out};
+};
+
+TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
+{
     const Image image;
     {
         Stage stage{pc, image, view, story, out, {}};
@@ -1002,9 +1009,11 @@ private:
 
 TEST_P(AgentStorm, ClientsOfAllKindsCallAndHearAtOnce)
 {
-    std::vector<Process*> users;
-    for (int i = 0; i < 4; ++i)
-        users.push_back(&StartUser(std::to_wstring(i), [this, i] { Use(i); }));
+    std::array<Process*, 4> users{};
+    for (int i = 0; Process * &user : users) {
+        user = &StartUser(std::to_wstring(i), [this, i] { Use(i); });
+        ++i;
+    }
     for (Process* user : users) pc.RunUntilEnd(*user);
     pc.Settle();
     EXPECT_EQ(module.locks, 0);
