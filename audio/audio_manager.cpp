@@ -164,7 +164,17 @@ void CAudioManager::DoStop()
 void CAudioManager::DoUninitialize()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Uninitialize";
-    ClearDeviceArray();
+    bool keeping = false;
+    {
+        const ScopedLock lock(m_lock);
+        keeping = m_bKeeping;
+    }
+    // A Start of the control interface's thread may have come after the state machine's last Stop.
+    if (keeping) {
+        DoStop();
+    } else {
+        ClearDeviceArray();
+    }
     OwnedInterface<IMMDeviceEnumerator> enumerator;
     {
         const ScopedLock lock(m_lock);

@@ -223,6 +223,7 @@ protected:
     std::wstring Said()
     {
         std::wstring said;
+        const virtual_pc::Hold still(pc);
         for (; m_read < pc.outputs.debug().size(); ++m_read) {
             const std::wstring& line = pc.outputs.debug()[m_read].text;
             said += line.substr(line.find(L"   ") + 3);
@@ -869,7 +870,7 @@ TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
 TEST_F(AgentTest, WhatCannotBeActivatedSaysWhy)
 {
     const auto answer = [&] {
-        const std::wstring words = Client().GetProperty(L"NeverSleepEventCode").Words();
+        std::wstring words = Client().GetProperty(L"NeverSleepEventCode").Words();
         Client().Release();
         return words;
     };

@@ -486,6 +486,7 @@ protected:
     std::vector<std::wstring> Failures() const
     {
         std::vector<std::wstring> failures;
+        const virtual_pc::Hold still(pc);
         for (std::size_t i = m_said_before; i < pc.outputs.debug().size(); ++i) {
             const std::wstring& text = pc.outputs.debug()[i].text;
             if (text.find(L"failed with error") != text.npos) failures.push_back(text);

@@ -89,6 +89,7 @@ protected:
     int TimesTold(const std::wstring& text) const
     {
         int times = 0;
+        const virtual_pc::Hold still(pc);
         for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
             times += pc.outputs.debug()[i].text.find(text) != std::wstring::npos;
         }
@@ -98,6 +99,7 @@ protected:
     std::vector<std::string> Told(const std::string& functions) const
     {
         std::vector<std::string> lines;
+        const virtual_pc::Hold still(pc);
         for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
             const std::string line = virtual_pc::ToUtf8(pc.outputs.debug()[i].text);
             if (!line.starts_with("HOLV - " + functions)) continue;
@@ -105,7 +107,11 @@ protected:
         }
         return lines;
     }
-    void Forget() { m_forgotten = pc.outputs.debug().size(); }
+    void Forget()
+    {
+        const virtual_pc::Hold still(pc);
+        m_forgotten = pc.outputs.debug().size();
+    }
 
     virtual_pc::Process* m_service = nullptr;
 

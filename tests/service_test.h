@@ -88,6 +88,7 @@ struct ServiceOnPc
     std::vector<std::string> Said(const std::wstring& who = L"") const
     {
         std::vector<std::string> said;
+        const virtual_pc::Hold still(pc);
         for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
             const std::wstring& line = pc.outputs.debug()[i].text;
             const std::size_t split = line.find(L"   ");
@@ -98,12 +99,17 @@ struct ServiceOnPc
     }
     bool Heard(const std::wstring& text) const
     {
+        const virtual_pc::Hold still(pc);
         for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
             if (pc.outputs.debug()[i].text.find(text) != std::wstring::npos) return true;
         }
         return false;
     }
-    void Forget() { m_forgotten = pc.outputs.debug().size(); }
+    void Forget()
+    {
+        const virtual_pc::Hold still(pc);
+        m_forgotten = pc.outputs.debug().size();
+    }
 
     virtual_pc::Machine& pc;
     const virtual_pc::Image image{.host_path = HOLV_IMAGE,

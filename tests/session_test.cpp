@@ -60,6 +60,7 @@ protected:
     std::wstring Said()
     {
         std::wstring said;
+        const virtual_pc::Hold still(pc);
         for (; m_read < pc.outputs.debug().size(); ++m_read) {
             const std::wstring& line = pc.outputs.debug()[m_read].text;
             said += line.substr(line.find(L"   ") + 3);

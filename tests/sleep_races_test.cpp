@@ -62,6 +62,7 @@ public:
     void ExpectUnbrokenChain() const
     {
         std::wstring at = L"HOLV_INIT";
+        const virtual_pc::Hold still(pc);
         for (const DebugLine& line : pc.outputs.debug()) {
             const std::size_t text = line.text.find(L"State update ");
             if (text == std::wstring::npos) continue;

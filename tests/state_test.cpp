@@ -172,6 +172,7 @@ protected:
     {
         const std::string log = LogBytes();
         Story story;
+        const virtual_pc::Hold still(pc);
         for (; m_read < pc.outputs.debug().size(); ++m_read) {
             const std::string line = ToUtf8(pc.outputs.debug()[m_read].text);
             if (!line.starts_with("HOLV - CNeverSleepState::") &&
@@ -201,12 +202,17 @@ protected:
     int TimesTold(const std::wstring& text) const
     {
         int times = 0;
+        const virtual_pc::Hold still(pc);
         for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
             times += pc.outputs.debug()[i].text.find(text) != std::wstring::npos;
         }
         return times;
     }
-    void Forget() { m_forgotten = pc.outputs.debug().size(); }
+    void Forget()
+    {
+        const virtual_pc::Hold still(pc);
+        m_forgotten = pc.outputs.debug().size();
+    }
 
     Process* m_service = nullptr;
 
@@ -584,6 +590,7 @@ void ExpectUnbrokenChain(const Machine::Options& options)
     pc.RunUntilEnd(process);
     std::wstring at = L"HOLV_INIT";
     int changes = 0;
+    const virtual_pc::Hold still(pc);
     for (const DebugLine& line : pc.outputs.debug()) {
         std::wistringstream words(line.text.substr(line.text.find(L"   ") + 3));
         std::wstring state, update, from, arrow, to;

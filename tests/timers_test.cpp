@@ -60,6 +60,7 @@ protected:
     std::wstring Said(std::wstring_view by)
     {
         std::wstring said;
+        const virtual_pc::Hold still(pc);
         for (; m_read < pc.outputs.debug().size(); ++m_read) {
             const std::wstring& line = pc.outputs.debug()[m_read].text;
             const std::size_t at = line.find(L"   ");
@@ -70,6 +71,7 @@ protected:
     bool HasSaid(std::wstring_view text)
     {
         bool said = false;
+        const virtual_pc::Hold still(pc);
         for (; m_read < pc.outputs.debug().size(); ++m_read) {
             said |= pc.outputs.debug()[m_read].text.find(text) != std::wstring::npos;
         }

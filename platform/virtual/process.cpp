@@ -171,7 +171,7 @@ DWORD Process::first_thread_id() const { return m_first_thread->id; }
 
 bool Process::Terminate(int exit_code)
 {
-    if (m_exit_code || m_last || m_ended_with) return false;
+    if (m_ended || m_last || m_ended_with) return false;
     m_ended_with = exit_code;
     EndThreads(Machine::Current(), nullptr);
     return true;
@@ -211,6 +211,7 @@ void Process::End(Thread& last, int exit_code)
     std::erase_if(machine.memory_handles,
                   [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
     m_exit_code = exit_code = m_ended_with.value_or(exit_code);
+    m_ended = true;
     m_object->Signal();
     machine.services.ProcessEnded(*this);
     machine.journal.Record("process", {{"what", L"ended"},

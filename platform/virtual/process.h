@@ -1,6 +1,7 @@
 // Processes and the images they run.
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -70,11 +71,11 @@ public:
     const std::wstring& path() const { return m_path; }
     std::wstring& command_line() { return m_command_line; }
     const std::wstring& command_line() const { return m_command_line; }
-    bool running() const { return !m_exit_code.has_value(); }
+    bool running() const { return !m_ended; }
     // Whether it has ended or is about to: no thread is started in it any more.
     bool ending() const { return m_last != nullptr; }
     // Only when it is not running any more.
-    int exit_code() const { return *m_exit_code; }
+    int exit_code() const { return m_exit_code; }
     // Whether an exception that nobody handled ended it.
     bool crashed() const { return m_crashed; }
     const Image& image() const { return m_image; }
@@ -131,7 +132,8 @@ private:
     std::shared_ptr<ProcessObject> m_object = std::make_shared<ProcessObject>(*this);
     std::shared_ptr<Thread> m_first_thread;
     std::optional<int> m_ended_with;  // by whoever ended it
-    std::optional<int> m_exit_code;
+    int m_exit_code = 0;
+    std::atomic<bool> m_ended = false;  // whoever sees it so may read the rest
     bool m_crashed = false;
     const Thread* m_last = nullptr;  // the one that sees the process off
     std::vector<LeftOpen> m_left_open;
