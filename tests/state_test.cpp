@@ -1,6 +1,7 @@
 // The state machine: its states, what it does to enter and leave them, and the loop that drives it,
 // told by the lines it writes and the state it ends in.
 
+#include <algorithm>
 #include <array>
 #include <sstream>
 
@@ -441,7 +442,14 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
                 After(static_cast<GlobalEvent>(step));
             }
         }
-        EXPECT_EQ(After(c.slot), c.story) << what << ", then slot " << c.slot;
+        Story heard = After(c.slot);
+        Story expected = c.story;
+        if (kRunFree) {
+            // A suspend thread speaks when it likes.
+            std::ranges::sort(heard);
+            std::ranges::sort(expected);
+        }
+        EXPECT_EQ(heard, expected) << what << ", then slot " << c.slot;
         EXPECT_EQ(S::m_eSystemState, c.to) << what << ", then slot " << c.slot;
         if (c.to == S0_NORMAL) {
             EXPECT_FALSE(S::m_bOverride) << "it ends in normal use";
