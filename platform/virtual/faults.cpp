@@ -76,12 +76,13 @@ void Faults::FailNth(std::uint64_t n)
 std::uint64_t Faults::CallsOf(std::string_view name) const
 {
     const Function* function = Function::Find(name);
-    return function ? function->m_calls : 0;
+    return function ? function->m_calls.load() : 0;
 }
 
 std::optional<DWORD> Faults::OnCall(Function& function)
 {
-    ++function.m_calls;
+    function.m_calls.store(function.m_calls.load(std::memory_order_relaxed) + 1,
+                           std::memory_order_relaxed);
     if (function.m_failing == Failing::never) return std::nullopt;
     if (++m_fallible_calls == m_fail_nth) {
         m_failed = &function;

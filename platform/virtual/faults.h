@@ -57,7 +57,7 @@ private:
     Failing m_failing;
     Role m_role;
     // The machine's, and reset with each new machine. Both are read and changed with it held.
-    std::uint64_t m_calls = 0;
+    std::atomic<std::uint64_t> m_calls = 0;  // counted with the machine held; any thread reads it
     bool m_faulty = false;
 };
 
