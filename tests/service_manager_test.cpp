@@ -104,7 +104,7 @@ protected:
         pc.Install(L"C:\\Probe.exe", Dispatch);
     }
 
-    ServiceConfig Config(std::wstring name, std::vector<std::wstring> dependencies = {})
+    ServiceConfig Config(const std::wstring& name, std::vector<std::wstring> dependencies = {})
     {
         ServiceConfig config;
         config.name = name;
