@@ -7,10 +7,12 @@
 
 #include "platform/virtual/machine.h"
 
+inline constexpr int kRepetitions = 5;
+
 // Repetitions, interleaved by the library, so that a drift of the host's speed meets both sides.
 inline void InPairs(benchmark::internal::Benchmark* bench)
 {
-    bench->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(false);
+    bench->UseRealTime()->Repetitions(kRepetitions)->ReportAggregatesOnly(false);
 }
 
 // Runs the measuring loop as a process of the PC.
