@@ -20,12 +20,12 @@ if ($PSBoundParameters.ContainsKey('Start') -and $PSBoundParameters.ContainsKey(
     $agent.SetDoNotDisturbTimeInterval([uint32]$Start.TotalMinutes, [uint32]$End.TotalMinutes)
 }
 if ($null -ne $Raise) {
-    $heard = Register-ObjectEvent -InputObject $agent -EventName HOLVAgentEventChanged -Action {
-        Write-Host "event code $($Event.SourceArgs[0])"
-    }
+    # The interface of the events, and the one call in it.
+    $events = [guid]'5B0E8D34-A7C2-4E91-8F36-D1A94C27B650'
+    $heard = [Action[int, bool]] { param($code) Write-Host "heard event code $code" }
+    [Runtime.InteropServices.ComEventsHelper]::Combine($agent, $events, 1, $heard)
     $agent.NeverSleepEventCode = $Raise
-    Start-Sleep -Milliseconds 200
-    Unregister-Event -SubscriptionId $heard.Id
+    [void][Runtime.InteropServices.ComEventsHelper]::Remove($agent, $events, 1, $heard)
 }
 
 $names = 'never-sleep mode', 'speakers are muted', 'do not disturb', 'app suspend',

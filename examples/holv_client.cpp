@@ -1,20 +1,25 @@
 // A client of the Holv service in C++: shows the status, switches a feature, sets the
-// do-not-disturb interval, raises an event code, or listens to event codes.
+// do-not-disturb interval, and raises event codes, to which it listens itself.
 //
-//     holv_client status
-//     holv_client set FEATURE VALUE      features by number: 1 mutes the speakers, ...
-//     holv_client interval START END     minutes since midnight
-//     holv_client event CODE             raises it; this program's own sink hears it
-//     holv_client listen SECONDS         raises code 1 and waits for what its sink hears
+//     holv_client                           the status
+//     holv_client set FEATURE VALUE         switches a feature, by its number in the status
+//     holv_client interval START END        in minutes since midnight
+//     holv_client event CODE [refuse]       raises an event code, hears it, and may refuse it
 //
-// It calls the interface's functions directly, through the type library that the service registers.
+// It calls by name, as a script does, and so needs no header of the service's. Build it with any
+// compiler for Windows:
+//
+//     x86_64-w64-mingw32-g++ -std=c++20 -municode -static holv_client.cpp -lole32 -loleaut32 -luuid
+//     cl /std:c++20 /EHsc holv_client.cpp ole32.lib oleaut32.lib
+
+#include <ocidl.h>
+#include <oleauto.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string>
-
-#include "api/agent_api.h"
-#include "platform/counted_object.h"
 
 namespace {
 
@@ -28,28 +33,81 @@ constexpr const wchar_t* kFeatures[] = {L"never-sleep mode",
                                         L"never-sleep on battery",
                                         L"has a battery"};
 
-// A reference that is given back.
-template <class Interface>
-struct Reference
-{
-    ~Reference()
-    {
-        if (object) object->Release();
-    }
-    void** Receive() { return reinterpret_cast<void**>(&object); }
-    Interface* operator->() const { return object; }
-    Interface* object = nullptr;
-};
+// The interface of the service's events, and the one call in it: (the code, a place to cancel).
+constexpr GUID kEvents{
+    0x5b0e8d34, 0xa7c2, 0x4e91, {0x8f, 0x36, 0xd1, 0xa9, 0x4c, 0x27, 0xb6, 0x50}};
+constexpr DISPID kEventChanged = 1;
 
-// Prints the event codes that it hears, and lets them pass.
-class Sink final : public CountedObject<IDispatch, IID_IDispatch, Sink>
+VARIANT Number(long value)
+{
+    VARIANT number{};
+    number.vt = VT_I4;
+    number.lVal = value;
+    return number;
+}
+
+// Places for what a call gives back through an argument.
+VARIANT PlaceFor(long* value)
+{
+    VARIANT place{};
+    place.vt = VT_BYREF | VT_I4;
+    place.plVal = value;
+    return place;
+}
+
+VARIANT PlaceFor(UINT* value)
+{
+    VARIANT place{};
+    place.vt = VT_BYREF | VT_UI4;
+    place.pulVal = reinterpret_cast<ULONG*>(value);
+    return place;
+}
+
+VARIANT PlaceFor(BSTR* value)
+{
+    VARIANT place{};
+    place.vt = VT_BYREF | VT_BSTR;
+    place.pbstrVal = value;
+    return place;
+}
+
+// Calls a member by its name. Arguments stand in reverse order, as dispatch wants them.
+template <size_t N>
+HRESULT Call(IDispatch* agent, const wchar_t* name, WORD kind, VARIANT (&reversed)[N],
+             VARIANT* result = nullptr)
+{
+    LPOLESTR text = const_cast<LPOLESTR>(name);
+    DISPID member = 0;
+    HRESULT status = agent->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &member);
+    if (FAILED(status)) return status;
+    DISPID put = DISPID_PROPERTYPUT;
+    DISPPARAMS arguments{reversed, nullptr, static_cast<UINT>(N), 0};
+    if (kind == DISPATCH_PROPERTYPUT) {
+        arguments.rgdispidNamedArgs = &put;
+        arguments.cNamedArgs = 1;
+    } else if (kind == DISPATCH_PROPERTYGET) {
+        arguments.cArgs = 0;
+    }
+    return agent->Invoke(member, IID_NULL, LOCALE_USER_DEFAULT, kind, &arguments, result, nullptr,
+                         nullptr);
+}
+
+// Prints the event codes that it hears, and lets them pass or not.
+class Sink final : public IDispatch
 {
 public:
+    explicit Sink(bool refuses) : m_refuses(refuses) {}
+
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override
     {
-        return CountedObject::QueryInterface(
-            IsEqualIID(id, DIID__HOLVAgentSinkEvent) ? IID_IDispatch : id, object);
+        const bool known = id == IID_IUnknown || id == IID_IDispatch || id == kEvents;
+        *object = known ? static_cast<IDispatch*>(this) : nullptr;
+        return known ? S_OK : E_NOINTERFACE;
     }
+    // It lives as long as main does.
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override
     {
         *count = 0;
@@ -60,108 +118,114 @@ public:
     {
         return E_NOTIMPL;
     }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* arguments,
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* reversed,
                                      VARIANT*, EXCEPINFO*, UINT*) override
     {
-        if (member != DISPID_HOLVAgentEventChanged) return DISP_E_MEMBERNOTFOUND;
-        // In reverse order: the place to cancel, then the code.
-        std::wprintf(L"event code %d\n", static_cast<int>(arguments->rgvarg[1].lVal));
+        if (member != kEventChanged || reversed->cArgs != 2) return DISP_E_MEMBERNOTFOUND;
+        std::wprintf(L"heard event code %ld%ls\n", reversed->rgvarg[1].lVal,
+                     m_refuses ? L" and refused it" : L"");
+        if (m_refuses) *reversed->rgvarg[0].pboolVal = VARIANT_TRUE;
         return S_OK;
     }
+
+private:
+    const bool m_refuses;
 };
 
-int Failed(const wchar_t* what, HRESULT result)
-{
-    std::wprintf(L"%ls: 0x%08x\n", what, static_cast<unsigned>(result));
-    return 1;
-}
-
-int ShowStatus(const Reference<IHOLVAgent>& agent)
+HRESULT ShowStatus(IDispatch* agent)
 {
     BSTR version = nullptr;
-    HRESULT result = agent->GetNeverSleepApiVersion(&version);
-    if (FAILED(result)) return Failed(L"version", result);
-    std::wprintf(L"interface %ls\n", version);
+    VARIANT text[] = {PlaceFor(&version)};
+    HRESULT status = Call(agent, L"GetNeverSleepApiVersion", DISPATCH_METHOD, text);
+    if (FAILED(status)) return status;
+    std::wprintf(L"version %ls\n", version);
     SysFreeString(version);
-    for (LONG feature = E_HOLV_STATE; feature <= E_BATTERY_PRESENT; ++feature) {
-        LONG value = 0;
-        result = agent->GetNeverSleepParam(static_cast<HOLVAgentFeatureEnum>(feature), &value);
-        if (FAILED(result)) return Failed(kFeatures[feature], result);
-        std::wprintf(L"%d %ls: %d\n", static_cast<int>(feature), kFeatures[feature],
-                     static_cast<int>(value));
+    for (long feature = 0; feature < static_cast<long>(std::size(kFeatures)); ++feature) {
+        long value = 0;
+        VARIANT arguments[] = {PlaceFor(&value), Number(feature)};
+        status = Call(agent, L"GetNeverSleepParam", DISPATCH_METHOD, arguments);
+        if (FAILED(status)) return status;
+        std::wprintf(L"%ld %ls: %ld\n", feature, kFeatures[feature], value);
     }
     UINT start = 0, end = 0;
-    result = agent->GetDoNotDisturbTimeInterval(&start, &end);
-    if (FAILED(result)) return Failed(L"interval", result);
+    VARIANT interval[] = {PlaceFor(&end), PlaceFor(&start)};
+    status = Call(agent, L"GetDoNotDisturbTimeInterval", DISPATCH_METHOD, interval);
+    if (FAILED(status)) return status;
     std::wprintf(L"do not disturb from %02u:%02u to %02u:%02u\n", start / 60, start % 60, end / 60,
                  end % 60);
-    return 0;
+    return S_OK;
 }
 
-// Connects a sink, raises `code`, and delivers what comes in for a while.
-int RaiseAndListen(const Reference<IHOLVAgent>& agent, LONG code, DWORD seconds)
+HRESULT ShowEventCode(IDispatch* agent)
 {
-    Reference<IConnectionPointContainer> container;
-    HRESULT result = agent->QueryInterface(IID_IConnectionPointContainer, container.Receive());
-    if (FAILED(result)) return Failed(L"connection points", result);
-    Reference<IConnectionPoint> point;
-    result = container->FindConnectionPoint(DIID__HOLVAgentSinkEvent, &point.object);
-    if (FAILED(result)) return Failed(L"connection point", result);
-    Reference<Sink> sink;
-    sink.object = new Sink;
-    DWORD cookie = 0;
-    result = point->Advise(sink.object, &cookie);
-    if (FAILED(result)) return Failed(L"advise", result);
-    result = agent->put_NeverSleepEventCode(static_cast<HOLVAgentEventCodeEnum>(code));
-    const ULONGLONG until = GetTickCount64() + 1000ull * seconds;
-    while (SUCCEEDED(result) && GetTickCount64() < until) {
-        MSG message;
-        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
-        Sleep(50);
-    }
-    point->Unadvise(cookie);
-    return FAILED(result) ? Failed(L"event", result) : 0;
+    VARIANT none[1] = {};
+    VARIANT code{};
+    const HRESULT status = Call(agent, L"NeverSleepEventCode", DISPATCH_PROPERTYGET, none, &code);
+    if (SUCCEEDED(status)) std::wprintf(L"event code %ld\n", code.lVal);
+    return status;
 }
 
-int Do(const Reference<IHOLVAgent>& agent, int argc, wchar_t** argv)
+// Connects a sink, raises `code`, and shows what has become of it. The sink is called amid the
+// raising, from the wait for the service's answer.
+HRESULT RaiseEvent(IDispatch* agent, long code, bool refuse)
+{
+    IConnectionPointContainer* container = nullptr;
+    HRESULT status =
+        agent->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container));
+    if (FAILED(status)) return status;
+    IConnectionPoint* point = nullptr;
+    status = container->FindConnectionPoint(kEvents, &point);
+    container->Release();
+    if (FAILED(status)) return status;
+
+    Sink sink(refuse);
+    DWORD cookie = 0;
+    status = point->Advise(&sink, &cookie);
+    if (SUCCEEDED(status)) {
+        VARIANT value[] = {Number(code)};
+        status = Call(agent, L"NeverSleepEventCode", DISPATCH_PROPERTYPUT, value);
+        if (SUCCEEDED(status)) status = ShowEventCode(agent);
+        point->Unadvise(cookie);
+    }
+    point->Release();
+    return status;
+}
+
+HRESULT Run(IDispatch* agent, int argc, wchar_t** argv)
 {
     const std::wstring command = argc > 1 ? argv[1] : L"status";
-    const auto number = [&](int index) {
-        return static_cast<LONG>(std::wcstol(argv[index], nullptr, 0));
-    };
-    HRESULT result = S_OK;
+    const auto number = [&](int index) { return std::wcstol(argv[index], nullptr, 0); };
     if (command == L"status") return ShowStatus(agent);
-    if (command == L"set" && argc == 4) {
-        result = agent->SetNeverSleepParam(static_cast<HOLVAgentFeatureEnum>(number(2)), number(3));
-    } else if (command == L"interval" && argc == 4) {
-        result = agent->SetDoNotDisturbTimeInterval(static_cast<UINT>(number(2)),
-                                                    static_cast<UINT>(number(3)));
-    } else if (command == L"event" && argc == 3) {
-        return RaiseAndListen(agent, number(2), 0);
-    } else if (command == L"listen" && argc == 3) {
-        return RaiseAndListen(agent, E_HOLV_EVENT_STATE_CHANGE, static_cast<DWORD>(number(2)));
-    } else {
-        std::wprintf(
-            L"status | set FEATURE VALUE | interval START END | event CODE | "
-            L"listen SECONDS\n");
-        return 2;
+    if ((command == L"set" || command == L"interval") && argc == 4) {
+        VARIANT arguments[] = {Number(number(3)), Number(number(2))};
+        return Call(agent,
+                    command == L"set" ? L"SetNeverSleepParam" : L"SetDoNotDisturbTimeInterval",
+                    DISPATCH_METHOD, arguments);
     }
-    return FAILED(result) ? Failed(command.c_str(), result) : 0;
+    if (command == L"event" && argc >= 3) {
+        return RaiseEvent(agent, number(2), argc > 3 && argv[3] == std::wstring(L"refuse"));
+    }
+    std::wprintf(L"status | set FEATURE VALUE | interval START END | event CODE [refuse]\n");
+    return E_INVALIDARG;
 }
 
 }  // namespace
 
 int wmain(int argc, wchar_t** argv)
 {
-    HRESULT result = CoInitialize(nullptr);
-    if (FAILED(result)) return Failed(L"CoInitialize", result);
-    int status = 0;
-    {
-        Reference<IHOLVAgent> agent;
-        result = CoCreateInstance(CLSID_HOLVAgentApi, nullptr, CLSCTX_LOCAL_SERVER, IID_IHOLVAgent,
-                                  agent.Receive());
-        status = FAILED(result) ? Failed(L"the service", result) : Do(agent, argc, argv);
+    HRESULT status = CoInitialize(nullptr);
+    CLSID agent_class{};
+    if (SUCCEEDED(status)) status = CLSIDFromProgID(L"HOLVAgentLib.HOLVAgentLib", &agent_class);
+    IDispatch* agent = nullptr;
+    if (SUCCEEDED(status)) {
+        status = CoCreateInstance(agent_class, nullptr, CLSCTX_LOCAL_SERVER, IID_IDispatch,
+                                  reinterpret_cast<void**>(&agent));
     }
-    CoUninitialize();
-    return status;
+    if (SUCCEEDED(status)) {
+        status = Run(agent, argc, argv);
+        agent->Release();
+        CoUninitialize();
+    }
+    if (FAILED(status)) std::wprintf(L"error 0x%08lx\n", static_cast<unsigned long>(status));
+    return FAILED(status) ? 1 : 0;
 }

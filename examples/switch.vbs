@@ -1,19 +1,30 @@
-' Switches the Holv service's features through its control interface. A script host has no places for
-' what comes back through arguments, so the features themselves are read by holv.ps1 and holv_client.
+' Switches the Holv service's features through its control interface. VBScript has no places for numbers
+' that come back through arguments, so the features themselves are read by holv.ps1 and holv_client.
 '
-'     cscript //nologo switch.vbs                  the event code
 '     cscript //nologo switch.vbs set 1 1          switches a feature, by its number
 '     cscript //nologo switch.vbs interval 1320 360
+'     cscript //nologo switch.vbs event 1          raises an event code, and shows the one that is kept
 
 Option Explicit
-Dim agent
+Dim agent, arguments
+Set arguments = WScript.Arguments
+If arguments.Count < 2 Then Usage
 Set agent = CreateObject("HOLVAgentLib.HOLVAgentLib")
 
-If WScript.Arguments.Count = 3 Then
-    If WScript.Arguments(0) = "set" Then
-        agent.SetNeverSleepParam CLng(WScript.Arguments(1)), CLng(WScript.Arguments(2))
-    ElseIf WScript.Arguments(0) = "interval" Then
-        agent.SetDoNotDisturbTimeInterval CLng(WScript.Arguments(1)), CLng(WScript.Arguments(2))
-    End If
+If arguments(0) = "set" And arguments.Count = 3 Then
+    agent.SetNeverSleepParam CLng(arguments(1)), CLng(arguments(2))
+    WScript.Echo "feature " & arguments(1) & " is switched to " & arguments(2)
+ElseIf arguments(0) = "interval" And arguments.Count = 3 Then
+    agent.SetDoNotDisturbTimeInterval CLng(arguments(1)), CLng(arguments(2))
+    WScript.Echo "do not disturb from minute " & arguments(1) & " to " & arguments(2)
+ElseIf arguments(0) = "event" And arguments.Count = 2 Then
+    agent.NeverSleepEventCode = CLng(arguments(1))
+    WScript.Echo "event code " & agent.NeverSleepEventCode
+Else
+    Usage
 End If
-WScript.Echo "event code " & agent.NeverSleepEventCode
+
+Sub Usage
+    WScript.Echo "set FEATURE VALUE | interval START END | event CODE"
+    WScript.Quit 2
+End Sub

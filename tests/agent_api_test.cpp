@@ -400,7 +400,7 @@ TEST_F(AgentTest, EachMemberIsCalledThroughItsSlotWithArgumentsOfItsTypes)
             {5, DISPATCH_PROPERTYPUT, {Number(1)}, "", DISP_E_PARAMNOTOPTIONAL},
             {6,
              DISPATCH_METHOD,
-             {Place(VT_UINT, &end), Place(VT_UINT, &start)},
+             {Place(VT_UINT, &end), Place(VT_UI4, &start)},
              "what interval",
              kException},
             {7, DISPATCH_METHOD, {}, "", DISP_E_MEMBERNOTFOUND},

@@ -42,7 +42,10 @@ if [ ! -f "$WINEPREFIX/.made" ]; then
 fi
 
 # Wine ends its services when no other program runs, and starts them with the next one.
-coproc KEEPER { wine cmd >/dev/null 2>&1; }
+keep_wine_alive() {
+    coproc KEEPER { wine cmd >/dev/null 2>&1; }
+}
+keep_wine_alive
 
 # Installed as on a user's PC, blanks in the path included.
 windows_path='C:\Program Files\Orbeq\Holv\HOLVService.exe'
@@ -101,6 +104,7 @@ check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_chec
 
 wine reg delete "$oem_key" /f >/dev/null
 source tools/wine_states_check.sh
+source tools/wine_client_check.sh
 check "the switch for removal leaves with exit code 0" 0 \
     "$(timeout 60 wine "$windows_path" -unregserver >/dev/null 2>&1; echo $?)"
 check "the service is gone" "" "$(service_state)"

@@ -25,7 +25,8 @@ public:
     }
 
     // For a parameter by value, or by reference to be read: the argument in the parameter's type.
-    // For a place to be written: the caller's own place, which must be of just that type.
+    // For a place to be written: the caller's own place, which must be of that type. The machine's
+    // own whole number and the one of 32 bits are one type.
     HRESULT Take(std::size_t at, const Parameter& parameter, const VARIANT& argument)
     {
         if (argument.vt == VT_ERROR && argument.scode == DISP_E_PARAMNOTFOUND) {
@@ -53,9 +54,17 @@ public:
 private:
     HRESULT TakePlace(std::size_t at, VARTYPE type, const VARIANT& argument)
     {
-        if (argument.vt != (VT_BYREF | type)) return DISP_E_TYPEMISMATCH;
+        if (!(argument.vt & VT_BYREF) || Fixed(argument.vt & ~VT_BYREF) != Fixed(type)) {
+            return DISP_E_TYPEMISMATCH;
+        }
         m_words[at] = reinterpret_cast<std::uintptr_t>(argument.byref);
         return m_words[at] ? S_OK : E_POINTER;
+    }
+
+    static int Fixed(int type)
+    {
+        if (type == VT_INT) return VT_I4;
+        return type == VT_UINT ? VT_UI4 : type;
     }
 
     static std::uintptr_t WordOf(const VARIANT& value)

@@ -1,0 +1,94 @@
+# Sourced by wine_check.sh: clients of the installed service, in VBScript under Wine's script host and in
+# C++, through Wine's marshalling. The service is left stopped, its settings as if new.
+
+client=$(dirname "$executable")/holv_client.exe
+cp examples/switch.vbs "$installed"
+holv_client() { timeout 60 wine "$client" "$@" 2>&1 | tr -d '\r'; }
+script() { timeout 60 wine cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@" 2>&1 | tr -d '\r'; }
+service_runs() { pgrep -f 'Orbeq.Holv.HOLVService\.exe' >/dev/null; }
+# Its process goes a little after the service, and a plain server a second after its last client.
+until_gone() {
+    for _ in $(seq 100); do
+        if ! service_runs; then break; fi
+        sleep 0.1
+    done
+    service_runs && echo "still there" || echo "gone"
+}
+start_service() {
+    timeout 60 wine net start HOLVService >/dev/null 2>&1 || true
+    until_state RUNNING
+}
+stop_service() {
+    timeout 60 wine net stop HOLVService >/dev/null 2>&1 || true
+    until_gone
+}
+# status FEATURES INTERVAL: what the client shows of these.
+status() {
+    local names=('never-sleep mode' 'speakers are muted' 'do not disturb' 'app suspend'
+        'Lync is installed' 'display on Lync' 'sleep in do-not-disturb hours'
+        'never-sleep on battery' 'has a battery') number=0 value
+    echo "version 1,1,70,537"
+    for value in $1; do
+        echo "$number ${names[$number]}: $value"
+        number=$((number + 1))
+    done
+    echo "do not disturb from $2"
+}
+
+# Wine's marshalling finds a type library only where it is registered for no language in particular,
+# and ours is in English. Windows asks for any.
+type_library='HKCR\TypeLib\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}'
+check "the type library is registered in its own language" "REG_SZ $windows_path" \
+    "$(default_value "$type_library\\1.1\\409\\win64")"
+wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null
+
+rm -f "$log"
+check "a client's call starts the service, and reads what is built in" \
+    "$(status '1 0 1 0 0 1 0 1 0' '22:00 to 06:00')" "$(holv_client)"
+check "it was started as a service" RUNNING "$(service_state)"
+for feature in 0 1 2 3 4 5 6 7 8; do
+    value=$((feature == 1 || feature == 3 || feature == 4 || feature == 6 || feature == 8))
+    check "a script switches feature $feature" "feature $feature is switched to $value" \
+        "$(script set $feature $value)"
+done
+check "a script sets the interval" "do not disturb from minute 1290 to 345" "$(script interval 1290 345)"
+check "a script raises an event code and reads it back" "event code 2" "$(script event 2)"
+switched='0 1 0 1 0 0 1 0 0'
+check "a client reads what scripts have switched" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
+check "the settings are in the registry" \
+    "DndToS3=0x1 DoNotDisturbEnd=0x159 DoNotDisturbStart=0x50a EnableAppSuspend=0x1 EnableDoNotDisturb=0x0 EnableHOLVOnDc=0x0 EnableNeverSleep=0x0 MuteAudio=0x1 TurnOnDisplayOnLync=0x0 " \
+    "$(wine reg query "$user_key" | tr -d '\r' | sed -nE 's/^ +(\w+) +REG_DWORD +(\w+)$/\1=\2/p' | sort | tr '\n' ' ')"
+check "a sink hears an event code, which then counts" $'heard event code 1\nevent code 1' \
+    "$(holv_client event 1)"
+check "a sink that refuses one keeps the old one" $'heard event code 2 and refused it\nevent code 0' \
+    "$(holv_client event 2 refuse)"
+check "the log names each switch" \
+    "Setting Holv State to disabled,Setting Mute Audio to mute,Setting DND to disabled,Setting App Suspend to enabled,Setting Lync Controls to enabled,Setting Display on Lync to disabled,Setting DND to S3 to enabled,Setting Holv on DC to disabled,Setting Mobile platform to true," \
+    "$(grep -aoE 'Setting [A-Z][A-Za-z0-9 ]+ to [a-z ]+' "$log" | sed 's/ *$/,/' | tr -d '\n')"
+
+check "the service stops" gone "$(stop_service)"
+check "the service starts again" RUNNING "$(start_service)"
+switched='0 1 0 0 0 0 1 0 0'
+check "what was switched outlives the service, but for app suspend" \
+    "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
+
+# Wine's service manager and its list of classes do not notice that a process has died, so all of it is
+# ended too, as when a PC loses its power. The service starts with the system.
+wine taskkill /f /im HOLVService.exe >/dev/null 2>&1
+check "its process can be killed" gone "$(until_gone)"
+wineserver -k
+keep_wine_alive
+check "it starts again with the system" RUNNING "$(until_state RUNNING)"
+check "with what had been switched" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
+check "and stops" gone "$(stop_service)"
+
+rm -f "$log"
+check "the switch for a plain server leaves with exit code 0" 0 \
+    "$(timeout 60 wine "$windows_path" -RegServer >/dev/null 2>&1; echo $?)"
+wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null
+check "there is no service then" "" "$(service_state)"
+check "a client starts the plain server" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
+check "which ends when its last client lets go" gone "$(until_gone)"
+check "and had no state machine" 0 "$(grep -ac 'global events' "$log" || true)"
+wine reg delete "$type_library\\1.1\\0" /f >/dev/null
+wine reg delete "$user_key" /f >/dev/null
