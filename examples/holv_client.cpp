@@ -2,7 +2,8 @@
 // do-not-disturb interval, and raises event codes, to which it listens itself.
 //
 //     holv_client                           the status
-//     holv_client set FEATURE VALUE         switches a feature, by its number in the status
+//     holv_client get FEATURE               a feature, by its number in the status
+//     holv_client set FEATURE VALUE         switches it
 //     holv_client interval START END        in minutes since midnight
 //     holv_client event CODE [refuse]       raises an event code, hears it, and may refuse it
 //
@@ -132,6 +133,12 @@ private:
     const bool m_refuses;
 };
 
+HRESULT GetFeature(IDispatch* agent, long feature, long* value)
+{
+    VARIANT arguments[] = {PlaceFor(value), Number(feature)};
+    return Call(agent, L"GetNeverSleepParam", DISPATCH_METHOD, arguments);
+}
+
 HRESULT ShowStatus(IDispatch* agent)
 {
     BSTR version = nullptr;
@@ -142,8 +149,7 @@ HRESULT ShowStatus(IDispatch* agent)
     SysFreeString(version);
     for (long feature = 0; feature < static_cast<long>(std::size(kFeatures)); ++feature) {
         long value = 0;
-        VARIANT arguments[] = {PlaceFor(&value), Number(feature)};
-        status = Call(agent, L"GetNeverSleepParam", DISPATCH_METHOD, arguments);
+        status = GetFeature(agent, feature, &value);
         if (FAILED(status)) return status;
         std::wprintf(L"%ld %ls: %ld\n", feature, kFeatures[feature], value);
     }
@@ -196,6 +202,12 @@ HRESULT Run(IDispatch* agent, int argc, wchar_t** argv)
     const std::wstring command = argc > 1 ? argv[1] : L"status";
     const auto number = [&](int index) { return std::wcstol(argv[index], nullptr, 0); };
     if (command == L"status") return ShowStatus(agent);
+    if (command == L"get" && argc == 3) {
+        long value = 0;
+        const HRESULT status = GetFeature(agent, number(2), &value);
+        if (SUCCEEDED(status)) std::wprintf(L"%ld\n", value);
+        return status;
+    }
     if ((command == L"set" || command == L"interval") && argc == 4) {
         VARIANT arguments[] = {Number(number(3)), Number(number(2))};
         return Call(agent,
@@ -205,7 +217,8 @@ HRESULT Run(IDispatch* agent, int argc, wchar_t** argv)
     if (command == L"event" && argc >= 3) {
         return RaiseEvent(agent, number(2), argc > 3 && argv[3] == std::wstring(L"refuse"));
     }
-    std::wprintf(L"status | set FEATURE VALUE | interval START END | event CODE [refuse]\n");
+    std::wprintf(
+        L"status | get FEATURE | set FEATURE VALUE | interval START END | event CODE [refuse]\n");
     return E_INVALIDARG;
 }
 

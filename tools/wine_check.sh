@@ -10,6 +10,9 @@ export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
 # Without a sound card, whose driver would complain on the standard error.
 export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 unset DISPLAY
+# Whatever the hour, it is late in the morning for the service: no do-not-disturb hours begin or end.
+TZ=LOCAL$(($(date -u +%-H) - 10))
+export TZ
 trap 'wineserver -k || true' EXIT
 
 passed=0
@@ -105,6 +108,7 @@ check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_chec
 wine reg delete "$oem_key" /f >/dev/null
 source tools/wine_states_check.sh
 source tools/wine_client_check.sh
+source tools/wine_words_check.sh
 check "the switch for removal leaves with exit code 0" 0 \
     "$(timeout 60 wine "$windows_path" -unregserver >/dev/null 2>&1; echo $?)"
 check "the service is gone" "" "$(service_state)"
@@ -112,6 +116,11 @@ for key in "$app_id_key" "$class_key"; do
     check "$key is gone" 1 "$(wine reg query "$key" >/dev/null 2>&1; echo $?)"
 done
 
+cat >"$WINEPREFIX/drive_c/version.vbs" <<'END'
+WScript.Echo CreateObject("Scripting.FileSystemObject").GetFileVersion(WScript.Arguments(0))
+END
+check "the executable carries its version" 1.1.70.537 \
+    "$(wine cscript //nologo 'C:\version.vbs' "$windows_path" 2>/dev/null | tr -d '\r')"
 # What the event viewer needs is in the executable.
 messages=$(tools/message_table.sh "$executable")
 check "the executable carries message 1" 'NeverSleep Agent Service\r\n (8-bit)' \
@@ -120,6 +129,7 @@ check "the executable carries message 2000" '%1\r\n (8-bit)' "$(sed -n 's/^2000:
 
 size=$(stat -c %s "$executable")
 check "the executable is smaller than 1.5 MiB" yes "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"
-echo "HOLVService.exe: $size bytes"
+echo "HOLVService.exe: $size bytes; from net start to running $start_ms ms;" \
+    "idle, with Wine's part in the process, $idle_kib KiB and $idle_threads threads"
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

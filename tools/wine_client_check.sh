@@ -38,9 +38,10 @@ status() {
 # Wine's marshalling finds a type library only where it is registered for no language in particular,
 # and ours is in English. Windows asks for any.
 type_library='HKCR\TypeLib\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}'
+register_for_any_language() { wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null; }
 check "the type library is registered in its own language" "REG_SZ $windows_path" \
     "$(default_value "$type_library\\1.1\\409\\win64")"
-wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null
+register_for_any_language
 
 rm -f "$log"
 check "a client's call starts the service, and reads what is built in" \
@@ -85,7 +86,7 @@ check "and stops" gone "$(stop_service)"
 rm -f "$log"
 check "the switch for a plain server leaves with exit code 0" 0 \
     "$(timeout 60 wine "$windows_path" -RegServer >/dev/null 2>&1; echo $?)"
-wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null
+register_for_any_language
 check "there is no service then" "" "$(service_state)"
 check "a client starts the plain server" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
 check "which ends when its last client lets go" gone "$(until_gone)"

@@ -42,9 +42,14 @@ check "the service is described" "REG_SZ Orbeq(R) Holv Technology" \
 
 rm -f "$log"
 wine reg add "$user_key" /v LoggingLevel /t REG_DWORD /d 6 /f >/dev/null
+asked=$(date +%s%N)
 timeout 60 wine net start HOLVService >/dev/null 2>&1 || true
+start_ms=$((($(date +%s%N) - asked) / 1000000))
 check "the service manager starts the service" RUNNING "$(until_state RUNNING)"
 sleep 1
+idle=/proc/$(pgrep -f 'Orbeq.Holv.HOLVService\.exe' | head -n 1)/status
+idle_kib=$(sed -nE 's/^VmRSS:[[:space:]]+([0-9]+) kB/\1/p' "$idle")
+idle_threads=$(sed -nE 's/^Threads:[[:space:]]+//p' "$idle")
 timeout 60 wine net stop HOLVService >/dev/null 2>&1 || true
 check "the service manager stops the service" STOPPED "$(until_state STOPPED)"
 check "its log tells its life in order" \

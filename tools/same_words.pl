@@ -1,0 +1,52 @@
+#!/usr/bin/env perl
+# Compares two logs of the same life on different machines, thread by thread, but for what differs by
+# nature. Usage: same_words.pl EXPECTED ACTUAL. Prints "ok", or the first difference.
+use strict;
+use warnings;
+
+# What no two lives have in common, and what stands in its place.
+my @own = (
+    [qr/\d\d\.\d\d\.\d{4}, at [\d:]+/ => 'DATE'],
+    [qr/Compile time : .*/            => 'Compile time'],
+    [qr/ProcessID: 0x[0-9a-f]+/       => 'ProcessID'],
+    [qr/\b[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\b/ => 'GUID'],    # the audio context, made anew
+    [qr/\b[0-9A-F]{16}\b/             => 'POINTER'],
+    [qr/currTime is \d+ minutes/      => 'TIME'],
+    [qr/fire in \d+ minutes\t\[timerDue: -\d+\]/ => 'fire in time'],
+);
+# What Wine lacks: powercfg, of whose listing these are the lines.
+my $listing = qr/\A(?:[A-Z]+:|None\.|)\n \[L=6\]/;
+
+# The lines of each thread, in the order of the threads' first lines. Between threads no order is
+# promised.
+sub threads_of {
+    my ($path) = @_;
+    open my $file, '<:raw', $path or die "$path: $!\n";
+    my $bytes = do { local $/; <$file> };
+    my (%lines, @order);
+    for my $line (split /\r\n\r\r/, $bytes) {
+        $line =~ s/\A[\d:]+,\[t:(0x[0-9A-F]+)\] : // or die "$path: not a line of the log: $line\n";
+        my $thread = $1;
+        next if $line =~ $listing;
+        # Wine calls the control handler on a thread of its own, not on the process's first.
+        $thread = 'handler' if $line =~ /\ASERVICE_CONTROL_/;
+        push @order, $thread unless $lines{$thread};
+        $line =~ s/$_->[0]/$_->[1]/g for @own;
+        push @{$lines{$thread}}, $line;
+    }
+    return map { $lines{$_} } @order;
+}
+
+my @expected = threads_of($ARGV[0]);
+my @actual = threads_of($ARGV[1]);
+for my $thread (0 .. ($#expected > $#actual ? $#expected : $#actual)) {
+    my ($here, $there) = ($expected[$thread] // [], $actual[$thread] // []);
+    for my $at (0 .. (@$here > @$there ? $#$here : $#$there)) {
+        my ($one, $other) = ($here->[$at] // 'nothing', $there->[$at] // 'nothing');
+        next if $one eq $other;
+        print 'thread ', $thread + 1, ', line ', $at + 1, ": \"$one\", and then \"$other\"\n";
+        exit 1;
+    }
+}
+die "the logs are empty\n" unless @expected;
+print "ok\n";
