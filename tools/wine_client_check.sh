@@ -5,23 +5,6 @@ client=$(dirname "$executable")/holv_client.exe
 cp examples/switch.vbs "$installed"
 holv_client() { timeout 60 wine "$client" "$@" 2>&1 | tr -d '\r'; }
 script() { timeout 60 wine cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@" 2>&1 | tr -d '\r'; }
-service_runs() { pgrep -f 'Orbeq.Holv.HOLVService\.exe' >/dev/null; }
-# Its process goes a little after the service, and a plain server a second after its last client.
-until_gone() {
-    for _ in $(seq 100); do
-        if ! service_runs; then break; fi
-        sleep 0.1
-    done
-    service_runs && echo "still there" || echo "gone"
-}
-start_service() {
-    timeout 60 wine net start HOLVService >/dev/null 2>&1 || true
-    until_state RUNNING
-}
-stop_service() {
-    timeout 60 wine net stop HOLVService >/dev/null 2>&1 || true
-    until_gone
-}
 # status FEATURES INTERVAL: what the client shows of these.
 status() {
     local names=('never-sleep mode' 'speakers are muted' 'do not disturb' 'app suspend'

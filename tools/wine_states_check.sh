@@ -9,19 +9,13 @@ events=$(perl -ne '
     $events = hex $1 if /(0x[0-9a-f]+)\s+g_hGlobalEvents$/;
     END { printf "%x", $events - $base }' "$map")
 
-# live_through SLOT...: the service from its start through these events, which the last one ends.
+# live_through SLOT...: the service from its start through these events to its stop.
 live_through() {
     rm -f "$diary"
-    wine net start HOLVService >/dev/null 2>&1 || echo "the service does not start"
-    if ! wine "$installed/raise_event.exe" HOLVService.exe "$events" "$@" 2>/dev/null; then
+    start_service >/dev/null
+    wine "$installed/raise_event.exe" HOLVService.exe "$events" "$@" 2>/dev/null ||
         echo "the events could not be signalled"
-        wine net stop HOLVService >/dev/null 2>&1 || true
-    fi
-    # Its process goes a little after the service, and until then no other is started.
-    for _ in $(seq 100); do
-        if ! pgrep -f 'Orbeq.Holv.HOLVService\.exe' >/dev/null; then break; fi
-        sleep 0.1
-    done
+    stop_service >/dev/null
     cat "$diary"
 }
 
@@ -56,7 +50,7 @@ given_back() {
     echo "active at the end: Balanced"
 }
 
-active=1 idle=2 normal=0 dnd=3 stop=5
+active=1 idle=2 normal=0 dnd=3
 check "the plans are taken, switched over HOLV_ACTIVE and HOLV_IDLE, and given back" \
     "$(
         taken
@@ -65,7 +59,7 @@ check "the plans are taken, switched over HOLV_ACTIVE and HOLV_IDLE, and given b
         users_values 60 20
         echo "activate Balanced"
         given_back
-    )" "$(live_through $active $idle $normal $stop)"
+    )" "$(live_through $active $idle $normal)"
 
 wine reg add "$user_key" /v DndToS3 /t REG_DWORD /d 1 /f >/dev/null
 wine reg add "$user_key" /v MaxCpuPowerLimit /t REG_DWORD /d 30 /f >/dev/null
@@ -85,7 +79,7 @@ check "do-not-disturb limits the processor and lets the PC sleep, and undoes bot
         users_values 60 20
         echo "activate Balanced"
         given_back
-    )" "$(live_through $dnd $normal $stop)"
+    )" "$(live_through $dnd $normal)"
 
 oem_plan=8C5E7FDA-E8BF-4A96-9A85-A6E23A8C635C
 wine reg add "$oem_key" /v UseOemPowerScheme /t REG_DWORD /d 1 /f >/dev/null
@@ -97,10 +91,10 @@ check "an OEM plan whose name is no GUID is not activated, and the user's plan i
         each Balanced away-mode 0 0
         each Balanced wake-timers 0 0
         echo "active at the end: Balanced"
-    )" "$(live_through $active $normal $stop)"
+    )" "$(live_through $active $normal)"
 wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "$oem_plan" /f >/dev/null
 check "the OEM's plan is activated instead of Power saver" "activate High performance" \
-    "$(live_through $active $normal $stop | grep -v 'activate Balanced' | grep '^activate')"
+    "$(live_through $active $normal | grep -v 'activate Balanced' | grep '^activate')"
 
 # A helper starts by its own path, quoted: what lies at a prefix of it that ends at a blank does not.
 helper="$installed/HOLVLyncHelper.LycnConsole.exe"
@@ -110,7 +104,7 @@ rm -f "$helper.started" "$planted.started"
 cp "$installed/tell_start.exe" "$helper"
 cp "$installed/tell_start.exe" "$planted"
 wine reg add "$lync_key" /f >/dev/null
-live_through $active $normal $stop >/dev/null
+live_through $active $normal >/dev/null
 check "a helper is started by its quoted path" \
     '"C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe" D:1 T:30' \
     "$(tr -d '\r' <"$helper.started" || true)"
