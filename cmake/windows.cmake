@@ -45,20 +45,37 @@ add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections>
                     $<$<COMPILE_LANGUAGE:CXX>:-fdata-sections>)
 add_link_options(-static -Wl,--gc-sections $<$<CONFIG:Release>:-s>)
 
-add_executable(HOLVService ${HOLV_SERVICE_SOURCES} ${generated}/HOLVService.rc
-               ${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb)
-set_source_files_properties(${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb
-    PROPERTIES HEADER_FILE_ONLY ON)
-target_compile_definitions(HOLVService PRIVATE
-    $<$<COMPILE_LANGUAGE:CXX>:HOLV_BUILD_VERSION="${PROJECT_VERSION}">
-    $<$<COMPILE_LANGUAGE:CXX>:HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}">)
+# All of the service but the one file that knows whose processors it accepts.
+list(REMOVE_ITEM HOLV_SERVICE_SOURCES ${CMAKE_SOURCE_DIR}/service/platform_check.cpp)
+add_library(service_parts OBJECT ${HOLV_SERVICE_SOURCES})
+target_compile_definitions(service_parts PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+
 # A console program: whoever starts it from a command line sees its output, and a service has no
 # console to show.
-target_link_options(HOLVService PRIVATE -municode -mconsole)
-target_link_libraries(HOLVService PRIVATE advapi32 cfgmgr32 ole32 oleaut32 powrprof rpcrt4 setupapi shell32
-                      userenv uuid wtsapi32)
+function(add_service target vendor)
+    add_executable(${target} service/platform_check.cpp ${generated}/HOLVService.rc
+                   ${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb)
+    target_compile_definitions(${target} PRIVATE
+        $<$<COMPILE_LANGUAGE:CXX>:HOLV_CPU_VENDOR="${vendor}">)
+    target_link_options(${target} PRIVATE -municode -mconsole
+                        -Wl,-Map=${CMAKE_BINARY_DIR}/${target}.map)
+    target_link_libraries(${target} PRIVATE service_parts advapi32 cfgmgr32 ole32 oleaut32 powrprof
+                          rpcrt4 setupapi shell32 userenv uuid wtsapi32)
+endfunction()
+set_source_files_properties(${generated}/HOLVService_messages.rc ${generated}/HOLVAgentLib.tlb
+    PROPERTIES HEADER_FILE_ONLY ON)
 
-# A stand-in for Wine's power library. In a folder of its own: it must never travel with the product.
+add_service(HOLVService "${HOLV_CPU_VENDOR}")
+
+# The service once more, for the processor of the machine on which it is checked under Wine. In a
+# folder of its own, with all that must never travel with the product.
+set(HOLV_WINE_CPU_VENDOR "${HOLV_CPU_VENDOR}" CACHE STRING
+    "The processor vendor of the machine that checks the service under Wine")
+add_service(wine_HOLVService "${HOLV_WINE_CPU_VENDOR}")
+set_target_properties(wine_HOLVService PROPERTIES
+    OUTPUT_NAME HOLVService RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+
+# A stand-in for Wine's power library.
 add_library(wine_powrprof SHARED tests/wine/powrprof.cpp platform/virtual/power_plans.cpp)
 target_link_libraries(wine_powrprof PRIVATE uuid)
 set_target_properties(wine_powrprof PROPERTIES
@@ -72,7 +89,6 @@ foreach(program raise_event tell_start)
     set_target_properties(wine_${program} PROPERTIES
         OUTPUT_NAME ${program} RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 endforeach()
-target_link_options(HOLVService PRIVATE -Wl,-Map=${CMAKE_BINARY_DIR}/HOLVService.map)
 
 # The example client.
 add_executable(holv_client examples/holv_client.cpp)
@@ -82,6 +98,8 @@ target_link_libraries(holv_client PRIVATE ole32 oleaut32 uuid)
 # The package: the program, the clients to start from, and what an administrator needs.
 install(TARGETS HOLVService RUNTIME DESTINATION .)
 install(DIRECTORY package/ DESTINATION .)
+install(DIRECTORY examples DESTINATION .)
+install(TARGETS holv_client RUNTIME DESTINATION examples)
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME Holv)
 set(CPACK_PACKAGE_FILE_NAME Holv-${PROJECT_VERSION}-x64)

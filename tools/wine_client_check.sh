@@ -1,7 +1,7 @@
 # Sourced by wine_check.sh: clients of the installed service, in VBScript under Wine's script host and in
 # C++, through Wine's marshalling. The service is left stopped, its settings as if new.
 
-client=$(dirname "$executable")/holv_client.exe
+client=$build/holv_client.exe
 cp examples/switch.vbs "$installed"
 holv_client() { timeout 60 wine "$client" "$@" 2>&1 | tr -d '\r'; }
 script() { timeout 60 wine cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@" 2>&1 | tr -d '\r'; }

@@ -3,7 +3,7 @@
 # activation in its order; its way of starting a helper, by the helper.
 
 diary=$installed/powrprof.log
-map=$(dirname "$executable")/HOLVService.map
+map=$build/wine_HOLVService.map
 events=$(perl -ne '
     $base = hex $1 if /(0x[0-9a-f]+)\s+__image_base__ =/;
     $events = hex $1 if /(0x[0-9a-f]+)\s+g_hGlobalEvents$/;

@@ -1,0 +1,20 @@
+# Sourced by wine_check.sh: the package holds all that an administrator needs, and the product.
+
+package=$(ls "$build"/Holv-*-x64.zip)
+unpacked=$build/unpacked
+rm -rf "$unpacked"
+mkdir -p "$unpacked"
+(cd "$unpacked" && cmake -E tar xf "$package")
+check "the package is complete" \
+    "HOLVService.exe administration.md defaults.reg examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs policies/Holv.admx policies/en-US/Holv.adml " \
+    "$(cd "$unpacked"/Holv-* && find . -type f | sed 's/^..//' | sort | tr '\n' ' ')"
+product=$(echo "$unpacked"/Holv-*/HOLVService.exe)
+check "the packaged program does nothing on another vendor's processor" "1 without a service" \
+    "$(timeout 60 wine "$product" -Service >/dev/null 2>&1; echo "$? with$([ -n "$(service_state)" ] || echo out) a service")"
+size=$(stat -c %s "$product")
+check "the packaged program is smaller than 1.5 MiB" yes \
+    "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"
+wine reg import "$(dirname "$product")/defaults.reg" >/dev/null 2>&1
+check "its file of built-in settings can be imported" "REG_DWORD 0x528" \
+    "$(registry_value "$user_key" DoNotDisturbStart)"
+wine reg delete "$user_key" /f >/dev/null
