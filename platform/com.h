@@ -121,9 +121,8 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD c
                                      LPDWORD registration);
 // CO_E_OBJNOTREG for a number that is none, RPC_E_WRONG_THREAD in another apartment.
 HRESULT WINAPI CoRevokeClassObject(DWORD registration);
-// Lets those of the calling process be found, all at once; and hides them again.
+// Lets those of the calling process be found, all at once.
 HRESULT WINAPI CoResumeClassObjects();
-HRESULT WINAPI CoSuspendClassObjects();
 
 // Count what keeps the calling process alive; both return the new count. When it falls to 0, the
 // process's class objects are suspended, so that no client comes while it ends.

@@ -2,6 +2,8 @@
 # a small house where all of it is.
 set(check_rooms perl ${CMAKE_SOURCE_DIR}/tools/check_rooms.pl)
 add_test(NAME Rooms.NoneIncludesOneAboveIt COMMAND ${check_rooms} ${CMAKE_SOURCE_DIR})
+add_test(NAME Rooms.EachCallToWindowsIsInTheTable
+         COMMAND perl ${CMAKE_SOURCE_DIR}/tools/check_calls.pl)
 
 set(house ${CMAKE_CURRENT_BINARY_DIR}/house)
 file(WRITE ${house}/audio/a.h "#include \"power/p.h\"\n")

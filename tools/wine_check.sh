@@ -15,7 +15,12 @@ unset DISPLAY
 # Whatever the hour, it is late in the morning for the service: no do-not-disturb hours begin or end.
 TZ=LOCAL$(($(date -u +%-H) - 10))
 export TZ
-trap 'wineserver -k || true' EXIT
+end_wine() {
+    wineserver -k || true
+    wineserver -w
+    wait "${KEEPER_PID:-}" 2>/dev/null || true
+}
+trap end_wine EXIT
 
 passed=0
 failed=0
@@ -46,9 +51,27 @@ if [ ! -f "$WINEPREFIX/.made" ]; then
     touch "$WINEPREFIX/.made"
 fi
 
-# Wine ends its services when no other program runs, and starts them with the next one.
+# What the service calls of Windows is traced: the functions that our headers declare, and no others.
+calls=$PWD/build/wine_calls.txt
+traced=+pid,+relay
+declared=$(perl tools/check_calls.pl --list)
+wine reg add 'HKCU\Software\Wine\Debug' /v RelayInclude /d "$declared" /f >/dev/null 2>&1
+wine reg add 'HKCU\Software\Wine\Debug' /v RelayExclude /d none /f >/dev/null 2>&1
+end_wine
+: >"$calls"
+
+# Of a trace on the standard input, the calls that programs make themselves; their images all lie here.
+keep_calls() { grep -a --line-buffered 'Call .* ret=1400.....$' >>"$calls"; }
+
+# Wine ends its services when no other program runs, and starts them with the next one, whose standard
+# error is theirs.
 keep_wine_alive() {
-    coproc KEEPER { wine cmd >/dev/null 2>&1; }
+    local before=$(wc -l <"$calls")
+    coproc KEEPER { WINEDEBUG=$traced wine cmd 2>&1 >/dev/null | keep_calls; }
+    for _ in $(seq 100); do
+        if [ "$(wc -l <"$calls")" -gt "$before" ]; then break; fi
+        sleep 0.1
+    done
 }
 keep_wine_alive
 
@@ -57,6 +80,13 @@ windows_path='C:\Program Files\Orbeq\Holv\HOLVService.exe'
 installed="$WINEPREFIX/drive_c/Program Files/Orbeq/Holv"
 mkdir -p "$installed"
 cp "$build"/wine/*.{dll,exe} "$installed"
+
+# run_switch SWITCH: the exit code of the program's work with it.
+run_switch() {
+    local code=0
+    WINEDEBUG=$traced timeout 60 wine "$windows_path" "$1" >/dev/null 2> >(keep_calls) || code=$?
+    echo "$code"
+}
 
 # From nothing, whatever an earlier run left.
 log=$WINEPREFIX/drive_c/ProgramData/Orbeq/Holv/HOLVLog.txt
@@ -74,14 +104,12 @@ wine reg delete "$source_key" /f >/dev/null 2>&1 || true
 # was not started as: error 1063, of which the shell sees the low byte. Another is told.
 run_service() {
     local code=0
-    timeout 60 wine "$windows_path" -Debug || code=$?
+    WINEDEBUG=$traced timeout 60 wine "$windows_path" -Debug 2> >(keep_calls) || code=$?
     [ "$code" -eq $((1063 % 256)) ] || echo "exit code $code"
 }
 
 echo "Running $(basename "$executable") -Debug under $(wine --version)"
-# Wine has no powercfg, and its command interpreter says so.
-check "it leaves as no service, and its standard output stays empty" "" \
-    "$(run_service 2>&1 | grep -v "'powercfg -requests'")"
+check "it leaves as no service, and its standard output stays empty" "" "$(run_service)"
 
 check "the event source names its message file" "REG_EXPAND_SZ $windows_path" \
     "$(registry_value "$source_key" EventMessageFile)"
@@ -96,12 +124,12 @@ check "the User key is made" 0 "$(wine reg query "$user_key" >/dev/null 2>&1; ec
 # The log, line by line: each ends with CR LF CR CR and begins with the time and the thread.
 run_log_check() { perl tools/check_log.pl "$log" "$windows_path" "$1" 2>&1 || true; }
 check "the log is as it should be, byte by byte" "ok" "$(run_log_check 1)"
-run_service 2>/dev/null
+run_service
 check "a second run adds a header and its lines" "ok" "$(run_log_check 2)"
 
 # An OEM that wants the standard output only: each line says who speaks, and the file gets none.
 wine reg add "$oem_key" /v LoggingEnabled /t REG_DWORD /d 8 /f >/dev/null
-run_service >build/wine_output.txt 2>/dev/null
+run_service >build/wine_output.txt
 check "the standard output gets the lines that the OEM wants there" \
     "CNeverSleepState::Run   Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6" \
     "$(grep 'Unknown event' build/wine_output.txt || true)"
@@ -112,7 +140,7 @@ source tools/wine_states_check.sh
 source tools/wine_client_check.sh
 source tools/wine_words_check.sh
 check "the switch for removal leaves with exit code 0" 0 \
-    "$(timeout 60 wine "$windows_path" -unregserver >/dev/null 2>&1; echo $?)"
+    "$(run_switch -unregserver)"
 check "the service is gone" "" "$(service_state)"
 for key in "$app_id_key" "$class_key"; do
     check "$key is gone" 1 "$(wine reg query "$key" >/dev/null 2>&1; echo $?)"
@@ -129,6 +157,7 @@ check "the executable carries message 1" 'NeverSleep Agent Service\r\n (8-bit)' 
     "$(sed -n 's/^1: //p' <<<"$messages")"
 check "the executable carries message 2000" '%1\r\n (8-bit)' "$(sed -n 's/^2000: //p' <<<"$messages")"
 
+check "the calls are called as docs/windows.md has it" "" "$(perl tools/check_calls.pl "$calls")"
 source tools/wine_package_check.sh
 echo "HOLVService.exe: $size bytes; from net start to running $start_ms ms;" \
     "idle, with Wine's part in the process, $idle_kib KiB and $idle_threads threads"

@@ -60,7 +60,7 @@ check "what was switched outlives the service, but for app suspend" \
 # ended too, as when a PC loses its power. The service starts with the system.
 wine taskkill /f /im HOLVService.exe >/dev/null 2>&1
 check "its process can be killed" gone "$(until_gone)"
-wineserver -k
+end_wine
 keep_wine_alive
 check "it starts again with the system" RUNNING "$(until_state RUNNING)"
 check "with what had been switched" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
@@ -68,11 +68,22 @@ check "and stops" gone "$(stop_service)"
 
 rm -f "$log"
 check "the switch for a plain server leaves with exit code 0" 0 \
-    "$(timeout 60 wine "$windows_path" -RegServer >/dev/null 2>&1; echo $?)"
+    "$(run_switch -RegServer)"
 register_for_any_language
 check "there is no service then" "" "$(service_state)"
-check "a client starts the plain server" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
+check "a client starts the plain server" "$(status "$switched" '21:30 to 05:45')" \
+    "$(WINEDEBUG=$traced timeout 60 wine "$client" 2> >(keep_calls) | tr -d '\r')"
 check "which ends when its last client lets go" gone "$(until_gone)"
 check "and had no state machine" 0 "$(grep -ac 'global events' "$log" || true)"
 wine reg delete "$type_library\\1.1\\0" /f >/dev/null
+
+# Registered for the user alone, beside what is registered for the machine. (Wine says yes to a user's own
+# type library, and keeps nothing.)
+user_class="${class_key/HKCR/HKCU\\Software\\Classes}"
+check "the switch for the user's own registration leaves with exit code 0" 0 "$(run_switch -RegServerPerUser)"
+check "the class is the user's too" "REG_SZ $windows_path" "$(default_value "$user_class\\LocalServer32")"
+check "the switch for its removal leaves with exit code 0" 0 "$(run_switch /unregserverperuser)"
+check "the class is the user's no more" "" "$(default_value "$user_class\\LocalServer32")"
+check "and still the machine's" "REG_SZ $windows_path" \
+    "$(wine reg query "HKLM\\Software\\Classes\\${class_key#HKCR?}\\LocalServer32" /ve | tr -d '\r' | sed -nE 's/^ +\(.*\) +(REG_[A-Z_]+) +(.*)$/\1 \2/p')"
 wine reg delete "$user_key" /f >/dev/null

@@ -39,7 +39,7 @@ class_key='HKCR\CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}'
 services_key='HKLM\SYSTEM\CurrentControlSet\Services\HOLVService'
 
 check "the switch for installation leaves with exit code 0" 0 \
-    "$(timeout 60 wine "$windows_path" /service >/dev/null 2>&1; echo $?)"
+    "$(run_switch /service)"
 check "the AppID is that of a service" "REG_SZ HOLVService" \
     "$(registry_value "$app_id_key" LocalService)"
 check "the executable has the AppID" "REG_SZ $app_id" \

@@ -104,11 +104,12 @@ rm -f "$helper.started" "$planted.started"
 cp "$installed/tell_start.exe" "$helper"
 cp "$installed/tell_start.exe" "$planted"
 wine reg add "$lync_key" /f >/dev/null
-live_through $active $normal >/dev/null
+live_through $active $dnd $normal >/dev/null
 check "a helper is started by its quoted path" \
     '"C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe" D:1 T:30' \
     "$(tr -d '\r' <"$helper.started" || true)"
 check "a program planted at C:\Program.exe is not started" no \
     "$([ -e "$planted.started" ] && echo yes || echo no)"
+check "do-not-disturb ends the helper" "" "$(pgrep -f 'HOLVLyncHelper\.LycnConsole\.exe' || true)"
 rm -f "$helper" "$planted"
 for key in "$lync_key" "$oem_key" "$user_key"; do wine reg delete "$key" /f >/dev/null; done

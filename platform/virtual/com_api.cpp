@@ -19,7 +19,6 @@ Function clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
 Function co_register_class_object{"CoRegisterClassObject", Failing::hresult};
 Function co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::gives_back};
 Function co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
-Function co_suspend_class_objects{"CoSuspendClassObjects", Failing::hresult};
 Function co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
 Function co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::gives_back};
 Function co_initialize_security{"CoInitializeSecurity", Failing::hresult};
@@ -226,14 +225,6 @@ HRESULT WINAPI CoResumeClassObjects()
     Call call(co_resume_class_objects);
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     call.machine.com.SetSuspended(&call.process(), false);
-    return S_OK;
-}
-
-HRESULT WINAPI CoSuspendClassObjects()
-{
-    Call call(co_suspend_class_objects);
-    if (call.Fails()) return static_cast<HRESULT>(call.error());
-    call.machine.com.SetSuspended(&call.process(), true);
     return S_OK;
 }
 

@@ -1,4 +1,5 @@
-// A helper program for the Wine check: tells how it was started in a file beside itself, and ends.
+// A helper program for the Wine check: tells how it was started in a file beside itself, and waits to
+// be ended, a minute at most.
 
 #include <windows.h>
 
@@ -13,5 +14,6 @@ int wmain()
     if (!told) return 1;
     std::fprintf(told, "%ls\n", GetCommandLineW());
     std::fclose(told);
+    Sleep(60'000);
     return 0;
 }
