@@ -66,18 +66,25 @@ for (sort keys %claimed) {
 }
 
 # Calls from our program's image, of the processes that open the service's settings. They lie where
-# every program's does.
+# every program's does, and a process may have the number of one that is gone.
 sub called_in {
     my ($path) = @_;
-    my (%calls, %ours);
+    my (%calls, %ours, %called);
+    my $end = sub {
+        my ($process) = @_;
+        %called = (%called, %{$calls{$process} // {}}) if $ours{$process};
+        delete @$_{$process} for \%calls, \%ours;
+    };
     open my $trace, '<', $path or die "$path: $!\n";
     while (<$trace>) {
+        $end->($1) if /^(\w+):.*"ntdll\.dll",reason=PROCESS_ATTACH/;
         next unless /^(\w+):\w+:Call \w+\.(\w+)\((.*) ret=1400\w{5}$/;
         my ($process, $function, $arguments) = ($1, $2, $3);
         $calls{$process}{$inner{$function} // $function} = 1;
         $ours{$process} = 1 if $arguments =~ /Software\\\\Orbeq\\\\Holv\\\\/;
     }
-    return %untraced, map { %{$calls{$_}} } keys %ours;
+    $end->($_) for keys %calls;
+    return (%untraced, %called);
 }
 
 if (@ARGV) {

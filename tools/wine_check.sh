@@ -36,6 +36,12 @@ check() {
     fi
 }
 
+# wine_does PROGRAM...: quietly, and once more where it fails: now and then one of Wine's programs does
+# not come to run.
+wine_does() {
+    timeout 60 wine "$@" >/dev/null 2>&1 || { echo "again: $*" >&2; timeout 60 wine "$@" >/dev/null 2>&1; } || true
+}
+
 # The data of a registry value as `reg query` shows it, "TYPE DATA"; empty when it is not there.
 registry_value() {
     wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' |
@@ -60,8 +66,11 @@ wine reg add 'HKCU\Software\Wine\Debug' /v RelayExclude /d none /f >/dev/null 2>
 end_wine
 : >"$calls"
 
-# Of a trace on the standard input, the calls that programs make themselves; their images all lie here.
-keep_calls() { grep -a --line-buffered 'Call .* ret=1400.....$' >>"$calls"; }
+# Of a trace on the standard input, the calls that programs make themselves, whose images all lie here,
+# and where each program begins.
+keep_calls() {
+    grep -aE --line-buffered 'Call .* ret=1400.....$|"ntdll.dll",reason=PROCESS_ATTACH' >>"$calls"
+}
 
 # Wine ends its services when no other program runs, and starts them with the next one, whose standard
 # error is theirs.

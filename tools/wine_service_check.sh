@@ -25,11 +25,11 @@ until_gone() {
     service_runs && echo "still there" || echo "gone"
 }
 start_service() {
-    timeout 60 wine net start HOLVService >/dev/null 2>&1 || true
+    wine_does net start HOLVService
     until_state RUNNING
 }
 stop_service() {
-    timeout 60 wine net stop HOLVService >/dev/null 2>&1 || true
+    wine_does net stop HOLVService
     until_gone
 }
 
