@@ -11,6 +11,9 @@
 
 namespace virtual_pc {
 
+// The registry's name for the way by which calls of a dispatch interface cross.
+inline constexpr const wchar_t* kByDispatch = L"{00020420-0000-0000-C000-000000000046}";
+
 // An interface of an object that is known outside its apartment.
 struct ExportedInterface
 {

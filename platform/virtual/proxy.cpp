@@ -27,9 +27,6 @@ Function clone{"IEnum::Clone", Failing::hresult};
 Function create_instance{"IClassFactory::CreateInstance", Failing::hresult};
 Function lock_server{"LockServer", Failing::hresult};
 
-// The interfaces of the registry's two ways of crossing.
-constexpr const wchar_t* kByDispatch = L"{00020420-0000-0000-C000-000000000046}";
-
 // What a call leaves its apartment with and comes back with. It is shared by both sides, as the
 // caller may end while the call is still at work.
 struct Parcel

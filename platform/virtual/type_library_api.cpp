@@ -5,6 +5,7 @@
 
 #include "platform/automation.h"
 #include "platform/virtual/counted.h"
+#include "platform/virtual/marshal.h"
 #include "platform/virtual/type_info.h"
 
 using namespace virtual_pc;
@@ -22,8 +23,7 @@ Function get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
 Function get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
 Function type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
 
-// How calls of an interface cross from one apartment to another.
-constexpr const wchar_t* kByDispatch = L"{00020420-0000-0000-C000-000000000046}";
+// The way by which calls of the library's other interfaces cross.
 constexpr const wchar_t* kByTypeLibrary = L"{00020424-0000-0000-C000-000000000046}";
 
 class LibraryObject;

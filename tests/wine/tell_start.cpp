@@ -1,5 +1,5 @@
-// A helper program for the Wine check: tells how it was started in a file beside itself, and waits to
-// be ended, a minute at most.
+// A helper program for the Wine check: tells how it was started in a file beside itself, and waits
+// to be ended, a minute at most.
 
 #include <windows.h>
 
