@@ -36,16 +36,17 @@ check() {
     fi
 }
 
-# wine_does PROGRAM...: quietly, and once more where it fails: now and then one of Wine's programs does
-# not come to run.
+# wine_does PROGRAM...: what it prints; once more where it fails, as on a busy machine one of Wine's
+# programs now and then does not reach another.
 wine_does() {
-    timeout 60 wine "$@" >/dev/null 2>&1 || { echo "again: $*" >&2; timeout 60 wine "$@" >/dev/null 2>&1; } || true
+    timeout 60 wine "$@" 2>/dev/null | tr -d '\r' && return
+    echo "Once more: $*" >&2
+    timeout 60 wine "$@" 2>&1 | tr -d '\r' || true
 }
 
 # The data of a registry value as `reg query` shows it, "TYPE DATA"; empty when it is not there.
 registry_value() {
-    wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' |
-        sed -nE "s/^ +$2 +(REG_[A-Z_]+) +(.*)$/\1 \2/p"
+    wine_does reg query "$1" /v "$2" 2>/dev/null | sed -nE "s/^ +$2 +(REG_[A-Z_]+) +(.*)$/\1 \2/p"
 }
 
 # A prefix whose making was cut off is of no use, so one counts from its mark on.

@@ -3,8 +3,8 @@
 
 client=$build/holv_client.exe
 cp examples/switch.vbs "$installed"
-holv_client() { timeout 60 wine "$client" "$@" 2>&1 | tr -d '\r'; }
-script() { timeout 60 wine cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@" 2>&1 | tr -d '\r'; }
+holv_client() { wine_does "$client" "$@"; }
+script() { wine_does cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@"; }
 # status FEATURES INTERVAL: what the client shows of these.
 status() {
     local names=('never-sleep mode' 'speakers are muted' 'do not disturb' 'app suspend'

@@ -25,11 +25,11 @@ until_gone() {
     service_runs && echo "still there" || echo "gone"
 }
 start_service() {
-    wine_does net start HOLVService
+    wine_does net start HOLVService >/dev/null
     until_state RUNNING
 }
 stop_service() {
-    wine_does net stop HOLVService
+    wine_does net stop HOLVService >/dev/null
     until_gone
 }
 
