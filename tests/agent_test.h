@@ -211,21 +211,6 @@ protected:
         }));
     }
 
-    // What was said since the last time, without who said it.
-    std::wstring Said()
-    {
-        std::wstring said;
-        const virtual_pc::Hold still(pc);
-        for (; m_read < pc.outputs.debug().size(); ++m_read) {
-            const std::wstring& line = pc.outputs.debug()[m_read].text;
-            said += line.substr(line.find(L"   ") + 3);
-        }
-        return said;
-    }
-
     TestModule module;
     std::map<std::wstring, std::shared_ptr<AgentClient>> clients;
-
-private:
-    std::size_t m_read = 0;
 };

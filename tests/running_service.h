@@ -85,36 +85,17 @@ protected:
         pc.RunUntil([&] { return done; });
     }
 
-    // How often the debugger was told `text` since the last Forget.
-    int TimesTold(const std::wstring& text) const
-    {
-        int times = 0;
-        const virtual_pc::Hold still(pc);
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
-            times += pc.outputs.debug()[i].text.find(text) != std::wstring::npos;
-        }
-        return times;
-    }
-    // The lines since then of functions whose names begin so, without who speaks.
+    // The lines since the last Forget of functions whose names begin so, without who speaks.
     std::vector<std::string> Told(const std::string& functions) const
     {
         std::vector<std::string> lines;
         const virtual_pc::Hold still(pc);
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
+        for (std::size_t i = forgotten(); i < pc.outputs.debug().size(); ++i) {
             const std::string line = virtual_pc::ToUtf8(pc.outputs.debug()[i].text);
             if (!line.starts_with("HOLV - " + functions)) continue;
             lines.push_back(line.substr(line.find("   ") + 3));
         }
         return lines;
     }
-    void Forget()
-    {
-        const virtual_pc::Hold still(pc);
-        m_forgotten = pc.outputs.debug().size();
-    }
-
     virtual_pc::Process* m_service = nullptr;
-
-private:
-    std::size_t m_forgotten = 0;
 };

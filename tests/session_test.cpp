@@ -55,21 +55,6 @@ protected:
 
     // The last of them, which there must be.
     const Process& Program() const { return *Programs().at(Programs().size() - 1); }
-
-    // What was said since the last time, without who said it.
-    std::wstring Said()
-    {
-        std::wstring said;
-        const virtual_pc::Hold still(pc);
-        for (; m_read < pc.outputs.debug().size(); ++m_read) {
-            const std::wstring& line = pc.outputs.debug()[m_read].text;
-            said += line.substr(line.find(L"   ") + 3);
-        }
-        return said;
-    }
-
-private:
-    std::size_t m_read = 0;
 };
 
 TEST_F(SessionTest, AProgramStartsHiddenOnTheUsersDesktopWithHisRightsAndEnvironment)

@@ -199,27 +199,10 @@ protected:
         return Said();
     }
 
-    // How often the debugger, which outlives processes, was told `text` since the last Forget.
-    int TimesTold(const std::wstring& text) const
-    {
-        int times = 0;
-        const virtual_pc::Hold still(pc);
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
-            times += pc.outputs.debug()[i].text.find(text) != std::wstring::npos;
-        }
-        return times;
-    }
-    void Forget()
-    {
-        const virtual_pc::Hold still(pc);
-        m_forgotten = pc.outputs.debug().size();
-    }
-
     Process* m_service = nullptr;
 
 private:
     std::size_t m_read = 0;
-    std::size_t m_forgotten = 0;
 };
 
 // --- Start and end ---

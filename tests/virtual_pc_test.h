@@ -43,6 +43,36 @@ protected:
     // The log file's bytes; empty when there is none.
     std::string LogBytes() const { return pc.disk.Read(kLogPath).value_or(""); }
 
+    // What was said since the last time, without who said it.
+    std::wstring Said()
+    {
+        std::wstring said;
+        const virtual_pc::Hold still(pc);
+        for (; m_read < pc.outputs.debug().size(); ++m_read) {
+            const std::wstring& line = pc.outputs.debug()[m_read].text;
+            said += line.substr(line.find(L"   ") + 3);
+        }
+        return said;
+    }
+
+    // How often the debugger, which outlives processes, was told `text` since the last Forget.
+    int TimesTold(const std::wstring& text) const
+    {
+        int times = 0;
+        const virtual_pc::Hold still(pc);
+        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
+            times += pc.outputs.debug()[i].text.find(text) != std::wstring::npos;
+        }
+        return times;
+    }
+    void Forget()
+    {
+        const virtual_pc::Hold still(pc);
+        m_forgotten = pc.outputs.debug().size();
+    }
+    // How many lines it had been told then.
+    std::size_t forgotten() const { return m_forgotten; }
+
     void TearDown() override
     {
         for (const auto& process : pc.processes()) {
@@ -68,4 +98,8 @@ protected:
     // For the few tests whose story it is.
     bool crash_is_expected = false;
     bool left_open_is_expected = false;
+
+private:
+    std::size_t m_read = 0;
+    std::size_t m_forgotten = 0;
 };

@@ -25,7 +25,7 @@ live_under_wine() {
     local command
     while read -ra command; do
         case "${command[*]}" in
-            '' | '#'* | 'clock '* | 'os '* | 'user '* | 'fault '*) ;;
+            '' | '#'* | 'clock '* | 'os '* | 'user '* | 'fault '* | 'expect '* | 'client quit') ;;
             'reg set '*) wine reg add "${command[2]}" /v "${command[3]}" /t REG_DWORD /d "${command[5]}" /f ;;
             'service install') wine "$windows_path" -Service && register_for_any_language ;;
             'service start') start_service ;;
