@@ -1,5 +1,7 @@
 // The kernel room: threads, time, objects, locks, messages, processes and faults of the virtual PC.
 
+#include <array>
+#include <memory>
 #include <set>
 #include <thread>
 
@@ -314,11 +316,12 @@ TEST(MachineTest, ACircleOfLocksIsReportedEvenWhileTheClockCouldMove)
 {
     Machine pc({.free = kRunFree});
     pc.Start([] {
-        CriticalSection locks[2];
+        const auto locks = std::make_shared<std::array<CriticalSection, 2>>();
         const auto take = [&](int first) {
-            const ScopedLock one(locks[first]);
+            const auto kept = locks;  // the two threads end with their machine, in any order
+            const ScopedLock one((*kept)[first]);
             Sleep(10);
-            const ScopedLock two(locks[1 - first]);
+            const ScopedLock two((*kept)[1 - first]);
         };
         auto other = [&] { take(1); };
         const OwnedHandle thread = StartThread(other);
