@@ -4,6 +4,7 @@
 #include <memory>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "platform/kernel.h"
 #include "platform/lock.h"
@@ -316,9 +317,12 @@ TEST(MachineTest, ACircleOfLocksIsReportedEvenWhileTheClockCouldMove)
 {
     Machine pc({.free = kRunFree});
     pc.Start([] {
-        const auto locks = std::make_shared<std::array<CriticalSection, 2>>();
+        // The two threads end with their machine, in any order, and the last frees the locks.
+        using Locks = std::array<CriticalSection, 2>;
+        std::shared_ptr<Locks> locks[2];
+        locks[0] = locks[1] = std::make_shared<Locks>();
         const auto take = [&](int first) {
-            const auto kept = locks;  // the two threads end with their machine, in any order
+            const auto kept = std::move(locks[first]);
             const ScopedLock one((*kept)[first]);
             Sleep(10);
             const ScopedLock two((*kept)[1 - first]);
