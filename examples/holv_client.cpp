@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -47,34 +48,17 @@ VARIANT Number(long value)
     return number;
 }
 
-// Places for what a call gives back through an argument.
-VARIANT PlaceFor(long* value)
+// A place of a type for what a call gives back through an argument.
+VARIANT Place(VARTYPE type, void* value)
 {
     VARIANT place{};
-    place.vt = VT_BYREF | VT_I4;
-    place.plVal = value;
-    return place;
-}
-
-VARIANT PlaceFor(UINT* value)
-{
-    VARIANT place{};
-    place.vt = VT_BYREF | VT_UI4;
-    place.pulVal = reinterpret_cast<ULONG*>(value);
-    return place;
-}
-
-VARIANT PlaceFor(BSTR* value)
-{
-    VARIANT place{};
-    place.vt = VT_BYREF | VT_BSTR;
-    place.pbstrVal = value;
+    place.vt = static_cast<VARTYPE>(VT_BYREF | type);
+    place.byref = value;
     return place;
 }
 
 // Calls a member by its name. Arguments stand in reverse order, as dispatch wants them.
-template <size_t N>
-HRESULT Call(IDispatch* agent, const wchar_t* name, WORD kind, VARIANT (&reversed)[N],
+HRESULT Call(IDispatch* agent, const wchar_t* name, WORD kind, std::vector<VARIANT> reversed,
              VARIANT* result = nullptr)
 {
     LPOLESTR text = const_cast<LPOLESTR>(name);
@@ -82,12 +66,10 @@ HRESULT Call(IDispatch* agent, const wchar_t* name, WORD kind, VARIANT (&reverse
     HRESULT status = agent->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &member);
     if (FAILED(status)) return status;
     DISPID put = DISPID_PROPERTYPUT;
-    DISPPARAMS arguments{reversed, nullptr, static_cast<UINT>(N), 0};
+    DISPPARAMS arguments{reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
     if (kind == DISPATCH_PROPERTYPUT) {
         arguments.rgdispidNamedArgs = &put;
         arguments.cNamedArgs = 1;
-    } else if (kind == DISPATCH_PROPERTYGET) {
-        arguments.cArgs = 0;
     }
     return agent->Invoke(member, IID_NULL, LOCALE_USER_DEFAULT, kind, &arguments, result, nullptr,
                          nullptr);
@@ -105,7 +87,7 @@ public:
         *object = known ? static_cast<IDispatch*>(this) : nullptr;
         return known ? S_OK : E_NOINTERFACE;
     }
-    // It lives as long as main does.
+    // It lives as long as the program, whoever refers to it.
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
 
@@ -135,15 +117,15 @@ private:
 
 HRESULT GetFeature(IDispatch* agent, long feature, long* value)
 {
-    VARIANT arguments[] = {PlaceFor(value), Number(feature)};
-    return Call(agent, L"GetNeverSleepParam", DISPATCH_METHOD, arguments);
+    return Call(agent, L"GetNeverSleepParam", DISPATCH_METHOD,
+                {Place(VT_I4, value), Number(feature)});
 }
 
 HRESULT ShowStatus(IDispatch* agent)
 {
     BSTR version = nullptr;
-    VARIANT text[] = {PlaceFor(&version)};
-    HRESULT status = Call(agent, L"GetNeverSleepApiVersion", DISPATCH_METHOD, text);
+    HRESULT status =
+        Call(agent, L"GetNeverSleepApiVersion", DISPATCH_METHOD, {Place(VT_BSTR, &version)});
     if (FAILED(status)) return status;
     std::wprintf(L"version %ls\n", version);
     SysFreeString(version);
@@ -154,8 +136,8 @@ HRESULT ShowStatus(IDispatch* agent)
         std::wprintf(L"%ld %ls: %ld\n", feature, kFeatures[feature], value);
     }
     UINT start = 0, end = 0;
-    VARIANT interval[] = {PlaceFor(&end), PlaceFor(&start)};
-    status = Call(agent, L"GetDoNotDisturbTimeInterval", DISPATCH_METHOD, interval);
+    status = Call(agent, L"GetDoNotDisturbTimeInterval", DISPATCH_METHOD,
+                  {Place(VT_UI4, &end), Place(VT_UI4, &start)});
     if (FAILED(status)) return status;
     std::wprintf(L"do not disturb from %02u:%02u to %02u:%02u\n", start / 60, start % 60, end / 60,
                  end % 60);
@@ -164,9 +146,8 @@ HRESULT ShowStatus(IDispatch* agent)
 
 HRESULT ShowEventCode(IDispatch* agent)
 {
-    VARIANT none[1] = {};
     VARIANT code{};
-    const HRESULT status = Call(agent, L"NeverSleepEventCode", DISPATCH_PROPERTYGET, none, &code);
+    const HRESULT status = Call(agent, L"NeverSleepEventCode", DISPATCH_PROPERTYGET, {}, &code);
     if (SUCCEEDED(status)) std::wprintf(L"event code %ld\n", code.lVal);
     return status;
 }
@@ -184,12 +165,11 @@ HRESULT RaiseEvent(IDispatch* agent, long code, bool refuse)
     container->Release();
     if (FAILED(status)) return status;
 
-    Sink sink(refuse);
+    static Sink sink(refuse);
     DWORD cookie = 0;
     status = point->Advise(&sink, &cookie);
     if (SUCCEEDED(status)) {
-        VARIANT value[] = {Number(code)};
-        status = Call(agent, L"NeverSleepEventCode", DISPATCH_PROPERTYPUT, value);
+        status = Call(agent, L"NeverSleepEventCode", DISPATCH_PROPERTYPUT, {Number(code)});
         if (SUCCEEDED(status)) status = ShowEventCode(agent);
         point->Unadvise(cookie);
     }
@@ -209,10 +189,9 @@ HRESULT Run(IDispatch* agent, int argc, wchar_t** argv)
         return status;
     }
     if ((command == L"set" || command == L"interval") && argc == 4) {
-        VARIANT arguments[] = {Number(number(3)), Number(number(2))};
         return Call(agent,
                     command == L"set" ? L"SetNeverSleepParam" : L"SetDoNotDisturbTimeInterval",
-                    DISPATCH_METHOD, arguments);
+                    DISPATCH_METHOD, {Number(number(3)), Number(number(2))});
     }
     if (command == L"event" && argc >= 3) {
         return RaiseEvent(agent, number(2), argc > 3 && argv[3] == std::wstring(L"refuse"));

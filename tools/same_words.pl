@@ -24,9 +24,13 @@ sub threads_of {
     open my $file, '<:raw', $path or die "$path: $!\n";
     my $bytes = do { local $/; <$file> };
     my (%lines, @order);
+    my $rules = 0;
     for my $line (split /\r\n\r\r/, $bytes) {
         $line =~ s/\A[\d:]+,\[t:(0x[0-9A-F]+)\] : // or die "$path: not a line of the log: $line\n";
         my $thread = $1;
+        # A process begins with a header between two rules, and may have a thread's number anew.
+        $rules++ if $line =~ /\A={53} /;
+        $thread .= ' of process ' . int(($rules + 1) / 2);
         next if $line =~ $listing;
         # Wine calls the control handler on a thread of its own, not on the process's first.
         $thread = 'handler' if $line =~ /\ASERVICE_CONTROL_/;

@@ -39,9 +39,12 @@ check() {
 # wine_does PROGRAM...: what it prints; once more where it fails, as on a busy machine one of Wine's
 # programs now and then does not reach another.
 wine_does() {
-    timeout 60 wine "$@" 2>/dev/null | tr -d '\r' && return
-    echo "Once more: $*" >&2
-    timeout 60 wine "$@" 2>&1 | tr -d '\r' || true
+    local output
+    if ! output=$(timeout 60 wine "$@" 2>/dev/null | tr -d '\r'); then
+        echo "Once more: $*" >&2
+        output=$(timeout 60 wine "$@" 2>&1 | tr -d '\r') || true
+    fi
+    echo "$output"
 }
 
 # The data of a registry value as `reg query` shows it, "TYPE DATA"; empty when it is not there.

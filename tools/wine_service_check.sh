@@ -5,7 +5,7 @@ service_state() {
     wine sc query HOLVService 2>/dev/null | tr -d '\r' | sed -nE 's/^ +STATE +: [0-9] +([A-Z_]+).*$/\1/p'
 }
 default_value() {
-    wine reg query "$1" /ve 2>/dev/null | tr -d '\r' | sed -nE 's/^ +\(.*\) +(REG_[A-Z_]+) +(.*)$/\1 \2/p'
+    wine_does reg query "$1" /ve 2>/dev/null | sed -nE 's/^ +\(.*\) +(REG_[A-Z_]+) +(.*)$/\1 \2/p'
 }
 # until_state STATE: what it is when it is that, or after ten seconds.
 until_state() {

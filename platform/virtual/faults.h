@@ -56,8 +56,9 @@ private:
     const char* m_name;
     Failing m_failing;
     Role m_role;
-    // The machine's, and reset with each new machine. Both are read and changed with it held.
-    std::atomic<std::uint64_t> m_calls = 0;  // counted with the machine held; any thread reads it
+    // The machine's, reset with each new machine and changed with it held; any thread reads the
+    // count.
+    std::atomic<std::uint64_t> m_calls = 0;
     bool m_faulty = false;
 };
 
