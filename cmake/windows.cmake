@@ -76,7 +76,7 @@ set_target_properties(wine_HOLVService PROPERTIES
     OUTPUT_NAME HOLVService RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
 # A stand-in for Wine's power library.
-add_library(wine_powrprof SHARED tests/wine/powrprof.cpp platform/virtual/power_plans.cpp)
+add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power_plans.cpp)
 target_link_libraries(wine_powrprof PRIVATE uuid)
 set_target_properties(wine_powrprof PROPERTIES
     PREFIX "" OUTPUT_NAME powrprof RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
@@ -84,7 +84,7 @@ set_target_properties(wine_powrprof PROPERTIES
 # Programs for the Wine check: one signals the running service's events, which it finds by the
 # linker's map; one stands for a helper and tells how it was started.
 foreach(program raise_event tell_start)
-    add_executable(wine_${program} tests/wine/${program}.cpp)
+    add_executable(wine_${program} tools/wine/${program}.cpp)
     target_link_options(wine_${program} PRIVATE -municode -mconsole)
     set_target_properties(wine_${program} PROPERTIES
         OUTPUT_NAME ${program} RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

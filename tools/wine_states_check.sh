@@ -1,5 +1,5 @@
 # Sourced by wine_check.sh: the real executable goes through its states. Its way with power plans is
-# judged by the stand-in for the power library (tests/wine/powrprof.cpp), which tells each write and
+# judged by the stand-in for the power library (tools/wine/powrprof.cpp), which tells each write and
 # activation in its order; its way of starting a helper, by the helper.
 
 diary=$installed/powrprof.log

@@ -19,7 +19,7 @@ std::mutex g_lock;
 PowerPlans g_plans;
 const PowerPlans g_at_start;
 
-// Whatever folder the program was started in.
+// In the executable's folder, which need not be the current one.
 std::wstring BesideTheExecutable(const wchar_t* name)
 {
     wchar_t path[MAX_PATH];
@@ -76,29 +76,20 @@ void TellWhatIsChanged()
 
 extern "C" {
 
-__declspec(dllexport) DWORD WINAPI
-    PowerReadACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, LPDWORD value)
-{
-    return Read(PowerSource::ac, scheme, setting, value);
-}
-
-__declspec(dllexport) DWORD WINAPI
-    PowerReadDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, LPDWORD value)
-{
-    return Read(PowerSource::dc, scheme, setting, value);
-}
-
-__declspec(dllexport) DWORD WINAPI
-    PowerWriteACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, DWORD value)
-{
-    return Write(PowerSource::ac, scheme, setting, value);
-}
-
-__declspec(dllexport) DWORD WINAPI
-    PowerWriteDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting, DWORD value)
-{
-    return Write(PowerSource::dc, scheme, setting, value);
-}
+// The exports that read and write the values of one power source; `AC` is its place in their names.
+#define EXPORT_VALUES_OF(AC, source)                                               \
+    __declspec(dllexport) DWORD WINAPI PowerRead##AC##ValueIndex(                  \
+        HKEY, const GUID* scheme, const GUID*, const GUID* setting, LPDWORD value) \
+    {                                                                              \
+        return Read(source, scheme, setting, value);                               \
+    }                                                                              \
+    __declspec(dllexport) DWORD WINAPI PowerWrite##AC##ValueIndex(                 \
+        HKEY, const GUID* scheme, const GUID*, const GUID* setting, DWORD value)   \
+    {                                                                              \
+        return Write(source, scheme, setting, value);                              \
+    }
+EXPORT_VALUES_OF(AC, PowerSource::ac)
+EXPORT_VALUES_OF(DC, PowerSource::dc)
 
 __declspec(dllexport) DWORD WINAPI PowerGetActiveScheme(HKEY, GUID** scheme)
 {
@@ -129,7 +120,7 @@ __declspec(dllexport) LONG WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL
 {
     constexpr LONG kStatusInvalidParameter = static_cast<LONG>(0xC000000Du);
     if (level == SystemPowerInformation && outputSize >= sizeof(SYSTEM_POWER_INFORMATION)) {
-        // Somebody is always at the PC.
+        // The user counts as always present: the whole idle time remains.
         const std::lock_guard lock(g_lock);
         auto& information = *static_cast<SYSTEM_POWER_INFORMATION*>(output);
         information = {};
