@@ -1,6 +1,6 @@
 #!/usr/bin/env perl
 # Holds the table of calls in docs/windows.md against the source: each function of Windows that the
-# service calls has its row, and no other has one. Usage: tools/check_calls.pl [TRACE]
+# service calls has its row, and no other has one. Usage: tools/check_calls.pl [--root DIR] [TRACE]
 # With the trace of a Wine check, what the service calls there must be claimed, and what is claimed must
 # have been called. `--list` prints the functions, and the names that Wine has for some, instead.
 use strict;
@@ -8,6 +8,7 @@ use warnings;
 use File::Basename;
 
 my $root = dirname(__FILE__) . '/..';
+(undef, $root) = splice @ARGV, 0, 2 if @ARGV > 1 and $ARGV[0] eq '--root';
 
 # What kernel32 hands on is called by its name in there.
 my %inner = map { ("Rtl$_" => $_) } qw(EnterCriticalSection LeaveCriticalSection
@@ -27,7 +28,7 @@ sub slurp {
 
 # What the headers declare and the service's rooms, or the owners of what Windows hands out, name.
 my $rooms = join '', map { slurp($_) }
-    glob("$root/{service,settings,state,power,audio,api,log,process}/*.{h,cpp}"), "$root/platform/owned.h",
+    glob("$root/{service,settings,state,restore,reconciler,power,audio,api,log,process}/*.{h,cpp}"), "$root/platform/owned.h",
     "$root/platform/lock.h";
 my %declared;
 for my $header (glob "$root/platform/*.h") {
