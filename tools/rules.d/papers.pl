@@ -67,7 +67,7 @@ sub scripts {
         my $says = $comment =~ tr/\n//s && $comment =~ /\w+\W+\w+\W+\w+/;
         push @found, [$file, 1, 'begins without a comment; say there what it does and how it is called'] unless $says;
         push @found, [$file, 1, 'does not say how it is called; add "Usage: ..." to its first comment']
-            if $says and $comment !~ /\bUsage\b|`\.\/\Q$file\E/;
+            if $says and $comment !~ m{\bUsage\b|(?<!\w)\./\Q$file\E\b};
     }
     return @found;
 }

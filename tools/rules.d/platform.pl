@@ -31,7 +31,10 @@ sub declared {
     my ($tree, $header) = @_;
     my $code = $tree->code($header);
     my @declared;
-    while ($code =~ /^[^\S\n]*(?!(?:using|typedef|return|virtual|template|inline|constexpr)\b)(?=[\w:])[\w:*&<>\s]*?\b(?:(?:WINAPI|WINAPIV|STDAPICALLTYPE)\s+(\w+)|((?!WINAPI)_\w+))\s*\([^;{}()]*\)\s*(?:noexcept)?\s*;/gm) {
+    # At a line's beginning: a result, WINAPI or the like and a name, or a name that begins with _.
+    my $no_result = qr/(?:using|typedef|return|virtual|template|inline|constexpr)\b/;
+    my $name = qr/(?:WINAPI|WINAPIV|STDAPICALLTYPE)\s+(\w+)|(_\w+)/;
+    while ($code =~ /^[^\S\n]*(?!$no_result)(?=[\w:])[\w:*&<>\s]*?\b(?:$name)\s*\([^;{}()]*\)\s*;/gm) {
         push @declared, [$1 // $2, Tree::line_of($code, $+[1] // $+[2])];
     }
     return @declared;

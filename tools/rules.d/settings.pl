@@ -4,11 +4,8 @@ use strict;
 use warnings;
 
 # Settings that the service loads and an administrator has no use for, and why.
-my %kept_from_administrators = (
-    EnableSoftwareUpdate => 'loaded for clients that ask for it; the service acts on it nowhere',
-    LyncInstalled => 'written by the installer of the Lync helper',
-    LastUpdateVersion => 'loaded for clients that ask for it; the service acts on it nowhere',
-);
+my %kept_from_administrators = map { $_ => 'is loaded, and nothing in the service reads it' }
+    qw(EnableSoftwareUpdate LyncInstalled LastUpdateVersion);
 
 my $page = 'package/administration.md';
 my $policies = 'package/policies/Holv.admx';
