@@ -33,7 +33,8 @@ sub decisions {
                 if grep { not $words{$_} } split /::/, $name;
         }
         for my $name ($rest =~ /`([\w.]+\/[\w.\/]+)`/g) {
-            push @found, [$paper, $line, "`$name` is not there; name the file where it is now"] unless $tree->has($name);
+            push @found, [$paper, $line, "`$name` is not there; name the file where it is now"]
+                unless $tree->has($name);
         }
     }
     return @found;
@@ -79,8 +80,8 @@ sub scripts {
         check => sub { (decisions($_[0]), places($_[0])) },
         planted => {
             'docs/decisions.md' => "| place | choice | why |\n|---|---|---|\n"
-                . "| `log/log.cpp` `Log` | A `Log` in `log/gone.h`. | `Gone`. |\n| `log/log.cpp` `Gone` | | |\n| `log/gone.cpp` | | |\n"
-                . "| `machine` | | |\n| `gone` | | |\n| `log/` | | |\n",
+                . "| `log/log.cpp` `Log` | A `Log` in `log/gone.h`. | `Gone`. |\n"
+                . "| `log/log.cpp` `Gone` | | |\n| `log/gone.cpp` | | |\n| `machine` | | |\n| `gone` | | |\n| `log/` | | |\n",
             'docs/why.md' => "`log/log.cpp`, `log/log`, `log/gone`, `build/gone`\n",
         },
         found => [

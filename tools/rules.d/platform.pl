@@ -78,7 +78,8 @@ sub functions {
             my $say = sub { push @found, [$header, $line, "$name $_[0]", "$header:$name"] };
             $say->('has no definition in platform/virtual that makes a Call of its own name, so no fault can '
                 . "strike it; add Function x{\"$name\"} and Call call(x)") unless $through->{$name} or $no_call{$name};
-            $say->('makes a Call; remove its exception in tools/rules.d/platform.pl') if $through->{$name} and $no_call{$name};
+            $say->('makes a Call; remove its exception in tools/rules.d/platform.pl')
+                if $through->{$name} and $no_call{$name};
             my $others = $for_others{$name};
             my $called = $others ? grep { $_ =~ $others->[0] and $words_of{$_}{$name} } keys %words_of
                                  : exists $callers{$name};
@@ -94,7 +95,8 @@ sub calls {
     my ($tree) = @_;
     my $table = 'docs/windows.md';
     return unless $tree->has($table);
-    open my $check, '-|', $^X, "$FindBin::Bin/check_calls.pl", '--root', $tree->{root} or die "check_calls.pl: $!\n";
+    open my $check, '-|', $^X, "$FindBin::Bin/check_calls.pl", '--root', $tree->{root}
+        or die "check_calls.pl: $!\n";
     my @found = map { chomp; [$table, 1, s/^\Q$table\E: //r . '; mend the table of calls'] } <$check>;
     close $check or $? >> 8 == 1 or die "tools/check_calls.pl failed\n";
     return @found;
@@ -106,10 +108,12 @@ sub calls {
         says => 'each function of platform/ makes a Call in platform/virtual and is called by the service',
         check => \&functions,
         planted => {
-            'platform/event.h' => "// BOOL WINAPI Old();\nBOOL WINAPI Calls(HANDLE event);\nBOOL WINAPI Forgets(\n    HANDLE event);\n"
-                . "int _unused(void* file);\nusing Routine = BOOL(WINAPI*)(HANDLE event);\n",
-            'platform/virtual/events/event_api.cpp' => "Function calls{\"Calls\"};\nFunction forgets{\"Forgets\"};\nFunction unused{\"_unused\"};\n"
-                . "BOOL WINAPI Calls(HANDLE)\n{\n    Call call(calls);\n}\nBOOL WINAPI Forgets(HANDLE)\n{\n    return 1;\n}\n"
+            'platform/event.h' => "// BOOL WINAPI Old();\nBOOL WINAPI Calls(HANDLE event);\n"
+                . "BOOL WINAPI Forgets(\n    HANDLE event);\nint _unused(void* file);\nusing Routine = BOOL(WINAPI*)(HANDLE event);\n",
+            'platform/virtual/events/event_api.cpp' => "Function calls{\"Calls\"};\n"
+                . "Function forgets{\"Forgets\"};\nFunction unused{\"_unused\"};\n"
+                . "BOOL WINAPI Calls(HANDLE)\n{\n    Call call(calls);\n}\n"
+                . "BOOL WINAPI Forgets(HANDLE)\n{\n    return 1;\n}\n"
                 . "int _unused(void*) { return Close(unused); }\n",
             'state/s.cpp' => "BOOL a = Calls(0) && Forgets(0);\n",
             'docs/windows.md' => "| `SetEvent`, `CloseHandle`, `Calls`, `Forgets` | Wine | |\n",

@@ -32,8 +32,8 @@ sub tables {
         my $name = $1 // $constants{$2} // $2;
         my ($global, $default) = ($3, number($4));
         my ($least, $most) = @{$bounds{$global // ''} // []};
-        $settings{$name} = {text => !defined $global, bool => scalar(($global // '') =~ /^g_b/), default => $default,
-                            least => $least, most => $most};
+        $settings{$name} = {text => !defined $global, bool => scalar(($global // '') =~ /^g_b/),
+                            default => $default, least => $least, most => $most};
     }
     return \%settings;
 }
@@ -76,23 +76,40 @@ sub check_page {
 sub explanation {
     my ($setting, $meaning) = @_;
     my $range = range_of($setting) =~ / to / ? ' From ' . range_of($setting) . '.' : '';
-    my $built_in = $setting->{text} ? 'none' : $setting->{bool} ? ($setting->{default} ? 'on' : 'off') : $setting->{default};
+    my $built_in = $setting->{text} ? 'none' : !$setting->{bool} ? $setting->{default}
+                 : $setting->{default} ? 'on' : 'off';
     return "$meaning$range Built-in: $built_in. Counts from the next start of the service.";
 }
 
 sub check_policy {
     my ($name, $body, $setting, $say) = @_;
+    my ($on, $off) = map { qr{<$_->[0]><decimal value="$_->[1]"/></$_->[0]>} }
+        ['enabledValue', 1], ['disabledValue', 0];
     if ($setting->{bool}) {
         $say->("$name is a switch; its enabled value is 1 and its disabled value 0")
-            unless $body =~ m{valueName="$name".*<enabledValue><decimal value="1"/></enabledValue>\s*<disabledValue><decimal value="0"/></disabledValue>}s;
+            unless $body =~ /valueName="$name".*$on\s*$off/s;
     } elsif ($setting->{text}) {
         $say->("$name is a text; it needs a text element") unless $body =~ /<text id="$name" valueName="$name"/;
     } else {
-        my ($least, $most) = $body =~ /<decimal id="$name" valueName="$name" required="true" minValue="(\d+)" maxValue="(\d+)"/
+        my ($least, $most) = $body =~ /<decimal\ id="$name"\ valueName="$name"\ required="true"
+                                        \ minValue="(\d+)"\ maxValue="(\d+)"/x
             or return $say->("$name is a number; it needs a decimal element with its bounds");
         $say->("the policy lets $name be $least to $most, the service $setting->{least} to $setting->{most}")
             if defined $setting->{least} and ($least != $setting->{least} or $most != $setting->{most});
     }
+}
+
+sub check_texts {
+    my ($name, $body, $setting, $help, $strings, $presentation, $say) = @_;
+    $say->("the policy $name has no name; add string $name") unless $strings->{$name};
+    my $text = $strings->{"${name}_Help"} // 'nothing';
+    $say->("the policy $name is explained by \"$text\"; the page and the tables have \"$help\"")
+        if $text ne $help;
+    my $refers = $body =~ /\$\(presentation\.$name\)/;
+    $say->("the policy $name lacks its presentation; add it") if $refers and not defined $presentation;
+    $say->("the policy $name refers to no presentation; remove it") if not $refers and defined $presentation;
+    $say->("the presentation of $name offers $1, built in is $setting->{default}")
+        if ($presentation // '') =~ /defaultValue="(\d+)"/ and $1 != $setting->{default};
 }
 
 sub check_policies {
@@ -104,19 +121,14 @@ sub check_policies {
     while ($admx =~ m{<policy name="(\w+)"(.*?)</policy>}gs) {
         my ($name, $body, $line) = ($1, $2, Tree::line_of($admx, $-[0]));
         $found{$name} = 1;
-        my $setting = $settings->{$name} or $report->($policies, $line, "the service loads no $name; remove the policy");
-        next unless $setting;
+        my $setting = $settings->{$name};
+        if (not $setting) {
+            $report->($policies, $line, "the service loads no $name; remove the policy");
+            next;
+        }
         check_policy($name, $body, $setting, sub { $report->($policies, $line, $_[0]) });
-        $report->($texts, 1, "the policy $name has no name; add string $name") unless $strings{$name};
-        my $help = explanation($setting, $meanings->{$name} // '');
-        my $text = $strings{"${name}_Help"} // 'nothing';
-        $report->($texts, 1, "the policy $name is explained by \"$text\"; the page and the tables have \"$help\"") if $text ne $help;
-        my $presentation = $presentations{$name};
-        my $refers = $body =~ /\$\(presentation\.$name\)/;
-        $report->($texts, 1, "the policy $name " . ($refers ? 'lacks its presentation' : 'refers to no presentation; remove it'))
-            if $refers xor defined $presentation;
-        $report->($texts, 1, "the presentation of $name offers $1, built in is $setting->{default}")
-            if defined $presentation and $presentation =~ /defaultValue="(\d+)"/ and $1 != $setting->{default};
+        check_texts($name, $body, $setting, explanation($setting, $meanings->{$name} // ''), \%strings,
+                    $presentations{$name}, sub { $report->($texts, 1, $_[0]) });
     }
     for my $name (sort keys %$settings) {
         $report->($policies, 1, "$name has no policy; add one, or say in tools/rules.d/settings.pl why it has none")
@@ -132,9 +144,12 @@ sub check_defaults {
         my ($name, $value) = /^"(\w+)"=(.*)/ or next;
         $found{$name} = 1;
         my $setting = $settings->{$name};
-        my $built_in = !$setting ? '' : $setting->{text} ? "\"$setting->{default}\"" : sprintf 'dword:%08x', $setting->{default};
-        $report->($defaults, $line, $setting ? "$name is built in as $built_in, not $value"
-                                             : "the service loads no $name; remove the line") if $value ne $built_in;
+        if (not $setting) {
+            $report->($defaults, $line, "the service loads no $name; remove the line");
+            next;
+        }
+        my $built_in = $setting->{text} ? "\"$setting->{default}\"" : sprintf 'dword:%08x', $setting->{default};
+        $report->($defaults, $line, "$name is built in as $built_in, not $value") if $value ne $built_in;
     }
     for my $name (sort keys %$settings) {
         $report->($defaults, 1, "$name is missing; add its built-in value") unless $found{$name};
@@ -146,9 +161,10 @@ sub settings {
     my @found;
     my $report = sub { push @found, [@_] };
     my $settings = tables($tree);
-    return ['settings/settings_store.cpp', 1, 'has no table of settings that tools/rules.d/settings.pl can read'] unless %$settings;
-    for my $name (sort grep { $settings->{$_} } keys %kept_from_administrators) {
-        $report->($page, 1, "$name is kept from administrators (tools/rules.d/settings.pl), but has a row; remove one")
+    return ['settings/settings_store.cpp', 1, 'no table of settings is found; teach tools/rules.d/settings.pl its form']
+        unless %$settings;
+    for my $name (sort keys %kept_from_administrators) {
+        $report->($page, 1, "$name has a row; remove its exception in tools/rules.d/settings.pl")
             if $tree->text($page) =~ /^\| `$name` \|/m;
     }
     my $meanings = check_page($tree, $settings, $report);

@@ -9,7 +9,7 @@ my @riddles = (
     [qr/(?:no|some|any)body(?:'s)?(?:\s+else)?/i   => 'name the subject: no caller, another thread, any process'],
     [qr/what\s+is\s+so/i                           => 'say "the current value" or "the observed value"'],
     [qr/g(?:ives?|ave|iven|iving)\s+(?:(?:it|them|what|all|everything|something)\s+)?back/i =>
-                                                     'use the verb of the platform: releases, closes, frees, returns'],
+        'use the verb of the platform: releases, closes, frees, returns'],
     [qr/let(?:s|ting)?\s+(?:\w+\s+)?go\b(?:\s+of)?/i => 'use the verb of the platform: releases, unlocks'],
     [qr/(?:\w+'s|its|their)\s+doing/i              => 'name who does it: "a change by the user", "caused by the caller"'],
     [qr/h(?:ears?|eard|earing)\s+of/i              => 'say "is notified of" or "receives"'],
@@ -27,15 +27,17 @@ sub words {
         while ($comments =~ /\b($any_riddle)\b/g) {
             my ($words, $place) = ($1, $-[0]);
             my ($instead) = map { $_->[1] } grep { $words =~ /^$_->[0]$/ } @riddles;
-            push @found, [$file, Tree::line_of($comments, $place), '"' . $words =~ s/\s+/ /gr . "\": $instead"];
+            $words =~ s/\s+/ /g;
+            push @found, [$file, Tree::line_of($comments, $place), "\"$words\": $instead"];
         }
     }
     return @found;
 }
 
 # Names of a document that the system is built from. Everything is said in the tree's own words.
-my $source = qr/\bspecificatio[n]s?\b|\bspec\.m[d]\b|\bthe\s+spe[c]\b|\b(?:Part|Chapter|Section|Requirement)\s+[0-9]+(?:\.[0-9]+)+
-    |§\s*[0-9]|\b(?:the|this|our)\s+(?:design|task|house_survey)\s+(?:paper|brie[f]|page)\b|\bshared\/[a-z_]+\.m[d]\b/xi;
+my $source = qr/\bspecificatio[n]s?\b|\bspec\.m[d]\b|\bthe\s+spe[c]\b|\bshared\/[a-z_]+\.m[d]\b
+    |\b(?:Part|Chapter|Requirement)\s+[0-9]+(?:\.[0-9]+)+|\bsections?\s+[0-9]|§\s*[0-9]
+    |\b(?:the|this|our)\s+(?:design|task)\s+(?:paper|brie[f]|page)\b/xi;
 # Places of one machine that are no other's.
 my $here = qr{(?:(?<![\w.\$\}~/*-])|(?<=-[IL]))/(?:wor[k]|roo[t]|hom[e])/};
 
@@ -47,7 +49,8 @@ sub lines_with {
         next if index($text, "\0") >= 0;
         while ($text =~ /$pattern/g) {
             my ($words, $place) = ($&, $-[0]);
-            push @found, [$file, Tree::line_of($text, $place), '"' . $words =~ s/\s+/ /gr . "\" $what"];
+            $words =~ s/\s+/ /g;
+            push @found, [$file, Tree::line_of($text, $place), "\"$words\" $what"];
         }
     }
     return @found;
@@ -76,12 +79,14 @@ sub lines_with {
         says => 'nothing names a document that the system is built from',
         check => sub { lines_with($_[0], $source, "names a document outside the tree; say the reason itself") },
         planted => {
-            'docs/why.md' => "SPDX, inspect, specific, Part 2 of two.\nAs the Specificatio" . "n has it in Part 3" . ".1.\n",
+            'docs/why.md' => "SPDX, inspect, specific, Part 2 of two.\nAs the Specificatio"
+                . "n has it in Part 3" . ".1 and sectio" . "n 7.\n",
             'log/l.cpp' => "// See spec." . "md.\n",
         },
         found => [
             'docs/why.md:2: "Specificatio' . 'n" names a document outside the tree; say the reason itself',
             'docs/why.md:2: "Part 3' . '.1" names a document outside the tree; say the reason itself',
+            'docs/why.md:2: "sectio' . 'n 7" names a document outside the tree; say the reason itself',
             'log/l.cpp:1: "spec.' . 'md" names a document outside the tree; say the reason itself',
         ],
     },
