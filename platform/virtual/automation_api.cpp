@@ -13,10 +13,10 @@ using namespace virtual_pc;
 
 namespace {
 
-Function sys_alloc_string{"SysAllocString"};
-Function sys_free_string{"SysFreeString", Failing::never, Role::gives_back};
-Function variant_clear{"VariantClear", Failing::never, Role::gives_back};
-Function variant_change_type{"VariantChangeType", Failing::hresult};
+Function fn_sys_alloc_string{"SysAllocString"};
+Function fn_sys_free_string{"SysFreeString", Failing::never, Role::gives_back};
+Function fn_variant_clear{"VariantClear", Failing::never, Role::gives_back};
+Function fn_variant_change_type{"VariantChangeType", Failing::hresult};
 
 // A string's length in bytes stands right before its text; the text itself is aligned.
 constexpr std::size_t kPrefix = 8;
@@ -29,7 +29,7 @@ extern "C" {
 
 BSTR WINAPI SysAllocString(const OLECHAR* text)
 {
-    Call call(sys_alloc_string);
+    Call call(fn_sys_alloc_string);
     if (call.Fails() || !text) return nullptr;
     const std::size_t length = std::wstring_view(text).size() * sizeof(wchar_t);
     auto* memory = static_cast<std::byte*>(
@@ -42,7 +42,7 @@ BSTR WINAPI SysAllocString(const OLECHAR* text)
 
 void WINAPI SysFreeString(BSTR text)
 {
-    Call call(sys_free_string);
+    Call call(fn_sys_free_string);
     if (text) Free(call, reinterpret_cast<std::byte*>(text) - kPrefix);
 }
 
@@ -60,7 +60,7 @@ HRESULT WINAPI VariantClear(VARIANTARG* value)
         return DISP_E_BADVARTYPE;
     }
     {
-        const Call call(variant_clear);
+        const Call call(fn_variant_clear);
         *value = {};
     }
     // What it refers to is somebody else's.
@@ -73,7 +73,7 @@ HRESULT WINAPI VariantChangeType(VARIANTARG* destination, const VARIANTARG* sour
                                  VARTYPE type)
 {
     {
-        Call call(variant_change_type);
+        Call call(fn_variant_change_type);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
     }
     VARIANT converted{};

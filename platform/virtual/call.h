@@ -15,10 +15,10 @@ namespace virtual_pc {
 // - holds the machine until the Call goes,
 // - counts the call and looks whether it is to fail.
 //
-//     static Function set_event{"SetEvent"};           // at namespace scope
+//     Function fn_set_event{"SetEvent"};              // at namespace scope
 //     BOOL SetEvent(HANDLE handle)
 //     {
-//         Call call(set_event);
+//         Call call(fn_set_event);
 //         if (call.Fails()) return FALSE;               // last error is set
 //         Event* event = call.Find<Event>(handle);      // null: ERROR_INVALID_HANDLE is set
 //         if (!event) return FALSE;

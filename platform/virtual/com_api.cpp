@@ -11,20 +11,20 @@ using namespace virtual_pc;
 
 namespace {
 
-Function co_initialize_ex{"CoInitializeEx", Failing::hresult};
-Function co_initialize{"CoInitialize", Failing::hresult};
-Function co_uninitialize{"CoUninitialize", Failing::never, Role::gives_back};
-Function co_create_instance{"CoCreateInstance", Failing::hresult};
-Function clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
-Function co_register_class_object{"CoRegisterClassObject", Failing::hresult};
-Function co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::gives_back};
-Function co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
-Function co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
-Function co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::gives_back};
-Function co_initialize_security{"CoInitializeSecurity", Failing::hresult};
-Function co_create_guid{"CoCreateGuid", Failing::hresult};
-Function co_task_mem_alloc{"CoTaskMemAlloc"};
-Function co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
+Function fn_co_initialize_ex{"CoInitializeEx", Failing::hresult};
+Function fn_co_initialize{"CoInitialize", Failing::hresult};
+Function fn_co_uninitialize{"CoUninitialize", Failing::never, Role::gives_back};
+Function fn_co_create_instance{"CoCreateInstance", Failing::hresult};
+Function fn_clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
+Function fn_co_register_class_object{"CoRegisterClassObject", Failing::hresult};
+Function fn_co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::gives_back};
+Function fn_co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
+Function fn_co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
+Function fn_co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::gives_back};
+Function fn_co_initialize_security{"CoInitializeSecurity", Failing::hresult};
+Function fn_co_create_guid{"CoCreateGuid", Failing::hresult};
+Function fn_co_task_mem_alloc{"CoTaskMemAlloc"};
+Function fn_co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
 
 // How long the system waits for a server's class object.
 constexpr Duration kServerStart = 120s;
@@ -113,7 +113,7 @@ HRESULT CreateElsewhere(REFCLSID class_id, REFIID id, void** object)
 {
     ExportedInterface class_object;
     {
-        Call call(co_create_instance);
+        Call call(fn_co_create_instance);
         const HRESULT found = FindServer(call, class_id, class_object);
         if (FAILED(found)) return found;
     }
@@ -129,15 +129,15 @@ HRESULT CreateElsewhere(REFCLSID class_id, REFIID id, void** object)
 
 extern "C" {
 
-HRESULT WINAPI CoInitializeEx(LPVOID, DWORD how) { return Enter(co_initialize_ex, how); }
+HRESULT WINAPI CoInitializeEx(LPVOID, DWORD how) { return Enter(fn_co_initialize_ex, how); }
 
-HRESULT WINAPI CoInitialize(LPVOID) { return Enter(co_initialize, COINIT_APARTMENTTHREADED); }
+HRESULT WINAPI CoInitialize(LPVOID) { return Enter(fn_co_initialize, COINIT_APARTMENTTHREADED); }
 
 void WINAPI CoUninitialize()
 {
     std::shared_ptr<Apartment> closing;
     {
-        Call call(co_uninitialize);
+        Call call(fn_co_uninitialize);
         Stay& stay = call.thread.stay;
         if (stay.entered == 0) {
             call.machine.NoteMisuse("CoUninitialize on a thread that is in no apartment");
@@ -160,7 +160,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
     Com::Factory factory;
     *object = nullptr;
     {
-        Call call(co_create_instance);
+        Call call(fn_co_create_instance);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
         if (context & CLSCTX_INPROC_SERVER) factory = call.machine.com.FindInProcessClass(classId);
@@ -172,7 +172,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
 
 HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId)
 {
-    Call call(clsid_from_prog_id);
+    Call call(fn_clsid_from_prog_id);
     *classId = GUID_NULL;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     const auto text =
@@ -190,7 +190,7 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD, 
                                      LPDWORD registration)
 {
     {
-        Call call(co_register_class_object);
+        Call call(fn_co_register_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         if (!object || !registration) return E_INVALIDARG;
         if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
@@ -209,7 +209,7 @@ HRESULT WINAPI CoRevokeClassObject(DWORD registration)
 {
     ExportedInterface given_back;
     {
-        Call call(co_revoke_class_object);
+        Call call(fn_co_revoke_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         const Com::Offered* offered = call.machine.com.FindOffer(registration);
         if (!offered || offered->process != call.thread.process) return CO_E_OBJNOTREG;
@@ -222,7 +222,7 @@ HRESULT WINAPI CoRevokeClassObject(DWORD registration)
 
 HRESULT WINAPI CoResumeClassObjects()
 {
-    Call call(co_resume_class_objects);
+    Call call(fn_co_resume_class_objects);
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     call.machine.com.SetSuspended(&call.process(), false);
     return S_OK;
@@ -230,13 +230,13 @@ HRESULT WINAPI CoResumeClassObjects()
 
 ULONG WINAPI CoAddRefServerProcess()
 {
-    Call call(co_add_ref_server_process);
+    Call call(fn_co_add_ref_server_process);
     return call.machine.com.ChangeServerReferences(&call.process(), 1);
 }
 
 ULONG WINAPI CoReleaseServerProcess()
 {
-    Call call(co_release_server_process);
+    Call call(fn_co_release_server_process);
     const ULONG left = call.machine.com.ChangeServerReferences(&call.process(), -1);
     if (left == 0) call.machine.com.SetSuspended(&call.process(), true);
     return left;
@@ -246,13 +246,13 @@ ULONG WINAPI CoReleaseServerProcess()
 HRESULT WINAPI CoInitializeSecurity(LPVOID, LONG, LPVOID, LPVOID, DWORD, DWORD, LPVOID, DWORD,
                                     LPVOID)
 {
-    Call call(co_initialize_security);
+    Call call(fn_co_initialize_security);
     return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
 }
 
 HRESULT WINAPI CoCreateGuid(GUID* guid)
 {
-    Call call(co_create_guid);
+    Call call(fn_co_create_guid);
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     *guid = call.machine.com.NewGuid();
     return S_OK;
@@ -260,14 +260,14 @@ HRESULT WINAPI CoCreateGuid(GUID* guid)
 
 LPVOID WINAPI CoTaskMemAlloc(SIZE_T size)
 {
-    Call call(co_task_mem_alloc);
+    Call call(fn_co_task_mem_alloc);
     if (call.Fails()) return nullptr;
     return Allocate(call, size, "task memory");
 }
 
 void WINAPI CoTaskMemFree(LPVOID memory)
 {
-    Call call(co_task_mem_free);
+    Call call(fn_co_task_mem_free);
     Free(call, memory);
 }
 }

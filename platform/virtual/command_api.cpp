@@ -14,8 +14,8 @@ using namespace virtual_pc;
 
 namespace {
 
-Function wpopen{"_wpopen"};
-Function pclose_{"_pclose", Failing::never, Role::gives_back};
+Function fn_wpopen{"_wpopen"};
+Function fn_pclose{"_pclose", Failing::never, Role::gives_back};
 
 class Output final : public Object
 {
@@ -67,7 +67,7 @@ extern "C" {
 
 std::FILE* _wpopen(const wchar_t* command, const wchar_t*)
 {
-    Call call(wpopen);
+    Call call(fn_wpopen);
     if (call.Fails()) return nullptr;
     const auto output = std::make_shared<Output>(command, Run(call.machine, command));
     call.machine.memory_handles[output->file()] = call.Open(output);
@@ -76,7 +76,7 @@ std::FILE* _wpopen(const wchar_t* command, const wchar_t*)
 
 int _pclose(std::FILE* output)
 {
-    Call call(pclose_);
+    Call call(fn_pclose);
     const auto found = call.machine.memory_handles.find(output);
     if (found == call.machine.memory_handles.end()) {
         call.machine.NoteMisuse("the output of a command is closed that is not open");

@@ -3,21 +3,21 @@
 namespace virtual_pc {
 namespace {
 
-Function add_ref{"IUnknown::AddRef", Failing::never, Role::gives_back};
-Function release{"IUnknown::Release", Failing::never, Role::gives_back};
+Function fn_add_ref{"IUnknown::AddRef", Failing::never, Role::gives_back};
+Function fn_release{"IUnknown::Release", Failing::never, Role::gives_back};
 
 }  // namespace
 
 ULONG Counted::Add()
 {
-    const Call call(add_ref);
+    const Call call(fn_add_ref);
     Look(call);
     return ++m_count;
 }
 
 ULONG Counted::Give()
 {
-    const Call call(release);
+    const Call call(fn_release);
     if (!Look(call)) return 0;
     if (--m_count == 0) {
         call.machine.com.Bury(call.machine.handles.FindShared(m_handle));

@@ -9,8 +9,8 @@ using namespace virtual_pc;
 
 namespace {
 
-Function output_debug_string_w{"OutputDebugStringW"};
-Function output_debug_string_a{"OutputDebugStringA"};
+Function fn_output_debug_string_w{"OutputDebugStringW"};
+Function fn_output_debug_string_a{"OutputDebugStringA"};
 
 }  // namespace
 
@@ -18,14 +18,14 @@ extern "C" {
 
 void WINAPI OutputDebugStringW(LPCWSTR text)
 {
-    Call call(output_debug_string_w);
+    Call call(fn_output_debug_string_w);
     if (call.Fails() || !text) return;
     call.machine.outputs.Debug(call.thread.id, text);
 }
 
 void WINAPI OutputDebugStringA(LPCSTR text)
 {
-    Call call(output_debug_string_a);
+    Call call(fn_output_debug_string_a);
     if (call.Fails() || !text) return;
     std::wstring wide;
     for (const char* byte = text; *byte; ++byte) wide += static_cast<unsigned char>(*byte);

@@ -20,14 +20,14 @@ constexpr CONFIGRET kInvalidFlag = 0x04;
 constexpr CONFIGRET kInvalidDevice = 0x05;
 constexpr CONFIGRET kBufferSmall = 0x1A;
 
-Function get_class_devs{"SetupDiGetClassDevsW"};
-Function destroy_device_info_list{"SetupDiDestroyDeviceInfoList", Failing::last_error,
-                                  Role::gives_back};
-Function enum_device_info{"SetupDiEnumDeviceInfo"};
-Function enum_device_interfaces{"SetupDiEnumDeviceInterfaces"};
-Function get_device_interface_detail{"SetupDiGetDeviceInterfaceDetailW"};
-Function get_device_id{"CM_Get_Device_IDW", Failing::status};
-Function device_io_control{"DeviceIoControl"};
+Function fn_get_class_devs{"SetupDiGetClassDevsW"};
+Function fn_destroy_device_info_list{"SetupDiDestroyDeviceInfoList", Failing::last_error,
+                                     Role::gives_back};
+Function fn_enum_device_info{"SetupDiEnumDeviceInfo"};
+Function fn_enum_device_interfaces{"SetupDiEnumDeviceInterfaces"};
+Function fn_get_device_interface_detail{"SetupDiGetDeviceInterfaceDetailW"};
+Function fn_get_device_id{"CM_Get_Device_IDW", Failing::status};
+Function fn_device_io_control{"DeviceIoControl"};
 
 bool Same(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
 
@@ -79,7 +79,7 @@ extern "C" {
 HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerator, HWND,
                                      DWORD flags)
 {
-    Call call(get_class_devs);
+    Call call(fn_get_class_devs);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     // A class is one of interfaces here; the PC's devices have no other.
     const DWORD kind = flags & ~DIGCF_PRESENT;
@@ -94,7 +94,7 @@ HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerat
 
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set)
 {
-    Call call(destroy_device_info_list);
+    Call call(fn_destroy_device_info_list);
     if (call.Fails()) return FALSE;
     if (!call.Find<DeviceInfoSet>(set)) return FALSE;
     call.machine.handles.Close(set);
@@ -103,7 +103,7 @@ BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set)
 
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA device)
 {
-    Call call(enum_device_info);
+    Call call(fn_enum_device_info);
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
@@ -118,7 +118,7 @@ BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device
                                         const GUID* interfaceClass, DWORD index,
                                         PSP_DEVICE_INTERFACE_DATA deviceInterface)
 {
-    Call call(enum_device_interfaces);
+    Call call(fn_enum_device_interfaces);
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
@@ -142,7 +142,7 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO handle,
                                              PSP_DEVICE_INTERFACE_DETAIL_DATA_W detail, DWORD size,
                                              DWORD* required, PSP_DEVINFO_DATA device)
 {
-    Call call(get_device_interface_detail);
+    Call call(fn_get_device_interface_detail);
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
@@ -163,7 +163,7 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO handle,
 
 CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST device, PWSTR id, ULONG idCount, ULONG flags)
 {
-    Call call(get_device_id);
+    Call call(fn_get_device_id);
     if (call.Fails()) return call.error();
     if (!id) return kInvalidPointer;
     if (flags != 0) return kInvalidFlag;
@@ -178,7 +178,7 @@ CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST device, PWSTR id, ULONG idCount, ULON
 BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD inputSize, LPVOID, DWORD,
                             LPDWORD returned, OVERLAPPED* overlapped)
 {
-    Call call(device_io_control);
+    Call call(fn_device_io_control);
     if (!returned) {
         // The system writes the count whatever comes, and the program ends there.
         call.machine.NoteMisuse("DeviceIoControl without a place for the count of bytes returned");

@@ -238,14 +238,14 @@ PWSTR HandOut(Call& call, std::wstring_view text)
     return static_cast<PWSTR>(memory);
 }
 
-Function create_file{"CreateFileW"};
-Function write_file{"WriteFile"};
-Function set_file_pointer{"SetFilePointer"};
-Function flush_file_buffers{"FlushFileBuffers"};
-Function create_directory{"CreateDirectoryW"};
-Function get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
-Function get_std_handle{"GetStdHandle"};
-Function wide_char_to_multi_byte{"WideCharToMultiByte"};
+Function fn_create_file{"CreateFileW"};
+Function fn_write_file{"WriteFile"};
+Function fn_set_file_pointer{"SetFilePointer"};
+Function fn_flush_file_buffers{"FlushFileBuffers"};
+Function fn_create_directory{"CreateDirectoryW"};
+Function fn_get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
+Function fn_get_std_handle{"GetStdHandle"};
+Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
 
 }  // namespace
 
@@ -254,7 +254,7 @@ extern "C" {
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUTES,
                           DWORD disposition, DWORD, HANDLE)
 {
-    Call call(create_file);
+    Call call(fn_create_file);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     if (StartsWith(path, LR"(\\.\)") || StartsWith(path, LR"(\\?\)")) {
         return OpenDevice(call, path, access);
@@ -265,7 +265,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUT
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
                       OVERLAPPED* overlapped)
 {
-    Call call(write_file);
+    Call call(fn_write_file);
     if (!written || overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
     *written = 0;
     if (call.Fails()) return FALSE;
@@ -285,7 +285,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
 
 DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD method)
 {
-    Call call(set_file_pointer);
+    Call call(fn_set_file_pointer);
     if (call.Fails()) return INVALID_SET_FILE_POINTER;
     const auto fail = [&](DWORD error) {
         call.Fail(error);
@@ -314,7 +314,7 @@ DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DW
 
 BOOL WINAPI FlushFileBuffers(HANDLE file)
 {
-    Call call(flush_file_buffers);
+    Call call(fn_flush_file_buffers);
     if (call.Fails()) return FALSE;
     const auto* target = call.Find<Writable>(file);
     if (!target) return FALSE;
@@ -325,7 +325,7 @@ BOOL WINAPI FlushFileBuffers(HANDLE file)
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 {
-    Call call(create_directory);
+    Call call(fn_create_directory);
     if (call.Fails()) return FALSE;
     const std::optional<fs::path> host = HostPlace(call, path);
     if (!host) return FALSE;
@@ -335,7 +335,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 
 HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE, PWSTR* path)
 {
-    Call call(get_known_folder_path);
+    Call call(fn_get_known_folder_path);
     *path = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     if (std::memcmp(&folder, &FOLDERID_ProgramData, sizeof(GUID)) != 0) return kNoSuchFolder;
@@ -349,7 +349,7 @@ HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE
 
 HANDLE WINAPI GetStdHandle(DWORD which)
 {
-    Call call(get_std_handle);
+    Call call(fn_get_std_handle);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     return which == STD_OUTPUT_HANDLE ? kConsole : FailToOpen(call, ERROR_INVALID_HANDLE);
 }
@@ -357,7 +357,7 @@ HANDLE WINAPI GetStdHandle(DWORD which)
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount, LPSTR bytes,
                                int bytesCount, LPCSTR defaultChar, BOOL* usedDefault)
 {
-    Call call(wide_char_to_multi_byte);
+    Call call(fn_wide_char_to_multi_byte);
     if (call.Fails()) return 0;
     const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
     if (!understood || !wide || wideCount == 0 || wideCount < -1 || bytesCount < 0) {

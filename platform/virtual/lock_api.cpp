@@ -65,10 +65,10 @@ std::map<INIT_ONCE*, std::shared_ptr<Once>>& Onces()
 
 const PVOID kDone = reinterpret_cast<PVOID>(std::uintptr_t{2});
 
-Function initialize_critical_section{"InitializeCriticalSectionAndSpinCount"};
-Function enter_critical_section{"EnterCriticalSection", Failing::never};
-Function leave_critical_section{"LeaveCriticalSection", Failing::never, Role::gives_back};
-Function init_once{"InitOnceExecuteOnce"};
+Function fn_initialize_critical_section{"InitializeCriticalSectionAndSpinCount"};
+Function fn_enter_critical_section{"EnterCriticalSection", Failing::never};
+Function fn_leave_critical_section{"LeaveCriticalSection", Failing::never, Role::gives_back};
+Function fn_init_once{"InitOnceExecuteOnce"};
 
 }  // namespace
 
@@ -80,7 +80,7 @@ void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section) { *section = {}
 
 BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD)
 {
-    Call call(initialize_critical_section);
+    Call call(fn_initialize_critical_section);
     *section = {};
     return !call.Fails();
 }
@@ -95,7 +95,7 @@ void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section)
 
 void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
 {
-    Call call(enter_critical_section);
+    Call call(fn_enter_critical_section);
     const HANDLE self = OwnerOf(call.thread);
     if (section->RecursionCount > 0 && section->OwningThread == self) {
         ++section->RecursionCount;
@@ -114,7 +114,7 @@ void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
 
 void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section)
 {
-    Call call(leave_critical_section);
+    Call call(fn_leave_critical_section);
     if (section->RecursionCount == 0 || section->OwningThread != OwnerOf(call.thread)) {
         if (call.thread.ends) return;
         call.machine.NoteMisuse("a critical section is left by a thread that does not have it");
@@ -134,7 +134,7 @@ BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID p
     Machine& machine = Machine::Current();
     std::shared_ptr<Once> mine;
     {
-        Call call(init_once);
+        Call call(fn_init_once);
         if (call.Fails()) return FALSE;
         while (once->Ptr != kDone) {
             std::shared_ptr<Once>& running = Onces()[once];

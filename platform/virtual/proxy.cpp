@@ -8,24 +8,24 @@
 namespace virtual_pc {
 namespace {
 
-Function query_interface{"IUnknown::QueryInterface", Failing::hresult};
-Function get_type_info_count{"IDispatch::GetTypeInfoCount", Failing::hresult};
-Function get_type_info{"IDispatch::GetTypeInfo", Failing::hresult};
-Function get_ids_of_names{"IDispatch::GetIDsOfNames", Failing::hresult};
-Function invoke{"IDispatch::Invoke", Failing::hresult};
-Function enum_connection_points{"EnumConnectionPoints", Failing::hresult};
-Function find_connection_point{"FindConnectionPoint", Failing::hresult};
-Function get_connection_interface{"GetConnectionInterface", Failing::hresult};
-Function get_container{"GetConnectionPointContainer", Failing::hresult};
-Function advise{"Advise", Failing::hresult};
-Function unadvise{"Unadvise", Failing::hresult};
-Function enum_connections{"EnumConnections", Failing::hresult};
-Function next{"IEnum::Next", Failing::hresult};
-Function skip{"IEnum::Skip", Failing::hresult};
-Function reset{"IEnum::Reset", Failing::hresult};
-Function clone{"IEnum::Clone", Failing::hresult};
-Function create_instance{"IClassFactory::CreateInstance", Failing::hresult};
-Function lock_server{"LockServer", Failing::hresult};
+Function fn_query_interface{"IUnknown::QueryInterface", Failing::hresult};
+Function fn_get_type_info_count{"IDispatch::GetTypeInfoCount", Failing::hresult};
+Function fn_get_type_info{"IDispatch::GetTypeInfo", Failing::hresult};
+Function fn_get_ids_of_names{"IDispatch::GetIDsOfNames", Failing::hresult};
+Function fn_invoke{"IDispatch::Invoke", Failing::hresult};
+Function fn_enum_connection_points{"EnumConnectionPoints", Failing::hresult};
+Function fn_find_connection_point{"FindConnectionPoint", Failing::hresult};
+Function fn_get_connection_interface{"GetConnectionInterface", Failing::hresult};
+Function fn_get_container{"GetConnectionPointContainer", Failing::hresult};
+Function fn_advise{"Advise", Failing::hresult};
+Function fn_unadvise{"Unadvise", Failing::hresult};
+Function fn_enum_connections{"EnumConnections", Failing::hresult};
+Function fn_next{"IEnum::Next", Failing::hresult};
+Function fn_skip{"IEnum::Skip", Failing::hresult};
+Function fn_reset{"IEnum::Reset", Failing::hresult};
+Function fn_clone{"IEnum::Clone", Failing::hresult};
+Function fn_create_instance{"IClassFactory::CreateInstance", Failing::hresult};
+Function fn_lock_server{"LockServer", Failing::hresult};
 
 // What a call leaves its apartment with and comes back with. It is shared by both sides, as the
 // caller may end while the call is still at work.
@@ -114,7 +114,7 @@ public:
     {
         if (!count) return E_POINTER;
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = Remote(get_type_info_count, [parcel](IDispatch& target) {
+        const HRESULT result = Remote(fn_get_type_info_count, [parcel](IDispatch& target) {
             return target.GetTypeInfoCount(&parcel->number);
         });
         *count = parcel->number;
@@ -127,7 +127,7 @@ public:
         if (!info) return E_POINTER;
         *info = nullptr;
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = Remote(get_type_info, [=](IDispatch& target) {
+        const HRESULT result = Remote(fn_get_type_info, [=](IDispatch& target) {
             ITypeInfo* own = nullptr;
             const HRESULT done = target.GetTypeInfo(index, locale, &own);
             if (FAILED(done)) return done;
@@ -149,7 +149,7 @@ public:
         parcel->names.assign(names, names + count);
         parcel->numbers.assign(count, DISPID_UNKNOWN);
         const HRESULT result =
-            Remote(get_ids_of_names, [parcel, reserved, locale](IDispatch& target) {
+            Remote(fn_get_ids_of_names, [parcel, reserved, locale](IDispatch& target) {
                 std::vector<LPOLESTR> texts;
                 for (std::wstring& name : parcel->names) texts.push_back(name.data());
                 return target.GetIDsOfNames(reserved, texts.data(), static_cast<UINT>(texts.size()),
@@ -172,7 +172,7 @@ public:
         parcel->numbers.assign(arguments->rgdispidNamedArgs,
                                arguments->rgdispidNamedArgs + arguments->cNamedArgs);
         const bool wants_result = result != nullptr;
-        const HRESULT done = Remote(invoke, [=](IDispatch& target) {
+        const HRESULT done = Remote(fn_invoke, [=](IDispatch& target) {
             return InvokeThere(target, *parcel, member, reserved, locale, flags, wants_result);
         });
         if (exception && done == kException) {
@@ -240,7 +240,7 @@ public:
 
     HRESULT EnumConnectionPoints(IEnumConnectionPoints** points) override
     {
-        return RemoteGiven(enum_connection_points, IID_IEnumConnectionPoints, points,
+        return RemoteGiven(fn_enum_connection_points, IID_IEnumConnectionPoints, points,
                            [](IConnectionPointContainer& target, IEnumConnectionPoints** own) {
                                return target.EnumConnectionPoints(own);
                            });
@@ -248,7 +248,7 @@ public:
 
     HRESULT FindConnectionPoint(REFIID id, IConnectionPoint** point) override
     {
-        return RemoteGiven(find_connection_point, IID_IConnectionPoint, point,
+        return RemoteGiven(fn_find_connection_point, IID_IConnectionPoint, point,
                            [id](IConnectionPointContainer& target, IConnectionPoint** own) {
                                return target.FindConnectionPoint(id, own);
                            });
@@ -263,16 +263,17 @@ public:
     HRESULT GetConnectionInterface(IID* id) override
     {
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = Remote(get_connection_interface, [parcel](IConnectionPoint& target) {
-            return target.GetConnectionInterface(&parcel->guid);
-        });
+        const HRESULT result =
+            Remote(fn_get_connection_interface, [parcel](IConnectionPoint& target) {
+                return target.GetConnectionInterface(&parcel->guid);
+            });
         *id = parcel->guid;
         return result;
     }
 
     HRESULT GetConnectionPointContainer(IConnectionPointContainer** container) override
     {
-        return RemoteGiven(get_container, IID_IConnectionPointContainer, container,
+        return RemoteGiven(fn_get_container, IID_IConnectionPointContainer, container,
                            [](IConnectionPoint& target, IConnectionPointContainer** own) {
                                return target.GetConnectionPointContainer(own);
                            });
@@ -285,7 +286,7 @@ public:
         parcel->objects.resize(1);
         const HRESULT sent = ExportInterface(sink, IID_IUnknown, parcel->objects[0]);
         if (FAILED(sent)) return sent;
-        const HRESULT result = Remote(advise, [parcel](IConnectionPoint& target) {
+        const HRESULT result = Remote(fn_advise, [parcel](IConnectionPoint& target) {
             IUnknown* there = nullptr;
             const HRESULT come =
                 ImportInterface(parcel->objects[0], reinterpret_cast<void**>(&there));
@@ -300,13 +301,13 @@ public:
 
     HRESULT Unadvise(DWORD cookie) override
     {
-        return Remote(unadvise,
+        return Remote(fn_unadvise,
                       [cookie](IConnectionPoint& target) { return target.Unadvise(cookie); });
     }
 
     HRESULT EnumConnections(IEnumConnections** connections) override
     {
-        return RemoteGiven(enum_connections, IID_IEnumConnections, connections,
+        return RemoteGiven(fn_enum_connections, IID_IEnumConnections, connections,
                            [](IConnectionPoint& target, IEnumConnections** own) {
                                return target.EnumConnections(own);
                            });
@@ -341,7 +342,7 @@ public:
     {
         if (!elements || (!given && count != 1)) return E_POINTER;
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = this->Remote(next, [parcel, count](Enumerator& target) {
+        const HRESULT result = this->Remote(fn_next, [parcel, count](Enumerator& target) {
             return NextThere(target, *parcel, count);
         });
         if (given) *given = 0;
@@ -358,17 +359,17 @@ public:
 
     HRESULT Skip(ULONG count) override
     {
-        return this->Remote(skip, [count](Enumerator& target) { return target.Skip(count); });
+        return this->Remote(fn_skip, [count](Enumerator& target) { return target.Skip(count); });
     }
 
     HRESULT Reset() override
     {
-        return this->Remote(reset, [](Enumerator& target) { return target.Reset(); });
+        return this->Remote(fn_reset, [](Enumerator& target) { return target.Reset(); });
     }
 
     HRESULT Clone(Enumerator** copy) override
     {
-        return this->RemoteGiven(clone, id, copy, [](Enumerator& target, Enumerator** own) {
+        return this->RemoteGiven(fn_clone, id, copy, [](Enumerator& target, Enumerator** own) {
             return target.Clone(own);
         });
     }
@@ -404,7 +405,7 @@ public:
     HRESULT CreateInstance(IUnknown* outer, REFIID id, void** object) override
     {
         if (outer) return CLASS_E_NOAGGREGATION;
-        return RemoteGiven(create_instance, id, reinterpret_cast<IUnknown**>(object),
+        return RemoteGiven(fn_create_instance, id, reinterpret_cast<IUnknown**>(object),
                            [id](IClassFactory& target, IUnknown** own) {
                                return target.CreateInstance(nullptr, id,
                                                             reinterpret_cast<void**>(own));
@@ -413,7 +414,7 @@ public:
 
     HRESULT LockServer(BOOL lock) override
     {
-        return Remote(lock_server,
+        return Remote(fn_lock_server,
                       [lock](IClassFactory& target) { return target.LockServer(lock); });
     }
 };
@@ -481,7 +482,7 @@ HRESULT Proxy::Query(REFIID id, void** interface)
     if (!interface) return E_POINTER;
     *interface = nullptr;
     std::shared_ptr<Exported> object;
-    if (const HRESULT begun = Begin(query_interface, object); FAILED(begun)) return begun;
+    if (const HRESULT begun = Begin(fn_query_interface, object); FAILED(begun)) return begun;
     FacetMaker make = nullptr;
     bool known = false;
     {

@@ -12,16 +12,16 @@ using namespace virtual_pc;
 
 namespace {
 
-Function load_type_lib{"LoadTypeLib", Failing::hresult};
-Function load_reg_type_lib{"LoadRegTypeLib", Failing::hresult};
-Function register_type_lib{"RegisterTypeLib", Failing::hresult};
-Function register_for_user{"RegisterTypeLibForUser", Failing::hresult};
-Function unregister_type_lib{"UnRegisterTypeLib", Failing::hresult};
-Function unregister_for_user{"UnRegisterTypeLibForUser", Failing::hresult};
-Function get_type_info{"ITypeLib::GetTypeInfo", Failing::hresult};
-Function get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
-Function get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
-Function type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
+Function fn_load_type_lib{"LoadTypeLib", Failing::hresult};
+Function fn_load_reg_type_lib{"LoadRegTypeLib", Failing::hresult};
+Function fn_register_type_lib{"RegisterTypeLib", Failing::hresult};
+Function fn_register_for_user{"RegisterTypeLibForUser", Failing::hresult};
+Function fn_unregister_type_lib{"UnRegisterTypeLib", Failing::hresult};
+Function fn_unregister_for_user{"UnRegisterTypeLibForUser", Failing::hresult};
+Function fn_library_get_type_info{"ITypeLib::GetTypeInfo", Failing::hresult};
+Function fn_get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
+Function fn_type_get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
+Function fn_type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
 
 // The way by which calls of the library's other interfaces cross.
 constexpr const wchar_t* kByTypeLibrary = L"{00020424-0000-0000-C000-000000000046}";
@@ -85,7 +85,7 @@ public:
 
     HRESULT GetIDsOfNames(LPOLESTR* names, UINT count, MEMBERID* ids) override
     {
-        Operation call(get_ids_of_names);
+        Operation call(fn_type_get_ids_of_names);
         if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
         return FindNames(description(), names, count, ids);
     }
@@ -94,7 +94,7 @@ public:
                    VARIANT* result, EXCEPINFO* exception, UINT* bad_argument) override
     {
         {
-            Operation call(type_info_invoke);
+            Operation call(fn_type_info_invoke);
             if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
         }
         const TypeInLibrary type = m_type;  // the call may give this object back
@@ -148,13 +148,13 @@ public:
 
     HRESULT GetTypeInfo(UINT index, ITypeInfo** info) override
     {
-        Operation call(get_type_info);
+        Operation call(fn_library_get_type_info);
         return Give(call, index, info);
     }
 
     HRESULT GetTypeInfoOfGuid(REFGUID guid, ITypeInfo** info) override
     {
-        Operation call(get_type_info_of_guid);
+        Operation call(fn_get_type_info_of_guid);
         const auto found =
             std::ranges::find_if(m_library->types, [&](const auto& t) { return t.guid == guid; });
         return Give(call, static_cast<std::size_t>(found - m_library->types.begin()), info);
@@ -198,7 +198,7 @@ private:
 
 HRESULT TypeInfoObject::GetContainingTypeLib(ITypeLib** library, UINT* index)
 {
-    Operation call(get_type_info);
+    Operation call(fn_library_get_type_info);
     *library = nullptr;
     if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
     if (index) *index = static_cast<UINT>(m_type.index);
@@ -318,7 +318,7 @@ extern "C" {
 
 HRESULT WINAPI LoadTypeLib(LPCOLESTR file, ITypeLib** library)
 {
-    Call call(load_type_lib);
+    Call call(fn_load_type_lib);
     *library = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     return Load(call, file, library);
@@ -326,7 +326,7 @@ HRESULT WINAPI LoadTypeLib(LPCOLESTR file, ITypeLib** library)
 
 HRESULT WINAPI LoadRegTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, ITypeLib** library)
 {
-    Call call(load_reg_type_lib);
+    Call call(fn_load_reg_type_lib);
     *library = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     const std::wstring key = LR"(HKCR\TypeLib\)" + Braced(guid);
@@ -351,21 +351,21 @@ HRESULT WINAPI LoadRegTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale,
 
 HRESULT WINAPI RegisterTypeLib(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder)
 {
-    return Register(register_type_lib, kMachineClasses, library, path, helpFolder);
+    return Register(fn_register_type_lib, kMachineClasses, library, path, helpFolder);
 }
 
 HRESULT WINAPI RegisterTypeLibForUser(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder)
 {
-    return Register(register_for_user, kUserClasses, library, path, helpFolder);
+    return Register(fn_register_for_user, kUserClasses, library, path, helpFolder);
 }
 
 HRESULT WINAPI UnRegisterTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND)
 {
-    return Unregister(unregister_type_lib, kMachineClasses, guid, major, minor, locale);
+    return Unregister(fn_unregister_type_lib, kMachineClasses, guid, major, minor, locale);
 }
 
 HRESULT WINAPI UnRegisterTypeLibForUser(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND)
 {
-    return Unregister(unregister_for_user, kUserClasses, guid, major, minor, locale);
+    return Unregister(fn_unregister_for_user, kUserClasses, guid, major, minor, locale);
 }
 }
