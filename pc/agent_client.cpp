@@ -26,7 +26,7 @@ std::wstring Hexadecimal(HRESULT result)
 }
 
 // A value in words; empty for one that has none.
-std::wstring WordsOf(const VARIANT& value)
+std::wstring TextOf(const VARIANT& value)
 {
     VARIANT text{};
     if (FAILED(VariantChangeType(&text, &value, 0, VT_BSTR))) return {};
@@ -256,11 +256,11 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
         VARIANT result{};
         answer.result = called.Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &parameters,
                                       &result, nullptr, nullptr);
-        answer.text = WordsOf(result);
+        answer.text = TextOf(result);
         VariantClear(&result);
     }
     for (VARIANT& place : places) {
-        answer.text += (answer.text.empty() ? L"" : L" ") + WordsOf(place);
+        answer.text += (answer.text.empty() ? L"" : L" ") + TextOf(place);
         VariantClear(&place);
     }
     if (answer.result == kServerUnavailable || answer.result == RPC_E_DISCONNECTED) Release();

@@ -36,7 +36,7 @@ LONG FeatureOf(const ScriptLine& line, const std::string& text)
     return static_cast<LONG>(NumberOf(line, text));
 }
 
-LONG ValueOf(const ScriptLine& line, const std::string& text)
+LONG LongOf(const ScriptLine& line, const std::string& text)
 {
     return static_cast<LONG>(NumberOf(line, text));
 }
@@ -48,7 +48,7 @@ AgentClient& ClientOf(Stage& stage)
     return *client;
 }
 
-void Remember(Stage& stage, const AgentClient::Answer& answer)
+void KeepAnswer(Stage& stage, const AgentClient::Answer& answer)
 {
     stage.client_answer = ToUtf8(answer.Words());
     stage.pc.Settle();
@@ -71,33 +71,33 @@ Action Use(const ScriptLine&, const Arguments& a)
 
 Action SetFeature(const ScriptLine& line, const Arguments& a)
 {
-    return [feature = FeatureOf(line, a[0]), value = ValueOf(line, a[1])](Stage& stage) {
-        Remember(stage, ClientOf(stage).Call(L"SetNeverSleepParam", {feature, value}));
+    return [feature = FeatureOf(line, a[0]), value = LongOf(line, a[1])](Stage& stage) {
+        KeepAnswer(stage, ClientOf(stage).Call(L"SetNeverSleepParam", {feature, value}));
     };
 }
 
 Action GetFeature(const ScriptLine& line, const Arguments& a)
 {
     return
-        [feature = FeatureOf(line, a[0])](Stage& stage) { Remember(stage, Get(stage, feature)); };
+        [feature = FeatureOf(line, a[0])](Stage& stage) { KeepAnswer(stage, Get(stage, feature)); };
 }
 
 Action SetInterval(const ScriptLine& line, const Arguments& a)
 {
-    return [from = ValueOf(line, a[0]), to = ValueOf(line, a[1])](Stage& stage) {
-        Remember(stage, ClientOf(stage).Call(L"SetDoNotDisturbTimeInterval", {from, to}));
+    return [from = LongOf(line, a[0]), to = LongOf(line, a[1])](Stage& stage) {
+        KeepAnswer(stage, ClientOf(stage).Call(L"SetDoNotDisturbTimeInterval", {from, to}));
     };
 }
 
 Action AskInterval(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { Remember(stage, GetInterval(stage)); };
+    return [](Stage& stage) { KeepAnswer(stage, GetInterval(stage)); };
 }
 
 Action AskVersion(const ScriptLine&, const Arguments&)
 {
     return [](Stage& stage) {
-        Remember(stage, ClientOf(stage).Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}));
+        KeepAnswer(stage, ClientOf(stage).Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}));
     };
 }
 
@@ -114,7 +114,7 @@ Action AskStatus(const ScriptLine&, const Arguments&)
             const Hold hold(stage.pc);
             stage.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
         }
-        Remember(stage, interval);
+        KeepAnswer(stage, interval);
     };
 }
 
@@ -122,11 +122,11 @@ Action Event(const ScriptLine& line, const Arguments& a)
 {
     if (a[0].empty()) {
         return [](Stage& stage) {
-            Remember(stage, ClientOf(stage).GetProperty(L"NeverSleepEventCode"));
+            KeepAnswer(stage, ClientOf(stage).GetProperty(L"NeverSleepEventCode"));
         };
     }
-    return [code = ValueOf(line, a[0])](Stage& stage) {
-        Remember(stage, ClientOf(stage).PutProperty(L"NeverSleepEventCode", code));
+    return [code = LongOf(line, a[0])](Stage& stage) {
+        KeepAnswer(stage, ClientOf(stage).PutProperty(L"NeverSleepEventCode", code));
     };
 }
 
@@ -134,14 +134,15 @@ Action Advise(const ScriptLine& line, const Arguments& a)
 {
     const std::size_t reaction = a[1].empty() ? 0 : ChoiceOf(line, a[1], kReactions);
     return [name = FromUtf8(a[0]), reaction](Stage& stage) {
-        Remember(stage, ClientOf(stage).Advise(name, static_cast<SinkReaction>(reaction)));
+        KeepAnswer(stage, ClientOf(stage).Advise(name, static_cast<SinkReaction>(reaction)));
     };
 }
 
 Action Unadvise(const ScriptLine&, const Arguments& a)
 {
-    return
-        [name = FromUtf8(a[0])](Stage& stage) { Remember(stage, ClientOf(stage).Unadvise(name)); };
+    return [name = FromUtf8(a[0])](Stage& stage) {
+        KeepAnswer(stage, ClientOf(stage).Unadvise(name));
+    };
 }
 
 Action Release(const ScriptLine&, const Arguments&)
@@ -167,7 +168,7 @@ Action ExpectAnswer(const ScriptLine& line, const Arguments& a)
     };
 }
 
-Action ExpectHeard(const ScriptLine& line, const Arguments& a)
+Action ExpectSinkHeard(const ScriptLine& line, const Arguments& a)
 {
     return [line, sink = a[0], expected = a[1]](Stage& stage) {
         const std::string heard = ToUtf8(ClientOf(stage).Heard(FromUtf8(sink)));
@@ -199,6 +200,6 @@ std::vector<Command> ClientCommands()
         {"client end", "it is ended, and lets go of nothing", End<&AgentClient::End>},
         {"expect client answer TEXT", "what the last question gave: values, ok, or 0x...",
          ExpectAnswer},
-        {"expect client heard SINK TEXT", "the event codes that a sink has heard", ExpectHeard},
+        {"expect client heard SINK TEXT", "the event codes that a sink has heard", ExpectSinkHeard},
     };
 }

@@ -54,6 +54,13 @@ struct Command
     Action (*bind)(const ScriptLine& line, const Arguments& arguments);
 };
 
+// Binds a command without arguments that only prints.
+template <void (*show)(Stage&)>
+Action Show(const ScriptLine&, const Arguments&)
+{
+    return show;
+}
+
 // The rows of each facet.
 std::vector<Command> LifeCommands();      // clock, signal, run, say
 std::vector<Command> ServiceCommands();   // service, pc, cpu

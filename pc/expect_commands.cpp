@@ -6,8 +6,6 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr const wchar_t* kLogFile = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
-
 [[noreturn]] void Fail(const ScriptLine& line, const std::string& expected, const std::string& is)
 {
     throw ExpectationFailed(line, "expected " + expected + ", but " + is);
@@ -28,7 +26,7 @@ Action ExpectState(const ScriptLine& line, const Arguments& a)
 // The log file's bytes are characters of the same value.
 bool LogSays(Stage& stage, const std::string& text)
 {
-    return stage.pc.disk.Read(kLogFile).value_or("").find(text) != std::string::npos;
+    return stage.pc.disk.Read(kServiceLogFile).value_or("").find(text) != std::string::npos;
 }
 
 Action ExpectLog(const ScriptLine& line, const Arguments& a)
@@ -84,7 +82,7 @@ Action ExpectNoFile(const ScriptLine& line, const Arguments& a)
     };
 }
 
-Action ExpectHeard(const ScriptLine& line, const Arguments& a)
+Action ExpectPipeHeard(const ScriptLine& line, const Arguments& a)
 {
     return [line, name = a[0], text = a[1]](Stage& stage) {
         const auto pipe = stage.pipes.find(name);
@@ -102,7 +100,7 @@ Action ExpectNoHandles(const ScriptLine& line, const Arguments&)
     return [line](Stage& stage) {
         std::string open;
         const auto add = [&](const LeftOpen& left) {
-            if (left.name == kLogFile) return;
+            if (left.name == kServiceLogFile) return;
             open += "\n  " + left.kind + " " + ToUtf8(left.name);
         };
         {
@@ -129,7 +127,7 @@ std::vector<Command> ExpectCommands()
         {"expect event TEXT", "an event in the viewer contains a text", ExpectEvent},
         {"expect file PATH", "a file is on the PC's disk", ExpectFile},
         {"expect no file PATH", "it is not", ExpectNoFile},
-        {"expect heard PIPE TEXT", "the listener of a pipe has heard a text", ExpectHeard},
+        {"expect heard PIPE TEXT", "the listener of a pipe has heard a text", ExpectPipeHeard},
         {"expect handles none", "nothing is open or was left open, and nothing misused",
          ExpectNoHandles},
     };

@@ -214,12 +214,6 @@ void ShowDevices(Stage& stage)
     }
 }
 
-template <void (*show)(Stage&)>
-Action Show(const ScriptLine&, const Arguments&)
-{
-    return show;
-}
-
 }  // namespace
 
 std::vector<Command> PowerCommands()

@@ -38,7 +38,7 @@ Action Set(const ScriptLine& line, const Arguments& a)
                Stage& stage) { stage.pc.registry.Set(key, name, value); };
 }
 
-Action Delete(const ScriptLine& line, const Arguments& a)
+Action DeleteKeyOrValue(const ScriptLine& line, const Arguments& a)
 {
     return
         [line, key = KeyOf(line, a[0]), name = a[1], all = line.words.size() == 3](Stage& stage) {
@@ -82,7 +82,8 @@ std::vector<Command> RegistryCommands()
 {
     return {
         {"reg set KEY NAME TYPE VALUE", "writes a value; TYPE: dword, string, expand, binary", Set},
-        {"reg delete KEY [NAME]", "deletes a key with all below it, or one value", Delete},
+        {"reg delete KEY [NAME]", "deletes a key with all below it, or one value",
+         DeleteKeyOrValue},
         {"reg import FILE", "applies a .reg file, whole or not at all", Import},
         {"reg export KEY FILE", "writes everything below a key as a .reg file", Export},
     };

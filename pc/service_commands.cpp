@@ -8,8 +8,6 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr const wchar_t* kName = L"HOLVService";
-
 [[noreturn]] void Refuse(const ScriptLine& line, const std::string& what, DWORD error)
 {
     throw ExpectationFailed(line, what + " is refused with error " + std::to_string(error));
@@ -52,7 +50,8 @@ Action Run(const ScriptLine& line, const Arguments& a)
 Action Start(const ScriptLine& line, const Arguments&)
 {
     return [line](Stage& stage) {
-        if (const DWORD error = stage.pc.services.Start(kName)) Refuse(line, "the start", error);
+        if (const DWORD error = stage.pc.services.Start(kServiceName))
+            Refuse(line, "the start", error);
         stage.pc.Settle();
     };
 }
@@ -61,8 +60,8 @@ Action Stop(const ScriptLine& line, const Arguments&)
 {
     return [line](Stage& stage) {
         ServiceManager& services = stage.pc.services;
-        const std::shared_ptr<Service> service = services.Find(kName);
-        if (const DWORD error = services.Control(kName, SERVICE_CONTROL_STOP)) {
+        const std::shared_ptr<Service> service = services.Find(kServiceName);
+        if (const DWORD error = services.Control(kServiceName, SERVICE_CONTROL_STOP)) {
             Refuse(line, "the stop", error);
         }
         const auto gone = [&] { return service->stopped() && !service->process; };
@@ -72,17 +71,17 @@ Action Stop(const ScriptLine& line, const Arguments&)
     };
 }
 
-Action Delete(const ScriptLine& line, const Arguments&)
+Action DeleteFromDatabase(const ScriptLine& line, const Arguments&)
 {
     return [line](Stage& stage) {
-        if (const DWORD error = stage.pc.services.Delete(kName)) Refuse(line, "it", error);
+        if (const DWORD error = stage.pc.services.Delete(kServiceName)) Refuse(line, "it", error);
     };
 }
 
 std::string StateOfService(const Stage& stage)
 {
     const Hold hold(stage.pc);
-    const std::shared_ptr<Service> service = stage.pc.services.Find(kName);
+    const std::shared_ptr<Service> service = stage.pc.services.Find(kServiceName);
     return service ? ToUtf8(ServiceStateName(service->status.dwCurrentState)) : "absent";
 }
 
@@ -90,8 +89,8 @@ Action Query(const ScriptLine&, const Arguments&)
 {
     return [](Stage& stage) {
         const Hold hold(stage.pc);
-        const std::shared_ptr<Service> service = stage.pc.services.Find(kName);
-        const std::optional<ServiceConfig> config = stage.pc.services.Read(kName);
+        const std::shared_ptr<Service> service = stage.pc.services.Find(kServiceName);
+        const std::optional<ServiceConfig> config = stage.pc.services.Read(kServiceName);
         stage.out << "HOLVService: " << StateOfService(stage) << "\n";
         if (!service || !config) return;
         stage.out << "  program       " << ToUtf8(config->path) << "\n  display name  "
@@ -141,7 +140,8 @@ std::vector<Command> ServiceCommands()
         {"service run [SWITCHES]", "runs the service's program by itself, to its end", Run},
         {"service start", "has the service manager start the service", Start},
         {"service stop", "asks the service to stop, and waits for a minute at most", Stop},
-        {"service delete", "deletes the service from the service manager's database", Delete},
+        {"service delete", "deletes the service from the service manager's database",
+         DeleteFromDatabase},
         {"service query", "what the service manager knows of it", Query},
         {"expect service STATE", "running, starting, stopping, stopped or absent", Expect},
         {"cpu VENDOR", "sets the processor's vendor, twelve characters", SetVendor},

@@ -9,6 +9,10 @@
 
 #include "platform/virtual/machine.h"
 
+inline constexpr const wchar_t* kServiceName = L"HOLVService";
+// Where the service writes its log, on the PC's disk.
+inline constexpr const wchar_t* kServiceLogFile = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
+
 // "HOLV_ACTIVE" and so on; "" for a number that is no state.
 std::wstring_view StateNameOf(std::int32_t state);
 std::optional<std::int32_t> StateOf(std::string_view name);

@@ -6,8 +6,6 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr const wchar_t* kLogFile = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
-
 void ShowClock(Stage& stage) { stage.out << FormatCalendar(stage.pc.clock()) << "\n"; }
 
 void ShowState(Stage& stage)
@@ -19,14 +17,14 @@ void ShowState(Stage& stage)
 void ShowLog(Stage& stage)
 {
     // Each line ends with CR LF CR CR, or CR CR where it went through a pipe.
-    for (const char c : stage.pc.disk.Read(kLogFile).value_or("")) {
+    for (const char c : stage.pc.disk.Read(kServiceLogFile).value_or("")) {
         if (c != '\r') stage.out << c;
     }
 }
 
 void ShowLogPath(Stage& stage)
 {
-    stage.out << "The log: " << stage.pc.disk.HostPath(kLogFile).string() << "\n";
+    stage.out << "The log: " << stage.pc.disk.HostPath(kServiceLogFile).string() << "\n";
 }
 
 void ShowEvents(Stage& stage)
@@ -52,12 +50,6 @@ void ShowThreads(Stage& stage)
 {
     const Hold hold(stage.pc);
     stage.out << stage.pc.scheduler.Report();
-}
-
-template <void (*show)(Stage&)>
-Action Show(const ScriptLine&, const Arguments&)
-{
-    return show;
 }
 
 Action ShowKey(const ScriptLine& line, const Arguments& a)

@@ -16,7 +16,7 @@ struct StateWords
     std::wstring_view name;
     std::string_view words;
 };
-constexpr StateWords kStates[] = {
+constexpr StateWords kStateWords[] = {
     {L"S0_NORMAL", "normal use"},
     {L"HOLV_ACTIVE", "never-sleep mode, active"},
     {L"HOLV_IDLE", "never-sleep mode, idle"},
@@ -28,7 +28,7 @@ constexpr StateWords kStates[] = {
 std::string TellState(const Effect& effect)
 {
     const std::wstring to = effect.Text("to");
-    for (const StateWords& state : kStates) {
+    for (const StateWords& state : kStateWords) {
         if (state.name != to) continue;
         return std::string(state.words) + " (" + ToUtf8(to) + ", from " +
                ToUtf8(effect.Text("from")) + ")";

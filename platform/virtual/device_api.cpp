@@ -29,8 +29,6 @@ Function fn_get_device_interface_detail{"SetupDiGetDeviceInterfaceDetailW"};
 Function fn_get_device_id{"CM_Get_Device_IDW", Failing::status};
 Function fn_device_io_control{"DeviceIoControl"};
 
-bool Same(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
-
 class DeviceInfoSet final : public Object
 {
 public:
@@ -50,7 +48,8 @@ std::shared_ptr<DeviceInfoSet> TakeSet(const Devices& all, const GUID* interface
         if ((flags & DIGCF_PRESENT) && !device->Present()) continue;
         std::size_t fitting = 0;
         for (DeviceInterface& offered : device->Interfaces()) {
-            if (!interface_class || !Same(offered.interface_class, *interface_class)) continue;
+            if (!interface_class || !IsEqualGUID(offered.interface_class, *interface_class))
+                continue;
             set->interfaces.push_back(std::move(offered));
             ++fitting;
         }
@@ -127,8 +126,8 @@ BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
     // All of a set's interfaces are of one class.
-    const bool held =
-        !set->interfaces.empty() && Same(set->interfaces.front().interface_class, *interfaceClass);
+    const bool held = !set->interfaces.empty() &&
+                      IsEqualGUID(set->interfaces.front().interface_class, *interfaceClass);
     if (!held || index >= set->interfaces.size()) return call.Fail(kErrorNoMoreItems);
     *deviceInterface = {.cbSize = sizeof(*deviceInterface),
                         .InterfaceClassGuid = *interfaceClass,

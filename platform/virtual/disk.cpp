@@ -30,7 +30,7 @@ fs::path MakeOwnFolder()
 }
 
 // The names between a path's backslashes, after the drive. Slashes do as well, as on the real one.
-std::vector<std::wstring> NamesOf(std::wstring_view path)
+std::vector<std::wstring> PathParts(std::wstring_view path)
 {
     const auto refuse = [&](const char* why) {
         throw std::invalid_argument("\"" + ToUtf8(path) + "\" " + why);
@@ -82,7 +82,7 @@ fs::path Disk::HostPath(std::wstring_view path) const
 {
     const Hold hold(m_machine);
     fs::path host = m_folder;
-    for (const std::wstring& name : NamesOf(path)) host = EntryOf(host, name);
+    for (const std::wstring& name : PathParts(path)) host = EntryOf(host, name);
     return host;
 }
 

@@ -231,7 +231,7 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
 }
 
 // A copy of the text for the caller, who frees it with CoTaskMemFree.
-PWSTR HandOut(Call& call, std::wstring_view text)
+PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
 {
     void* memory = Allocate(call, (text.size() + 1) * sizeof(wchar_t), "task memory");
     text.copy(static_cast<wchar_t*>(memory), text.size());
@@ -343,7 +343,7 @@ HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE
     std::error_code error;
     if (flags & KF_FLAG_CREATE) fs::create_directories(host, error);
     if (!fs::is_directory(host, error)) return kNoSuchFolder;
-    *path = HandOut(call, kProgramData);
+    *path = CopyToTaskMemory(call, kProgramData);
     return S_OK;
 }
 

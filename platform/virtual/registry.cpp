@@ -32,7 +32,7 @@ constexpr const wchar_t* kFirstKeys[] = {
     LR"(HKCU\Software\Classes)",
 };
 
-std::vector<std::wstring> NamesOf(std::wstring_view path)
+std::vector<std::wstring> KeyNames(std::wstring_view path)
 {
     std::vector<std::wstring> names;
     for (std::size_t from = 0; from < path.size();) {
@@ -73,7 +73,7 @@ std::wstring RegistryValue::Text() const
 std::shared_ptr<RegistryNode> RegistryNode::Find(std::wstring_view path)
 {
     std::shared_ptr<RegistryNode> node = shared_from_this();
-    for (const std::wstring& name : NamesOf(path)) {
+    for (const std::wstring& name : KeyNames(path)) {
         const auto found = node->keys.find(name);
         if (found == node->keys.end()) return nullptr;
         node = found->second;
@@ -84,7 +84,7 @@ std::shared_ptr<RegistryNode> RegistryNode::Find(std::wstring_view path)
 std::shared_ptr<RegistryNode> RegistryNode::Create(std::wstring_view path)
 {
     std::shared_ptr<RegistryNode> node = shared_from_this();
-    for (const std::wstring& name : NamesOf(path)) {
+    for (const std::wstring& name : KeyNames(path)) {
         std::shared_ptr<RegistryNode>& child = node->keys[name];
         if (!child) child = std::make_shared<RegistryNode>();
         node = child;
@@ -94,7 +94,7 @@ std::shared_ptr<RegistryNode> RegistryNode::Create(std::wstring_view path)
 
 bool RegistryNode::Delete(std::wstring_view path)
 {
-    std::vector<std::wstring> names = NamesOf(path);
+    std::vector<std::wstring> names = KeyNames(path);
     if (names.empty()) return false;
     std::shared_ptr<RegistryNode> parent = shared_from_this();
     for (std::size_t i = 0; i + 1 < names.size(); ++i) {

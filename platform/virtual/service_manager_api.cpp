@@ -65,7 +65,7 @@ public:
     SERVICE_STATUS status{};  // of the service, as the handler left it
 };
 
-std::vector<std::wstring> NamesIn(const wchar_t* list)
+std::vector<std::wstring> NamesInBlock(const wchar_t* list)
 {
     std::vector<std::wstring> names;
     for (; list && *list; list += names.back().size() + 1) names.emplace_back(list);
@@ -112,7 +112,7 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display
                                               .start = start,
                                               .error_control = errorControl,
                                               .path = path ? path : L"",
-                                              .dependencies = NamesIn(dependencies),
+                                              .dependencies = NamesInBlock(dependencies),
                                               .account = account ? account : L"LocalSystem"});
     }
     if (error) {

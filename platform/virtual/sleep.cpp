@@ -20,8 +20,6 @@ public:
 
 constexpr Duration kPatience = std::chrono::seconds{20};
 
-bool Same(const GUID& a, const GUID& b) { return !GuidLess{}(a, b) && !GuidLess{}(b, a); }
-
 }  // namespace
 
 SleepState::SleepState(Machine& machine) : m_machine(machine), m_resumed(std::make_shared<Resume>())
@@ -39,7 +37,7 @@ bool SleepState::Hear(const Announcement& announcement, const std::function<void
     if (!announcement.setting) return false;
     for (const GUID& changed :
          {GUID_ACDC_POWER_SOURCE, GUID_POWERSCHEME_PERSONALITY, GUID_STANDBY_TIMEOUT}) {
-        if (!Same(*announcement.setting, changed)) continue;
+        if (!IsEqualGUID(*announcement.setting, changed)) continue;
         Reconsider();
         m_machine.battery.Reconsider();
     }

@@ -32,10 +32,10 @@ constexpr struct
 // The attributes of what follows them, with their arguments as they are written.
 using Attributes = std::map<std::string, std::string>;
 
-class Reader
+class TypeLibraryReader
 {
 public:
-    explicit Reader(std::string_view text) : m_text(text) {}
+    explicit TypeLibraryReader(std::string_view text) : m_text(text) {}
 
     TypeLibrary Read()
     {
@@ -376,7 +376,7 @@ const TypeDescription* TypeLibrary::Find(std::wstring_view type) const
     return found != types.end() ? &*found : nullptr;
 }
 
-TypeLibrary ReadTypeLibrary(std::string_view text) { return Reader(text).Read(); }
+TypeLibrary ReadTypeLibrary(std::string_view text) { return TypeLibraryReader(text).Read(); }
 
 void TypeLibraries::Add(std::wstring_view path, const std::filesystem::path& description)
 {

@@ -223,14 +223,14 @@ HRESULT Load(Call& call, const std::wstring& path, ITypeLib** library)
 
 std::wstring Braced(const GUID& guid) { return L"{" + FormatGuid(guid) + L"}"; }
 
-std::wstring Hex(DWORD number)
+std::wstring HexNumber(DWORD number)
 {
     wchar_t text[12];
     std::swprintf(text, std::size(text), L"%x", number);
     return text;
 }
 
-std::wstring Version(WORD major, WORD minor) { return Hex(major) + L"." + Hex(minor); }
+std::wstring Version(WORD major, WORD minor) { return HexNumber(major) + L"." + HexNumber(minor); }
 
 constexpr const wchar_t* kMachineClasses = LR"(HKLM\Software\Classes\)";
 constexpr const wchar_t* kUserClasses = LR"(HKCU\Software\Classes\)";
@@ -254,7 +254,7 @@ HRESULT Register(Function& function, const wchar_t* classes, ITypeLib* library, 
     const std::wstring version = Version(described.major, described.minor);
     const std::wstring key = classes + (LR"(TypeLib\)" + Braced(described.guid)) + L"\\" + version;
     registry.SetString(key, L"", described.help);
-    registry.SetString(key + L"\\" + Hex(described.locale) + LR"(\win64)", L"", path);
+    registry.SetString(key + L"\\" + HexNumber(described.locale) + LR"(\win64)", L"", path);
     registry.SetString(key + LR"(\FLAGS)", L"", L"0");
     registry.SetString(key + LR"(\HELPDIR)", L"", help_folder ? help_folder : L"");
     for (const TypeDescription& type : described.types) {
@@ -275,7 +275,8 @@ std::wstring RegisteredPath(Registry& registry, const std::wstring& version_key,
 {
     // As asked for, in any variety of the language, or in none.
     for (const LCID known : {locale, locale & 0x3FF, LCID{0}}) {
-        const auto path = registry.GetString(version_key + L"\\" + Hex(known) + LR"(\win64)", L"");
+        const auto path =
+            registry.GetString(version_key + L"\\" + HexNumber(known) + LR"(\win64)", L"");
         if (path) return *path;
     }
     return {};
