@@ -327,7 +327,7 @@ TEST_F(SessionTest, TheServicesFolderIsCutAtTheLastBackslashThatFits)
 
 TEST_F(SessionTest, WhatHappensAtTheConsoleIsAnnouncedWithTheSessionsNumber)
 {
-    struct Hearer final : Announcer::Hearer
+    struct Hearer final : Announcer::Listener
     {
         bool Hear(const Announcement& said, const std::function<void()>&) override
         {

@@ -8,16 +8,16 @@
 
 namespace virtual_pc {
 
-void Announcer::Add(Hearer& hearer)
+void Announcer::Add(Listener& listener)
 {
     const Hold hold(m_machine);
-    m_hearers.push_back(&hearer);
+    m_listeners.push_back(&listener);
 }
 
-void Announcer::Remove(Hearer& hearer)
+void Announcer::Remove(Listener& listener)
 {
     const Hold hold(m_machine);
-    std::erase(m_hearers, &hearer);
+    std::erase(m_listeners, &listener);
 }
 
 void Announcer::Announce(const Announcement& announcement, std::function<void()> all_handled)
@@ -28,9 +28,9 @@ void Announcer::Announce(const Announcement& announcement, std::function<void()>
     const std::function<void()> handled = [left, all_handled = std::move(all_handled)] {
         if (--*left == 0 && all_handled) all_handled();
     };
-    for (Hearer* hearer : std::vector(m_hearers)) {
+    for (Listener* listener : std::vector(m_listeners)) {
         ++*left;
-        if (!hearer->Hear(announcement, handled)) --*left;
+        if (!listener->Hear(announcement, handled)) --*left;
     }
     handled();
 }

@@ -27,10 +27,10 @@ class Announcer
 {
 public:
     // Somebody who hears announcements.
-    class Hearer
+    class Listener
     {
     public:
-        virtual ~Hearer() = default;
+        virtual ~Listener() = default;
         // Takes an announcement, to handle it on a thread of its own, and calls `handled` with the
         // machine held once that is done. False when it does not want to hear it; `handled` is then
         // never called. With the machine held; does not block.
@@ -40,11 +40,11 @@ public:
 
     explicit Announcer(Machine& machine) : m_machine(machine) {}
 
-    void Add(Hearer& hearer);
-    void Remove(Hearer& hearer);
+    void Add(Listener& listener);
+    void Remove(Listener& listener);
 
-    // Tells every hearer. `all_handled` is called with the machine held when all who wanted to hear
-    // it have handled it; at once when nobody did.
+    // Tells every listener. `all_handled` is called with the machine held when all who wanted to
+    // hear it have handled it; at once when nobody did.
     void Announce(const Announcement& announcement, std::function<void()> all_handled = {});
 
     // SERVICE_CONTROL_POWEREVENT with a PBT_... event.
@@ -65,7 +65,7 @@ public:
 
 private:
     Machine& m_machine;
-    std::vector<Hearer*> m_hearers;
+    std::vector<Listener*> m_listeners;
     std::map<GUID, std::function<std::vector<BYTE>()>, GuidLess> m_settings;
 };
 

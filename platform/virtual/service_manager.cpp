@@ -498,7 +498,7 @@ std::shared_ptr<PowerSettingRegistration> ServiceManager::Register(
 bool ServiceManager::Hear(const Announcement& said, const std::function<void()>& handled)
 {
     const Acceptance* row = FindAcceptance(said.control);
-    std::vector<std::shared_ptr<Service>> hearers;
+    std::vector<std::shared_ptr<Service>> recipients;
     if (said.setting) {
         // Whoever has registered hears of it, whatever else it accepts.
         for (const auto& known : m_registrations) {
@@ -506,25 +506,25 @@ bool ServiceManager::Hear(const Announcement& said, const std::function<void()>&
             if (!registration || !IsEqualGUID(registration->setting, *said.setting)) continue;
             const std::shared_ptr<Service>& service = registration->service;
             if (service->handler && service->handle == registration->run) {
-                hearers.push_back(service);
+                recipients.push_back(service);
             }
         }
     } else {
         for (const auto& [name, service] : m_services) {
             const bool accepts = row && service->status.dwControlsAccepted & row->accepted;
-            if (accepts && service->handler && !service->stopped()) hearers.push_back(service);
+            if (accepts && service->handler && !service->stopped()) recipients.push_back(service);
         }
     }
     std::vector<BYTE> data = said.data;
     if (said.setting) data = SettingRecord(*said.setting, said.data);
     if (said.control == SERVICE_CONTROL_SESSIONCHANGE) data = SessionRecord(said.data);
-    const auto left = std::make_shared<std::size_t>(hearers.size());
-    for (const std::shared_ptr<Service>& service : hearers) {
+    const auto left = std::make_shared<std::size_t>(recipients.size());
+    for (const std::shared_ptr<Service>& service : recipients) {
         Queue(*service, {said.control, said.event, data, [left, handled](DWORD) {
                              if (--*left == 0) handled();
                          }});
     }
-    return !hearers.empty();
+    return !recipients.empty();
 }
 
 }  // namespace virtual_pc

@@ -89,7 +89,7 @@ public:
 };
 
 // Results are Win32 errors: what the real one refuses with, or ERROR_SUCCESS.
-class ServiceManager final : public Announcer::Hearer
+class ServiceManager final : public Announcer::Listener
 {
 public:
     explicit ServiceManager(Machine& machine);

@@ -16,7 +16,7 @@ class Waitable;
 // active plan allows it. Otherwise, where the PC supports S3, the services hear that it suspends;
 // when they have dealt with it, all threads stand still, and the clock goes on, until a timer that
 // may wake the PC, or somebody, does.
-class SleepState final : private Announcer::Hearer
+class SleepState final : private Announcer::Listener
 {
 public:
     explicit SleepState(Machine& machine);
