@@ -57,8 +57,8 @@ public:
     {
         return Answer<IAudioEndpointVolume>(id, IID_IAudioEndpointVolume, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override
     {
@@ -74,7 +74,8 @@ public:
         if (!callback) return E_POINTER;
         {
             Operation call(fn_unregister_control);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
             if (!call.machine.audio.notices.Remove(call, this, callback)) return kNotFound;
         }
         callback->Release();
@@ -154,7 +155,7 @@ public:
 private:
     HRESULT Begin(Operation& call) const
     {
-        const HRESULT refused = call.Refused(Look(call));
+        const HRESULT refused = call.Refused(CheckUsable(call));
         return SUCCEEDED(refused) && !m_endpoint.Active() ? kInvalidated : refused;
     }
 
@@ -186,19 +187,21 @@ public:
         *object = nullptr;
         {
             Operation call(fn_device_query_interface);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
         }
         if (id == IID_IMMEndpoint) return Answer<IMMEndpoint>(id, id, this, object);
         return Answer<IMMDevice>(id, IID_IMMDevice, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT Activate(REFIID id, DWORD, PROPVARIANT*, void** object) override
     {
         *object = nullptr;
         Operation call(fn_activate);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (id != IID_IAudioEndpointVolume) return E_NOINTERFACE;
         if (!m_endpoint.Active()) return kInvalidated;
         *object =
@@ -213,7 +216,8 @@ public:
     {
         *id = nullptr;
         Operation call(fn_get_id);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         const std::wstring& text = m_endpoint.id();
         const std::size_t size = (text.size() + 1) * sizeof(wchar_t);
         *id = static_cast<wchar_t*>(Allocate(call, size, "task memory"));
@@ -224,7 +228,8 @@ public:
     HRESULT GetState(DWORD* state) override
     {
         Operation call(fn_get_state);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         *state = m_endpoint.State();
         return S_OK;
     }
@@ -232,7 +237,8 @@ public:
     HRESULT GetDataFlow(EDataFlow* flow) override
     {
         Operation call(fn_get_data_flow);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         *flow = m_endpoint.flow();
         return S_OK;
     }
@@ -251,13 +257,14 @@ public:
     {
         return Answer<IMMDeviceCollection>(id, IID_IMMDeviceCollection, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT GetCount(UINT* count) override
     {
         Operation call(fn_get_count);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         *count = static_cast<UINT>(m_endpoints.size());
         return S_OK;
     }
@@ -266,7 +273,8 @@ public:
     {
         *device = nullptr;
         Operation call(fn_item);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (index >= m_endpoints.size()) return E_INVALIDARG;
         *device = HandOut<AudioDevice>(call.machine, *m_endpoints[index]);
         return S_OK;
@@ -287,15 +295,16 @@ public:
     {
         return Answer<IMMDeviceEnumerator>(id, IID_IMMDeviceEnumerator, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                IMMDeviceCollection** collection) override
     {
         *collection = nullptr;
         Operation call(fn_enum_audio_endpoints);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         std::vector<Endpoint*> endpoints = call.machine.audio.All();
         std::erase_if(endpoints, [&](const Endpoint* endpoint) {
             return (flow != eAll && endpoint->flow() != flow) || !(endpoint->State() & states);
@@ -308,7 +317,8 @@ public:
     {
         *device = nullptr;
         Operation call(fn_get_default_audio_endpoint);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (flow >= eAll || role >= ERole_enum_count) return E_INVALIDARG;
         Endpoint* endpoint = call.machine.audio.Default(flow, role);
         if (!endpoint) return kNotFound;
@@ -321,7 +331,8 @@ public:
         *device = nullptr;
         if (!id) return E_POINTER;
         Operation call(fn_get_device);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         Endpoint* endpoint = call.machine.audio.FindById(id);
         if (!endpoint) return kNotFound;
         *device = HandOut<AudioDevice>(call.machine, *endpoint);
@@ -342,7 +353,8 @@ public:
         if (!client) return E_POINTER;
         {
             Operation call(fn_unregister_endpoint);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
             if (!call.machine.audio.notices.Remove(call, this, client)) return kNotFound;
         }
         client->Release();
@@ -353,7 +365,8 @@ private:
     HRESULT DoRegister(IMMNotificationClient* client)
     {
         Operation call(fn_register_endpoint);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         auto registration = std::make_shared<Registration>();
         registration->client = client;
         registration->place = this;

@@ -8,17 +8,17 @@ Function fn_release{"IUnknown::Release", Failing::never, Role::gives_back};
 
 }  // namespace
 
-ULONG Counted::Add()
+ULONG Counted::AddRef()
 {
     const Call call(fn_add_ref);
-    Look(call);
+    CheckUsable(call);
     return ++m_count;
 }
 
-ULONG Counted::Give()
+ULONG Counted::Release()
 {
     const Call call(fn_release);
-    if (!Look(call)) return 0;
+    if (!CheckUsable(call)) return 0;
     if (--m_count == 0) {
         call.machine.com.Bury(call.machine.handles.FindShared(m_handle));
         call.machine.handles.Close(m_handle);
@@ -26,7 +26,7 @@ ULONG Counted::Give()
     return m_count;
 }
 
-bool Counted::Look(const Call& call) const
+bool Counted::CheckUsable(const Call& call) const
 {
     if (m_count > 0) return true;
     call.machine.NoteMisuse(std::string(Kind()) +

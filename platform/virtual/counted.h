@@ -12,24 +12,24 @@
 namespace virtual_pc {
 
 // An object that counts as handed out until its last reference is given back. A class derived from
-// it and from its interface lets AddRef and Release call Add and Give.
+// it and from its interface lets AddRef and Release call these.
 class Counted : public Object
 {
 public:
     // Both return the new count.
-    ULONG Add();
-    ULONG Give();
+    ULONG AddRef();
+    ULONG Release();
 
 protected:
     // Whether the object may be used still; noted as misuse when not.
-    bool Look(const Call& call) const;
+    bool CheckUsable(const Call& call) const;
 
     template <class Interface>
     HRESULT Answer(REFIID id, const IID& own, Interface* self, void** object)
     {
         *object = nullptr;
         if (id != own && id != IID_IUnknown) return E_NOINTERFACE;
-        Add();
+        AddRef();
         *object = self;
         return S_OK;
     }

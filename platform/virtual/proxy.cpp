@@ -50,8 +50,8 @@ public:
     Facet(Proxy& owner, REFIID id) : ProxyFacet(owner), m_id(id) {}
 
     HRESULT QueryInterface(REFIID id, void** object) override { return proxy().Query(id, object); }
-    ULONG AddRef() override { return proxy().Add(); }
-    ULONG Release() override { return proxy().Give(); }
+    ULONG AddRef() override { return proxy().AddRef(); }
+    ULONG Release() override { return proxy().Release(); }
     IUnknown* interface() override { return this; }
 
 protected:
@@ -471,7 +471,7 @@ void Proxy::Closed()
 HRESULT Proxy::Begin(Function& function, std::shared_ptr<Exported>& object)
 {
     Operation call(function);
-    if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+    if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused)) return refused;
     if (call.thread.stay.apartment != m_apartment) return RPC_E_WRONG_THREAD;
     object = m_object;
     return S_OK;
@@ -499,7 +499,7 @@ HRESULT Proxy::Query(REFIID id, void** interface)
     const Hold hold(Machine::Current());
     auto& facet = m_facets[id];
     if (!facet) facet = make(*this, id);
-    Add();
+    AddRef();
     *interface = facet->interface();
     return S_OK;
 }
@@ -512,14 +512,14 @@ HRESULT ImportProxy(const ExportedInterface& exported, Apartment& here, void** i
         const Hold hold(machine);
         Proxy*& known = here.proxies[exported.object.get()];
         if (known) {
-            known->Add();
+            known->AddRef();
         } else {
             known = HandOut<Proxy>(machine, exported.object, here.shared_from_this());
         }
         proxy = known;
     }
     const HRESULT result = proxy->Query(exported.id, interface);
-    proxy->Give();
+    proxy->Release();
     return result;
 }
 

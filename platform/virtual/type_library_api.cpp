@@ -52,8 +52,8 @@ public:
     {
         return Answer<ITypeInfo>(id, IID_ITypeInfo, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT GetTypeAttr(TYPEATTR**) override { return E_NOTIMPL; }
     HRESULT GetTypeComp(ITypeComp**) override { return E_NOTIMPL; }
@@ -86,7 +86,8 @@ public:
     HRESULT GetIDsOfNames(LPOLESTR* names, UINT count, MEMBERID* ids) override
     {
         Operation call(fn_type_get_ids_of_names);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         return FindNames(description(), names, count, ids);
     }
 
@@ -95,7 +96,8 @@ public:
     {
         {
             Operation call(fn_type_info_invoke);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
         }
         const TypeInLibrary type = m_type;  // the call may give this object back
         return InvokeSlot(type.description(), instance, member, flags, arguments, result, exception,
@@ -141,15 +143,15 @@ public:
     {
         return Answer<ITypeLib>(id, IID_ITypeLib, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     UINT GetTypeInfoCount() override { return static_cast<UINT>(m_library->types.size()); }
 
     HRESULT GetTypeInfo(UINT index, ITypeInfo** info) override
     {
         Operation call(fn_library_get_type_info);
-        return Give(call, index, info);
+        return GiveTypeInfo(call, index, info);
     }
 
     HRESULT GetTypeInfoOfGuid(REFGUID guid, ITypeInfo** info) override
@@ -157,7 +159,7 @@ public:
         Operation call(fn_get_type_info_of_guid);
         const auto found =
             std::ranges::find_if(m_library->types, [&](const auto& t) { return t.guid == guid; });
-        return Give(call, static_cast<std::size_t>(found - m_library->types.begin()), info);
+        return GiveTypeInfo(call, static_cast<std::size_t>(found - m_library->types.begin()), info);
     }
 
     HRESULT GetTypeInfoType(UINT, TYPEKIND*) override { return E_NOTIMPL; }
@@ -182,12 +184,11 @@ public:
     }
 
 private:
-    using Counted::Give;
-
-    HRESULT Give(Operation& call, std::size_t index, ITypeInfo** info)
+    HRESULT GiveTypeInfo(Operation& call, std::size_t index, ITypeInfo** info)
     {
         *info = nullptr;
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (index >= m_library->types.size()) return TYPE_E_ELEMENTNOTFOUND;
         *info = HandOutTypeInfo(call.machine, {m_library, index});
         return S_OK;
@@ -200,7 +201,7 @@ HRESULT TypeInfoObject::GetContainingTypeLib(ITypeLib** library, UINT* index)
 {
     Operation call(fn_library_get_type_info);
     *library = nullptr;
-    if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+    if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused)) return refused;
     if (index) *index = static_cast<UINT>(m_type.index);
     *library = HandOutLibrary(call.machine, m_type.library);
     return S_OK;
