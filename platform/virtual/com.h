@@ -86,7 +86,7 @@ public:
     void Forget(Process& process);
 
     // The objects that were given back, kept so that a use of one is noticed.
-    void Bury(std::shared_ptr<Object> object) { m_gone.push_back(std::move(object)); }
+    void KeepReleased(std::shared_ptr<Object> object) { m_released.push_back(std::move(object)); }
 
     FixedMemory memory;  // of the objects, whose addresses programs log
 
@@ -101,7 +101,7 @@ private:
     std::map<const Process*, ULONG> m_server_references;
     std::map<const Process*, std::shared_ptr<Apartment>> m_multithreaded;
     std::vector<std::shared_ptr<Apartment>> m_apartments;  // of processes that have not ended
-    std::vector<std::shared_ptr<Object>> m_gone;
+    std::vector<std::shared_ptr<Object>> m_released;
 };
 
 }  // namespace virtual_pc

@@ -20,7 +20,7 @@ ULONG Counted::Release()
     const Call call(fn_release);
     if (!CheckUsable(call)) return 0;
     if (--m_count == 0) {
-        call.machine.com.Bury(call.machine.handles.FindShared(m_handle));
+        call.machine.com.KeepReleased(call.machine.handles.FindShared(m_handle));
         call.machine.handles.Close(m_handle);
     }
     return m_count;
