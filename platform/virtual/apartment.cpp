@@ -115,9 +115,9 @@ void Apartment::Queue(std::shared_ptr<RemoteCall> call)
     if (!m_single) {
         m_process.StartThread(m_machine, [this, self = shared_from_this(), call]() -> DWORD {
             Thread& thread = *Thread::Self();
-            thread.stay = {1, self};
+            thread.membership = {1, self};
             m_process.Guard(thread, [&] { call->Run(); });
-            thread.stay = {};
+            thread.membership = {};
             return 0;
         });
         return;
@@ -195,7 +195,7 @@ HRESULT Apartment::Send(std::function<HRESULT()> body)
         {
             const Hold hold(m_machine);
             if (call->done) return call->result;
-            const auto& own = self.stay.apartment;
+            const auto& own = self.membership.apartment;
             if (own && own->single()) incoming = own->Take();
             if (!incoming) {
                 self.wait = {};

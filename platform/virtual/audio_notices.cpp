@@ -136,7 +136,7 @@ void AudioNotices::Work(Process& process)
 {
     {
         const Hold hold(m_machine);
-        Thread::Self()->stay = {1, m_machine.com.Multithreaded(process)};
+        Thread::Self()->membership = {1, m_machine.com.Multithreaded(process)};
     }
     for (;;) Deliver(Next(process));
 }

@@ -32,25 +32,25 @@ constexpr Duration kServerStart = 120s;
 HRESULT Enter(Function& function, DWORD how)
 {
     Call call(function);
-    Stay& stay = call.thread.stay;
+    ApartmentMembership& membership = call.thread.membership;
     const bool single = (how & COINIT_APARTMENTTHREADED) != 0;
     if (call.Fails()) {
         const auto error = static_cast<HRESULT>(call.error());
         // A thread that is told so is in an apartment of the other kind, by somebody else's doing.
-        if (error == RPC_E_CHANGED_MODE && single && !stay.apartment) {
-            stay.apartment = call.machine.com.Multithreaded(call.process());
+        if (error == RPC_E_CHANGED_MODE && single && !membership.apartment) {
+            membership.apartment = call.machine.com.Multithreaded(call.process());
         }
         return error;
     }
-    if (stay.entered > 0) {
-        if (stay.apartment->single() != single) return RPC_E_CHANGED_MODE;
-        ++stay.entered;
+    if (membership.entered > 0) {
+        if (membership.apartment->single() != single) return RPC_E_CHANGED_MODE;
+        ++membership.entered;
         return S_FALSE;
     }
-    stay.apartment = single ? call.machine.com.SingleThreaded(call.process(), call.thread)
-                            : call.machine.com.Multithreaded(call.process());
-    ++stay.apartment->threads;
-    stay.entered = 1;
+    membership.apartment = single ? call.machine.com.SingleThreaded(call.process(), call.thread)
+                                  : call.machine.com.Multithreaded(call.process());
+    ++membership.apartment->threads;
+    membership.entered = 1;
     // Calls come as messages.
     if (single) call.thread.has_queue = true;
     return S_OK;
@@ -138,20 +138,20 @@ void WINAPI CoUninitialize()
     std::shared_ptr<Apartment> closing;
     {
         Call call(fn_co_uninitialize);
-        Stay& stay = call.thread.stay;
-        if (stay.entered == 0) {
+        ApartmentMembership& membership = call.thread.membership;
+        if (membership.entered == 0) {
             call.machine.NoteMisuse("CoUninitialize on a thread that is in no apartment");
             return;
         }
-        if (stay.entered > 1) {
-            --stay.entered;
+        if (membership.entered > 1) {
+            --membership.entered;
             return;
         }
-        if (--stay.apartment->threads == 0) closing = stay.apartment;
+        if (--membership.apartment->threads == 0) closing = membership.apartment;
     }
     // Its objects are given back while the thread is still in it.
     if (closing) closing->Close();
-    Thread::Self()->stay = {};
+    Thread::Self()->membership = {};
 }
 
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
@@ -162,7 +162,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
     {
         Call call(fn_co_create_instance);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
-        if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
+        if (!call.thread.membership.apartment) return CO_E_NOTINITIALIZED;
         if (context & CLSCTX_INPROC_SERVER) factory = call.machine.com.FindInProcessClass(classId);
     }
     if (!factory && !(context & CLSCTX_LOCAL_SERVER)) return REGDB_E_CLASSNOTREG;
@@ -193,7 +193,7 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD, 
         Call call(fn_co_register_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         if (!object || !registration) return E_INVALIDARG;
-        if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
+        if (!call.thread.membership.apartment) return CO_E_NOTINITIALIZED;
     }
     ExportedInterface exported;
     const HRESULT sent = ExportInterface(object, IID_IClassFactory, exported);
@@ -213,7 +213,8 @@ HRESULT WINAPI CoRevokeClassObject(DWORD registration)
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         const Com::Offered* offered = call.machine.com.FindOffer(registration);
         if (!offered || offered->process != call.thread.process) return CO_E_OBJNOTREG;
-        if (offered->object.object->home != call.thread.stay.apartment) return RPC_E_WRONG_THREAD;
+        if (offered->object.object->home != call.thread.membership.apartment)
+            return RPC_E_WRONG_THREAD;
         given_back = offered->object;
         call.machine.com.Withdraw(registration);
     }

@@ -58,7 +58,7 @@ LRESULT WINAPI DispatchMessageW(const MSG* message)
     std::shared_ptr<Apartment> apartment;
     {
         const Call call(fn_dispatch_message);
-        apartment = call.thread.stay.apartment;
+        apartment = call.thread.membership.apartment;
     }
     // Messages of a thread, not of a window, go nowhere.
     if (apartment && message->hwnd == apartment->window()) apartment->Serve();

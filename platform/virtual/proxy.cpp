@@ -472,7 +472,7 @@ HRESULT Proxy::Begin(Function& function, std::shared_ptr<Exported>& object)
 {
     Operation call(function);
     if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused)) return refused;
-    if (call.thread.stay.apartment != m_apartment) return RPC_E_WRONG_THREAD;
+    if (call.thread.membership.apartment != m_apartment) return RPC_E_WRONG_THREAD;
     object = m_object;
     return S_OK;
 }

@@ -19,7 +19,7 @@ class Process;
 class Apartment;
 
 // The apartment of component objects that a thread is in, and how often it was entered; none for 0.
-struct Stay
+struct ApartmentMembership
 {
     int entered = 0;
     std::shared_ptr<Apartment> apartment = {};
@@ -60,7 +60,7 @@ public:
     State state = State::ready;
     bool ends = false;  // its process has ended
     Wait wait;
-    Stay stay;
+    ApartmentMembership membership;
     bool has_queue = false;
     std::deque<MSG> messages;
 
