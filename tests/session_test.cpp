@@ -139,7 +139,7 @@ TEST_F(SessionTest, AProgramPlantedAtAPrefixOfThePathIsNeverStarted)
         }
     });
     EXPECT_EQ(Programs().size(), 2u);
-    EXPECT_EQ(ProgramsMeant(L"C:\\a b\\c.d e"),
+    EXPECT_EQ(CandidatePrograms(L"C:\\a b\\c.d e"),
               (std::vector<std::wstring>{L"C:\\a.exe", L"C:\\a b\\c.d", L"C:\\a b\\c.d e"}));
 }
 

@@ -79,7 +79,7 @@ HRESULT StartServer(Call& call, REFCLSID class_id, Process*& process)
         return start ? start(*service) : CO_E_SERVER_EXEC_FAILURE;
     }
     if (!program) return REGDB_E_CLASSNOTREG;
-    for (const std::wstring& path : ProgramsMeant(*program)) {
+    for (const std::wstring& path : CandidatePrograms(*program)) {
         process = call.machine.StartInstalled(path, L"\"" + path + L"\" -Embedding");
         if (process) return S_OK;
     }

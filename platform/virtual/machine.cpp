@@ -162,12 +162,12 @@ Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view comma
     return &Begin(*found, command_line, std::move(launch));
 }
 
-Process* Machine::StartMeant(std::wstring_view command_line, std::optional<Launch> launch,
-                             DWORD& error)
+Process* Machine::StartCommandLine(std::wstring_view command_line, std::optional<Launch> launch,
+                                   DWORD& error)
 {
     const Hold hold(*this);
     error = ERROR_FILE_NOT_FOUND;
-    for (const std::wstring& path : ProgramsMeant(command_line)) {
+    for (const std::wstring& path : CandidatePrograms(command_line)) {
         std::optional<std::string> file;
         try {
             file = disk.Read(path);

@@ -109,7 +109,8 @@ public:
     Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
                             std::optional<Launch> launch = {});
     // Starts the program that a command line means; null, and why, when there is none.
-    Process* StartMeant(std::wstring_view command_line, std::optional<Launch> launch, DWORD& error);
+    Process* StartCommandLine(std::wstring_view command_line, std::optional<Launch> launch,
+                              DWORD& error);
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.

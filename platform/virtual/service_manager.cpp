@@ -351,7 +351,7 @@ DWORD ServiceManager::Launch(Service& service, const ServiceConfig& config)
     service.handler = nullptr;
     service.called = std::make_shared<Caller>();
     DWORD error = ERROR_SUCCESS;
-    service.process = m_machine.StartMeant(config.path, {}, error);
+    service.process = m_machine.StartCommandLine(config.path, {}, error);
     return error;
 }
 

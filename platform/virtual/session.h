@@ -68,7 +68,7 @@ private:
 // The programs that a command line without a separate application name may mean, in the order in
 // which they are tried: the quoted text, or each prefix that ends at a blank; with ".exe" where the
 // name has no extension.
-std::vector<std::wstring> ProgramsMeant(std::wstring_view command_line);
+std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line);
 
 // The environment of a user, or of the system alone when it is empty.
 std::vector<std::wstring> EnvironmentOf(std::wstring_view user);

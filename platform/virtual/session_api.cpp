@@ -152,7 +152,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
     Process* process = application
                            ? call.machine.StartInstalled(
                                  application, commandLine ? commandLine : application, launch)
-                           : call.machine.StartMeant(commandLine, launch, error);
+                           : call.machine.StartCommandLine(commandLine, launch, error);
     if (!process) return call.Fail(error);
     *information = {call.Open(process->object()), call.Open(process->first_thread()), process->id(),
                     process->first_thread_id()};
