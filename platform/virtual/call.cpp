@@ -26,7 +26,7 @@ Call::Call(Function& function)
       m_function(function),
       m_hold(machine)
 {
-    machine.scheduler.Pass(thread);
+    machine.scheduler.Preempt(thread);
     // A destructor that gives something back must get through; everybody else ends here.
     if (thread.ends && function.role() != Role::gives_back && std::uncaught_exceptions() == 0) {
         throw ThreadEnds{};

@@ -206,7 +206,7 @@ void Scheduler::AwaitGoingOn(Thread& self)
     m_machine.m_mutex.lock();
 }
 
-void Scheduler::Pass(Thread& self)
+void Scheduler::Preempt(Thread& self)
 {
     if (m_still && &self != m_driver && Hold::Once()) return AwaitGoingOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;

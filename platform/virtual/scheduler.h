@@ -89,7 +89,7 @@ public:
     void MakeReady(Thread& thread);
 
     // Every platform call passes here first: a chance for another thread to run.
-    void Pass(Thread& self);
+    void Preempt(Thread& self);
     // Lets somebody else run if anybody can.
     void Yield(Thread& self);
 
