@@ -96,13 +96,13 @@ void Machine::ShiftClock(Duration by)
 void Machine::RunFor(Duration duration)
 {
     const Hold hold(*this);
-    scheduler.Live(now() + duration, {});
+    scheduler.RunMachine(now() + duration, {});
 }
 
 bool Machine::RunUntil(const std::function<bool()>& condition, Duration max)
 {
     const Hold hold(*this);
-    return scheduler.Live(max == Duration::max() ? kNever : now() + max, condition);
+    return scheduler.RunMachine(max == Duration::max() ? kNever : now() + max, condition);
 }
 
 void Machine::RunUntilEnd(const Process& process)

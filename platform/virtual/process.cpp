@@ -182,7 +182,7 @@ void Process::Kill()
     Machine& machine = Machine::Current();
     const Hold hold(machine);
     EndThreads(machine, nullptr);
-    machine.scheduler.Live(kNever, [this] { return !running(); });
+    machine.scheduler.RunMachine(kNever, [this] { return !running(); });
 }
 
 void Process::End(Thread& last, int exit_code)

@@ -73,7 +73,7 @@ void Scheduler::Pace(Instant to)
 void Scheduler::Advance()
 {
     const Instant next = m_alarms.empty() ? kNever : m_alarms.begin()->first;
-    if (m_living) {
+    if (m_machine_runs) {
         if (m_driver_condition && *m_driver_condition && (*m_driver_condition)()) {
             m_condition_held = true;
             return MakeReady(*m_driver);
@@ -93,7 +93,7 @@ void Scheduler::Advance()
 // deadline it goes on in time, and may wake the machine then.
 bool Scheduler::NothingWakes() const
 {
-    if (!m_still || !m_living || m_driver_deadline != kNever) return false;
+    if (!m_still || !m_machine_runs || m_driver_deadline != kNever) return false;
     return std::ranges::none_of(m_alarms, [](const auto& alarm) { return alarm.second->Wakes(); });
 }
 
@@ -231,19 +231,19 @@ void Scheduler::LetRun(Thread& self, std::size_t place)
     m_machine.m_mutex.lock();
 }
 
-bool Scheduler::Live(Instant deadline, const std::function<bool()>& condition)
+bool Scheduler::RunMachine(Instant deadline, const std::function<bool()>& condition)
 {
-    m_living = true;
+    m_machine_runs = true;
     m_driver_deadline = deadline;
     m_driver_condition = &condition;
     m_condition_held = false;
     m_driver->wait = {};
-    m_driver->wait.what = "for the machine to live";
+    m_driver->wait.what = "for the machine to run";
     struct Done
     {
-        bool& living;
-        ~Done() { living = false; }
-    } done{m_living};
+        bool& runs;
+        ~Done() { runs = false; }
+    } done{m_machine_runs};
     Block(*m_driver);
     return m_condition_held;
 }

@@ -100,7 +100,7 @@ public:
 
     // The driver's side: lets the machine live until `deadline`, or until `condition`, which is
     // asked whenever nobody can run, holds. True when it held. Throws StuckMachine.
-    bool Live(Instant deadline, const std::function<bool()>& condition);
+    bool RunMachine(Instant deadline, const std::function<bool()>& condition);
 
     // Who waits for what, a line for each thread.
     std::string Report() const;
@@ -146,7 +146,7 @@ private:
     bool m_still = false;
 
     Thread* m_driver = nullptr;
-    bool m_living = false;  // the driver lets the machine live
+    bool m_machine_runs = false;  // the driver lets the machine live
     Instant m_driver_deadline = kNever;
     const std::function<bool()>* m_driver_condition = nullptr;
     bool m_condition_held = false;
