@@ -84,8 +84,8 @@ void Scheduler::Advance()
             return MakeReady(*m_driver);
         }
     }
-    if (NothingWakes()) return Stick("the PC is asleep, and nothing is going to wake it");
-    if (next == kNever) return Stick("nobody can run, and nothing is going to happen");
+    if (NothingWakes()) return ReportStuck("the PC is asleep, and nothing is going to wake it");
+    if (next == kNever) return ReportStuck("nobody can run, and nothing is going to happen");
     FireNext();
 }
 
@@ -97,7 +97,7 @@ bool Scheduler::NothingWakes() const
     return std::ranges::none_of(m_alarms, [](const auto& alarm) { return alarm.second->Wakes(); });
 }
 
-void Scheduler::Stick(std::string_view why)
+void Scheduler::ReportStuck(std::string_view why)
 {
     m_stuck = "the machine is stuck: " + std::string(why) + "\n" + Report();
     if (m_driver->state == Thread::State::blocked) MakeReady(*m_driver);
@@ -145,7 +145,7 @@ void Scheduler::Block(Thread& self)
     EndIfEnding(self);
     if (self.ends) return;
     self.state = Thread::State::blocked;
-    if (self.wait.lock && InLockCircle(self)) Stick("threads wait for one another's locks");
+    if (self.wait.lock && InLockCircle(self)) ReportStuck("threads wait for one another's locks");
     if (m_options.free) {
         --m_awake;
         while (m_awake == 0) Advance();

@@ -121,7 +121,7 @@ private:
     void Advance();
     void FireNext();
     void Pace(Instant to);
-    void Stick(std::string_view why);
+    void ReportStuck(std::string_view why);
     bool AnybodyMayRun() const;
     bool NothingWakes() const;
     Thread& Choose();
