@@ -315,19 +315,19 @@ public:
 };
 
 // How an enumerator's element is sent on and comes.
-IUnknown* Sent(const CONNECTDATA& element, DWORD& cookie)
+IUnknown* ToWire(const CONNECTDATA& element, DWORD& cookie)
 {
     cookie = element.dwCookie;
     return element.pUnk;
 }
-IUnknown* Sent(IConnectionPoint* element, DWORD&) { return element; }
-const IID& SentAs(const CONNECTDATA*) { return IID_IUnknown; }
-const IID& SentAs(IConnectionPoint* const*) { return IID_IConnectionPoint; }
-void Come(void* object, DWORD cookie, CONNECTDATA& element)
+IUnknown* ToWire(IConnectionPoint* element, DWORD&) { return element; }
+const IID& WireInterface(const CONNECTDATA*) { return IID_IUnknown; }
+const IID& WireInterface(IConnectionPoint* const*) { return IID_IConnectionPoint; }
+void FromWire(void* object, DWORD cookie, CONNECTDATA& element)
 {
     element = {static_cast<IUnknown*>(object), cookie};
 }
-void Come(void* object, DWORD, IConnectionPoint*& element)
+void FromWire(void* object, DWORD, IConnectionPoint*& element)
 {
     element = static_cast<IConnectionPoint*>(static_cast<IUnknown*>(object));
 }
@@ -351,7 +351,7 @@ public:
             void* object = nullptr;
             const HRESULT come = ImportInterface(parcel->objects[i], &object);
             if (FAILED(come)) return come;
-            Come(object, parcel->cookies[i], elements[i]);
+            FromWire(object, parcel->cookies[i], elements[i]);
             if (given) ++*given;
         }
         return result;
@@ -384,8 +384,9 @@ private:
         parcel.objects.resize(given);
         parcel.cookies.resize(given);
         for (ULONG i = 0; i < given; ++i) {
-            IUnknown* const object = Sent(own[i], parcel.cookies[i]);
-            const HRESULT sent = ExportInterface(object, SentAs(own.data()), parcel.objects[i]);
+            IUnknown* const object = ToWire(own[i], parcel.cookies[i]);
+            const HRESULT sent =
+                ExportInterface(object, WireInterface(own.data()), parcel.objects[i]);
             object->Release();
             if (FAILED(sent)) done = sent;
         }
