@@ -8,9 +8,9 @@ using namespace virtual_pc;
 
 namespace {
 
-Endpoint& FindEndpoint(const ScriptLine& line, Stage& stage, const std::string& name)
+Endpoint& FindEndpoint(const ScriptLine& line, ScriptContext& context, const std::string& name)
 {
-    Endpoint* endpoint = stage.pc.audio.Find(FromUtf8(name));
+    Endpoint* endpoint = context.pc.audio.Find(FromUtf8(name));
     if (!endpoint) throw ExpectationFailed(line, "there is no endpoint \"" + name + "\"");
     return *endpoint;
 }
@@ -20,10 +20,10 @@ Action AddEndpoint(const ScriptLine& line, const Arguments& a)
     const EDataFlow flow = ChoiceOf(line, a[1], {"render", "capture"}) == 0 ? eRender : eCapture;
     const bool muted = ChoiceOf(line, a[2], {"unmuted", "muted"}) == 1;
     const bool is_default = !a[3].empty() && ChoiceOf(line, a[3], {"default"}) == 0;
-    return [=, name = FromUtf8(a[0])](Stage& stage) {
-        Endpoint& endpoint = stage.pc.audio.Add(name, flow, {.muted = muted});
+    return [=, name = FromUtf8(a[0])](ScriptContext& context) {
+        Endpoint& endpoint = context.pc.audio.Add(name, flow, {.muted = muted});
         if (is_default) endpoint.MakeDefault();
-        stage.pc.Settle();
+        context.pc.Settle();
     };
 }
 
@@ -31,9 +31,9 @@ Action AddEndpoint(const ScriptLine& line, const Arguments& a)
 template <void (*act)(Endpoint&)>
 Action On(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](Stage& stage) {
-        act(FindEndpoint(line, stage, name));
-        stage.pc.Settle();
+    return [line, name = a[0]](ScriptContext& context) {
+        act(FindEndpoint(line, context, name));
+        context.pc.Settle();
     };
 }
 
@@ -49,17 +49,17 @@ Action SetVolume(const ScriptLine& line, const Arguments& a)
 {
     const std::uint32_t percent = NumberOf(line, a[1]);
     if (percent > 100) throw ScriptError(line, "\"" + a[1] + "\" is no volume of 0 to 100");
-    return [=, name = a[0]](Stage& stage) {
-        FindEndpoint(line, stage, name).SetVolume(static_cast<float>(percent) / 100);
-        stage.pc.Settle();
+    return [=, name = a[0]](ScriptContext& context) {
+        FindEndpoint(line, context, name).SetVolume(static_cast<float>(percent) / 100);
+        context.pc.Settle();
     };
 }
 
 Action ExpectMute(const ScriptLine& line, const Arguments& a)
 {
     const bool muted = ChoiceOf(line, a[1], {"unmuted", "muted"}) == 1;
-    return [=, name = a[0]](Stage& stage) {
-        if (FindEndpoint(line, stage, name).Muted() == muted) return;
+    return [=, name = a[0]](ScriptContext& context) {
+        if (FindEndpoint(line, context, name).Muted() == muted) return;
         throw ExpectationFailed(line, "expected " + name + (muted ? " muted" : " unmuted") +
                                           ", but it is " + (muted ? "unmuted" : "muted"));
     };
@@ -81,15 +81,16 @@ std::string_view StateWord(DWORD state)
 
 Action ShowAudio(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        for (const Endpoint* endpoint : stage.pc.audio.All()) {
-            stage.out << ToUtf8(endpoint->name()) << ": "
-                      << (endpoint->flow() == eRender ? "render, " : "capture, ")
-                      << StateWord(endpoint->State())
-                      << (endpoint->Muted() ? ", muted" : ", unmuted") << ", volume "
-                      << std::lround(endpoint->Volume() * 100)
-                      << (stage.pc.audio.Default(endpoint->flow()) == endpoint ? ", default" : "")
-                      << "\n";
+    return [](ScriptContext& context) {
+        for (const Endpoint* endpoint : context.pc.audio.All()) {
+            context.out << ToUtf8(endpoint->name()) << ": "
+                        << (endpoint->flow() == eRender ? "render, " : "capture, ")
+                        << StateWord(endpoint->State())
+                        << (endpoint->Muted() ? ", muted" : ", unmuted") << ", volume "
+                        << std::lround(endpoint->Volume() * 100)
+                        << (context.pc.audio.Default(endpoint->flow()) == endpoint ? ", default"
+                                                                                   : "")
+                        << "\n";
         }
     };
 }

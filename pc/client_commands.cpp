@@ -41,137 +41,138 @@ LONG LongOf(const ScriptLine& line, const std::string& text)
     return static_cast<LONG>(NumberOf(line, text));
 }
 
-AgentClient& ClientOf(Stage& stage)
+AgentClient& ClientOf(ScriptContext& context)
 {
-    auto& client = stage.clients[stage.client];
-    if (!client) client = std::make_shared<AgentClient>(stage.pc, FromUtf8(stage.client));
+    auto& client = context.clients[context.client];
+    if (!client) client = std::make_shared<AgentClient>(context.pc, FromUtf8(context.client));
     return *client;
 }
 
-void KeepAnswer(Stage& stage, const AgentClient::Answer& answer)
+void KeepAnswer(ScriptContext& context, const AgentClient::Answer& answer)
 {
-    stage.client_answer = ToUtf8(answer.Words());
-    stage.pc.Settle();
+    context.client_answer = ToUtf8(answer.Words());
+    context.pc.Settle();
 }
 
-AgentClient::Answer Get(Stage& stage, LONG feature)
+AgentClient::Answer Get(ScriptContext& context, LONG feature)
 {
-    return ClientOf(stage).Call(L"GetNeverSleepParam", {feature}, {VT_I4});
+    return ClientOf(context).Call(L"GetNeverSleepParam", {feature}, {VT_I4});
 }
 
-AgentClient::Answer GetInterval(Stage& stage)
+AgentClient::Answer GetInterval(ScriptContext& context)
 {
-    return ClientOf(stage).Call(L"GetDoNotDisturbTimeInterval", {}, {VT_UINT, VT_UINT});
+    return ClientOf(context).Call(L"GetDoNotDisturbTimeInterval", {}, {VT_UINT, VT_UINT});
 }
 
 Action Use(const ScriptLine&, const Arguments& a)
 {
-    return [name = a[0]](Stage& stage) { stage.client = name; };
+    return [name = a[0]](ScriptContext& context) { context.client = name; };
 }
 
 Action SetFeature(const ScriptLine& line, const Arguments& a)
 {
-    return [feature = FeatureOf(line, a[0]), value = LongOf(line, a[1])](Stage& stage) {
-        KeepAnswer(stage, ClientOf(stage).Call(L"SetNeverSleepParam", {feature, value}));
+    return [feature = FeatureOf(line, a[0]), value = LongOf(line, a[1])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Call(L"SetNeverSleepParam", {feature, value}));
     };
 }
 
 Action GetFeature(const ScriptLine& line, const Arguments& a)
 {
-    return
-        [feature = FeatureOf(line, a[0])](Stage& stage) { KeepAnswer(stage, Get(stage, feature)); };
+    return [feature = FeatureOf(line, a[0])](ScriptContext& context) {
+        KeepAnswer(context, Get(context, feature));
+    };
 }
 
 Action SetInterval(const ScriptLine& line, const Arguments& a)
 {
-    return [from = LongOf(line, a[0]), to = LongOf(line, a[1])](Stage& stage) {
-        KeepAnswer(stage, ClientOf(stage).Call(L"SetDoNotDisturbTimeInterval", {from, to}));
+    return [from = LongOf(line, a[0]), to = LongOf(line, a[1])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Call(L"SetDoNotDisturbTimeInterval", {from, to}));
     };
 }
 
 Action AskInterval(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { KeepAnswer(stage, GetInterval(stage)); };
+    return [](ScriptContext& context) { KeepAnswer(context, GetInterval(context)); };
 }
 
 Action AskVersion(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        KeepAnswer(stage, ClientOf(stage).Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}));
+    return [](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}));
     };
 }
 
 Action AskStatus(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
+    return [](ScriptContext& context) {
         for (const auto& known : kFeatures) {
-            const AgentClient::Answer answer = Get(stage, known.feature);
-            const Hold hold(stage.pc);
-            stage.out << known.name << "  " << ToUtf8(answer.Words()) << "\n";
+            const AgentClient::Answer answer = Get(context, known.feature);
+            const Hold hold(context.pc);
+            context.out << known.name << "  " << ToUtf8(answer.Words()) << "\n";
         }
-        const AgentClient::Answer interval = GetInterval(stage);
+        const AgentClient::Answer interval = GetInterval(context);
         {
-            const Hold hold(stage.pc);
-            stage.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
+            const Hold hold(context.pc);
+            context.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
         }
-        KeepAnswer(stage, interval);
+        KeepAnswer(context, interval);
     };
 }
 
 Action Event(const ScriptLine& line, const Arguments& a)
 {
     if (a[0].empty()) {
-        return [](Stage& stage) {
-            KeepAnswer(stage, ClientOf(stage).GetProperty(L"NeverSleepEventCode"));
+        return [](ScriptContext& context) {
+            KeepAnswer(context, ClientOf(context).GetProperty(L"NeverSleepEventCode"));
         };
     }
-    return [code = LongOf(line, a[0])](Stage& stage) {
-        KeepAnswer(stage, ClientOf(stage).PutProperty(L"NeverSleepEventCode", code));
+    return [code = LongOf(line, a[0])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).PutProperty(L"NeverSleepEventCode", code));
     };
 }
 
 Action Advise(const ScriptLine& line, const Arguments& a)
 {
     const std::size_t reaction = a[1].empty() ? 0 : ChoiceOf(line, a[1], kReactions);
-    return [name = FromUtf8(a[0]), reaction](Stage& stage) {
-        KeepAnswer(stage, ClientOf(stage).Advise(name, static_cast<SinkReaction>(reaction)));
+    return [name = FromUtf8(a[0]), reaction](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Advise(name, static_cast<SinkReaction>(reaction)));
     };
 }
 
 Action Unadvise(const ScriptLine&, const Arguments& a)
 {
-    return [name = FromUtf8(a[0])](Stage& stage) {
-        KeepAnswer(stage, ClientOf(stage).Unadvise(name));
+    return [name = FromUtf8(a[0])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Unadvise(name));
     };
 }
 
 Action Release(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { ClientOf(stage).Release(); };
+    return [](ScriptContext& context) { ClientOf(context).Release(); };
 }
 
 template <void (AgentClient::*end)()>
 Action End(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        (ClientOf(stage).*end)();
-        stage.clients.erase(stage.client);
+    return [](ScriptContext& context) {
+        (ClientOf(context).*end)();
+        context.clients.erase(context.client);
     };
 }
 
 Action ExpectAnswer(const ScriptLine& line, const Arguments& a)
 {
-    return [line, expected = a[0]](Stage& stage) {
-        if (stage.client_answer == expected) return;
+    return [line, expected = a[0]](ScriptContext& context) {
+        if (context.client_answer == expected) return;
         throw ExpectationFailed(line, "expected the answer " + expected +
-                                          " to the client, but it is " + stage.client_answer);
+                                          " to the client, but it is " + context.client_answer);
     };
 }
 
 Action ExpectSinkHeard(const ScriptLine& line, const Arguments& a)
 {
-    return [line, sink = a[0], expected = a[1]](Stage& stage) {
-        const std::string heard = ToUtf8(ClientOf(stage).Heard(FromUtf8(sink)));
+    return [line, sink = a[0], expected = a[1]](ScriptContext& context) {
+        const std::string heard = ToUtf8(ClientOf(context).Heard(FromUtf8(sink)));
         if (heard == expected) return;
         throw ExpectationFailed(line, "expected sink " + sink + " to have heard \"" + expected +
                                           "\", but it has heard \"" + heard + "\"");

@@ -21,7 +21,7 @@ class AgentClient;
 using Facts = std::map<std::string, std::string>;
 
 // What a running command works on.
-struct Stage
+struct ScriptContext
 {
     virtual_pc::Machine& pc;
     const virtual_pc::Image& image;
@@ -41,7 +41,7 @@ struct Stage
     Facts remembered = {};
 };
 
-using Action = std::function<void(Stage&)>;
+using Action = std::function<void(ScriptContext&)>;
 using Arguments = std::vector<std::string>;
 
 struct Command
@@ -55,7 +55,7 @@ struct Command
 };
 
 // Binds a command without arguments that only prints.
-template <void (*show)(Stage&)>
+template <void (*show)(ScriptContext&)>
 Action Show(const ScriptLine&, const Arguments&)
 {
     return show;

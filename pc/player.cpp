@@ -30,13 +30,13 @@ Player::Player(const PlayOptions& options, std::ostream& out)
       m_image{.host_path = options.image, .resources = options.resources},
       m_view(m_pc),
       m_story(m_pc, out),
-      m_stage{m_pc, m_image, m_view, m_story, out, {}}
+      m_context{m_pc, m_image, m_view, m_story, out, {}}
 {
     if (m_trace.is_open()) TraceTo(m_pc, m_trace);
     m_pc.Install(m_image);
 }
 
-void Player::Play(const ScriptLine& line) { Bind(line)(m_stage); }
+void Player::Play(const ScriptLine& line) { Bind(line)(m_context); }
 
 int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
                 std::ostream& out, std::ostream& errors)

@@ -34,7 +34,7 @@ private:
     virtual_pc::Image m_image;
     ServiceView m_view;
     Story m_story;
-    Stage m_stage;
+    ScriptContext m_context;
 };
 
 // Reads all scripts, and then plays one after the other on one PC. Returns the exit status: 0, 1

@@ -35,17 +35,17 @@ std::wstring NameOf(const std::string& text) { return text == "@" ? L"" : FromUt
 Action Set(const ScriptLine& line, const Arguments& a)
 {
     return [key = KeyOf(line, a[0]), name = NameOf(a[1]), value = ValueOf(line, a[2], a[3])](
-               Stage& stage) { stage.pc.registry.Set(key, name, value); };
+               ScriptContext& context) { context.pc.registry.Set(key, name, value); };
 }
 
 Action DeleteKeyOrValue(const ScriptLine& line, const Arguments& a)
 {
-    return
-        [line, key = KeyOf(line, a[0]), name = a[1], all = line.words.size() == 3](Stage& stage) {
-            const bool deleted = all ? stage.pc.registry.DeleteKey(key)
-                                     : stage.pc.registry.DeleteValue(key, NameOf(name));
-            if (!deleted) throw ExpectationFailed(line, "there is no " + ToUtf8(key) + " " + name);
-        };
+    return [line, key = KeyOf(line, a[0]), name = a[1],
+            all = line.words.size() == 3](ScriptContext& context) {
+        const bool deleted = all ? context.pc.registry.DeleteKey(key)
+                                 : context.pc.registry.DeleteValue(key, NameOf(name));
+        if (!deleted) throw ExpectationFailed(line, "there is no " + ToUtf8(key) + " " + name);
+    };
 }
 
 // A file is found from the script's folder.
@@ -56,9 +56,9 @@ std::filesystem::path FileOf(const ScriptLine& line, const std::string& name)
 
 Action Import(const ScriptLine& line, const Arguments& a)
 {
-    return [line, file = FileOf(line, a[0])](Stage& stage) {
+    return [line, file = FileOf(line, a[0])](ScriptContext& context) {
         try {
-            stage.pc.registry.Import(file);
+            context.pc.registry.Import(file);
         } catch (const std::runtime_error& error) {
             throw ScriptError(line, error.what());
         }
@@ -67,9 +67,9 @@ Action Import(const ScriptLine& line, const Arguments& a)
 
 Action Export(const ScriptLine& line, const Arguments& a)
 {
-    return [line, key = KeyOf(line, a[0]), file = FileOf(line, a[1])](Stage& stage) {
+    return [line, key = KeyOf(line, a[0]), file = FileOf(line, a[1])](ScriptContext& context) {
         try {
-            stage.pc.registry.Export(file, key);
+            context.pc.registry.Export(file, key);
         } catch (const std::runtime_error& error) {
             throw ExpectationFailed(line, error.what());
         }

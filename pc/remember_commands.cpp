@@ -56,23 +56,23 @@ std::vector<std::string> BeginningsOf(const std::string& text)
 
 Action Remember(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { stage.remembered = FactsOf(stage.pc); };
+    return [](ScriptContext& context) { context.remembered = FactsOf(context.pc); };
 }
 
 Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
 {
-    return [line, except = BeginningsOf(a[0])](Stage& stage) {
-        if (stage.remembered.empty()) throw ExpectationFailed(line, "nothing was remembered");
-        const Facts now = FactsOf(stage.pc);
+    return [line, except = BeginningsOf(a[0])](ScriptContext& context) {
+        if (context.remembered.empty()) throw ExpectationFailed(line, "nothing was remembered");
+        const Facts now = FactsOf(context.pc);
         std::string different;
         const auto compare = [&](const std::string& name) {
             const auto is_exempt = [&](const std::string& beginning) {
                 return name.starts_with(beginning);
             };
             if (std::ranges::any_of(except, is_exempt)) return;
-            const auto before = stage.remembered.find(name);
+            const auto before = context.remembered.find(name);
             const auto after = now.find(name);
-            if (before == stage.remembered.end())
+            if (before == context.remembered.end())
                 different += "\n  " + name + " is new";
             else if (after == now.end())
                 different += "\n  " + name + " is gone";
@@ -81,7 +81,7 @@ Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
             }
         };
         for (const auto& [name, value] : now) compare(name);
-        for (const auto& [name, value] : stage.remembered) {
+        for (const auto& [name, value] : context.remembered) {
             if (!now.contains(name)) compare(name);
         }
         if (!different.empty()) throw ExpectationFailed(line, "these differ:" + different);
