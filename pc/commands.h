@@ -18,7 +18,7 @@
 class AgentClient;
 
 // What is so on the PC, by names.
-using Facts = std::map<std::string, std::string>;
+using Observations = std::map<std::string, std::string>;
 
 // What a running command works on.
 struct ScriptContext
@@ -38,7 +38,7 @@ struct ScriptContext
     std::string client = "UI";
     std::string client_answer = {};
 
-    Facts remembered = {};
+    Observations remembered = {};
 };
 
 using Action = std::function<void(ScriptContext&)>;

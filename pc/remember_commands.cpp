@@ -9,37 +9,38 @@ using namespace virtual_pc;
 
 namespace {
 
-void AddKey(const RegistryNode& key, const std::string& path, Facts& facts)
+void AddKey(const RegistryNode& key, const std::string& path, Observations& observations)
 {
-    facts[path] = "a key";
+    observations[path] = "a key";
     for (const auto& [name, value] : key.values) {
-        std::string& fact = facts[path + " " + (name.empty() ? "@" : ToUtf8(name))];
-        fact = std::to_string(value.type) + ":";
-        fact.append(value.data.begin(), value.data.end());
+        std::string& observation = observations[path + " " + (name.empty() ? "@" : ToUtf8(name))];
+        observation = std::to_string(value.type) + ":";
+        observation.append(value.data.begin(), value.data.end());
     }
-    for (const auto& [name, below] : key.keys) AddKey(*below, path + "\\" + ToUtf8(name), facts);
+    for (const auto& [name, below] : key.keys)
+        AddKey(*below, path + "\\" + ToUtf8(name), observations);
 }
 
 // The registry, the power plans and the mute states, each by a name that a person can read.
-Facts FactsOf(Machine& pc)
+Observations Observe(Machine& pc)
 {
     const Hold hold(pc);
-    Facts facts;
+    Observations observations;
     for (const wchar_t* root : {L"HKLM", L"HKCU"}) {
         const auto key = pc.registry.FindKey(Registry::Parse(root));
-        if (key) AddKey(*key, ToUtf8(root), facts);
+        if (key) AddKey(*key, ToUtf8(root), observations);
     }
-    facts["active plan"] = ToUtf8(pc.power.active().name);
+    observations["active plan"] = ToUtf8(pc.power.active().name);
     for (const auto& [guid, plan] : pc.power.plans()) {
         for (const auto& [setting, value] : plan.values) {
-            facts["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
+            observations["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
                 std::to_string(value.ac) + " " + std::to_string(value.dc);
         }
     }
     for (const Endpoint* endpoint : pc.audio.All()) {
-        facts["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
+        observations["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
     }
-    return facts;
+    return observations;
 }
 
 // What begins with one of these may differ.
@@ -56,14 +57,14 @@ std::vector<std::string> BeginningsOf(const std::string& text)
 
 Action Remember(const ScriptLine&, const Arguments&)
 {
-    return [](ScriptContext& context) { context.remembered = FactsOf(context.pc); };
+    return [](ScriptContext& context) { context.remembered = Observe(context.pc); };
 }
 
 Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
 {
     return [line, except = BeginningsOf(a[0])](ScriptContext& context) {
         if (context.remembered.empty()) throw ExpectationFailed(line, "nothing was remembered");
-        const Facts now = FactsOf(context.pc);
+        const Observations now = Observe(context.pc);
         std::string different;
         const auto compare = [&](const std::string& name) {
             const auto is_exempt = [&](const std::string& beginning) {
