@@ -23,7 +23,8 @@ void Announcer::Remove(Listener& listener)
 void Announcer::Announce(const Announcement& announcement, std::function<void()> all_handled)
 {
     const Hold hold(m_machine);
-    // Counts those who have still to handle it, and this call itself.
+    // Counts the listeners that have yet to handle it, plus one for the loop below, so that
+    // `all_handled` is not called before every listener has been told.
     const auto left = std::make_shared<int>(1);
     const std::function<void()> handled = [left, all_handled = std::move(all_handled)] {
         if (--*left == 0 && all_handled) all_handled();

@@ -34,7 +34,7 @@ Function fn_get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
 Function fn_set_mute{"SetMute", Failing::hresult};
 Function fn_get_mute{"GetMute", Failing::hresult};
 
-// What belongs to an endpoint is called by its name.
+// An object that belongs to an endpoint; reports list it by the name of the endpoint.
 class OfEndpoint : public Counted
 {
 public:
@@ -119,7 +119,7 @@ public:
         return S_OK;
     }
 
-    // The one channel is the whole.
+    // Endpoints are mono: the channel volume is the master volume.
     HRESULT SetChannelVolumeLevel(UINT channel, float decibels, const GUID* context) override
     {
         return channel > 0 ? E_INVALIDARG : SetMasterVolumeLevel(decibels, context);
@@ -209,7 +209,7 @@ public:
         return S_OK;
     }
 
-    // What is known of an endpoint besides its volume is nobody's business here.
+    // Not modelled: the service only uses an endpoint's volume.
     HRESULT OpenPropertyStore(DWORD, IPropertyStore**) override { return E_NOTIMPL; }
 
     HRESULT GetId(LPWSTR* id) override

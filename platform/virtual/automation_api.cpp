@@ -1,4 +1,4 @@
-// Strings and values of automation.
+// Automation: BSTR strings and VARIANT values.
 
 #include "platform/automation.h"
 
@@ -18,7 +18,7 @@ Function fn_sys_free_string{"SysFreeString", Failing::never, Role::gives_back};
 Function fn_variant_clear{"VariantClear", Failing::never, Role::gives_back};
 Function fn_variant_change_type{"VariantChangeType", Failing::hresult};
 
-// A string's length in bytes stands right before its text; the text itself is aligned.
+// The length of a string in bytes lies right before its text. Eight bytes keep the text aligned.
 constexpr std::size_t kPrefix = 8;
 
 DWORD& LengthOf(BSTR text) { return reinterpret_cast<DWORD*>(text)[-1]; }
@@ -63,7 +63,7 @@ HRESULT WINAPI VariantClear(VARIANTARG* value)
         const Call call(fn_variant_clear);
         *value = {};
     }
-    // What it refers to is somebody else's.
+    // A VT_BYREF value does not own what it points to.
     if (was.vt == VT_BSTR) SysFreeString(was.bstrVal);
     if ((was.vt == VT_DISPATCH || was.vt == VT_UNKNOWN) && was.punkVal) was.punkVal->Release();
     return S_OK;

@@ -27,7 +27,8 @@ Call::Call(Function& function)
       m_hold(machine)
 {
     machine.scheduler.Preempt(thread);
-    // A destructor that gives something back must get through; everybody else ends here.
+    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
+    // ends the thread here.
     if (thread.ends && function.role() != Role::gives_back && std::uncaught_exceptions() == 0) {
         throw ThreadEnds{};
     }

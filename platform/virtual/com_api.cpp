@@ -36,7 +36,8 @@ HRESULT Enter(Function& function, DWORD how)
     const bool single = (how & COINIT_APARTMENTTHREADED) != 0;
     if (call.Fails()) {
         const auto error = static_cast<HRESULT>(call.error());
-        // A thread that is told so is in an apartment of the other kind, by somebody else's doing.
+        // A simulated RPC_E_CHANGED_MODE implies that other code has entered the multithreaded
+        // apartment on this thread before; model that.
         if (error == RPC_E_CHANGED_MODE && single && !membership.apartment) {
             membership.apartment = call.machine.com.Multithreaded(call.process());
         }
@@ -51,7 +52,7 @@ HRESULT Enter(Function& function, DWORD how)
                                   : call.machine.com.Multithreaded(call.process());
     ++membership.apartment->threads;
     membership.entered = 1;
-    // Calls come as messages.
+    // Incoming calls are posted to the thread as messages.
     if (single) call.thread.has_queue = true;
     return S_OK;
 }
@@ -86,7 +87,7 @@ HRESULT StartServer(Call& call, REFCLSID class_id, Process*& process)
     return CO_E_SERVER_EXEC_FAILURE;
 }
 
-// The class object of a server, which is started unless it runs.
+// Finds a class object, and starts its server when none is registered.
 HRESULT FindServer(Call& call, REFCLSID class_id, ExportedInterface& class_object)
 {
     Process* process = nullptr;
@@ -149,7 +150,7 @@ void WINAPI CoUninitialize()
         }
         if (--membership.apartment->threads == 0) closing = membership.apartment;
     }
-    // Its objects are given back while the thread is still in it.
+    // Close releases the apartment's objects, so the thread leaves it only afterwards.
     if (closing) closing->Close();
     Thread::Self()->membership = {};
 }
@@ -243,7 +244,7 @@ ULONG WINAPI CoReleaseServerProcess()
     return left;
 }
 
-// Any call is let in here, whatever the security.
+// Security is not modelled: every call is allowed.
 HRESULT WINAPI CoInitializeSecurity(LPVOID, LONG, LPVOID, LPVOID, DWORD, DWORD, LPVOID, DWORD,
                                     LPVOID)
 {

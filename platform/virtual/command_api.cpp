@@ -35,7 +35,7 @@ public:
     std::FILE* file() const { return m_file; }
 
 private:
-    // The host's streams over memory give no wide characters, those over files do.
+    // A file, because the host cannot read wide characters from its memory streams.
     static std::FILE* FileOf(const std::string& text)
     {
         const int file = memfd_create("output", MFD_CLOEXEC);
@@ -50,7 +50,8 @@ private:
     std::FILE* m_file;
 };
 
-// What the command prints, in a code page that has no letters but the plain ones.
+// The output of a command. The console's code page is taken to be ASCII: any other character
+// becomes a question mark.
 std::string Run(const Machine& machine, std::wstring_view command)
 {
     std::string text;

@@ -1,4 +1,5 @@
-// The debugger's ear. Its functions tell nobody of a failure: a fault drops the text, or raises.
+// Output to the debugger. The functions return nothing, so a fault drops the text or raises an
+// exception.
 
 #include <string>
 

@@ -138,7 +138,7 @@ DWORD Device::Request(DWORD code, std::span<const BYTE> bytes)
     return error;
 }
 
-// --- All of them ---
+// --- All devices ---
 
 Device& Devices::Add(std::wstring_view instance_id)
 {

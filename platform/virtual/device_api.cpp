@@ -11,7 +11,7 @@ using namespace virtual_pc;
 
 namespace {
 
-// Codes that only this room gives.
+// Codes that only this file returns.
 constexpr DWORD kErrorNoMoreItems = 259;
 constexpr DWORD kErrorNoAccess = 998;
 constexpr DWORD kErrorInvalidUserBuffer = 1784;
@@ -34,11 +34,11 @@ class DeviceInfoSet final : public Object
 public:
     std::string_view Kind() const override { return "device info set"; }
 
-    std::vector<DEVINST> devices;  // the place of each among all there ever were, from 1
+    std::vector<DEVINST> devices;  // the index of each among all known devices, from 1
     std::vector<DeviceInterface> interfaces;
 };
 
-// What the set holds, taken once: it does not follow what is plugged in or pulled later.
+// A snapshot: the set does not change when devices are plugged in or removed later.
 std::shared_ptr<DeviceInfoSet> TakeSet(const Devices& all, const GUID* interface_class, DWORD flags)
 {
     auto set = std::make_shared<DeviceInfoSet>();
@@ -80,7 +80,7 @@ HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerat
 {
     Call call(fn_get_class_devs);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
-    // A class is one of interfaces here; the PC's devices have no other.
+    // Only classes of interfaces are modelled, no setup classes.
     const DWORD kind = flags & ~DIGCF_PRESENT;
     const bool understood =
         interfaceClass ? kind == DIGCF_DEVICEINTERFACE : kind == DIGCF_ALLCLASSES;
@@ -179,7 +179,7 @@ BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD input
 {
     Call call(fn_device_io_control);
     if (!returned) {
-        // The system writes the count whatever comes, and the program ends there.
+        // Windows always writes the count, so a null pointer would end the program.
         call.machine.NoteMisuse("DeviceIoControl without a place for the count of bytes returned");
         return call.Fail(kErrorNoAccess);
     }

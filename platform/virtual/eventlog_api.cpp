@@ -8,7 +8,7 @@ using namespace virtual_pc;
 
 namespace {
 
-// The log of this PC; others cannot be reached.
+// Only the log of this PC can be opened.
 constexpr DWORD kErrorServerUnavailable = 1722;
 
 class EventSource final : public Object

@@ -28,7 +28,7 @@ public:
         m_period = period;
         m_resume = resume;
         Scheduler& scheduler = Machine::Current().scheduler;
-        // What is due already is signalled at once; the periods count from here.
+        // A time that has passed signals the timer at once, and the periods count from now.
         if (due <= scheduler.now()) {
             Disarm();
             Signal();
@@ -139,7 +139,7 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
     if (!timer) return FALSE;
     if (!due || period < 0) return call.Fail(ERROR_INVALID_PARAMETER);
     const Duration time{due->QuadPart};
-    // The machine's calendar is local time, and its UTC is the same.
+    // The machine has no time zone: its UTC is its local time.
     const Instant when = time < Duration::zero()
                              ? call.machine.now() - time
                              : call.machine.now() + (time - call.machine.clock());

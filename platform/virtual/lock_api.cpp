@@ -10,15 +10,15 @@ using namespace virtual_pc;
 
 namespace {
 
-// Who waits for which lock. With the machine held. Kept here and not in the lock, whose layout is
-// the platform's.
+// The threads that wait for each lock, longest first. With the machine held. Kept here, because the
+// platform fixes the layout of the lock.
 std::map<const CRITICAL_SECTION*, std::vector<Thread*>>& LockWaiters()
 {
     static std::map<const CRITICAL_SECTION*, std::vector<Thread*>> waiters;
     return waiters;
 }
 
-// A thread's place among those who wait for a lock.
+// Counts a thread among those that wait for a lock, for as long as it exists.
 class LockWait
 {
 public:
@@ -50,7 +50,7 @@ HANDLE OwnerOf(const Thread& thread)
     return reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(thread.id));
 }
 
-// The initialisations under way, each with what its late-comers wait for.
+// An initialisation under way; other threads wait for it.
 class Once final : public Waitable
 {
 public:
@@ -74,8 +74,8 @@ Function fn_init_once{"InitOnceExecuteOnce"};
 
 extern "C" {
 
-// Static objects make and delete their locks while an image is loaded and unloaded, or before
-// there is a machine at all: neither needs it.
+// Without a Call: static objects create and delete their locks while an image is loaded or
+// unloaded, or when there is no machine.
 void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section) { *section = {}; }
 
 BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD)
@@ -101,12 +101,13 @@ void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
         ++section->RecursionCount;
         return;
     }
-    // Whoever comes first takes a lock that is let go of, as with the real one: a waiter is only
-    // told to look again.
+    // A released lock goes to the first thread that tries to take it, as on Windows: a waiter is
+    // woken only to try again.
     while (section->RecursionCount > 0) {
         const LockWait waiting(section, call.thread);
         call.machine.scheduler.Block(call.thread);
-        if (call.thread.ends) return;  // unwinding: without the lock, which its leave forgives
+        if (call.thread.ends)
+            return;  // unwinding, without the lock; LeaveCriticalSection allows for that
     }
     section->OwningThread = self;
     section->RecursionCount = 1;

@@ -56,7 +56,7 @@ Machine::Machine(const Options& options)
 Machine::~Machine()
 {
     {
-        // Asleep, nobody could end.
+        // No thread of a sleeping machine could run to its end.
         const Hold hold(*this);
         scheduler.GoOn();
     }
@@ -137,7 +137,7 @@ void Machine::Install(const Image& image)
     const Hold hold(*this);
     std::erase_if(m_programs, [&](const Program& known) { return known.image.path == image.path; });
     m_programs.push_back({image, {}});
-    disk.Write(image.path, "MZ");  // nothing on the PC looks into it
+    disk.Write(image.path, "MZ");  // nothing on the PC reads it
     if (image.resources.empty()) return;
     event_log.AddMessageFile(image.path, image.resources / "HOLVService.mc");
     com.type_libraries.Add(image.path, image.resources.parent_path() / "api" / "HOLVAgentLib.idl");
@@ -172,7 +172,7 @@ Process* Machine::StartCommandLine(std::wstring_view command_line, std::optional
         try {
             file = disk.Read(path);
         } catch (const std::invalid_argument&) {
-            // A name that lies nowhere on the disk.
+            // Not a path on the disk.
         }
         if (!file) continue;
         Process* process = StartInstalled(path, command_line, std::move(launch));

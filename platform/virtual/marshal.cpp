@@ -15,7 +15,7 @@ HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported
 {
     exported = {};
     if (!object) return S_OK;
-    // What stands for an object elsewhere goes on as a reference to that object itself.
+    // A proxy is exported as the object that it stands for, so that no proxy stands for a proxy.
     if (const auto* facet = dynamic_cast<ProxyFacet*>(object)) {
         exported = {facet->proxy().object(), id};
         return S_OK;

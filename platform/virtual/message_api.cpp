@@ -60,12 +60,12 @@ LRESULT WINAPI DispatchMessageW(const MSG* message)
         const Call call(fn_dispatch_message);
         apartment = call.thread.membership.apartment;
     }
-    // Messages of a thread, not of a window, go nowhere.
+    // A message without a window has no handler.
     if (apartment && message->hwnd == apartment->window()) apartment->Serve();
     return 0;
 }
 
-// The user reads it at once.
+// Returns at once, as if the user had pressed OK.
 int WINAPI MessageBoxW(HWND, LPCWSTR text, LPCWSTR caption, UINT)
 {
     Call call(fn_message_box);

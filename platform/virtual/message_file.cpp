@@ -86,7 +86,7 @@ private:
         (this->*keyword->read)(Trim(line.substr(equals + 1)));
     }
 
-    // For the compiler's other outputs, which a message table has nothing of.
+    // For keywords of the compiler's other outputs, which do not affect the table.
     void Skip(std::string_view) {}
 
     // (NAME=NUMBER:FILE NAME=NUMBER:FILE ...)
@@ -140,7 +140,7 @@ private:
         }
     }
 
-    // The compiler would store other bytes in a code page that this file does not tell.
+    // Refuses other bytes than ASCII: they depend on a code page that the file does not name.
     wchar_t Widen(char byte) const
     {
         if (static_cast<unsigned char>(byte) > 0x7F) Fail("a character that is not ASCII");

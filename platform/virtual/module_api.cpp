@@ -35,7 +35,7 @@ public:
     const std::wstring path;
 };
 
-// Of the system's messages, those that somebody here has seen.
+// The system's messages that are modelled; FormatMessageW fails for others.
 struct Message
 {
     DWORD error;

@@ -27,8 +27,8 @@ Function fn_clone{"IEnum::Clone", Failing::hresult};
 Function fn_create_instance{"IClassFactory::CreateInstance", Failing::hresult};
 Function fn_lock_server{"LockServer", Failing::hresult};
 
-// What a call leaves its apartment with and comes back with. It is shared by both sides, as the
-// caller may end while the call is still at work.
+// The arguments and the results of a remote call. Both sides share it, as the caller may end while
+// the call still runs.
 struct Parcel
 {
     std::vector<TravellingValue> values;
@@ -71,7 +71,8 @@ protected:
         });
     }
 
-    // For operations that give an interface: `body` puts the object's own into its argument.
+    // For methods that return an interface: `body` stores the object's own, and the caller gets it
+    // marshaled.
     template <class Given, class Body>
     HRESULT RemoteGiven(Function& function, REFIID id, Given** given, Body body)
     {
@@ -121,7 +122,7 @@ public:
         return result;
     }
 
-    // Type information does not stand for an object elsewhere: each process has its own.
+    // Type information has no proxy: each process gets an object of its own.
     HRESULT GetTypeInfo(UINT index, LCID locale, ITypeInfo** info) override
     {
         if (!info) return E_POINTER;
@@ -196,7 +197,7 @@ private:
     static HRESULT InvokeThere(IDispatch& target, Parcel& parcel, DISPID member, REFIID reserved,
                                LCID locale, WORD flags, bool wants_result)
     {
-        // Whatever happens, what was made on this side is given back on it.
+        // Clears on every path what was unpacked on this side.
         struct Made
         {
             std::vector<VARIANT> arguments;
@@ -314,7 +315,7 @@ public:
     }
 };
 
-// How an enumerator's element is sent on and comes.
+// Marshal an element of an enumerator, and unmarshal it.
 IUnknown* ToWire(const CONNECTDATA& element, DWORD& cookie)
 {
     cookie = element.dwCookie;
@@ -442,7 +443,8 @@ const struct
     {IID_IClassFactory, Make<ClassFacet>},
 };
 
-// How calls of an interface cross; null when nobody knows. With the machine held.
+// Makes the proxy of an interface; null for one whose calls cannot be marshaled. With the machine
+// held.
 FacetMaker MakerOf(Machine& machine, REFIID id)
 {
     for (const auto& known : kFacets) {

@@ -68,7 +68,7 @@ std::wstring ReadText(const std::filesystem::path& file)
     return FromUtf8(bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes);
 }
 
-// Reads hexadecimal digits, at most `most` of them; nothing when there are others or none.
+// Reads hexadecimal digits, at most `most` of them; nothing for other characters or none.
 std::optional<DWORD> ParseHex(std::wstring_view digits, std::size_t most)
 {
     if (digits.empty() || digits.size() > most) return std::nullopt;
@@ -119,7 +119,7 @@ private:
         throw std::runtime_error(m_file.string() + ":" + std::to_string(m_line) + ": " + what);
     }
 
-    // A line, and those that it goes on in after a backslash at its end.
+    // The next line, joined with the lines that continue it after a backslash at its end.
     std::optional<std::wstring> NextLine()
     {
         if (m_at >= m_text.size()) return std::nullopt;
@@ -130,7 +130,8 @@ private:
             std::wstring_view part = Trim(std::wstring_view(m_text).substr(m_at, end - m_at));
             m_at = end + 1;
             ++m_next_line;
-            // Only data that follow a comma or a colon go on: a quoted text may end so too.
+            // Only hexadecimal data, so after a comma or a colon: a quoted text may end in a
+            // backslash too.
             more = part.ends_with(L",\\") || part.ends_with(L":\\");
             if (more) part.remove_suffix(1);
             line += part;
@@ -173,7 +174,7 @@ private:
         }
     }
 
-    // Takes a quoted text off the beginning.
+    // Removes the quoted text at the beginning of `text`, and returns it.
     std::wstring Quoted(std::wstring_view& text)
     {
         const std::wstring_view whole = text;
@@ -278,7 +279,7 @@ std::wstring HexDigits(DWORD number, std::size_t count)
     return digits;
 }
 
-// Whether a quoted text brings back the very data.
+// Whether the data can be written as a quoted text without loss.
 bool FitsQuotes(const RegistryValue& value)
 {
     return value.type == REG_SZ && value.data == RegistryValue::String(value.Text()).data &&

@@ -50,7 +50,7 @@ const Root kRoots[] = {{HKEY_LOCAL_MACHINE, RegistryRoot::local_machine},
 bool IsRoot(HKEY key) { return std::ranges::find(kRoots, key, &Root::key) != std::end(kRoots); }
 
 // The path that a handle and a path below it lead to; an error when the handle is not open. The
-// functions leave the last error alone.
+// registry functions do not change the last error.
 LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path)
 {
     const auto root = std::ranges::find(kRoots, key, &Root::key);
@@ -106,7 +106,7 @@ LSTATUS CheckType(const RegistryValue& value, DWORD flags)
     if (!any && (known == std::end(kTypeBits) || !(flags & known->bit))) {
         return ERROR_UNSUPPORTED_TYPE;
     }
-    // Binary data stand in for a number only where they are as long as one.
+    // RRF_RT_DWORD also admits REG_BINARY, but only of the size of a DWORD.
     const bool number_wanted = (flags & RRF_RT_ANY) == RRF_RT_DWORD;
     if (number_wanted && value.data.size() != sizeof(DWORD)) return ERROR_INVALID_DATA;
     return ERROR_SUCCESS;

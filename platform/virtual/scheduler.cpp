@@ -13,7 +13,7 @@ namespace {
 
 thread_local Thread* t_self = nullptr;
 
-// A thread whose process has ended goes no further, except to give back what it holds.
+// Ends a thread whose process has ended, by an exception, unless the thread is unwinding already.
 void EndIfEnding(const Thread& self)
 {
     if (self.ends && std::uncaught_exceptions() == 0) throw ThreadEnds{};
@@ -69,7 +69,8 @@ void Scheduler::Pace(Instant to)
         m_paced_from_host + std::chrono::duration_cast<std::chrono::steady_clock::duration>(host));
 }
 
-// Nobody can run: lets the driver go on if it is its turn, else moves the clock to what comes next.
+// Called when all threads are blocked: wakes the driver when its condition holds or its deadline
+// comes first, else moves the clock to the next alarm.
 void Scheduler::Advance()
 {
     const Instant next = m_alarms.empty() ? kNever : m_alarms.begin()->first;
@@ -89,8 +90,8 @@ void Scheduler::Advance()
     FireNext();
 }
 
-// Whether the driver waits for something that the machine, asleep for ever, can never do. With a
-// deadline it goes on in time, and may wake the machine then.
+// Whether the machine stands still, no alarm would wake it, and the driver has no deadline. With a
+// deadline the driver goes on in time, and may wake the machine then.
 bool Scheduler::NothingWakes() const
 {
     if (!m_still || !m_machine_runs || m_driver_deadline != kNever) return false;
@@ -103,7 +104,7 @@ void Scheduler::ReportStuck(std::string_view why)
     if (m_driver->state == Thread::State::blocked) MakeReady(*m_driver);
 }
 
-// --- Who runs ---
+// --- Choosing the thread that runs ---
 
 std::uint64_t Scheduler::Draw(std::uint64_t below)
 {
@@ -131,8 +132,8 @@ Thread& Scheduler::Choose()
     return next;
 }
 
-// Passes the baton. The machine is let go of before the wake-up, so that the woken thread does not
-// run into it; the caller then waits for its own turn, or ends.
+// Passes the baton. Unlocks the machine before the wake-up, so that the woken thread does not block
+// on the lock; the caller then waits for its own turn, or ends.
 void Scheduler::SwitchTo(Thread& next)
 {
     next.state = Thread::State::running;
@@ -187,7 +188,7 @@ void Scheduler::GoOn()
     }
 }
 
-// A running thread has come to a platform call while the machine stands still.
+// Called by a thread that makes a platform call while the machine stands still: waits for GoOn.
 void Scheduler::AwaitGoingOn(Thread& self)
 {
     self.state = Thread::State::ready;
@@ -219,7 +220,7 @@ void Scheduler::Yield(Thread& self)
     if (!m_ready.empty()) LetRun(self, 0);
 }
 
-// Lets one of those who can run go first.
+// Hands over to the ready thread at `place`; the caller queues behind the other ready threads.
 void Scheduler::LetRun(Thread& self, std::size_t place)
 {
     Thread& next = *m_ready[place];

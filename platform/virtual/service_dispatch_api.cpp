@@ -85,7 +85,7 @@ BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
     return TRUE;
 }
 
-// The name counts only where several services share a program.
+// The name is ignored, as for a program with one service.
 SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR, LPHANDLER_FUNCTION_EX handler,
                                                            LPVOID context)
 {

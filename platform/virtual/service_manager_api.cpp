@@ -56,7 +56,7 @@ ServiceHandle* Allowed(Call& call, SC_HANDLE handle, DWORD right)
     return service;
 }
 
-// The answer of a control's handler, which its sender waits for.
+// The result of a control, which its sender waits for.
 class Answer final : public Waitable
 {
 public:

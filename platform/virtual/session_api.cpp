@@ -33,7 +33,7 @@ public:
     const DWORD session;
     const DWORD access;
     TOKEN_TYPE type = TokenPrimary;
-    Process* process = nullptr;  // whose own token it is; null for a user's
+    Process* process = nullptr;  // the process whose token it is; null for a user's token
 };
 
 Function fn_wts_get_active_console_session{"WTSGetActiveConsoleSessionId"};
@@ -70,12 +70,12 @@ BOOL WINAPI WTSQueryUserToken(ULONG session, PHANDLE token)
 {
     Call call(fn_wts_query_user_token);
     if (call.Fails()) return FALSE;
-    const Session& room = call.machine.session;
+    const Session& current = call.machine.session;
     if (!token) return call.Fail(ERROR_INVALID_PARAMETER);
-    if (!room.service_is_local_system) return call.Fail(ERROR_PRIVILEGE_NOT_HELD);
-    if (room.console() != session) return call.Fail(ERROR_FILE_NOT_FOUND);
-    if (room.user().empty()) return call.Fail(ERROR_NO_TOKEN);
-    *token = call.Open(std::make_shared<Token>(room.user(), session, MAXIMUM_ALLOWED));
+    if (!current.service_is_local_system) return call.Fail(ERROR_PRIVILEGE_NOT_HELD);
+    if (current.console() != session) return call.Fail(ERROR_FILE_NOT_FOUND);
+    if (current.user().empty()) return call.Fail(ERROR_NO_TOKEN);
+    *token = call.Open(std::make_shared<Token>(current.user(), session, MAXIMUM_ALLOWED));
     return TRUE;
 }
 
@@ -137,7 +137,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
         launch.session = whose->session;
         launch.user = whose->user;
     }
-    // A block in the wrong kind of text is read as rubbish.
+    // Without the flag the system would read the block as text of another kind.
     if (environment && !(flags & CREATE_UNICODE_ENVIRONMENT)) {
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
@@ -192,7 +192,7 @@ BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, PHANDLE token)
     return TRUE;
 }
 
-// The only privilege that anybody asks for.
+// Only SE_DEBUG_NAME is modelled.
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR, LPCWSTR name, PLUID luid)
 {
     Call call(fn_lookup_privilege_value);

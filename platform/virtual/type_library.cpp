@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kDispatchSlots = 7;
 
-// The types that have a name of their own. Those in several words are written with single blanks.
+// The built-in types. Names of several words have single blanks here.
 constexpr struct
 {
     std::string_view name;
@@ -113,7 +113,7 @@ private:
         m_at = found + 1;
     }
 
-    // What stands between parentheses, quotes and all.
+    // The text between parentheses, including quotes.
     std::string Argument()
     {
         Expect('(');

@@ -23,7 +23,7 @@ Function fn_get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
 Function fn_type_get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
 Function fn_type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
 
-// The way by which calls of the library's other interfaces cross.
+// The proxy class for the library's other interfaces.
 constexpr const wchar_t* kByTypeLibrary = L"{00020424-0000-0000-C000-000000000046}";
 
 class LibraryObject;
@@ -39,7 +39,7 @@ HRESULT GiveTexts(const std::wstring& name, const std::wstring& help, BSTR* name
     return S_OK;
 }
 
-// What nobody asks of a type is not known here.
+// ITypeInfo methods that no caller uses return E_NOTIMPL.
 class TypeInfoObject final : public Counted, public ITypeInfo
 {
 public:
@@ -99,7 +99,7 @@ public:
             if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
                 return refused;
         }
-        const TypeInLibrary type = m_type;  // the call may give this object back
+        const TypeInLibrary type = m_type;  // the call may release this object
         return InvokeSlot(type.description(), instance, member, flags, arguments, result, exception,
                           bad_argument);
     }
@@ -236,7 +236,7 @@ std::wstring Version(WORD major, WORD minor) { return HexNumber(major) + L"." + 
 constexpr const wchar_t* kMachineClasses = LR"(HKLM\Software\Classes\)";
 constexpr const wchar_t* kUserClasses = LR"(HKCU\Software\Classes\)";
 
-// The interfaces of a library that may be called from another apartment by what it says of them.
+// Whether calls of the interface can be marshaled by its description in the library.
 bool Crosses(const TypeDescription& type)
 {
     return type.kind == TypeDescription::Kind::dispatch || type.Has(L"dual") ||
@@ -271,10 +271,10 @@ HRESULT Register(Function& function, const wchar_t* classes, ITypeLib* library, 
     return S_OK;
 }
 
-// The path under which a registered library is found in one place; empty when it is not there.
+// The file of a registered version of a library; empty when none is registered for the locale.
 std::wstring RegisteredPath(Registry& registry, const std::wstring& version_key, LCID locale)
 {
-    // As asked for, in any variety of the language, or in none.
+    // The locale asked for, its primary language, or the neutral one.
     for (const LCID known : {locale, locale & 0x3FF, LCID{0}}) {
         const auto path =
             registry.GetString(version_key + L"\\" + HexNumber(known) + LR"(\win64)", L"");
@@ -334,7 +334,7 @@ HRESULT WINAPI LoadRegTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale,
     const std::wstring key = LR"(HKCR\TypeLib\)" + Braced(guid);
     const auto node = call.machine.registry.FindKey(Registry::Parse(key));
     if (!node) return TYPE_E_LIBNOTREGISTERED;
-    // The latest that satisfies.
+    // The highest registered minor version that is at least the requested one.
     std::wstring best;
     unsigned long latest = minor;
     for (const auto& [version, child] : node->keys) {

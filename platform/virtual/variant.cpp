@@ -12,7 +12,7 @@ namespace {
 
 bool IsReference(VARTYPE type) { return type == VT_DISPATCH || type == VT_UNKNOWN; }
 
-// The number that a value is; nothing when it is none.
+// A value as a number; nothing when it is not convertible.
 std::optional<double> NumberOf(const VARIANT& value)
 {
     switch (value.vt) {
@@ -53,7 +53,7 @@ std::optional<double> NumberOf(const VARIANT& value)
     return number;
 }
 
-// A number as a whole one of type T: halves go to the even neighbour.
+// Rounds a number to type T, halves to the even neighbour.
 template <class T>
 HRESULT RoundTo(double number, T& place)
 {
@@ -111,7 +111,7 @@ HRESULT TextOf(const VARIANT& value, std::wstring& text)
     return S_OK;
 }
 
-// A value of the same type.
+// Copies a value, with a string or a reference of its own.
 HRESULT Copy(VARIANT& destination, const VARIANT& source)
 {
     destination = source;
