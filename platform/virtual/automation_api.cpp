@@ -14,8 +14,8 @@ using namespace virtual_pc;
 namespace {
 
 Function fn_sys_alloc_string{"SysAllocString"};
-Function fn_sys_free_string{"SysFreeString", Failing::never, Role::gives_back};
-Function fn_variant_clear{"VariantClear", Failing::never, Role::gives_back};
+Function fn_sys_free_string{"SysFreeString", Failing::never, Role::releases};
+Function fn_variant_clear{"VariantClear", Failing::never, Role::releases};
 Function fn_variant_change_type{"VariantChangeType", Failing::hresult};
 
 // The length of a string in bytes lies right before its text. Eight bytes keep the text aligned.

@@ -29,7 +29,7 @@ Call::Call(Function& function)
     machine.scheduler.Preempt(thread);
     // Destructors call releasing functions while a thread unwinds, so these go on; any other call
     // ends the thread here.
-    if (thread.ends && function.role() != Role::gives_back && std::uncaught_exceptions() == 0) {
+    if (thread.ends && function.role() != Role::releases && std::uncaught_exceptions() == 0) {
         throw ThreadEnds{};
     }
     machine.LookAtWatch();

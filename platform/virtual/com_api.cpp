@@ -13,18 +13,18 @@ namespace {
 
 Function fn_co_initialize_ex{"CoInitializeEx", Failing::hresult};
 Function fn_co_initialize{"CoInitialize", Failing::hresult};
-Function fn_co_uninitialize{"CoUninitialize", Failing::never, Role::gives_back};
+Function fn_co_uninitialize{"CoUninitialize", Failing::never, Role::releases};
 Function fn_co_create_instance{"CoCreateInstance", Failing::hresult};
 Function fn_clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
 Function fn_co_register_class_object{"CoRegisterClassObject", Failing::hresult};
-Function fn_co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::gives_back};
+Function fn_co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::releases};
 Function fn_co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
 Function fn_co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
-Function fn_co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::gives_back};
+Function fn_co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::releases};
 Function fn_co_initialize_security{"CoInitializeSecurity", Failing::hresult};
 Function fn_co_create_guid{"CoCreateGuid", Failing::hresult};
 Function fn_co_task_mem_alloc{"CoTaskMemAlloc"};
-Function fn_co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
+Function fn_co_task_mem_free{"CoTaskMemFree", Failing::never, Role::releases};
 
 // How long the system waits for a server's class object.
 constexpr Duration kServerStart = 120s;

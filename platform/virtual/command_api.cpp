@@ -15,7 +15,7 @@ using namespace virtual_pc;
 namespace {
 
 Function fn_wpopen{"_wpopen"};
-Function fn_pclose{"_pclose", Failing::never, Role::gives_back};
+Function fn_pclose{"_pclose", Failing::never, Role::releases};
 
 class Output final : public Object
 {

@@ -3,8 +3,8 @@
 namespace virtual_pc {
 namespace {
 
-Function fn_add_ref{"IUnknown::AddRef", Failing::never, Role::gives_back};
-Function fn_release{"IUnknown::Release", Failing::never, Role::gives_back};
+Function fn_add_ref{"IUnknown::AddRef", Failing::never, Role::releases};
+Function fn_release{"IUnknown::Release", Failing::never, Role::releases};
 
 }  // namespace
 

@@ -22,7 +22,7 @@ constexpr CONFIGRET kBufferSmall = 0x1A;
 
 Function fn_get_class_devs{"SetupDiGetClassDevsW"};
 Function fn_destroy_device_info_list{"SetupDiDestroyDeviceInfoList", Failing::last_error,
-                                     Role::gives_back};
+                                     Role::releases};
 Function fn_enum_device_info{"SetupDiEnumDeviceInfo"};
 Function fn_enum_device_interfaces{"SetupDiEnumDeviceInterfaces"};
 Function fn_get_device_interface_detail{"SetupDiGetDeviceInterfaceDetailW"};

@@ -23,7 +23,7 @@ private:
 };
 
 Function fn_register_event_source{"RegisterEventSourceW"};
-Function fn_deregister_event_source{"DeregisterEventSource", Failing::last_error, Role::gives_back};
+Function fn_deregister_event_source{"DeregisterEventSource", Failing::last_error, Role::releases};
 Function fn_report_event{"ReportEventW"};
 
 }  // namespace

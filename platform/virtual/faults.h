@@ -29,7 +29,7 @@ enum class Role
     ordinary,
     // It releases something, so destructors call it while a thread unwinds: it never ends its
     // thread.
-    gives_back,
+    releases,
 };
 
 // A platform function: its name and what the machine keeps about it. Each function has one such

@@ -78,7 +78,7 @@ Function fn_wait_for_single_object{"WaitForSingleObject"};
 Function fn_wait_for_multiple_objects{"WaitForMultipleObjects"};
 Function fn_sleep{"Sleep", Failing::never};
 Function fn_create_thread{"CreateThread"};
-Function fn_close_handle{"CloseHandle", Failing::last_error, Role::gives_back};
+Function fn_close_handle{"CloseHandle", Failing::last_error, Role::releases};
 Function fn_get_current_process_id{"GetCurrentProcessId", Failing::never};
 Function fn_get_tick_count{"GetTickCount64", Failing::never};
 Function fn_get_local_time{"GetLocalTime", Failing::never};

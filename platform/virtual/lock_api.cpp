@@ -67,7 +67,7 @@ const PVOID kDone = reinterpret_cast<PVOID>(std::uintptr_t{2});
 
 Function fn_initialize_critical_section{"InitializeCriticalSectionAndSpinCount"};
 Function fn_enter_critical_section{"EnterCriticalSection", Failing::never};
-Function fn_leave_critical_section{"LeaveCriticalSection", Failing::never, Role::gives_back};
+Function fn_leave_critical_section{"LeaveCriticalSection", Failing::never, Role::releases};
 Function fn_init_once{"InitOnceExecuteOnce"};
 
 }  // namespace

@@ -18,7 +18,7 @@ Function fn_get_module_file_name{"GetModuleFileNameW"};
 Function fn_load_string{"LoadStringW"};
 Function fn_get_module_handle{"GetModuleHandleW"};
 Function fn_load_library{"LoadLibraryW"};
-Function fn_free_library{"FreeLibrary", Failing::last_error, Role::gives_back};
+Function fn_free_library{"FreeLibrary", Failing::last_error, Role::releases};
 Function fn_get_proc_address{"GetProcAddress"};
 Function fn_format_message{"FormatMessageW"};
 Function fn_cpuid{"__cpuid", Failing::never};

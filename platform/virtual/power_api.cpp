@@ -22,7 +22,7 @@ Function fn_get_system_power_status{"GetSystemPowerStatus"};
 Function fn_get_pwr_capabilities{"GetPwrCapabilities"};
 Function fn_call_nt_power_information{"CallNtPowerInformation", Failing::status};
 Function fn_set_suspend_state{"SetSuspendState"};
-Function fn_local_free{"LocalFree", Failing::never, Role::gives_back};
+Function fn_local_free{"LocalFree", Failing::never, Role::releases};
 Function fn_power_create_request{"PowerCreateRequest"};
 Function fn_power_set_request{"PowerSetRequest"};
 Function fn_power_clear_request{"PowerClearRequest"};

@@ -31,7 +31,7 @@ public:
 Function fn_reg_create_key{"RegCreateKeyW", Failing::status};
 Function fn_reg_open_key{"RegOpenKeyW", Failing::status};
 Function fn_reg_open_key_ex{"RegOpenKeyExW", Failing::status};
-Function fn_reg_close_key{"RegCloseKey", Failing::status, Role::gives_back};
+Function fn_reg_close_key{"RegCloseKey", Failing::status, Role::releases};
 Function fn_reg_get_value{"RegGetValueW", Failing::status};
 Function fn_reg_query_value_ex{"RegQueryValueExW", Failing::status};
 Function fn_reg_delete_value{"RegDeleteValueW", Failing::status};

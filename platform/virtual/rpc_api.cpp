@@ -15,7 +15,7 @@ namespace {
 
 Function fn_uuid_from_string{"UuidFromStringW", Failing::status};
 Function fn_uuid_to_string{"UuidToStringW", Failing::status};
-Function fn_rpc_string_free{"RpcStringFreeW", Failing::never, Role::gives_back};
+Function fn_rpc_string_free{"RpcStringFreeW", Failing::never, Role::releases};
 
 }  // namespace
 

@@ -14,7 +14,7 @@ Function fn_register_handler{"RegisterServiceCtrlHandlerExW"};
 Function fn_set_service_status{"SetServiceStatus"};
 Function fn_register_power_setting{"RegisterPowerSettingNotification"};
 Function fn_unregister_power_setting{"UnregisterPowerSettingNotification", Failing::last_error,
-                                     Role::gives_back};
+                                     Role::releases};
 
 // Runs a service's main routine on a thread of its own.
 void StartMain(Call& call, const Service& service, LPSERVICE_MAIN_FUNCTIONW main)

@@ -38,7 +38,7 @@ Function fn_create_service{"CreateServiceW"};
 Function fn_change_service_config{"ChangeServiceConfig2W"};
 Function fn_delete_service{"DeleteService"};
 Function fn_control_service{"ControlService"};
-Function fn_close_service_handle{"CloseServiceHandle", Failing::last_error, Role::gives_back};
+Function fn_close_service_handle{"CloseServiceHandle", Failing::last_error, Role::releases};
 
 SC_HANDLE OpenFor(Call& call, std::shared_ptr<Object> object)
 {

@@ -41,7 +41,7 @@ Function fn_wts_query_user_token{"WTSQueryUserToken"};
 Function fn_duplicate_token{"DuplicateTokenEx"};
 Function fn_create_environment_block{"CreateEnvironmentBlock"};
 Function fn_destroy_environment_block{"DestroyEnvironmentBlock", Failing::last_error,
-                                      Role::gives_back};
+                                      Role::releases};
 Function fn_create_process_as_user{"CreateProcessAsUserW"};
 Function fn_terminate_process{"TerminateProcess"};
 Function fn_open_process_token{"OpenProcessToken"};
