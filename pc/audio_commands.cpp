@@ -1,4 +1,4 @@
-// The sound room: endpoints, their mute states and the defaults.
+// Sound endpoints, their mute states and the defaults.
 
 #include <cmath>
 
@@ -27,7 +27,7 @@ Action AddEndpoint(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// Does something to an endpoint, and lets the service hear of it.
+// Changes an endpoint, and runs the service until it has handled the notification.
 template <void (*act)(Endpoint&)>
 Action On(const ScriptLine& line, const Arguments& a)
 {
@@ -102,15 +102,15 @@ std::vector<Command> AudioCommands()
     return {
         {"audio add NAME FLOW MUTED [DEFAULT]",
          "adds an endpoint: render or capture, muted or unmuted, default", AddEndpoint},
-        {"audio mute NAME", "mutes it, as a user does", On<Mute>},
-        {"audio unmute NAME", "unmutes it", On<Unmute>},
-        {"audio volume NAME PERCENT", "sets its volume", SetVolume},
-        {"audio plug NAME", "plugs it in", On<Plug>},
-        {"audio unplug NAME", "pulls its plug", On<Unplug>},
-        {"audio enable NAME", "switches it on in the control panel", On<Plug>},
-        {"audio disable NAME", "switches it off there", On<Disable>},
-        {"audio remove NAME", "takes its device out of the PC", On<Remove>},
-        {"audio default NAME", "makes it the default of its flow", On<MakeDefault>},
+        {"audio mute NAME", "mutes an endpoint, as a user does", On<Mute>},
+        {"audio unmute NAME", "unmutes an endpoint, as a user does", On<Unmute>},
+        {"audio volume NAME PERCENT", "sets an endpoint's volume", SetVolume},
+        {"audio plug NAME", "plugs an endpoint in", On<Plug>},
+        {"audio unplug NAME", "pulls an endpoint's plug", On<Unplug>},
+        {"audio enable NAME", "switches an endpoint on in the control panel", On<Plug>},
+        {"audio disable NAME", "switches an endpoint off in the control panel", On<Disable>},
+        {"audio remove NAME", "takes an endpoint's device out of the PC", On<Remove>},
+        {"audio default NAME", "makes an endpoint the default of its flow", On<MakeDefault>},
         {"expect mute NAME MUTED", "an endpoint is muted or unmuted", ExpectMute},
         {"show audio", "the endpoints", ShowAudio},
     };

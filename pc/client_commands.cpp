@@ -184,23 +184,25 @@ Action ExpectSinkHeard(const ScriptLine& line, const Arguments& a)
 std::vector<Command> ClientCommands()
 {
     return {
-        {"client use NAME", "the program that the commands below are about; the first is UI", Use},
+        {"client use NAME", "selects the program that the client commands act on; the first is UI",
+         Use},
         {"client set FEATURE N", "switches a feature: E_AUDIO and the like, or its number",
          SetFeature},
         {"client get FEATURE", "asks for a feature", GetFeature},
         {"client interval START END", "sets the do-not-disturb interval, in minutes", SetInterval},
-        {"client interval", "asks for it", AskInterval},
+        {"client interval", "asks for the do-not-disturb interval", AskInterval},
         {"client version", "asks for the interface's version", AskVersion},
         {"client status", "asks for every feature and the interval, and prints them", AskStatus},
         {"client event [CODE]", "raises an event code, or asks for the current one", Event},
         {"client advise SINK [REACTION]",
          "connects a sink, which listens, cancels, clears, fails, calls-back or leaves", Advise},
-        {"client unadvise SINK", "disconnects it", Unadvise},
-        {"client release", "lets go of the object and the sinks", Release},
-        {"client quit", "the program ends, and lets go of everything", End<&AgentClient::Quit>},
-        {"client end", "it is ended, and lets go of nothing", End<&AgentClient::End>},
-        {"expect client answer TEXT", "what the last question gave: values, ok, or 0x...",
+        {"client unadvise SINK", "disconnects a sink", Unadvise},
+        {"client release", "releases the object and the sinks", Release},
+        {"client quit", "has the program end, which releases everything", End<&AgentClient::Quit>},
+        {"client end", "terminates the program, which releases nothing", End<&AgentClient::End>},
+        {"expect client answer TEXT", "the answer to the last call: values, ok, or 0x...",
          ExpectAnswer},
-        {"expect client heard SINK TEXT", "the event codes that a sink has heard", ExpectSinkHeard},
+        {"expect client heard SINK TEXT", "the event codes that a sink has received",
+         ExpectSinkHeard},
     };
 }

@@ -1,4 +1,4 @@
-// Expectations: what must be so at this place of the script.
+// Assertions.
 
 #include "pc/commands.h"
 
@@ -95,7 +95,8 @@ Action ExpectPipeHeard(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// The service's log writer lives as long as its process, and the system closes its file.
+// The log file does not count: the service's log writer keeps it open until the process ends, and
+// the system closes it.
 Action ExpectNoHandles(const ScriptLine& line, const Arguments&)
 {
     return [line](ScriptContext& context) {
@@ -123,13 +124,12 @@ std::vector<Command> ExpectCommands()
     return {
         {"expect state STATE", "the service is in a state, like HOLV_ACTIVE", ExpectState},
         {"expect log TEXT", "the service's log file contains a text", ExpectLog},
-        {"expect no log TEXT", "it does not contain it", ExpectNoLog},
-        {"expect reg KEY NAME VALUE", "a registry value is so", ExpectValue},
+        {"expect no log TEXT", "the log file does not contain a text", ExpectNoLog},
+        {"expect reg KEY NAME VALUE", "a registry value is VALUE", ExpectValue},
         {"expect event TEXT", "an event in the viewer contains a text", ExpectEvent},
         {"expect file PATH", "a file is on the PC's disk", ExpectFile},
-        {"expect no file PATH", "it is not", ExpectNoFile},
-        {"expect heard PIPE TEXT", "the listener of a pipe has heard a text", ExpectPipeHeard},
-        {"expect handles none", "nothing is open or was left open, and nothing misused",
-         ExpectNoHandles},
+        {"expect no file PATH", "a file is not on the PC's disk", ExpectNoFile},
+        {"expect heard PIPE TEXT", "a text was written to a pipe", ExpectPipeHeard},
+        {"expect handles none", "nothing is open, was left open or was misused", ExpectNoHandles},
     };
 }

@@ -1,4 +1,4 @@
-// What goes wrong, and who listens.
+// Faults of platform functions, and listeners of pipes.
 
 #include "pc/commands.h"
 

@@ -1,4 +1,4 @@
-// The PC's life: its clock, what is poked into its service, and time going by.
+// The clock, interventions in the running service, and running the PC.
 
 #include <charconv>
 
@@ -112,13 +112,13 @@ std::vector<Command> LifeCommands()
     return {
         {"clock DATE TIME", "sets the PC's clock, like 2026-03-02 21:30", SetClock},
         {"os VERSION", "sets the operating system's version, like 6.1", SetVersion},
-        {"signal EVENT", "signals an event of the service, or makes a timer of it due", Signal},
-        {"override ON", "on or off: pokes the mark of a user's wake into the service", Override},
-        {"run until end", "lets the PC live until the service's program has ended", RunUntilEnd},
-        {"run until state STATE max SPAN", "lets it live until the service is in a state",
+        {"signal EVENT", "signals an event of the service, or makes one of its timers due", Signal},
+        {"override ON", "on or off: sets the service's mark of a wake by the user", Override},
+        {"run until end", "runs the PC until the service's program has ended", RunUntilEnd},
+        {"run until state STATE max SPAN", "runs the PC until the service is in a state",
          RunUntilState},
-        {"run until TIME", "lets it live until its clock shows a time of day", RunUntilTime},
-        {"run SPAN", "lets the PC live for a time, like 30m or 1h30m", RunFor},
-        {"say TEXT", "puts a line into the story", Say},
+        {"run until TIME", "runs the PC until its clock shows a time of day", RunUntilTime},
+        {"run SPAN", "runs the PC for a time, like 30m or 1h30m", RunFor},
+        {"say TEXT", "prints a line in the story", Say},
     };
 }

@@ -46,7 +46,7 @@ int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOpt
         for (const std::filesystem::path& script : scripts) {
             for (ScriptLine& line : ReadScript(script)) lines.push_back(std::move(line));
         }
-        // Everything is understood before anything is done.
+        // Check every line before playing the first.
         for (const ScriptLine& line : lines) Bind(line);
         Player player(options, out);
         for (const ScriptLine& line : lines) player.Play(line);

@@ -1,4 +1,4 @@
-// The power room and the platform device: source and battery, plans, requests, modes.
+// Power source and battery, plans, requests, and the platform device.
 
 #include "pc/commands.h"
 
@@ -74,7 +74,8 @@ Action AddPlan(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// As the control panel does it: what is set in the active plan counts at once.
+// Like the control panel, activates the active plan again after a change, which puts the change
+// into force.
 Action SetPlan(const ScriptLine& line, const Arguments& a)
 {
     const PowerSource source = SourceOf(line, a[1]);
@@ -154,7 +155,7 @@ void ShowRequests(ScriptContext& context) { context.out << ToUtf8(context.pc.pow
 
 constexpr std::string_view kHolvDevice = R"(ACPI\QRX5071)";
 
-// A device of the platform's kind comes with its driver.
+// A device with the platform device's hardware id gets its driver.
 Action AddDevice(const ScriptLine&, const Arguments& a)
 {
     return [id = a[0]](ScriptContext& context) {
@@ -166,7 +167,7 @@ Action AddDevice(const ScriptLine&, const Arguments& a)
     };
 }
 
-// The device of this id; without one the first with an interface.
+// The device with this id; for an empty id the first that has an interface.
 Device& FindDevice(const ScriptLine& line, const ScriptContext& context, const std::string& id)
 {
     for (const auto& device : context.pc.devices.All()) {
@@ -222,19 +223,20 @@ std::vector<Command> PowerCommands()
 {
     return {
         {"power ac", "plugs the PC in", OnMains},
-        {"power battery PERCENT", "lets it run on its battery, at a charge", OnBattery<false>},
-        {"power ups PERCENT", "lets it run on an uninterruptible supply", OnBattery<true>},
+        {"power battery PERCENT", "runs the PC on its battery, at a charge", OnBattery<false>},
+        {"power ups PERCENT", "runs the PC on an uninterruptible supply, at a charge",
+         OnBattery<true>},
         {"plan active NAME", "the user activates a power plan", ActivatePlan},
         {"plan set NAME SOURCE SETTING VALUE",
-         "he changes one: for ac or dc, a setting that show plans names", SetPlan},
-        {"plan add NAME [GUID]", "he makes one of his own, like Balanced", AddPlan},
+         "the user changes a setting, by its name in show plans, for ac or dc", SetPlan},
+        {"plan add NAME [GUID]", "the user adds a plan, like Balanced", AddPlan},
         {"expect plan active NAME", "a plan is active", ExpectActivePlan},
-        {"expect plan NAME SOURCE SETTING VALUE", "a plan's value is so", ExpectPlan},
+        {"expect plan NAME SOURCE SETTING VALUE", "a setting of a plan is VALUE", ExpectPlan},
         {"show plans", "the power plans and their values", Show<ShowPlans>},
         {"expect request TYPE HELD", "display, system or away is held or released", ExpectRequest},
         {"show requests", "the power requests, as the system lists them", Show<ShowRequests>},
         {"device add ID", "plugs a device in", AddDevice},
-        {"device remove [ID]", "takes it out; the platform device when none is named",
+        {"device remove [ID]", "takes a device out, or the platform device without an ID",
          RemoveDevice},
         {"device fails ERROR", "makes the platform device refuse requests; 0 ends that",
          FailDevice},

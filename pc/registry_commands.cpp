@@ -48,7 +48,7 @@ Action DeleteKeyOrValue(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// A file is found from the script's folder.
+// The path of a file is relative to the script's folder.
 std::filesystem::path FileOf(const ScriptLine& line, const std::string& name)
 {
     return line.script.parent_path() / name;

@@ -1,5 +1,5 @@
-// The PC as it is at one moment, to be compared with what it is at another: what a program that was
-// removed has left behind.
+// Observes the PC at one moment, and compares it with a later one, to find what an uninstalled
+// program has left behind.
 
 #include <algorithm>
 
@@ -43,7 +43,7 @@ Observations Observe(Machine& pc)
     return observations;
 }
 
-// What begins with one of these may differ.
+// The beginnings of names that may differ, from a list with semicolons.
 std::vector<std::string> BeginningsOf(const std::string& text)
 {
     std::vector<std::string> beginnings;
@@ -94,9 +94,9 @@ Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
 std::vector<Command> RememberCommands()
 {
     return {
-        {"remember", "keeps in mind the registry, the plans and the mute states", Remember},
+        {"remember", "remembers the registry, the plans and the mute states", Remember},
         {"expect as remembered [EXCEPT]",
-         "they are so again, but for what begins with one of these: \"HKLM\\...;plan ...\"",
+         "they are unchanged, except names that begin with: \"HKLM\\...;plan ...\"",
          ExpectRemembered},
     };
 }

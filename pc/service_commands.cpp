@@ -1,4 +1,4 @@
-// The service as an administrator knows it, and the PC's power switch.
+// Service control as an administrator does it, and the PC's power switch.
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ namespace {
     throw ExpectationFailed(line, what + " is refused with error " + std::to_string(error));
 }
 
-// Runs the service's program with a switch to its end.
+// Runs the service's program with switches until it ends, and returns its exit code.
 int RunProgram(const ScriptLine& line, ScriptContext& context, const std::string& switches)
 {
     std::wstring command_line = L"\"" + context.image.path + L"\"";
@@ -136,16 +136,16 @@ std::vector<Command> ServiceCommands()
 {
     return {
         {"service install", "installs the service by its program's switch", Install},
-        {"service uninstall", "removes it by its program's switch", Uninstall},
+        {"service uninstall", "removes the service by its program's switch", Uninstall},
         {"service run [SWITCHES]", "runs the service's program by itself, to its end", Run},
         {"service start", "has the service manager start the service", Start},
         {"service stop", "asks the service to stop, and waits for a minute at most", Stop},
         {"service delete", "deletes the service from the service manager's database",
          DeleteFromDatabase},
-        {"service query", "what the service manager knows of it", Query},
+        {"service query", "prints what the service manager knows of the service", Query},
         {"expect service STATE", "running, starting, stopping, stopped or absent", Expect},
         {"cpu VENDOR", "sets the processor's vendor, twelve characters", SetVendor},
         {"pc boot", "switches the PC on: starts the services that start by themselves", Boot},
-        {"pc shutdown", "shuts it down: stops the services, and ends what is left", ShutDown},
+        {"pc shutdown", "shuts the PC down: stops the services, and ends what is left", ShutDown},
     };
 }

@@ -73,7 +73,7 @@ Process& StartAsService(Machine& pc, const Image& image)
 ServiceView::ServiceView(Machine& pc) : m_pc(pc)
 {
     pc.image_loaded = [this](Process& process) {
-        // A run of the program beside the running service, for a switch or a client, is no service.
+        // Ignore other runs of the program while the service runs, as for a switch or a client.
         if (service() && !m_pc.services.ServiceOf(process)) return;
         m_service = &process;
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));

@@ -25,7 +25,7 @@ Action Logon(const ScriptLine&, const Arguments& arguments)
     };
 }
 
-// A program's path; a name alone lies beside the service's program.
+// A program's path; a name without a folder is in the folder of the service's program.
 std::wstring PathOf(const ScriptContext& context, const std::string& name)
 {
     std::wstring path = FromUtf8(name);
@@ -43,7 +43,7 @@ Action AddProgram(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// The process that the program was started as last; null for none.
+// The last process of a program; null when it was never started.
 Process* LastOf(const ScriptContext& context, const std::string& name)
 {
     const Hold hold(context.pc);
@@ -91,7 +91,7 @@ Action ExpectNotRunning(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// How a program was started last, compared with what is expected of it.
+// Compares a property of a program's last process with its expected value.
 void ExpectLaunch(const ScriptLine& line, const ScriptContext& context, const std::string& name,
                   const std::string& what, std::wstring (*is)(const Process&),
                   const std::string& expected)
@@ -152,20 +152,22 @@ std::vector<Command> SessionCommands()
 {
     return {
         {"session logon NAME", "a user logs on at the console", Logon},
-        {"session logoff", "he logs off; his programs end", OnSession<&Session::Logoff>},
+        {"session logoff", "the user logs off, and the user's programs end",
+         OnSession<&Session::Logoff>},
         {"session lock", "the workstation is locked", OnSession<&Session::Lock>},
-        {"session unlock", "it is unlocked", OnSession<&Session::Unlock>},
+        {"session unlock", "the workstation is unlocked", OnSession<&Session::Unlock>},
         {"session none", "the console has no session, until the next logon",
          OnSession<&Session::Disconnect>},
         {"program add NAME", "puts a program on the disk that runs until it is ended", AddProgram},
-        {"program add NAME for SPAN", "one that runs for a time", AddProgram},
-        {"program add NAME for SPAN exit N", "and ends with an exit code", AddProgram},
+        {"program add NAME for SPAN", "puts a program there that runs for a time", AddProgram},
+        {"program add NAME for SPAN exit N", "puts one there that ends with an exit code",
+         AddProgram},
         {"program end NAME", "ends a running program, as a user does", EndProgram},
         {"expect program NAME running", "a program runs", ExpectRunning},
-        {"expect program NAME not running", "it does not", ExpectNotRunning},
-        {"expect program NAME arguments TEXT", "it was last started with these arguments",
+        {"expect program NAME not running", "a program does not run", ExpectNotRunning},
+        {"expect program NAME arguments TEXT", "a program was last started with these arguments",
          ExpectArguments},
-        {"expect program NAME user NAME", "it was last started as this user", ExpectUser},
+        {"expect program NAME user NAME", "a program was last started as this user", ExpectUser},
         {"show programs", "every program started: number, user, whether it runs", ShowPrograms},
     };
 }

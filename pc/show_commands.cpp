@@ -1,4 +1,4 @@
-// Showing what is so.
+// Commands that print current values.
 
 #include "pc/commands.h"
 
@@ -84,7 +84,7 @@ std::vector<Command> ShowCommands()
         {"show log path", "where the log file lies on the host", Show<ShowLogPath>},
         {"show events", "the event log, as the viewer shows it", Show<ShowEvents>},
         {"show reg KEY", "a key's subkeys and values", ShowKey},
-        {"show handles", "what is open", Show<ShowHandles>},
-        {"show threads", "who waits for what", Show<ShowThreads>},
+        {"show handles", "the open handles", Show<ShowHandles>},
+        {"show threads", "what each thread waits for", Show<ShowThreads>},
     };
 }
