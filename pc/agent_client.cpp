@@ -15,7 +15,7 @@ namespace {
 
 constexpr const wchar_t* kProgId = L"HOLVAgentLib.HOLVAgentLib";
 constexpr UINT kWork = WM_USER + 1;
-// A server has two minutes to start.
+// Longer than the two minutes that a server has to start.
 constexpr Duration kPatience = 5min;
 
 std::wstring Hexadecimal(HRESULT result)

@@ -1,4 +1,4 @@
-// Assertions.
+// The assertions of scripts.
 
 #include "pc/commands.h"
 

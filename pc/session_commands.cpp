@@ -1,4 +1,4 @@
-// The user at the console, and the programs that run for him.
+// The user at the console, and the programs that run for that user.
 
 #include "pc/commands.h"
 #include "platform/virtual/names.h"

@@ -34,7 +34,7 @@ public:
     // Removes the endpoint's device: the endpoint stays known, but is not present.
     void Remove();
 
-    // Chooses it as the default of its flow, for all roles or for one. While it is not active, the
+    // Makes it the default of its flow, for all roles or for one. While it is not active, the
     // choice before it stands in for it.
     void MakeDefault();
     void MakeDefault(ERole role);

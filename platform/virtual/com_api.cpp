@@ -150,7 +150,7 @@ void WINAPI CoUninitialize()
         }
         if (--membership.apartment->threads == 0) closing = membership.apartment;
     }
-    // Close releases the apartment's objects, so the thread leaves it only afterwards.
+    // Close calls the apartment's objects, so the thread leaves the apartment only afterwards.
     if (closing) closing->Close();
     Thread::Self()->membership = {};
 }

@@ -11,8 +11,8 @@
 
 namespace virtual_pc {
 
-// A COM object that counts as an open handle until its last reference is released. A derived class,
-// which implements an interface too, forwards the AddRef and Release of that to these.
+// A COM object that counts as an open handle until its last reference is released. A derived class
+// implements an interface too, and forwards the interface's AddRef and Release to these.
 class Counted : public Object
 {
 public:

@@ -56,7 +56,7 @@ public:
     // Closes what a process still has open, and returns a list of it.
     std::vector<LeftOpen> CloseAllOf(Process* owner);
 
-    // What is open now.
+    // The objects that are open now.
     std::vector<LeftOpen> List() const;
 
 private:

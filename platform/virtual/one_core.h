@@ -5,8 +5,8 @@
 
 namespace virtual_pc {
 
-// While it lives, the calling host thread and those it starts membership on the core where it runs.
-// When one thread runs at a time, this loses nothing and makes hand-overs faster: the host switches
+// While it lives, the calling host thread and those it starts stay on the core where it runs. When
+// one thread runs at a time, this loses nothing and makes hand-overs faster: the host switches
 // between two threads of one core about ten times as fast as it wakes one on another core.
 class OneCore
 {

@@ -81,7 +81,7 @@ public:
     // Whether an unhandled exception ended it.
     bool crashed() const { return m_crashed; }
     const Image& image() const { return m_image; }
-    // What it had not closed when it ended, and the machine closed for it.
+    // What it had left open when it ended; the machine has closed it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
 
     // How CreateProcessAsUserW started it; empty when something else did.

@@ -315,7 +315,7 @@ public:
     }
 };
 
-// Marshal an element of an enumerator, and unmarshal it.
+// Take apart an element of an enumerator for marshaling, and put it together again.
 IUnknown* ToWire(const CONNECTDATA& element, DWORD& cookie)
 {
     cookie = element.dwCookie;

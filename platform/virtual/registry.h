@@ -36,7 +36,7 @@ struct RegistryNode : std::enable_shared_from_this<RegistryNode>
 {
     std::map<std::wstring, std::shared_ptr<RegistryNode>, NoCase> keys;
     std::map<std::wstring, RegistryValue, NoCase> values;  // "" is the default value
-    bool deleted = false;                                  // handles that are still open fail
+    bool deleted = false;                                  // its handles fail from then on
 
     std::shared_ptr<RegistryNode> Find(std::wstring_view path);
     std::shared_ptr<RegistryNode> Create(std::wstring_view path);

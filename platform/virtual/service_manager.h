@@ -63,8 +63,8 @@ public:
     std::vector<std::wstring> started;  // the arguments of its main routine
     bool connected = false;             // its program runs the dispatcher
     std::deque<ServiceControl> controls;
-    std::shared_ptr<Waitable>
-        called;  // signalled when there is a control, or the service has stopped
+    // Signalled when there is a control, or the service has stopped.
+    std::shared_ptr<Waitable> called;
     LPHANDLER_FUNCTION_EX handler = nullptr;
     LPVOID context = nullptr;
     SERVICE_STATUS_HANDLE handle = nullptr;  // of this run

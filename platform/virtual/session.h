@@ -1,4 +1,4 @@
-// The user at the console, and how programs are started for him.
+// The user at the console, and how programs are started for that user.
 #pragma once
 
 #include <optional>

@@ -18,7 +18,7 @@ public:
     // present, each with an announcement; the first input after a sleep announces the resume by a
     // user. A sleeping PC ignores input: only its power button wakes it (SleepState::WakeByUser).
     void Input();
-    // Input without a pause from now on, until he leaves or the PC goes to sleep.
+    // Input without a pause from now on, until Leaves, or until the PC goes to sleep.
     void Works();
     void Leaves();
 
