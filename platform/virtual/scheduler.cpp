@@ -116,14 +116,14 @@ std::uint64_t Scheduler::Draw(std::uint64_t below)
     return (z ^ (z >> 31)) % below;
 }
 
-bool Scheduler::AnybodyMayRun() const
+bool Scheduler::AnyThreadMayRun() const
 {
     return m_still ? m_driver->state == Thread::State::ready : !m_ready.empty();
 }
 
 Thread& Scheduler::Choose()
 {
-    while (!AnybodyMayRun()) Advance();
+    while (!AnyThreadMayRun()) Advance();
     const auto place = m_still ? std::ranges::find(m_ready, m_driver)
                                : m_ready.begin() + static_cast<std::ptrdiff_t>(
                                                        m_options.seed ? Draw(m_ready.size()) : 0);
@@ -189,7 +189,7 @@ void Scheduler::GoOn()
 }
 
 // Called by a thread that makes a platform call while the machine stands still: waits for GoOn.
-void Scheduler::AwaitGoingOn(Thread& self)
+void Scheduler::AwaitGoOn(Thread& self)
 {
     self.state = Thread::State::ready;
     m_ready.push_back(&self);
@@ -209,7 +209,7 @@ void Scheduler::AwaitGoingOn(Thread& self)
 
 void Scheduler::Preempt(Thread& self)
 {
-    if (m_still && &self != m_driver && Hold::Once()) return AwaitGoingOn(self);
+    if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
     const std::uint64_t drawn = Draw(m_ready.size() + 1);
     if (drawn < m_ready.size()) LetRun(self, drawn);

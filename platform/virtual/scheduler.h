@@ -123,12 +123,12 @@ private:
     void FireNext();
     void Pace(Instant to);
     void ReportStuck(std::string_view why);
-    bool AnybodyMayRun() const;
+    bool AnyThreadMayRun() const;
     bool NothingWakes() const;
     Thread& Choose();
     void SwitchTo(Thread& next);
     void LetRun(Thread& self, std::size_t place);
-    void AwaitGoingOn(Thread& self);
+    void AwaitGoOn(Thread& self);
     void RunThread(Thread& thread);
     void End(Thread& thread);
     bool InLockCircle(const Thread& thread) const;
