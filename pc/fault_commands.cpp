@@ -80,7 +80,7 @@ std::vector<Command> FaultCommands()
         {"fault FUNCTION ERROR times N", "makes the next N calls fail", Times},
         {"fault FUNCTION ERROR rate P", "makes each call fail with a probability", Rate},
         {"fault FUNCTION ERROR always", "makes every call fail", Always},
-        {"fault clear [FUNCTION]", "takes a fault back, or all of them", Clear},
+        {"fault clear [FUNCTION]", "removes the fault of a function, or all faults", Clear},
         {"pipe listen NAME", R"(listens on \\.\pipe\NAME)", Listen},
         {"pipe hangup NAME", "stops listening", Hangup},
     };

@@ -17,7 +17,7 @@ void Repeat(const PlayOptions& options, const std::vector<std::filesystem::path>
             std::ostream& errors)
 {
     if (options.machine.seed == 0) return;
-    errors << "the same again: holvpc run --seed " << options.machine.seed;
+    errors << "to repeat this run: holvpc run --seed " << options.machine.seed;
     for (const std::filesystem::path& script : scripts) errors << " " << script.string();
     errors << "\n";
 }
