@@ -1,4 +1,4 @@
-// The kernel room's hot paths: handing over between threads, and the clock's jumps.
+// The scheduler's hot paths: handing over between threads, and the clock's jumps.
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
@@ -99,7 +99,7 @@ const bool kHandOver =
 
 constexpr int kMillion = 1'000'000;
 
-// The least a clock needs to find what is due next, with a few others pending.
+// The least work of a virtual clock: a priority queue, with a few other entries pending.
 void MillionFromAQueue(benchmark::State& state)
 {
     for (auto _ : state) {

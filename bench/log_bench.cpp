@@ -1,4 +1,4 @@
-// The log's hot paths: a message that nobody wants, and a line to the file.
+// The log's hot paths: a message that is filtered out, and a line to the file.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -50,7 +50,7 @@ constexpr const wchar_t* kMessage = L"Entering HOLV Registry Do Not Disturb time
 constexpr const wchar_t* kLogPath = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
 constexpr off_t kWrapAt = 5 << 20;
 
-// The same number of bytes to a file in the same folder, with nothing around them.
+// A bare seek and write of as many bytes, to a file on the same disk.
 void SeekAndWrite(benchmark::State& state)
 {
     const Machine pc;
@@ -71,8 +71,9 @@ void SeekAndWrite(benchmark::State& state)
 }
 BENCHMARK(SeekAndWrite)->Apply(InPairs);
 
-// A process has one log writer for good, so every repetition runs in the same one: a thread of it
-// takes the loops as they come. There is one PC at a time, so the last repetition ends it.
+// A process keeps its one log writer to its end, so all repetitions run in one process, whose
+// thread runs each measuring loop in turn. Only one PC can exist at a time, so the last repetition
+// destroys it.
 void LogLineToFile(benchmark::State& state)
 {
     static auto pc = std::make_unique<Machine>();

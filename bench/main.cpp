@@ -17,7 +17,7 @@ std::vector<Pair>& Pairs()
     return pairs;
 }
 
-// Shows what is measured as it comes, and keeps it.
+// Prints each measurement when it is made, and keeps the times.
 class Collector : public benchmark::ConsoleReporter
 {
 public:

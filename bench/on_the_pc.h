@@ -9,7 +9,8 @@
 
 inline constexpr int kRepetitions = 5;
 
-// Repetitions, interleaved by the library, so that a drift of the host's speed meets both sides.
+// Repetitions, interleaved by the library, so that a drift of the host's speed affects both of a
+// pair.
 inline void InPairs(benchmark::internal::Benchmark* bench)
 {
     bench->UseRealTime()->Repetitions(kRepetitions)->ReportAggregatesOnly(false);

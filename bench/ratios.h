@@ -1,5 +1,5 @@
-// Measures in pairs. A bare time says little about a machine that nobody knows; each measure here
-// names the baseline of the same run that it is compared with, and the ratio we aim at.
+// Measures in pairs. A bare time says little about an unknown machine, so each measure names a
+// baseline of the same run that it is compared with, and the ratio to stay within.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@ struct Pair
 {
     std::string measure;   // a benchmark's name
     std::string baseline;  // another's
-    double aim;            // the ratio that we want to stay within; 0 for none
+    double aim;            // the ratio to stay within; 0 for none
     std::string what;
 };
 

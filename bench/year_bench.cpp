@@ -35,7 +35,8 @@ public:
         });
     }
 
-    // "HOLV_IDLE/h" and so on, and by "battery" those on it, where its charge is watched.
+    // Counters "HOLV_IDLE/h" and so on, and "HOLV_IDLE battery/h" for the time on battery, when the
+    // service watches the charge too.
     void Report(benchmark::State& state)
     {
         Count();

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const wchar_t* kProgId = L"HOLVAgentLib.HOLVAgentLib";
 constexpr UINT kWork = WM_USER + 1;
-// A server has two minutes to start.
+// Longer than the two minutes that a server has to start.
 constexpr Duration kPatience = 5min;
 
 std::wstring Hexadecimal(HRESULT result)
@@ -25,8 +25,8 @@ std::wstring Hexadecimal(HRESULT result)
     return text;
 }
 
-// A value in words; empty for one that has none.
-std::wstring WordsOf(const VARIANT& value)
+// A value as text; empty when it is not convertible.
+std::wstring TextOf(const VARIANT& value)
 {
     VARIANT text{};
     if (FAILED(VariantChangeType(&text, &value, 0, VT_BSTR))) return {};
@@ -44,7 +44,7 @@ void** ReceiveAny(OwnedInterface<Interface>& reference)
 
 class Sink;
 
-// The program: what its thread works with, and its door to whoever drives the PC.
+// The program: the state of its thread, and the way by which the driver gives it work.
 struct AgentClient::Program
 {
     struct Connected
@@ -58,13 +58,13 @@ struct AgentClient::Program
 
     int Run();
     void ServeMessages();
-    // Has the program do something, and lets the machine live until it is done. E_FAIL when it is
-    // not done after some minutes.
+    // Runs `what` on the program's thread, and the machine until it is done. E_FAIL when it is not
+    // done within kPatience.
     Answer Do(std::function<Answer()> what);
 
     HRESULT NeedObject();
     HRESULT Point(OwnedInterface<IConnectionPoint>& point);
-    // `places` get what the member gives through arguments.
+    // `places` become output arguments, whose values end the answer.
     Answer Invoke(std::wstring_view member, WORD flags, std::vector<VARIANT> arguments,
                   std::vector<VARIANT> places = {});
     Answer Advise(const std::wstring& sink, SinkReaction reaction);
@@ -76,10 +76,10 @@ struct AgentClient::Program
     const std::wstring name;
     Process* process = nullptr;
 
-    // Of the program's thread.
+    // For the program's thread only.
     OwnedInterface<IDispatch> object;
     std::vector<Connected> connected;
-    std::vector<std::unique_ptr<Sink>> sinks;  // all that ever were
+    std::vector<std::unique_ptr<Sink>> sinks;  // the disconnected ones too
 
     // With the machine held.
     std::function<void()> work;
@@ -87,7 +87,7 @@ struct AgentClient::Program
     std::map<std::wstring, std::wstring> heard;
 };
 
-// Called in the program's apartment. It belongs to the program, whoever refers to it.
+// Called in the program's apartment. The program owns it, so references are not counted.
 class Sink final : public IDispatch
 {
 public:
@@ -173,7 +173,7 @@ int AgentClient::Program::Run()
     try {
         ServeMessages();
     } catch (const ThreadEnds&) {
-        // A program that is ended lets go of nothing.
+        // A terminated program releases nothing.
         object.Detach();
         throw;
     }
@@ -199,7 +199,7 @@ void AgentClient::Program::ServeMessages()
 AgentClient::Answer AgentClient::Program::Do(std::function<Answer()> what)
 {
     const auto answer = std::make_shared<Answer>();
-    pc.Settle();  // until it takes messages
+    pc.Settle();  // until its message loop runs
     if (!process->running()) return *answer;
     {
         const Hold hold(pc);
@@ -256,11 +256,11 @@ AgentClient::Answer AgentClient::Program::Invoke(std::wstring_view member, WORD 
         VARIANT result{};
         answer.result = called.Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &parameters,
                                       &result, nullptr, nullptr);
-        answer.text = WordsOf(result);
+        answer.text = TextOf(result);
         VariantClear(&result);
     }
     for (VARIANT& place : places) {
-        answer.text += (answer.text.empty() ? L"" : L" ") + WordsOf(place);
+        answer.text += (answer.text.empty() ? L"" : L" ") + TextOf(place);
         VariantClear(&place);
     }
     if (answer.result == kServerUnavailable || answer.result == RPC_E_DISCONNECTED) Release();
@@ -311,7 +311,7 @@ void AgentClient::Program::Release()
     connected.clear();
 }
 
-// --- From outside ---
+// --- For the driver ---
 
 std::wstring AgentClient::Answer::Words() const
 {
@@ -333,7 +333,7 @@ AgentClient::~AgentClient()
     m_program->process->Terminate(0);
 }
 
-// What the program does takes its own copies: it may outlast the question, where that failed.
+// The functions below capture copies, as the program may run them after Do has given up.
 
 AgentClient::Answer AgentClient::Call(std::wstring_view member, const std::vector<LONG>& numbers,
                                       const std::vector<VARTYPE>& places)

@@ -1,5 +1,5 @@
-// A program on the PC that uses the service's control interface as any program does that knows it
-// only by its names: the companion that shows the service's state and switches its features.
+// A program on the PC that uses the service's control interface by names alone: the companion that
+// shows the service's state and switches its features.
 #pragma once
 
 #include <memory>
@@ -10,12 +10,12 @@
 #include "platform/automation.h"
 #include "platform/virtual/machine.h"
 
-// What a sink does when it hears of an event, besides remembering it.
+// What a sink does with an event, besides recording its code.
 enum class SinkReaction
 {
     none,
     cancel,     // refuses the new event code
-    clear,      // takes back what another sink refused
+    clear,      // withdraws the refusal of another sink
     fail,       // fails
     call_back,  // reads the event code from within
     leave,      // disconnects itself
@@ -26,9 +26,9 @@ enum class SinkReaction
 class AgentClient
 {
 public:
-    // Starts the program; it makes its object when it is first needed.
+    // Starts the program; it creates its object when that is first needed.
     AgentClient(virtual_pc::Machine& pc, std::wstring_view name);
-    // Ends it as it is.
+    // Terminates the program.
     ~AgentClient();
     AgentClient(const AgentClient&) = delete;
     AgentClient& operator=(const AgentClient&) = delete;
@@ -42,24 +42,24 @@ public:
         std::wstring Words() const;
     };
 
-    // Each is done by the program on its own thread, and lets the machine live until it is done.
-    // Calls `member` as a method with numbers, and with places for what it gives, by their types.
+    // Each runs on the program's own thread, while the machine runs until it is done. Calls
+    // `member` as a method with numbers, and with output arguments of the types in `places`.
     Answer Call(std::wstring_view member, const std::vector<LONG>& numbers,
                 const std::vector<VARTYPE>& places = {});
     Answer GetProperty(std::wstring_view member);
     Answer PutProperty(std::wstring_view member, LONG value);
-    // Connects a sink; the answer is its cookie. One of that name that is connected stays so.
+    // Connects a sink; the answer is its cookie. A connected one of that name stays connected.
     Answer Advise(const std::wstring& sink, SinkReaction reaction);
     Answer Unadvise(const std::wstring& sink);
-    // Lets go of the object and of the sinks.
+    // Releases the object and the sinks.
     void Release();
 
-    // The codes that a sink has heard, joined by blanks.
+    // The event codes that a sink has received, joined by blanks.
     std::wstring Heard(const std::wstring& sink) const;
 
-    // The program ends by itself, and lets go of everything.
+    // Has the program end by itself, which releases everything.
     void Quit();
-    // Ends the program from outside, which lets go of nothing.
+    // Terminates the program, which then releases nothing.
     void End();
 
     struct Program;

@@ -1,4 +1,4 @@
-// The sound room: endpoints, their mute states and the defaults.
+// Sound endpoints, their mute states and the defaults.
 
 #include <cmath>
 
@@ -8,9 +8,9 @@ using namespace virtual_pc;
 
 namespace {
 
-Endpoint& FindEndpoint(const ScriptLine& line, Stage& stage, const std::string& name)
+Endpoint& FindEndpoint(const ScriptLine& line, ScriptContext& context, const std::string& name)
 {
-    Endpoint* endpoint = stage.pc.audio.Find(FromUtf8(name));
+    Endpoint* endpoint = context.pc.audio.Find(FromUtf8(name));
     if (!endpoint) throw ExpectationFailed(line, "there is no endpoint \"" + name + "\"");
     return *endpoint;
 }
@@ -20,20 +20,20 @@ Action AddEndpoint(const ScriptLine& line, const Arguments& a)
     const EDataFlow flow = ChoiceOf(line, a[1], {"render", "capture"}) == 0 ? eRender : eCapture;
     const bool muted = ChoiceOf(line, a[2], {"unmuted", "muted"}) == 1;
     const bool is_default = !a[3].empty() && ChoiceOf(line, a[3], {"default"}) == 0;
-    return [=, name = FromUtf8(a[0])](Stage& stage) {
-        Endpoint& endpoint = stage.pc.audio.Add(name, flow, {.muted = muted});
+    return [=, name = FromUtf8(a[0])](ScriptContext& context) {
+        Endpoint& endpoint = context.pc.audio.Add(name, flow, {.muted = muted});
         if (is_default) endpoint.MakeDefault();
-        stage.pc.Settle();
+        context.pc.Settle();
     };
 }
 
-// Does something to an endpoint, and lets the service hear of it.
+// Changes an endpoint, and runs the service until it has handled the notification.
 template <void (*act)(Endpoint&)>
 Action On(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](Stage& stage) {
-        act(FindEndpoint(line, stage, name));
-        stage.pc.Settle();
+    return [line, name = a[0]](ScriptContext& context) {
+        act(FindEndpoint(line, context, name));
+        context.pc.Settle();
     };
 }
 
@@ -49,17 +49,17 @@ Action SetVolume(const ScriptLine& line, const Arguments& a)
 {
     const std::uint32_t percent = NumberOf(line, a[1]);
     if (percent > 100) throw ScriptError(line, "\"" + a[1] + "\" is no volume of 0 to 100");
-    return [=, name = a[0]](Stage& stage) {
-        FindEndpoint(line, stage, name).SetVolume(static_cast<float>(percent) / 100);
-        stage.pc.Settle();
+    return [=, name = a[0]](ScriptContext& context) {
+        FindEndpoint(line, context, name).SetVolume(static_cast<float>(percent) / 100);
+        context.pc.Settle();
     };
 }
 
 Action ExpectMute(const ScriptLine& line, const Arguments& a)
 {
     const bool muted = ChoiceOf(line, a[1], {"unmuted", "muted"}) == 1;
-    return [=, name = a[0]](Stage& stage) {
-        if (FindEndpoint(line, stage, name).Muted() == muted) return;
+    return [=, name = a[0]](ScriptContext& context) {
+        if (FindEndpoint(line, context, name).Muted() == muted) return;
         throw ExpectationFailed(line, "expected " + name + (muted ? " muted" : " unmuted") +
                                           ", but it is " + (muted ? "unmuted" : "muted"));
     };
@@ -81,15 +81,16 @@ std::string_view StateWord(DWORD state)
 
 Action ShowAudio(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        for (const Endpoint* endpoint : stage.pc.audio.All()) {
-            stage.out << ToUtf8(endpoint->name()) << ": "
-                      << (endpoint->flow() == eRender ? "render, " : "capture, ")
-                      << StateWord(endpoint->State())
-                      << (endpoint->Muted() ? ", muted" : ", unmuted") << ", volume "
-                      << std::lround(endpoint->Volume() * 100)
-                      << (stage.pc.audio.Default(endpoint->flow()) == endpoint ? ", default" : "")
-                      << "\n";
+    return [](ScriptContext& context) {
+        for (const Endpoint* endpoint : context.pc.audio.All()) {
+            context.out << ToUtf8(endpoint->name()) << ": "
+                        << (endpoint->flow() == eRender ? "render, " : "capture, ")
+                        << StateWord(endpoint->State())
+                        << (endpoint->Muted() ? ", muted" : ", unmuted") << ", volume "
+                        << std::lround(endpoint->Volume() * 100)
+                        << (context.pc.audio.Default(endpoint->flow()) == endpoint ? ", default"
+                                                                                   : "")
+                        << "\n";
         }
     };
 }
@@ -101,15 +102,15 @@ std::vector<Command> AudioCommands()
     return {
         {"audio add NAME FLOW MUTED [DEFAULT]",
          "adds an endpoint: render or capture, muted or unmuted, default", AddEndpoint},
-        {"audio mute NAME", "mutes it, as a user does", On<Mute>},
-        {"audio unmute NAME", "unmutes it", On<Unmute>},
-        {"audio volume NAME PERCENT", "sets its volume", SetVolume},
-        {"audio plug NAME", "plugs it in", On<Plug>},
-        {"audio unplug NAME", "pulls its plug", On<Unplug>},
-        {"audio enable NAME", "switches it on in the control panel", On<Plug>},
-        {"audio disable NAME", "switches it off there", On<Disable>},
-        {"audio remove NAME", "takes its device out of the PC", On<Remove>},
-        {"audio default NAME", "makes it the default of its flow", On<MakeDefault>},
+        {"audio mute NAME", "mutes an endpoint, as a user does", On<Mute>},
+        {"audio unmute NAME", "unmutes an endpoint, as a user does", On<Unmute>},
+        {"audio volume NAME PERCENT", "sets an endpoint's volume", SetVolume},
+        {"audio plug NAME", "plugs an endpoint in", On<Plug>},
+        {"audio unplug NAME", "pulls an endpoint's plug", On<Unplug>},
+        {"audio enable NAME", "switches an endpoint on in the control panel", On<Plug>},
+        {"audio disable NAME", "switches an endpoint off in the control panel", On<Disable>},
+        {"audio remove NAME", "takes an endpoint's device out of the PC", On<Remove>},
+        {"audio default NAME", "makes an endpoint the default of its flow", On<MakeDefault>},
         {"expect mute NAME MUTED", "an endpoint is muted or unmuted", ExpectMute},
         {"show audio", "the endpoints", ShowAudio},
     };

@@ -36,141 +36,143 @@ LONG FeatureOf(const ScriptLine& line, const std::string& text)
     return static_cast<LONG>(NumberOf(line, text));
 }
 
-LONG ValueOf(const ScriptLine& line, const std::string& text)
+LONG LongOf(const ScriptLine& line, const std::string& text)
 {
     return static_cast<LONG>(NumberOf(line, text));
 }
 
-AgentClient& ClientOf(Stage& stage)
+AgentClient& ClientOf(ScriptContext& context)
 {
-    auto& client = stage.clients[stage.client];
-    if (!client) client = std::make_shared<AgentClient>(stage.pc, FromUtf8(stage.client));
+    auto& client = context.clients[context.client];
+    if (!client) client = std::make_shared<AgentClient>(context.pc, FromUtf8(context.client));
     return *client;
 }
 
-void Remember(Stage& stage, const AgentClient::Answer& answer)
+void KeepAnswer(ScriptContext& context, const AgentClient::Answer& answer)
 {
-    stage.client_answer = ToUtf8(answer.Words());
-    stage.pc.Settle();
+    context.client_answer = ToUtf8(answer.Words());
+    context.pc.Settle();
 }
 
-AgentClient::Answer Get(Stage& stage, LONG feature)
+AgentClient::Answer Get(ScriptContext& context, LONG feature)
 {
-    return ClientOf(stage).Call(L"GetNeverSleepParam", {feature}, {VT_I4});
+    return ClientOf(context).Call(L"GetNeverSleepParam", {feature}, {VT_I4});
 }
 
-AgentClient::Answer GetInterval(Stage& stage)
+AgentClient::Answer GetInterval(ScriptContext& context)
 {
-    return ClientOf(stage).Call(L"GetDoNotDisturbTimeInterval", {}, {VT_UINT, VT_UINT});
+    return ClientOf(context).Call(L"GetDoNotDisturbTimeInterval", {}, {VT_UINT, VT_UINT});
 }
 
 Action Use(const ScriptLine&, const Arguments& a)
 {
-    return [name = a[0]](Stage& stage) { stage.client = name; };
+    return [name = a[0]](ScriptContext& context) { context.client = name; };
 }
 
 Action SetFeature(const ScriptLine& line, const Arguments& a)
 {
-    return [feature = FeatureOf(line, a[0]), value = ValueOf(line, a[1])](Stage& stage) {
-        Remember(stage, ClientOf(stage).Call(L"SetNeverSleepParam", {feature, value}));
+    return [feature = FeatureOf(line, a[0]), value = LongOf(line, a[1])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Call(L"SetNeverSleepParam", {feature, value}));
     };
 }
 
 Action GetFeature(const ScriptLine& line, const Arguments& a)
 {
-    return
-        [feature = FeatureOf(line, a[0])](Stage& stage) { Remember(stage, Get(stage, feature)); };
+    return [feature = FeatureOf(line, a[0])](ScriptContext& context) {
+        KeepAnswer(context, Get(context, feature));
+    };
 }
 
 Action SetInterval(const ScriptLine& line, const Arguments& a)
 {
-    return [from = ValueOf(line, a[0]), to = ValueOf(line, a[1])](Stage& stage) {
-        Remember(stage, ClientOf(stage).Call(L"SetDoNotDisturbTimeInterval", {from, to}));
+    return [from = LongOf(line, a[0]), to = LongOf(line, a[1])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Call(L"SetDoNotDisturbTimeInterval", {from, to}));
     };
 }
 
 Action AskInterval(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { Remember(stage, GetInterval(stage)); };
+    return [](ScriptContext& context) { KeepAnswer(context, GetInterval(context)); };
 }
 
 Action AskVersion(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        Remember(stage, ClientOf(stage).Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}));
+    return [](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}));
     };
 }
 
 Action AskStatus(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
+    return [](ScriptContext& context) {
         for (const auto& known : kFeatures) {
-            const AgentClient::Answer answer = Get(stage, known.feature);
-            const Hold hold(stage.pc);
-            stage.out << known.name << "  " << ToUtf8(answer.Words()) << "\n";
+            const AgentClient::Answer answer = Get(context, known.feature);
+            const Hold hold(context.pc);
+            context.out << known.name << "  " << ToUtf8(answer.Words()) << "\n";
         }
-        const AgentClient::Answer interval = GetInterval(stage);
+        const AgentClient::Answer interval = GetInterval(context);
         {
-            const Hold hold(stage.pc);
-            stage.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
+            const Hold hold(context.pc);
+            context.out << "do not disturb (minutes)  " << ToUtf8(interval.Words()) << "\n";
         }
-        Remember(stage, interval);
+        KeepAnswer(context, interval);
     };
 }
 
 Action Event(const ScriptLine& line, const Arguments& a)
 {
     if (a[0].empty()) {
-        return [](Stage& stage) {
-            Remember(stage, ClientOf(stage).GetProperty(L"NeverSleepEventCode"));
+        return [](ScriptContext& context) {
+            KeepAnswer(context, ClientOf(context).GetProperty(L"NeverSleepEventCode"));
         };
     }
-    return [code = ValueOf(line, a[0])](Stage& stage) {
-        Remember(stage, ClientOf(stage).PutProperty(L"NeverSleepEventCode", code));
+    return [code = LongOf(line, a[0])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).PutProperty(L"NeverSleepEventCode", code));
     };
 }
 
 Action Advise(const ScriptLine& line, const Arguments& a)
 {
     const std::size_t reaction = a[1].empty() ? 0 : ChoiceOf(line, a[1], kReactions);
-    return [name = FromUtf8(a[0]), reaction](Stage& stage) {
-        Remember(stage, ClientOf(stage).Advise(name, static_cast<SinkReaction>(reaction)));
+    return [name = FromUtf8(a[0]), reaction](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Advise(name, static_cast<SinkReaction>(reaction)));
     };
 }
 
 Action Unadvise(const ScriptLine&, const Arguments& a)
 {
-    return
-        [name = FromUtf8(a[0])](Stage& stage) { Remember(stage, ClientOf(stage).Unadvise(name)); };
+    return [name = FromUtf8(a[0])](ScriptContext& context) {
+        KeepAnswer(context, ClientOf(context).Unadvise(name));
+    };
 }
 
 Action Release(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { ClientOf(stage).Release(); };
+    return [](ScriptContext& context) { ClientOf(context).Release(); };
 }
 
 template <void (AgentClient::*end)()>
 Action End(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        (ClientOf(stage).*end)();
-        stage.clients.erase(stage.client);
+    return [](ScriptContext& context) {
+        (ClientOf(context).*end)();
+        context.clients.erase(context.client);
     };
 }
 
 Action ExpectAnswer(const ScriptLine& line, const Arguments& a)
 {
-    return [line, expected = a[0]](Stage& stage) {
-        if (stage.client_answer == expected) return;
+    return [line, expected = a[0]](ScriptContext& context) {
+        if (context.client_answer == expected) return;
         throw ExpectationFailed(line, "expected the answer " + expected +
-                                          " to the client, but it is " + stage.client_answer);
+                                          " to the client, but it is " + context.client_answer);
     };
 }
 
-Action ExpectHeard(const ScriptLine& line, const Arguments& a)
+Action ExpectSinkHeard(const ScriptLine& line, const Arguments& a)
 {
-    return [line, sink = a[0], expected = a[1]](Stage& stage) {
-        const std::string heard = ToUtf8(ClientOf(stage).Heard(FromUtf8(sink)));
+    return [line, sink = a[0], expected = a[1]](ScriptContext& context) {
+        const std::string heard = ToUtf8(ClientOf(context).Heard(FromUtf8(sink)));
         if (heard == expected) return;
         throw ExpectationFailed(line, "expected sink " + sink + " to have heard \"" + expected +
                                           "\", but it has heard \"" + heard + "\"");
@@ -182,23 +184,25 @@ Action ExpectHeard(const ScriptLine& line, const Arguments& a)
 std::vector<Command> ClientCommands()
 {
     return {
-        {"client use NAME", "the program that the commands below are about; the first is UI", Use},
+        {"client use NAME", "selects the program that the client commands act on; the first is UI",
+         Use},
         {"client set FEATURE N", "switches a feature: E_AUDIO and the like, or its number",
          SetFeature},
         {"client get FEATURE", "asks for a feature", GetFeature},
         {"client interval START END", "sets the do-not-disturb interval, in minutes", SetInterval},
-        {"client interval", "asks for it", AskInterval},
+        {"client interval", "asks for the do-not-disturb interval", AskInterval},
         {"client version", "asks for the interface's version", AskVersion},
         {"client status", "asks for every feature and the interval, and prints them", AskStatus},
         {"client event [CODE]", "raises an event code, or asks for the current one", Event},
         {"client advise SINK [REACTION]",
          "connects a sink, which listens, cancels, clears, fails, calls-back or leaves", Advise},
-        {"client unadvise SINK", "disconnects it", Unadvise},
-        {"client release", "lets go of the object and the sinks", Release},
-        {"client quit", "the program ends, and lets go of everything", End<&AgentClient::Quit>},
-        {"client end", "it is ended, and lets go of nothing", End<&AgentClient::End>},
-        {"expect client answer TEXT", "what the last question gave: values, ok, or 0x...",
+        {"client unadvise SINK", "disconnects a sink", Unadvise},
+        {"client release", "releases the object and the sinks", Release},
+        {"client quit", "has the program end, which releases everything", End<&AgentClient::Quit>},
+        {"client end", "terminates the program, which releases nothing", End<&AgentClient::End>},
+        {"expect client answer TEXT", "the answer to the last call: values, ok, or 0x...",
          ExpectAnswer},
-        {"expect client heard SINK TEXT", "the event codes that a sink has heard", ExpectHeard},
+        {"expect client heard SINK TEXT", "the event codes that a sink has received",
+         ExpectSinkHeard},
     };
 }

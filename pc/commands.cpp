@@ -24,7 +24,7 @@ bool IsArgument(const std::string& word)
     return IsOptional(word) || std::isupper(static_cast<unsigned char>(word.front()));
 }
 
-// The arguments of a line that has this form; nothing when it has another.
+// The arguments of a line that has this form; nothing when it does not.
 std::optional<Arguments> Match(std::string_view pattern, const std::vector<std::string>& words)
 {
     const std::vector<std::string> form = WordsOf(pattern);

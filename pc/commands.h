@@ -17,11 +17,11 @@
 
 class AgentClient;
 
-// What is so on the PC, by names.
-using Facts = std::map<std::string, std::string>;
+// Observed values by name.
+using Observations = std::map<std::string, std::string>;
 
 // What a running command works on.
-struct Stage
+struct ScriptContext
 {
     virtual_pc::Machine& pc;
     const virtual_pc::Image& image;
@@ -29,19 +29,19 @@ struct Stage
     Story& story;
     std::ostream& out;
     std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
-    // Of the programs that a script lets ask for something, by their names.
+    // The power requests of other programs, by the names of the programs.
     std::map<std::string, std::shared_ptr<virtual_pc::PowerRequest>> requests = {};
 
-    // The programs that use the control interface, the one that commands are about, and what it was
-    // answered last.
+    // The clients of the control interface, the one that commands act on, and the last answer it
+    // got.
     std::map<std::string, std::shared_ptr<AgentClient>> clients = {};
     std::string client = "UI";
     std::string client_answer = {};
 
-    Facts remembered = {};
+    Observations remembered = {};
 };
 
-using Action = std::function<void(Stage&)>;
+using Action = std::function<void(ScriptContext&)>;
 using Arguments = std::vector<std::string>;
 
 struct Command
@@ -49,10 +49,17 @@ struct Command
     // Literal words in lower case, arguments in upper case, the last ones optional in brackets.
     std::string_view pattern;
     std::string_view help;
-    // Checks the arguments, in the pattern's order and with "" for one left out, and returns what
-    // is to be done. Throws ScriptError.
+    // Checks the arguments, in the pattern's order and with "" for one left out, and returns the
+    // action. Throws ScriptError.
     Action (*bind)(const ScriptLine& line, const Arguments& arguments);
 };
+
+// Binds a command without arguments that only prints.
+template <void (*show)(ScriptContext&)>
+Action Show(const ScriptLine&, const Arguments&)
+{
+    return show;
+}
 
 // The rows of each facet.
 std::vector<Command> LifeCommands();      // clock, signal, run, say
@@ -70,8 +77,8 @@ std::vector<Command> RememberCommands();  // remember
 
 const std::vector<Command>& AllCommands();
 
-// What a line is to do. Throws ScriptError, naming the forms that the command has, for one that is
-// not understood.
+// The action of a line. Throws ScriptError, which names the forms of the command, when the line has
+// none of them.
 Action Bind(const ScriptLine& line);
 
 // Prints the commands, those whose first word is `word` or all of them.
@@ -82,7 +89,7 @@ void PrintHelp(std::ostream& out, std::string_view word);
 virtual_pc::Duration DurationOf(const ScriptLine& line, std::string_view text);  // "30m", "1h30m"
 std::uint32_t NumberOf(const ScriptLine& line, std::string_view text);           // decimal or 0x...
 double RateOf(const ScriptLine& line, std::string_view text);                    // 0 to 1
-// Which of a few words.
+// The index of the word among `choices`.
 std::size_t ChoiceOf(const ScriptLine& line, std::string_view text,
                      const std::vector<std::string_view>& choices);
 // "HKLM\..." checked for its root.

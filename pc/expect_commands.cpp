@@ -1,12 +1,10 @@
-// Expectations: what must be so at this place of the script.
+// The assertions of scripts.
 
 #include "pc/commands.h"
 
 using namespace virtual_pc;
 
 namespace {
-
-constexpr const wchar_t* kLogFile = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
 
 [[noreturn]] void Fail(const ScriptLine& line, const std::string& expected, const std::string& is)
 {
@@ -17,8 +15,8 @@ Action ExpectState(const ScriptLine& line, const Arguments& a)
 {
     const std::optional<std::int32_t> expected = StateOf(a[0]);
     if (!expected) throw ScriptError(line, "\"" + a[0] + "\" is no state");
-    return [=](Stage& stage) {
-        const std::optional<std::int32_t> state = stage.view.state();
+    return [=](ScriptContext& context) {
+        const std::optional<std::int32_t> state = context.view.state();
         if (state == expected) return;
         Fail(line, "state " + a[0],
              state ? "it is " + ToUtf8(StateNameOf(*state)) : "the service does not run");
@@ -26,33 +24,33 @@ Action ExpectState(const ScriptLine& line, const Arguments& a)
 }
 
 // The log file's bytes are characters of the same value.
-bool LogSays(Stage& stage, const std::string& text)
+bool LogSays(ScriptContext& context, const std::string& text)
 {
-    return stage.pc.disk.Read(kLogFile).value_or("").find(text) != std::string::npos;
+    return context.pc.disk.Read(kServiceLogFile).value_or("").find(text) != std::string::npos;
 }
 
 Action ExpectLog(const ScriptLine& line, const Arguments& a)
 {
-    return [line, text = a[0]](Stage& stage) {
-        if (!LogSays(stage, text)) Fail(line, "\"" + text + "\" in the log", "it is not there");
+    return [line, text = a[0]](ScriptContext& context) {
+        if (!LogSays(context, text)) Fail(line, "\"" + text + "\" in the log", "it is not there");
     };
 }
 
 Action ExpectNoLog(const ScriptLine& line, const Arguments& a)
 {
-    return [line, text = a[0]](Stage& stage) {
-        if (LogSays(stage, text)) Fail(line, "no \"" + text + "\" in the log", "it is there");
+    return [line, text = a[0]](ScriptContext& context) {
+        if (LogSays(context, text)) Fail(line, "no \"" + text + "\" in the log", "it is there");
     };
 }
 
 Action ExpectValue(const ScriptLine& line, const Arguments& a)
 {
-    return [line, key = KeyOf(line, a[0]), a](Stage& stage) {
+    return [line, key = KeyOf(line, a[0]), a](ScriptContext& context) {
         const std::wstring name = FromUtf8(a[1] == "@" ? "" : a[1]);
-        const std::optional<RegistryValue> value = stage.pc.registry.Get(key, name);
+        const std::optional<RegistryValue> value = context.pc.registry.Get(key, name);
         const std::string expected = a[0] + " " + a[1] + " to be " + a[2];
         if (!value) Fail(line, expected, "it is not there");
-        const std::optional<DWORD> number = stage.pc.registry.GetDword(key, name);
+        const std::optional<DWORD> number = context.pc.registry.GetDword(key, name);
         if (number && *number == NumberOf(line, a[2])) return;
         if (!number && ToUtf8(value->Text()) == a[2]) return;
         Fail(line, expected, "it is " + (number ? std::to_string(*number) : ToUtf8(value->Text())));
@@ -61,58 +59,60 @@ Action ExpectValue(const ScriptLine& line, const Arguments& a)
 
 Action ExpectEvent(const ScriptLine& line, const Arguments& a)
 {
-    return [line, text = a[0]](Stage& stage) {
-        for (const EventRecord& record : stage.pc.event_log.records()) {
-            if (ToUtf8(stage.pc.event_log.Text(record)).find(text) != std::string::npos) return;
+    return [line, text = a[0]](ScriptContext& context) {
+        for (const EventRecord& record : context.pc.event_log.records()) {
+            if (ToUtf8(context.pc.event_log.Text(record)).find(text) != std::string::npos) return;
         }
         Fail(line, "an event with \"" + text + "\"",
-             "none of the " + std::to_string(stage.pc.event_log.records().size()) + " has it");
+             "none of the " + std::to_string(context.pc.event_log.records().size()) + " has it");
     };
 }
 
 Action ExpectFile(const ScriptLine& line, const Arguments& a)
 {
-    return [line, path = a[0]](Stage& stage) {
-        if (!stage.pc.disk.Read(FromUtf8(path))) Fail(line, "the file " + path, "it is not there");
+    return [line, path = a[0]](ScriptContext& context) {
+        if (!context.pc.disk.Read(FromUtf8(path)))
+            Fail(line, "the file " + path, "it is not there");
     };
 }
 
 Action ExpectNoFile(const ScriptLine& line, const Arguments& a)
 {
-    return [line, path = a[0]](Stage& stage) {
-        if (stage.pc.disk.Read(FromUtf8(path))) Fail(line, "no file " + path, "it is there");
+    return [line, path = a[0]](ScriptContext& context) {
+        if (context.pc.disk.Read(FromUtf8(path))) Fail(line, "no file " + path, "it is there");
     };
 }
 
-Action ExpectHeard(const ScriptLine& line, const Arguments& a)
+Action ExpectPipeHeard(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0], text = a[1]](Stage& stage) {
-        const auto pipe = stage.pipes.find(name);
-        if (pipe == stage.pipes.end()) Fail(line, "a listener on " + name, "there is none");
-        const Hold hold(stage.pc);
+    return [line, name = a[0], text = a[1]](ScriptContext& context) {
+        const auto pipe = context.pipes.find(name);
+        if (pipe == context.pipes.end()) Fail(line, "a listener on " + name, "there is none");
+        const Hold hold(context.pc);
         if (pipe->second->heard.find(text) == std::string::npos) {
             Fail(line, "\"" + text + "\" from pipe " + name, "it was not heard");
         }
     };
 }
 
-// The service's log writer lives as long as its process, and the system closes its file.
+// The log file does not count: the service's log writer keeps it open until the process ends, and
+// the system closes it.
 Action ExpectNoHandles(const ScriptLine& line, const Arguments&)
 {
-    return [line](Stage& stage) {
+    return [line](ScriptContext& context) {
         std::string open;
         const auto add = [&](const LeftOpen& left) {
-            if (left.name == kLogFile) return;
+            if (left.name == kServiceLogFile) return;
             open += "\n  " + left.kind + " " + ToUtf8(left.name);
         };
         {
-            const Hold hold(stage.pc);
-            for (const LeftOpen& left : stage.pc.handles.List()) add(left);
+            const Hold hold(context.pc);
+            for (const LeftOpen& left : context.pc.handles.List()) add(left);
         }
-        for (const auto& process : stage.pc.processes()) {
+        for (const auto& process : context.pc.processes()) {
             for (const LeftOpen& left : process->left_open()) add(left);
         }
-        for (const std::string& misuse : stage.pc.misuses()) open += "\n  misuse: " + misuse;
+        for (const std::string& misuse : context.pc.misuses()) open += "\n  misuse: " + misuse;
         if (!open.empty()) Fail(line, "nothing left open", "there is:" + open);
     };
 }
@@ -124,13 +124,12 @@ std::vector<Command> ExpectCommands()
     return {
         {"expect state STATE", "the service is in a state, like HOLV_ACTIVE", ExpectState},
         {"expect log TEXT", "the service's log file contains a text", ExpectLog},
-        {"expect no log TEXT", "it does not contain it", ExpectNoLog},
-        {"expect reg KEY NAME VALUE", "a registry value is so", ExpectValue},
+        {"expect no log TEXT", "the log file does not contain a text", ExpectNoLog},
+        {"expect reg KEY NAME VALUE", "a registry value is VALUE", ExpectValue},
         {"expect event TEXT", "an event in the viewer contains a text", ExpectEvent},
         {"expect file PATH", "a file is on the PC's disk", ExpectFile},
-        {"expect no file PATH", "it is not", ExpectNoFile},
-        {"expect heard PIPE TEXT", "the listener of a pipe has heard a text", ExpectHeard},
-        {"expect handles none", "nothing is open or was left open, and nothing misused",
-         ExpectNoHandles},
+        {"expect no file PATH", "a file is not on the PC's disk", ExpectNoFile},
+        {"expect heard PIPE TEXT", "a text was written to a pipe", ExpectPipeHeard},
+        {"expect handles none", "nothing is open, was left open or was misused", ExpectNoHandles},
     };
 }

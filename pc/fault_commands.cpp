@@ -1,4 +1,4 @@
-// What goes wrong, and who listens.
+// Faults of platform functions, and listeners of pipes.
 
 #include "pc/commands.h"
 
@@ -14,9 +14,9 @@ Action SetFault(const ScriptLine& line, const Arguments& a, Faults::Fault fault)
                                          : "there is no platform function \"" + a[0] + "\"");
     }
     fault.error = NumberOf(line, a[1]);
-    return [name = a[0], fault](Stage& stage) {
-        const Hold hold(stage.pc);
-        stage.pc.faults.Set(name, fault);
+    return [name = a[0], fault](ScriptContext& context) {
+        const Hold hold(context.pc);
+        context.pc.faults.Set(name, fault);
     };
 }
 
@@ -39,35 +39,35 @@ Action Rate(const ScriptLine& line, const Arguments& a)
 
 Action Clear(const ScriptLine&, const Arguments& a)
 {
-    return [name = a[0]](Stage& stage) {
-        const Hold hold(stage.pc);
+    return [name = a[0]](ScriptContext& context) {
+        const Hold hold(context.pc);
         if (name.empty()) {
-            stage.pc.faults.ClearAll();
+            context.pc.faults.ClearAll();
         } else {
-            stage.pc.faults.Clear(name);
+            context.pc.faults.Clear(name);
         }
     };
 }
 
 Action Listen(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](Stage& stage) {
-        if (stage.pipes.contains(name)) {
+    return [line, name = a[0]](ScriptContext& context) {
+        if (context.pipes.contains(name)) {
             throw ExpectationFailed(line, "pipe " + name + " has a listener already");
         }
-        stage.pipes[name] = stage.pc.disk.Listen(FromUtf8(name));
+        context.pipes[name] = context.pc.disk.Listen(FromUtf8(name));
     };
 }
 
 Action Hangup(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](Stage& stage) {
-        const auto pipe = stage.pipes.find(name);
-        if (pipe == stage.pipes.end()) {
+    return [line, name = a[0]](ScriptContext& context) {
+        const auto pipe = context.pipes.find(name);
+        if (pipe == context.pipes.end()) {
             throw ExpectationFailed(line, "nobody listens on pipe " + name);
         }
-        stage.pc.disk.Hangup(pipe->second);
-        stage.pipes.erase(pipe);
+        context.pc.disk.Hangup(pipe->second);
+        context.pipes.erase(pipe);
     };
 }
 
@@ -80,7 +80,7 @@ std::vector<Command> FaultCommands()
         {"fault FUNCTION ERROR times N", "makes the next N calls fail", Times},
         {"fault FUNCTION ERROR rate P", "makes each call fail with a probability", Rate},
         {"fault FUNCTION ERROR always", "makes every call fail", Always},
-        {"fault clear [FUNCTION]", "takes a fault back, or all of them", Clear},
+        {"fault clear [FUNCTION]", "removes the fault of a function, or all faults", Clear},
         {"pipe listen NAME", R"(listens on \\.\pipe\NAME)", Listen},
         {"pipe hangup NAME", "stops listening", Hangup},
     };

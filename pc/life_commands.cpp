@@ -1,4 +1,4 @@
-// The PC's life: its clock, what is poked into its service, and time going by.
+// The clock, interventions in the running service, and running the PC.
 
 #include <charconv>
 
@@ -8,9 +8,9 @@ using namespace virtual_pc;
 
 namespace {
 
-Process& RunningService(const ScriptLine& line, Stage& stage)
+Process& RunningService(const ScriptLine& line, ScriptContext& context)
 {
-    Process* service = stage.view.service();
+    Process* service = context.view.service();
     if (!service) throw ExpectationFailed(line, "the service does not run");
     return *service;
 }
@@ -22,9 +22,9 @@ Action SetClock(const ScriptLine& line, const Arguments& arguments)
         throw ScriptError(line, "\"" + arguments[0] + " " + arguments[1] +
                                     "\" is no date and time, like 2026-03-02 21:30");
     }
-    return [=](Stage& stage) {
-        stage.pc.SetClock(*time);
-        stage.pc.Settle();
+    return [=](ScriptContext& context) {
+        context.pc.SetClock(*time);
+        context.pc.Settle();
     };
 }
 
@@ -35,7 +35,7 @@ Action SetVersion(const ScriptLine& line, const Arguments& arguments)
     if (dot == text.npos) throw ScriptError(line, "\"" + text + "\" is no version, like 6.1");
     const DWORD version = NumberOf(line, text.substr(0, dot)) | NumberOf(line, text.substr(dot + 1))
                                                                     << 8;
-    return [=](Stage& stage) { stage.pc.os_version = version; };
+    return [=](ScriptContext& context) { context.pc.os_version = version; };
 }
 
 Action Signal(const ScriptLine& line, const Arguments& arguments)
@@ -46,27 +46,27 @@ Action Signal(const ScriptLine& line, const Arguments& arguments)
         for (const std::string_view name : SlotNames()) names += " " + std::string(name);
         throw ScriptError(line, "\"" + arguments[0] + "\" is none of:" + names);
     }
-    return [line, slot = *slot, name = arguments[0]](Stage& stage) {
-        RunningService(line, stage);
-        if (!stage.view.Raise(slot)) throw ExpectationFailed(line, "there is no " + name);
-        stage.story.Tell(name + " is signalled");
-        stage.pc.Settle();
+    return [line, slot = *slot, name = arguments[0]](ScriptContext& context) {
+        RunningService(line, context);
+        if (!context.view.Raise(slot)) throw ExpectationFailed(line, "there is no " + name);
+        context.story.Tell(name + " is signalled");
+        context.pc.Settle();
     };
 }
 
 Action Override(const ScriptLine& line, const Arguments& arguments)
 {
     const bool on = ChoiceOf(line, arguments[0], {"off", "on"}) == 1;
-    return [line, on](Stage& stage) {
-        RunningService(line, stage);
-        stage.view.SetOverride(on);
+    return [line, on](ScriptContext& context) {
+        RunningService(line, context);
+        context.view.SetOverride(on);
     };
 }
 
 Action RunFor(const ScriptLine& line, const Arguments& arguments)
 {
     const Duration duration = DurationOf(line, arguments[0]);
-    return [=](Stage& stage) { stage.pc.RunFor(duration); };
+    return [=](ScriptContext& context) { context.pc.RunFor(duration); };
 }
 
 Action RunUntilTime(const ScriptLine& line, const Arguments& arguments)
@@ -75,9 +75,9 @@ Action RunUntilTime(const ScriptLine& line, const Arguments& arguments)
     if (!time) throw ScriptError(line, "\"" + arguments[0] + "\" is no time of day, like 06:00");
     constexpr Duration kDay = 24h;
     const Duration of_day = *time % kDay;
-    return [=](Stage& stage) {
-        const Duration left = (of_day - stage.pc.clock() % kDay + kDay) % kDay;
-        stage.pc.RunFor(left == Duration::zero() ? kDay : left);
+    return [=](ScriptContext& context) {
+        const Duration left = (of_day - context.pc.clock() % kDay + kDay) % kDay;
+        context.pc.RunFor(left == Duration::zero() ? kDay : left);
     };
 }
 
@@ -86,22 +86,23 @@ Action RunUntilState(const ScriptLine& line, const Arguments& arguments)
     const std::optional<std::int32_t> state = StateOf(arguments[0]);
     if (!state) throw ScriptError(line, "\"" + arguments[0] + "\" is no state");
     const Duration max = DurationOf(line, arguments[1]);
-    return [=](Stage& stage) {
-        if (stage.pc.RunUntil([&] { return stage.view.state() == state; }, max)) return;
+    return [=](ScriptContext& context) {
+        if (context.pc.RunUntil([&] { return context.view.state() == state; }, max)) return;
         throw ExpectationFailed(line, "expected state " + arguments[0] + " within " + arguments[1] +
                                           ", but it is " +
-                                          ToUtf8(StateNameOf(stage.view.state().value_or(-1))));
+                                          ToUtf8(StateNameOf(context.view.state().value_or(-1))));
     };
 }
 
 Action RunUntilEnd(const ScriptLine& line, const Arguments&)
 {
-    return [line](Stage& stage) { stage.pc.RunUntilEnd(RunningService(line, stage)); };
+    return
+        [line](ScriptContext& context) { context.pc.RunUntilEnd(RunningService(line, context)); };
 }
 
 Action Say(const ScriptLine&, const Arguments& arguments)
 {
-    return [text = arguments[0]](Stage& stage) { stage.story.Tell("-- " + text); };
+    return [text = arguments[0]](ScriptContext& context) { context.story.Tell("-- " + text); };
 }
 
 }  // namespace
@@ -111,13 +112,13 @@ std::vector<Command> LifeCommands()
     return {
         {"clock DATE TIME", "sets the PC's clock, like 2026-03-02 21:30", SetClock},
         {"os VERSION", "sets the operating system's version, like 6.1", SetVersion},
-        {"signal EVENT", "signals an event of the service, or makes a timer of it due", Signal},
-        {"override ON", "on or off: pokes the mark of a user's wake into the service", Override},
-        {"run until end", "lets the PC live until the service's program has ended", RunUntilEnd},
-        {"run until state STATE max SPAN", "lets it live until the service is in a state",
+        {"signal EVENT", "signals an event of the service, or makes one of its timers due", Signal},
+        {"override ON", "on or off: sets the service's mark of a wake by the user", Override},
+        {"run until end", "runs the PC until the service's program has ended", RunUntilEnd},
+        {"run until state STATE max SPAN", "runs the PC until the service is in a state",
          RunUntilState},
-        {"run until TIME", "lets it live until its clock shows a time of day", RunUntilTime},
-        {"run SPAN", "lets the PC live for a time, like 30m or 1h30m", RunFor},
-        {"say TEXT", "puts a line into the story", Say},
+        {"run until TIME", "runs the PC until its clock shows a time of day", RunUntilTime},
+        {"run SPAN", "runs the PC for a time, like 30m or 1h30m", RunFor},
+        {"say TEXT", "prints a line in the story", Say},
     };
 }

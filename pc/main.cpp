@@ -7,7 +7,7 @@
 
 namespace {
 
-// A person types the commands; what is wrong with one is told, and the PC lives on.
+// Plays typed commands. An error is printed, and the PC runs on.
 int Prompt(const PlayOptions& options)
 {
     Player player(options, std::cout);
@@ -43,7 +43,7 @@ int Main(int argc, char** argv)
                            "Keep the PC's disk and registry in this folder between runs");
         command.add_option("--trace", options.trace, "Write every effect here, as lines of JSON");
         command.add_option("--seed", options.machine.seed,
-                           "Draw who runs next from this number; 0 is the fixed order");
+                           "Draw the thread that runs next from this seed; 0 is the fixed order");
         command.add_flag("--free", options.machine.free, "Let the PC's threads run at once");
         command
             .add_option("--speed", options.machine.pace,

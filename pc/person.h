@@ -12,11 +12,11 @@
 class Person
 {
 public:
-    // Plugs nothing in and starts nothing: the PC is as it is. The same seed lives the same days.
+    // Does nothing before Live. The same seed gives the same days.
     Person(virtual_pc::Machine& pc, std::uint64_t seed) : m_pc(pc), m_random(seed) {}
 
-    // What the PC should have come to rest in: the person has just sat down, or has been gone for
-    // more than two hours.
+    // Moments at which the state of the PC should have settled: the person has just sat down, or
+    // has been gone for more than two hours.
     enum class Moment
     {
         there,
@@ -24,7 +24,7 @@ public:
     };
     using Quiet = std::function<void(Moment)>;
 
-    // Lives for whole days, each to its midnight; `quiet` is called at each quiet moment.
+    // Lives for whole days, each to its midnight, and calls `quiet` at each Moment.
     void Live(int days, const Quiet& quiet = {});
 
 private:

@@ -17,7 +17,7 @@ void Repeat(const PlayOptions& options, const std::vector<std::filesystem::path>
             std::ostream& errors)
 {
     if (options.machine.seed == 0) return;
-    errors << "the same again: holvpc run --seed " << options.machine.seed;
+    errors << "to repeat this run: holvpc run --seed " << options.machine.seed;
     for (const std::filesystem::path& script : scripts) errors << " " << script.string();
     errors << "\n";
 }
@@ -30,13 +30,13 @@ Player::Player(const PlayOptions& options, std::ostream& out)
       m_image{.host_path = options.image, .resources = options.resources},
       m_view(m_pc),
       m_story(m_pc, out),
-      m_stage{m_pc, m_image, m_view, m_story, out, {}}
+      m_context{m_pc, m_image, m_view, m_story, out, {}}
 {
     if (m_trace.is_open()) TraceTo(m_pc, m_trace);
     m_pc.Install(m_image);
 }
 
-void Player::Play(const ScriptLine& line) { Bind(line)(m_stage); }
+void Player::Play(const ScriptLine& line) { Bind(line)(m_context); }
 
 int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
                 std::ostream& out, std::ostream& errors)
@@ -46,7 +46,7 @@ int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOpt
         for (const std::filesystem::path& script : scripts) {
             for (ScriptLine& line : ReadScript(script)) lines.push_back(std::move(line));
         }
-        // Everything is understood before anything is done.
+        // Check every line before playing the first.
         for (const ScriptLine& line : lines) Bind(line);
         Player player(options, out);
         for (const ScriptLine& line : lines) player.Play(line);

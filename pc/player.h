@@ -25,7 +25,7 @@ public:
     // Throws std::runtime_error when the PC cannot be set up.
     Player(const PlayOptions& options, std::ostream& out);
 
-    // Does what a line says. Throws ScriptError, ExpectationFailed or StuckMachine.
+    // Plays a line. Throws ScriptError, ExpectationFailed or StuckMachine.
     void Play(const ScriptLine& line);
 
 private:
@@ -34,11 +34,11 @@ private:
     virtual_pc::Image m_image;
     ServiceView m_view;
     Story m_story;
-    Stage m_stage;
+    ScriptContext m_context;
 };
 
 // Reads all scripts, and then plays one after the other on one PC. Returns the exit status: 0, 1
-// when something was not as expected or the machine was stuck, 2 when a script cannot be
-// understood. What is wrong goes to `errors`.
+// when an assertion failed or the machine was stuck, 2 when a script cannot be read. Errors are
+// written to `errors`.
 int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
                 std::ostream& out, std::ostream& errors);

@@ -1,4 +1,4 @@
-// The power room and the platform device: source and battery, plans, requests, modes.
+// Power source and battery, plans, requests, and the platform device.
 
 #include "pc/commands.h"
 
@@ -13,25 +13,25 @@ Action OnBattery(const ScriptLine& line, const Arguments& a)
 {
     const std::uint32_t percent = NumberOf(line, a[0]);
     if (percent > 100) throw ScriptError(line, "\"" + a[0] + "\" is no charge of 0 to 100");
-    return [=](Stage& stage) {
-        stage.pc.power.RunOnBattery(static_cast<BYTE>(percent), short_term);
-        stage.pc.Settle();
+    return [=](ScriptContext& context) {
+        context.pc.power.RunOnBattery(static_cast<BYTE>(percent), short_term);
+        context.pc.Settle();
     };
 }
 
 Action OnMains(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) {
-        stage.pc.power.RunOnMains();
-        stage.pc.Settle();
+    return [](ScriptContext& context) {
+        context.pc.power.RunOnMains();
+        context.pc.Settle();
     };
 }
 
 // --- Plans ---
 
-PowerPlan& FindPlan(const ScriptLine& line, Stage& stage, const std::string& name)
+PowerPlan& FindPlan(const ScriptLine& line, ScriptContext& context, const std::string& name)
 {
-    PowerPlan* plan = stage.pc.power.FindPlan(FromUtf8(name));
+    PowerPlan* plan = context.pc.power.FindPlan(FromUtf8(name));
     if (!plan) throw ExpectationFailed(line, "there is no plan \"" + name + "\"");
     return *plan;
 }
@@ -50,12 +50,12 @@ GUID SettingOf(const ScriptLine& line, const std::string& text)
 
 Action ActivatePlan(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](Stage& stage) {
+    return [line, name = a[0]](ScriptContext& context) {
         {
-            const Hold hold(stage.pc);
-            stage.pc.power.Activate(FindPlan(line, stage, name).guid);
+            const Hold hold(context.pc);
+            context.pc.power.Activate(FindPlan(line, context, name).guid);
         }
-        stage.pc.Settle();
+        context.pc.Settle();
     };
 }
 
@@ -65,39 +65,40 @@ Action AddPlan(const ScriptLine& line, const Arguments& a)
     if (!named && !a[1].empty()) {
         throw ScriptError(line, "\"" + a[1] + "\" is no GUID of 36 characters");
     }
-    return [=, name = a[0]](Stage& stage) {
-        const Hold hold(stage.pc);
-        Power& power = stage.pc.power;
+    return [=, name = a[0]](ScriptContext& context) {
+        const Hold hold(context.pc);
+        Power& power = context.pc.power;
         GUID guid{0x484F4C56, 0, 0x4000, {0x80}};
         guid.Data4[7] = static_cast<BYTE>(power.plans().size());
         power.AddPlan(FromUtf8(name), named.value_or(guid), GUID_TYPICAL_POWER_SAVINGS);
     };
 }
 
-// As the control panel does it: what is set in the active plan counts at once.
+// Like the control panel, activates the active plan again after a change, which puts the change
+// into force.
 Action SetPlan(const ScriptLine& line, const Arguments& a)
 {
     const PowerSource source = SourceOf(line, a[1]);
     const GUID setting = SettingOf(line, a[2]);
     const std::uint32_t value = NumberOf(line, a[3]);
-    return [=, name = a[0]](Stage& stage) {
+    return [=, name = a[0]](ScriptContext& context) {
         {
-            const Hold hold(stage.pc);
-            Power& power = stage.pc.power;
-            const PowerPlan& plan = FindPlan(line, stage, name);
+            const Hold hold(context.pc);
+            Power& power = context.pc.power;
+            const PowerPlan& plan = FindPlan(line, context, name);
             power.Write(plan.guid, setting, source, value);
             if (&plan == &power.active()) power.Activate(plan.guid);
         }
-        stage.pc.Settle();
+        context.pc.Settle();
     };
 }
 
 Action ExpectActivePlan(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](Stage& stage) {
-        const Hold hold(stage.pc);
-        const PowerPlan& active = stage.pc.power.active();
-        if (&FindPlan(line, stage, name) == &active) return;
+    return [line, name = a[0]](ScriptContext& context) {
+        const Hold hold(context.pc);
+        const PowerPlan& active = context.pc.power.active();
+        if (&FindPlan(line, context, name) == &active) return;
         throw ExpectationFailed(
             line, "expected plan " + name + " active, but it is " + ToUtf8(active.name));
     };
@@ -108,10 +109,10 @@ Action ExpectPlan(const ScriptLine& line, const Arguments& a)
     const PowerSource source = SourceOf(line, a[1]);
     const GUID setting = SettingOf(line, a[2]);
     const std::uint32_t expected = NumberOf(line, a[3]);
-    return [=](Stage& stage) {
-        const Hold hold(stage.pc);
-        const GUID plan = FindPlan(line, stage, a[0]).guid;
-        const std::optional<DWORD> value = stage.pc.power.Read(plan, setting, source);
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        const GUID plan = FindPlan(line, context, a[0]).guid;
+        const std::optional<DWORD> value = context.pc.power.Read(plan, setting, source);
         if (value == expected) return;
         throw ExpectationFailed(
             line, "expected " + a[0] + " " + a[1] + " " + a[2] + " to be " + a[3] + ", but it " +
@@ -119,17 +120,17 @@ Action ExpectPlan(const ScriptLine& line, const Arguments& a)
     };
 }
 
-void ShowPlans(Stage& stage)
+void ShowPlans(ScriptContext& context)
 {
-    const Hold hold(stage.pc);
-    for (const auto& [guid, plan] : stage.pc.power.plans()) {
-        stage.out << ToUtf8(plan.name) << " (" << ToUtf8(FormatGuid(guid)) << ")"
-                  << (&plan == &stage.pc.power.active() ? ", active" : "") << "\n";
+    const Hold hold(context.pc);
+    for (const auto& [guid, plan] : context.pc.power.plans()) {
+        context.out << ToUtf8(plan.name) << " (" << ToUtf8(FormatGuid(guid)) << ")"
+                    << (&plan == &context.pc.power.active() ? ", active" : "") << "\n";
         for (const PowerSetting& setting : PowerSettings()) {
             const auto values = plan.values.find(setting.setting);
             if (values == plan.values.end()) continue;
-            stage.out << "  " << ToUtf8(setting.name) << " ac " << values->second.ac << " dc "
-                      << values->second.dc << "\n";
+            context.out << "  " << ToUtf8(setting.name) << " ac " << values->second.ac << " dc "
+                        << values->second.dc << "\n";
         }
     }
 }
@@ -141,37 +142,37 @@ Action ExpectRequest(const ScriptLine& line, const Arguments& a)
     const auto type =
         static_cast<POWER_REQUEST_TYPE>(ChoiceOf(line, a[0], {"display", "system", "away"}));
     const bool held = ChoiceOf(line, a[1], {"released", "held"}) == 1;
-    return [=](Stage& stage) {
-        if (stage.pc.power.Held(type) == held) return;
+    return [=](ScriptContext& context) {
+        if (context.pc.power.Held(type) == held) return;
         throw ExpectationFailed(line, "expected request " + a[0] + " " + a[1] + ", but it is " +
                                           (held ? "released" : "held"));
     };
 }
 
-void ShowRequests(Stage& stage) { stage.out << ToUtf8(stage.pc.power.Listing()); }
+void ShowRequests(ScriptContext& context) { context.out << ToUtf8(context.pc.power.Listing()); }
 
 // --- The platform device ---
 
 constexpr std::string_view kHolvDevice = R"(ACPI\QRX5071)";
 
-// A device of the platform's kind comes with its driver.
+// A device with the platform device's hardware id gets its driver.
 Action AddDevice(const ScriptLine&, const Arguments& a)
 {
-    return [id = a[0]](Stage& stage) {
+    return [id = a[0]](ScriptContext& context) {
         if (id.find(kHolvDevice) != id.npos) {
-            stage.pc.devices.AddHolvDevice(FromUtf8(id));
+            context.pc.devices.AddHolvDevice(FromUtf8(id));
         } else {
-            stage.pc.devices.Add(FromUtf8(id));
+            context.pc.devices.Add(FromUtf8(id));
         }
     };
 }
 
-// The device of this id; without one the first with an interface.
-Device& FindDevice(const ScriptLine& line, const Stage& stage, const std::string& id)
+// The device with this id; for an empty id the first that has an interface.
+Device& FindDevice(const ScriptLine& line, const ScriptContext& context, const std::string& id)
 {
-    for (const auto& device : stage.pc.devices.All()) {
+    for (const auto& device : context.pc.devices.All()) {
         const bool meant = id.empty() ? !device->Interfaces().empty()
-                                      : stage.pc.devices.Find(FromUtf8(id)) == device.get();
+                                      : context.pc.devices.Find(FromUtf8(id)) == device.get();
         if (meant) return *device;
     }
     throw ExpectationFailed(line, "there is no " + (id.empty() ? "platform device" : id));
@@ -179,13 +180,15 @@ Device& FindDevice(const ScriptLine& line, const Stage& stage, const std::string
 
 Action RemoveDevice(const ScriptLine& line, const Arguments& a)
 {
-    return [line, id = a[0]](Stage& stage) { FindDevice(line, stage, id).SetPresent(false); };
+    return [line, id = a[0]](ScriptContext& context) {
+        FindDevice(line, context, id).SetPresent(false);
+    };
 }
 
 Action FailDevice(const ScriptLine& line, const Arguments& a)
 {
     const DWORD error = NumberOf(line, a[0]);
-    return [=](Stage& stage) { FindDevice(line, stage, "").FailRequests(error); };
+    return [=](ScriptContext& context) { FindDevice(line, context, "").FailRequests(error); };
 }
 
 std::string ModeText(const Device& device)
@@ -197,27 +200,21 @@ std::string ModeText(const Device& device)
 Action ExpectMode(const ScriptLine& line, const Arguments& a)
 {
     const DWORD mode = NumberOf(line, a[0]);
-    return [=](Stage& stage) {
-        const Device& device = FindDevice(line, stage, "");
+    return [=](ScriptContext& context) {
+        const Device& device = FindDevice(line, context, "");
         if (device.Mode() == mode) return;
         throw ExpectationFailed(
             line, "expected device mode " + a[0] + ", but it has " + ModeText(device));
     };
 }
 
-void ShowDevices(Stage& stage)
+void ShowDevices(ScriptContext& context)
 {
-    for (const auto& device : stage.pc.devices.All()) {
-        stage.out << ToUtf8(device->instance_id()) << (device->Present() ? "" : ", taken out");
-        if (!device->Interfaces().empty()) stage.out << ", " << ModeText(*device);
-        stage.out << "\n";
+    for (const auto& device : context.pc.devices.All()) {
+        context.out << ToUtf8(device->instance_id()) << (device->Present() ? "" : ", taken out");
+        if (!device->Interfaces().empty()) context.out << ", " << ModeText(*device);
+        context.out << "\n";
     }
-}
-
-template <void (*show)(Stage&)>
-Action Show(const ScriptLine&, const Arguments&)
-{
-    return show;
 }
 
 }  // namespace
@@ -226,19 +223,20 @@ std::vector<Command> PowerCommands()
 {
     return {
         {"power ac", "plugs the PC in", OnMains},
-        {"power battery PERCENT", "lets it run on its battery, at a charge", OnBattery<false>},
-        {"power ups PERCENT", "lets it run on an uninterruptible supply", OnBattery<true>},
+        {"power battery PERCENT", "runs the PC on its battery, at a charge", OnBattery<false>},
+        {"power ups PERCENT", "runs the PC on an uninterruptible supply, at a charge",
+         OnBattery<true>},
         {"plan active NAME", "the user activates a power plan", ActivatePlan},
         {"plan set NAME SOURCE SETTING VALUE",
-         "he changes one: for ac or dc, a setting that show plans names", SetPlan},
-        {"plan add NAME [GUID]", "he makes one of his own, like Balanced", AddPlan},
+         "the user changes a setting, by its name in show plans, for ac or dc", SetPlan},
+        {"plan add NAME [GUID]", "the user adds a plan, like Balanced", AddPlan},
         {"expect plan active NAME", "a plan is active", ExpectActivePlan},
-        {"expect plan NAME SOURCE SETTING VALUE", "a plan's value is so", ExpectPlan},
+        {"expect plan NAME SOURCE SETTING VALUE", "a setting of a plan is VALUE", ExpectPlan},
         {"show plans", "the power plans and their values", Show<ShowPlans>},
         {"expect request TYPE HELD", "display, system or away is held or released", ExpectRequest},
         {"show requests", "the power requests, as the system lists them", Show<ShowRequests>},
         {"device add ID", "plugs a device in", AddDevice},
-        {"device remove [ID]", "takes it out; the platform device when none is named",
+        {"device remove [ID]", "takes a device out, or the platform device without an ID",
          RemoveDevice},
         {"device fails ERROR", "makes the platform device refuse requests; 0 ends that",
          FailDevice},

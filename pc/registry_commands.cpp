@@ -35,20 +35,20 @@ std::wstring NameOf(const std::string& text) { return text == "@" ? L"" : FromUt
 Action Set(const ScriptLine& line, const Arguments& a)
 {
     return [key = KeyOf(line, a[0]), name = NameOf(a[1]), value = ValueOf(line, a[2], a[3])](
-               Stage& stage) { stage.pc.registry.Set(key, name, value); };
+               ScriptContext& context) { context.pc.registry.Set(key, name, value); };
 }
 
-Action Delete(const ScriptLine& line, const Arguments& a)
+Action DeleteKeyOrValue(const ScriptLine& line, const Arguments& a)
 {
-    return
-        [line, key = KeyOf(line, a[0]), name = a[1], all = line.words.size() == 3](Stage& stage) {
-            const bool deleted = all ? stage.pc.registry.DeleteKey(key)
-                                     : stage.pc.registry.DeleteValue(key, NameOf(name));
-            if (!deleted) throw ExpectationFailed(line, "there is no " + ToUtf8(key) + " " + name);
-        };
+    return [line, key = KeyOf(line, a[0]), name = a[1],
+            all = line.words.size() == 3](ScriptContext& context) {
+        const bool deleted = all ? context.pc.registry.DeleteKey(key)
+                                 : context.pc.registry.DeleteValue(key, NameOf(name));
+        if (!deleted) throw ExpectationFailed(line, "there is no " + ToUtf8(key) + " " + name);
+    };
 }
 
-// A file is found from the script's folder.
+// The path of a file is relative to the script's folder.
 std::filesystem::path FileOf(const ScriptLine& line, const std::string& name)
 {
     return line.script.parent_path() / name;
@@ -56,9 +56,9 @@ std::filesystem::path FileOf(const ScriptLine& line, const std::string& name)
 
 Action Import(const ScriptLine& line, const Arguments& a)
 {
-    return [line, file = FileOf(line, a[0])](Stage& stage) {
+    return [line, file = FileOf(line, a[0])](ScriptContext& context) {
         try {
-            stage.pc.registry.Import(file);
+            context.pc.registry.Import(file);
         } catch (const std::runtime_error& error) {
             throw ScriptError(line, error.what());
         }
@@ -67,9 +67,9 @@ Action Import(const ScriptLine& line, const Arguments& a)
 
 Action Export(const ScriptLine& line, const Arguments& a)
 {
-    return [line, key = KeyOf(line, a[0]), file = FileOf(line, a[1])](Stage& stage) {
+    return [line, key = KeyOf(line, a[0]), file = FileOf(line, a[1])](ScriptContext& context) {
         try {
-            stage.pc.registry.Export(file, key);
+            context.pc.registry.Export(file, key);
         } catch (const std::runtime_error& error) {
             throw ExpectationFailed(line, error.what());
         }
@@ -82,7 +82,8 @@ std::vector<Command> RegistryCommands()
 {
     return {
         {"reg set KEY NAME TYPE VALUE", "writes a value; TYPE: dword, string, expand, binary", Set},
-        {"reg delete KEY [NAME]", "deletes a key with all below it, or one value", Delete},
+        {"reg delete KEY [NAME]", "deletes a key with all below it, or one value",
+         DeleteKeyOrValue},
         {"reg import FILE", "applies a .reg file, whole or not at all", Import},
         {"reg export KEY FILE", "writes everything below a key as a .reg file", Export},
     };

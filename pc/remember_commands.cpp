@@ -1,5 +1,5 @@
-// The PC as it is at one moment, to be compared with what it is at another: what a program that was
-// removed has left behind.
+// Observes the PC at one moment, and compares it with a later one, to find what an uninstalled
+// program has left behind.
 
 #include <algorithm>
 
@@ -9,40 +9,41 @@ using namespace virtual_pc;
 
 namespace {
 
-void AddKey(const RegistryNode& key, const std::string& path, Facts& facts)
+void AddKey(const RegistryNode& key, const std::string& path, Observations& observations)
 {
-    facts[path] = "a key";
+    observations[path] = "a key";
     for (const auto& [name, value] : key.values) {
-        std::string& fact = facts[path + " " + (name.empty() ? "@" : ToUtf8(name))];
-        fact = std::to_string(value.type) + ":";
-        fact.append(value.data.begin(), value.data.end());
+        std::string& observation = observations[path + " " + (name.empty() ? "@" : ToUtf8(name))];
+        observation = std::to_string(value.type) + ":";
+        observation.append(value.data.begin(), value.data.end());
     }
-    for (const auto& [name, below] : key.keys) AddKey(*below, path + "\\" + ToUtf8(name), facts);
+    for (const auto& [name, below] : key.keys)
+        AddKey(*below, path + "\\" + ToUtf8(name), observations);
 }
 
 // The registry, the power plans and the mute states, each by a name that a person can read.
-Facts FactsOf(Machine& pc)
+Observations Observe(Machine& pc)
 {
     const Hold hold(pc);
-    Facts facts;
+    Observations observations;
     for (const wchar_t* root : {L"HKLM", L"HKCU"}) {
         const auto key = pc.registry.FindKey(Registry::Parse(root));
-        if (key) AddKey(*key, ToUtf8(root), facts);
+        if (key) AddKey(*key, ToUtf8(root), observations);
     }
-    facts["active plan"] = ToUtf8(pc.power.active().name);
+    observations["active plan"] = ToUtf8(pc.power.active().name);
     for (const auto& [guid, plan] : pc.power.plans()) {
         for (const auto& [setting, value] : plan.values) {
-            facts["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
+            observations["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
                 std::to_string(value.ac) + " " + std::to_string(value.dc);
         }
     }
     for (const Endpoint* endpoint : pc.audio.All()) {
-        facts["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
+        observations["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
     }
-    return facts;
+    return observations;
 }
 
-// What begins with one of these may differ.
+// The beginnings of names that may differ, from a list with semicolons.
 std::vector<std::string> BeginningsOf(const std::string& text)
 {
     std::vector<std::string> beginnings;
@@ -56,23 +57,23 @@ std::vector<std::string> BeginningsOf(const std::string& text)
 
 Action Remember(const ScriptLine&, const Arguments&)
 {
-    return [](Stage& stage) { stage.remembered = FactsOf(stage.pc); };
+    return [](ScriptContext& context) { context.remembered = Observe(context.pc); };
 }
 
 Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
 {
-    return [line, except = BeginningsOf(a[0])](Stage& stage) {
-        if (stage.remembered.empty()) throw ExpectationFailed(line, "nothing was remembered");
-        const Facts now = FactsOf(stage.pc);
+    return [line, except = BeginningsOf(a[0])](ScriptContext& context) {
+        if (context.remembered.empty()) throw ExpectationFailed(line, "nothing was remembered");
+        const Observations now = Observe(context.pc);
         std::string different;
         const auto compare = [&](const std::string& name) {
             const auto is_exempt = [&](const std::string& beginning) {
                 return name.starts_with(beginning);
             };
             if (std::ranges::any_of(except, is_exempt)) return;
-            const auto before = stage.remembered.find(name);
+            const auto before = context.remembered.find(name);
             const auto after = now.find(name);
-            if (before == stage.remembered.end())
+            if (before == context.remembered.end())
                 different += "\n  " + name + " is new";
             else if (after == now.end())
                 different += "\n  " + name + " is gone";
@@ -81,7 +82,7 @@ Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
             }
         };
         for (const auto& [name, value] : now) compare(name);
-        for (const auto& [name, value] : stage.remembered) {
+        for (const auto& [name, value] : context.remembered) {
             if (!now.contains(name)) compare(name);
         }
         if (!different.empty()) throw ExpectationFailed(line, "these differ:" + different);
@@ -93,9 +94,9 @@ Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
 std::vector<Command> RememberCommands()
 {
     return {
-        {"remember", "keeps in mind the registry, the plans and the mute states", Remember},
+        {"remember", "remembers the registry, the plans and the mute states", Remember},
         {"expect as remembered [EXCEPT]",
-         "they are so again, but for what begins with one of these: \"HKLM\\...;plan ...\"",
+         "they are unchanged, except names that begin with: \"HKLM\\...;plan ...\"",
          ExpectRemembered},
     };
 }

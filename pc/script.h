@@ -25,7 +25,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// An expectation that is not met. The text begins with the place.
+// An assertion that has failed. The text begins with the place.
 class ExpectationFailed : public std::runtime_error
 {
 public:
@@ -35,5 +35,5 @@ public:
 // Splits a line into words; nothing for a blank line or a comment. Throws ScriptError.
 ScriptLine ReadLine(std::string_view text, const std::filesystem::path& script, int number);
 
-// The lines of a script that say something. Throws ScriptError.
+// The lines of a script, without empty ones and comments. Throws ScriptError.
 std::vector<ScriptLine> ReadScript(const std::filesystem::path& script);

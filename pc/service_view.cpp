@@ -15,8 +15,8 @@ constexpr const char* kState = "_ZN16CNeverSleepState14m_eSystemStateE";
 constexpr const char* kOverride = "_ZN16CNeverSleepState11m_bOverrideE";
 constexpr const char* kEvents = "g_hGlobalEvents";
 
-constexpr std::array<std::wstring_view, 6> kStates = {L"S0_NORMAL", L"HOLV_ACTIVE", L"HOLV_IDLE",
-                                                      L"HOLV_DND",  L"HOLV_S3",     L"HOLV_INIT"};
+constexpr std::array<std::wstring_view, 6> kStateNames = {
+    L"S0_NORMAL", L"HOLV_ACTIVE", L"HOLV_IDLE", L"HOLV_DND", L"HOLV_S3", L"HOLV_INIT"};
 
 constexpr int kFirstTimerSlot = 7;
 
@@ -25,14 +25,14 @@ constexpr int kFirstTimerSlot = 7;
 std::wstring_view StateNameOf(std::int32_t state)
 {
     const auto index = static_cast<std::size_t>(state);
-    return index < kStates.size() ? kStates[index] : L"";
+    return index < kStateNames.size() ? kStateNames[index] : L"";
 }
 
 std::optional<std::int32_t> StateOf(std::string_view name)
 {
-    const auto found = std::ranges::find(kStates, FromUtf8(name));
-    if (found == kStates.end()) return std::nullopt;
-    return static_cast<std::int32_t>(found - kStates.begin());
+    const auto found = std::ranges::find(kStateNames, FromUtf8(name));
+    if (found == kStateNames.end()) return std::nullopt;
+    return static_cast<std::int32_t>(found - kStateNames.begin());
 }
 
 const std::vector<std::string_view>& SlotNames()
@@ -54,27 +54,26 @@ std::optional<int> SlotOf(std::string_view name)
 
 Process& StartAsService(Machine& pc, const Image& image)
 {
-    constexpr const wchar_t* kName = L"HOLVService";
-    if (!pc.services.Find(kName)) {
+    if (!pc.services.Find(kServiceName)) {
         pc.Install(image);
         pc.registry.SetString(LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})",
-                              L"LocalService", kName);
-        pc.services.Create({.name = kName,
-                            .display_name = kName,
+                              L"LocalService", kServiceName);
+        pc.services.Create({.name = kServiceName,
+                            .display_name = kServiceName,
                             .path = L"\"" + image.path + L"\"",
                             .dependencies = {L"RPCSS"}});
     }
-    if (const DWORD error = pc.services.Start(kName)) {
+    if (const DWORD error = pc.services.Start(kServiceName)) {
         throw std::runtime_error("the service does not start: error " + std::to_string(error));
     }
     const Hold hold(pc);
-    return *pc.services.Find(kName)->process;
+    return *pc.services.Find(kServiceName)->process;
 }
 
 ServiceView::ServiceView(Machine& pc) : m_pc(pc)
 {
     pc.image_loaded = [this](Process& process) {
-        // A run of the program beside the running service, for a switch or a client, is no service.
+        // Ignore other runs of the program while the service runs, as for a switch or a client.
         if (service() && !m_pc.services.ServiceOf(process)) return;
         m_service = &process;
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));

@@ -9,6 +9,10 @@
 
 #include "platform/virtual/machine.h"
 
+inline constexpr const wchar_t* kServiceName = L"HOLVService";
+// Where the service writes its log, on the PC's disk.
+inline constexpr const wchar_t* kServiceLogFile = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
+
 // "HOLV_ACTIVE" and so on; "" for a number that is no state.
 std::wstring_view StateNameOf(std::int32_t state);
 std::optional<std::int32_t> StateOf(std::string_view name);
@@ -17,18 +21,18 @@ std::optional<std::int32_t> StateOf(std::string_view name);
 std::optional<int> SlotOf(std::string_view name);
 const std::vector<std::string_view>& SlotNames();
 
-// Installs the service without its program's switch, unless it is installed, and has the service
-// manager start it. Its process.
+// Adds the service to the service manager's database, unless it is there, starts it, and returns
+// its process.
 virtual_pc::Process& StartAsService(virtual_pc::Machine& pc, const virtual_pc::Image& image);
 
 class ServiceView
 {
 public:
-    // Follows whatever service the machine loads from now on. Effect "state" {from, to} is recorded
-    // for each change of its state.
+    // Follows the runs of the service that the machine loads from now on. Effect "state" {from, to}
+    // is recorded for each change of its state.
     explicit ServiceView(virtual_pc::Machine& pc);
 
-    // The service that runs; null for none.
+    // The process of the running service; null when none runs.
     virtual_pc::Process* service() const;
     // Its state; nothing when no service runs.
     std::optional<std::int32_t> state() const;
@@ -37,8 +41,8 @@ public:
     // such handle.
     bool Raise(int slot);
 
-    // Pokes the mark of an attended wake, which refuses never-sleep mode, into the service. False
-    // when none runs.
+    // Sets the mark of an attended wake in the service, with which it refuses never-sleep mode.
+    // False when no service runs.
     bool SetOverride(bool on);
 
     // The address of one of the running service's symbols; null for none.

@@ -1,4 +1,4 @@
-// Showing what is so.
+// Commands that print current values.
 
 #include "pc/commands.h"
 
@@ -6,74 +6,69 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr const wchar_t* kLogFile = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
-
-void ShowClock(Stage& stage) { stage.out << FormatCalendar(stage.pc.clock()) << "\n"; }
-
-void ShowState(Stage& stage)
+void ShowClock(ScriptContext& context)
 {
-    const std::optional<std::int32_t> state = stage.view.state();
-    stage.out << (state ? ToUtf8(StateNameOf(*state)) : "the service does not run") << "\n";
+    context.out << FormatCalendar(context.pc.clock()) << "\n";
 }
 
-void ShowLog(Stage& stage)
+void ShowState(ScriptContext& context)
+{
+    const std::optional<std::int32_t> state = context.view.state();
+    context.out << (state ? ToUtf8(StateNameOf(*state)) : "the service does not run") << "\n";
+}
+
+void ShowLog(ScriptContext& context)
 {
     // Each line ends with CR LF CR CR, or CR CR where it went through a pipe.
-    for (const char c : stage.pc.disk.Read(kLogFile).value_or("")) {
-        if (c != '\r') stage.out << c;
+    for (const char c : context.pc.disk.Read(kServiceLogFile).value_or("")) {
+        if (c != '\r') context.out << c;
     }
 }
 
-void ShowLogPath(Stage& stage)
+void ShowLogPath(ScriptContext& context)
 {
-    stage.out << "The log: " << stage.pc.disk.HostPath(kLogFile).string() << "\n";
+    context.out << "The log: " << context.pc.disk.HostPath(kServiceLogFile).string() << "\n";
 }
 
-void ShowEvents(Stage& stage)
+void ShowEvents(ScriptContext& context)
 {
     static constexpr const char* kTypes[] = {"success", "error", "warning", "", "information"};
-    for (const EventRecord& record : stage.pc.event_log.records()) {
-        stage.out << FormatCalendar(record.clock) << "  "
-                  << (record.type < 5 ? kTypes[record.type] : "?") << "  "
-                  << ToUtf8(stage.pc.event_log.Text(record));
-        if (!stage.pc.event_log.Text(record).ends_with(L'\n')) stage.out << "\n";
+    for (const EventRecord& record : context.pc.event_log.records()) {
+        context.out << FormatCalendar(record.clock) << "  "
+                    << (record.type < 5 ? kTypes[record.type] : "?") << "  "
+                    << ToUtf8(context.pc.event_log.Text(record));
+        if (!context.pc.event_log.Text(record).ends_with(L'\n')) context.out << "\n";
     }
 }
 
-void ShowHandles(Stage& stage)
+void ShowHandles(ScriptContext& context)
 {
-    const Hold hold(stage.pc);
-    for (const LeftOpen& open : stage.pc.handles.List()) {
-        stage.out << open.kind << " " << ToUtf8(open.name) << "\n";
+    const Hold hold(context.pc);
+    for (const LeftOpen& open : context.pc.handles.List()) {
+        context.out << open.kind << " " << ToUtf8(open.name) << "\n";
     }
 }
 
-void ShowThreads(Stage& stage)
+void ShowThreads(ScriptContext& context)
 {
-    const Hold hold(stage.pc);
-    stage.out << stage.pc.scheduler.Report();
-}
-
-template <void (*show)(Stage&)>
-Action Show(const ScriptLine&, const Arguments&)
-{
-    return show;
+    const Hold hold(context.pc);
+    context.out << context.pc.scheduler.Report();
 }
 
 Action ShowKey(const ScriptLine& line, const Arguments& a)
 {
-    return [key = KeyOf(line, a[0])](Stage& stage) {
-        const Hold hold(stage.pc);
-        const auto node = stage.pc.registry.FindKey(Registry::Parse(key));
+    return [key = KeyOf(line, a[0])](ScriptContext& context) {
+        const Hold hold(context.pc);
+        const auto node = context.pc.registry.FindKey(Registry::Parse(key));
         if (!node) {
-            stage.out << "there is no " << ToUtf8(key) << "\n";
+            context.out << "there is no " << ToUtf8(key) << "\n";
             return;
         }
-        for (const auto& [name, child] : node->keys) stage.out << "[" << ToUtf8(name) << "]\n";
+        for (const auto& [name, child] : node->keys) context.out << "[" << ToUtf8(name) << "]\n";
         for (const auto& [name, value] : node->values) {
-            const std::optional<DWORD> number = stage.pc.registry.GetDword(key, name);
-            stage.out << (name.empty() ? "@" : ToUtf8(name)) << " = "
-                      << (number ? std::to_string(*number) : ToUtf8(value.Text())) << "\n";
+            const std::optional<DWORD> number = context.pc.registry.GetDword(key, name);
+            context.out << (name.empty() ? "@" : ToUtf8(name)) << " = "
+                        << (number ? std::to_string(*number) : ToUtf8(value.Text())) << "\n";
         }
     };
 }
@@ -89,7 +84,7 @@ std::vector<Command> ShowCommands()
         {"show log path", "where the log file lies on the host", Show<ShowLogPath>},
         {"show events", "the event log, as the viewer shows it", Show<ShowEvents>},
         {"show reg KEY", "a key's subkeys and values", ShowKey},
-        {"show handles", "what is open", Show<ShowHandles>},
-        {"show threads", "who waits for what", Show<ShowThreads>},
+        {"show handles", "the open handles", Show<ShowHandles>},
+        {"show threads", "what each thread waits for", Show<ShowThreads>},
     };
 }

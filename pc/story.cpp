@@ -7,7 +7,7 @@ namespace {
 struct Telling
 {
     std::string_view kind;
-    // Empty for an effect that nobody would notice.
+    // Returns "" for an effect that a person would not notice.
     std::string (*tell)(const Effect& effect);
 };
 
@@ -16,7 +16,7 @@ struct StateWords
     std::wstring_view name;
     std::string_view words;
 };
-constexpr StateWords kStates[] = {
+constexpr StateWords kStateWords[] = {
     {L"S0_NORMAL", "normal use"},
     {L"HOLV_ACTIVE", "never-sleep mode, active"},
     {L"HOLV_IDLE", "never-sleep mode, idle"},
@@ -28,7 +28,7 @@ constexpr StateWords kStates[] = {
 std::string TellState(const Effect& effect)
 {
     const std::wstring to = effect.Text("to");
-    for (const StateWords& state : kStates) {
+    for (const StateWords& state : kStateWords) {
         if (state.name != to) continue;
         return std::string(state.words) + " (" + ToUtf8(to) + ", from " +
                ToUtf8(effect.Text("from")) + ")";
@@ -46,14 +46,15 @@ std::string TellProcess(const Effect& effect)
 
 std::string TellClock(const Effect&) { return "the clock is set"; }
 
-// The service says so only in its messages.
+// Only a message of the service to the debugger shows the refusal.
 std::string TellDebug(const Effect& effect)
 {
     const bool refused = effect.Text("text").find(L"Override detected") != std::wstring::npos;
     return refused ? "never-sleep mode is refused: the user has woken the PC" : "";
 }
 
-// Activating the active plan makes what was written to it count, which nobody sees.
+// Activating the active plan again only puts its new values into force, which a person does not
+// see.
 std::string TellPlan(const Effect& effect)
 {
     if (effect.Text("plan") == effect.Text("before")) return {};
@@ -103,7 +104,7 @@ std::string TellService(const Effect& effect)
 
 std::string TellServiceStatus(const Effect& effect)
 {
-    // It may say the same more than once.
+    // A service may report the same state more than once.
     if (effect.Text("state") == effect.Text("was")) return {};
     return ToUtf8(effect.Text("name") + L": " + effect.Text("state"));
 }
@@ -152,7 +153,7 @@ std::string TellEndpoint(const Effect& effect)
     }
     if (what == L"added") return name + ": a new sound endpoint";
     if (what == L"removed") return name + ": its device is taken out";
-    // The console role stands for all.
+    // One line for all roles: that of the console role.
     if (effect.Number("role") != 0) return {};
     const std::string use =
         effect.Number("flow") == 0 ? "sound comes from " : "sound is taken from ";

@@ -13,7 +13,7 @@ class Story
 public:
     Story(virtual_pc::Machine& pc, std::ostream& out);
 
-    // A line of the teller's own.
+    // Adds a line that tells no effect.
     void Tell(std::string_view text);
 
 private:

@@ -23,7 +23,7 @@ TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
 {
     const Image image;
     {
-        Stage stage{pc, image, view, story, out, {}};
+        ScriptContext stage{pc, image, view, story, out, {}};
         for (const char* line : {
                  "client set E_AUDIO 1",
                  "client get E_AUDIO",

@@ -249,7 +249,7 @@ TEST_F(DeviceTest, WhicheverPlatformCallFailsItIsToldOrNotAndNothingStaysOpen)
             const Function* failed = pc.faults.failed();
             EXPECT_EQ(device.Requests().size() - requests, m_told ? 1u : 0u);
             if (!failed) break;
-            const bool stays = failed->role() == Role::gives_back && OpenNow() > open;
+            const bool stays = failed->role() == Role::releases && OpenNow() > open;
             EXPECT_EQ(OpenNow(), open + stays) << failed->name();
         }
         EXPECT_TRUE(m_told);

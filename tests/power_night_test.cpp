@@ -80,7 +80,7 @@ bool LiveThroughADay(std::uint64_t n)
     EXPECT_LE(changed.size(), MayChange(failed)) << ::testing::PrintToString(changed);
     // What could not be given back stays.
     const bool kept =
-        (function && function->role() == Role::gives_back) || failed.starts_with("Unregister");
+        (function && function->role() == Role::releases) || failed.starts_with("Unregister");
     if (!kept) {
         for (const LeftOpen& left : service.left_open()) {
             if (left.name == kLogPath) continue;  // the process's end closes it

@@ -160,7 +160,7 @@ TEST_F(PowerRequestsTest, TheMachineTellsOfItsBatteryAndItsSleep)
 
 TEST_F(PowerRequestsTest, SourcePlanAndTimeoutAreAnnouncedWhenTheyAreNewWhateverBroughtThem)
 {
-    struct Hearer final : Announcer::Hearer
+    struct Hearer final : Announcer::Listener
     {
         bool Hear(const Announcement& said, const std::function<void()>&) override
         {

@@ -139,7 +139,7 @@ TEST_F(SessionTest, AProgramPlantedAtAPrefixOfThePathIsNeverStarted)
         }
     });
     EXPECT_EQ(Programs().size(), 2u);
-    EXPECT_EQ(ProgramsMeant(L"C:\\a b\\c.d e"),
+    EXPECT_EQ(CandidatePrograms(L"C:\\a b\\c.d e"),
               (std::vector<std::wstring>{L"C:\\a.exe", L"C:\\a b\\c.d", L"C:\\a b\\c.d e"}));
 }
 
@@ -327,7 +327,7 @@ TEST_F(SessionTest, TheServicesFolderIsCutAtTheLastBackslashThatFits)
 
 TEST_F(SessionTest, WhatHappensAtTheConsoleIsAnnouncedWithTheSessionsNumber)
 {
-    struct Hearer final : Announcer::Hearer
+    struct Hearer final : Announcer::Listener
     {
         bool Hear(const Announcement& said, const std::function<void()>&) override
         {

@@ -18,7 +18,7 @@ using Phase = SleepState::Phase;
 class SleepTest : public VirtualPcTest
 {
 protected:
-    struct Ears final : Announcer::Hearer
+    struct Ears final : Announcer::Listener
     {
         bool Hear(const Announcement& said, const std::function<void()>&) override
         {
@@ -210,7 +210,7 @@ TEST_F(SleepTest, OnlyATimerThatMayDoesWakeIt)
 
 TEST_F(SleepTest, TheServicesAreHeardOutButNotForEver)
 {
-    struct Slow final : Announcer::Hearer
+    struct Slow final : Announcer::Listener
     {
         bool Hear(const Announcement& said, const std::function<void()>& handled) override
         {

@@ -8,29 +8,30 @@
 
 namespace virtual_pc {
 
-void Announcer::Add(Hearer& hearer)
+void Announcer::Add(Listener& listener)
 {
     const Hold hold(m_machine);
-    m_hearers.push_back(&hearer);
+    m_listeners.push_back(&listener);
 }
 
-void Announcer::Remove(Hearer& hearer)
+void Announcer::Remove(Listener& listener)
 {
     const Hold hold(m_machine);
-    std::erase(m_hearers, &hearer);
+    std::erase(m_listeners, &listener);
 }
 
 void Announcer::Announce(const Announcement& announcement, std::function<void()> all_handled)
 {
     const Hold hold(m_machine);
-    // Counts those who have still to handle it, and this call itself.
+    // Counts the listeners that have yet to handle it, plus one for the loop below, so that
+    // `all_handled` is not called before every listener has been told.
     const auto left = std::make_shared<int>(1);
     const std::function<void()> handled = [left, all_handled = std::move(all_handled)] {
         if (--*left == 0 && all_handled) all_handled();
     };
-    for (Hearer* hearer : std::vector(m_hearers)) {
+    for (Listener* listener : std::vector(m_listeners)) {
         ++*left;
-        if (!hearer->Hear(announcement, handled)) --*left;
+        if (!listener->Hear(announcement, handled)) --*left;
     }
     handled();
 }

@@ -1,6 +1,6 @@
 // What the machine announces: power events, changes of power settings, sessions, and a clock that
-// was set. Rooms announce; the service manager hears for the services and hands on to their control
-// handlers.
+// was set. The facets of the PC announce; the service manager listens, and passes each announcement
+// on to the control handlers of the services.
 #pragma once
 
 #include <functional>
@@ -26,25 +26,25 @@ struct Announcement
 class Announcer
 {
 public:
-    // Somebody who hears announcements.
-    class Hearer
+    // Receives every announcement until it is removed.
+    class Listener
     {
     public:
-        virtual ~Hearer() = default;
-        // Takes an announcement, to handle it on a thread of its own, and calls `handled` with the
-        // machine held once that is done. False when it does not want to hear it; `handled` is then
-        // never called. With the machine held; does not block.
+        virtual ~Listener() = default;
+        // Queues the announcement, to be handled on another thread, which then calls `handled` with
+        // the machine held. Returns false when the listener ignores it or is done with it already;
+        // `handled` is then never called. Called with the machine held; must not block.
         virtual bool Hear(const Announcement& announcement,
                           const std::function<void()>& handled) = 0;
     };
 
     explicit Announcer(Machine& machine) : m_machine(machine) {}
 
-    void Add(Hearer& hearer);
-    void Remove(Hearer& hearer);
+    void Add(Listener& listener);
+    void Remove(Listener& listener);
 
-    // Tells every hearer. `all_handled` is called with the machine held when all who wanted to hear
-    // it have handled it; at once when nobody did.
+    // Passes the announcement to every listener. Calls `all_handled` with the machine held once
+    // every listener that queued it has handled it; at once when none queued it.
     void Announce(const Announcement& announcement, std::function<void()> all_handled = {});
 
     // SERVICE_CONTROL_POWEREVENT with a PBT_... event.
@@ -56,16 +56,17 @@ public:
 
     // --- Power settings that are announced when they change ---
 
-    // Whose room knows a setting's value gives the way to ask for it. Asked with the machine held.
+    // Registers how to read a setting's present value; called by the facet that has the setting.
+    // `present` is called with the machine held.
     void Provide(const GUID& setting, std::function<std::vector<BYTE>()> present);
-    // The value's bytes; nothing for a setting that nobody provides.
+    // The value's bytes; nothing for a setting that no facet provides.
     std::optional<std::vector<BYTE>> Present(const GUID& setting) const;
     // Announces the setting's present value (PBT_POWERSETTINGCHANGE).
     void SettingChanged(const GUID& setting);
 
 private:
     Machine& m_machine;
-    std::vector<Hearer*> m_hearers;
+    std::vector<Listener*> m_listeners;
     std::map<GUID, std::function<std::vector<BYTE>()>, GuidLess> m_settings;
 };
 

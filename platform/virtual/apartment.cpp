@@ -8,7 +8,7 @@
 
 namespace virtual_pc {
 
-// --- Objects that are known outside ---
+// --- Exported objects ---
 
 Exported::Exported(std::shared_ptr<Apartment> apartment, IUnknown* object)
     : home(std::move(apartment))
@@ -48,7 +48,7 @@ HRESULT Exported::Learn(REFIID id)
         const Hold hold(Machine::Current());
         if (m_interfaces.emplace(id, static_cast<IUnknown*>(learned)).second) return S_OK;
     }
-    static_cast<IUnknown*>(learned)->Release();  // somebody else has learned it meanwhile
+    static_cast<IUnknown*>(learned)->Release();  // another thread has queried it meanwhile
     return S_OK;
 }
 
@@ -57,10 +57,10 @@ std::vector<IUnknown*> Exported::Disconnect()
     std::vector<IUnknown*> references;
     const auto identity = m_interfaces.find(IID_IUnknown);
     if (identity == m_interfaces.end()) return references;
-    // A new one may have taken its place already.
+    // A new Exported of the same object may have taken this one's entry already.
     const auto known = home->exported.find(identity->second);
     if (known != home->exported.end() && known->second.expired()) home->exported.erase(known);
-    // The identity last, as it keeps the object.
+    // The identity comes last, as it keeps the object alive.
     for (const auto& [id, reference] : m_interfaces) {
         if (id != IID_IUnknown) references.push_back(reference);
     }
@@ -79,7 +79,8 @@ void RemoteCall::Run()
         HRESULT result = kCallFailed;
         ~Finishing()
         {
-            // Now, while the thread runs still: it may be the last to hold an object elsewhere.
+            // Destroy the body before finishing: its captures may hold the last reference to a
+            // remote object, and releasing that needs a running thread.
             call.body = nullptr;
             const Hold hold(Machine::Current());
             call.Finish(result);
@@ -90,7 +91,7 @@ void RemoteCall::Run()
     } catch (const ThreadEnds&) {
         throw;
     } catch (...) {
-        // The system catches what an object throws, and tells the caller.
+        // COM catches an exception that the object throws, and fails the call.
         finishing.result = RPC_E_SERVERFAULT;
     }
 }
@@ -102,7 +103,7 @@ void RemoteCall::Finish(HRESULT how)
     if (caller && caller->wait.answer == this) Machine::Current().scheduler.MakeReady(*caller);
 }
 
-// S_OK, or why nothing in it can be called.
+// S_OK, or the error with which calls into this apartment fail.
 HRESULT Apartment::Unreachable() const
 {
     if (m_process.ending() || !m_process.running()) return kServerUnavailable;
@@ -115,9 +116,9 @@ void Apartment::Queue(std::shared_ptr<RemoteCall> call)
     if (!m_single) {
         m_process.StartThread(m_machine, [this, self = shared_from_this(), call]() -> DWORD {
             Thread& thread = *Thread::Self();
-            thread.stay = {1, self};
+            thread.membership = {1, self};
             m_process.Guard(thread, [&] { call->Run(); });
-            thread.stay = {};
+            thread.membership = {};
             return 0;
         });
         return;
@@ -131,7 +132,7 @@ void Apartment::Queue(std::shared_ptr<RemoteCall> call)
     if (thread->wait.for_message || thread->wait.answer) m_machine.scheduler.MakeReady(*thread);
 }
 
-// The call that has come first, and the message that stands for it; null for none.
+// Removes the oldest queued call and the message that was posted for it; null when there is none.
 std::shared_ptr<RemoteCall> Apartment::Take()
 {
     if (m_queue.empty()) return nullptr;
@@ -173,7 +174,8 @@ HRESULT Apartment::Send(std::function<HRESULT()> body)
     const auto call = std::make_shared<RemoteCall>();
     call->body = std::move(body);
     call->caller = &self;
-    // A caller that ends does not wait any more.
+    // Unsets the caller on every way out, so that Finish does not wake a thread that ended while it
+    // waited.
     struct Caller
     {
         Machine& machine;
@@ -195,7 +197,7 @@ HRESULT Apartment::Send(std::function<HRESULT()> body)
         {
             const Hold hold(m_machine);
             if (call->done) return call->result;
-            const auto& own = self.stay.apartment;
+            const auto& own = self.membership.apartment;
             if (own && own->single()) incoming = own->Take();
             if (!incoming) {
                 self.wait = {};
@@ -210,7 +212,7 @@ HRESULT Apartment::Send(std::function<HRESULT()> body)
     }
 }
 
-// --- Its end ---
+// --- Closing ---
 
 void Apartment::Close()
 {
@@ -231,7 +233,7 @@ void Apartment::Close()
             if (call->caller) call->Finish(RPC_E_DISCONNECTED);
         }
     }
-    // What nobody waits for gives something back.
+    // Calls without a waiting caller are releases; run them.
     for (const auto& call : left) {
         if (!call->done) call->Run();
     }

@@ -1,8 +1,8 @@
-// Where component objects live, and the calls that go from one such place to another.
+// COM apartments, and the calls from one into another.
 //
-// A single-threaded apartment is one thread, whose message loop runs the calls that come in; while
-// it waits for the answer of a call of its own, it runs them too. The multithreaded apartment of a
-// process is all its other threads; a call that comes in runs on a thread of its own.
+// A single-threaded apartment has one thread. It runs incoming calls in its message loop, and while
+// it waits for the answer to a call of its own. The multithreaded apartment of a process has all
+// other threads; each incoming call runs on a thread made for it.
 #pragma once
 
 #include <deque>
@@ -27,24 +27,25 @@ class Thread;
 inline constexpr auto kServerUnavailable = static_cast<HRESULT>(0x800706BAu);
 inline constexpr auto kCallFailed = static_cast<HRESULT>(0x800706BEu);
 
-// An object that is known outside the apartment it lives in: holds references to it there, until
-// nobody outside needs it any more or its apartment is closed.
+// An object that was exported from its apartment. Holds references to it until nothing outside the
+// apartment refers to it any more, or the apartment closes.
 class Exported
 {
 public:
-    // Takes over one reference.
+    // Takes over the caller's reference to `object`.
     Exported(std::shared_ptr<Apartment> apartment, IUnknown* object);
-    // Gives the references back, in the object's apartment.
+    // Has the references released in the object's apartment.
     ~Exported();
     Exported(const Exported&) = delete;
     Exported& operator=(const Exported&) = delete;
 
-    // The object's interface; null for one that has not been learned, or when the object is gone.
-    // With the machine held.
+    // The object's interface; null when it was never queried (see Learn), or after Disconnect. With
+    // the machine held.
     IUnknown* Find(REFIID id) const;
-    // Asks the object for an interface. In its apartment, without the machine held.
+    // Queries the object for an interface and keeps the reference. Called in the apartment of the
+    // object, without the machine held.
     HRESULT Learn(REFIID id);
-    // Hands out all references, for the caller to give back. With the machine held.
+    // Returns all references, which the caller must release. With the machine held.
     std::vector<IUnknown*> Disconnect();
 
     const std::shared_ptr<Apartment> home;
@@ -57,11 +58,11 @@ private:
 struct RemoteCall
 {
     std::function<HRESULT()> body;
-    Thread* caller = nullptr;  // null when nobody waits for it, or not any more
+    Thread* caller = nullptr;  // null when no thread waits for the result
     bool done = false;
     HRESULT result = kCallFailed;
 
-    // Runs the body, without the machine held, and lets the caller go on.
+    // Runs the body, without the machine held, and wakes the caller.
     void Run();
     void Finish(HRESULT how);
 };
@@ -69,7 +70,8 @@ struct RemoteCall
 class Apartment : public std::enable_shared_from_this<Apartment>
 {
 public:
-    // Of one thread, or of a process's multithreaded ones when `thread` is null.
+    // The single-threaded apartment of `thread`, or the process's multithreaded one when that is
+    // null.
     Apartment(Machine& machine, Process& process, const std::shared_ptr<Thread>& thread)
         : m_machine(machine), m_process(process), m_single(thread != nullptr), m_thread(thread)
     {
@@ -77,33 +79,36 @@ public:
 
     bool single() const { return m_single; }
     Process& process() const { return m_process; }
-    // Objects are called in it only until it is closed. With the machine held.
+    // False once it is closed: calls into it then fail. With the machine held.
     bool open() const { return m_open; }
 
-    // How many threads are in a multithreaded one. With the machine held.
+    // How many threads have entered it. With the machine held.
     int threads = 0;
 
-    // Runs `body` in the apartment and returns its result. The caller's thread waits, and serves
-    // its own apartment meanwhile. Without the machine held.
+    // Runs `body` in the apartment and returns its result. The calling thread waits; one in a
+    // single-threaded apartment runs the calls that come into that meanwhile. Without the machine
+    // held.
     HRESULT Send(std::function<HRESULT()> body);
     // Runs `body` there a little later, if it is still open. With the machine held.
     void Post(std::function<void()> body);
 
-    // Runs the call that one of the messages below stands for. On the apartment's thread, without
-    // the machine held.
+    // Runs the oldest queued call. DispatchMessage calls this for each message to window(), on the
+    // apartment's thread and without the machine held.
     void Serve();
-    // The window that messages of calls are sent to; none in a multithreaded apartment.
+    // The window that the messages for incoming calls are addressed to; unused in a multithreaded
+    // apartment.
     HWND window() { return reinterpret_cast<HWND>(this); }
 
-    // Gives back the references of all its objects, and fails the calls on their way. On a thread
-    // of the apartment, without the machine held.
+    // Releases the references to all exported objects, and fails the queued calls. On a thread of
+    // the apartment, without the machine held.
     void Close();
-    // The same when the process is gone, and its objects with it. With the machine held.
+    // Closes it after its process has ended: the objects went with the process and are not
+    // released. With the machine held.
     void Abandon();
 
-    // The objects that are known outside, by their identity. With the machine held.
+    // The exported objects, by their IUnknown. With the machine held.
     std::map<IUnknown*, std::weak_ptr<Exported>> exported;
-    // What stands here for objects of other apartments.
+    // The proxies in this apartment, by the object that each stands for.
     std::map<const Exported*, Proxy*> proxies;
 
 private:
@@ -114,7 +119,7 @@ private:
     Machine& m_machine;
     Process& m_process;
     const bool m_single;
-    const std::weak_ptr<Thread> m_thread;  // the one, while there is one
+    const std::weak_ptr<Thread> m_thread;  // of a single-threaded apartment
     bool m_open = true;
     std::deque<std::shared_ptr<RemoteCall>> m_queue;
 };

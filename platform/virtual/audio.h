@@ -1,5 +1,4 @@
-// The sound room: the endpoints, which of them are the defaults, and who is told what happens to
-// them.
+// The sound system: its endpoints, the default endpoints, and the notifications about both.
 #pragma once
 
 #include <array>
@@ -25,23 +24,23 @@ public:
     const std::wstring& id() const { return m_id; }
     EDataFlow flow() const { return m_flow; }
 
-    // --- The side that a person or a test drives ---
+    // --- For scripts and tests ---
 
-    // DEVICE_STATE_...: plugs it in and out, switches it off and on.
+    // Sets a DEVICE_STATE_... value, as plugging, unplugging, disabling and enabling do.
     void SetState(DWORD state);
     DWORD State() const;
     bool Active() const { return State() == DEVICE_STATE_ACTIVE; }
 
-    // Takes the device out that it belongs to: it is known still, but not present.
+    // Removes the endpoint's device: the endpoint stays known, but is not present.
     void Remove();
 
-    // Chooses it as the default of its flow, for all roles or for one. An endpoint that is not
-    // active has the next choice in its place until it is.
+    // Makes it the default of its flow, for all roles or for one. While it is not active, the
+    // choice before it stands in for it.
     void MakeDefault();
     void MakeDefault(ERole role);
 
-    // What a user or a program does that names itself `context`. True when it changed anything;
-    // then everybody who registered for it hears of it.
+    // A change by a user or a program, which `context` identifies. Returns whether the value
+    // changed; if so, every callback registered for the endpoint is notified.
     bool SetMute(bool muted, const GUID& context = GUID_NULL);
     bool SetVolume(float level, const GUID& context = GUID_NULL);
     bool Muted() const;
@@ -77,10 +76,10 @@ public:
     {
         bool muted = false;
         DWORD state = DEVICE_STATE_ACTIVE;
-        std::wstring id = {};  // empty: one that the system makes
+        std::wstring id = {};  // generated when empty
     };
-    // Adds an endpoint. One of that name that was there before comes back as it is known. The
-    // first active one of a flow is its default.
+    // Adds an endpoint. A known one of that name becomes present again, and keeps its mute state
+    // and volume. The first active endpoint of a flow is its default.
     Endpoint& Add(std::wstring_view name, EDataFlow flow, const Options& options);
     Endpoint& Add(std::wstring_view name, EDataFlow flow = eRender)
     {
@@ -94,7 +93,7 @@ public:
     // Null when the flow has no active endpoint.
     Endpoint* Default(EDataFlow flow, ERole role = eConsole) const;
 
-    // --- The machine's side ---
+    // --- For the platform functions ---
 
     Endpoint* FindById(std::wstring_view id) const;
 
@@ -106,11 +105,11 @@ private:
 
     static constexpr std::size_t kFlows = 2;
     static constexpr std::size_t kRoles = 3;
-    using Choices = std::vector<Endpoint*>;  // the last choice first
+    using Choices = std::vector<Endpoint*>;  // the latest first
 
     Endpoint* Best(std::size_t flow, std::size_t role) const;
     void Choose(Endpoint& endpoint, ERole role);
-    // Announces what has become of the defaults.
+    // Computes the defaults anew, and notifies clients of those that changed.
     void SettleDefaults();
     void Record(std::string_view what, const Endpoint& endpoint);
 

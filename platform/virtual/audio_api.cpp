@@ -14,27 +14,27 @@ constexpr auto kNotFound = static_cast<HRESULT>(0x80070490u);
 constexpr auto kInvalidated = static_cast<HRESULT>(0x88890004u);  // the endpoint is not active
 constexpr float kSilent = -96;                                    // decibels
 
-Function query_interface{"IMMDevice::QueryInterface", Failing::hresult};
-Function enum_audio_endpoints{"EnumAudioEndpoints", Failing::hresult};
-Function get_default_audio_endpoint{"GetDefaultAudioEndpoint", Failing::hresult};
-Function get_device{"GetDevice", Failing::hresult};
-Function register_endpoint{"RegisterEndpointNotificationCallback", Failing::hresult};
-Function unregister_endpoint{"UnregisterEndpointNotificationCallback", Failing::hresult};
-Function get_count{"GetCount", Failing::hresult};
-Function item{"Item", Failing::hresult};
-Function activate{"Activate", Failing::hresult};
-Function get_id{"GetId", Failing::hresult};
-Function get_state{"GetState", Failing::hresult};
-Function get_data_flow{"GetDataFlow", Failing::hresult};
-Function register_control{"RegisterControlChangeNotify", Failing::hresult};
-Function unregister_control{"UnregisterControlChangeNotify", Failing::hresult};
-Function get_channel_count{"GetChannelCount", Failing::hresult};
-Function set_volume{"SetMasterVolumeLevelScalar", Failing::hresult};
-Function get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
-Function set_mute{"SetMute", Failing::hresult};
-Function get_mute{"GetMute", Failing::hresult};
+Function fn_device_query_interface{"IMMDevice::QueryInterface", Failing::hresult};
+Function fn_enum_audio_endpoints{"EnumAudioEndpoints", Failing::hresult};
+Function fn_get_default_audio_endpoint{"GetDefaultAudioEndpoint", Failing::hresult};
+Function fn_get_device{"GetDevice", Failing::hresult};
+Function fn_register_endpoint{"RegisterEndpointNotificationCallback", Failing::hresult};
+Function fn_unregister_endpoint{"UnregisterEndpointNotificationCallback", Failing::hresult};
+Function fn_get_count{"GetCount", Failing::hresult};
+Function fn_item{"Item", Failing::hresult};
+Function fn_activate{"Activate", Failing::hresult};
+Function fn_get_id{"GetId", Failing::hresult};
+Function fn_get_state{"GetState", Failing::hresult};
+Function fn_get_data_flow{"GetDataFlow", Failing::hresult};
+Function fn_register_control{"RegisterControlChangeNotify", Failing::hresult};
+Function fn_unregister_control{"UnregisterControlChangeNotify", Failing::hresult};
+Function fn_get_channel_count{"GetChannelCount", Failing::hresult};
+Function fn_set_volume{"SetMasterVolumeLevelScalar", Failing::hresult};
+Function fn_get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
+Function fn_set_mute{"SetMute", Failing::hresult};
+Function fn_get_mute{"GetMute", Failing::hresult};
 
-// What belongs to an endpoint is called by its name.
+// An object that belongs to an endpoint; reports list it by the name of the endpoint.
 class OfEndpoint : public Counted
 {
 public:
@@ -57,8 +57,8 @@ public:
     {
         return Answer<IAudioEndpointVolume>(id, IID_IAudioEndpointVolume, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override
     {
@@ -73,8 +73,9 @@ public:
     {
         if (!callback) return E_POINTER;
         {
-            Operation call(unregister_control);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            Operation call(fn_unregister_control);
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
             if (!call.machine.audio.notices.Remove(call, this, callback)) return kNotFound;
         }
         callback->Release();
@@ -83,7 +84,7 @@ public:
 
     HRESULT GetChannelCount(UINT* count) override
     {
-        Operation call(get_channel_count);
+        Operation call(fn_get_channel_count);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         *count = 1;
         return S_OK;
@@ -96,7 +97,7 @@ public:
 
     HRESULT SetMasterVolumeLevelScalar(float level, const GUID* context) override
     {
-        Operation call(set_volume);
+        Operation call(fn_set_volume);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         if (level < 0 || level > 1) return E_INVALIDARG;
         m_endpoint.SetVolume(level, context ? *context : GUID_NULL);
@@ -112,13 +113,13 @@ public:
 
     HRESULT GetMasterVolumeLevelScalar(float* level) override
     {
-        Operation call(get_volume);
+        Operation call(fn_get_volume);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         *level = m_endpoint.Volume();
         return S_OK;
     }
 
-    // The one channel is the whole.
+    // Endpoints are mono: the channel volume is the master volume.
     HRESULT SetChannelVolumeLevel(UINT channel, float decibels, const GUID* context) override
     {
         return channel > 0 ? E_INVALIDARG : SetMasterVolumeLevel(decibels, context);
@@ -138,14 +139,14 @@ public:
 
     HRESULT SetMute(BOOL muted, const GUID* context) override
     {
-        Operation call(set_mute);
+        Operation call(fn_set_mute);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         return m_endpoint.SetMute(muted, context ? *context : GUID_NULL) ? S_OK : S_FALSE;
     }
 
     HRESULT GetMute(BOOL* muted) override
     {
-        Operation call(get_mute);
+        Operation call(fn_get_mute);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         *muted = m_endpoint.Muted();
         return S_OK;
@@ -154,13 +155,13 @@ public:
 private:
     HRESULT Begin(Operation& call) const
     {
-        const HRESULT refused = call.Refused(Look(call));
+        const HRESULT refused = call.Refused(CheckUsable(call));
         return SUCCEEDED(refused) && !m_endpoint.Active() ? kInvalidated : refused;
     }
 
     HRESULT DoRegister(IAudioEndpointVolumeCallback* callback)
     {
-        Operation call(register_control);
+        Operation call(fn_register_control);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         auto registration = std::make_shared<Registration>();
         registration->callback = callback;
@@ -185,20 +186,22 @@ public:
     {
         *object = nullptr;
         {
-            Operation call(query_interface);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            Operation call(fn_device_query_interface);
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
         }
         if (id == IID_IMMEndpoint) return Answer<IMMEndpoint>(id, id, this, object);
         return Answer<IMMDevice>(id, IID_IMMDevice, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT Activate(REFIID id, DWORD, PROPVARIANT*, void** object) override
     {
         *object = nullptr;
-        Operation call(activate);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_activate);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (id != IID_IAudioEndpointVolume) return E_NOINTERFACE;
         if (!m_endpoint.Active()) return kInvalidated;
         *object =
@@ -206,14 +209,15 @@ public:
         return S_OK;
     }
 
-    // What is known of an endpoint besides its volume is nobody's business here.
+    // Not modelled: the service only uses an endpoint's volume.
     HRESULT OpenPropertyStore(DWORD, IPropertyStore**) override { return E_NOTIMPL; }
 
     HRESULT GetId(LPWSTR* id) override
     {
         *id = nullptr;
-        Operation call(get_id);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_get_id);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         const std::wstring& text = m_endpoint.id();
         const std::size_t size = (text.size() + 1) * sizeof(wchar_t);
         *id = static_cast<wchar_t*>(Allocate(call, size, "task memory"));
@@ -223,16 +227,18 @@ public:
 
     HRESULT GetState(DWORD* state) override
     {
-        Operation call(get_state);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_get_state);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         *state = m_endpoint.State();
         return S_OK;
     }
 
     HRESULT GetDataFlow(EDataFlow* flow) override
     {
-        Operation call(get_data_flow);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_get_data_flow);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         *flow = m_endpoint.flow();
         return S_OK;
     }
@@ -251,13 +257,14 @@ public:
     {
         return Answer<IMMDeviceCollection>(id, IID_IMMDeviceCollection, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT GetCount(UINT* count) override
     {
-        Operation call(get_count);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_get_count);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         *count = static_cast<UINT>(m_endpoints.size());
         return S_OK;
     }
@@ -265,8 +272,9 @@ public:
     HRESULT Item(UINT index, IMMDevice** device) override
     {
         *device = nullptr;
-        Operation call(item);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_item);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (index >= m_endpoints.size()) return E_INVALIDARG;
         *device = HandOut<AudioDevice>(call.machine, *m_endpoints[index]);
         return S_OK;
@@ -287,15 +295,16 @@ public:
     {
         return Answer<IMMDeviceEnumerator>(id, IID_IMMDeviceEnumerator, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                IMMDeviceCollection** collection) override
     {
         *collection = nullptr;
-        Operation call(enum_audio_endpoints);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_enum_audio_endpoints);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         std::vector<Endpoint*> endpoints = call.machine.audio.All();
         std::erase_if(endpoints, [&](const Endpoint* endpoint) {
             return (flow != eAll && endpoint->flow() != flow) || !(endpoint->State() & states);
@@ -307,8 +316,9 @@ public:
     HRESULT GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice** device) override
     {
         *device = nullptr;
-        Operation call(get_default_audio_endpoint);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_get_default_audio_endpoint);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (flow >= eAll || role >= ERole_enum_count) return E_INVALIDARG;
         Endpoint* endpoint = call.machine.audio.Default(flow, role);
         if (!endpoint) return kNotFound;
@@ -320,8 +330,9 @@ public:
     {
         *device = nullptr;
         if (!id) return E_POINTER;
-        Operation call(get_device);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_get_device);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         Endpoint* endpoint = call.machine.audio.FindById(id);
         if (!endpoint) return kNotFound;
         *device = HandOut<AudioDevice>(call.machine, *endpoint);
@@ -341,8 +352,9 @@ public:
     {
         if (!client) return E_POINTER;
         {
-            Operation call(unregister_endpoint);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            Operation call(fn_unregister_endpoint);
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
             if (!call.machine.audio.notices.Remove(call, this, client)) return kNotFound;
         }
         client->Release();
@@ -352,8 +364,9 @@ public:
 private:
     HRESULT DoRegister(IMMNotificationClient* client)
     {
-        Operation call(register_endpoint);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_register_endpoint);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         auto registration = std::make_shared<Registration>();
         registration->client = client;
         registration->place = this;

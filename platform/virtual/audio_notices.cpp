@@ -15,7 +15,7 @@ public:
     std::string_view Kind() const override { return "sound system's work"; }
 };
 
-// Ends a thread's stay in a call to a callback, however the call ends.
+// Removes the thread from those inside the callback when the call returns or throws.
 class Inside
 {
 public:
@@ -43,8 +43,8 @@ const void* CallbackOf(const Registration& registration)
                                : static_cast<const void*>(registration.callback);
 }
 
-// The changes of one endpoint are heard in their order, one after the other. Of what happens to
-// several endpoints a client hears at once.
+// A volume callback gets the changes of its endpoint one after the other, in order; a client may
+// get several notifications at once. Those of a removed registration are only dropped.
 bool MayStart(const Registration& to) { return to.removed || to.client || to.inside.empty(); }
 
 }  // namespace
@@ -110,7 +110,7 @@ bool AudioNotices::IsInsideACallback(const Thread& thread) const
 void AudioNotices::Post(Notice notice)
 {
     Process& process = *notice.to->process;
-    // Of a process that goes, nobody is told any more.
+    // A process that is ending gets no notifications.
     if (notice.to->removed || process.ending()) return;
     const Instant now = m_machine.now();
     notice.due =
@@ -131,12 +131,12 @@ void AudioNotices::Post(Notice notice)
     }
 }
 
-// A thread of the sound system, for as long as the process lives.
+// The body of a sound system thread; it runs until the process ends.
 void AudioNotices::Work(Process& process)
 {
     {
         const Hold hold(m_machine);
-        Thread::Self()->stay = {1, m_machine.com.Multithreaded(process)};
+        Thread::Self()->membership = {1, m_machine.com.Multithreaded(process)};
     }
     for (;;) Deliver(Next(process));
 }

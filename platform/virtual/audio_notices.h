@@ -1,5 +1,5 @@
-// How the sound system tells of what happens: registered callbacks, called on threads of its own in
-// the process of whoever registered them.
+// The notifications of the sound system: calls of registered callbacks, on threads that the sound
+// system starts in the process that registered them.
 #pragma once
 
 #include <deque>
@@ -22,16 +22,16 @@ class Machine;
 class Process;
 class Thread;
 
-// A callback that somebody has registered. It counts as handed out until it is unregistered.
+// A registered callback. It counts as an open handle until it is unregistered.
 class Registration final : public Object
 {
 public:
-    // Null for the callback of the other kind.
+    // Exactly one of these two is set.
     IMMNotificationClient* client = nullptr;
     IAudioEndpointVolumeCallback* callback = nullptr;
-    // Where it was registered: the enumerator's or the endpoint volume's object.
+    // The enumerator or endpoint volume object that it was registered with.
     const void* place = nullptr;
-    const Endpoint* endpoint = nullptr;  // whose volume it is about
+    const Endpoint* endpoint = nullptr;  // null for a client
     Process* process = nullptr;
     HANDLE handle = nullptr;
 
@@ -41,8 +41,8 @@ public:
 
     bool removed = false;
     std::vector<Thread*> inside;        // the threads that are in a call to it
-    std::shared_ptr<Waitable> quieter;  // signalled when one of them has come back
-    Instant last_due{0};                // of what it is to be told
+    std::shared_ptr<Waitable> quieter;  // signalled when such a call has returned
+    Instant last_due{0};                // of its latest notification
 };
 
 class AudioNotices
@@ -52,12 +52,12 @@ public:
 
     // Registers `registration`, whose fields up to `endpoint` are set, for the calling process.
     void Add(Call& call, const std::shared_ptr<Registration>& registration);
-    // Ends the registration of a callback (of either kind) at a place, and waits for the calls to
-    // it that are under way, but for those that the caller is inside of. False when there is none.
+    // Ends the registration of `callback` (of either kind) at `place`, and waits until no other
+    // thread is in a call to it. False when there is no such registration.
     bool Remove(Call& call, const void* place, const void* callback);
 
-    // Tells every client, or everybody who listens to the endpoint's volume. `name` is the
-    // operation's, for the journal.
+    // Notifies every client, or every callback registered for the endpoint's volume. `name` is the
+    // callback's operation, for the journal.
     using ToClient = std::function<void(IMMNotificationClient&)>;
     using ToCallback = std::function<void(IAudioEndpointVolumeCallback&)>;
     void TellClients(std::string_view name, const Endpoint* about, const ToClient& tell);
@@ -72,8 +72,8 @@ private:
         std::function<void()> deliver;
         Instant due{0};
     };
-    // The sound system's threads in a process: made when there is work for them, up to a few; then
-    // they wait for more until their process ends.
+    // The sound system's threads in one process. They are started on demand, up to kMaxThreads, and
+    // then wait for work until the process ends.
     struct Pool
     {
         std::deque<Notice> due;
@@ -82,8 +82,8 @@ private:
         std::shared_ptr<Waitable> work;
     };
     static constexpr std::size_t kMaxThreads = 4;
-    // What a callback itself brings about is told a little later. Two callbacks that undo one
-    // another's work would otherwise go on for ever at a standing clock.
+    // The delay of notifications that a callback itself causes. Without it, two callbacks that undo
+    // one another's change would go on for ever, and the clock would never move.
     static constexpr Duration kEcho = std::chrono::milliseconds{10};
 
     void Post(Notice notice);

@@ -1,4 +1,4 @@
-// Strings and values of automation.
+// Automation: BSTR strings and VARIANT values.
 
 #include "platform/automation.h"
 
@@ -13,12 +13,12 @@ using namespace virtual_pc;
 
 namespace {
 
-Function sys_alloc_string{"SysAllocString"};
-Function sys_free_string{"SysFreeString", Failing::never, Role::gives_back};
-Function variant_clear{"VariantClear", Failing::never, Role::gives_back};
-Function variant_change_type{"VariantChangeType", Failing::hresult};
+Function fn_sys_alloc_string{"SysAllocString"};
+Function fn_sys_free_string{"SysFreeString", Failing::never, Role::releases};
+Function fn_variant_clear{"VariantClear", Failing::never, Role::releases};
+Function fn_variant_change_type{"VariantChangeType", Failing::hresult};
 
-// A string's length in bytes stands right before its text; the text itself is aligned.
+// The length of a string in bytes lies right before its text. Eight bytes keep the text aligned.
 constexpr std::size_t kPrefix = 8;
 
 DWORD& LengthOf(BSTR text) { return reinterpret_cast<DWORD*>(text)[-1]; }
@@ -29,7 +29,7 @@ extern "C" {
 
 BSTR WINAPI SysAllocString(const OLECHAR* text)
 {
-    Call call(sys_alloc_string);
+    Call call(fn_sys_alloc_string);
     if (call.Fails() || !text) return nullptr;
     const std::size_t length = std::wstring_view(text).size() * sizeof(wchar_t);
     auto* memory = static_cast<std::byte*>(
@@ -42,7 +42,7 @@ BSTR WINAPI SysAllocString(const OLECHAR* text)
 
 void WINAPI SysFreeString(BSTR text)
 {
-    Call call(sys_free_string);
+    Call call(fn_sys_free_string);
     if (text) Free(call, reinterpret_cast<std::byte*>(text) - kPrefix);
 }
 
@@ -60,10 +60,10 @@ HRESULT WINAPI VariantClear(VARIANTARG* value)
         return DISP_E_BADVARTYPE;
     }
     {
-        const Call call(variant_clear);
+        const Call call(fn_variant_clear);
         *value = {};
     }
-    // What it refers to is somebody else's.
+    // A VT_BYREF value does not own what it points to.
     if (was.vt == VT_BSTR) SysFreeString(was.bstrVal);
     if ((was.vt == VT_DISPATCH || was.vt == VT_UNKNOWN) && was.punkVal) was.punkVal->Release();
     return S_OK;
@@ -73,7 +73,7 @@ HRESULT WINAPI VariantChangeType(VARIANTARG* destination, const VARIANTARG* sour
                                  VARTYPE type)
 {
     {
-        Call call(variant_change_type);
+        Call call(fn_variant_change_type);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
     }
     VARIANT converted{};

@@ -29,7 +29,8 @@ double Battery::Rate() const
     return runs && power.battery_percent > 0 ? -m_drain : 0;
 }
 
-// A step is a percent. One that is under way goes on as long as its rate is the same.
+// Arms the alarm for the next percent. While the rate stays the same, the armed one is kept, so
+// that frequent calls do not postpone it.
 void Battery::Reconsider()
 {
     const Hold hold(m_machine);

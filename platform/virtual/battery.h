@@ -1,4 +1,4 @@
-// The battery's charge, as it drains and is charged. What runs the PC is the power room's to say.
+// How the charge of the battery falls and rises. The power source itself is in power.h.
 #pragma once
 
 #include "platform/virtual/scheduler.h"
@@ -12,17 +12,17 @@ class Battery final : private Alarm
 public:
     explicit Battery(Machine& machine) : m_machine(machine) {}
 
-    // Percent an hour that a running PC takes out of it, and that mains power puts in; 0 for a
-    // charge that stays as it is. Asleep the PC takes nothing.
+    // Percent an hour by which a running PC drains the battery, and by which mains power charges
+    // it; 0 keeps the charge constant. A sleeping PC drains nothing.
     void DrainAt(double percent);
     void ChargeAt(double percent);
 
-    // What runs the PC, or whether it runs, may have changed.
+    // Computes the rate anew; called when the power source or the sleep phase may have changed.
     void Reconsider();
 
 private:
     void Due() override;
-    // Percent an hour, as things are; below zero when it drains.
+    // The present rate in percent an hour; negative while the battery drains.
     double Rate() const;
 
     Machine& m_machine;

@@ -26,9 +26,10 @@ Call::Call(Function& function)
       m_function(function),
       m_hold(machine)
 {
-    machine.scheduler.Pass(thread);
-    // A destructor that gives something back must get through; everybody else ends here.
-    if (thread.ends && function.role() != Role::gives_back && std::uncaught_exceptions() == 0) {
+    machine.scheduler.Preempt(thread);
+    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
+    // ends the thread here.
+    if (thread.ends && function.role() != Role::releases && std::uncaught_exceptions() == 0) {
         throw ThreadEnds{};
     }
     machine.LookAtWatch();

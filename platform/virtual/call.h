@@ -10,15 +10,15 @@
 namespace virtual_pc {
 
 // One call of a platform function. Making it
-// - lets the machine choose who runs next (deterministic mode with a seed),
+// - may hand over to another thread (deterministic mode with a seed),
 // - ends the thread, by an exception, when its process has ended,
-// - holds the machine until the Call goes,
-// - counts the call and looks whether it is to fail.
+// - holds the machine until the Call is destroyed,
+// - counts the call, and takes the fault that is set for it, if any.
 //
-//     static Function set_event{"SetEvent"};           // at namespace scope
+//     Function fn_set_event{"SetEvent"};              // at namespace scope
 //     BOOL SetEvent(HANDLE handle)
 //     {
-//         Call call(set_event);
+//         Call call(fn_set_event);
 //         if (call.Fails()) return FALSE;               // last error is set
 //         Event* event = call.Find<Event>(handle);      // null: ERROR_INVALID_HANDLE is set
 //         if (!event) return FALSE;
@@ -28,7 +28,8 @@ class Call
 public:
     explicit Call(Function& function);
 
-    // Whether the call is to fail. Sets the thread's last error for functions that report so.
+    // Whether a fault makes the call fail. Sets the thread's last error for functions that report
+    // so.
     bool Fails();
     // The code to fail with: for functions that return a status or an HRESULT.
     DWORD error() const { return *m_error; }
@@ -36,9 +37,8 @@ public:
     // Sets the last error and returns FALSE.
     BOOL Fail(DWORD error);
 
-    // The object of a handle; null, with ERROR_INVALID_HANDLE as last error, when the handle is
-    // not open or stands for another kind of thing. A handle that was closed before is noted as
-    // misused.
+    // The object of a handle; null, with ERROR_INVALID_HANDLE as last error, when the handle is not
+    // open or stands for another kind of thing. The use of a closed handle is noted as misuse.
     template <class T>
     T* Find(HANDLE handle)
     {
@@ -57,7 +57,7 @@ public:
     // A new handle that belongs to the calling process.
     HANDLE Open(std::shared_ptr<Object> object);
 
-    // The calling process. Whoever drives the machine has none, and may not call what needs one.
+    // The calling process. The driver has none: a platform function that needs one aborts there.
     Process& process();
 
     Machine& machine;

@@ -9,7 +9,7 @@
 namespace virtual_pc {
 namespace {
 
-// Signalled once, when class objects come to be served.
+// Signalled once, when a process makes class objects available.
 class Served final : public Waitable
 {
 public:
@@ -39,7 +39,7 @@ GUID Com::NewGuid()
     GUID guid;
     std::memcpy(&guid, &a, sizeof(a));
     std::memcpy(guid.Data4, &b, sizeof(b));
-    // A random identifier says so in its version and variant.
+    // The version and variant of a random GUID.
     guid.Data3 = static_cast<std::uint16_t>((guid.Data3 & 0x0FFF) | 0x4000);
     guid.Data4[0] = static_cast<std::uint8_t>((guid.Data4[0] & 0x3F) | 0x80);
     return guid;

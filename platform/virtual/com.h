@@ -1,4 +1,4 @@
-// Component objects: their classes, and who serves them.
+// COM: the classes, and the processes that serve them.
 #pragma once
 
 #include <functional>
@@ -28,10 +28,10 @@ class Com
 public:
     Com(Machine& machine, std::uint64_t seed) : m_machine(machine), m_random(seed) {}
 
-    // --- Classes that live in the process of whoever uses them ---
+    // --- In-process classes ---
 
-    // Makes an object of a class that is served in the caller's own process, and asks it for an
-    // interface. Called without the machine held, as the object may call the platform.
+    // Creates an object of an in-process class and queries it for an interface. Called without the
+    // machine held, as the object may call the platform.
     using Factory = std::function<HRESULT(REFIID id, void** object)>;
     void AddInProcessClass(REFCLSID class_id, Factory factory);
     // Null when there is no such class.
@@ -42,15 +42,15 @@ public:
 
     // --- Classes that other processes serve ---
 
-    // Starts a service by its name, for the classes that belong to one: S_OK when it runs or is
-    // starting. With the machine held. Whoever keeps the services sets it.
+    // Starts the service that serves a class: S_OK when it runs or is starting. Called with the
+    // machine held. The machine sets it, so that COM need not know the service manager.
     std::function<HRESULT(const std::wstring& service)> start_service;
 
     TypeLibraries type_libraries;
 
-    // --- The rooms' side; with the machine held ---
+    // --- For the platform functions; with the machine held ---
 
-    // A class object that a process offers.
+    // A class object that a process has registered.
     struct Offered
     {
         DWORD registration;
@@ -61,34 +61,35 @@ public:
     };
 
     DWORD Offer(REFCLSID class_id, ExportedInterface object, Process* process, bool suspended);
-    // Null for a number that is none.
+    // Null when there is no such registration.
     const Offered* FindOffer(DWORD registration) const;
     void Withdraw(DWORD registration);
     void SetSuspended(const Process* process, bool suspended);
-    // A class object that may be used now; nothing for none.
+    // A registered class object that is not suspended; nothing when there is none.
     std::optional<ExportedInterface> Serving(REFCLSID class_id) const;
-    // The program that was started to serve a class and has yet to do so; null for none. It is not
-    // started twice.
+    // The program that was started to serve a class and has yet to register it; null when there is
+    // none. Keeps a second client from starting it again.
     Process*& Starting(REFCLSID class_id) { return m_starting[class_id]; }
-    // Signalled whenever class objects come to be served.
+    // Returns an object that is signalled the next time a process makes class objects available.
     std::shared_ptr<Waitable> AwaitServing();
 
-    // References that keep a server's process alive; the new count.
+    // Changes the count of references that keep a server's process alive, and returns the new
+    // count.
     ULONG ChangeServerReferences(const Process* process, int by);
 
-    // The multithreaded apartment of a process, made when there is none.
+    // The multithreaded apartment of a process, created when there is none.
     std::shared_ptr<Apartment> Multithreaded(Process& process);
 
     // A new apartment of one thread.
     std::shared_ptr<Apartment> SingleThreaded(Process& process, const Thread& thread);
 
-    // What becomes of its apartments and class objects when a process has ended.
+    // Abandons the apartments and removes the class objects of a process that has ended.
     void Forget(Process& process);
 
-    // The objects that were given back, kept so that a use of one is noticed.
-    void Bury(std::shared_ptr<Object> object) { m_gone.push_back(std::move(object)); }
+    // Keeps an object in memory after its last release, so that a later use of it is noticed.
+    void KeepReleased(std::shared_ptr<Object> object) { m_released.push_back(std::move(object)); }
 
-    FixedMemory memory;  // of the objects, whose addresses programs log
+    FixedMemory memory;  // for the objects, as programs log their addresses
 
 private:
     Machine& m_machine;
@@ -101,7 +102,7 @@ private:
     std::map<const Process*, ULONG> m_server_references;
     std::map<const Process*, std::shared_ptr<Apartment>> m_multithreaded;
     std::vector<std::shared_ptr<Apartment>> m_apartments;  // of processes that have not ended
-    std::vector<std::shared_ptr<Object>> m_gone;
+    std::vector<std::shared_ptr<Object>> m_released;
 };
 
 }  // namespace virtual_pc

@@ -11,20 +11,20 @@ using namespace virtual_pc;
 
 namespace {
 
-Function co_initialize_ex{"CoInitializeEx", Failing::hresult};
-Function co_initialize{"CoInitialize", Failing::hresult};
-Function co_uninitialize{"CoUninitialize", Failing::never, Role::gives_back};
-Function co_create_instance{"CoCreateInstance", Failing::hresult};
-Function clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
-Function co_register_class_object{"CoRegisterClassObject", Failing::hresult};
-Function co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::gives_back};
-Function co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
-Function co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
-Function co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::gives_back};
-Function co_initialize_security{"CoInitializeSecurity", Failing::hresult};
-Function co_create_guid{"CoCreateGuid", Failing::hresult};
-Function co_task_mem_alloc{"CoTaskMemAlloc"};
-Function co_task_mem_free{"CoTaskMemFree", Failing::never, Role::gives_back};
+Function fn_co_initialize_ex{"CoInitializeEx", Failing::hresult};
+Function fn_co_initialize{"CoInitialize", Failing::hresult};
+Function fn_co_uninitialize{"CoUninitialize", Failing::never, Role::releases};
+Function fn_co_create_instance{"CoCreateInstance", Failing::hresult};
+Function fn_clsid_from_prog_id{"CLSIDFromProgID", Failing::hresult};
+Function fn_co_register_class_object{"CoRegisterClassObject", Failing::hresult};
+Function fn_co_revoke_class_object{"CoRevokeClassObject", Failing::hresult, Role::releases};
+Function fn_co_resume_class_objects{"CoResumeClassObjects", Failing::hresult};
+Function fn_co_add_ref_server_process{"CoAddRefServerProcess", Failing::never};
+Function fn_co_release_server_process{"CoReleaseServerProcess", Failing::never, Role::releases};
+Function fn_co_initialize_security{"CoInitializeSecurity", Failing::hresult};
+Function fn_co_create_guid{"CoCreateGuid", Failing::hresult};
+Function fn_co_task_mem_alloc{"CoTaskMemAlloc"};
+Function fn_co_task_mem_free{"CoTaskMemFree", Failing::never, Role::releases};
 
 // How long the system waits for a server's class object.
 constexpr Duration kServerStart = 120s;
@@ -32,26 +32,27 @@ constexpr Duration kServerStart = 120s;
 HRESULT Enter(Function& function, DWORD how)
 {
     Call call(function);
-    Stay& stay = call.thread.stay;
+    ApartmentMembership& membership = call.thread.membership;
     const bool single = (how & COINIT_APARTMENTTHREADED) != 0;
     if (call.Fails()) {
         const auto error = static_cast<HRESULT>(call.error());
-        // A thread that is told so is in an apartment of the other kind, by somebody else's doing.
-        if (error == RPC_E_CHANGED_MODE && single && !stay.apartment) {
-            stay.apartment = call.machine.com.Multithreaded(call.process());
+        // A simulated RPC_E_CHANGED_MODE implies that other code has entered the multithreaded
+        // apartment on this thread before; model that.
+        if (error == RPC_E_CHANGED_MODE && single && !membership.apartment) {
+            membership.apartment = call.machine.com.Multithreaded(call.process());
         }
         return error;
     }
-    if (stay.entered > 0) {
-        if (stay.apartment->single() != single) return RPC_E_CHANGED_MODE;
-        ++stay.entered;
+    if (membership.entered > 0) {
+        if (membership.apartment->single() != single) return RPC_E_CHANGED_MODE;
+        ++membership.entered;
         return S_FALSE;
     }
-    stay.apartment = single ? call.machine.com.SingleThreaded(call.process(), call.thread)
-                            : call.machine.com.Multithreaded(call.process());
-    ++stay.apartment->threads;
-    stay.entered = 1;
-    // Calls come as messages.
+    membership.apartment = single ? call.machine.com.SingleThreaded(call.process(), call.thread)
+                                  : call.machine.com.Multithreaded(call.process());
+    ++membership.apartment->threads;
+    membership.entered = 1;
+    // Incoming calls are posted to the thread as messages.
     if (single) call.thread.has_queue = true;
     return S_OK;
 }
@@ -79,14 +80,14 @@ HRESULT StartServer(Call& call, REFCLSID class_id, Process*& process)
         return start ? start(*service) : CO_E_SERVER_EXEC_FAILURE;
     }
     if (!program) return REGDB_E_CLASSNOTREG;
-    for (const std::wstring& path : ProgramsMeant(*program)) {
+    for (const std::wstring& path : CandidatePrograms(*program)) {
         process = call.machine.StartInstalled(path, L"\"" + path + L"\" -Embedding");
         if (process) return S_OK;
     }
     return CO_E_SERVER_EXEC_FAILURE;
 }
 
-// The class object of a server, which is started unless it runs.
+// Finds a class object, and starts its server when none is registered.
 HRESULT FindServer(Call& call, REFCLSID class_id, ExportedInterface& class_object)
 {
     Process* process = nullptr;
@@ -113,7 +114,7 @@ HRESULT CreateElsewhere(REFCLSID class_id, REFIID id, void** object)
 {
     ExportedInterface class_object;
     {
-        Call call(co_create_instance);
+        Call call(fn_co_create_instance);
         const HRESULT found = FindServer(call, class_id, class_object);
         if (FAILED(found)) return found;
     }
@@ -129,29 +130,29 @@ HRESULT CreateElsewhere(REFCLSID class_id, REFIID id, void** object)
 
 extern "C" {
 
-HRESULT WINAPI CoInitializeEx(LPVOID, DWORD how) { return Enter(co_initialize_ex, how); }
+HRESULT WINAPI CoInitializeEx(LPVOID, DWORD how) { return Enter(fn_co_initialize_ex, how); }
 
-HRESULT WINAPI CoInitialize(LPVOID) { return Enter(co_initialize, COINIT_APARTMENTTHREADED); }
+HRESULT WINAPI CoInitialize(LPVOID) { return Enter(fn_co_initialize, COINIT_APARTMENTTHREADED); }
 
 void WINAPI CoUninitialize()
 {
     std::shared_ptr<Apartment> closing;
     {
-        Call call(co_uninitialize);
-        Stay& stay = call.thread.stay;
-        if (stay.entered == 0) {
+        Call call(fn_co_uninitialize);
+        ApartmentMembership& membership = call.thread.membership;
+        if (membership.entered == 0) {
             call.machine.NoteMisuse("CoUninitialize on a thread that is in no apartment");
             return;
         }
-        if (stay.entered > 1) {
-            --stay.entered;
+        if (membership.entered > 1) {
+            --membership.entered;
             return;
         }
-        if (--stay.apartment->threads == 0) closing = stay.apartment;
+        if (--membership.apartment->threads == 0) closing = membership.apartment;
     }
-    // Its objects are given back while the thread is still in it.
+    // Close calls the apartment's objects, so the thread leaves the apartment only afterwards.
     if (closing) closing->Close();
-    Thread::Self()->stay = {};
+    Thread::Self()->membership = {};
 }
 
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
@@ -160,9 +161,9 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
     Com::Factory factory;
     *object = nullptr;
     {
-        Call call(co_create_instance);
+        Call call(fn_co_create_instance);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
-        if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
+        if (!call.thread.membership.apartment) return CO_E_NOTINITIALIZED;
         if (context & CLSCTX_INPROC_SERVER) factory = call.machine.com.FindInProcessClass(classId);
     }
     if (!factory && !(context & CLSCTX_LOCAL_SERVER)) return REGDB_E_CLASSNOTREG;
@@ -172,7 +173,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
 
 HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId)
 {
-    Call call(clsid_from_prog_id);
+    Call call(fn_clsid_from_prog_id);
     *classId = GUID_NULL;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     const auto text =
@@ -190,10 +191,10 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD, 
                                      LPDWORD registration)
 {
     {
-        Call call(co_register_class_object);
+        Call call(fn_co_register_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         if (!object || !registration) return E_INVALIDARG;
-        if (!call.thread.stay.apartment) return CO_E_NOTINITIALIZED;
+        if (!call.thread.membership.apartment) return CO_E_NOTINITIALIZED;
     }
     ExportedInterface exported;
     const HRESULT sent = ExportInterface(object, IID_IClassFactory, exported);
@@ -209,11 +210,12 @@ HRESULT WINAPI CoRevokeClassObject(DWORD registration)
 {
     ExportedInterface given_back;
     {
-        Call call(co_revoke_class_object);
+        Call call(fn_co_revoke_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         const Com::Offered* offered = call.machine.com.FindOffer(registration);
         if (!offered || offered->process != call.thread.process) return CO_E_OBJNOTREG;
-        if (offered->object.object->home != call.thread.stay.apartment) return RPC_E_WRONG_THREAD;
+        if (offered->object.object->home != call.thread.membership.apartment)
+            return RPC_E_WRONG_THREAD;
         given_back = offered->object;
         call.machine.com.Withdraw(registration);
     }
@@ -222,7 +224,7 @@ HRESULT WINAPI CoRevokeClassObject(DWORD registration)
 
 HRESULT WINAPI CoResumeClassObjects()
 {
-    Call call(co_resume_class_objects);
+    Call call(fn_co_resume_class_objects);
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     call.machine.com.SetSuspended(&call.process(), false);
     return S_OK;
@@ -230,29 +232,29 @@ HRESULT WINAPI CoResumeClassObjects()
 
 ULONG WINAPI CoAddRefServerProcess()
 {
-    Call call(co_add_ref_server_process);
+    Call call(fn_co_add_ref_server_process);
     return call.machine.com.ChangeServerReferences(&call.process(), 1);
 }
 
 ULONG WINAPI CoReleaseServerProcess()
 {
-    Call call(co_release_server_process);
+    Call call(fn_co_release_server_process);
     const ULONG left = call.machine.com.ChangeServerReferences(&call.process(), -1);
     if (left == 0) call.machine.com.SetSuspended(&call.process(), true);
     return left;
 }
 
-// Any call is let in here, whatever the security.
+// Security is not modelled: every call is allowed.
 HRESULT WINAPI CoInitializeSecurity(LPVOID, LONG, LPVOID, LPVOID, DWORD, DWORD, LPVOID, DWORD,
                                     LPVOID)
 {
-    Call call(co_initialize_security);
+    Call call(fn_co_initialize_security);
     return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
 }
 
 HRESULT WINAPI CoCreateGuid(GUID* guid)
 {
-    Call call(co_create_guid);
+    Call call(fn_co_create_guid);
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     *guid = call.machine.com.NewGuid();
     return S_OK;
@@ -260,14 +262,14 @@ HRESULT WINAPI CoCreateGuid(GUID* guid)
 
 LPVOID WINAPI CoTaskMemAlloc(SIZE_T size)
 {
-    Call call(co_task_mem_alloc);
+    Call call(fn_co_task_mem_alloc);
     if (call.Fails()) return nullptr;
     return Allocate(call, size, "task memory");
 }
 
 void WINAPI CoTaskMemFree(LPVOID memory)
 {
-    Call call(co_task_mem_free);
+    Call call(fn_co_task_mem_free);
     Free(call, memory);
 }
 }

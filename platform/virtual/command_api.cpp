@@ -14,8 +14,8 @@ using namespace virtual_pc;
 
 namespace {
 
-Function wpopen{"_wpopen"};
-Function pclose_{"_pclose", Failing::never, Role::gives_back};
+Function fn_wpopen{"_wpopen"};
+Function fn_pclose{"_pclose", Failing::never, Role::releases};
 
 class Output final : public Object
 {
@@ -35,7 +35,7 @@ public:
     std::FILE* file() const { return m_file; }
 
 private:
-    // The host's streams over memory give no wide characters, those over files do.
+    // A file, because the host cannot read wide characters from its memory streams.
     static std::FILE* FileOf(const std::string& text)
     {
         const int file = memfd_create("output", MFD_CLOEXEC);
@@ -50,7 +50,8 @@ private:
     std::FILE* m_file;
 };
 
-// What the command prints, in a code page that has no letters but the plain ones.
+// The output of a command. The console's code page is taken to be ASCII: any other character
+// becomes a question mark.
 std::string Run(const Machine& machine, std::wstring_view command)
 {
     std::string text;
@@ -67,7 +68,7 @@ extern "C" {
 
 std::FILE* _wpopen(const wchar_t* command, const wchar_t*)
 {
-    Call call(wpopen);
+    Call call(fn_wpopen);
     if (call.Fails()) return nullptr;
     const auto output = std::make_shared<Output>(command, Run(call.machine, command));
     call.machine.memory_handles[output->file()] = call.Open(output);
@@ -76,7 +77,7 @@ std::FILE* _wpopen(const wchar_t* command, const wchar_t*)
 
 int _pclose(std::FILE* output)
 {
-    Call call(pclose_);
+    Call call(fn_pclose);
     const auto found = call.machine.memory_handles.find(output);
     if (found == call.machine.memory_handles.end()) {
         call.machine.NoteMisuse("the output of a command is closed that is not open");

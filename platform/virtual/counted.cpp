@@ -3,30 +3,30 @@
 namespace virtual_pc {
 namespace {
 
-Function add_ref{"IUnknown::AddRef", Failing::never, Role::gives_back};
-Function release{"IUnknown::Release", Failing::never, Role::gives_back};
+Function fn_add_ref{"IUnknown::AddRef", Failing::never, Role::releases};
+Function fn_release{"IUnknown::Release", Failing::never, Role::releases};
 
 }  // namespace
 
-ULONG Counted::Add()
+ULONG Counted::AddRef()
 {
-    const Call call(add_ref);
-    Look(call);
+    const Call call(fn_add_ref);
+    CheckUsable(call);
     return ++m_count;
 }
 
-ULONG Counted::Give()
+ULONG Counted::Release()
 {
-    const Call call(release);
-    if (!Look(call)) return 0;
+    const Call call(fn_release);
+    if (!CheckUsable(call)) return 0;
     if (--m_count == 0) {
-        call.machine.com.Bury(call.machine.handles.FindShared(m_handle));
+        call.machine.com.KeepReleased(call.machine.handles.FindShared(m_handle));
         call.machine.handles.Close(m_handle);
     }
     return m_count;
 }
 
-bool Counted::Look(const Call& call) const
+bool Counted::CheckUsable(const Call& call) const
 {
     if (m_count > 0) return true;
     call.machine.NoteMisuse(std::string(Kind()) +

@@ -1,4 +1,4 @@
-// What stands behind the component objects that the machine itself hands out.
+// The base of the COM objects that the machine itself implements.
 #pragma once
 
 #include <memory>
@@ -11,25 +11,25 @@
 
 namespace virtual_pc {
 
-// An object that counts as handed out until its last reference is given back. A class derived from
-// it and from its interface lets AddRef and Release call Add and Give.
+// A COM object that counts as an open handle until its last reference is released. A derived class
+// implements an interface too, and forwards the interface's AddRef and Release to these.
 class Counted : public Object
 {
 public:
     // Both return the new count.
-    ULONG Add();
-    ULONG Give();
+    ULONG AddRef();
+    ULONG Release();
 
 protected:
-    // Whether the object may be used still; noted as misuse when not.
-    bool Look(const Call& call) const;
+    // False, and noted as misuse, when the last reference has been released.
+    bool CheckUsable(const Call& call) const;
 
     template <class Interface>
     HRESULT Answer(REFIID id, const IID& own, Interface* self, void** object)
     {
         *object = nullptr;
         if (id != own && id != IID_IUnknown) return E_NOINTERFACE;
-        Add();
+        AddRef();
         *object = self;
         return S_OK;
     }
@@ -53,13 +53,14 @@ T* HandOut(Machine& machine, Arguments&&... arguments)
     return handed;
 }
 
-// The beginning of an operation: the call, and why it is not to go on.
+// The Call of a method of a COM object.
 class Operation : public Call
 {
 public:
     explicit Operation(Function& function) : Call(function) {}
 
-    // S_OK, or what the operation returns at once.
+    // S_OK, or what the method must return at once: the code of a fault, or E_UNEXPECTED for an
+    // object that is not usable.
     HRESULT Refused(bool usable)
     {
         if (Fails()) return static_cast<HRESULT>(error());

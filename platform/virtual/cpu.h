@@ -7,7 +7,7 @@ namespace virtual_pc {
 
 struct Cpu
 {
-    // Twelve characters; that of the vendor the service is built for.
+    // Twelve characters; by default the vendor that the service is built for.
     std::string vendor = HOLV_CPU_VENDOR;
 };
 

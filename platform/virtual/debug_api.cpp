@@ -1,4 +1,5 @@
-// The debugger's ear. Its functions tell nobody of a failure: a fault drops the text, or raises.
+// Output to the debugger. The functions return nothing, so a fault drops the text or raises an
+// exception.
 
 #include <string>
 
@@ -9,8 +10,8 @@ using namespace virtual_pc;
 
 namespace {
 
-Function output_debug_string_w{"OutputDebugStringW"};
-Function output_debug_string_a{"OutputDebugStringA"};
+Function fn_output_debug_string_w{"OutputDebugStringW"};
+Function fn_output_debug_string_a{"OutputDebugStringA"};
 
 }  // namespace
 
@@ -18,14 +19,14 @@ extern "C" {
 
 void WINAPI OutputDebugStringW(LPCWSTR text)
 {
-    Call call(output_debug_string_w);
+    Call call(fn_output_debug_string_w);
     if (call.Fails() || !text) return;
     call.machine.outputs.Debug(call.thread.id, text);
 }
 
 void WINAPI OutputDebugStringA(LPCSTR text)
 {
-    Call call(output_debug_string_a);
+    Call call(fn_output_debug_string_a);
     if (call.Fails() || !text) return;
     std::wstring wide;
     for (const char* byte = text; *byte; ++byte) wide += static_cast<unsigned char>(*byte);

@@ -29,7 +29,7 @@ std::wstring DefaultPath(std::wstring id, const GUID& interface_class)
 }
 
 // "53 4E 53 4D 03 00 00 00"
-std::wstring Hex(std::span<const BYTE> bytes)
+std::wstring HexBytes(std::span<const BYTE> bytes)
 {
     constexpr std::wstring_view kDigits = L"0123456789ABCDEF";
     std::wstring text;
@@ -131,14 +131,14 @@ DWORD Device::Request(DWORD code, std::span<const BYTE> bytes)
     if (mode && error == NO_ERROR) m_mode = mode;
     if (!m_machine.journal.Listened()) return error;
     std::vector<std::pair<std::string_view, Value>> fields{
-        {"device", m_instance_id}, {"code", std::uint64_t{code}}, {"bytes", Hex(bytes)}};
+        {"device", m_instance_id}, {"code", std::uint64_t{code}}, {"bytes", HexBytes(bytes)}};
     if (mode) fields.emplace_back("mode", std::uint64_t{*mode});
     if (error != NO_ERROR) fields.emplace_back("error", std::uint64_t{error});
     m_machine.journal.Record("device request", std::move(fields));
     return error;
 }
 
-// --- All of them ---
+// --- All devices ---
 
 Device& Devices::Add(std::wstring_view instance_id)
 {

@@ -16,7 +16,7 @@ namespace virtual_pc {
 
 class Machine;
 
-// A request as it came in, and what the device answered: NO_ERROR or why it refused.
+// A request, and the answer of the device: NO_ERROR, or the error with which it refused.
 struct DeviceRequest
 {
     DWORD code;
@@ -38,14 +38,14 @@ public:
 
     const std::wstring& instance_id() const { return m_instance_id; }
 
-    // --- The side that a person or a test drives ---
+    // --- For scripts and tests ---
 
-    // Lets the driver offer an interface of a class, by the path that the system gives it unless
-    // one is named. One that is offered already stays as it is.
+    // Adds a device interface of a class; an empty `path` stands for the one that the system would
+    // make. A path that the device has already is left as it is.
     void AddInterface(const GUID& interface_class, std::wstring_view path = {});
 
-    // A device that is not present stays known. It is found only by who asks for absent ones too,
-    // cannot be opened, and answers nobody who has it open.
+    // An absent device stays known. Only enumerations without DIGCF_PRESENT list it, it cannot be
+    // opened, and requests through open handles fail.
     void SetPresent(bool present);
     bool Present() const;
 
@@ -55,10 +55,10 @@ public:
 
     // All requests since it was first plugged in, the refused ones too.
     std::vector<DeviceRequest> Requests() const;
-    // The last never-sleep mode that it took; nothing when there was none.
+    // The last never-sleep mode that it accepted; nothing when there was none.
     std::optional<DWORD> Mode() const;
 
-    // --- The machine's side ---
+    // --- For the platform functions ---
 
     std::vector<DeviceInterface> Interfaces() const;
     DWORD Open() const;
@@ -99,7 +99,7 @@ class Devices
 public:
     explicit Devices(Machine& machine) : m_machine(machine) {}
 
-    // Plugs a device in. One that was there before is the same again, with its interfaces.
+    // Plugs a device in. A known one becomes present again, with its interfaces.
     Device& Add(std::wstring_view instance_id);
     // The same for a device with the never-sleep driver, which offers its interface.
     Device& AddHolvDevice(std::wstring_view instance_id = LR"(ACPI\QRX5071\2&0)");
@@ -112,8 +112,8 @@ public:
     // none or it cannot be opened. With the machine held.
     std::shared_ptr<Object> OpenPath(std::wstring_view path, DWORD& error);
 
-    // Makes asking for the size of an interface's path succeed, where the system's own way is to
-    // fail for want of a buffer. Callers must take both.
+    // Makes a query for the size of an interface's path succeed. Windows fails it with
+    // ERROR_INSUFFICIENT_BUFFER; callers must cope with both.
     bool size_query_succeeds = false;
 
 private:

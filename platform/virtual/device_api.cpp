@@ -11,7 +11,7 @@ using namespace virtual_pc;
 
 namespace {
 
-// Codes that only this room gives.
+// Codes that only this file returns.
 constexpr DWORD kErrorNoMoreItems = 259;
 constexpr DWORD kErrorNoAccess = 998;
 constexpr DWORD kErrorInvalidUserBuffer = 1784;
@@ -20,27 +20,25 @@ constexpr CONFIGRET kInvalidFlag = 0x04;
 constexpr CONFIGRET kInvalidDevice = 0x05;
 constexpr CONFIGRET kBufferSmall = 0x1A;
 
-Function get_class_devs{"SetupDiGetClassDevsW"};
-Function destroy_device_info_list{"SetupDiDestroyDeviceInfoList", Failing::last_error,
-                                  Role::gives_back};
-Function enum_device_info{"SetupDiEnumDeviceInfo"};
-Function enum_device_interfaces{"SetupDiEnumDeviceInterfaces"};
-Function get_device_interface_detail{"SetupDiGetDeviceInterfaceDetailW"};
-Function get_device_id{"CM_Get_Device_IDW", Failing::status};
-Function device_io_control{"DeviceIoControl"};
-
-bool Same(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
+Function fn_get_class_devs{"SetupDiGetClassDevsW"};
+Function fn_destroy_device_info_list{"SetupDiDestroyDeviceInfoList", Failing::last_error,
+                                     Role::releases};
+Function fn_enum_device_info{"SetupDiEnumDeviceInfo"};
+Function fn_enum_device_interfaces{"SetupDiEnumDeviceInterfaces"};
+Function fn_get_device_interface_detail{"SetupDiGetDeviceInterfaceDetailW"};
+Function fn_get_device_id{"CM_Get_Device_IDW", Failing::status};
+Function fn_device_io_control{"DeviceIoControl"};
 
 class DeviceInfoSet final : public Object
 {
 public:
     std::string_view Kind() const override { return "device info set"; }
 
-    std::vector<DEVINST> devices;  // the place of each among all there ever were, from 1
+    std::vector<DEVINST> devices;  // the index of each among all known devices, from 1
     std::vector<DeviceInterface> interfaces;
 };
 
-// What the set holds, taken once: it does not follow what is plugged in or pulled later.
+// A snapshot: the set does not change when devices are plugged in or removed later.
 std::shared_ptr<DeviceInfoSet> TakeSet(const Devices& all, const GUID* interface_class, DWORD flags)
 {
     auto set = std::make_shared<DeviceInfoSet>();
@@ -50,7 +48,8 @@ std::shared_ptr<DeviceInfoSet> TakeSet(const Devices& all, const GUID* interface
         if ((flags & DIGCF_PRESENT) && !device->Present()) continue;
         std::size_t fitting = 0;
         for (DeviceInterface& offered : device->Interfaces()) {
-            if (!interface_class || !Same(offered.interface_class, *interface_class)) continue;
+            if (!interface_class || !IsEqualGUID(offered.interface_class, *interface_class))
+                continue;
             set->interfaces.push_back(std::move(offered));
             ++fitting;
         }
@@ -79,9 +78,9 @@ extern "C" {
 HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerator, HWND,
                                      DWORD flags)
 {
-    Call call(get_class_devs);
+    Call call(fn_get_class_devs);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
-    // A class is one of interfaces here; the PC's devices have no other.
+    // Only classes of interfaces are modelled, no setup classes.
     const DWORD kind = flags & ~DIGCF_PRESENT;
     const bool understood =
         interfaceClass ? kind == DIGCF_DEVICEINTERFACE : kind == DIGCF_ALLCLASSES;
@@ -94,7 +93,7 @@ HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerat
 
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set)
 {
-    Call call(destroy_device_info_list);
+    Call call(fn_destroy_device_info_list);
     if (call.Fails()) return FALSE;
     if (!call.Find<DeviceInfoSet>(set)) return FALSE;
     call.machine.handles.Close(set);
@@ -103,7 +102,7 @@ BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set)
 
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA device)
 {
-    Call call(enum_device_info);
+    Call call(fn_enum_device_info);
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
@@ -118,7 +117,7 @@ BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device
                                         const GUID* interfaceClass, DWORD index,
                                         PSP_DEVICE_INTERFACE_DATA deviceInterface)
 {
-    Call call(enum_device_interfaces);
+    Call call(fn_enum_device_interfaces);
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
@@ -127,8 +126,8 @@ BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
     // All of a set's interfaces are of one class.
-    const bool held =
-        !set->interfaces.empty() && Same(set->interfaces.front().interface_class, *interfaceClass);
+    const bool held = !set->interfaces.empty() &&
+                      IsEqualGUID(set->interfaces.front().interface_class, *interfaceClass);
     if (!held || index >= set->interfaces.size()) return call.Fail(kErrorNoMoreItems);
     *deviceInterface = {.cbSize = sizeof(*deviceInterface),
                         .InterfaceClassGuid = *interfaceClass,
@@ -142,7 +141,7 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO handle,
                                              PSP_DEVICE_INTERFACE_DETAIL_DATA_W detail, DWORD size,
                                              DWORD* required, PSP_DEVINFO_DATA device)
 {
-    Call call(get_device_interface_detail);
+    Call call(fn_get_device_interface_detail);
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
@@ -163,7 +162,7 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO handle,
 
 CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST device, PWSTR id, ULONG idCount, ULONG flags)
 {
-    Call call(get_device_id);
+    Call call(fn_get_device_id);
     if (call.Fails()) return call.error();
     if (!id) return kInvalidPointer;
     if (flags != 0) return kInvalidFlag;
@@ -178,9 +177,9 @@ CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST device, PWSTR id, ULONG idCount, ULON
 BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD inputSize, LPVOID, DWORD,
                             LPDWORD returned, OVERLAPPED* overlapped)
 {
-    Call call(device_io_control);
+    Call call(fn_device_io_control);
     if (!returned) {
-        // The system writes the count whatever comes, and the program ends there.
+        // Windows always writes the count, so a null pointer would end the program.
         call.machine.NoteMisuse("DeviceIoControl without a place for the count of bytes returned");
         return call.Fail(kErrorNoAccess);
     }

@@ -30,7 +30,7 @@ fs::path MakeOwnFolder()
 }
 
 // The names between a path's backslashes, after the drive. Slashes do as well, as on the real one.
-std::vector<std::wstring> NamesOf(std::wstring_view path)
+std::vector<std::wstring> PathParts(std::wstring_view path)
 {
     const auto refuse = [&](const char* why) {
         throw std::invalid_argument("\"" + ToUtf8(path) + "\" " + why);
@@ -52,7 +52,7 @@ std::vector<std::wstring> NamesOf(std::wstring_view path)
     return names;
 }
 
-// The folder's entry of that name in whatever letter case; the name as it is when there is none.
+// The folder's entry of that name in any letter case; the name as given when there is none.
 fs::path EntryOf(const fs::path& folder, const std::wstring& name)
 {
     fs::path exact = folder / ToUtf8(name);
@@ -82,7 +82,7 @@ fs::path Disk::HostPath(std::wstring_view path) const
 {
     const Hold hold(m_machine);
     fs::path host = m_folder;
-    for (const std::wstring& name : NamesOf(path)) host = EntryOf(host, name);
+    for (const std::wstring& name : PathParts(path)) host = EntryOf(host, name);
     return host;
 }
 
@@ -112,15 +112,14 @@ std::shared_ptr<PipeListener> Disk::Listen(std::wstring_view name)
     const Hold hold(m_machine);
     auto listener = std::make_shared<PipeListener>(std::wstring(name));
     const auto [place, fresh] = m_listeners.emplace(name, listener);
-    if (!fresh)
-        throw std::invalid_argument("somebody listens on pipe " + ToUtf8(name) + " already");
+    if (!fresh) throw std::invalid_argument("pipe " + ToUtf8(name) + " has a listener already");
     return listener;
 }
 
 void Disk::Hangup(const std::shared_ptr<PipeListener>& listener)
 {
     const Hold hold(m_machine);
-    // The name may be another listener's by now.
+    // After an earlier Hangup the name may belong to another listener.
     if (FindListener(listener->name()) == listener) m_listeners.erase(listener->name());
     listener->listening = false;
 }

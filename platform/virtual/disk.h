@@ -1,4 +1,4 @@
-// The disk C: as a folder of the host, and the named pipes that somebody listens on.
+// The disk C: as a folder of the host, and the named pipes that a script or a test listens on.
 #pragma once
 
 #include <cstdint>
@@ -16,18 +16,18 @@ namespace virtual_pc {
 
 class Machine;
 
-// The end of a pipe that a script or a test opens, to hear what the service writes. One writer is
-// connected at a time; the next may come when it has gone.
+// The listening end of a named pipe, opened by a script or a test to read what the service writes.
+// It has one writer at a time: the next can connect once that has closed its end.
 class PipeListener
 {
 public:
     explicit PipeListener(std::wstring name) : m_name(std::move(name)) {}
     const std::wstring& name() const { return m_name; }
-    // Everything heard so far.
+    // Everything written so far.
     std::string heard;
-    // Whether somebody has the other end open.
+    // Whether a writer has the other end open.
     bool connected = false;
-    // Until it is hung up.
+    // False after Hangup.
     bool listening = true;
 
 private:
@@ -51,8 +51,8 @@ public:
 
     // A file's bytes; nothing when it is not there.
     std::optional<std::string> Read(std::wstring_view path) const;
-    // Writes a file and the folders on its way. Throws std::runtime_error where the host does not
-    // let it.
+    // Writes a file and the folders on its way. Throws std::runtime_error when the host cannot
+    // write it.
     void Write(std::wstring_view path, std::string_view bytes);
 
     // A listener of \\.\pipe\NAME, until Hangup. Writers then get ERROR_NO_DATA.

@@ -35,12 +35,12 @@ public:
     const std::vector<EventRecord>& records() const { return m_records; }
     void Add(EventRecord record);
 
-    // A module on the PC's disk carries these message texts, in the message compiler's form, in
-    // place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
+    // Gives a module on the PC's disk the message texts of a file in the message compiler's form,
+    // in place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
     void AddMessageFile(std::wstring_view module_path, const std::filesystem::path& messages);
 
     // What the viewer shows: the message text with its insertions, found through the source's
-    // registration; or, where that leads nowhere, that the description cannot be found, and the
+    // registration; or, when that finds no text, that the description cannot be found, and the
     // insertion strings.
     std::wstring Text(const EventRecord& record) const;
     // The category's name, or its number in parentheses where no file names it; "None" for 0.

@@ -8,7 +8,7 @@ using namespace virtual_pc;
 
 namespace {
 
-// The log of this PC; others cannot be reached.
+// Only the log of this PC can be opened.
 constexpr DWORD kErrorServerUnavailable = 1722;
 
 class EventSource final : public Object
@@ -22,9 +22,9 @@ private:
     std::wstring m_name;
 };
 
-Function register_event_source{"RegisterEventSourceW"};
-Function deregister_event_source{"DeregisterEventSource", Failing::last_error, Role::gives_back};
-Function report_event{"ReportEventW"};
+Function fn_register_event_source{"RegisterEventSourceW"};
+Function fn_deregister_event_source{"DeregisterEventSource", Failing::last_error, Role::releases};
+Function fn_report_event{"ReportEventW"};
 
 }  // namespace
 
@@ -32,7 +32,7 @@ extern "C" {
 
 HANDLE WINAPI RegisterEventSourceW(LPCWSTR server, LPCWSTR source)
 {
-    Call call(register_event_source);
+    Call call(fn_register_event_source);
     if (call.Fails()) return nullptr;
     DWORD error = NO_ERROR;
     if (server && *server) error = kErrorServerUnavailable;
@@ -44,7 +44,7 @@ HANDLE WINAPI RegisterEventSourceW(LPCWSTR server, LPCWSTR source)
 
 BOOL WINAPI DeregisterEventSource(HANDLE log)
 {
-    Call call(deregister_event_source);
+    Call call(fn_deregister_event_source);
     if (call.Fails()) return FALSE;
     if (!call.Find<EventSource>(log)) return FALSE;
     call.machine.handles.Close(log);
@@ -54,7 +54,7 @@ BOOL WINAPI DeregisterEventSource(HANDLE log)
 BOOL WINAPI ReportEventW(HANDLE log, WORD type, WORD category, DWORD eventId, PSID,
                          WORD stringCount, DWORD dataSize, LPCWSTR* strings, LPVOID data)
 {
-    Call call(report_event);
+    Call call(fn_report_event);
     if (call.Fails()) return FALSE;
     const auto* source = call.Find<EventSource>(log);
     if (!source) return FALSE;

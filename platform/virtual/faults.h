@@ -18,21 +18,22 @@ namespace virtual_pc {
 enum class Failing
 {
     never,       // it cannot fail
-    last_error,  // a result that says so, and the thread's last error (31, a device not working)
-    status,      // a Win32 code as its result (31)
+    last_error,  // a result, and the thread's last error (ERROR_GEN_FAILURE)
+    status,      // a Win32 code as its result (ERROR_GEN_FAILURE)
     hresult,     // an HRESULT as its result (E_FAIL)
 };
 
-// What a function is to the machine besides its failures.
+// Whether a function may end its thread.
 enum class Role
 {
     ordinary,
-    // It gives something back, so that destructors call it: it never ends its thread.
-    gives_back,
+    // It releases something, so destructors call it while a thread unwinds: it never ends its
+    // thread.
+    releases,
 };
 
-// A platform function: its name and what the machine keeps about it. One constant each, beside the
-// function's code.
+// A platform function: its name and what the machine keeps about it. Each function has one such
+// constant, beside its code.
 class Function
 {
 public:
@@ -46,7 +47,7 @@ public:
     Role role() const { return m_role; }
     DWORD DefaultError() const;
 
-    // By name; null for a name that no function bears.
+    // By name; null when no function has it.
     static Function* Find(std::string_view name);
     static const std::vector<Function*>& All();
 
@@ -56,8 +57,7 @@ private:
     const char* m_name;
     Failing m_failing;
     Role m_role;
-    // The machine's, reset with each new machine and changed with it held; any thread reads the
-    // count.
+    // Reset by each new machine, and changed with that held; any thread may read the count.
     std::atomic<std::uint64_t> m_calls = 0;
     bool m_faulty = false;
 };
@@ -88,23 +88,23 @@ public:
 
     static constexpr std::uint64_t kAlways = UINT64_MAX;
 
-    // Replaces what was set for the function. The text of an error when there is no such function
-    // or it cannot fail; nothing on success.
+    // Sets the fault of a function, in place of an earlier one. Returns the text of an error when
+    // there is no such function or it cannot fail; nothing on success.
     std::optional<std::string> Set(std::string_view function, const Fault& fault);
     void Clear(std::string_view function);
     void ClearAll();
 
     // Fails the n-th call (from 1) of any function that can fail, counted from now; 0 for none.
     void FailNth(std::uint64_t n);
-    // How many such calls there were since FailNth.
+    // How many calls of functions that can fail there were since FailNth.
     std::uint64_t fallible_calls() const { return m_fallible_calls; }
-    // The function that FailNth made fail, null when it has not come to it.
+    // The function that FailNth made fail; null before that call.
     const Function* failed() const { return m_failed; }
 
     // Calls of a function since the machine was switched on.
     std::uint64_t CallsOf(std::string_view function) const;
 
-    // The machine's side: counts the call and tells the error it is to fail with, if any.
+    // For Call: counts the call, and returns the error that it must fail with, if any.
     std::optional<DWORD> OnCall(Function& function);
 
 private:

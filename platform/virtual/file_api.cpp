@@ -22,18 +22,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Codes that only this room gives.
+// Codes that only this file returns.
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
 constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
 
 constexpr const wchar_t* kProgramData = LR"(C:\ProgramData)";
 
-// The standard output is the same for every process and is not counted among the open handles; the
-// table never gives out a number as low as this.
+// The handle of the standard output: the same for every process, and not counted as open. The
+// numbers of the handle table begin above it.
 const HANDLE kConsole = reinterpret_cast<HANDLE>(std::uintptr_t{7});
 
-// What the host's errors are on the PC; any other is a device that does not work.
+// The Win32 codes of the host's errors; any other error becomes ERROR_GEN_FAILURE.
 constexpr std::pair<int, DWORD> kErrors[] = {
     {ENOENT, ERROR_FILE_NOT_FOUND}, {ENOTDIR, ERROR_PATH_NOT_FOUND}, {EEXIST, ERROR_ALREADY_EXISTS},
     {EACCES, ERROR_ACCESS_DENIED},  {EISDIR, ERROR_ACCESS_DENIED},   {EROFS, ERROR_ACCESS_DENIED},
@@ -46,7 +46,7 @@ DWORD ErrorOf(int host_error)
     return row != std::end(kErrors) ? row->second : ERROR_GEN_FAILURE;
 }
 
-// --- What can be written to ---
+// --- Files and pipes ---
 
 class Writable : public Object
 {
@@ -55,7 +55,7 @@ public:
     std::wstring Name() const override { return m_name; }
     bool MayWrite() const { return (m_access & GENERIC_WRITE) != 0; }
 
-    // Takes as many bytes as it can and tells how many in `written`. Returns an error code.
+    // Writes as many bytes as it can and sets `written` to their number. Returns an error code.
     virtual DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) = 0;
 
 protected:
@@ -158,8 +158,8 @@ bool StartsWith(std::wstring_view text, std::wstring_view beginning)
     return !before(start, std::wstring(beginning)) && !before(std::wstring(beginning), start);
 }
 
-// The host's place of a path; nothing, with the last error set, for a path that is not on the disk
-// or whose folder is missing.
+// The host's path of a path on the PC; nothing, with the last error set, for a path that is not on
+// the disk or whose folder is missing.
 std::optional<fs::path> HostPlace(Call& call, LPCWSTR path)
 {
     try {
@@ -184,8 +184,8 @@ HANDLE OpenPipe(Call& call, std::wstring_view path, DWORD access)
     return call.Open(std::make_shared<PipeEnd>(std::move(name), access, std::move(listener)));
 }
 
-// Names outside the disks, and who opens them: the first row whose beginning fits; the devices
-// themselves where none does.
+// Opens a name outside the disks, by the first row whose beginning fits; a name that fits no row is
+// opened as a device.
 struct DeviceNames
 {
     std::wstring_view beginning;
@@ -203,7 +203,7 @@ HANDLE OpenDevice(Call& call, std::wstring_view path, DWORD access)
     return device ? call.Open(std::move(device)) : FailToOpen(call, error);
 }
 
-// What a disposition asks of the host, and whether the last error tells if the file was there.
+// The host's flags for a disposition, and whether the last error then says if the file existed.
 struct Disposition
 {
     DWORD disposition;
@@ -231,21 +231,21 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
 }
 
 // A copy of the text for the caller, who frees it with CoTaskMemFree.
-PWSTR HandOut(Call& call, std::wstring_view text)
+PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
 {
     void* memory = Allocate(call, (text.size() + 1) * sizeof(wchar_t), "task memory");
     text.copy(static_cast<wchar_t*>(memory), text.size());
     return static_cast<PWSTR>(memory);
 }
 
-Function create_file{"CreateFileW"};
-Function write_file{"WriteFile"};
-Function set_file_pointer{"SetFilePointer"};
-Function flush_file_buffers{"FlushFileBuffers"};
-Function create_directory{"CreateDirectoryW"};
-Function get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
-Function get_std_handle{"GetStdHandle"};
-Function wide_char_to_multi_byte{"WideCharToMultiByte"};
+Function fn_create_file{"CreateFileW"};
+Function fn_write_file{"WriteFile"};
+Function fn_set_file_pointer{"SetFilePointer"};
+Function fn_flush_file_buffers{"FlushFileBuffers"};
+Function fn_create_directory{"CreateDirectoryW"};
+Function fn_get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
+Function fn_get_std_handle{"GetStdHandle"};
+Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
 
 }  // namespace
 
@@ -254,7 +254,7 @@ extern "C" {
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUTES,
                           DWORD disposition, DWORD, HANDLE)
 {
-    Call call(create_file);
+    Call call(fn_create_file);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     if (StartsWith(path, LR"(\\.\)") || StartsWith(path, LR"(\\?\)")) {
         return OpenDevice(call, path, access);
@@ -265,7 +265,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUT
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
                       OVERLAPPED* overlapped)
 {
-    Call call(write_file);
+    Call call(fn_write_file);
     if (!written || overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
     *written = 0;
     if (call.Fails()) return FALSE;
@@ -285,7 +285,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
 
 DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD method)
 {
-    Call call(set_file_pointer);
+    Call call(fn_set_file_pointer);
     if (call.Fails()) return INVALID_SET_FILE_POINTER;
     const auto fail = [&](DWORD error) {
         call.Fail(error);
@@ -299,7 +299,7 @@ DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DW
     if (method == FILE_END) from = static_cast<std::int64_t>(file->Size());
     std::int64_t by = distance;
     if (distanceHigh) by = std::int64_t{*distanceHigh} << 32 | static_cast<DWORD>(distance);
-    // Without a place for its high half a position must fit the low one.
+    // Without distanceHigh the new position must fit in 32 bits.
     const std::int64_t most = distanceHigh ? INT64_MAX : std::int64_t{UINT32_MAX};
     if (from + std::min<std::int64_t>(by, 0) < 0) return fail(kErrorNegativeSeek);
     if (by > most - from) return fail(ERROR_INVALID_PARAMETER);
@@ -307,25 +307,25 @@ DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DW
     file->MoveTo(static_cast<std::uint64_t>(to));
     if (distanceHigh) *distanceHigh = static_cast<LONG>(to >> 32);
     const auto low = static_cast<DWORD>(to);
-    // A position whose low half looks like the failure is told from it by the last error.
+    // The low half of a valid position may equal the failure; the last error tells them apart.
     if (low == INVALID_SET_FILE_POINTER) call.thread.last_error = NO_ERROR;
     return low;
 }
 
 BOOL WINAPI FlushFileBuffers(HANDLE file)
 {
-    Call call(flush_file_buffers);
+    Call call(fn_flush_file_buffers);
     if (call.Fails()) return FALSE;
     const auto* target = call.Find<Writable>(file);
     if (!target) return FALSE;
-    // What was written is on the PC's disk already: its files survive the PC, and nothing more is
-    // promised of the host's.
+    // WriteFile has put the bytes into the host's file already, and that outlives the PC. Losses of
+    // the host itself are not modelled.
     return target->MayWrite() ? TRUE : call.Fail(ERROR_ACCESS_DENIED);
 }
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 {
-    Call call(create_directory);
+    Call call(fn_create_directory);
     if (call.Fails()) return FALSE;
     const std::optional<fs::path> host = HostPlace(call, path);
     if (!host) return FALSE;
@@ -335,7 +335,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 
 HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE, PWSTR* path)
 {
-    Call call(get_known_folder_path);
+    Call call(fn_get_known_folder_path);
     *path = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     if (std::memcmp(&folder, &FOLDERID_ProgramData, sizeof(GUID)) != 0) return kNoSuchFolder;
@@ -343,13 +343,13 @@ HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE
     std::error_code error;
     if (flags & KF_FLAG_CREATE) fs::create_directories(host, error);
     if (!fs::is_directory(host, error)) return kNoSuchFolder;
-    *path = HandOut(call, kProgramData);
+    *path = CopyToTaskMemory(call, kProgramData);
     return S_OK;
 }
 
 HANDLE WINAPI GetStdHandle(DWORD which)
 {
-    Call call(get_std_handle);
+    Call call(fn_get_std_handle);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     return which == STD_OUTPUT_HANDLE ? kConsole : FailToOpen(call, ERROR_INVALID_HANDLE);
 }
@@ -357,7 +357,7 @@ HANDLE WINAPI GetStdHandle(DWORD which)
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount, LPSTR bytes,
                                int bytesCount, LPCSTR defaultChar, BOOL* usedDefault)
 {
-    Call call(wide_char_to_multi_byte);
+    Call call(fn_wide_char_to_multi_byte);
     if (call.Fails()) return 0;
     const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
     if (!understood || !wide || wideCount == 0 || wideCount < -1 || bytesCount < 0) {

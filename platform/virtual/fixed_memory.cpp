@@ -8,7 +8,7 @@
 namespace virtual_pc {
 namespace {
 
-// Where nothing else lies by itself, with and without the sanitizers. Pages cost nothing until they
+// A range that is free by default, with and without the sanitizers. Pages cost nothing until they
 // are used.
 constexpr std::uintptr_t kBegin = 0x40000000;
 constexpr std::size_t kSize = 0x20000000;
@@ -24,7 +24,7 @@ void* Map(int flags)
 FixedMemory::FixedMemory()
 {
     void* memory = Map(MAP_FIXED_NOREPLACE);
-    // Taken after all: any place will do, for all but the sameness of addresses.
+    // The range is taken: use any other one. Only the addresses differ between runs then.
     if (memory == MAP_FAILED) memory = Map(0);
     if (memory == MAP_FAILED) throw std::bad_alloc();
     m_begin = static_cast<std::byte*>(memory);

@@ -1,12 +1,12 @@
-// Memory whose addresses are the same in every run, for what a program may print the address of.
+// Memory whose addresses are the same in every run, for objects whose address a program may print.
 #pragma once
 
 #include <cstddef>
 
 namespace virtual_pc {
 
-// Pieces are given out one after the other and come back all at once, with the memory itself: an
-// address is never used twice. With the machine held.
+// Pieces are allocated one after the other, and freed all at once with the memory itself, so that
+// no address is used twice. With the machine held.
 class FixedMemory
 {
 public:

@@ -23,11 +23,11 @@ public:
     virtual std::string_view Kind() const = 0;
     virtual std::wstring Name() const { return {}; }
 
-    // Called when a handle to it is closed, before the table lets go of it.
+    // Called when a handle to it is closed, before the table drops its reference.
     virtual void Closed() {}
 };
 
-// What a process left open when it ended.
+// An object that is open, or that a process left open when it ended.
 struct LeftOpen
 {
     std::string kind;
@@ -40,7 +40,7 @@ struct LeftOpen
 class HandleTable
 {
 public:
-    // The new handle belongs to `owner`, or to whoever drives the machine when that is null.
+    // The new handle belongs to `owner`, or to the driver when that is null.
     HANDLE Open(std::shared_ptr<Object> object, Process* owner);
 
     // The object, or null when the handle is not open.
@@ -53,10 +53,10 @@ public:
     // Whether a handle was handed out once and has been closed since.
     bool IsStale(HANDLE handle) const;
 
-    // Closes what a process still holds and tells what it was.
+    // Closes what a process still has open, and returns a list of it.
     std::vector<LeftOpen> CloseAllOf(Process* owner);
 
-    // What is open now.
+    // The objects that are open now.
     std::vector<LeftOpen> List() const;
 
 private:

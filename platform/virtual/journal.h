@@ -1,4 +1,4 @@
-// What the machine does, effect by effect, for whoever listens: the story, the trace, a test.
+// The effects of what the machine does, for listeners: the story, the trace, a test.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +15,13 @@ namespace virtual_pc {
 
 using Value = std::variant<std::int64_t, std::uint64_t, bool, std::wstring>;
 
-// One thing that happened. `kind` and the names of the fields are literals; each room documents
-// its own at the place where it records them.
+// One thing that happened. `kind` and the names of the fields are literals; each facet documents
+// its own where it records them.
 struct Effect
 {
     Instant at;
     CalendarTime clock;
-    DWORD thread;  // the thread that caused it; 0 for the machine itself or whoever drives it
+    DWORD thread;  // the thread that caused it; 0 for the machine itself or its driver
     std::string_view kind;
     std::vector<std::pair<std::string_view, Value>> fields;
 
@@ -39,11 +39,11 @@ public:
 
     using Listener = std::function<void(const Effect&)>;
 
-    // Listeners run on the thread that causes the effect, with the machine held: they look and
-    // remember, and call nothing that blocks.
+    // Listeners run on the thread that causes the effect, with the machine held, and must not
+    // block.
     void Listen(Listener listener) { m_listeners.push_back(std::move(listener)); }
 
-    // Asked before the fields of an effect are put together, which costs more than most effects.
+    // Checked before the fields of an effect are put together, when that is costly.
     bool Listened() const { return !m_listeners.empty(); }
 
     void Record(std::string_view kind, std::vector<std::pair<std::string_view, Value>> fields = {});

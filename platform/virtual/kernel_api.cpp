@@ -28,7 +28,7 @@ public:
         m_period = period;
         m_resume = resume;
         Scheduler& scheduler = Machine::Current().scheduler;
-        // What is due already is signalled at once; the periods count from here.
+        // A time that has passed signals the timer at once, and the periods count from now.
         if (due <= scheduler.now()) {
             Disarm();
             Signal();
@@ -68,24 +68,24 @@ Instant DeadlineOf(const Machine& machine, DWORD milliseconds)
     return machine.now() + std::chrono::milliseconds{milliseconds};
 }
 
-Function create_event{"CreateEventW"};
-Function set_event{"SetEvent"};
-Function reset_event{"ResetEvent"};
-Function create_waitable_timer{"CreateWaitableTimerW"};
-Function set_waitable_timer{"SetWaitableTimer"};
-Function cancel_waitable_timer{"CancelWaitableTimer"};
-Function wait_for_single_object{"WaitForSingleObject"};
-Function wait_for_multiple_objects{"WaitForMultipleObjects"};
-Function sleep_{"Sleep", Failing::never};
-Function create_thread{"CreateThread"};
-Function close_handle{"CloseHandle", Failing::last_error, Role::gives_back};
-Function get_current_process_id{"GetCurrentProcessId", Failing::never};
-Function get_tick_count{"GetTickCount64", Failing::never};
-Function get_local_time{"GetLocalTime", Failing::never};
-Function get_version{"GetVersion", Failing::never};
-Function get_version_ex{"GetVersionExW"};
-Function get_system_times{"GetSystemTimes"};
-Function tls_alloc{"TlsAlloc"};
+Function fn_create_event{"CreateEventW"};
+Function fn_set_event{"SetEvent"};
+Function fn_reset_event{"ResetEvent"};
+Function fn_create_waitable_timer{"CreateWaitableTimerW"};
+Function fn_set_waitable_timer{"SetWaitableTimer"};
+Function fn_cancel_waitable_timer{"CancelWaitableTimer"};
+Function fn_wait_for_single_object{"WaitForSingleObject"};
+Function fn_wait_for_multiple_objects{"WaitForMultipleObjects"};
+Function fn_sleep{"Sleep", Failing::never};
+Function fn_create_thread{"CreateThread"};
+Function fn_close_handle{"CloseHandle", Failing::last_error, Role::releases};
+Function fn_get_current_process_id{"GetCurrentProcessId", Failing::never};
+Function fn_get_tick_count{"GetTickCount64", Failing::never};
+Function fn_get_local_time{"GetLocalTime", Failing::never};
+Function fn_get_version{"GetVersion", Failing::never};
+Function fn_get_version_ex{"GetVersionExW"};
+Function fn_get_system_times{"GetSystemTimes"};
+Function fn_tls_alloc{"TlsAlloc"};
 
 }  // namespace
 
@@ -96,7 +96,7 @@ void WINAPI SetLastError(DWORD error) { Thread::Self()->last_error = error; }
 
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCWSTR)
 {
-    Call call(create_event);
+    Call call(fn_create_event);
     if (call.Fails()) return nullptr;
     auto event = std::make_shared<Event>(ResetOf(manualReset));
     if (initialState) event->Signal();
@@ -105,7 +105,7 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initial
 
 BOOL WINAPI SetEvent(HANDLE handle)
 {
-    Call call(set_event);
+    Call call(fn_set_event);
     if (call.Fails()) return FALSE;
     Event* event = call.Find<Event>(handle);
     if (!event) return FALSE;
@@ -115,7 +115,7 @@ BOOL WINAPI SetEvent(HANDLE handle)
 
 BOOL WINAPI ResetEvent(HANDLE handle)
 {
-    Call call(reset_event);
+    Call call(fn_reset_event);
     if (call.Fails()) return FALSE;
     Event* event = call.Find<Event>(handle);
     if (!event) return FALSE;
@@ -125,7 +125,7 @@ BOOL WINAPI ResetEvent(HANDLE handle)
 
 HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCWSTR)
 {
-    Call call(create_waitable_timer);
+    Call call(fn_create_waitable_timer);
     if (call.Fails()) return nullptr;
     return call.Open(std::make_shared<Timer>(ResetOf(manualReset)));
 }
@@ -133,13 +133,13 @@ HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCW
 BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG period, PTIMERAPCROUTINE,
                              LPVOID, BOOL resume)
 {
-    Call call(set_waitable_timer);
+    Call call(fn_set_waitable_timer);
     if (call.Fails()) return FALSE;
     Timer* timer = call.Find<Timer>(handle);
     if (!timer) return FALSE;
     if (!due || period < 0) return call.Fail(ERROR_INVALID_PARAMETER);
     const Duration time{due->QuadPart};
-    // The machine's calendar is local time, and its UTC is the same.
+    // The machine has no time zone: its UTC is its local time.
     const Instant when = time < Duration::zero()
                              ? call.machine.now() - time
                              : call.machine.now() + (time - call.machine.clock());
@@ -149,7 +149,7 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
 
 BOOL WINAPI CancelWaitableTimer(HANDLE handle)
 {
-    Call call(cancel_waitable_timer);
+    Call call(fn_cancel_waitable_timer);
     if (call.Fails()) return FALSE;
     Timer* timer = call.Find<Timer>(handle);
     if (!timer) return FALSE;
@@ -159,7 +159,7 @@ BOOL WINAPI CancelWaitableTimer(HANDLE handle)
 
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
-    Call call(wait_for_single_object);
+    Call call(fn_wait_for_single_object);
     if (call.Fails()) return WAIT_FAILED;
     auto object = call.FindShared<Waitable>(handle);
     if (!object) return WAIT_FAILED;
@@ -170,7 +170,7 @@ DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll,
                                     DWORD milliseconds)
 {
-    Call call(wait_for_multiple_objects);
+    Call call(fn_wait_for_multiple_objects);
     if (call.Fails()) return WAIT_FAILED;
     if (count == 0 || count > MAXIMUM_WAIT_OBJECTS) {
         call.Fail(ERROR_INVALID_PARAMETER);
@@ -188,7 +188,7 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wai
 
 void WINAPI Sleep(DWORD milliseconds)
 {
-    Call call(sleep_);
+    Call call(fn_sleep);
     if (milliseconds == 0) return call.machine.scheduler.Yield(call.thread);
     Waitable::WaitFor(call.machine, call.thread, {}, false, DeadlineOf(call.machine, milliseconds));
 }
@@ -196,7 +196,7 @@ void WINAPI Sleep(DWORD milliseconds)
 HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start,
                            LPVOID parameter, DWORD, LPDWORD threadId)
 {
-    Call call(create_thread);
+    Call call(fn_create_thread);
     if (call.Fails()) return nullptr;
     Process& process = call.process();
     const auto thread = process.StartThread(call.machine, [=, &process]() -> DWORD {
@@ -210,7 +210,7 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE
 
 BOOL WINAPI CloseHandle(HANDLE handle)
 {
-    Call call(close_handle);
+    Call call(fn_close_handle);
     if (call.Fails()) return FALSE;
     if (!call.Find<Object>(handle)) return FALSE;
     call.machine.handles.Close(handle);
@@ -221,26 +221,26 @@ DWORD WINAPI GetCurrentThreadId() { return Thread::Self()->id; }
 
 DWORD WINAPI GetCurrentProcessId()
 {
-    const Call call(get_current_process_id);
+    const Call call(fn_get_current_process_id);
     return call.thread.process ? call.thread.process->id() : 0;
 }
 
 ULONGLONG WINAPI GetTickCount64()
 {
-    const Call call(get_tick_count);
+    const Call call(fn_get_tick_count);
     return static_cast<ULONGLONG>(
         std::chrono::floor<std::chrono::milliseconds>(call.machine.now()).count());
 }
 
 void WINAPI GetLocalTime(SYSTEMTIME* time)
 {
-    const Call call(get_local_time);
+    const Call call(fn_get_local_time);
     *time = FromCalendar(call.machine.clock());
 }
 
 BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user)
 {
-    Call call(get_system_times);
+    Call call(fn_get_system_times);
     if (call.Fails()) return FALSE;
     const Processor::Times times = call.machine.processor.times();
     const auto give = [](FILETIME* to, Duration time) {
@@ -256,13 +256,13 @@ BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user)
 
 DWORD WINAPI GetVersion()
 {
-    const Call call(get_version);
+    const Call call(fn_get_version);
     return call.machine.os_version;
 }
 
 BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version)
 {
-    Call call(get_version_ex);
+    Call call(fn_get_version_ex);
     if (call.Fails()) return FALSE;
     if (version->dwOSVersionInfoSize != sizeof(*version))
         return call.Fail(ERROR_INSUFFICIENT_BUFFER);
@@ -274,7 +274,7 @@ BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version)
 
 DWORD WINAPI TlsAlloc()
 {
-    Call call(tls_alloc);
+    Call call(fn_tls_alloc);
     if (call.Fails()) return TLS_OUT_OF_INDEXES;
     return call.process().tls_slots++;
 }

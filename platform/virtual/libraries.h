@@ -1,4 +1,4 @@
-// Libraries that programs load. A program's own library is a handful of functions of the host.
+// Libraries that programs load: tables of functions of the host.
 #pragma once
 
 #include <map>
@@ -17,7 +17,7 @@ struct Libraries
 
     // What LoadLibraryW finds, by full path.
     std::map<std::wstring, Functions, NoCase> on_disk;
-    // The names of those that are in every process already.
+    // The names that GetModuleHandleW finds in every process.
     std::vector<std::wstring> resident;
 };
 

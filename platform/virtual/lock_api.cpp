@@ -10,15 +10,15 @@ using namespace virtual_pc;
 
 namespace {
 
-// Who waits for which lock. With the machine held. Kept here and not in the lock, whose layout is
-// the platform's.
+// The threads that wait for each lock, longest first. With the machine held. Kept here, because the
+// platform fixes the layout of the lock.
 std::map<const CRITICAL_SECTION*, std::vector<Thread*>>& LockWaiters()
 {
     static std::map<const CRITICAL_SECTION*, std::vector<Thread*>> waiters;
     return waiters;
 }
 
-// A thread's place among those who wait for a lock.
+// Counts a thread among those that wait for a lock, for as long as it exists.
 class LockWait
 {
 public:
@@ -50,7 +50,7 @@ HANDLE OwnerOf(const Thread& thread)
     return reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(thread.id));
 }
 
-// The initialisations under way, each with what its late-comers wait for.
+// An initialisation under way; other threads wait for it.
 class Once final : public Waitable
 {
 public:
@@ -65,22 +65,22 @@ std::map<INIT_ONCE*, std::shared_ptr<Once>>& Onces()
 
 const PVOID kDone = reinterpret_cast<PVOID>(std::uintptr_t{2});
 
-Function initialize_critical_section{"InitializeCriticalSectionAndSpinCount"};
-Function enter_critical_section{"EnterCriticalSection", Failing::never};
-Function leave_critical_section{"LeaveCriticalSection", Failing::never, Role::gives_back};
-Function init_once{"InitOnceExecuteOnce"};
+Function fn_initialize_critical_section{"InitializeCriticalSectionAndSpinCount"};
+Function fn_enter_critical_section{"EnterCriticalSection", Failing::never};
+Function fn_leave_critical_section{"LeaveCriticalSection", Failing::never, Role::releases};
+Function fn_init_once{"InitOnceExecuteOnce"};
 
 }  // namespace
 
 extern "C" {
 
-// Static objects make and delete their locks while an image is loaded and unloaded, or before
-// there is a machine at all: neither needs it.
+// Without a Call: static objects create and delete their locks while an image is loaded or
+// unloaded, or when there is no machine.
 void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section) { *section = {}; }
 
 BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD)
 {
-    Call call(initialize_critical_section);
+    Call call(fn_initialize_critical_section);
     *section = {};
     return !call.Fails();
 }
@@ -95,18 +95,19 @@ void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section)
 
 void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
 {
-    Call call(enter_critical_section);
+    Call call(fn_enter_critical_section);
     const HANDLE self = OwnerOf(call.thread);
     if (section->RecursionCount > 0 && section->OwningThread == self) {
         ++section->RecursionCount;
         return;
     }
-    // Whoever comes first takes a lock that is let go of, as with the real one: a waiter is only
-    // told to look again.
+    // A released lock goes to the first thread that tries to take it, as on Windows: a waiter is
+    // woken only to try again.
     while (section->RecursionCount > 0) {
         const LockWait waiting(section, call.thread);
         call.machine.scheduler.Block(call.thread);
-        if (call.thread.ends) return;  // unwinding: without the lock, which its leave forgives
+        if (call.thread.ends)
+            return;  // unwinding, without the lock; LeaveCriticalSection allows for that
     }
     section->OwningThread = self;
     section->RecursionCount = 1;
@@ -114,7 +115,7 @@ void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
 
 void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section)
 {
-    Call call(leave_critical_section);
+    Call call(fn_leave_critical_section);
     if (section->RecursionCount == 0 || section->OwningThread != OwnerOf(call.thread)) {
         if (call.thread.ends) return;
         call.machine.NoteMisuse("a critical section is left by a thread that does not have it");
@@ -134,7 +135,7 @@ BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID p
     Machine& machine = Machine::Current();
     std::shared_ptr<Once> mine;
     {
-        Call call(init_once);
+        Call call(fn_init_once);
         if (call.Fails()) return FALSE;
         while (once->Ptr != kDone) {
             std::shared_ptr<Once>& running = Onces()[once];

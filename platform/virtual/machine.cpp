@@ -56,7 +56,7 @@ Machine::Machine(const Options& options)
 Machine::~Machine()
 {
     {
-        // Asleep, nobody could end.
+        // No thread of a sleeping machine could run to its end.
         const Hold hold(*this);
         scheduler.GoOn();
     }
@@ -96,13 +96,13 @@ void Machine::ShiftClock(Duration by)
 void Machine::RunFor(Duration duration)
 {
     const Hold hold(*this);
-    scheduler.Live(now() + duration, {});
+    scheduler.RunMachine(now() + duration, {});
 }
 
 bool Machine::RunUntil(const std::function<bool()>& condition, Duration max)
 {
     const Hold hold(*this);
-    return scheduler.Live(max == Duration::max() ? kNever : now() + max, condition);
+    return scheduler.RunMachine(max == Duration::max() ? kNever : now() + max, condition);
 }
 
 void Machine::RunUntilEnd(const Process& process)
@@ -137,7 +137,7 @@ void Machine::Install(const Image& image)
     const Hold hold(*this);
     std::erase_if(m_programs, [&](const Program& known) { return known.image.path == image.path; });
     m_programs.push_back({image, {}});
-    disk.Write(image.path, "MZ");  // nothing on the PC looks into it
+    disk.Write(image.path, "MZ");  // nothing on the PC reads it
     if (image.resources.empty()) return;
     event_log.AddMessageFile(image.path, image.resources / "HOLVService.mc");
     com.type_libraries.Add(image.path, image.resources.parent_path() / "api" / "HOLVAgentLib.idl");
@@ -162,17 +162,17 @@ Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view comma
     return &Begin(*found, command_line, std::move(launch));
 }
 
-Process* Machine::StartMeant(std::wstring_view command_line, std::optional<Launch> launch,
-                             DWORD& error)
+Process* Machine::StartCommandLine(std::wstring_view command_line, std::optional<Launch> launch,
+                                   DWORD& error)
 {
     const Hold hold(*this);
     error = ERROR_FILE_NOT_FOUND;
-    for (const std::wstring& path : ProgramsMeant(command_line)) {
+    for (const std::wstring& path : CandidatePrograms(command_line)) {
         std::optional<std::string> file;
         try {
             file = disk.Read(path);
         } catch (const std::invalid_argument&) {
-            // A name that lies nowhere on the disk.
+            // Not a path on the disk.
         }
         if (!file) continue;
         Process* process = StartInstalled(path, command_line, std::move(launch));

@@ -1,4 +1,4 @@
-// The virtual PC, from the side that a person or a test drives.
+// The virtual PC, as scripts and tests drive it.
 //
 //     Machine pc;
 //     pc.registry.SetDword(LR"(HKLM\Software\Orbeq\Holv\User)", L"MuteAudio", 1);
@@ -6,9 +6,9 @@
 //     pc.RunFor(30min);
 //     pc.RunUntilEnd(service);
 //
-// One machine exists at a time in a host process. The host thread that makes it drives it: while
-// that thread acts, the machine's threads stand still (deterministic mode) or run on at a standing
-// clock (free mode); the clock moves inside the Run operations.
+// One machine exists at a time in a host process. The host thread that makes it is its driver:
+// while the driver acts, the machine's threads stand still (deterministic mode) or run on at a
+// standing clock (free mode); the clock moves inside the Run operations.
 #pragma once
 
 #include <atomic>
@@ -53,7 +53,7 @@ class Thread;
 
 class Machine
 {
-    // First, so that they outlive every room and every thread.
+    // First, so that they outlive every facet and every thread.
     std::optional<OneCore> m_one_core;  // unless threads run free
     mutable std::mutex m_mutex;
 
@@ -74,31 +74,33 @@ public:
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
 
-    // The machine there is; there must be one.
+    // The machine that exists; there must be one.
     static Machine& Current();
     static bool Exists();
 
     // --- Time ---
     Instant now() const { return scheduler.now(); }
     CalendarTime clock() const { return m_switched_on_at + now(); }
-    // Sets the clock to a local time, as a user does, which is announced.
+    // Sets the clock to a local time and announces that, as when a user sets it.
     void SetClock(CalendarTime local);
-    // Moves it, as daylight saving does at its start and end, which is not.
+    // Moves the clock without an announcement, as daylight saving does at its start and end.
     void ShiftClock(Duration by);
 
-    // Lets the machine live for a time.
+    // Runs the machine for a time.
     void RunFor(Duration duration);
-    // Lets it live until `condition` holds, which is asked whenever nobody can run, or `max` has
-    // passed. True when it held. Throws StuckMachine when it can never hold any more.
+    // Runs it until `condition`, which is checked whenever all threads are blocked, holds, or `max`
+    // has passed. Returns whether it held. Throws StuckMachine when all threads are blocked for
+    // ever.
     bool RunUntil(const std::function<bool()>& condition, Duration max = Duration::max());
     void RunUntilEnd(const Process& process);
-    // Lets everybody run who can, at a standing clock.
+    // Runs the threads that can run, until all are blocked, without moving the clock.
     void Settle() { RunFor(Duration{0}); }
 
     // --- The power switch ---
     // Starts the services that start by themselves, as at power-on.
     void Boot();
-    // Tells the services, waits for their end for twenty seconds at most, and ends what still runs.
+    // Sends the services the shutdown control, waits for their processes for twenty seconds at
+    // most, and terminates the processes that still run.
     void ShutDown();
 
     // --- Processes ---
@@ -108,8 +110,10 @@ public:
     // Starts the program at `path`, in any letter case; null when there is none on the disk.
     Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
                             std::optional<Launch> launch = {});
-    // Starts the program that a command line means; null, and why, when there is none.
-    Process* StartMeant(std::wstring_view command_line, std::optional<Launch> launch, DWORD& error);
+    // Starts the first of the CandidatePrograms of a command line that is on the disk; null, and
+    // the `error`, when there is none.
+    Process* StartCommandLine(std::wstring_view command_line, std::optional<Launch> launch,
+                              DWORD& error);
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.
@@ -123,19 +127,19 @@ public:
     // Its version, 6.1 unless set: major in the low byte, minor in the next.
     std::atomic<DWORD> os_version{0x0106};
 
-    // --- What was done wrong ---
-    // Handles used or closed after their close, and the like: faults of whoever called.
+    // --- Misuse ---
+    // Handles used or closed after their close, and the like: errors of the calling program.
     std::vector<std::string> misuses() const;
     void NoteMisuse(std::string what);
 
-    // Calls `changed` with the old and the new number whenever the number at `address` is found
-    // changed, which is looked for at every platform call: a debugger's watchpoint. One at a time;
-    // null ends it.
+    // A watchpoint: every platform call compares the number at `address` with what it was, and
+    // calls `changed` with the old and the new number when they differ. One at a time; null ends
+    // it.
     void Watch(const std::atomic<std::int32_t>* address,
                std::function<void(std::int32_t, std::int32_t)> changed);
     void LookAtWatch();
 
-    // --- The rooms ---
+    // --- The facets ---
     Scheduler scheduler;
     HandleTable handles;
     Journal journal{*this};
@@ -144,7 +148,7 @@ public:
     Disk disk;
     Outputs outputs;
     EventLog event_log;
-    Announcer announcer{*this};  // before the rooms that provide values to announce
+    Announcer announcer{*this};  // before the facets that provide values to announce
     Power power{*this};
     Devices devices{*this};
     Session session{*this};
@@ -188,9 +192,9 @@ private:
     std::function<void(std::int32_t, std::int32_t)> m_watch_changed;
 };
 
-// Holds the machine for as long as it lives: nobody else is in any of its rooms. A thread that
-// holds it already may hold it again, so that rooms call one another freely. Nobody blocks while
-// holding it more than once.
+// Locks the machine, with all its facets, for as long as the Hold exists. A thread may hold the
+// machine several times over, so that facets can call one another; it must hold it exactly once
+// when it blocks.
 class Hold
 {
 public:
@@ -202,7 +206,7 @@ public:
     // Whether the calling thread holds the machine exactly once, as it must to block.
     static bool Once();
 
-    // For a thread that lets go of the machine by ending.
+    // For a thread that is ending: the scheduler unlocks the machine in its place.
     static void Enter(const Machine& machine);
 
 private:

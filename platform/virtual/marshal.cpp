@@ -15,12 +15,12 @@ HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported
 {
     exported = {};
     if (!object) return S_OK;
-    // What stands for an object elsewhere goes on as a reference to that object itself.
+    // A proxy is exported as the object that it stands for, so that no proxy stands for a proxy.
     if (const auto* facet = dynamic_cast<ProxyFacet*>(object)) {
         exported = {facet->proxy().object(), id};
         return S_OK;
     }
-    const std::shared_ptr<Apartment> home = Thread::Self()->stay.apartment;
+    const std::shared_ptr<Apartment> home = Thread::Self()->membership.apartment;
     if (!home) return CO_E_NOTINITIALIZED;
     IUnknown* identity = nullptr;
     const HRESULT asked = object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity));
@@ -44,7 +44,7 @@ HRESULT ImportInterface(const ExportedInterface& exported, void** object)
 {
     *object = nullptr;
     if (!exported.object) return S_OK;
-    const std::shared_ptr<Apartment> here = Thread::Self()->stay.apartment;
+    const std::shared_ptr<Apartment> here = Thread::Self()->membership.apartment;
     if (!here) return CO_E_NOTINITIALIZED;
     if (here != exported.object->home) return ImportProxy(exported, *here, object);
     if (const HRESULT learned = exported.object->Learn(exported.id); FAILED(learned)) {

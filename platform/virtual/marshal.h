@@ -1,4 +1,4 @@
-// What passes from one apartment to another: references to objects, and values of automation.
+// Marshaling from one apartment to another: references to objects, and VARIANTs.
 #pragma once
 
 #include <cstdint>
@@ -11,33 +11,33 @@
 
 namespace virtual_pc {
 
-// The registry's name for the way by which calls of a dispatch interface cross.
+// The proxy class that the registry names for dispatch interfaces.
 inline constexpr const wchar_t* kByDispatch = L"{00020420-0000-0000-C000-000000000046}";
 
-// An interface of an object that is known outside its apartment.
+// An interface of an exported object.
 struct ExportedInterface
 {
     std::shared_ptr<Exported> object;
     IID id{};
 };
 
-// Makes an interface of an object that lives in the caller's apartment, or is known there, ready to
-// leave it; nothing for null. Without the machine held.
+// Exports an interface of an object of the caller's apartment, or of the object of a proxy; for
+// null, `exported` stays empty. Without the machine held.
 HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported);
-// Makes it one that may be called in the caller's apartment, with a reference for the caller; null
-// for nothing. Without the machine held.
+// Returns an interface that may be called in the caller's apartment, with a reference that the
+// caller must release; null when `exported` is empty. Without the machine held.
 HRESULT ImportInterface(const ExportedInterface& exported, void** object);
 
-// A value of automation on its way: what it holds, with no memory or object of either side.
+// A VARIANT in transit: it owns no memory and no reference of either side.
 class TravellingValue
 {
 public:
     // DISP_E_BADVARTYPE for a value that cannot leave its apartment. In the sender's apartment.
     HRESULT Pack(const VARIANT& value);
-    // Makes it a value in the receiver's apartment. What it refers to lies in `places`, which must
+    // Unpacks it in the receiver's apartment. A VT_BYREF value points into `places`, which must
     // live as long as the value.
     HRESULT Unpack(VARIANT& value, std::deque<VARIANT>& places) const;
-    // Writes what has come back into the place that the sender's value refers to.
+    // Writes the returned value to the place that the sender's VT_BYREF value points to.
     HRESULT WriteBack(const VARIANT& value) const;
 
     bool by_reference() const { return m_by_reference; }
@@ -49,7 +49,7 @@ private:
     bool m_null = false;
     std::wstring m_text;
     ExportedInterface m_object;
-    std::unique_ptr<TravellingValue> m_inner;  // of a variant that is referred to
+    std::unique_ptr<TravellingValue> m_inner;  // of VT_BYREF | VT_VARIANT
 };
 
 }  // namespace virtual_pc

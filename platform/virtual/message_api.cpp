@@ -9,12 +9,12 @@ using namespace virtual_pc;
 
 namespace {
 
-Function get_message{"GetMessageW"};
-Function peek_message{"PeekMessageW", Failing::never};
-Function message_box{"MessageBoxW"};
-Function translate_message{"TranslateMessage", Failing::never};
-Function dispatch_message{"DispatchMessageW", Failing::never};
-Function post_thread_message{"PostThreadMessageW"};
+Function fn_get_message{"GetMessageW"};
+Function fn_peek_message{"PeekMessageW", Failing::never};
+Function fn_message_box{"MessageBoxW"};
+Function fn_translate_message{"TranslateMessage", Failing::never};
+Function fn_dispatch_message{"DispatchMessageW", Failing::never};
+Function fn_post_thread_message{"PostThreadMessageW"};
 
 }  // namespace
 
@@ -22,7 +22,7 @@ extern "C" {
 
 BOOL WINAPI GetMessageW(MSG* message, HWND, UINT, UINT)
 {
-    Call call(get_message);
+    Call call(fn_get_message);
     if (call.Fails()) return -1;
     Thread& self = call.thread;
     self.has_queue = true;
@@ -40,7 +40,7 @@ BOOL WINAPI GetMessageW(MSG* message, HWND, UINT, UINT)
 
 BOOL WINAPI PeekMessageW(MSG* message, HWND, UINT, UINT, UINT)
 {
-    const Call call(peek_message);
+    const Call call(fn_peek_message);
     call.thread.has_queue = true;
     if (call.thread.messages.empty()) return FALSE;
     *message = call.thread.messages.front();
@@ -49,7 +49,7 @@ BOOL WINAPI PeekMessageW(MSG* message, HWND, UINT, UINT, UINT)
 
 BOOL WINAPI TranslateMessage(const MSG*)
 {
-    const Call call(translate_message);
+    const Call call(fn_translate_message);
     return FALSE;  // there is no keyboard here
 }
 
@@ -57,18 +57,18 @@ LRESULT WINAPI DispatchMessageW(const MSG* message)
 {
     std::shared_ptr<Apartment> apartment;
     {
-        const Call call(dispatch_message);
-        apartment = call.thread.stay.apartment;
+        const Call call(fn_dispatch_message);
+        apartment = call.thread.membership.apartment;
     }
-    // Messages of a thread, not of a window, go nowhere.
+    // A message without a window has no handler.
     if (apartment && message->hwnd == apartment->window()) apartment->Serve();
     return 0;
 }
 
-// The user reads it at once.
+// Returns at once, as if the user had pressed OK.
 int WINAPI MessageBoxW(HWND, LPCWSTR text, LPCWSTR caption, UINT)
 {
-    Call call(message_box);
+    Call call(fn_message_box);
     if (call.Fails()) return 0;
     call.machine.outputs.MessageBox(caption, text);
     return IDOK;
@@ -76,7 +76,7 @@ int WINAPI MessageBoxW(HWND, LPCWSTR text, LPCWSTR caption, UINT)
 
 BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT number, WPARAM wParam, LPARAM lParam)
 {
-    Call call(post_thread_message);
+    Call call(fn_post_thread_message);
     if (call.Fails()) return FALSE;
     Thread* thread = call.machine.scheduler.FindThread(threadId);
     if (!thread || !thread->has_queue) return call.Fail(ERROR_INVALID_THREAD_ID);

@@ -12,14 +12,6 @@ namespace {
 
 constexpr DWORD kEnglish = 0x409;
 
-std::string_view Trim(std::string_view text)
-{
-    constexpr std::string_view kBlanks = " \t\r";
-    const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
-    const std::size_t last = text.find_last_not_of(kBlanks);
-    return text.substr(first, last - first + 1);
-}
-
 // Decimal, or hexadecimal after 0x.
 std::optional<DWORD> ParseNumber(std::string_view text)
 {
@@ -32,10 +24,10 @@ std::optional<DWORD> ParseNumber(std::string_view text)
     return number;
 }
 
-class Reader
+class MessageFileReader
 {
 public:
-    explicit Reader(const std::filesystem::path& file) : m_path(file), m_file(file)
+    explicit MessageFileReader(const std::filesystem::path& file) : m_path(file), m_file(file)
     {
         if (!m_file) throw std::runtime_error(file.string() + ": cannot be read");
     }
@@ -51,6 +43,14 @@ public:
     }
 
 private:
+    static std::string_view Trim(std::string_view text)
+    {
+        constexpr std::string_view kBlanks = " \t\r";
+        const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
+        const std::size_t last = text.find_last_not_of(kBlanks);
+        return text.substr(first, last - first + 1);
+    }
+
     [[noreturn]] void Fail(const std::string& what) const
     {
         throw std::runtime_error(m_path.string() + ":" + std::to_string(m_number) + ": " + what);
@@ -69,12 +69,14 @@ private:
         struct Keyword
         {
             std::string_view name;
-            void (Reader::*read)(std::string_view value);
+            void (MessageFileReader::*read)(std::string_view value);
         };
         static constexpr Keyword kKeywords[] = {
-            {"MessageIdTypedef", &Reader::Skip}, {"LanguageNames", &Reader::ReadLanguageNames},
-            {"MessageId", &Reader::ReadId},      {"SymbolicName", &Reader::Skip},
-            {"Language", &Reader::ReadText},
+            {"MessageIdTypedef", &MessageFileReader::Skip},
+            {"LanguageNames", &MessageFileReader::ReadLanguageNames},
+            {"MessageId", &MessageFileReader::ReadId},
+            {"SymbolicName", &MessageFileReader::Skip},
+            {"Language", &MessageFileReader::ReadText},
         };
         const std::size_t equals = line.find('=');
         if (equals == line.npos) Fail("KEYWORD=VALUE expected, not \"" + std::string(line) + "\"");
@@ -84,7 +86,7 @@ private:
         (this->*keyword->read)(Trim(line.substr(equals + 1)));
     }
 
-    // For the compiler's other outputs, which a message table has nothing of.
+    // For keywords of the compiler's other outputs, which do not affect the table.
     void Skip(std::string_view) {}
 
     // (NAME=NUMBER:FILE NAME=NUMBER:FILE ...)
@@ -138,7 +140,7 @@ private:
         }
     }
 
-    // The compiler would store other bytes in a code page that this file does not tell.
+    // Refuses other bytes than ASCII: they depend on a code page that the file does not name.
     wchar_t Widen(char byte) const
     {
         if (static_cast<unsigned char>(byte) > 0x7F) Fail("a character that is not ASCII");
@@ -163,6 +165,9 @@ private:
 
 }  // namespace
 
-MessageTable ReadMessageFile(const std::filesystem::path& file) { return Reader(file).Read(); }
+MessageTable ReadMessageFile(const std::filesystem::path& file)
+{
+    return MessageFileReader(file).Read();
+}
 
 }  // namespace virtual_pc

@@ -14,16 +14,16 @@ using namespace virtual_pc;
 
 namespace {
 
-Function get_module_file_name{"GetModuleFileNameW"};
-Function load_string{"LoadStringW"};
-Function get_module_handle{"GetModuleHandleW"};
-Function load_library{"LoadLibraryW"};
-Function free_library{"FreeLibrary", Failing::last_error, Role::gives_back};
-Function get_proc_address{"GetProcAddress"};
-Function format_message{"FormatMessageW"};
-Function cpuid{"__cpuid", Failing::never};
-Function get_command_line{"GetCommandLineW", Failing::never};
-Function set_unhandled_exception_filter{"SetUnhandledExceptionFilter", Failing::never};
+Function fn_get_module_file_name{"GetModuleFileNameW"};
+Function fn_load_string{"LoadStringW"};
+Function fn_get_module_handle{"GetModuleHandleW"};
+Function fn_load_library{"LoadLibraryW"};
+Function fn_free_library{"FreeLibrary", Failing::last_error, Role::releases};
+Function fn_get_proc_address{"GetProcAddress"};
+Function fn_format_message{"FormatMessageW"};
+Function fn_cpuid{"__cpuid", Failing::never};
+Function fn_get_command_line{"GetCommandLineW", Failing::never};
+Function fn_set_unhandled_exception_filter{"SetUnhandledExceptionFilter", Failing::never};
 
 class Library final : public Object
 {
@@ -35,7 +35,7 @@ public:
     const std::wstring path;
 };
 
-// Of the system's messages, those that somebody here has seen.
+// The system's messages that are modelled; FormatMessageW fails for others.
 struct Message
 {
     DWORD error;
@@ -54,7 +54,7 @@ extern "C" {
 
 DWORD WINAPI GetModuleFileNameW(HMODULE, LPWSTR path, DWORD size)
 {
-    Call call(get_module_file_name);
+    Call call(fn_get_module_file_name);
     if (call.Fails() || size == 0) return 0;
     const std::wstring& full = call.process().path();
     const std::size_t copied = std::min<std::size_t>(full.size(), size - 1);
@@ -67,7 +67,7 @@ DWORD WINAPI GetModuleFileNameW(HMODULE, LPWSTR path, DWORD size)
 
 int WINAPI LoadStringW(HINSTANCE, UINT id, LPWSTR text, int size)
 {
-    Call call(load_string);
+    Call call(fn_load_string);
     if (call.Fails() || size <= 0) return 0;
     const auto texts = ReadStringTable(call.process().image().resources / "HOLVService.rc.in");
     const auto found = texts.find(id);
@@ -80,7 +80,7 @@ int WINAPI LoadStringW(HINSTANCE, UINT id, LPWSTR text, int size)
 
 HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
 {
-    Call call(get_module_handle);
+    Call call(fn_get_module_handle);
     if (call.Fails()) return nullptr;
     const auto& resident = call.machine.libraries.resident;
     const auto found = std::ranges::find_if(
@@ -92,7 +92,7 @@ HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
 
 HMODULE WINAPI LoadLibraryW(LPCWSTR path)
 {
-    Call call(load_library);
+    Call call(fn_load_library);
     if (call.Fails()) return nullptr;
     if (!call.machine.libraries.on_disk.contains(path)) {
         call.Fail(ERROR_MOD_NOT_FOUND);
@@ -103,7 +103,7 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR path)
 
 BOOL WINAPI FreeLibrary(HMODULE library)
 {
-    Call call(free_library);
+    Call call(fn_free_library);
     if (call.Fails()) return FALSE;
     const HANDLE handle = reinterpret_cast<HANDLE>(library);
     return call.Find<Library>(handle) && call.machine.handles.Close(handle);
@@ -111,7 +111,7 @@ BOOL WINAPI FreeLibrary(HMODULE library)
 
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name)
 {
-    Call call(get_proc_address);
+    Call call(fn_get_proc_address);
     if (call.Fails()) return nullptr;
     const auto* loaded = call.Find<Library>(reinterpret_cast<HANDLE>(library));
     if (!loaded) return nullptr;
@@ -124,7 +124,7 @@ FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name)
 
 DWORD WINAPI FormatMessageW(DWORD, LPCVOID, DWORD message, DWORD, LPWSTR text, DWORD size, void*)
 {
-    Call call(format_message);
+    Call call(fn_format_message);
     if (call.Fails()) return 0;
     const auto* found = std::ranges::find(kMessages, message, &Message::error);
     if (found == std::end(kMessages)) {
@@ -142,7 +142,7 @@ DWORD WINAPI FormatMessageW(DWORD, LPCVOID, DWORD message, DWORD, LPWSTR text, D
 
 void __cpuid(int registers[4], int function)
 {
-    const Call call(cpuid);
+    const Call call(fn_cpuid);
     std::fill_n(registers, 4, 0);
     if (function != 0) return;
     std::string vendor = call.machine.cpu.vendor;
@@ -155,13 +155,13 @@ void __cpuid(int registers[4], int function)
 
 LPWSTR WINAPI GetCommandLineW()
 {
-    Call call(get_command_line);
+    Call call(fn_get_command_line);
     return call.process().command_line().data();
 }
 
 LPTOP_LEVEL_EXCEPTION_FILTER WINAPI SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_FILTER filter)
 {
-    Call call(set_unhandled_exception_filter);
+    Call call(fn_set_unhandled_exception_filter);
     return std::exchange(call.process().exception_filter, filter);
 }
 }

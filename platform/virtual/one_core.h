@@ -5,9 +5,9 @@
 
 namespace virtual_pc {
 
-// While it lives, the calling host thread and those it starts stay on the core where it runs. Where
-// one thread runs at a time nothing is lost by it, and a hand-over is won: the host passes between
-// two threads of one core about ten times as fast as it wakes one on another core.
+// While it lives, the calling host thread and those it starts stay on the core where it runs. When
+// one thread runs at a time, this loses nothing and makes hand-overs faster: the host switches
+// between two threads of one core about ten times as fast as it wakes one on another core.
 class OneCore
 {
 public:

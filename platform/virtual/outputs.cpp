@@ -21,7 +21,7 @@ struct Form
     char32_t least;
 };
 constexpr Form kForms[] = {{0x00, 7, 0}, {0xC0, 5, 0x80}, {0xE0, 4, 0x800}, {0xF0, 3, 0x10000}};
-constexpr std::size_t kLongest = std::size(kForms);
+constexpr std::size_t kLongestForm = std::size(kForms);
 
 constexpr bool Leads(unsigned char byte, const Form& form)
 {
@@ -34,7 +34,7 @@ std::pair<char32_t, std::size_t> Decode(std::string_view bytes)
     const auto first = static_cast<unsigned char>(bytes.front());
     const auto form = std::ranges::find_if(kForms, [&](const Form& f) { return Leads(first, f); });
     const auto length = static_cast<std::size_t>(form - kForms) + 1;
-    if (length > kLongest || length > bytes.size()) return {kNoCharacter, 1};
+    if (length > kLongestForm || length > bytes.size()) return {kNoCharacter, 1};
     char32_t value = first & ((1u << form->bits) - 1);
     for (const char byte : bytes.substr(1, length - 1)) {
         if ((byte & 0xC0) != 0x80) return {kNoCharacter, 1};
@@ -53,7 +53,7 @@ std::string ToUtf8(std::wstring_view text)
     for (const wchar_t unit : text) {
         auto value = static_cast<char32_t>(unit);
         if (!IsCharacter(value)) value = kNoCharacter;
-        std::size_t length = kLongest;
+        std::size_t length = kLongestForm;
         while (value < kForms[length - 1].least) --length;
         for (std::size_t left = length; left-- > 0;) {
             const char32_t part = value >> (6 * left);

@@ -1,4 +1,4 @@
-// What processes print, show in message boxes and tell the debugger, kept.
+// Keeps what processes print, show in message boxes and send to the debugger.
 #pragma once
 
 #include <string>
@@ -12,8 +12,8 @@ namespace virtual_pc {
 
 class Machine;
 
-// The host's text, on its console and in its file names, is UTF-8. What is no character on one
-// side is U+FFFD on the other.
+// The host's console and file names are UTF-8. In both directions, what is no valid character
+// becomes U+FFFD.
 std::string ToUtf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view bytes);
 
@@ -29,7 +29,7 @@ class Outputs
 public:
     explicit Outputs(Machine& machine) : m_machine(machine) {}
 
-    // The machine's side.
+    // For the platform functions.
     void Debug(DWORD thread, std::wstring_view text);
     void Console(std::string_view bytes);
     void MessageBox(std::wstring_view caption, std::wstring_view text);

@@ -6,12 +6,6 @@
 
 namespace virtual_pc {
 
-namespace {
-
-bool Same(const GUID& a, const GUID& b) { return !GuidLess{}(a, b) && !GuidLess{}(b, a); }
-
-}  // namespace
-
 Power::Power(Machine& machine) : m_machine(machine)
 {
     Announcer& announcer = machine.announcer;
@@ -34,7 +28,7 @@ void Power::AnnounceChangesSince(const Announced& before)
     const Announced now = Present();
     const auto announce = [&](const GUID& setting) { m_machine.announcer.SettingChanged(setting); };
     if (now.source != before.source) announce(GUID_ACDC_POWER_SOURCE);
-    if (!Same(now.plan, before.plan)) announce(GUID_POWERSCHEME_PERSONALITY);
+    if (!IsEqualGUID(now.plan, before.plan)) announce(GUID_POWERSCHEME_PERSONALITY);
     if (now.sleep_timeout != before.sleep_timeout) announce(GUID_STANDBY_TIMEOUT);
 }
 

@@ -45,7 +45,7 @@ public:
     PowerPlan* FindPlan(const GUID& guid) { return m_plans.Find(guid); }
     PowerPlan* FindPlan(std::wstring_view name) { return m_plans.Find(name); }
     const PowerPlan& active() const { return m_plans.active(); }
-    // What counts now for the present source.
+    // The value in force for the present power source.
     std::optional<DWORD> InForce(const GUID& setting) const;
     // Activates a plan, as a user does in the control panel or a program by its function.
     bool Activate(const GUID& plan);
@@ -53,8 +53,8 @@ public:
     bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
 
     // --- Source and battery ---
-    // Pulls the plug, or what counts as the mains fails; puts it in again. What is new of it is
-    // announced: the source, and the sleep time-out in force.
+    // Switch the PC to its battery (`short_term`: to an uninterruptible power supply) and back to
+    // mains power. Changes of the source and of the sleep time-out in force are announced.
     void RunOnBattery(BYTE percent, bool short_term = false);
     void RunOnMains();
     BYTE line = 1;               // 0 battery, 1 mains, 255 unknown
@@ -72,11 +72,11 @@ public:
     bool Held(POWER_REQUEST_TYPE type) const;
     // The listing of the outstanding requests, in the form of "powercfg -requests".
     std::wstring Listing() const;
-    // Printed in its place, as another system may print it.
+    // When set, printed in place of that, as another version of Windows may print it.
     std::optional<std::wstring> listing_instead;
 
 private:
-    // What is announced when it changes.
+    // The values whose changes are announced.
     struct Announced
     {
         DWORD source;

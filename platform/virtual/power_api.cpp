@@ -12,20 +12,20 @@ using namespace virtual_pc;
 
 namespace {
 
-Function power_read_ac{"PowerReadACValueIndex", Failing::status};
-Function power_read_dc{"PowerReadDCValueIndex", Failing::status};
-Function power_write_ac{"PowerWriteACValueIndex", Failing::status};
-Function power_write_dc{"PowerWriteDCValueIndex", Failing::status};
-Function power_get_active_scheme{"PowerGetActiveScheme", Failing::status};
-Function power_set_active_scheme{"PowerSetActiveScheme", Failing::status};
-Function get_system_power_status{"GetSystemPowerStatus"};
-Function get_pwr_capabilities{"GetPwrCapabilities"};
-Function call_nt_power_information{"CallNtPowerInformation", Failing::status};
-Function set_suspend_state{"SetSuspendState"};
-Function local_free{"LocalFree", Failing::never, Role::gives_back};
-Function power_create_request{"PowerCreateRequest"};
-Function power_set_request{"PowerSetRequest"};
-Function power_clear_request{"PowerClearRequest"};
+Function fn_power_read_ac{"PowerReadACValueIndex", Failing::status};
+Function fn_power_read_dc{"PowerReadDCValueIndex", Failing::status};
+Function fn_power_write_ac{"PowerWriteACValueIndex", Failing::status};
+Function fn_power_write_dc{"PowerWriteDCValueIndex", Failing::status};
+Function fn_power_get_active_scheme{"PowerGetActiveScheme", Failing::status};
+Function fn_power_set_active_scheme{"PowerSetActiveScheme", Failing::status};
+Function fn_get_system_power_status{"GetSystemPowerStatus"};
+Function fn_get_pwr_capabilities{"GetPwrCapabilities"};
+Function fn_call_nt_power_information{"CallNtPowerInformation", Failing::status};
+Function fn_set_suspend_state{"SetSuspendState"};
+Function fn_local_free{"LocalFree", Failing::never, Role::releases};
+Function fn_power_create_request{"PowerCreateRequest"};
+Function fn_power_set_request{"PowerSetRequest"};
+Function fn_power_clear_request{"PowerClearRequest"};
 
 DWORD ReadValue(Function& function, PowerSource source, const GUID* scheme, const GUID* setting,
                 LPDWORD value)
@@ -91,30 +91,30 @@ extern "C" {
 DWORD WINAPI PowerReadACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
                                    LPDWORD value)
 {
-    return ReadValue(power_read_ac, PowerSource::ac, scheme, setting, value);
+    return ReadValue(fn_power_read_ac, PowerSource::ac, scheme, setting, value);
 }
 
 DWORD WINAPI PowerReadDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
                                    LPDWORD value)
 {
-    return ReadValue(power_read_dc, PowerSource::dc, scheme, setting, value);
+    return ReadValue(fn_power_read_dc, PowerSource::dc, scheme, setting, value);
 }
 
 DWORD WINAPI PowerWriteACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
                                     DWORD value)
 {
-    return WriteValue(power_write_ac, PowerSource::ac, scheme, setting, value);
+    return WriteValue(fn_power_write_ac, PowerSource::ac, scheme, setting, value);
 }
 
 DWORD WINAPI PowerWriteDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
                                     DWORD value)
 {
-    return WriteValue(power_write_dc, PowerSource::dc, scheme, setting, value);
+    return WriteValue(fn_power_write_dc, PowerSource::dc, scheme, setting, value);
 }
 
 DWORD WINAPI PowerGetActiveScheme(HKEY, GUID** scheme)
 {
-    Call call(power_get_active_scheme);
+    Call call(fn_power_get_active_scheme);
     if (call.Fails()) return call.error();
     if (!scheme) return ERROR_INVALID_PARAMETER;
     *scheme = static_cast<GUID*>(Allocate(call, sizeof(GUID), "local memory"));
@@ -124,7 +124,7 @@ DWORD WINAPI PowerGetActiveScheme(HKEY, GUID** scheme)
 
 DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme)
 {
-    Call call(power_set_active_scheme);
+    Call call(fn_power_set_active_scheme);
     if (call.Fails()) return call.error();
     if (!scheme) return ERROR_INVALID_PARAMETER;
     return call.machine.power.Activate(*scheme) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
@@ -132,7 +132,7 @@ DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme)
 
 BOOL WINAPI GetSystemPowerStatus(SYSTEM_POWER_STATUS* status)
 {
-    Call call(get_system_power_status);
+    Call call(fn_get_system_power_status);
     if (call.Fails()) return FALSE;
     const Power& power = call.machine.power;
     *status = {};
@@ -146,7 +146,7 @@ BOOL WINAPI GetSystemPowerStatus(SYSTEM_POWER_STATUS* status)
 
 BYTE WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIES* capabilities)
 {
-    Call call(get_pwr_capabilities);
+    Call call(fn_get_pwr_capabilities);
     if (call.Fails()) return FALSE;
     *capabilities = Capabilities(call.machine.power);
     return TRUE;
@@ -155,7 +155,7 @@ BYTE WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIES* capabilities)
 NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID, ULONG, PVOID output,
                                        ULONG outputSize)
 {
-    Call call(call_nt_power_information);
+    Call call(fn_call_nt_power_information);
     if (call.Fails()) return static_cast<NTSTATUS>(call.error());
     if (level == SystemPowerCapabilities) {
         return Give(Capabilities(call.machine.power), output, outputSize);
@@ -168,7 +168,7 @@ NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID, ULO
 
 BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN, BOOLEAN wakeEventsDisabled)
 {
-    Call call(set_suspend_state);
+    Call call(fn_set_suspend_state);
     if (call.Fails()) return FALSE;
     SleepState& sleep = call.machine.sleep;
     if (hibernate || !sleep.Ask(L"a program", !wakeEventsDisabled)) {
@@ -181,13 +181,13 @@ BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN, BOOLEAN wakeEventsDis
 
 HANDLE WINAPI LocalFree(HANDLE memory)
 {
-    Call call(local_free);
+    Call call(fn_local_free);
     return Free(call, memory) ? nullptr : memory;
 }
 
 HANDLE WINAPI PowerCreateRequest(PREASON_CONTEXT context)
 {
-    Call call(power_create_request);
+    Call call(fn_power_create_request);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     if (!context || context->Version != POWER_REQUEST_CONTEXT_VERSION ||
         context->Flags != POWER_REQUEST_CONTEXT_SIMPLE_STRING) {
@@ -200,7 +200,7 @@ HANDLE WINAPI PowerCreateRequest(PREASON_CONTEXT context)
 
 BOOL WINAPI PowerSetRequest(HANDLE handle, POWER_REQUEST_TYPE type)
 {
-    Call call(power_set_request);
+    Call call(fn_power_set_request);
     if (call.Fails()) return FALSE;
     auto* request = call.Find<PowerRequest>(handle);
     if (!request) return FALSE;
@@ -209,7 +209,7 @@ BOOL WINAPI PowerSetRequest(HANDLE handle, POWER_REQUEST_TYPE type)
 
 BOOL WINAPI PowerClearRequest(HANDLE handle, POWER_REQUEST_TYPE type)
 {
-    Call call(power_clear_request);
+    Call call(fn_power_clear_request);
     if (call.Fails()) return FALSE;
     auto* request = call.Find<PowerRequest>(handle);
     if (!request) return FALSE;

@@ -57,8 +57,6 @@ std::wstring Upper(std::wstring_view text)
     return upper;
 }
 
-bool Same(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
-
 }  // namespace
 
 bool GuidLess::operator()(const GUID& a, const GUID& b) const
@@ -122,8 +120,9 @@ const std::vector<PowerSetting>& PowerSettings()
 
 std::wstring_view PowerSettingName(const GUID& setting)
 {
-    const auto known = std::ranges::find_if(
-        PowerSettings(), [&](const PowerSetting& s) { return Same(s.setting, setting); });
+    const auto known = std::ranges::find_if(PowerSettings(), [&](const PowerSetting& s) {
+        return std::memcmp(&s.setting, &setting, sizeof(GUID)) == 0;
+    });
     return known != PowerSettings().end() ? known->name : L"?";
 }
 

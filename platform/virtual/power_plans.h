@@ -1,6 +1,6 @@
-// Power plans: the predefined ones and the user's own, their values, and which is active. A model
-// that stands by itself: the machine's power room is built on it, and so is the stand-in for the
-// power library that Wine lacks.
+// Power plans: the predefined ones and the user's own, their values, and which is active.
+// Independent of the machine: Power uses it, and so does the stand-in for the power library that
+// Wine lacks.
 #pragma once
 
 #include <map>
@@ -69,11 +69,11 @@ public:
     PowerPlan* Find(std::wstring_view name);
     const PowerPlan& active() const { return m_plans.at(m_active); }
 
-    // What counts now: the active plan's value when it was last activated; nothing when the plan
-    // lacks the setting.
+    // The value in force, which is that of the active plan when it was last activated; nothing when
+    // the plan lacks the setting.
     std::optional<DWORD> InForce(const GUID& setting, PowerSource source) const;
 
-    // Nothing when there is no such plan, or the plan lacks the setting.
+    // Nothing, or false, when there is no such plan or the plan lacks the setting.
     std::optional<DWORD> Read(const GUID& plan, const GUID& setting, PowerSource source);
     bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
     bool Activate(const GUID& plan);

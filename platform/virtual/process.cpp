@@ -17,8 +17,8 @@ namespace virtual_pc {
 
 // --- Images ---
 
-// The loader shares an image among those who load the same file, so each load gets a file of its
-// own, in memory.
+// The loader gives the same image to every load of a file, so each load gets a copy of the file, in
+// memory.
 LoadedImage::LoadedImage(const Image& image)
 {
     const auto fail = [&](const std::string& why) {
@@ -90,7 +90,7 @@ std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWO
     return thread;
 }
 
-// Runs `body` to its end, whichever that is.
+// Runs `body`; an exception that escapes it ends the process.
 void Process::Guard(Thread& self, const std::function<void()>& body)
 {
     try {
@@ -102,7 +102,7 @@ void Process::Guard(Thread& self, const std::function<void()>& body)
         Unhandled(self, record);
     } catch (...) {
         EXCEPTION_RECORD record{};
-        record.ExceptionCode = 0xE06D7363;  // what a C++ exception is to the system
+        record.ExceptionCode = 0xE06D7363;  // the code of a C++ exception
         Unhandled(self, record);
     }
 }
@@ -182,7 +182,7 @@ void Process::Kill()
     Machine& machine = Machine::Current();
     const Hold hold(machine);
     EndThreads(machine, nullptr);
-    machine.scheduler.Live(kNever, [this] { return !running(); });
+    machine.scheduler.RunMachine(kNever, [this] { return !running(); });
 }
 
 void Process::End(Thread& last, int exit_code)
@@ -203,7 +203,7 @@ void Process::End(Thread& last, int exit_code)
         if (m_loaded) machine.Watch(nullptr, {});
         loaded = std::move(m_loaded);
     }
-    // Its static objects go now, and may still call the platform.
+    // Unloading destroys its static objects, which may still call the platform.
     loaded.reset();
 
     const Hold hold(machine);

@@ -25,10 +25,11 @@ struct Image
 {
     // The loadable image on the host.
     std::filesystem::path host_path;
-    // Where the PC has it; its file name is what the PC's user sees.
+    // Its path on the PC's disk.
     std::wstring path = LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)";
     // The folder on the host that holds the image's resources: its message and string tables, and
-    // beside it the description of its type library. The source tree's resources/; none without.
+    // beside it the description of its type library. The source tree's resources/; empty for an
+    // image without.
     std::filesystem::path resources = {};
 };
 
@@ -72,23 +73,24 @@ public:
     std::wstring& command_line() { return m_command_line; }
     const std::wstring& command_line() const { return m_command_line; }
     bool running() const { return !m_ended; }
-    // Whether it has ended or is about to: no thread is started in it any more.
+    // Whether it has ended, or its first thread waits for the others to end; callers start no more
+    // threads in it then.
     bool ending() const { return m_last != nullptr; }
-    // Only when it is not running any more.
+    // Valid once it has ended.
     int exit_code() const { return m_exit_code; }
-    // Whether an exception that nobody handled ended it.
+    // Whether an unhandled exception ended it.
     bool crashed() const { return m_crashed; }
     const Image& image() const { return m_image; }
-    // What it had not closed when it ended, and the machine closed for it.
+    // What it had left open when it ended; the machine has closed it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
 
-    // How it was started for a user; nothing for the service's own program and its like.
+    // How CreateProcessAsUserW started it; empty when something else did.
     std::optional<Launch> launch;
     // Whether the privilege to end other users' processes is enabled.
     bool debug_privilege = false;
 
-    // Ends it, as another process does: it has ended a little later. False when it has ended or is
-    // ending already. With the machine held.
+    // Terminates it as TerminateProcess does: its threads end at their next platform call. False
+    // when it has ended or is ending already. With the machine held.
     bool Terminate(int exit_code);
 
     std::shared_ptr<Waitable> object() const { return m_object; }
@@ -97,11 +99,11 @@ public:
 
     // Starts a thread of the process. With the machine held.
     std::shared_ptr<Thread> StartThread(Machine& machine, std::function<DWORD()> body);
-    // Runs a thread's body to its end; an exception out of it ends the process.
+    // Runs the body of a thread; an exception that escapes it ends the process.
     void Guard(Thread& self, const std::function<void()>& body);
 
-    // The image's symbol, while it runs; null for none. A process made of a host function has no
-    // image.
+    // The address of a symbol of its image; null when there is none, when the process has ended, or
+    // when it runs a function of the host.
     void* Find(const char* symbol) const;
 
     // Runs the process's unhandled-exception filter with this exception on a thread of the
@@ -121,7 +123,7 @@ private:
     // Marks the process's threads, but one, to end at their next platform call.
     void EndThreads(Machine& machine, const Thread* but);
     void Kill();
-    // On the process's first thread: waits for the others to go, gives back what is left.
+    // On the process's first thread: waits for the others to end, and closes what is left open.
     void End(Thread& last, int exit_code);
 
     DWORD m_id = 0;
@@ -131,11 +133,11 @@ private:
     std::unique_ptr<LoadedImage> m_loaded;
     std::shared_ptr<ProcessObject> m_object = std::make_shared<ProcessObject>(*this);
     std::shared_ptr<Thread> m_first_thread;
-    std::optional<int> m_ended_with;  // by whoever ended it
+    std::optional<int> m_ended_with;  // the argument of Terminate
     int m_exit_code = 0;
-    std::atomic<bool> m_ended = false;  // whoever sees it so may read the rest
+    std::atomic<bool> m_ended = false;  // set last: a thread that reads true may read the rest
     bool m_crashed = false;
-    const Thread* m_last = nullptr;  // the one that sees the process off
+    const Thread* m_last = nullptr;  // the thread that is in End
     std::vector<LeftOpen> m_left_open;
 };
 

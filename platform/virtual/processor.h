@@ -19,13 +19,13 @@ public:
     struct Times
     {
         Duration idle{0};
-        Duration kernel{0};  // with the idle time, as the system counts it
+        Duration kernel{0};  // includes the idle time, as GetSystemTimes reports it
         Duration user{0};
     };
     // Since the machine was switched on, without the time asleep.
     Times times() const;
 
-    // Asleep they neither idle nor work.
+    // False while the PC sleeps: the times then stand still.
     void SetRunning(bool running);
 
 private:
@@ -33,7 +33,7 @@ private:
     DWORD m_load = 0;
     bool m_running = true;
     Times m_times;       // up to m_since
-    Instant m_since{0};  // how long the present load is on
+    Instant m_since{0};  // since when the present load or standstill lasts
 };
 
 }  // namespace virtual_pc

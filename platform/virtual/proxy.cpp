@@ -8,27 +8,27 @@
 namespace virtual_pc {
 namespace {
 
-Function query_interface{"IUnknown::QueryInterface", Failing::hresult};
-Function get_type_info_count{"IDispatch::GetTypeInfoCount", Failing::hresult};
-Function get_type_info{"IDispatch::GetTypeInfo", Failing::hresult};
-Function get_ids_of_names{"IDispatch::GetIDsOfNames", Failing::hresult};
-Function invoke{"IDispatch::Invoke", Failing::hresult};
-Function enum_connection_points{"EnumConnectionPoints", Failing::hresult};
-Function find_connection_point{"FindConnectionPoint", Failing::hresult};
-Function get_connection_interface{"GetConnectionInterface", Failing::hresult};
-Function get_container{"GetConnectionPointContainer", Failing::hresult};
-Function advise{"Advise", Failing::hresult};
-Function unadvise{"Unadvise", Failing::hresult};
-Function enum_connections{"EnumConnections", Failing::hresult};
-Function next{"IEnum::Next", Failing::hresult};
-Function skip{"IEnum::Skip", Failing::hresult};
-Function reset{"IEnum::Reset", Failing::hresult};
-Function clone{"IEnum::Clone", Failing::hresult};
-Function create_instance{"IClassFactory::CreateInstance", Failing::hresult};
-Function lock_server{"LockServer", Failing::hresult};
+Function fn_query_interface{"IUnknown::QueryInterface", Failing::hresult};
+Function fn_get_type_info_count{"IDispatch::GetTypeInfoCount", Failing::hresult};
+Function fn_get_type_info{"IDispatch::GetTypeInfo", Failing::hresult};
+Function fn_get_ids_of_names{"IDispatch::GetIDsOfNames", Failing::hresult};
+Function fn_invoke{"IDispatch::Invoke", Failing::hresult};
+Function fn_enum_connection_points{"EnumConnectionPoints", Failing::hresult};
+Function fn_find_connection_point{"FindConnectionPoint", Failing::hresult};
+Function fn_get_connection_interface{"GetConnectionInterface", Failing::hresult};
+Function fn_get_container{"GetConnectionPointContainer", Failing::hresult};
+Function fn_advise{"Advise", Failing::hresult};
+Function fn_unadvise{"Unadvise", Failing::hresult};
+Function fn_enum_connections{"EnumConnections", Failing::hresult};
+Function fn_next{"IEnum::Next", Failing::hresult};
+Function fn_skip{"IEnum::Skip", Failing::hresult};
+Function fn_reset{"IEnum::Reset", Failing::hresult};
+Function fn_clone{"IEnum::Clone", Failing::hresult};
+Function fn_create_instance{"IClassFactory::CreateInstance", Failing::hresult};
+Function fn_lock_server{"LockServer", Failing::hresult};
 
-// What a call leaves its apartment with and comes back with. It is shared by both sides, as the
-// caller may end while the call is still at work.
+// The arguments and the results of a remote call. Both sides share it, as the caller may end while
+// the call still runs.
 struct Parcel
 {
     std::vector<TravellingValue> values;
@@ -50,8 +50,8 @@ public:
     Facet(Proxy& owner, REFIID id) : ProxyFacet(owner), m_id(id) {}
 
     HRESULT QueryInterface(REFIID id, void** object) override { return proxy().Query(id, object); }
-    ULONG AddRef() override { return proxy().Add(); }
-    ULONG Release() override { return proxy().Give(); }
+    ULONG AddRef() override { return proxy().AddRef(); }
+    ULONG Release() override { return proxy().Release(); }
     IUnknown* interface() override { return this; }
 
 protected:
@@ -71,7 +71,8 @@ protected:
         });
     }
 
-    // For operations that give an interface: `body` puts the object's own into its argument.
+    // For methods that return an interface: `body` stores the object's own, and the caller gets it
+    // marshaled.
     template <class Given, class Body>
     HRESULT RemoteGiven(Function& function, REFIID id, Given** given, Body body)
     {
@@ -114,20 +115,20 @@ public:
     {
         if (!count) return E_POINTER;
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = Remote(get_type_info_count, [parcel](IDispatch& target) {
+        const HRESULT result = Remote(fn_get_type_info_count, [parcel](IDispatch& target) {
             return target.GetTypeInfoCount(&parcel->number);
         });
         *count = parcel->number;
         return result;
     }
 
-    // Type information does not stand for an object elsewhere: each process has its own.
+    // Type information has no proxy: each process gets an object of its own.
     HRESULT GetTypeInfo(UINT index, LCID locale, ITypeInfo** info) override
     {
         if (!info) return E_POINTER;
         *info = nullptr;
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = Remote(get_type_info, [=](IDispatch& target) {
+        const HRESULT result = Remote(fn_get_type_info, [=](IDispatch& target) {
             ITypeInfo* own = nullptr;
             const HRESULT done = target.GetTypeInfo(index, locale, &own);
             if (FAILED(done)) return done;
@@ -149,7 +150,7 @@ public:
         parcel->names.assign(names, names + count);
         parcel->numbers.assign(count, DISPID_UNKNOWN);
         const HRESULT result =
-            Remote(get_ids_of_names, [parcel, reserved, locale](IDispatch& target) {
+            Remote(fn_get_ids_of_names, [parcel, reserved, locale](IDispatch& target) {
                 std::vector<LPOLESTR> texts;
                 for (std::wstring& name : parcel->names) texts.push_back(name.data());
                 return target.GetIDsOfNames(reserved, texts.data(), static_cast<UINT>(texts.size()),
@@ -172,7 +173,7 @@ public:
         parcel->numbers.assign(arguments->rgdispidNamedArgs,
                                arguments->rgdispidNamedArgs + arguments->cNamedArgs);
         const bool wants_result = result != nullptr;
-        const HRESULT done = Remote(invoke, [=](IDispatch& target) {
+        const HRESULT done = Remote(fn_invoke, [=](IDispatch& target) {
             return InvokeThere(target, *parcel, member, reserved, locale, flags, wants_result);
         });
         if (exception && done == kException) {
@@ -196,7 +197,7 @@ private:
     static HRESULT InvokeThere(IDispatch& target, Parcel& parcel, DISPID member, REFIID reserved,
                                LCID locale, WORD flags, bool wants_result)
     {
-        // Whatever happens, what was made on this side is given back on it.
+        // Clears on every path what was unpacked on this side.
         struct Made
         {
             std::vector<VARIANT> arguments;
@@ -240,7 +241,7 @@ public:
 
     HRESULT EnumConnectionPoints(IEnumConnectionPoints** points) override
     {
-        return RemoteGiven(enum_connection_points, IID_IEnumConnectionPoints, points,
+        return RemoteGiven(fn_enum_connection_points, IID_IEnumConnectionPoints, points,
                            [](IConnectionPointContainer& target, IEnumConnectionPoints** own) {
                                return target.EnumConnectionPoints(own);
                            });
@@ -248,7 +249,7 @@ public:
 
     HRESULT FindConnectionPoint(REFIID id, IConnectionPoint** point) override
     {
-        return RemoteGiven(find_connection_point, IID_IConnectionPoint, point,
+        return RemoteGiven(fn_find_connection_point, IID_IConnectionPoint, point,
                            [id](IConnectionPointContainer& target, IConnectionPoint** own) {
                                return target.FindConnectionPoint(id, own);
                            });
@@ -263,16 +264,17 @@ public:
     HRESULT GetConnectionInterface(IID* id) override
     {
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = Remote(get_connection_interface, [parcel](IConnectionPoint& target) {
-            return target.GetConnectionInterface(&parcel->guid);
-        });
+        const HRESULT result =
+            Remote(fn_get_connection_interface, [parcel](IConnectionPoint& target) {
+                return target.GetConnectionInterface(&parcel->guid);
+            });
         *id = parcel->guid;
         return result;
     }
 
     HRESULT GetConnectionPointContainer(IConnectionPointContainer** container) override
     {
-        return RemoteGiven(get_container, IID_IConnectionPointContainer, container,
+        return RemoteGiven(fn_get_container, IID_IConnectionPointContainer, container,
                            [](IConnectionPoint& target, IConnectionPointContainer** own) {
                                return target.GetConnectionPointContainer(own);
                            });
@@ -285,7 +287,7 @@ public:
         parcel->objects.resize(1);
         const HRESULT sent = ExportInterface(sink, IID_IUnknown, parcel->objects[0]);
         if (FAILED(sent)) return sent;
-        const HRESULT result = Remote(advise, [parcel](IConnectionPoint& target) {
+        const HRESULT result = Remote(fn_advise, [parcel](IConnectionPoint& target) {
             IUnknown* there = nullptr;
             const HRESULT come =
                 ImportInterface(parcel->objects[0], reinterpret_cast<void**>(&there));
@@ -300,33 +302,33 @@ public:
 
     HRESULT Unadvise(DWORD cookie) override
     {
-        return Remote(unadvise,
+        return Remote(fn_unadvise,
                       [cookie](IConnectionPoint& target) { return target.Unadvise(cookie); });
     }
 
     HRESULT EnumConnections(IEnumConnections** connections) override
     {
-        return RemoteGiven(enum_connections, IID_IEnumConnections, connections,
+        return RemoteGiven(fn_enum_connections, IID_IEnumConnections, connections,
                            [](IConnectionPoint& target, IEnumConnections** own) {
                                return target.EnumConnections(own);
                            });
     }
 };
 
-// How an enumerator's element is sent on and comes.
-IUnknown* Sent(const CONNECTDATA& element, DWORD& cookie)
+// Take apart an element of an enumerator for marshaling, and put it together again.
+IUnknown* ToWire(const CONNECTDATA& element, DWORD& cookie)
 {
     cookie = element.dwCookie;
     return element.pUnk;
 }
-IUnknown* Sent(IConnectionPoint* element, DWORD&) { return element; }
-const IID& SentAs(const CONNECTDATA*) { return IID_IUnknown; }
-const IID& SentAs(IConnectionPoint* const*) { return IID_IConnectionPoint; }
-void Come(void* object, DWORD cookie, CONNECTDATA& element)
+IUnknown* ToWire(IConnectionPoint* element, DWORD&) { return element; }
+const IID& WireInterface(const CONNECTDATA*) { return IID_IUnknown; }
+const IID& WireInterface(IConnectionPoint* const*) { return IID_IConnectionPoint; }
+void FromWire(void* object, DWORD cookie, CONNECTDATA& element)
 {
     element = {static_cast<IUnknown*>(object), cookie};
 }
-void Come(void* object, DWORD, IConnectionPoint*& element)
+void FromWire(void* object, DWORD, IConnectionPoint*& element)
 {
     element = static_cast<IConnectionPoint*>(static_cast<IUnknown*>(object));
 }
@@ -341,7 +343,7 @@ public:
     {
         if (!elements || (!given && count != 1)) return E_POINTER;
         const auto parcel = std::make_shared<Parcel>();
-        const HRESULT result = this->Remote(next, [parcel, count](Enumerator& target) {
+        const HRESULT result = this->Remote(fn_next, [parcel, count](Enumerator& target) {
             return NextThere(target, *parcel, count);
         });
         if (given) *given = 0;
@@ -350,7 +352,7 @@ public:
             void* object = nullptr;
             const HRESULT come = ImportInterface(parcel->objects[i], &object);
             if (FAILED(come)) return come;
-            Come(object, parcel->cookies[i], elements[i]);
+            FromWire(object, parcel->cookies[i], elements[i]);
             if (given) ++*given;
         }
         return result;
@@ -358,17 +360,17 @@ public:
 
     HRESULT Skip(ULONG count) override
     {
-        return this->Remote(skip, [count](Enumerator& target) { return target.Skip(count); });
+        return this->Remote(fn_skip, [count](Enumerator& target) { return target.Skip(count); });
     }
 
     HRESULT Reset() override
     {
-        return this->Remote(reset, [](Enumerator& target) { return target.Reset(); });
+        return this->Remote(fn_reset, [](Enumerator& target) { return target.Reset(); });
     }
 
     HRESULT Clone(Enumerator** copy) override
     {
-        return this->RemoteGiven(clone, id, copy, [](Enumerator& target, Enumerator** own) {
+        return this->RemoteGiven(fn_clone, id, copy, [](Enumerator& target, Enumerator** own) {
             return target.Clone(own);
         });
     }
@@ -383,8 +385,9 @@ private:
         parcel.objects.resize(given);
         parcel.cookies.resize(given);
         for (ULONG i = 0; i < given; ++i) {
-            IUnknown* const object = Sent(own[i], parcel.cookies[i]);
-            const HRESULT sent = ExportInterface(object, SentAs(own.data()), parcel.objects[i]);
+            IUnknown* const object = ToWire(own[i], parcel.cookies[i]);
+            const HRESULT sent =
+                ExportInterface(object, WireInterface(own.data()), parcel.objects[i]);
             object->Release();
             if (FAILED(sent)) done = sent;
         }
@@ -404,7 +407,7 @@ public:
     HRESULT CreateInstance(IUnknown* outer, REFIID id, void** object) override
     {
         if (outer) return CLASS_E_NOAGGREGATION;
-        return RemoteGiven(create_instance, id, reinterpret_cast<IUnknown**>(object),
+        return RemoteGiven(fn_create_instance, id, reinterpret_cast<IUnknown**>(object),
                            [id](IClassFactory& target, IUnknown** own) {
                                return target.CreateInstance(nullptr, id,
                                                             reinterpret_cast<void**>(own));
@@ -413,7 +416,7 @@ public:
 
     HRESULT LockServer(BOOL lock) override
     {
-        return Remote(lock_server,
+        return Remote(fn_lock_server,
                       [lock](IClassFactory& target) { return target.LockServer(lock); });
     }
 };
@@ -440,7 +443,8 @@ const struct
     {IID_IClassFactory, Make<ClassFacet>},
 };
 
-// How calls of an interface cross; null when nobody knows. With the machine held.
+// Makes the proxy of an interface; null for one whose calls cannot be marshaled. With the machine
+// held.
 FacetMaker MakerOf(Machine& machine, REFIID id)
 {
     for (const auto& known : kFacets) {
@@ -470,8 +474,8 @@ void Proxy::Closed()
 HRESULT Proxy::Begin(Function& function, std::shared_ptr<Exported>& object)
 {
     Operation call(function);
-    if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
-    if (call.thread.stay.apartment != m_apartment) return RPC_E_WRONG_THREAD;
+    if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused)) return refused;
+    if (call.thread.membership.apartment != m_apartment) return RPC_E_WRONG_THREAD;
     object = m_object;
     return S_OK;
 }
@@ -481,7 +485,7 @@ HRESULT Proxy::Query(REFIID id, void** interface)
     if (!interface) return E_POINTER;
     *interface = nullptr;
     std::shared_ptr<Exported> object;
-    if (const HRESULT begun = Begin(query_interface, object); FAILED(begun)) return begun;
+    if (const HRESULT begun = Begin(fn_query_interface, object); FAILED(begun)) return begun;
     FacetMaker make = nullptr;
     bool known = false;
     {
@@ -498,7 +502,7 @@ HRESULT Proxy::Query(REFIID id, void** interface)
     const Hold hold(Machine::Current());
     auto& facet = m_facets[id];
     if (!facet) facet = make(*this, id);
-    Add();
+    AddRef();
     *interface = facet->interface();
     return S_OK;
 }
@@ -511,14 +515,14 @@ HRESULT ImportProxy(const ExportedInterface& exported, Apartment& here, void** i
         const Hold hold(machine);
         Proxy*& known = here.proxies[exported.object.get()];
         if (known) {
-            known->Add();
+            known->AddRef();
         } else {
             known = HandOut<Proxy>(machine, exported.object, here.shared_from_this());
         }
         proxy = known;
     }
     const HRESULT result = proxy->Query(exported.id, interface);
-    proxy->Give();
+    proxy->Release();
     return result;
 }
 

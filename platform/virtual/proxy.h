@@ -1,5 +1,5 @@
-// What stands in one apartment for an object of another: each of its operations is a call into that
-// one.
+// Proxies: each stands in one apartment for an object of another, and its methods are calls into
+// that one.
 #pragma once
 
 #include <map>
@@ -36,24 +36,24 @@ public:
     std::string_view Kind() const override { return "reference to an object elsewhere"; }
     void Closed() override;
 
-    // Null after the last reference was given back.
+    // Null after the last reference was released.
     const std::shared_ptr<Exported>& object() const { return m_object; }
 
-    // As the object's QueryInterface does. The interface must be one whose calls can cross: one of
-    // the system's, or one that a registered type library describes. Without the machine held.
+    // As the object's QueryInterface does, for interfaces whose calls can be marshaled: some of the
+    // system's, and those that a registered type library describes. Without the machine held.
     HRESULT Query(REFIID id, void** interface);
 
-    // The object, for one call; an HRESULT when it cannot be called.
+    // Sets `object` for one call; fails when it cannot be called.
     HRESULT Begin(Function& function, std::shared_ptr<Exported>& object);
 
 private:
     std::shared_ptr<Exported> m_object;
-    const std::shared_ptr<Apartment> m_apartment;  // where it stands
+    const std::shared_ptr<Apartment> m_apartment;  // the only one it may be used in
     std::map<GUID, std::unique_ptr<ProxyFacet>, GuidLess> m_facets;
 };
 
-// Makes an interface of an object of another apartment one that may be called `here`, the caller's
-// own. Without the machine held.
+// Returns an interface of a proxy in `here`, the apartment of the caller, for an object of another
+// apartment. Without the machine held.
 HRESULT ImportProxy(const ExportedInterface& exported, Apartment& here, void** interface);
 
 }  // namespace virtual_pc

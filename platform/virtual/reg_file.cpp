@@ -68,16 +68,8 @@ std::wstring ReadText(const std::filesystem::path& file)
     return FromUtf8(bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes);
 }
 
-std::wstring_view Trim(std::wstring_view text)
-{
-    constexpr std::wstring_view kBlanks = L" \t\r";
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-// Reads hexadecimal digits, at most `most` of them; nothing when there are others or none.
-std::optional<DWORD> Hex(std::wstring_view digits, std::size_t most)
+// Reads hexadecimal digits, at most `most` of them; nothing for other characters or none.
+std::optional<DWORD> ParseHex(std::wstring_view digits, std::size_t most)
 {
     if (digits.empty() || digits.size() > most) return std::nullopt;
     DWORD number = 0;
@@ -89,10 +81,12 @@ std::optional<DWORD> Hex(std::wstring_view digits, std::size_t most)
     return number;
 }
 
-class Reader
+class RegFileReader
 {
 public:
-    explicit Reader(const std::filesystem::path& file) : m_file(file), m_text(ReadText(file)) {}
+    explicit RegFileReader(const std::filesystem::path& file) : m_file(file), m_text(ReadText(file))
+    {
+    }
 
     std::vector<RegFileChange> Read()
     {
@@ -112,12 +106,20 @@ public:
     }
 
 private:
+    static std::wstring_view Trim(std::wstring_view text)
+    {
+        constexpr std::wstring_view kBlanks = L" \t\r";
+        const std::size_t first = text.find_first_not_of(kBlanks);
+        if (first == text.npos) return {};
+        return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+    }
+
     [[noreturn]] void Fail(const std::string& what) const
     {
         throw std::runtime_error(m_file.string() + ":" + std::to_string(m_line) + ": " + what);
     }
 
-    // A line, and those that it goes on in after a backslash at its end.
+    // The next line, joined with the lines that continue it after a backslash at its end.
     std::optional<std::wstring> NextLine()
     {
         if (m_at >= m_text.size()) return std::nullopt;
@@ -128,7 +130,8 @@ private:
             std::wstring_view part = Trim(std::wstring_view(m_text).substr(m_at, end - m_at));
             m_at = end + 1;
             ++m_next_line;
-            // Only data that follow a comma or a colon go on: a quoted text may end so too.
+            // Only hexadecimal data, so after a comma or a colon: a quoted text may end in a
+            // backslash too.
             more = part.ends_with(L",\\") || part.ends_with(L":\\");
             if (more) part.remove_suffix(1);
             line += part;
@@ -171,7 +174,7 @@ private:
         }
     }
 
-    // Takes a quoted text off the beginning.
+    // Removes the quoted text at the beginning of `text`, and returns it.
     std::wstring Quoted(std::wstring_view& text)
     {
         const std::wstring_view whole = text;
@@ -198,7 +201,7 @@ private:
             return RegistryValue::String(string);
         }
         if (text.starts_with(kDword)) {
-            const std::optional<DWORD> number = Hex(text.substr(kDword.size()), 8);
+            const std::optional<DWORD> number = ParseHex(text.substr(kDword.size()), 8);
             if (!number)
                 Fail("\"" + ToUtf8(text) + "\" is no number of up to 8 hexadecimal digits");
             return RegistryValue::Dword(*number);
@@ -214,7 +217,7 @@ private:
         std::optional<DWORD> type;
         if (kind == L"hex") type = REG_BINARY;
         if (kind.starts_with(L"hex(") && kind.ends_with(L")")) {
-            type = Hex(kind.substr(4, kind.size() - 5), 8);
+            type = ParseHex(kind.substr(4, kind.size() - 5), 8);
         }
         if (colon == text.npos || !type) {
             Fail("\"" + ToUtf8(text) + "\" is no text, dword, hex or hex(type)");
@@ -234,7 +237,7 @@ private:
         while (!text.empty()) {
             const std::size_t comma = std::min(text.find(L','), text.size());
             const std::wstring_view digits = Trim(text.substr(0, comma));
-            const std::optional<DWORD> byte = Hex(digits, 2);
+            const std::optional<DWORD> byte = ParseHex(digits, 2);
             if (!byte) Fail("\"" + ToUtf8(digits) + "\" is no byte of two hexadecimal digits");
             bytes.push_back(static_cast<BYTE>(*byte));
             text.remove_prefix(std::min(comma + 1, text.size()));
@@ -276,7 +279,7 @@ std::wstring HexDigits(DWORD number, std::size_t count)
     return digits;
 }
 
-// Whether a quoted text brings back the very data.
+// Whether the data can be written as a quoted text without loss.
 bool FitsQuotes(const RegistryValue& value)
 {
     return value.type == REG_SZ && value.data == RegistryValue::String(value.Text()).data &&
@@ -287,7 +290,7 @@ bool FitsQuotes(const RegistryValue& value)
 
 std::vector<RegFileChange> ReadRegFile(const std::filesystem::path& file)
 {
-    return Reader(file).Read();
+    return RegFileReader(file).Read();
 }
 
 void RegFileWriter::Add(const RegistryPath& path, const RegistryNode& key)

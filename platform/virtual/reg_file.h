@@ -10,7 +10,7 @@
 
 namespace virtual_pc {
 
-// One line's doing.
+// One change that a .reg file asks for.
 struct RegFileChange
 {
     enum class What
@@ -26,7 +26,8 @@ struct RegFileChange
     RegistryValue value;
 };
 
-// What the file says, in its order. Throws std::runtime_error "FILE:LINE: what is wrong".
+// The changes that the file asks for, in its order. Throws std::runtime_error "FILE:LINE: what is
+// wrong".
 std::vector<RegFileChange> ReadRegFile(const std::filesystem::path& file);
 
 // Puts keys together into one file.

@@ -22,7 +22,7 @@ constexpr RootName kRootNames[] = {
     {L"HKEY_CLASSES_ROOT", RegistryRoot::classes},        {L"HKCR", RegistryRoot::classes},
 };
 
-// What every PC has that the service looks for.
+// Keys that every PC has and the service expects.
 constexpr const wchar_t* kFirstKeys[] = {
     LR"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application)",
     LR"(HKLM\SOFTWARE\Classes\AppID)",
@@ -32,7 +32,7 @@ constexpr const wchar_t* kFirstKeys[] = {
     LR"(HKCU\Software\Classes)",
 };
 
-std::vector<std::wstring> NamesOf(std::wstring_view path)
+std::vector<std::wstring> KeyNames(std::wstring_view path)
 {
     std::vector<std::wstring> names;
     for (std::size_t from = 0; from < path.size();) {
@@ -73,7 +73,7 @@ std::wstring RegistryValue::Text() const
 std::shared_ptr<RegistryNode> RegistryNode::Find(std::wstring_view path)
 {
     std::shared_ptr<RegistryNode> node = shared_from_this();
-    for (const std::wstring& name : NamesOf(path)) {
+    for (const std::wstring& name : KeyNames(path)) {
         const auto found = node->keys.find(name);
         if (found == node->keys.end()) return nullptr;
         node = found->second;
@@ -84,7 +84,7 @@ std::shared_ptr<RegistryNode> RegistryNode::Find(std::wstring_view path)
 std::shared_ptr<RegistryNode> RegistryNode::Create(std::wstring_view path)
 {
     std::shared_ptr<RegistryNode> node = shared_from_this();
-    for (const std::wstring& name : NamesOf(path)) {
+    for (const std::wstring& name : KeyNames(path)) {
         std::shared_ptr<RegistryNode>& child = node->keys[name];
         if (!child) child = std::make_shared<RegistryNode>();
         node = child;
@@ -94,7 +94,7 @@ std::shared_ptr<RegistryNode> RegistryNode::Create(std::wstring_view path)
 
 bool RegistryNode::Delete(std::wstring_view path)
 {
-    std::vector<std::wstring> names = NamesOf(path);
+    std::vector<std::wstring> names = KeyNames(path);
     if (names.empty()) return false;
     std::shared_ptr<RegistryNode> parent = shared_from_this();
     for (std::size_t i = 0; i + 1 < names.size(); ++i) {
@@ -114,7 +114,7 @@ void RegistryNode::MarkDeleted()
     for (const auto& [name, child] : keys) child->MarkDeleted();
 }
 
-// --- The room ---
+// --- The registry ---
 
 Registry::Registry(Machine& machine)
     : m_machine(machine),
@@ -141,8 +141,8 @@ std::wstring Registry::Spell(const RegistryPath& path)
     return path.path.empty() ? root : root + L"\\" + path.path;
 }
 
-// The user's classes lie over the machine's: what the user has is seen, and the rest is the
-// machine's.
+// HKCR merges two roots: a key that the user's classes have is taken from there, any other from the
+// machine's classes.
 RegistryPath Registry::Resolve(const RegistryPath& path) const
 {
     if (path.root != RegistryRoot::classes) return path;
@@ -167,7 +167,8 @@ std::shared_ptr<RegistryNode> Registry::FindKey(const RegistryPath& path) const
 std::shared_ptr<RegistryNode> Registry::CreateKey(const RegistryPath& path)
 {
     if (std::shared_ptr<RegistryNode> known = FindKey(path)) return known;
-    // A new class goes beneath its parent where only the user has that, else to the machine.
+    // A new key of HKCR goes to the user's classes when they have its parent, else to the
+    // machine's.
     RegistryPath target = Resolve(path);
     if (path.root == RegistryRoot::classes) {
         const std::size_t last = path.path.rfind(L'\\');
@@ -253,7 +254,7 @@ bool Registry::DeleteValue(std::wstring_view path, std::wstring_view name)
 
 void Registry::Import(const std::filesystem::path& file)
 {
-    // Read whole before anything is changed.
+    // Read the whole file before changing anything.
     const std::vector<RegFileChange> changes = ReadRegFile(file);
     const Hold hold(m_machine);
     for (const RegFileChange& change : changes) {

@@ -36,7 +36,7 @@ struct RegistryNode : std::enable_shared_from_this<RegistryNode>
 {
     std::map<std::wstring, std::shared_ptr<RegistryNode>, NoCase> keys;
     std::map<std::wstring, RegistryValue, NoCase> values;  // "" is the default value
-    bool deleted = false;  // handles to it are still open, and good for nothing
+    bool deleted = false;                                  // its handles fail from then on
 
     std::shared_ptr<RegistryNode> Find(std::wstring_view path);
     std::shared_ptr<RegistryNode> Create(std::wstring_view path);
@@ -89,7 +89,7 @@ public:
     void Load(const std::filesystem::path& file);
     void Save(const std::filesystem::path& file) const;
 
-    // --- By root and path, for the rooms; with the machine held ---
+    // --- For the other facets, by root and path; with the machine held ---
     static RegistryPath Parse(std::wstring_view path);
     // "HKLM\Software\..."
     static std::wstring Spell(const RegistryPath& path);

@@ -28,15 +28,15 @@ public:
     const std::shared_ptr<RegistryNode> node;
 };
 
-Function reg_create_key{"RegCreateKeyW", Failing::status};
-Function reg_open_key{"RegOpenKeyW", Failing::status};
-Function reg_open_key_ex{"RegOpenKeyExW", Failing::status};
-Function reg_close_key{"RegCloseKey", Failing::status, Role::gives_back};
-Function reg_get_value{"RegGetValueW", Failing::status};
-Function reg_query_value_ex{"RegQueryValueExW", Failing::status};
-Function reg_delete_value{"RegDeleteValueW", Failing::status};
-Function reg_delete_tree{"RegDeleteTreeW", Failing::status};
-Function reg_set_value_ex{"RegSetValueExW", Failing::status};
+Function fn_reg_create_key{"RegCreateKeyW", Failing::status};
+Function fn_reg_open_key{"RegOpenKeyW", Failing::status};
+Function fn_reg_open_key_ex{"RegOpenKeyExW", Failing::status};
+Function fn_reg_close_key{"RegCloseKey", Failing::status, Role::releases};
+Function fn_reg_get_value{"RegGetValueW", Failing::status};
+Function fn_reg_query_value_ex{"RegQueryValueExW", Failing::status};
+Function fn_reg_delete_value{"RegDeleteValueW", Failing::status};
+Function fn_reg_delete_tree{"RegDeleteTreeW", Failing::status};
+Function fn_reg_set_value_ex{"RegSetValueExW", Failing::status};
 
 struct Root
 {
@@ -50,7 +50,7 @@ const Root kRoots[] = {{HKEY_LOCAL_MACHINE, RegistryRoot::local_machine},
 bool IsRoot(HKEY key) { return std::ranges::find(kRoots, key, &Root::key) != std::end(kRoots); }
 
 // The path that a handle and a path below it lead to; an error when the handle is not open. The
-// functions leave the last error alone.
+// registry functions do not change the last error.
 LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path)
 {
     const auto root = std::ranges::find(kRoots, key, &Root::key);
@@ -106,7 +106,7 @@ LSTATUS CheckType(const RegistryValue& value, DWORD flags)
     if (!any && (known == std::end(kTypeBits) || !(flags & known->bit))) {
         return ERROR_UNSUPPORTED_TYPE;
     }
-    // Binary data stand in for a number only where they are as long as one.
+    // RRF_RT_DWORD also admits REG_BINARY, but only of the size of a DWORD.
     const bool number_wanted = (flags & RRF_RT_ANY) == RRF_RT_DWORD;
     if (number_wanted && value.data.size() != sizeof(DWORD)) return ERROR_INVALID_DATA;
     return ERROR_SUCCESS;
@@ -133,7 +133,7 @@ extern "C" {
 
 LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
 {
-    Call call(reg_create_key);
+    Call call(fn_reg_create_key);
     if (!result) return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
@@ -144,17 +144,17 @@ LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
 
 LSTATUS WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
 {
-    return OpenExisting(reg_open_key, key, subKey, result);
+    return OpenExisting(fn_reg_open_key, key, subKey, result);
 }
 
 LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, HKEY* result)
 {
-    return OpenExisting(reg_open_key_ex, key, subKey, result);
+    return OpenExisting(fn_reg_open_key_ex, key, subKey, result);
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY key)
 {
-    Call call(reg_close_key);
+    Call call(fn_reg_close_key);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     if (IsRoot(key)) return ERROR_SUCCESS;
     const DWORD last_error = call.thread.last_error;
@@ -168,7 +168,7 @@ LSTATUS WINAPI RegCloseKey(HKEY key)
 LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type,
                             PVOID data, LPDWORD size)
 {
-    Call call(reg_get_value);
+    Call call(fn_reg_get_value);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     if (data && !size) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
@@ -193,7 +193,7 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags,
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* data,
                               DWORD size)
 {
-    Call call(reg_set_value_ex);
+    Call call(fn_reg_set_value_ex);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     if (!data && size > 0) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
@@ -218,7 +218,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, BYTE* data,
                                 LPDWORD size)
 {
-    Call call(reg_query_value_ex);
+    Call call(fn_reg_query_value_ex);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     if (data && !size) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
@@ -239,7 +239,7 @@ LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, B
 
 LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
 {
-    Call call(reg_delete_value);
+    Call call(fn_reg_delete_value);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
@@ -249,7 +249,7 @@ LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
 
 LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey)
 {
-    Call call(reg_delete_tree);
+    Call call(fn_reg_delete_tree);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     if (!subKey || !*subKey) return ERROR_INVALID_PARAMETER;
     RegistryPath path;

@@ -13,9 +13,9 @@ using namespace virtual_pc;
 
 namespace {
 
-Function uuid_from_string{"UuidFromStringW", Failing::status};
-Function uuid_to_string{"UuidToStringW", Failing::status};
-Function rpc_string_free{"RpcStringFreeW", Failing::never, Role::gives_back};
+Function fn_uuid_from_string{"UuidFromStringW", Failing::status};
+Function fn_uuid_to_string{"UuidToStringW", Failing::status};
+Function fn_rpc_string_free{"RpcStringFreeW", Failing::never, Role::releases};
 
 }  // namespace
 
@@ -23,7 +23,7 @@ extern "C" {
 
 RPC_STATUS WINAPI UuidFromStringW(RPC_WSTR text, UUID* uuid)
 {
-    Call call(uuid_from_string);
+    Call call(fn_uuid_from_string);
     if (call.Fails()) return static_cast<RPC_STATUS>(call.error());
     const std::optional<GUID> parsed = text ? ParseGuid(text) : GUID{};
     if (!parsed) return RPC_S_INVALID_STRING_UUID;
@@ -33,7 +33,7 @@ RPC_STATUS WINAPI UuidFromStringW(RPC_WSTR text, UUID* uuid)
 
 RPC_STATUS WINAPI UuidToStringW(const UUID* uuid, RPC_WSTR* text)
 {
-    Call call(uuid_to_string);
+    Call call(fn_uuid_to_string);
     *text = nullptr;
     if (call.Fails()) return static_cast<RPC_STATUS>(call.error());
     std::wstring form = FormatGuid(*uuid);
@@ -48,7 +48,7 @@ RPC_STATUS WINAPI UuidToStringW(const UUID* uuid, RPC_WSTR* text)
 
 RPC_STATUS WINAPI RpcStringFreeW(RPC_WSTR* text)
 {
-    Call call(rpc_string_free);
+    Call call(fn_rpc_string_free);
     Free(call, *text);
     *text = nullptr;
     return RPC_S_OK;

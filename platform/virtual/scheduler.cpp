@@ -13,7 +13,7 @@ namespace {
 
 thread_local Thread* t_self = nullptr;
 
-// A thread whose process has ended goes no further, except to give back what it holds.
+// Ends a thread whose process has ended, by an exception, unless the thread is unwinding already.
 void EndIfEnding(const Thread& self)
 {
     if (self.ends && std::uncaught_exceptions() == 0) throw ThreadEnds{};
@@ -69,11 +69,12 @@ void Scheduler::Pace(Instant to)
         m_paced_from_host + std::chrono::duration_cast<std::chrono::steady_clock::duration>(host));
 }
 
-// Nobody can run: lets the driver go on if it is its turn, else moves the clock to what comes next.
+// Called when all threads are blocked: wakes the driver when its condition holds or its deadline
+// comes first, else moves the clock to the next alarm.
 void Scheduler::Advance()
 {
     const Instant next = m_alarms.empty() ? kNever : m_alarms.begin()->first;
-    if (m_living) {
+    if (m_machine_runs) {
         if (m_driver_condition && *m_driver_condition && (*m_driver_condition)()) {
             m_condition_held = true;
             return MakeReady(*m_driver);
@@ -84,26 +85,26 @@ void Scheduler::Advance()
             return MakeReady(*m_driver);
         }
     }
-    if (NothingWakes()) return Stick("the PC is asleep, and nothing is going to wake it");
-    if (next == kNever) return Stick("nobody can run, and nothing is going to happen");
+    if (NothingWakes()) return ReportStuck("the PC is asleep, and nothing is going to wake it");
+    if (next == kNever) return ReportStuck("nobody can run, and nothing is going to happen");
     FireNext();
 }
 
-// Whether the driver waits for something that the machine, asleep for ever, can never do. With a
-// deadline it goes on in time, and may wake the machine then.
+// Whether the machine stands still, no alarm would wake it, and the driver has no deadline. With a
+// deadline the driver goes on in time, and may wake the machine then.
 bool Scheduler::NothingWakes() const
 {
-    if (!m_still || !m_living || m_driver_deadline != kNever) return false;
+    if (!m_still || !m_machine_runs || m_driver_deadline != kNever) return false;
     return std::ranges::none_of(m_alarms, [](const auto& alarm) { return alarm.second->Wakes(); });
 }
 
-void Scheduler::Stick(std::string_view why)
+void Scheduler::ReportStuck(std::string_view why)
 {
     m_stuck = "the machine is stuck: " + std::string(why) + "\n" + Report();
     if (m_driver->state == Thread::State::blocked) MakeReady(*m_driver);
 }
 
-// --- Who runs ---
+// --- Choosing the thread that runs ---
 
 std::uint64_t Scheduler::Draw(std::uint64_t below)
 {
@@ -115,14 +116,14 @@ std::uint64_t Scheduler::Draw(std::uint64_t below)
     return (z ^ (z >> 31)) % below;
 }
 
-bool Scheduler::AnybodyMayRun() const
+bool Scheduler::AnyThreadMayRun() const
 {
     return m_still ? m_driver->state == Thread::State::ready : !m_ready.empty();
 }
 
 Thread& Scheduler::Choose()
 {
-    while (!AnybodyMayRun()) Advance();
+    while (!AnyThreadMayRun()) Advance();
     const auto place = m_still ? std::ranges::find(m_ready, m_driver)
                                : m_ready.begin() + static_cast<std::ptrdiff_t>(
                                                        m_options.seed ? Draw(m_ready.size()) : 0);
@@ -131,8 +132,8 @@ Thread& Scheduler::Choose()
     return next;
 }
 
-// Passes the baton. The machine is let go of before the wake-up, so that the woken thread does not
-// run into it; the caller then waits for its own turn, or ends.
+// Passes the baton. Unlocks the machine before the wake-up, so that the woken thread does not block
+// on the lock; the caller then waits for its own turn, or ends.
 void Scheduler::SwitchTo(Thread& next)
 {
     next.state = Thread::State::running;
@@ -145,7 +146,7 @@ void Scheduler::Block(Thread& self)
     EndIfEnding(self);
     if (self.ends) return;
     self.state = Thread::State::blocked;
-    if (self.wait.lock && InLockCircle(self)) Stick("threads wait for one another's locks");
+    if (self.wait.lock && InLockCircle(self)) ReportStuck("threads wait for one another's locks");
     if (m_options.free) {
         --m_awake;
         while (m_awake == 0) Advance();
@@ -187,8 +188,8 @@ void Scheduler::GoOn()
     }
 }
 
-// A running thread has come to a platform call while the machine stands still.
-void Scheduler::AwaitGoingOn(Thread& self)
+// Called by a thread that makes a platform call while the machine stands still: waits for GoOn.
+void Scheduler::AwaitGoOn(Thread& self)
 {
     self.state = Thread::State::ready;
     m_ready.push_back(&self);
@@ -206,9 +207,9 @@ void Scheduler::AwaitGoingOn(Thread& self)
     m_machine.m_mutex.lock();
 }
 
-void Scheduler::Pass(Thread& self)
+void Scheduler::Preempt(Thread& self)
 {
-    if (m_still && &self != m_driver && Hold::Once()) return AwaitGoingOn(self);
+    if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
     const std::uint64_t drawn = Draw(m_ready.size() + 1);
     if (drawn < m_ready.size()) LetRun(self, drawn);
@@ -219,7 +220,7 @@ void Scheduler::Yield(Thread& self)
     if (!m_ready.empty()) LetRun(self, 0);
 }
 
-// Lets one of those who can run go first.
+// Hands over to the ready thread at `place`; the caller queues behind the other ready threads.
 void Scheduler::LetRun(Thread& self, std::size_t place)
 {
     Thread& next = *m_ready[place];
@@ -231,19 +232,19 @@ void Scheduler::LetRun(Thread& self, std::size_t place)
     m_machine.m_mutex.lock();
 }
 
-bool Scheduler::Live(Instant deadline, const std::function<bool()>& condition)
+bool Scheduler::RunMachine(Instant deadline, const std::function<bool()>& condition)
 {
-    m_living = true;
+    m_machine_runs = true;
     m_driver_deadline = deadline;
     m_driver_condition = &condition;
     m_condition_held = false;
     m_driver->wait = {};
-    m_driver->wait.what = "for the machine to live";
+    m_driver->wait.what = "for the machine to run";
     struct Done
     {
-        bool& living;
-        ~Done() { living = false; }
-    } done{m_living};
+        bool& runs;
+        ~Done() { runs = false; }
+    } done{m_machine_runs};
     Block(*m_driver);
     return m_condition_held;
 }

@@ -1,12 +1,12 @@
-// Who runs, and when the clock moves.
+// Decides which thread runs, and when the clock moves.
 //
 // Deterministic: one thread has the baton and the others stand still, each on a signal of its own.
 // The baton passes when its holder blocks or ends and, where a seed was given, at any platform
 // call. Free: threads run at once under the host's scheduler, and only time is the machine's.
 //
-// Either way the clock stands while anybody can run. When nobody can, it jumps to the next alarm.
-// Whoever drives the machine is its least urgent thread: it goes on when nobody else can run and
-// nothing is left to happen before the time it asked for.
+// Either way the clock stands while a thread can run. When all are blocked, it jumps to the next
+// alarm. The driver is the least urgent thread of the machine: it goes on when no other thread can
+// run and no alarm is left before its deadline.
 #pragma once
 
 #include <atomic>
@@ -30,7 +30,7 @@ namespace virtual_pc {
 class Machine;
 class Thread;
 
-// Something that happens at a time. All calls are made with the machine held.
+// Something that is called at a set time. All calls are made with the machine held.
 class Alarm
 {
 public:
@@ -40,7 +40,7 @@ public:
     virtual bool Wakes() const { return false; }
 
 protected:
-    // The clock stands at the time the alarm was set to, and it is no longer armed.
+    // Called when the clock has reached the time that the alarm was set to; it is no longer armed.
     virtual void Due() = 0;
 
 private:
@@ -49,8 +49,7 @@ private:
     bool m_armed = false;
 };
 
-// Thrown to whoever drives the machine: nobody can run, nothing is going to happen, and yet
-// somebody is waited for.
+// Thrown to the driver when all threads are blocked for ever, or block one another by their locks.
 class StuckMachine : public std::runtime_error
 {
 public:
@@ -63,7 +62,7 @@ public:
     struct Options
     {
         bool free = false;
-        // Draws who runs next from this seed; 0 keeps the fixed order.
+        // Draws the thread that runs next from this seed; 0 keeps the fixed order.
         std::uint64_t seed = 0;
         // Machine seconds for each second of the host's clock; 0 does not wait for it at all.
         double pace = 0;
@@ -82,33 +81,35 @@ public:
     // Starts a host thread for `thread`, which runs when its turn comes.
     void Start(std::shared_ptr<Thread> thread);
 
-    // Blocks the calling thread, whose wait says what for, until MakeReady. With the machine held
-    // once. Throws ThreadEnds, or returns at once while unwinding, when the thread's process has
-    // ended.
+    // Blocks the calling thread until MakeReady. `self.wait` must say what it waits for. With the
+    // machine held once. Throws ThreadEnds, or returns at once while unwinding, when the thread's
+    // process has ended.
     void Block(Thread& self);
     void MakeReady(Thread& thread);
 
-    // Every platform call passes here first: a chance for another thread to run.
-    void Pass(Thread& self);
-    // Lets somebody else run if anybody can.
+    // Called at the beginning of every platform call: may hand over to another ready thread when
+    // there is a seed, and waits for GoOn while the machine stands still.
+    void Preempt(Thread& self);
+    // Hands over to the thread that has been ready longest, if any is ready.
     void Yield(Thread& self);
 
-    // From now on only the driver runs, and the clock goes on: who can run stands still where it
-    // is, or at its next platform call, until GoOn. What falls due meanwhile has happened then.
+    // From now on only the driver runs, and the clock goes on. Ready threads are frozen, running
+    // ones at their next platform call, until GoOn. Alarms still fire at their times.
     void StandStill() { m_still = true; }
     void GoOn();
 
-    // The driver's side: lets the machine live until `deadline`, or until `condition`, which is
-    // asked whenever nobody can run, holds. True when it held. Throws StuckMachine.
-    bool Live(Instant deadline, const std::function<bool()>& condition);
+    // Called by the driver: runs the machine until `deadline`, or until `condition`, which is
+    // checked whenever all threads are blocked, holds. Returns whether it held. Throws
+    // StuckMachine.
+    bool RunMachine(Instant deadline, const std::function<bool()>& condition);
 
-    // Who waits for what, a line for each thread.
+    // What each thread waits for, a line for each.
     std::string Report() const;
 
     const std::vector<std::shared_ptr<Thread>>& threads() const { return m_threads; }
     Thread* FindThread(DWORD id) const;
 
-    // Waits for the host threads of ended threads to be gone, all of them or those that are done.
+    // Joins the host threads: all of them, or only those that are done.
     void JoinHostThreads(bool all);
 
 private:
@@ -121,13 +122,13 @@ private:
     void Advance();
     void FireNext();
     void Pace(Instant to);
-    void Stick(std::string_view why);
-    bool AnybodyMayRun() const;
+    void ReportStuck(std::string_view why);
+    bool AnyThreadMayRun() const;
     bool NothingWakes() const;
     Thread& Choose();
     void SwitchTo(Thread& next);
     void LetRun(Thread& self, std::size_t place);
-    void AwaitGoingOn(Thread& self);
+    void AwaitGoOn(Thread& self);
     void RunThread(Thread& thread);
     void End(Thread& thread);
     bool InLockCircle(const Thread& thread) const;
@@ -140,17 +141,18 @@ private:
     std::multimap<Instant, Alarm*> m_alarms;
     std::vector<std::shared_ptr<Thread>> m_threads;
 
-    // Deterministic: who can run, longest first. Free: who could, but for the standstill.
+    // Deterministic mode: the ready threads, longest ready first. Free mode: the threads that are
+    // held back while the machine stands still.
     std::vector<Thread*> m_ready;
-    int m_awake = 1;  // free: how many are not blocked, the driver included
+    int m_awake = 1;  // free mode: how many threads are not blocked, including the driver
     bool m_still = false;
 
     Thread* m_driver = nullptr;
-    bool m_living = false;  // the driver lets the machine live
+    bool m_machine_runs = false;  // the driver is in RunMachine
     Instant m_driver_deadline = kNever;
     const std::function<bool()>* m_driver_condition = nullptr;
     bool m_condition_held = false;
-    std::string m_stuck;  // why, while the driver is still to be told
+    std::string m_stuck;  // the report, until Block throws it to the driver
 
     std::list<HostThread> m_host_threads;
     std::chrono::steady_clock::time_point m_paced_from_host;

@@ -9,12 +9,12 @@ using namespace virtual_pc;
 
 namespace {
 
-Function start_dispatcher{"StartServiceCtrlDispatcherW"};
-Function register_handler{"RegisterServiceCtrlHandlerExW"};
-Function set_service_status{"SetServiceStatus"};
-Function register_power_setting{"RegisterPowerSettingNotification"};
-Function unregister_power_setting{"UnregisterPowerSettingNotification", Failing::last_error,
-                                  Role::gives_back};
+Function fn_start_dispatcher{"StartServiceCtrlDispatcherW"};
+Function fn_register_handler{"RegisterServiceCtrlHandlerExW"};
+Function fn_set_service_status{"SetServiceStatus"};
+Function fn_register_power_setting{"RegisterPowerSettingNotification"};
+Function fn_unregister_power_setting{"UnregisterPowerSettingNotification", Failing::last_error,
+                                     Role::releases};
 
 // Runs a service's main routine on a thread of its own.
 void StartMain(Call& call, const Service& service, LPSERVICE_MAIN_FUNCTIONW main)
@@ -58,7 +58,7 @@ BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
     std::shared_ptr<Service> service;
     Machine& machine = Machine::Current();
     {
-        Call call(start_dispatcher);
+        Call call(fn_start_dispatcher);
         if (call.Fails()) return FALSE;
         if (!table || !table->lpServiceProc) return call.Fail(ERROR_INVALID_PARAMETER);
         service = machine.services.ServiceOf(call.process());
@@ -85,11 +85,11 @@ BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
     return TRUE;
 }
 
-// The name counts only where several services share a program.
+// The name is ignored, as for a program with one service.
 SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR, LPHANDLER_FUNCTION_EX handler,
                                                            LPVOID context)
 {
-    Call call(register_handler);
+    Call call(fn_register_handler);
     if (call.Fails()) return nullptr;
     const std::shared_ptr<Service> service = call.machine.services.ServiceOf(call.process());
     if (!service || !handler) {
@@ -104,7 +104,7 @@ SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR, LPHANDLER_FU
 
 BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status)
 {
-    Call call(set_service_status);
+    Call call(fn_set_service_status);
     if (call.Fails()) return FALSE;
     const std::shared_ptr<Service> service = call.machine.services.FindRun(handle);
     if (!service) return call.Fail(ERROR_INVALID_HANDLE);
@@ -118,7 +118,7 @@ BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS stat
 HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, const GUID* setting,
                                                      DWORD flags)
 {
-    Call call(register_power_setting);
+    Call call(fn_register_power_setting);
     if (call.Fails()) return nullptr;
     const std::shared_ptr<Service> service =
         call.machine.services.FindRun(reinterpret_cast<SERVICE_STATUS_HANDLE>(recipient));
@@ -131,7 +131,7 @@ HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, const GUI
 
 BOOL WINAPI UnregisterPowerSettingNotification(HPOWERNOTIFY registration)
 {
-    Call call(unregister_power_setting);
+    Call call(fn_unregister_power_setting);
     if (call.Fails()) return FALSE;
     if (!call.Find<PowerSettingRegistration>(registration)) return FALSE;
     call.machine.handles.Close(registration);

@@ -11,20 +11,20 @@ namespace {
 
 constexpr const wchar_t* kServices = LR"(HKLM\SYSTEM\CurrentControlSet\Services)";
 
-// Part of the system, and running as long as the PC is on: what others depend on.
+// A service of the system that others depend on. It runs as long as the PC is on.
 constexpr const wchar_t* kSystemService = L"RpcSs";
 
 constexpr std::wstring_view kStateNames[] = {L"",        L"stopped",    L"starting", L"stopping",
                                              L"running", L"continuing", L"pausing",  L"paused"};
 
-constexpr DWORD kFirstOwnControl = 128;  // up to 255, a service's own
+constexpr DWORD kFirstOwnControl = 128;  // up to 255, user-defined
 
-// What a service must accept to be told.
+// The flag with which a service accepts a control.
 struct Acceptance
 {
     DWORD control;
     DWORD accepted;
-    bool may_be_sent;  // by anybody; the others are the system's
+    bool may_be_sent;  // by ControlService; only the system sends the others
 };
 constexpr Acceptance kAcceptances[] = {
     {SERVICE_CONTROL_STOP, SERVICE_ACCEPT_STOP, true},
@@ -81,7 +81,7 @@ bool IsName(std::wstring_view name)
     return !name.empty() && name.size() <= kLongest && name.find_first_of(L"/\\") == name.npos;
 }
 
-// A power setting as the handler gets it.
+// A change of a power setting, as the handler gets it.
 std::vector<BYTE> SettingRecord(const GUID& setting, const std::vector<BYTE>& value)
 {
     constexpr std::size_t kHead = offsetof(POWERBROADCAST_SETTING, Data);
@@ -170,7 +170,7 @@ std::optional<ServiceConfig> ServiceManager::Read(std::wstring_view name) const
     const std::wstring key = KeyOf(name);
     const std::optional<DWORD> type = registry.GetDword(key, L"Type");
     const std::optional<std::wstring> path = registry.GetString(key, L"ImagePath");
-    // Other things lie beneath the services' key too.
+    // Not every key below Services is that of a service.
     if (!IsName(name) || !type || !path) return std::nullopt;
     ServiceConfig config;
     config.name = name;
@@ -249,7 +249,7 @@ std::shared_ptr<Service> ServiceManager::ServiceOf(const Process& process) const
     return nullptr;
 }
 
-// Looks no deeper than a circle that somebody wrote into the registry by hand could lead.
+// Depth-limited, so that a dependency cycle in a hand-edited registry ends.
 bool ServiceManager::DependsOn(std::wstring_view name, std::wstring_view other, int depth) const
 {
     const std::optional<ServiceConfig> config = depth > 0 ? Read(name) : std::nullopt;
@@ -263,7 +263,7 @@ bool ServiceManager::DependsOn(std::wstring_view name, std::wstring_view other, 
 void ServiceManager::Boot()
 {
     const Hold hold(m_machine);
-    // The database may have been written to while the PC was off.
+    // The registry may have changed while the PC was off.
     const std::vector<std::wstring> all = names();
     for (const std::wstring& name : all) {
         std::shared_ptr<Service>& service = m_services[name];
@@ -292,7 +292,7 @@ DWORD ServiceManager::Start(std::wstring_view name, const std::vector<std::wstri
     service->started = {service->name};
     service->started.insert(service->started.end(), arguments.begin(), arguments.end());
     service->reports.clear();
-    // Before the others, so that nobody starts it again on the way round.
+    // Set before the dependencies start, so that a dependency cycle does not start it again.
     SetState(*service, SERVICE_START_PENDING, NO_ERROR);
     if (const DWORD error = StartDependencies(*config)) {
         SetState(*service, SERVICE_STOPPED, error);
@@ -313,7 +313,8 @@ DWORD ServiceManager::StartDependencies(const ServiceConfig& config)
     return ERROR_SUCCESS;
 }
 
-// Starts whoever waits for nobody any more.
+// Starts the services whose dependencies all run, and fails those with a dependency that has
+// stopped.
 void ServiceManager::StartWaiting()
 {
     for (const std::wstring& name : names()) {
@@ -351,11 +352,11 @@ DWORD ServiceManager::Launch(Service& service, const ServiceConfig& config)
     service.handler = nullptr;
     service.called = std::make_shared<Caller>();
     DWORD error = ERROR_SUCCESS;
-    service.process = m_machine.StartMeant(config.path, {}, error);
+    service.process = m_machine.StartCommandLine(config.path, {}, error);
     return error;
 }
 
-// --- What a service says ---
+// --- Status reports ---
 
 SERVICE_STATUS_HANDLE ServiceManager::NewRunHandle()
 {
@@ -422,7 +423,7 @@ void ServiceManager::ProcessEnded(const Process& process)
     }
 }
 
-// --- What a service is told ---
+// --- Controls ---
 
 DWORD ServiceManager::MaySend(const Service& service, DWORD control) const
 {
@@ -498,33 +499,33 @@ std::shared_ptr<PowerSettingRegistration> ServiceManager::Register(
 bool ServiceManager::Hear(const Announcement& said, const std::function<void()>& handled)
 {
     const Acceptance* row = FindAcceptance(said.control);
-    std::vector<std::shared_ptr<Service>> hearers;
+    std::vector<std::shared_ptr<Service>> recipients;
     if (said.setting) {
-        // Whoever has registered hears of it, whatever else it accepts.
+        // A service that has registered gets the change, whatever controls it accepts.
         for (const auto& known : m_registrations) {
             const auto registration = known.lock();
             if (!registration || !IsEqualGUID(registration->setting, *said.setting)) continue;
             const std::shared_ptr<Service>& service = registration->service;
             if (service->handler && service->handle == registration->run) {
-                hearers.push_back(service);
+                recipients.push_back(service);
             }
         }
     } else {
         for (const auto& [name, service] : m_services) {
             const bool accepts = row && service->status.dwControlsAccepted & row->accepted;
-            if (accepts && service->handler && !service->stopped()) hearers.push_back(service);
+            if (accepts && service->handler && !service->stopped()) recipients.push_back(service);
         }
     }
     std::vector<BYTE> data = said.data;
     if (said.setting) data = SettingRecord(*said.setting, said.data);
     if (said.control == SERVICE_CONTROL_SESSIONCHANGE) data = SessionRecord(said.data);
-    const auto left = std::make_shared<std::size_t>(hearers.size());
-    for (const std::shared_ptr<Service>& service : hearers) {
+    const auto left = std::make_shared<std::size_t>(recipients.size());
+    for (const std::shared_ptr<Service>& service : recipients) {
         Queue(*service, {said.control, said.event, data, [left, handled](DWORD) {
                              if (--*left == 0) handled();
                          }});
     }
-    return !hearers.empty();
+    return !recipients.empty();
 }
 
 }  // namespace virtual_pc

@@ -1,4 +1,4 @@
-// The service control manager: its database, the services that run, and what they are told.
+// The service control manager: its database, the services that run, and the controls that they get.
 #pragma once
 
 #include <deque>
@@ -34,14 +34,14 @@ struct ServiceConfig
     std::wstring description = {};
 };
 
-// Something that a service's handler is to be told.
+// A control for the handler of a service.
 struct ServiceControl
 {
     DWORD control;
     DWORD event = 0;
     std::vector<BYTE> data = {};  // empty: none
-    // Called with the machine held when the handler has returned, with what it returned; or when it
-    // never will, with an error.
+    // Called with the machine held: with the result of the handler when it has returned, or with an
+    // error when the process has ended before.
     std::function<void(DWORD)> handled = {};
 };
 
@@ -56,14 +56,15 @@ public:
 
     const std::wstring name;
     SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, 0, 0, 0, 0, 0};
-    std::vector<SERVICE_STATUS> reports;  // what it has said since it was started, in order
+    std::vector<SERVICE_STATUS> reports;  // since it was started, in order
 
-    Process* process = nullptr;         // null for none, and for a part of the system
+    Process* process = nullptr;         // null when it has none, and for a part of the system
     bool waits = false;                 // for the services it depends on
     std::vector<std::wstring> started;  // the arguments of its main routine
     bool connected = false;             // its program runs the dispatcher
     std::deque<ServiceControl> controls;
-    std::shared_ptr<Waitable> called;  // signalled when the dispatcher has something to look at
+    // Signalled when there is a control, or the service has stopped.
+    std::shared_ptr<Waitable> called;
     LPHANDLER_FUNCTION_EX handler = nullptr;
     LPVOID context = nullptr;
     SERVICE_STATUS_HANDLE handle = nullptr;  // of this run
@@ -84,12 +85,12 @@ public:
     std::wstring Name() const override { return FormatGuid(setting); }
 
     const std::shared_ptr<Service> service;
-    const SERVICE_STATUS_HANDLE run;  // the run of the service that asked
+    const SERVICE_STATUS_HANDLE run;  // the run of the service that registered
     const GUID setting;
 };
 
 // Results are Win32 errors: what the real one refuses with, or ERROR_SUCCESS.
-class ServiceManager final : public Announcer::Hearer
+class ServiceManager final : public Announcer::Listener
 {
 public:
     explicit ServiceManager(Machine& machine);
@@ -105,10 +106,11 @@ public:
     std::vector<std::wstring> names() const;
 
     // --- What runs ---
-    // Starts a service, after those it depends on. It returns at once; the service may wait.
+    // Starts a service, after those it depends on. Returns at once; the service may still wait for
+    // them.
     DWORD Start(std::wstring_view name, const std::vector<std::wstring>& arguments = {});
-    // Sends a control as somebody with every right does. `handled` as in ServiceControl; it is not
-    // called when the control is refused.
+    // Sends a control, with every access right. `handled` as in ServiceControl; it is not called
+    // when the control is refused.
     DWORD Control(std::wstring_view name, DWORD control, std::function<void(DWORD)> handled = {});
     // Null when there is no such service.
     std::shared_ptr<Service> Find(std::wstring_view name) const;
@@ -116,17 +118,17 @@ public:
     std::shared_ptr<Service> ServiceOf(const Process& process) const;
 
     // --- The PC's power switch ---
-    // Removes what is marked for deletion and starts what starts by itself.
+    // Removes the services that are marked for deletion, and starts the automatic ones.
     void Boot();
-    // Tells the services that want to hear it that the PC shuts down.
+    // Sends the shutdown control to the services that accept it.
     void Shutdown();
     // Whether no service's process is left.
     bool AllEnded() const;
 
-    // Machine::announcer's.
+    // Called by the announcer.
     bool Hear(const Announcement& announcement, const std::function<void()>& handled) override;
 
-    // --- For the functions, with the machine held ---
+    // --- For the platform functions, with the machine held ---
     std::shared_ptr<Service> FindRun(SERVICE_STATUS_HANDLE handle) const;
     SERVICE_STATUS_HANDLE NewRunHandle();
     void Report(Service& service, const SERVICE_STATUS& status);
@@ -135,7 +137,7 @@ public:
     std::shared_ptr<PowerSettingRegistration> Register(const std::shared_ptr<Service>& service,
                                                        const GUID& setting);
     void ServiceClosed(Service& service);
-    // Process's: it has ended, whatever became of its service.
+    // Called by a process that has ended.
     void ProcessEnded(const Process& process);
 
 private:

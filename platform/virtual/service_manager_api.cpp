@@ -32,13 +32,13 @@ public:
     const DWORD access;
 };
 
-Function open_manager{"OpenSCManagerW"};
-Function open_service{"OpenServiceW"};
-Function create_service{"CreateServiceW"};
-Function change_service_config{"ChangeServiceConfig2W"};
-Function delete_service{"DeleteService"};
-Function control_service{"ControlService"};
-Function close_service_handle{"CloseServiceHandle", Failing::last_error, Role::gives_back};
+Function fn_open_manager{"OpenSCManagerW"};
+Function fn_open_service{"OpenServiceW"};
+Function fn_create_service{"CreateServiceW"};
+Function fn_change_service_config{"ChangeServiceConfig2W"};
+Function fn_delete_service{"DeleteService"};
+Function fn_control_service{"ControlService"};
+Function fn_close_service_handle{"CloseServiceHandle", Failing::last_error, Role::releases};
 
 SC_HANDLE OpenFor(Call& call, std::shared_ptr<Object> object)
 {
@@ -56,7 +56,7 @@ ServiceHandle* Allowed(Call& call, SC_HANDLE handle, DWORD right)
     return service;
 }
 
-// The answer of a control's handler, which its sender waits for.
+// The result of a control, which its sender waits for.
 class Answer final : public Waitable
 {
 public:
@@ -65,7 +65,7 @@ public:
     SERVICE_STATUS status{};  // of the service, as the handler left it
 };
 
-std::vector<std::wstring> NamesIn(const wchar_t* list)
+std::vector<std::wstring> NamesInBlock(const wchar_t* list)
 {
     std::vector<std::wstring> names;
     for (; list && *list; list += names.back().size() + 1) names.emplace_back(list);
@@ -78,14 +78,14 @@ extern "C" {
 
 SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR, LPCWSTR, DWORD access)
 {
-    Call call(open_manager);
+    Call call(fn_open_manager);
     if (call.Fails()) return nullptr;
     return OpenFor(call, std::make_shared<ManagerHandle>(access));
 }
 
 SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access)
 {
-    Call call(open_service);
+    Call call(fn_open_service);
     if (call.Fails()) return nullptr;
     if (!call.Find<ManagerHandle>(reinterpret_cast<HANDLE>(manager))) return nullptr;
     std::shared_ptr<Service> service = call.machine.services.Find(name);
@@ -100,7 +100,7 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display
                                 DWORD type, DWORD start, DWORD errorControl, LPCWSTR path, LPCWSTR,
                                 LPDWORD, LPCWSTR dependencies, LPCWSTR account, LPCWSTR)
 {
-    Call call(create_service);
+    Call call(fn_create_service);
     if (call.Fails()) return nullptr;
     const auto* handle = call.Find<ManagerHandle>(reinterpret_cast<HANDLE>(manager));
     if (!handle) return nullptr;
@@ -112,7 +112,7 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display
                                               .start = start,
                                               .error_control = errorControl,
                                               .path = path ? path : L"",
-                                              .dependencies = NamesIn(dependencies),
+                                              .dependencies = NamesInBlock(dependencies),
                                               .account = account ? account : L"LocalSystem"});
     }
     if (error) {
@@ -124,7 +124,7 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display
 
 BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE handle, DWORD level, LPVOID info)
 {
-    Call call(change_service_config);
+    Call call(fn_change_service_config);
     if (call.Fails()) return FALSE;
     const ServiceHandle* service = Allowed(call, handle, SERVICE_CHANGE_CONFIG);
     if (!service) return FALSE;
@@ -137,7 +137,7 @@ BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE handle, DWORD level, LPVOID info)
 
 BOOL WINAPI DeleteService(SC_HANDLE handle)
 {
-    Call call(delete_service);
+    Call call(fn_delete_service);
     if (call.Fails()) return FALSE;
     const ServiceHandle* service = Allowed(call, handle, DELETE);
     if (!service) return FALSE;
@@ -147,7 +147,7 @@ BOOL WINAPI DeleteService(SC_HANDLE handle)
 
 BOOL WINAPI ControlService(SC_HANDLE handle, DWORD control, LPSERVICE_STATUS status)
 {
-    Call call(control_service);
+    Call call(fn_control_service);
     if (call.Fails()) return FALSE;
     const DWORD right = control == SERVICE_CONTROL_STOP          ? SERVICE_STOP
                         : control == SERVICE_CONTROL_INTERROGATE ? SERVICE_INTERROGATE
@@ -174,7 +174,7 @@ BOOL WINAPI ControlService(SC_HANDLE handle, DWORD control, LPSERVICE_STATUS sta
 
 BOOL WINAPI CloseServiceHandle(SC_HANDLE handle)
 {
-    Call call(close_service_handle);
+    Call call(fn_close_service_handle);
     if (call.Fails()) return FALSE;
     const HANDLE closed = reinterpret_cast<HANDLE>(handle);
     const Object* object = call.Find<Object>(closed);

@@ -84,7 +84,7 @@ void Session::InstallProgram(std::wstring_view path, std::optional<Duration> spa
     });
 }
 
-std::vector<std::wstring> ProgramsMeant(std::wstring_view command_line)
+std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line)
 {
     std::vector<std::wstring> programs;
     const auto add = [&](std::wstring_view path) {

@@ -1,4 +1,4 @@
-// The user at the console, and how programs are started for him.
+// The user at the console, and how programs are started for that user.
 #pragma once
 
 #include <optional>
@@ -28,27 +28,27 @@ struct Launch
     std::wstring Variable(std::wstring_view name) const;
 };
 
-// Switched on, the PC shows its logon screen: there is a console session, and nobody is logged on.
+// The PC starts at its logon screen: there is a console session, and no user is logged on.
 class Session
 {
 public:
     explicit Session(Machine& machine) : m_machine(machine) {}
 
     std::optional<DWORD> console() const { return m_console; }
-    const std::wstring& user() const { return m_user; }  // empty when nobody is logged on
+    const std::wstring& user() const { return m_user; }  // empty when no user is logged on
     bool locked() const { return m_locked; }
 
-    // Each is announced to the services, and is nothing when it is so already. Logging on while
-    // somebody else is logged on logs him off first.
+    // Each is announced to the services, and does nothing when the session is in that state
+    // already. Logging on while another user is logged on logs that user off first.
     void Logon(std::wstring_view user);
     // Ends the programs of the session; the next logon screen is a new session.
     void Logoff();
     void Lock();
     void Unlock();
-    // The console has no session, as while the user is being switched; until the next logon.
+    // Leaves the console without a session until the next logon, as while users are switched.
     void Disconnect();
 
-    // Puts a program on the disk that runs for a time, or until it is ended when there is none.
+    // Puts a program on the disk that runs for `span`, or until it is ended when that is empty.
     void InstallProgram(std::wstring_view path, std::optional<Duration> span, int exit_code);
 
     // --- The rights of the service's account ---
@@ -65,10 +65,10 @@ private:
     bool m_locked = false;
 };
 
-// The programs that a command line without a separate application name may mean, in the order in
+// The paths that a command line without a separate application name may stand for, in the order in
 // which they are tried: the quoted text, or each prefix that ends at a blank; with ".exe" where the
 // name has no extension.
-std::vector<std::wstring> ProgramsMeant(std::wstring_view command_line);
+std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line);
 
 // The environment of a user, or of the system alone when it is empty.
 std::vector<std::wstring> EnvironmentOf(std::wstring_view user);

@@ -33,20 +33,20 @@ public:
     const DWORD session;
     const DWORD access;
     TOKEN_TYPE type = TokenPrimary;
-    Process* process = nullptr;  // whose own token it is; null for a user's
+    Process* process = nullptr;  // the process whose token it is; null for a user's token
 };
 
-Function wts_get_active_console_session{"WTSGetActiveConsoleSessionId"};
-Function wts_query_user_token{"WTSQueryUserToken"};
-Function duplicate_token{"DuplicateTokenEx"};
-Function create_environment_block{"CreateEnvironmentBlock"};
-Function destroy_environment_block{"DestroyEnvironmentBlock", Failing::last_error,
-                                   Role::gives_back};
-Function create_process_as_user{"CreateProcessAsUserW"};
-Function terminate_process{"TerminateProcess"};
-Function open_process_token{"OpenProcessToken"};
-Function lookup_privilege_value{"LookupPrivilegeValueW"};
-Function adjust_token_privileges{"AdjustTokenPrivileges"};
+Function fn_wts_get_active_console_session{"WTSGetActiveConsoleSessionId"};
+Function fn_wts_query_user_token{"WTSQueryUserToken"};
+Function fn_duplicate_token{"DuplicateTokenEx"};
+Function fn_create_environment_block{"CreateEnvironmentBlock"};
+Function fn_destroy_environment_block{"DestroyEnvironmentBlock", Failing::last_error,
+                                      Role::releases};
+Function fn_create_process_as_user{"CreateProcessAsUserW"};
+Function fn_terminate_process{"TerminateProcess"};
+Function fn_open_process_token{"OpenProcessToken"};
+Function fn_lookup_privilege_value{"LookupPrivilegeValueW"};
+Function fn_adjust_token_privileges{"AdjustTokenPrivileges"};
 
 std::vector<std::wstring> Texts(const wchar_t* block)
 {
@@ -61,28 +61,28 @@ extern "C" {
 
 DWORD WINAPI WTSGetActiveConsoleSessionId()
 {
-    Call call(wts_get_active_console_session);
+    Call call(fn_wts_get_active_console_session);
     if (call.Fails()) return kNoSession;
     return call.machine.session.console().value_or(kNoSession);
 }
 
 BOOL WINAPI WTSQueryUserToken(ULONG session, PHANDLE token)
 {
-    Call call(wts_query_user_token);
+    Call call(fn_wts_query_user_token);
     if (call.Fails()) return FALSE;
-    const Session& room = call.machine.session;
+    const Session& current = call.machine.session;
     if (!token) return call.Fail(ERROR_INVALID_PARAMETER);
-    if (!room.service_is_local_system) return call.Fail(ERROR_PRIVILEGE_NOT_HELD);
-    if (room.console() != session) return call.Fail(ERROR_FILE_NOT_FOUND);
-    if (room.user().empty()) return call.Fail(ERROR_NO_TOKEN);
-    *token = call.Open(std::make_shared<Token>(room.user(), session, MAXIMUM_ALLOWED));
+    if (!current.service_is_local_system) return call.Fail(ERROR_PRIVILEGE_NOT_HELD);
+    if (current.console() != session) return call.Fail(ERROR_FILE_NOT_FOUND);
+    if (current.user().empty()) return call.Fail(ERROR_NO_TOKEN);
+    *token = call.Open(std::make_shared<Token>(current.user(), session, MAXIMUM_ALLOWED));
     return TRUE;
 }
 
 BOOL WINAPI DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES,
                              SECURITY_IMPERSONATION_LEVEL, TOKEN_TYPE type, PHANDLE copy)
 {
-    Call call(duplicate_token);
+    Call call(fn_duplicate_token);
     if (call.Fails()) return FALSE;
     const Token* original = call.Find<Token>(token);
     if (!original) return FALSE;
@@ -95,7 +95,7 @@ BOOL WINAPI DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES,
 
 BOOL WINAPI CreateEnvironmentBlock(LPVOID* environment, HANDLE token, BOOL inherit)
 {
-    Call call(create_environment_block);
+    Call call(fn_create_environment_block);
     if (call.Fails()) return FALSE;
     const Token* whose = token ? call.Find<Token>(token) : nullptr;
     if (token && !whose) return FALSE;
@@ -114,7 +114,7 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* environment, HANDLE token, BOOL inher
 
 BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment)
 {
-    Call call(destroy_environment_block);
+    Call call(fn_destroy_environment_block);
     if (call.Fails()) return FALSE;
     return environment && Free(call, environment) ? TRUE : call.Fail(ERROR_INVALID_PARAMETER);
 }
@@ -124,7 +124,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
                                  LPVOID environment, LPCWSTR, LPSTARTUPINFOW startup,
                                  LPPROCESS_INFORMATION information)
 {
-    Call call(create_process_as_user);
+    Call call(fn_create_process_as_user);
     if (call.Fails()) return FALSE;
     if (!startup || !information || (!application && (!commandLine || !*commandLine))) {
         return call.Fail(ERROR_INVALID_PARAMETER);
@@ -137,7 +137,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
         launch.session = whose->session;
         launch.user = whose->user;
     }
-    // A block in the wrong kind of text is read as rubbish.
+    // Without the flag the system would read the block as text of another kind.
     if (environment && !(flags & CREATE_UNICODE_ENVIRONMENT)) {
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
@@ -152,7 +152,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
     Process* process = application
                            ? call.machine.StartInstalled(
                                  application, commandLine ? commandLine : application, launch)
-                           : call.machine.StartMeant(commandLine, launch, error);
+                           : call.machine.StartCommandLine(commandLine, launch, error);
     if (!process) return call.Fail(error);
     *information = {call.Open(process->object()), call.Open(process->first_thread()), process->id(),
                     process->first_thread_id()};
@@ -161,7 +161,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
 
 BOOL WINAPI TerminateProcess(HANDLE handle, UINT exitCode)
 {
-    Call call(terminate_process);
+    Call call(fn_terminate_process);
     if (call.Fails()) return FALSE;
     const ProcessObject* object = call.Find<ProcessObject>(handle);
     if (!object) return FALSE;
@@ -175,7 +175,7 @@ HANDLE WINAPI GetCurrentProcess() { return INVALID_HANDLE_VALUE; }
 
 BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, PHANDLE token)
 {
-    Call call(open_process_token);
+    Call call(fn_open_process_token);
     if (call.Fails()) return FALSE;
     Process* whose = nullptr;
     if (process == GetCurrentProcess()) {
@@ -192,10 +192,10 @@ BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, PHANDLE token)
     return TRUE;
 }
 
-// The only privilege that anybody asks for.
+// Only SE_DEBUG_NAME is modelled.
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR, LPCWSTR name, PLUID luid)
 {
-    Call call(lookup_privilege_value);
+    Call call(fn_lookup_privilege_value);
     if (call.Fails()) return FALSE;
     if (!name || !luid) return call.Fail(ERROR_INVALID_PARAMETER);
     if (!SameName(name, SE_DEBUG_NAME)) return call.Fail(ERROR_NO_SUCH_PRIVILEGE);
@@ -206,7 +206,7 @@ BOOL WINAPI LookupPrivilegeValueW(LPCWSTR, LPCWSTR name, PLUID luid)
 BOOL WINAPI AdjustTokenPrivileges(HANDLE handle, BOOL disableAll, PTOKEN_PRIVILEGES state, DWORD,
                                   PTOKEN_PRIVILEGES, LPDWORD)
 {
-    Call call(adjust_token_privileges);
+    Call call(fn_adjust_token_privileges);
     if (call.Fails()) return FALSE;
     const Token* token = call.Find<Token>(handle);
     if (!token) return FALSE;

@@ -20,8 +20,6 @@ public:
 
 constexpr Duration kPatience = std::chrono::seconds{20};
 
-bool Same(const GUID& a, const GUID& b) { return !GuidLess{}(a, b) && !GuidLess{}(b, a); }
-
 }  // namespace
 
 SleepState::SleepState(Machine& machine) : m_machine(machine), m_resumed(std::make_shared<Resume>())
@@ -33,13 +31,14 @@ SleepState::SleepState(Machine& machine) : m_machine(machine), m_resumed(std::ma
 
 SleepState::~SleepState() { m_machine.announcer.Remove(*this); }
 
-// Of what the PC itself announces, the source and the plan are what idleness rests on.
+// The power source, the plan and the sleep time-out in force determine when the PC is idle and how
+// its battery drains.
 bool SleepState::Hear(const Announcement& announcement, const std::function<void()>&)
 {
     if (!announcement.setting) return false;
     for (const GUID& changed :
          {GUID_ACDC_POWER_SOURCE, GUID_POWERSCHEME_PERSONALITY, GUID_STANDBY_TIMEOUT}) {
-        if (!Same(*announcement.setting, changed)) continue;
+        if (!IsEqualGUID(*announcement.setting, changed)) continue;
         Reconsider();
         m_machine.battery.Reconsider();
     }
@@ -103,7 +102,7 @@ void SleepState::FallAsleep()
     m_machine.battery.Reconsider();
     Record(L"asleep", L"");
     m_machine.scheduler.StandStill();
-    // It was too late to stop.
+    // The power button was pressed when the suspend could no longer be stopped.
     if (m_button_pressed) WakeByUser();
 }
 
@@ -185,8 +184,8 @@ DWORD SleepState::IdleSecondsLeft() const
     return static_cast<DWORD>(left.count());
 }
 
-// The PC looks at its idle timer when nobody has anything to do, so that whoever has just changed
-// what keeps it awake gets to the end of what he is about.
+// The idle timer fires only when all threads are blocked, even if it is due at once, so that a
+// thread which changes several requests in a row is not interrupted by sleep.
 void SleepState::Reconsider()
 {
     const Hold hold(m_machine);
@@ -201,7 +200,7 @@ void SleepState::Reconsider()
 void SleepState::OnIdle()
 {
     Ask(L"idle");
-    // A PC that cannot sleep looks again when something changes.
+    // When the PC cannot sleep, the next Reconsider sets the timer again.
 }
 
 void SleepState::Record(std::wstring_view what, std::wstring_view why)

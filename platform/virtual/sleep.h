@@ -12,11 +12,11 @@ namespace virtual_pc {
 class Machine;
 class Waitable;
 
-// A sleep, asked for or by idleness, becomes away mode while a request for it is held and the
-// active plan allows it. Otherwise, where the PC supports S3, the services hear that it suspends;
-// when they have dealt with it, all threads stand still, and the clock goes on, until a timer that
-// may wake the PC, or somebody, does.
-class SleepState final : private Announcer::Hearer
+// A sleep, requested or by idleness, becomes away mode while an away-mode request is held and the
+// active plan allows it. Otherwise, when the PC supports S3, the services are notified that it
+// suspends; when they have handled that, all threads stand still, and the clock goes on, until a
+// timer that may wake the PC, or a person, does.
+class SleepState final : private Announcer::Listener
 {
 public:
     explicit SleepState(Machine& machine);
@@ -29,7 +29,7 @@ public:
         asleep,
     };
     Phase phase() const { return m_phase; }
-    // Sleep out of away mode does not end it, and neither does a timer: only a person does.
+    // A sleep does not end away mode, and neither does a wake timer: only input does.
     bool away() const { return m_away; }
 
     // Puts the PC to sleep, for a program or a person. False when it can neither sleep nor go into
@@ -38,20 +38,22 @@ public:
     // Blocks a thread until the PC is neither asleep nor about to be. With the machine held once.
     void AwaitResume(Thread& self);
 
-    // The power button: wakes a PC that sleeps, and is input to one that does not.
+    // The power button: wakes a PC that sleeps, and counts as input to one that does not.
     void WakeByUser();
-    // A timer that may wake the PC is due. Nothing unless it sleeps and wake timers are allowed.
+    // Called when a timer that may wake the PC is due. Does nothing unless the PC sleeps and wake
+    // timers are allowed.
     void WakeByTimer();
-    // Whether the active plan lets timers wake the PC, and whoever put it to sleep did too.
+    // Whether the plan in force allows wake timers, and the request for the present sleep did too.
     bool WakeTimersAllowed() const;
 
-    // Seconds before idleness puts the PC to sleep, and then on below zero; the largest positive
-    // number when it never does. Idleness counts from the last input or resume.
+    // Seconds until the idle time-out, and below zero (as an unsigned number) after it; the largest
+    // positive number when there is none. Idleness counts from the last input or resume.
     DWORD IdleSecondsLeft() const;
 
-    // Requests, the user or what is in force may have changed: the idle timers are set anew.
+    // Sets the idle timers anew; called when requests, the user or the settings in force may have
+    // changed.
     void Reconsider();
-    // The user's room: there is input.
+    // Called by User when there is input.
     void OnInput();
 
 private:
@@ -81,13 +83,13 @@ private:
     Phase m_phase = Phase::awake;
     bool m_away = false;
     bool m_wake_timers = true;
-    bool m_unattended = false;  // a timer woke it, and nobody has turned up since
+    bool m_unattended = false;  // there was no input since the PC woke
     bool m_button_pressed = false;
     unsigned m_sleeps = 0;
     Instant m_resumed_at{0};
     std::shared_ptr<Waitable> m_resumed;
     At m_idle{*this, &SleepState::OnIdle};
-    // The services are not waited for without limit.
+    // Ends the wait for the services.
     At m_patience{*this, &SleepState::FallAsleep};
 };
 

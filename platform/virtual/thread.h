@@ -18,14 +18,15 @@ class Process;
 
 class Apartment;
 
-// The apartment of component objects that a thread is in, and how often it was entered; none for 0.
-struct Stay
+// The COM apartment that a thread is in, and how many of its CoInitialize calls are still to be
+// undone.
+struct ApartmentMembership
 {
     int entered = 0;
     std::shared_ptr<Apartment> apartment = {};
 };
 
-// Thrown through a thread's frames when its process has ended, so that what it holds is given back.
+// Thrown to unwind a thread whose process has ended, so that its frames release what they hold.
 struct ThreadEnds
 {
 };
@@ -41,7 +42,7 @@ class Thread
 {
 public:
     DWORD id = 0;
-    Process* process = nullptr;  // null for whoever drives the machine
+    Process* process = nullptr;  // null for the driver
     std::function<DWORD()> body;
     std::shared_ptr<ThreadObject> object;
 
@@ -58,9 +59,9 @@ public:
         ended,
     };
     State state = State::ready;
-    bool ends = false;  // its process has ended
+    bool ends = false;  // its process is ending
     Wait wait;
-    Stay stay;
+    ApartmentMembership membership;
     bool has_queue = false;
     std::deque<MSG> messages;
 

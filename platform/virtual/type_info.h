@@ -1,4 +1,4 @@
-// What a type library knows of one type, as programs get it.
+// The description of one type of a type library, as programs get it.
 #pragma once
 
 #include <cstddef>
@@ -22,14 +22,15 @@ struct TypeInLibrary
 
 // Hands out the type's information to the calling process.
 ITypeInfo* HandOutTypeInfo(Machine& machine, TypeInLibrary type);
-// The type that one of the objects above is about.
+// The type that an object from HandOutTypeInfo describes.
 TypeInLibrary TypeOf(ITypeInfo* info);
 
-// The numbers of a member, the first name, and of its parameters, the others, in any letter case.
+// The DISPIDs of a member (the first name) and of its parameters (the other names), in any letter
+// case.
 HRESULT FindNames(const TypeDescription& type, LPOLESTR* names, UINT count, DISPID* ids);
 
-// Calls a member of `instance` through its slot, with the arguments made into what the member
-// takes. Without the machine held.
+// Calls a member of `instance` through its slot, with the arguments converted to the types of its
+// parameters. Without the machine held.
 HRESULT InvokeSlot(const TypeDescription& type, void* instance, DISPID member, WORD flags,
                    DISPPARAMS* arguments, VARIANT* result, EXCEPINFO* exception, UINT* badArgument);
 

@@ -1,4 +1,4 @@
-// Calls of an interface's members by their numbers, with whatever arguments the caller has.
+// Calls of the members of an interface by DISPID, with arguments of convertible types.
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kMostParameters = 4;
 constexpr auto kException = static_cast<HRESULT>(0x80020009u);  // DISP_E_EXCEPTION
 
-// The arguments of one call while they are made into what the member takes.
+// Converts the arguments of one call, and owns the converted values.
 class Arguments
 {
 public:
@@ -24,9 +24,8 @@ public:
         for (VARIANT& value : m_values) VariantClear(&value);
     }
 
-    // For a parameter by value, or by reference to be read: the argument in the parameter's type.
-    // For a place to be written: the caller's own place, which must be of that type. The machine's
-    // own whole number and the one of 32 bits are one type.
+    // Converts an argument to the type of a parameter. For a pointer it takes the caller's own
+    // VT_BYREF place, which must be of that type; VT_INT counts as VT_I4, and VT_UINT as VT_UI4.
     HRESULT Take(std::size_t at, const Parameter& parameter, const VARIANT& argument)
     {
         if (argument.vt == VT_ERROR && argument.scode == DISP_E_PARAMNOTFOUND) {
@@ -38,7 +37,7 @@ public:
         return result;
     }
 
-    // A place of our own for what the member returns.
+    // Storage for the value that the member returns.
     void TakeResult(std::size_t at, VARTYPE type)
     {
         m_values[at].vt = type;
@@ -46,7 +45,7 @@ public:
         m_result = &m_values[at];
     }
 
-    // Gives the result away; an empty value when there is none.
+    // Moves the result out; an empty value when there is none.
     VARIANT DetachResult() { return m_result ? std::exchange(*m_result, {}) : VARIANT{}; }
 
     const std::uintptr_t (&words() const)[kMostParameters] { return m_words; }
@@ -92,8 +91,8 @@ const Member* FindMember(const TypeDescription& type, DISPID id, WORD flags)
     return found != type.members.end() ? &*found : nullptr;
 }
 
-// The place among the caller's arguments of the one for parameter number `at`. The named ones come
-// first, in any order; the others follow in reverse order.
+// Finds the argument for parameter number `at` in DISPPARAMS. The named arguments come first, in
+// any order; the others follow in reverse order.
 HRESULT PlaceOf(const DISPPARAMS& arguments, UINT at, bool put, UINT& place)
 {
     const UINT named = put ? 0 : arguments.cNamedArgs;
@@ -109,8 +108,8 @@ HRESULT PlaceOf(const DISPPARAMS& arguments, UINT at, bool put, UINT& place)
 
 }  // namespace
 
-// Every parameter is a word: a number of up to 64 bits, or a pointer. Where a member takes fewer
-// than four, the others are not looked at.
+// Every parameter is a word: a number of up to 64 bits, or a pointer. A member that takes fewer
+// than four ignores the others.
 HRESULT CallSlot(void* instance, int slot, const std::uintptr_t (&words)[4])
 {
     using Slot = HRESULT (*)(void*, std::uintptr_t, std::uintptr_t, std::uintptr_t, std::uintptr_t);

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kDispatchSlots = 7;
 
-// The types that have a name of their own. Those in several words are written with single blanks.
+// The built-in types. Names of several words have single blanks here.
 constexpr struct
 {
     std::string_view name;
@@ -32,10 +32,10 @@ constexpr struct
 // The attributes of what follows them, with their arguments as they are written.
 using Attributes = std::map<std::string, std::string>;
 
-class Reader
+class TypeLibraryReader
 {
 public:
-    explicit Reader(std::string_view text) : m_text(text) {}
+    explicit TypeLibraryReader(std::string_view text) : m_text(text) {}
 
     TypeLibrary Read()
     {
@@ -113,7 +113,7 @@ private:
         m_at = found + 1;
     }
 
-    // What stands between parentheses, quotes and all.
+    // The text between parentheses, including quotes.
     std::string Argument()
     {
         Expect('(');
@@ -376,7 +376,7 @@ const TypeDescription* TypeLibrary::Find(std::wstring_view type) const
     return found != types.end() ? &*found : nullptr;
 }
 
-TypeLibrary ReadTypeLibrary(std::string_view text) { return Reader(text).Read(); }
+TypeLibrary ReadTypeLibrary(std::string_view text) { return TypeLibraryReader(text).Read(); }
 
 void TypeLibraries::Add(std::wstring_view path, const std::filesystem::path& description)
 {

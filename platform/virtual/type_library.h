@@ -105,8 +105,8 @@ class Machine;
 class TypeLibraries
 {
 public:
-    // The program or library at `path` on the PC carries what this description on the host says.
-    // Throws std::runtime_error.
+    // Gives the program or library at `path` on the PC the type library that a file on the host
+    // describes. Throws std::runtime_error.
     void Add(std::wstring_view path, const std::filesystem::path& description);
     // With the machine held. Null for none.
     std::shared_ptr<const TypeLibrary> Find(const std::wstring& path) const;

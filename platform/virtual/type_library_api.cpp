@@ -12,18 +12,18 @@ using namespace virtual_pc;
 
 namespace {
 
-Function load_type_lib{"LoadTypeLib", Failing::hresult};
-Function load_reg_type_lib{"LoadRegTypeLib", Failing::hresult};
-Function register_type_lib{"RegisterTypeLib", Failing::hresult};
-Function register_for_user{"RegisterTypeLibForUser", Failing::hresult};
-Function unregister_type_lib{"UnRegisterTypeLib", Failing::hresult};
-Function unregister_for_user{"UnRegisterTypeLibForUser", Failing::hresult};
-Function get_type_info{"ITypeLib::GetTypeInfo", Failing::hresult};
-Function get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
-Function get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
-Function type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
+Function fn_load_type_lib{"LoadTypeLib", Failing::hresult};
+Function fn_load_reg_type_lib{"LoadRegTypeLib", Failing::hresult};
+Function fn_register_type_lib{"RegisterTypeLib", Failing::hresult};
+Function fn_register_for_user{"RegisterTypeLibForUser", Failing::hresult};
+Function fn_unregister_type_lib{"UnRegisterTypeLib", Failing::hresult};
+Function fn_unregister_for_user{"UnRegisterTypeLibForUser", Failing::hresult};
+Function fn_library_get_type_info{"ITypeLib::GetTypeInfo", Failing::hresult};
+Function fn_get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
+Function fn_type_get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
+Function fn_type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
 
-// The way by which calls of the library's other interfaces cross.
+// The proxy class for the library's other interfaces.
 constexpr const wchar_t* kByTypeLibrary = L"{00020424-0000-0000-C000-000000000046}";
 
 class LibraryObject;
@@ -39,7 +39,7 @@ HRESULT GiveTexts(const std::wstring& name, const std::wstring& help, BSTR* name
     return S_OK;
 }
 
-// What nobody asks of a type is not known here.
+// ITypeInfo methods that no caller uses return E_NOTIMPL.
 class TypeInfoObject final : public Counted, public ITypeInfo
 {
 public:
@@ -52,8 +52,8 @@ public:
     {
         return Answer<ITypeInfo>(id, IID_ITypeInfo, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     HRESULT GetTypeAttr(TYPEATTR**) override { return E_NOTIMPL; }
     HRESULT GetTypeComp(ITypeComp**) override { return E_NOTIMPL; }
@@ -85,8 +85,9 @@ public:
 
     HRESULT GetIDsOfNames(LPOLESTR* names, UINT count, MEMBERID* ids) override
     {
-        Operation call(get_ids_of_names);
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        Operation call(fn_type_get_ids_of_names);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         return FindNames(description(), names, count, ids);
     }
 
@@ -94,10 +95,11 @@ public:
                    VARIANT* result, EXCEPINFO* exception, UINT* bad_argument) override
     {
         {
-            Operation call(type_info_invoke);
-            if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+            Operation call(fn_type_info_invoke);
+            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+                return refused;
         }
-        const TypeInLibrary type = m_type;  // the call may give this object back
+        const TypeInLibrary type = m_type;  // the call may release this object
         return InvokeSlot(type.description(), instance, member, flags, arguments, result, exception,
                           bad_argument);
     }
@@ -141,23 +143,23 @@ public:
     {
         return Answer<ITypeLib>(id, IID_ITypeLib, this, object);
     }
-    ULONG AddRef() override { return Add(); }
-    ULONG Release() override { return Give(); }
+    ULONG AddRef() override { return Counted::AddRef(); }
+    ULONG Release() override { return Counted::Release(); }
 
     UINT GetTypeInfoCount() override { return static_cast<UINT>(m_library->types.size()); }
 
     HRESULT GetTypeInfo(UINT index, ITypeInfo** info) override
     {
-        Operation call(get_type_info);
-        return Give(call, index, info);
+        Operation call(fn_library_get_type_info);
+        return GiveTypeInfo(call, index, info);
     }
 
     HRESULT GetTypeInfoOfGuid(REFGUID guid, ITypeInfo** info) override
     {
-        Operation call(get_type_info_of_guid);
+        Operation call(fn_get_type_info_of_guid);
         const auto found =
             std::ranges::find_if(m_library->types, [&](const auto& t) { return t.guid == guid; });
-        return Give(call, static_cast<std::size_t>(found - m_library->types.begin()), info);
+        return GiveTypeInfo(call, static_cast<std::size_t>(found - m_library->types.begin()), info);
     }
 
     HRESULT GetTypeInfoType(UINT, TYPEKIND*) override { return E_NOTIMPL; }
@@ -182,12 +184,11 @@ public:
     }
 
 private:
-    using Counted::Give;
-
-    HRESULT Give(Operation& call, std::size_t index, ITypeInfo** info)
+    HRESULT GiveTypeInfo(Operation& call, std::size_t index, ITypeInfo** info)
     {
         *info = nullptr;
-        if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
         if (index >= m_library->types.size()) return TYPE_E_ELEMENTNOTFOUND;
         *info = HandOutTypeInfo(call.machine, {m_library, index});
         return S_OK;
@@ -198,9 +199,9 @@ private:
 
 HRESULT TypeInfoObject::GetContainingTypeLib(ITypeLib** library, UINT* index)
 {
-    Operation call(get_type_info);
+    Operation call(fn_library_get_type_info);
     *library = nullptr;
-    if (const HRESULT refused = call.Refused(Look(call)); FAILED(refused)) return refused;
+    if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused)) return refused;
     if (index) *index = static_cast<UINT>(m_type.index);
     *library = HandOutLibrary(call.machine, m_type.library);
     return S_OK;
@@ -223,19 +224,19 @@ HRESULT Load(Call& call, const std::wstring& path, ITypeLib** library)
 
 std::wstring Braced(const GUID& guid) { return L"{" + FormatGuid(guid) + L"}"; }
 
-std::wstring Hex(DWORD number)
+std::wstring HexNumber(DWORD number)
 {
     wchar_t text[12];
     std::swprintf(text, std::size(text), L"%x", number);
     return text;
 }
 
-std::wstring Version(WORD major, WORD minor) { return Hex(major) + L"." + Hex(minor); }
+std::wstring Version(WORD major, WORD minor) { return HexNumber(major) + L"." + HexNumber(minor); }
 
 constexpr const wchar_t* kMachineClasses = LR"(HKLM\Software\Classes\)";
 constexpr const wchar_t* kUserClasses = LR"(HKCU\Software\Classes\)";
 
-// The interfaces of a library that may be called from another apartment by what it says of them.
+// Whether calls of the interface can be marshaled by its description in the library.
 bool Crosses(const TypeDescription& type)
 {
     return type.kind == TypeDescription::Kind::dispatch || type.Has(L"dual") ||
@@ -254,7 +255,7 @@ HRESULT Register(Function& function, const wchar_t* classes, ITypeLib* library, 
     const std::wstring version = Version(described.major, described.minor);
     const std::wstring key = classes + (LR"(TypeLib\)" + Braced(described.guid)) + L"\\" + version;
     registry.SetString(key, L"", described.help);
-    registry.SetString(key + L"\\" + Hex(described.locale) + LR"(\win64)", L"", path);
+    registry.SetString(key + L"\\" + HexNumber(described.locale) + LR"(\win64)", L"", path);
     registry.SetString(key + LR"(\FLAGS)", L"", L"0");
     registry.SetString(key + LR"(\HELPDIR)", L"", help_folder ? help_folder : L"");
     for (const TypeDescription& type : described.types) {
@@ -270,12 +271,13 @@ HRESULT Register(Function& function, const wchar_t* classes, ITypeLib* library, 
     return S_OK;
 }
 
-// The path under which a registered library is found in one place; empty when it is not there.
+// The file of a registered version of a library; empty when none is registered for the locale.
 std::wstring RegisteredPath(Registry& registry, const std::wstring& version_key, LCID locale)
 {
-    // As asked for, in any variety of the language, or in none.
+    // The locale asked for, its primary language, or the neutral one.
     for (const LCID known : {locale, locale & 0x3FF, LCID{0}}) {
-        const auto path = registry.GetString(version_key + L"\\" + Hex(known) + LR"(\win64)", L"");
+        const auto path =
+            registry.GetString(version_key + L"\\" + HexNumber(known) + LR"(\win64)", L"");
         if (path) return *path;
     }
     return {};
@@ -318,7 +320,7 @@ extern "C" {
 
 HRESULT WINAPI LoadTypeLib(LPCOLESTR file, ITypeLib** library)
 {
-    Call call(load_type_lib);
+    Call call(fn_load_type_lib);
     *library = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     return Load(call, file, library);
@@ -326,13 +328,13 @@ HRESULT WINAPI LoadTypeLib(LPCOLESTR file, ITypeLib** library)
 
 HRESULT WINAPI LoadRegTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, ITypeLib** library)
 {
-    Call call(load_reg_type_lib);
+    Call call(fn_load_reg_type_lib);
     *library = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     const std::wstring key = LR"(HKCR\TypeLib\)" + Braced(guid);
     const auto node = call.machine.registry.FindKey(Registry::Parse(key));
     if (!node) return TYPE_E_LIBNOTREGISTERED;
-    // The latest that satisfies.
+    // The highest registered minor version that is at least the requested one.
     std::wstring best;
     unsigned long latest = minor;
     for (const auto& [version, child] : node->keys) {
@@ -351,21 +353,21 @@ HRESULT WINAPI LoadRegTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale,
 
 HRESULT WINAPI RegisterTypeLib(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder)
 {
-    return Register(register_type_lib, kMachineClasses, library, path, helpFolder);
+    return Register(fn_register_type_lib, kMachineClasses, library, path, helpFolder);
 }
 
 HRESULT WINAPI RegisterTypeLibForUser(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder)
 {
-    return Register(register_for_user, kUserClasses, library, path, helpFolder);
+    return Register(fn_register_for_user, kUserClasses, library, path, helpFolder);
 }
 
 HRESULT WINAPI UnRegisterTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND)
 {
-    return Unregister(unregister_type_lib, kMachineClasses, guid, major, minor, locale);
+    return Unregister(fn_unregister_type_lib, kMachineClasses, guid, major, minor, locale);
 }
 
 HRESULT WINAPI UnRegisterTypeLibForUser(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND)
 {
-    return Unregister(unregister_for_user, kUserClasses, guid, major, minor, locale);
+    return Unregister(fn_unregister_for_user, kUserClasses, guid, major, minor, locale);
 }
 }

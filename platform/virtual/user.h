@@ -1,5 +1,5 @@
-// The person at the PC: input, the display that goes off without it, and what the system makes of
-// both.
+// The person at the PC: input, the display that goes off without it, and the presence that the
+// system derives from both.
 #pragma once
 
 #include "platform/virtual/scheduler.h"
@@ -8,17 +8,17 @@ namespace virtual_pc {
 
 class Machine;
 
-// Switched on, the display is on and the user present.
+// When the PC is switched on, the display is on and the user present.
 class User final : private Alarm
 {
 public:
     explicit User(Machine& machine);
 
-    // A key, a movement of the mouse. It ends away mode, turns the display on and makes the user
-    // present, each of which is announced; a PC that a timer has woken learns that somebody is
-    // there. A sleeping PC does not notice: that takes its power button (SleepState::WakeByUser).
+    // A key press or a mouse movement. It ends away mode, turns the display on and makes the user
+    // present, each with an announcement; the first input after a sleep announces the resume by a
+    // user. A sleeping PC ignores input: only its power button wakes it (SleepState::WakeByUser).
     void Input();
-    // Input without a pause from now on, until he leaves or the PC goes to sleep.
+    // Input without a pause from now on, until Leaves, or until the PC goes to sleep.
     void Works();
     void Leaves();
 
@@ -28,7 +28,8 @@ public:
 
     // The display goes off, and the user counts as inactive.
     void TurnDisplayOff();
-    // The requests, the plan in force or the source may have changed.
+    // Sets the display's time-out anew; called when the requests, the plan in force or the power
+    // source may have changed.
     void Reconsider();
 
 private:

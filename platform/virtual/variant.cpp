@@ -12,7 +12,7 @@ namespace {
 
 bool IsReference(VARTYPE type) { return type == VT_DISPATCH || type == VT_UNKNOWN; }
 
-// The number that a value is; nothing when it is none.
+// A value as a number; nothing when it is not convertible.
 std::optional<double> NumberOf(const VARIANT& value)
 {
     switch (value.vt) {
@@ -53,9 +53,9 @@ std::optional<double> NumberOf(const VARIANT& value)
     return number;
 }
 
-// A number as a whole one of type T: halves go to the even neighbour.
+// Rounds a number to type T, halves to the even neighbour.
 template <class T>
-HRESULT Whole(double number, T& place)
+HRESULT RoundTo(double number, T& place)
 {
     const double rounded = std::nearbyint(number);
     if (!(rounded >= static_cast<double>(std::numeric_limits<T>::min()) &&
@@ -70,19 +70,19 @@ HRESULT NumberTo(VARIANT& value, double number, VARTYPE type)
 {
     switch (type) {
         case VT_I1:
-            return Whole(number, value.cVal);
+            return RoundTo(number, value.cVal);
         case VT_UI1:
-            return Whole(number, value.bVal);
+            return RoundTo(number, value.bVal);
         case VT_I2:
-            return Whole(number, value.iVal);
+            return RoundTo(number, value.iVal);
         case VT_UI2:
-            return Whole(number, value.uiVal);
+            return RoundTo(number, value.uiVal);
         case VT_I4:
         case VT_INT:
-            return Whole(number, value.lVal);
+            return RoundTo(number, value.lVal);
         case VT_UI4:
         case VT_UINT:
-            return Whole(number, value.ulVal);
+            return RoundTo(number, value.ulVal);
         case VT_R4:
             value.fltVal = static_cast<float>(number);
             return S_OK;
@@ -111,7 +111,7 @@ HRESULT TextOf(const VARIANT& value, std::wstring& text)
     return S_OK;
 }
 
-// A value of the same type.
+// Copies a value, with a string or a reference of its own.
 HRESULT Copy(VARIANT& destination, const VARIANT& source)
 {
     destination = source;

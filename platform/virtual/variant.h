@@ -1,5 +1,5 @@
-// Values of automation: what they hold, and how one type becomes another. Without the machine held,
-// as a value may hold an object.
+// VARIANTs: the sizes of their types, and conversions. Without the machine held, as a conversion
+// may call an object.
 #pragma once
 
 #include <optional>
@@ -9,15 +9,15 @@
 
 namespace virtual_pc {
 
-// How many bytes a value of a type has in its place; 0 for a type that is none of ours.
+// The size of a value of a type in bytes; 0 for a type that is not supported.
 std::size_t SizeOf(VARTYPE type);
 
-// What a value by reference stands for, as a value of the same type that owns nothing; a value that
-// is no reference is itself.
+// What a VT_BYREF value points to, as a value that owns nothing; any other value unchanged.
 VARIANT Dereferenced(const VARIANT& value);
 
-// `source` as a value of another type, which holds a string or a reference of its own.
-// DISP_E_TYPEMISMATCH, DISP_E_OVERFLOW or DISP_E_BADVARTYPE, and an empty value, when it has none.
+// Converts `source` to another type; the result owns its string or reference. When that is
+// impossible, returns DISP_E_TYPEMISMATCH, DISP_E_OVERFLOW or the failure of a call, and an empty
+// value.
 HRESULT Convert(VARIANT& destination, const VARIANT& source, VARTYPE type);
 
 }  // namespace virtual_pc

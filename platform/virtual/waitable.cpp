@@ -27,7 +27,8 @@ private:
 
 }  // namespace
 
-// Whether the thread's wait is over, now that this object is signalled. Takes what it waited for.
+// Ends the wait of a thread if this signalled object satisfies it, and takes the signals of what it
+// waited for.
 bool Waitable::TrySatisfy(Thread& thread)
 {
     auto& objects = thread.wait.objects;

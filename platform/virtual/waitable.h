@@ -15,7 +15,7 @@ class Machine;
 class Thread;
 class Waitable;
 
-// What a blocked thread waits for. It belongs to the thread, and is live while the thread blocks.
+// What a blocked thread waits for. It belongs to the thread, and is valid while the thread blocks.
 struct Wait
 {
     std::vector<std::shared_ptr<Waitable>> objects;
@@ -27,7 +27,7 @@ struct Wait
     const CRITICAL_SECTION* lock = nullptr;
     // Whether a message ends it.
     bool for_message = false;
-    // The call whose answer it waits for, when it waits for one; a call that comes in ends it too.
+    // The remote call whose answer it waits for, or null; an incoming call ends such a wait too.
     const void* answer = nullptr;
 };
 
@@ -45,12 +45,12 @@ public:
 
     bool signalled() const { return m_signalled; }
 
-    // Sets the signal and lets go whom it satisfies: everybody for manual reset, the one that has
-    // waited longest for automatic.
+    // Sets the signal and wakes the threads whose waits it satisfies: all of them for manual reset,
+    // the one that has waited longest for automatic reset.
     void Signal();
     void Unsignal() { m_signalled = false; }
 
-    // A satisfied wait takes the signal of an automatic object.
+    // Resets an automatic object, for a wait that it has satisfied.
     void Take()
     {
         if (m_reset == Reset::automatic) m_signalled = false;
