@@ -14,13 +14,7 @@ inline bool SameScheme(const GUID& a, const GUID& b)
 // "Power Saver", "High Performance", "Balanced"; "A custom" for any other plan.
 const wchar_t* GetSchemeTitle(const GUID& scheme);
 
-struct SchemeTraits
-{
-    using Type = GUID*;
-    static Type None() { return nullptr; }
-    static void Close(Type scheme) { LocalFree(scheme); }
-};
-using OwnedScheme = Owned<SchemeTraits>;
+using OwnedScheme = Owned<GUID*, LocalFree>;
 
 // A setting of a plan: how it is read and written, and where a PowerSchemeConfig keeps it.
 struct PlanSetting
