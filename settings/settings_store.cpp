@@ -12,11 +12,11 @@ constexpr const wchar_t* kUserKeyPath = LR"(Software\Orbeq\Holv\User)";
 constexpr const wchar_t* kOemKeyPath = LR"(Software\Orbeq\Holv\OEM)";
 constexpr const wchar_t* kOemPowerSchemeName = L"OemPowerScheme";
 
-// What is loaded, in the order of loading.
+// The settings, in the order in which they are loaded.
 struct StoredSetting
 {
     const wchar_t* name;
-    Setting* global;  // none for OemPowerScheme, the one string
+    Setting* global;  // null for OemPowerScheme, the one string
     DWORD default_value;
 };
 
@@ -65,7 +65,8 @@ bool ReadDword(HKEY key, const wchar_t* name, DWORD& value)
     return RegGetValueW(key, nullptr, name, RRF_RT_DWORD, nullptr, &value, &size) == ERROR_SUCCESS;
 }
 
-// Read aside first: a value that does not fit may leave anything in the buffer.
+// Reads into a local buffer first: RegGetValueW may leave anything in it when the value does not
+// fit, and the global must then keep its text.
 DWORD ReadOemPowerScheme(HKEY key)
 {
     wchar_t text[kOemPowerSchemeLength] = {};
