@@ -13,6 +13,9 @@ inline constexpr DWORD kLogToFile = 0x2;
 inline constexpr DWORD kLogToDebugger = 0x4;
 inline constexpr DWORD kLogToConsole = 0x8;
 
+// A flag as log lines show it.
+constexpr const wchar_t* BoolText(bool flag) { return flag ? L"TRUE" : L"FALSE"; }
+
 // Whether a message of this level goes anywhere.
 inline bool IsLogged(DWORD level)
 {
