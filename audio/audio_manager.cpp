@@ -1,4 +1,4 @@
-// The cache of endpoints, and the start and end of keeping it.
+// The endpoint cache, and how it is started and stopped.
 
 #include "audio/audio_manager.h"
 
@@ -21,7 +21,7 @@ ULONGLONG CAudioManager::m_ullAnswered = 0;
 std::wstring GuidText(const GUID& guid)
 {
     OwnedRpcString text;
-    UUID uuid = guid;  // not every SDK takes a constant one
+    UUID uuid = guid;  // some SDKs take a pointer to a non-const one
     if (UuidToStringW(&uuid, text.Receive()) != RPC_S_OK || !text) return {};
     return reinterpret_cast<const wchar_t*>(text.Get());
 }
@@ -31,6 +31,14 @@ OwnedInterface<IMMDeviceEnumerator> CAudioManager::Enumerator()
     const ScopedLock lock(m_lock);
     if (m_pEnumerator) m_pEnumerator.Get()->AddRef();
     return OwnedInterface<IMMDeviceEnumerator>(m_pEnumerator.Get());
+}
+
+OwnedInterface<IMMDeviceEnumerator> CAudioManager::EnumeratorOrLog(const wchar_t* function,
+                                                                   FormatFor<> line)
+{
+    OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
+    if (!enumerator) Log(6, function, line);
+    return enumerator;
 }
 
 CAudioManager::Entry CAudioManager::At(std::size_t slot)
@@ -80,9 +88,10 @@ BOOL CAudioManager::Uninitialize()
 void CAudioManager::Start() { Switch(DoStart); }
 void CAudioManager::Stop() { Switch(DoStop); }
 
-// The steps call Core Audio, which waits for notifications that may want our lock, so they cannot
-// exclude one another by a lock. They queue instead: whoever finds nobody at it does its own step
-// and all that are asked for meanwhile, in their order.
+// Runs the steps of Start, Stop and Uninitialize one after the other, without holding the lock:
+// they call Core Audio, which waits for notifications that may need the lock. The caller that finds
+// the queue empty runs its own step and then all that other threads have queued meanwhile. Any
+// other caller only queues its step.
 void CAudioManager::Switch(Step step)
 {
     {
@@ -102,11 +111,9 @@ void CAudioManager::Switch(Step step)
 void CAudioManager::DoStart()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Start";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) {
-        Log(6, kFunction, L"m_pEnumerator is NULL");
-        return;
-    }
+    const OwnedInterface<IMMDeviceEnumerator> enumerator =
+        EnumeratorOrLog(kFunction, L"m_pEnumerator is NULL");
+    if (!enumerator) return;
     {
         const ScopedLock lock(m_lock);
         m_bKeeping = true;
@@ -136,7 +143,7 @@ void CAudioManager::DoStart()
     SafeRelease(endpoints, kFunction);
 }
 
-// Capture endpoints are offered too, and refused.
+// The collection also holds capture endpoints; FindOrInsert refuses them.
 void CAudioManager::CacheAll(IMMDeviceCollection& endpoints, UINT count)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Start";
@@ -169,7 +176,7 @@ void CAudioManager::DoUninitialize()
         const ScopedLock lock(m_lock);
         keeping = m_bKeeping;
     }
-    // A Start of the control interface's thread may have come after the state machine's last Stop.
+    // The control interface's thread may have called Start after the state machine's last Stop.
     if (keeping) {
         DoStop();
     } else {
@@ -186,16 +193,13 @@ void CAudioManager::DoUninitialize()
     Log(6, kFunction, L"Deleted current audio device enumerator, Release returned %d", left);
 }
 
-// Once registered it is not registered again: what a second one would leave behind, one Stop could
-// not remove.
+// Registers once: a single Stop could not remove two registrations.
 BOOL CAudioManager::RegisterMmClientCallbackEvent()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::RegisterMmClientCallbackEvent";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) {
-        Log(6, kFunction, L"RegisterMmClientCallbackEvent m_pEnumerator is NULL");
-        return FALSE;
-    }
+    const OwnedInterface<IMMDeviceEnumerator> enumerator =
+        EnumeratorOrLog(kFunction, L"RegisterMmClientCallbackEvent m_pEnumerator is NULL");
+    if (!enumerator) return FALSE;
     if (!m_bRegistered) {
         const HRESULT hr =
             enumerator.Get()->RegisterEndpointNotificationCallback(&m_NotificationClient);
@@ -215,11 +219,9 @@ BOOL CAudioManager::RegisterMmClientCallbackEvent()
 BOOL CAudioManager::UnregisterMmClientCallbackEvent()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::UnregisterMmClientCallbackEvent";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) {
-        Log(6, kFunction, L"UnRegisterMmClientCallbackEvent m_pEnumerator is NULL");
-        return FALSE;
-    }
+    const OwnedInterface<IMMDeviceEnumerator> enumerator =
+        EnumeratorOrLog(kFunction, L"UnRegisterMmClientCallbackEvent m_pEnumerator is NULL");
+    if (!enumerator) return FALSE;
     const HRESULT hr =
         enumerator.Get()->UnregisterEndpointNotificationCallback(&m_NotificationClient);
     if (FAILED(hr)) {
@@ -241,8 +243,8 @@ bool CAudioManager::HasEmptySlot()
     return std::ranges::find(m_DeviceArray, nullptr) != m_DeviceArray.end();
 }
 
-// Puts an entry into the first empty slot. Not when the keeping has ended while the entry was made,
-// or another thread has cached the endpoint meanwhile.
+// Puts an entry into the first empty slot. False when there is none, when a Stop came while the
+// entry was made, or when another thread has cached the endpoint meanwhile.
 bool CAudioManager::Place(const Entry& entry)
 {
     const ScopedLock lock(m_lock);
@@ -256,7 +258,8 @@ bool CAudioManager::Place(const Entry& entry)
     return true;
 }
 
-// Whether a device is one that sound comes out of; a refused one is given back here.
+// Whether a device is not a capture endpoint. A device whose flow is capture or unreadable is
+// released here.
 bool CAudioManager::IsRenderEndpoint(OwnedInterface<IMMDevice>& device)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Insert";
@@ -279,7 +282,7 @@ bool CAudioManager::IsRenderEndpoint(OwnedInterface<IMMDevice>& device)
     return renders;
 }
 
-// Gets the endpoint volume of a render endpoint; the entry has none otherwise.
+// Gives the entry the endpoint volume of a render endpoint. False when the entry has none.
 bool CAudioManager::OpenEndpoint(RegisteredAudioDevice& entry, IMMDeviceEnumerator& enumerator)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Insert";
@@ -310,7 +313,7 @@ BOOL CAudioManager::Insert(const wchar_t* id)
     const Entry entry = RegisteredAudioDevice::Make(id);
     if (!OpenEndpoint(*entry, *enumerator.Get())) return FALSE;
     BOOL muted = FALSE;
-    // An endpoint that does not say counts as not muted.
+    // If this fails, the endpoint counts as not muted.
     entry->m_pEndpointVolume.Get()->GetMute(&muted);
     entry->m_bMuted = muted != FALSE;
     Log(6, kFunction, L"Caching mute state %s", muted ? L"muted" : L"not muted");

@@ -1,4 +1,4 @@
-// For the power folder's own use: the plans and the settings that it knows.
+// Internal to power/: the plan settings that it reads and writes.
 #pragma once
 
 #include <cstring>
@@ -16,7 +16,7 @@ const wchar_t* GetSchemeTitle(const GUID& scheme);
 
 using OwnedScheme = Owned<GUID*, LocalFree>;
 
-// A setting of a plan: how it is read and written, and where a PowerSchemeConfig keeps it.
+// A setting of a plan: how to read and write it, and its fields in PowerSchemeConfig.
 struct PlanSetting
 {
     BOOL (*get)(const GUID* scheme, BOOL bAc, DWORD* value, bool* read);

@@ -1,4 +1,5 @@
-// What each transition of never-sleep mode writes into which plan, and which plan it activates.
+// The transitions of never-sleep mode: which values each writes into which plan, and which plan it
+// activates.
 
 #include "log/log.h"
 #include "power/plan_settings.h"
@@ -10,8 +11,8 @@ constexpr DWORD kAllowed = 1;
 constexpr DWORD kDndProcessorMinimumPercent = 5;
 constexpr DWORD kSleepSoonSeconds = 60;
 
-// A transition under way: it has the lock, and has said so. The lock may be taken again, for the
-// transition that contains another.
+// Holds the lock for the length of a transition, and logs the transition's name. The lock is
+// recursive: OnPowerOptionChanged calls EnterHolvControl with the lock held.
 class Transition
 {
 public:
@@ -67,7 +68,7 @@ void CPowerPolicyManager::PutBackHolvValues(const PlanSetting& setting) const
     PutBackHolvValue(setting, FALSE);
 }
 
-// Minimum and maximum go together: of a pair that could not be put back, neither is changed.
+// Changes minimum and maximum together, or neither of them if one could not be restored.
 void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
 {
     const ChangeablePlan plan = HolvPlan();
@@ -181,7 +182,7 @@ void CPowerPolicyManager::ExitDoNotDisturbState()
 {
     const Transition transition(m_lock, L"CPowerPolicyManager::ExitDoNotDisturbState");
     m_bInNeverSleepState = FALSE;
-    // What the entry changed goes back, whatever the settings have become since.
+    // Restore what the entry changed, even if the settings have changed since.
     if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) PutBackProcessor(FALSE);
     PutBackProcessor(TRUE);
     if (g_bDndToS3 || m_bSleepAllowedInDnd) {
@@ -213,8 +214,8 @@ void CPowerPolicyManager::OnPowerOptionChanged(const GUID* newScheme)
     if (!newScheme) return;
     const ScopedLock lock(m_lock);
     Log(6, kFunction, L"CPowerPolicyManager::OnPowerOptionChanged");
-    // The caller saw normal use, but a never-sleep state may have been entered since: the plan that
-    // is active then is no choice of the user's.
+    // The caller saw S0_NORMAL, but a never-sleep state may have been entered since. The active
+    // plan is then the service's, not the user's choice.
     if (SameScheme(*newScheme, m_UserScheme) || m_bInNeverSleepState) {
         Log(6, kFunction, L"Doing nothing");
         return;
