@@ -44,7 +44,7 @@ void Report(const wchar_t* source, WORD type, WORD category, DWORD id, const wch
     ReportEventW(log.Get(), type, category, id, nullptr, 1, 0, strings, nullptr);
 }
 
-// What a failed write leaves out is missing in the viewer only.
+// A failed write is ignored: only the viewer then lacks the texts.
 void SetPath(const OwnedKey& key, const wchar_t* name, const wchar_t* path)
 {
     RegSetValueExW(key.Get(), name, 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(path),

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMessageSize = 1024;  // with the terminator
 
-// Callers log first and look at their error afterwards.
+// Restores the last error: callers often log before they read it.
 class KeptLastError
 {
 public:
@@ -25,7 +25,8 @@ private:
 
 constexpr bool GoesToEventLog(DWORD level) { return level == 1 || level == 3 || level == 4; }
 
-// The event log and the debugger show which operation speaks, and for whom.
+// Reports to the event log and the debugger, where the name of the operation stands before the
+// message.
 void WriteWithPrefix(DWORD level, const wchar_t* function, const wchar_t* message, bool debugger)
 {
     wchar_t text[kMessageSize];
