@@ -1,7 +1,7 @@
 #!/usr/bin/env perl
-# Checks how the rooms of the house include one another: no circle, nothing of the virtual PC in the
-# service or of the service in the virtual PC, and no file of the service that asks what it is built
-# for. Usage: check_rooms.pl ROOT. Prints what is wrong, and exits with 1 then.
+# Checks the includes between folders: no circle, no file of the virtual PC in the service or of the
+# service in the virtual PC, and no service file that tests for the platform it is compiled for.
+# Usage: check_rooms.pl ROOT. Prints the faults, and then exits with 1.
 use strict;
 use warnings;
 
@@ -10,11 +10,12 @@ my @service = qw(service settings state power audio api log process);
 my @others = qw(platform platform/virtual pc);
 my %is_service = map { $_ => 1 } @service;
 
-# What two rooms need of one another is a small room of its own, on a lower floor than its folder.
+# Units that stand lower than their folder, because two folders that would otherwise include each
+# other need them.
 my %small = map { $_ => 1 } qw(settings/settings service/service_status
                                state/never_sleep_state state/owned_object);
 
-# The room of a file: its folder, unless it is a small one.
+# The unit of a file: its folder, unless it is one of these.
 sub room_of {
     my ($stem) = $_[0] =~ /^(.*)\.(?:h|cpp)$/;
     return $small{$stem} ? $stem : $stem =~ s{/[^/]*$}{}r;
@@ -45,7 +46,7 @@ for my $folder (@service, @others) {
     }
 }
 
-# Walks on from a room by the rooms that led to it; a room met again closes a circle.
+# Follows the includes of the last unit in @way. A unit that is already in @way closes a circle.
 my %done;
 sub walk {
     my @way = @_;
