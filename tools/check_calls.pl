@@ -9,7 +9,7 @@ use File::Basename;
 
 my $root = dirname(__FILE__) . '/..';
 
-# Functions that kernel32 forwards are traced by the name they have inside.
+# Functions that kernel32 forwards to ntdll are traced by their names there.
 my %inner = map { ("Rtl$_" => $_) } qw(EnterCriticalSection LeaveCriticalSection
     InitializeCriticalSection DeleteCriticalSection);
 @inner{qw(RtlGetLastWin32Error RtlSetLastWin32Error)} = qw(GetLastError SetLastError);
