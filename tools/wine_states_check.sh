@@ -52,7 +52,7 @@ given_back() {
 }
 
 active=1 idle=2 normal=0 dnd=3
-check "the plans are taken, switched over HOLV_ACTIVE and HOLV_IDLE, and given back" \
+check "the plans are configured, switched in HOLV_ACTIVE and HOLV_IDLE, and restored" \
     "$(
         taken
         users_values 100 40
@@ -85,7 +85,7 @@ check "do-not-disturb limits the processor and lets the PC sleep, and undoes bot
 oem_plan=8C5E7FDA-E8BF-4A96-9A85-A6E23A8C635C
 wine reg add "$oem_key" /v UseOemPowerScheme /t REG_DWORD /d 1 /f >/dev/null
 wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "{$oem_plan}" /f >/dev/null
-check "an OEM plan whose name is no GUID is not activated, and the user's plan is given back" \
+check "an OEM plan whose name is no GUID is not activated, and the user's plan is restored" \
     "$(
         allowed Balanced
         printf 'activate Balanced\nactivate Balanced\n'
