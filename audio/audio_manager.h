@@ -13,7 +13,7 @@
 #include "platform/lock.h"
 #include "platform/owned.h"
 
-// All data and operations are static; an object of the class only shows that the manager is in use.
+// All data and operations are static; an object of the class exists while the manager is in use.
 //
 // The state machine's thread, the control interface's thread and Core Audio's threads call it at
 // the same time. One lock guards the cache, the default id and the enumerator. It is held only
@@ -103,7 +103,7 @@ private:
     static CMMNotificationClient m_NotificationClient;
 
     static CriticalSection m_lock;
-    static bool m_bKeeping;  // between Start and Stop: entries may be placed
+    static bool m_bKeeping;  // between Start and Stop: entries may be cached
     static bool m_bRegistered;
     static std::vector<Step> m_steps;  // queued; the first one is running
     // Queries for the default endpoint are numbered, so that an older answer does not replace a

@@ -53,7 +53,7 @@ inline constexpr ArgumentKind kArgumentKindOf = FindArgumentKind<T>();
 template <class T>
 inline constexpr ArgumentKind kArgumentKindOf<std::atomic<T>> = FindArgumentKind<T>();
 
-// One argument, whose type only the format tells.
+// One argument. It does not store its type; the format determines it.
 class FormatArgument
 {
 public:

@@ -85,7 +85,8 @@ private:
     const DWORD m_dwMainThreadID;
     std::atomic<DWORD> m_dwServiceThreadID = 0;
 
-    // ServiceMain has reported SERVICE_STOPPED: no report of its own follows any more.
+    // ServiceMain makes its last report now or has made it. No later one would replace
+    // STOP_PENDING.
     std::atomic<bool> m_bLastReportMade = false;
     HANDLE m_hServiceMainEnded = nullptr;  // owned by RunService
 

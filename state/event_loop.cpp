@@ -19,9 +19,9 @@ constexpr Target kStay = std::nullopt;
 
 struct Slot
 {
-    // Before the action runs, the loop leaves the current state for this one: `leave_dnd_for` when
-    // it is HOLV_DND, `leave_other_for` when it is any other. With kStay it does not leave it, and
-    // S0_NORMAL needs no leaving.
+    // The target with which LeaveNeverSleepState is called before the action: `leave_dnd_for` if
+    // the current state is HOLV_DND, `leave_other_for` in the other states. kStay: no call.
+    // S0_NORMAL has nothing to leave.
     Target leave_dnd_for;
     Target leave_other_for;
     DWORD level;

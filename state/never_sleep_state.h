@@ -14,7 +14,7 @@ class CPowerPolicyManager;
 class CUserProcess;
 struct tagWTSSESSION_NOTIFICATION;
 
-// The first four are also the mode numbers that the platform device is sent.
+// The first four are also the mode numbers that are sent to the platform device.
 enum ESystemState : std::int32_t
 {
     S0_NORMAL = 0,    // in normal use
