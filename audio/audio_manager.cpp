@@ -12,11 +12,11 @@ std::array<CAudioManager::Entry, CAudioManager::kSlots> CAudioManager::m_DeviceA
 std::wstring CAudioManager::m_DefaultDeviceId;
 CMMNotificationClient CAudioManager::m_NotificationClient;
 CriticalSection CAudioManager::m_lock;
-bool CAudioManager::m_bKeeping = false;
+bool CAudioManager::m_bStarted = false;
 bool CAudioManager::m_bRegistered = false;
 std::vector<CAudioManager::Step> CAudioManager::m_steps;
-ULONGLONG CAudioManager::m_ullAsked = 0;
-ULONGLONG CAudioManager::m_ullAnswered = 0;
+ULONGLONG CAudioManager::m_ullLastQuery = 0;
+ULONGLONG CAudioManager::m_ullLastAnswered = 0;
 
 std::wstring GuidText(const GUID& guid)
 {
@@ -82,17 +82,17 @@ BOOL CAudioManager::Initialize()
 
 BOOL CAudioManager::Uninitialize()
 {
-    Switch(DoUninitialize);
+    RunInTurn(DoUninitialize);
     return TRUE;
 }
-void CAudioManager::Start() { Switch(DoStart); }
-void CAudioManager::Stop() { Switch(DoStop); }
+void CAudioManager::Start() { RunInTurn(DoStart); }
+void CAudioManager::Stop() { RunInTurn(DoStop); }
 
 // Runs the steps of Start, Stop and Uninitialize one after the other, without holding the lock:
 // they call Core Audio, which waits for notifications that may need the lock. The caller that finds
 // the queue empty runs its own step and then all that other threads have queued meanwhile. Any
 // other caller only queues its step.
-void CAudioManager::Switch(Step step)
+void CAudioManager::RunInTurn(Step step)
 {
     {
         const ScopedLock lock(m_lock);
@@ -116,7 +116,7 @@ void CAudioManager::DoStart()
     if (!enumerator) return;
     {
         const ScopedLock lock(m_lock);
-        m_bKeeping = true;
+        m_bStarted = true;
     }
     OwnedInterface<IMMDeviceCollection> endpoints;
     HRESULT hr =
@@ -171,13 +171,13 @@ void CAudioManager::DoStop()
 void CAudioManager::DoUninitialize()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Uninitialize";
-    bool keeping = false;
+    bool started = false;
     {
         const ScopedLock lock(m_lock);
-        keeping = m_bKeeping;
+        started = m_bStarted;
     }
     // The control interface's thread may have called Start after the state machine's last Stop.
-    if (keeping) {
+    if (started) {
         DoStop();
     } else {
         ClearDeviceArray();
@@ -248,7 +248,7 @@ bool CAudioManager::HasEmptySlot()
 bool CAudioManager::Place(const Entry& entry)
 {
     const ScopedLock lock(m_lock);
-    if (!m_bKeeping) return false;
+    if (!m_bStarted) return false;
     for (Entry& slot : m_DeviceArray) {
         if (slot && slot->m_pwszDeviceId == entry->m_pwszDeviceId) return false;
     }
@@ -368,10 +368,10 @@ BOOL CAudioManager::RecordDefaultDeviceId()
     constexpr const wchar_t* kFunction = L"CAudioManager::RecordDefaultDeviceId";
     const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
     if (!enumerator) return FALSE;
-    ULONGLONG question = 0;
+    ULONGLONG query = 0;
     {
         const ScopedLock lock(m_lock);
-        question = ++m_ullAsked;
+        query = ++m_ullLastQuery;
     }
     OwnedInterface<IMMDevice> device;
     const HRESULT hr =
@@ -388,8 +388,8 @@ BOOL CAudioManager::RecordDefaultDeviceId()
     std::wstring default_id;
     {
         const ScopedLock lock(m_lock);
-        if (device && question > m_ullAnswered) {
-            m_ullAnswered = question;
+        if (device && query > m_ullLastAnswered) {
+            m_ullLastAnswered = query;
             m_DefaultDeviceId = id ? id.Get() : L"";
         }
         default_id = m_DefaultDeviceId;
@@ -408,7 +408,7 @@ void CAudioManager::ClearDeviceArray()
     std::array<Entry, kSlots> entries;
     {
         const ScopedLock lock(m_lock);
-        m_bKeeping = false;
+        m_bStarted = false;
         m_DeviceArray.swap(entries);
     }
     for (std::size_t slot = 0; slot < kSlots; ++slot) {

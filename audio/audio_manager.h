@@ -75,7 +75,7 @@ private:
     using Entry = std::shared_ptr<RegisteredAudioDevice>;
 
     using Step = void (*)();
-    static void Switch(Step step);
+    static void RunInTurn(Step step);
     static void DoStart();
     static void DoStop();
     static void DoUninitialize();
@@ -103,13 +103,13 @@ private:
     static CMMNotificationClient m_NotificationClient;
 
     static CriticalSection m_lock;
-    static bool m_bKeeping;  // between Start and Stop: entries may be cached
+    static bool m_bStarted;  // between Start and Stop: entries may be cached
     static bool m_bRegistered;
     static std::vector<Step> m_steps;  // queued; the first one is running
     // Queries for the default endpoint are numbered, so that an older answer does not replace a
     // newer one.
-    static ULONGLONG m_ullAsked;
-    static ULONGLONG m_ullAnswered;
+    static ULONGLONG m_ullLastQuery;
+    static ULONGLONG m_ullLastAnswered;
 };
 
 // A GUID's text; empty on failure.

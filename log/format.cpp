@@ -73,12 +73,12 @@ void PutInField(Writer& writer, const Conversion& conversion, std::size_t length
 
 // --- Numbers ---
 
-constexpr std::size_t kMostDigits = 20;  // of 64 bits, in decimal
+constexpr std::size_t kMaxDigits = 20;  // of 64 bits, in decimal
 
 // Writes the digits, right-aligned, into `digits` (none for zero) and returns the first.
-const wchar_t* DigitsOf(std::uint64_t number, wchar_t letter, wchar_t (&digits)[kMostDigits])
+const wchar_t* DigitsOf(std::uint64_t number, wchar_t letter, wchar_t (&digits)[kMaxDigits])
 {
-    wchar_t* first = digits + kMostDigits;
+    wchar_t* first = digits + kMaxDigits;
     if (letter == L'd' || letter == L'u') {
         for (; number != 0; number /= 10) *--first = static_cast<wchar_t>(L'0' + number % 10);
         return first;
@@ -112,9 +112,9 @@ void PutNumber(Writer& writer, const Conversion& conversion, std::uint64_t numbe
     const bool negative = is_signed && static_cast<std::int64_t>(number) < 0;
     const std::uint64_t magnitude = negative ? 0 - number : number;
 
-    wchar_t digits[kMostDigits];
+    wchar_t digits[kMaxDigits];
     const wchar_t* const first = DigitsOf(magnitude, conversion.letter, digits);
-    const auto count = static_cast<std::size_t>(digits + kMostDigits - first);
+    const auto count = static_cast<std::size_t>(digits + kMaxDigits - first);
     const wchar_t* const prefix = PrefixOf(conversion, negative, magnitude);
     const std::size_t prefix_length = std::wcslen(prefix);
 

@@ -11,13 +11,13 @@ namespace {
 constexpr std::size_t kMessageSize = 1024;  // with the terminator
 
 // Restores the last error: callers often log before they read it.
-class KeptLastError
+class LastErrorKeeper
 {
 public:
-    KeptLastError() : m_error(GetLastError()) {}
-    ~KeptLastError() { SetLastError(m_error); }
-    KeptLastError(const KeptLastError&) = delete;
-    KeptLastError& operator=(const KeptLastError&) = delete;
+    LastErrorKeeper() : m_error(GetLastError()) {}
+    ~LastErrorKeeper() { SetLastError(m_error); }
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
 
 private:
     DWORD m_error;
@@ -52,7 +52,7 @@ void WriteToOutputs(DWORD level, const wchar_t* function, const wchar_t* message
 void LogMessage(DWORD level, const wchar_t* function, const wchar_t* format,
                 std::span<const FormatArgument> arguments)
 {
-    const KeptLastError kept;
+    const LastErrorKeeper kept;
     try {
         wchar_t message[kMessageSize];
         FormatPacked(message, format, arguments);

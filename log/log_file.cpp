@@ -13,7 +13,7 @@ namespace {
 
 constexpr LONG kMegabyte = 1 << 20;
 constexpr LONG kDefaultMaxSize = 5 * kMegabyte;
-constexpr DWORD kMostMegabytes = 2047;
+constexpr DWORD kMaxMegabytes = 2047;
 
 constexpr const wchar_t* kTracePipe = LR"(\\.\pipe\ZYTA_HOLV_IP1)";
 constexpr const wchar_t* kRule = L"=====================================================";
@@ -31,7 +31,7 @@ LONG ReadMaxSize()
         return kDefaultMaxSize;
     }
     // A larger size does not fit the 32-bit count of bytes and is limited to the largest that does.
-    return static_cast<LONG>(std::min(megabytes, kMostMegabytes)) * kMegabyte;
+    return static_cast<LONG>(std::min(megabytes, kMaxMegabytes)) * kMegabyte;
 }
 
 // The writer is never destroyed, so that a thread that logs while the process ends still finds it.
@@ -194,7 +194,7 @@ void CLOGFile::WritePacked(LONG level, const wchar_t* format,
 void CLOGFile::WriteLine(LONG level, std::string_view text)
 {
     if (level > m_lMaxLevel) return;
-    constexpr std::uintptr_t kMostIndentation = 99;
+    constexpr std::uintptr_t kMaxIndentation = 99;
     const ScopedLock lock(m_Lock);
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -210,7 +210,7 @@ void CLOGFile::WriteLine(LONG level, std::string_view text)
     line.AppendNumber(GetCurrentThreadId(), 16, 1);
     line.Append("] : ");
     line.AppendBlanks(
-        std::min(reinterpret_cast<std::uintptr_t>(TlsGetValue(m_dwTlsIndex)), kMostIndentation));
+        std::min(reinterpret_cast<std::uintptr_t>(TlsGetValue(m_dwTlsIndex)), kMaxIndentation));
     line.Append(text);
     line.Append(" [L=");
     line.AppendNumber(static_cast<DWORD>(level), 10, 1);

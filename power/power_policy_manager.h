@@ -167,11 +167,11 @@ private:
     static void ConfigureSchemeForHolv(const ChangeablePlan& plan);
     AcDcValues ReadUserValues(const PlanSetting& setting) const;
     void SetHolvValues(const PlanSetting& setting, const AcDcValues& values) const;
-    void PutBackHolvValue(const PlanSetting& setting, BOOL bAc) const;
-    void PutBackHolvValues(const PlanSetting& setting) const;
+    void RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const;
+    void RestoreHolvValues(const PlanSetting& setting) const;
     void LimitProcessor(BOOL bAc, DWORD maximumPercent) const;
-    void PutBackProcessor(BOOL bAc) const;
-    void PutBackOverriddenSleepTimeout();
+    void RestoreProcessor(BOOL bAc) const;
+    void RestoreOverriddenSleepTimeout();
 
     BOOL m_bUserOptionsSaved = FALSE;
     GUID m_UserScheme{};

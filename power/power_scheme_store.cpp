@@ -151,8 +151,8 @@ void CPowerPolicyManager::RestoreHolvPowerOptions()
         return;
     }
     for (const BOOL ac : {TRUE, FALSE}) {
-        PutBackHolvValue(kProcMax, ac);
-        PutBackHolvValue(kProcMin, ac);
+        RestoreHolvValue(kProcMax, ac);
+        RestoreHolvValue(kProcMin, ac);
     }
     const ChangeablePlan plan = HolvPlanUnderControl();
     plan.Set(kRtcWake, TRUE, m_dwHolvRtcWakeAc);

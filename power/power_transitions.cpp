@@ -57,15 +57,15 @@ void CPowerPolicyManager::SetHolvValues(const PlanSetting& setting, const AcDcVa
     if (values.dc) plan.Set(setting, FALSE, *values.dc);
 }
 
-void CPowerPolicyManager::PutBackHolvValue(const PlanSetting& setting, BOOL bAc) const
+void CPowerPolicyManager::RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const
 {
     HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
 }
 
-void CPowerPolicyManager::PutBackHolvValues(const PlanSetting& setting) const
+void CPowerPolicyManager::RestoreHolvValues(const PlanSetting& setting) const
 {
-    PutBackHolvValue(setting, TRUE);
-    PutBackHolvValue(setting, FALSE);
+    RestoreHolvValue(setting, TRUE);
+    RestoreHolvValue(setting, FALSE);
 }
 
 // Changes minimum and maximum together, or neither of them if one could not be restored.
@@ -77,18 +77,18 @@ void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
     plan.Set(kProcMax, bAc, maximumPercent);
 }
 
-void CPowerPolicyManager::PutBackProcessor(BOOL bAc) const
+void CPowerPolicyManager::RestoreProcessor(BOOL bAc) const
 {
     if (m_HolvConfig.*kProcMin.Field(bAc) == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return;
-    PutBackHolvValue(kProcMin, bAc);
-    PutBackHolvValue(kProcMax, bAc);
+    RestoreHolvValue(kProcMin, bAc);
+    RestoreHolvValue(kProcMax, bAc);
 }
 
-void CPowerPolicyManager::PutBackOverriddenSleepTimeout()
+void CPowerPolicyManager::RestoreOverriddenSleepTimeout()
 {
     if (!m_bSleepTimeoutOverridden) return;
     m_bSleepTimeoutOverridden = FALSE;
-    PutBackHolvValues(kSleepTimeout);
+    RestoreHolvValues(kSleepTimeout);
 }
 
 // --- Control ---
@@ -145,13 +145,13 @@ void CPowerPolicyManager::ExitHolvState()
     constexpr const wchar_t* kFunction = L"CPowerPolicyManager::ExitHolvState";
     const Transition transition(m_lock, kFunction);
     m_bInNeverSleepState = FALSE;
-    PutBackOverriddenSleepTimeout();
-    PutBackHolvValues(kBrightness);
+    RestoreOverriddenSleepTimeout();
+    RestoreHolvValues(kBrightness);
     Log(6, kFunction, L"Power saver AC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredAc);
     Log(6, kFunction, L"Power saver DC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredDc);
-    PutBackHolvValues(kPasswordRequired);
+    RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
 }
 
@@ -183,16 +183,16 @@ void CPowerPolicyManager::ExitDoNotDisturbState()
     const Transition transition(m_lock, L"CPowerPolicyManager::ExitDoNotDisturbState");
     m_bInNeverSleepState = FALSE;
     // Restore what the entry changed, even if the settings have changed since.
-    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) PutBackProcessor(FALSE);
-    PutBackProcessor(TRUE);
+    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) RestoreProcessor(FALSE);
+    RestoreProcessor(TRUE);
     if (g_bDndToS3 || m_bSleepAllowedInDnd) {
-        PutBackHolvValues(kSleepTimeout);
-        PutBackHolvValues(kRtcWake);
+        RestoreHolvValues(kSleepTimeout);
+        RestoreHolvValues(kRtcWake);
     }
     m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
-    PutBackOverriddenSleepTimeout();
-    PutBackHolvValues(kBrightness);
-    PutBackHolvValues(kPasswordRequired);
+    RestoreOverriddenSleepTimeout();
+    RestoreHolvValues(kBrightness);
+    RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
 }
 

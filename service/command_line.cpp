@@ -32,7 +32,7 @@ const struct Switch
 {
     std::wstring_view word;
     HRESULT (*action)();
-    BOOL goes_on;
+    BOOL continues;
 } kSwitches[] = {
     {L"Service", [] { return Register(true, RegisterFor::machine); }, FALSE},
     {L"UnregServer", [] { return Unregister(RegisterFor::machine); }, FALSE},
@@ -65,7 +65,7 @@ BOOL ParseCommandLine(const wchar_t* commandLine, HRESULT& hr)
         for (const Switch& known : kSwitches) {
             if (!SameWord(known.word, word)) continue;
             hr = known.action();
-            return known.goes_on;
+            return known.continues;
         }
     }
     return TRUE;

@@ -48,8 +48,8 @@ constexpr StoredSetting kStoredSettings[] = {
 struct Bounds
 {
     Setting* global;
-    DWORD least;
-    DWORD most;
+    DWORD minimum;
+    DWORD maximum;
 };
 
 constexpr Bounds kBounds[] = {
@@ -142,6 +142,6 @@ DWORD RegReadOemPowerScheme(HKEY userKey, HKEY oemKey)
 void ClampSettings()
 {
     for (const Bounds& bounds : kBounds) {
-        *bounds.global = std::clamp(bounds.global->load(), bounds.least, bounds.most);
+        *bounds.global = std::clamp(bounds.global->load(), bounds.minimum, bounds.maximum);
     }
 }

@@ -66,7 +66,7 @@ const struct SessionLine
     {WTS_SESSION_UNLOCK, L"User session ", L" has unlocked"},
 };
 
-bool IsOff(const wchar_t* function)
+bool IsFeatureOff(const wchar_t* function)
 {
     if (g_bEnableNeverSleep) return false;
     Log(6, function, L"Holv is disabled, do nothing");
@@ -107,7 +107,7 @@ void CNeverSleepState::OnAwayModeEvent(DWORD state)
     const bool entered = state == kAwayModeEntered;
     const ULONGLONG now = GetTickCount64();
     Log(2, kFunction, L"**** Awaymode %s, Timestamp = %I64u ms\n", entered ? L"ON" : L"OFF", now);
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     m_ullLastSusResEventTime = now;
     if (entered) {
         m_bInAwayMode = TRUE;
@@ -129,7 +129,7 @@ void CNeverSleepState::OnDisplayStateChange(DWORD state)
     const bool on = state == kDisplayOn;
     Log(2, kFunction, L"**** Display is %s, Timestamp = %I64u ms\n", on ? L"ON" : L"OFF",
         GetTickCount64());
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (on && m_bIsWindows7) SignalGlobalEvent(EVENT_ENTER_S0);
 }
 
@@ -140,7 +140,7 @@ void CNeverSleepState::OnUserPresenceEvent(DWORD presence)
         Log(2, kFunction, L"**** User %s, Timestamp = %I64u ms\n", kPresences[presence],
             GetTickCount64());
     }
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (presence == kUserPresent && m_eSystemState != HOLV_S3 && !m_bInAwayMode) {
         SignalGlobalEvent(EVENT_ENTER_S0);
     }
@@ -182,7 +182,7 @@ void CNeverSleepState::OnPowerOptionChanged(const GUID& personality)
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnPowerOptionChanged";
     Log(6, kFunction, L"User has changed the active power scheme");
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (m_eSystemState != S0_NORMAL) return;
     Log(1, kFunction, L"Power Scheme is %s", PersonalityName(personality));
     if (const auto manager = m_pPowerPolicyManager.Get()) {
@@ -195,7 +195,7 @@ void CNeverSleepState::OnSessionChange(DWORD eventType,
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnSessionChange";
     Log(6, kFunction, L"User session change event type: %d", eventType);
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (!notification) {
         Log(6, kFunction, L"No event data");
         return;

@@ -57,7 +57,7 @@ DWORD WINAPI SuspendThreadProc(LPVOID)
     return 0;
 }
 
-bool IsOff(const wchar_t* function)
+bool IsFeatureOff(const wchar_t* function)
 {
     if (g_bEnableNeverSleep) return false;
     Log(6, function, L"Holv is disabled, do nothing");
@@ -83,7 +83,7 @@ void CNeverSleepState::OnSuspend()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnSuspend";
     Log(1, kFunction, L"*****System is Suspending*****");
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     m_bAttendedWake = FALSE;
     m_ullLastSusResEventTime = GetTickCount64();
     EnterS3State();
@@ -94,7 +94,7 @@ void CNeverSleepState::OnResume(BOOL attended)
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnResume";
     Log(1, kFunction, L"*****System is Resuming [%s]*****", attended ? L"attended" : L"unattended");
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     m_ullLastSusResEventTime = GetTickCount64();
     if (!attended) return EnterNeverSleepStateWithDelay();
     m_bOverride = TRUE;
