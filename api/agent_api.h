@@ -1,9 +1,9 @@
-// The control interface as programs in C++ see it: what HOLVAgentLib.idl describes.
+// The control interface in C++, as HOLVAgentLib.idl describes it.
 #pragma once
 
 #include "platform/automation.h"
 
-// What SetNeverSleepParam and GetNeverSleepParam are about.
+// The features that SetNeverSleepParam switches and GetNeverSleepParam reads.
 enum HOLVAgentFeatureEnum : LONG
 {
     E_HOLV_STATE = 0,
@@ -43,15 +43,15 @@ inline constexpr IID DIID__HOLVAgentSinkEvent{
 inline constexpr CLSID CLSID_HOLVAgentApi{
     0x3E9F1B20, 0x6C4A, 0x4D8E, {0xB7, 0xF2, 0x95, 0xA0, 0xC1, 0xD3, 0xE8, 0x64}};
 
-// Reads and switches the never-sleep features. All objects share one configuration, that of the
-// service; each has event code and sinks of its own.
+// Reads and switches the never-sleep features. All objects share the service's one configuration;
+// each has its own event code and sinks.
 class IHOLVAgent : public IDispatch
 {
 public:
-    // Switches a feature. One that is read-only or unknown is left alone. Always S_OK.
+    // Switches a feature; ignores a read-only or unknown one. Always S_OK.
     virtual HRESULT STDMETHODCALLTYPE SetNeverSleepParam(HOLVAgentFeatureEnum nParamId,
                                                          LONG bEnable) = 0;
-    // Minutes since local midnight; stored as they are. Always S_OK.
+    // In minutes since local midnight, stored unchanged. Always S_OK.
     virtual HRESULT STDMETHODCALLTYPE SetDoNotDisturbTimeInterval(UINT nStartTimeInMinutes,
                                                                   UINT nEndTimeInMinutes) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetNeverSleepApiVersion(BSTR* pbsRetValue) = 0;
@@ -59,10 +59,10 @@ public:
     virtual HRESULT STDMETHODCALLTYPE GetNeverSleepParam(HOLVAgentFeatureEnum nParamId,
                                                          LONG* pbsRetValue) = 0;
     virtual HRESULT STDMETHODCALLTYPE get_NeverSleepEventCode(HOLVAgentEventCodeEnum* pVal) = 0;
-    // Offers a code to the sinks of this object, and makes it the current one unless a sink cancels
-    // it. Always S_OK.
+    // Sends a code to this object's sinks, and makes it the current one unless a sink cancels it.
+    // Always S_OK.
     virtual HRESULT STDMETHODCALLTYPE put_NeverSleepEventCode(HOLVAgentEventCodeEnum newVal) = 0;
-    // A null pointer is passed over. Always S_OK.
+    // Null pointers are ignored. Always S_OK.
     virtual HRESULT STDMETHODCALLTYPE GetDoNotDisturbTimeInterval(UINT* pnStartTimeInMinutes,
                                                                   UINT* pnEndTimeInMinutes) = 0;
 
@@ -70,7 +70,7 @@ protected:
     ~IHOLVAgent() = default;
 };
 
-// The numbers of the members.
+// The members' dispatch ids.
 inline constexpr DISPID DISPID_SetNeverSleepParam = 1;
 inline constexpr DISPID DISPID_SetDoNotDisturbTimeInterval = 2;
 inline constexpr DISPID DISPID_GetNeverSleepApiVersion = 3;
@@ -78,7 +78,7 @@ inline constexpr DISPID DISPID_GetNeverSleepParam = 4;
 inline constexpr DISPID DISPID_NeverSleepEventCode = 5;
 inline constexpr DISPID DISPID_GetDoNotDisturbTimeInterval = 6;
 
-// A sink answers for this interface, which has no slots of its own: IDispatch::Invoke is called
-// with the one member, HOLVAgentEventChanged(NewValue, Cancel).
+// The sinks' interface. It adds no slots to IDispatch: events arrive through IDispatch::Invoke, as
+// calls of the one member HOLVAgentEventChanged(NewValue, Cancel).
 using _HOLVAgentSinkEvent = IDispatch;
 inline constexpr DISPID DISPID_HOLVAgentEventChanged = 1;

@@ -31,16 +31,16 @@ void OnPowerRequests(DWORD, DWORD) { S::ConfigurePowerRequests(); }
 struct Feature
 {
     const wchar_t* name;
-    const wchar_t* on;   // the word for the value 1
-    const wchar_t* off;  // and for every other
+    const wchar_t* on;   // how log lines show the value 1
+    const wchar_t* off;  // and every other value
     const wchar_t* value_name = nullptr;
     Setting* setting = nullptr;
-    // Called when it has been set, with the value before and the value now.
+    // Called after the setting is stored, with its old and its new value.
     void (*changed)(DWORD before, DWORD now) = nullptr;
-    BOOL (*read)() = nullptr;  // for what is no setting
+    BOOL (*read)() = nullptr;  // for a feature that is not a setting
 };
 
-// By their number.
+// Indexed by HOLVAgentFeatureEnum.
 constexpr Feature kFeatures[] = {
     {L"Holv State", L"enabled", L"disabled", L"EnableNeverSleep", &g_bEnableNeverSleep,
      OnNeverSleep},
@@ -57,7 +57,7 @@ constexpr Feature kFeatures[] = {
 };
 static_assert(std::size(kFeatures) == E_BATTERY_PRESENT + 1);
 
-// Null for a number that is none.
+// Null for an unknown number.
 const Feature* FeatureOf(HOLVAgentFeatureEnum feature)
 {
     const auto number = static_cast<DWORD>(feature);

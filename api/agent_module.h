@@ -1,5 +1,5 @@
-// What the objects of the control interface ask of the process they live in: to be kept alive.
-// Apart from the process's module, so that the interface does not know the service.
+// How the objects of the control interface keep their process alive. Separate from the process's
+// module, so that api/ does not include service/.
 #pragma once
 
 // Any thread.
@@ -9,17 +9,17 @@ public:
     // Each object of the control interface holds one lock for as long as it lives; a client may
     // hold more through the class object.
     virtual void Lock() = 0;
-    // May begin the end of the process, where that lives for its clients only.
+    // In a plain COM server, releasing the last lock ends the process.
     virtual void Unlock() = 0;
 
 protected:
     ~AgentModule() = default;
 };
 
-// The process's module, which must live as long as any object; null for none. Set before the class
+// Sets the process's module, which must outlive all objects; null for none. Call before the class
 // objects are registered.
 void SetAgentModule(AgentModule* module);
 
-// Nothing happens without a module.
+// Both do nothing without a module.
 void LockAgentModule();
 void UnlockAgentModule();

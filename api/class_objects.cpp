@@ -8,7 +8,8 @@
 
 namespace {
 
-// It holds no lock on the module itself, which keeps it for as long as it serves.
+// Holds no lock on the module: the module keeps the class object registered while it serves
+// clients.
 class AgentClassObject final
     : public CountedObject<IClassFactory, IID_IClassFactory, AgentClassObject>
 {
@@ -29,8 +30,8 @@ public:
     }
 };
 
-// In static storage, and the maker's reference never given back: it is there for as long as the
-// process, whatever becomes of the registration.
+// In static storage, and its first reference is never released: it exists as long as the process,
+// even if it cannot be revoked.
 AgentClassObject g_class_object;
 std::atomic<DWORD> g_registration = 0;
 

@@ -42,7 +42,8 @@ HRESULT ConnectionPoint::Advise(IUnknown* sink, DWORD* cookie)
 {
     if (cookie) *cookie = 0;
     if (!sink || !cookie) return E_POINTER;
-    // Asked before a slot is chosen: the sink's answer may take a while, and another one come in.
+    // Query the sink before choosing a slot: while this call waits for the answer, another client's
+    // Advise may take the slot.
     OwnedInterface<IDispatch> connected;
     if (FAILED(sink->QueryInterface(m_id, reinterpret_cast<void**>(connected.Receive())))) {
         return CONNECT_E_CANNOTCONNECT;
@@ -67,7 +68,7 @@ HRESULT ConnectionPoint::Unadvise(DWORD cookie)
     if (cookie == 0 || cookie > m_sinks.size() || !m_sinks[cookie - 1]) {
         return CONNECT_E_NOCONNECTION;
     }
-    // The slot is free before the sink hears of it.
+    // Free the slot before releasing the sink, which may call back during its release.
     const OwnedInterface<IDispatch> sink = std::move(m_sinks[cookie - 1]);
     return S_OK;
 }

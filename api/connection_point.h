@@ -1,4 +1,4 @@
-// Where the sinks of an object's clients connect.
+// Where an object's clients connect their sinks.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 #include "platform/automation.h"
 #include "platform/owned.h"
 
-// The connection point for one outgoing dispatch interface. It is a part of its container, and
-// shares its references. Called on the container's thread only; a sink that is called may call back
-// into it.
+// The connection point for one outgoing dispatch interface. It is part of its container and shares
+// its reference count. Call on the container's thread only. A sink may call back into it while it
+// is called.
 class ConnectionPoint final : public IConnectionPoint
 {
 public:
@@ -31,9 +31,9 @@ public:
     HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override;
     HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections** connections) override;
 
-    // The slots that sinks may lie in; the number never falls.
+    // The number of slots, free ones included; it never shrinks.
     std::size_t slots() const { return m_sinks.size(); }
-    // The sink in a slot, with a reference of its own; empty for a free slot.
+    // The sink in a slot, with a reference for the caller; empty for a free slot.
     OwnedInterface<IDispatch> Sink(std::size_t slot) const;
 
 private:

@@ -14,12 +14,12 @@
 inline IUnknown* ObjectOf(const CONNECTDATA& connection) { return connection.pUnk; }
 inline IUnknown* ObjectOf(IConnectionPoint* point) { return point; }
 
-// Enumerates elements as they were when it was made, and keeps what they refer to alive.
+// Enumerates the elements it was made with, and holds references to their objects.
 template <class Interface, const IID& id, class Element>
 class Enumerator final : public CountedObject<Interface, id, Enumerator<Interface, id, Element>>
 {
 public:
-    // Gives a new enumerator at the place `at`. E_OUTOFMEMORY when there is no memory.
+    // Creates an enumerator that begins at index `at`. E_OUTOFMEMORY when there is no memory.
     static HRESULT Make(std::vector<Element> elements, std::size_t at, Interface** enumerator)
     {
         *enumerator = new (std::nothrow) Enumerator(std::move(elements), at);

@@ -22,7 +22,8 @@ HRESULT CProxy_HOLVAgentSinkEvent::Fire_HOLVAgentEventChanged(HOLVAgentEventCode
                                                               VARIANT_BOOL* pCancel)
 {
     HRESULT result = S_OK;
-    // A sink may connect others; those beyond today's slots are left to the next event.
+    // A sink may connect other sinks during its call. Those in new slots receive the next event
+    // only.
     const std::size_t slots = m_point.slots();
     for (std::size_t slot = 0; slot < slots; ++slot) {
         const OwnedInterface<IDispatch> sink = m_point.Sink(slot);

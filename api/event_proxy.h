@@ -12,9 +12,9 @@ public:
     HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints** points) override;
     HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID id, IConnectionPoint** point) override;
 
-    // Offers a new event code to every connected sink, in the order of their slots. All share
-    // `pCancel`: each sees what those before it left there. The result of the last call, S_OK
-    // without any; a sink that fails does not stop the others.
+    // Sends an event code to every connected sink, in slot order. All sinks share `pCancel`: each
+    // sees what the sinks before it stored there. Returns the last sink's result, S_OK without
+    // sinks; a sink that fails does not stop the others.
     HRESULT Fire_HOLVAgentEventChanged(HOLVAgentEventCodeEnum NewValue, VARIANT_BOOL* pCancel);
 
 protected:

@@ -13,7 +13,7 @@ namespace {
 
 constexpr const wchar_t* kVersion = L"1,1,70,537";
 
-// Asked for as an older version, which every registered 1.x satisfies.
+// Minor version 0, which every registered 1.x library satisfies.
 constexpr WORD kAskedMinor = 0;
 
 }  // namespace
@@ -24,7 +24,8 @@ HRESULT HOLVAgentApi::Create(IUnknown* outer, REFIID id, void** object)
 {
     if (!object) return E_POINTER;
     *object = nullptr;
-    // Only the object itself lets the outer one hold it apart from its own references.
+    // An aggregated object is created through its own IUnknown, the only interface whose references
+    // the outer object does not count.
     if (outer && !IsEqualIID(id, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
     auto* const made = new (std::nothrow) HOLVAgentApi(outer);
     if (!made) return E_OUTOFMEMORY;
@@ -53,7 +54,7 @@ HRESULT HOLVAgentApi::Self::QueryInterface(REFIID id, void** object)
     } else {
         return E_NOINTERFACE;
     }
-    // Of the outer object, but for the object itself.
+    // The outer object counts this reference, unless it is one of IUnknown, which is counted here.
     static_cast<IUnknown*>(*object)->AddRef();
     return S_OK;
 }
@@ -75,7 +76,7 @@ HRESULT HOLVAgentApi::QueryInterface(REFIID id, void** object)
 HRESULT HOLVAgentApi::NeedTypeInfo()
 {
     if (m_type_info) return S_OK;
-    // In the library's own locale, so that a client's does not matter.
+    // The library is loaded for its own locale, so that the client's locale does not matter.
     OwnedInterface<ITypeLib> library;
     const HRESULT loaded = LoadRegTypeLib(LIBID_HOLVAgentLib, kHOLVAgentLibMajor, kAskedMinor,
                                           kHOLVAgentLibLocale, library.Receive());

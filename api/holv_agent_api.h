@@ -5,17 +5,17 @@
 
 #include "api/event_proxy.h"
 
-// An object for one client. Besides its sinks and its event code it has no state: every object
-// reads and writes the service's settings.
+// An object for one client. It has no state but its sinks and its event code: every object reads
+// and writes the service's settings.
 //
-// It lives in the service's single-threaded apartment, so that its operations never run at once,
-// though an operation that calls a sink may be entered again meanwhile. It may be part of another
-// object (aggregation). Each holds a lock on the process's module.
+// It lives in the service's single-threaded apartment, so its operations never run at the same
+// time; but while an operation calls a sink, another call may come in. It may be aggregated into
+// another object. Each object holds a lock on the process's module.
 class HOLVAgentApi final : public IHOLVAgent, public CProxy_HOLVAgentSinkEvent
 {
 public:
-    // Makes an object, a part of `outer` unless that is null, and gives its interface `id`. With
-    // `outer`, `id` must be IID_IUnknown: CLASS_E_NOAGGREGATION otherwise.
+    // Creates an object, aggregated into `outer` unless that is null, and returns its interface
+    // `id`. With `outer`, `id` must be IID_IUnknown: CLASS_E_NOAGGREGATION otherwise.
     static HRESULT Create(IUnknown* outer, REFIID id, void** object);
 
     HOLVAgentApi(const HOLVAgentApi&) = delete;
@@ -46,7 +46,7 @@ public:
                                                           UINT* pnEndTimeInMinutes) override;
 
 private:
-    // The object as itself, whatever it is a part of.
+    // The object's own IUnknown, which is not forwarded to an outer object.
     class Self final : public IUnknown
     {
     public:
@@ -63,11 +63,11 @@ private:
     explicit HOLVAgentApi(IUnknown* outer);
     ~HOLVAgentApi();
 
-    // The type information, loaded when it is first asked for.
+    // Loads the type information on first use.
     HRESULT NeedTypeInfo();
 
     Self m_self{*this};
-    IUnknown* const m_controlling;  // who counts the references: the outer object, or m_self
+    IUnknown* const m_controlling;  // counts the references: the outer object, or m_self
     OwnedInterface<ITypeInfo> m_type_info;
     HOLVAgentEventCodeEnum m_event_code = E_HOLV_EVENT_UPDATE_AVAILABLE;
 };

@@ -3,7 +3,7 @@
 
 #include "platform/com.h"
 
-// Registers the library, and the interfaces that are called by it, from the running executable:
-// for the whole machine, or for the current user only.
+// Registers the library and its interfaces from the running executable: for the whole machine, or
+// for the current user only.
 HRESULT RegisterAgentTypeLibrary(bool perUser);
 HRESULT UnregisterAgentTypeLibrary(bool perUser);

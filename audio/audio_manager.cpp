@@ -1,4 +1,4 @@
-// The cache of endpoints, and the start and end of keeping it.
+// The endpoint cache, and how it is started and stopped.
 
 #include "audio/audio_manager.h"
 
@@ -12,16 +12,16 @@ std::array<CAudioManager::Entry, CAudioManager::kSlots> CAudioManager::m_DeviceA
 std::wstring CAudioManager::m_DefaultDeviceId;
 CMMNotificationClient CAudioManager::m_NotificationClient;
 CriticalSection CAudioManager::m_lock;
-bool CAudioManager::m_bKeeping = false;
+bool CAudioManager::m_bStarted = false;
 bool CAudioManager::m_bRegistered = false;
 std::vector<CAudioManager::Step> CAudioManager::m_steps;
-ULONGLONG CAudioManager::m_ullAsked = 0;
-ULONGLONG CAudioManager::m_ullAnswered = 0;
+ULONGLONG CAudioManager::m_ullLastQuery = 0;
+ULONGLONG CAudioManager::m_ullLastAnswered = 0;
 
 std::wstring GuidText(const GUID& guid)
 {
     OwnedRpcString text;
-    UUID uuid = guid;  // not every SDK takes a constant one
+    UUID uuid = guid;  // some SDKs take a pointer to a non-const one
     if (UuidToStringW(&uuid, text.Receive()) != RPC_S_OK || !text) return {};
     return reinterpret_cast<const wchar_t*>(text.Get());
 }
@@ -31,6 +31,14 @@ OwnedInterface<IMMDeviceEnumerator> CAudioManager::Enumerator()
     const ScopedLock lock(m_lock);
     if (m_pEnumerator) m_pEnumerator.Get()->AddRef();
     return OwnedInterface<IMMDeviceEnumerator>(m_pEnumerator.Get());
+}
+
+OwnedInterface<IMMDeviceEnumerator> CAudioManager::EnumeratorOrLog(const wchar_t* function,
+                                                                   FormatFor<> line)
+{
+    OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
+    if (!enumerator) Log(6, function, line);
+    return enumerator;
 }
 
 CAudioManager::Entry CAudioManager::At(std::size_t slot)
@@ -74,16 +82,17 @@ BOOL CAudioManager::Initialize()
 
 BOOL CAudioManager::Uninitialize()
 {
-    Switch(DoUninitialize);
+    RunInTurn(DoUninitialize);
     return TRUE;
 }
-void CAudioManager::Start() { Switch(DoStart); }
-void CAudioManager::Stop() { Switch(DoStop); }
+void CAudioManager::Start() { RunInTurn(DoStart); }
+void CAudioManager::Stop() { RunInTurn(DoStop); }
 
-// The steps call Core Audio, which waits for notifications that may want our lock, so they cannot
-// exclude one another by a lock. They queue instead: whoever finds nobody at it does its own step
-// and all that are asked for meanwhile, in their order.
-void CAudioManager::Switch(Step step)
+// Runs the steps of Start, Stop and Uninitialize one after the other, without holding the lock:
+// they call Core Audio, which waits for notifications that may need the lock. The caller that finds
+// the queue empty runs its own step and then all that other threads have queued meanwhile. Any
+// other caller only queues its step.
+void CAudioManager::RunInTurn(Step step)
 {
     {
         const ScopedLock lock(m_lock);
@@ -102,14 +111,12 @@ void CAudioManager::Switch(Step step)
 void CAudioManager::DoStart()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Start";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) {
-        Log(6, kFunction, L"m_pEnumerator is NULL");
-        return;
-    }
+    const OwnedInterface<IMMDeviceEnumerator> enumerator =
+        EnumeratorOrLog(kFunction, L"m_pEnumerator is NULL");
+    if (!enumerator) return;
     {
         const ScopedLock lock(m_lock);
-        m_bKeeping = true;
+        m_bStarted = true;
     }
     OwnedInterface<IMMDeviceCollection> endpoints;
     HRESULT hr =
@@ -136,7 +143,7 @@ void CAudioManager::DoStart()
     SafeRelease(endpoints, kFunction);
 }
 
-// Capture endpoints are offered too, and refused.
+// The collection also holds capture endpoints; FindOrInsert refuses them.
 void CAudioManager::CacheAll(IMMDeviceCollection& endpoints, UINT count)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Start";
@@ -164,13 +171,13 @@ void CAudioManager::DoStop()
 void CAudioManager::DoUninitialize()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Uninitialize";
-    bool keeping = false;
+    bool started = false;
     {
         const ScopedLock lock(m_lock);
-        keeping = m_bKeeping;
+        started = m_bStarted;
     }
-    // A Start of the control interface's thread may have come after the state machine's last Stop.
-    if (keeping) {
+    // The control interface's thread may have called Start after the state machine's last Stop.
+    if (started) {
         DoStop();
     } else {
         ClearDeviceArray();
@@ -186,16 +193,13 @@ void CAudioManager::DoUninitialize()
     Log(6, kFunction, L"Deleted current audio device enumerator, Release returned %d", left);
 }
 
-// Once registered it is not registered again: what a second one would leave behind, one Stop could
-// not remove.
+// Registers once: a single Stop could not remove two registrations.
 BOOL CAudioManager::RegisterMmClientCallbackEvent()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::RegisterMmClientCallbackEvent";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) {
-        Log(6, kFunction, L"RegisterMmClientCallbackEvent m_pEnumerator is NULL");
-        return FALSE;
-    }
+    const OwnedInterface<IMMDeviceEnumerator> enumerator =
+        EnumeratorOrLog(kFunction, L"RegisterMmClientCallbackEvent m_pEnumerator is NULL");
+    if (!enumerator) return FALSE;
     if (!m_bRegistered) {
         const HRESULT hr =
             enumerator.Get()->RegisterEndpointNotificationCallback(&m_NotificationClient);
@@ -215,11 +219,9 @@ BOOL CAudioManager::RegisterMmClientCallbackEvent()
 BOOL CAudioManager::UnregisterMmClientCallbackEvent()
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::UnregisterMmClientCallbackEvent";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) {
-        Log(6, kFunction, L"UnRegisterMmClientCallbackEvent m_pEnumerator is NULL");
-        return FALSE;
-    }
+    const OwnedInterface<IMMDeviceEnumerator> enumerator =
+        EnumeratorOrLog(kFunction, L"UnRegisterMmClientCallbackEvent m_pEnumerator is NULL");
+    if (!enumerator) return FALSE;
     const HRESULT hr =
         enumerator.Get()->UnregisterEndpointNotificationCallback(&m_NotificationClient);
     if (FAILED(hr)) {
@@ -241,12 +243,12 @@ bool CAudioManager::HasEmptySlot()
     return std::ranges::find(m_DeviceArray, nullptr) != m_DeviceArray.end();
 }
 
-// Puts an entry into the first empty slot. Not when the keeping has ended while the entry was made,
-// or another thread has cached the endpoint meanwhile.
+// Puts an entry into the first empty slot. False when there is none, when a Stop came while the
+// entry was made, or when another thread has cached the endpoint meanwhile.
 bool CAudioManager::Place(const Entry& entry)
 {
     const ScopedLock lock(m_lock);
-    if (!m_bKeeping) return false;
+    if (!m_bStarted) return false;
     for (Entry& slot : m_DeviceArray) {
         if (slot && slot->m_pwszDeviceId == entry->m_pwszDeviceId) return false;
     }
@@ -256,7 +258,8 @@ bool CAudioManager::Place(const Entry& entry)
     return true;
 }
 
-// Whether a device is one that sound comes out of; a refused one is given back here.
+// Whether a device is not a capture endpoint. A device whose flow is capture or unreadable is
+// released here.
 bool CAudioManager::IsRenderEndpoint(OwnedInterface<IMMDevice>& device)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Insert";
@@ -279,7 +282,7 @@ bool CAudioManager::IsRenderEndpoint(OwnedInterface<IMMDevice>& device)
     return renders;
 }
 
-// Gets the endpoint volume of a render endpoint; the entry has none otherwise.
+// Gives the entry the endpoint volume of a render endpoint. False when the entry has none.
 bool CAudioManager::OpenEndpoint(RegisteredAudioDevice& entry, IMMDeviceEnumerator& enumerator)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::Insert";
@@ -310,7 +313,7 @@ BOOL CAudioManager::Insert(const wchar_t* id)
     const Entry entry = RegisteredAudioDevice::Make(id);
     if (!OpenEndpoint(*entry, *enumerator.Get())) return FALSE;
     BOOL muted = FALSE;
-    // An endpoint that does not say counts as not muted.
+    // If this fails, the endpoint counts as not muted.
     entry->m_pEndpointVolume.Get()->GetMute(&muted);
     entry->m_bMuted = muted != FALSE;
     Log(6, kFunction, L"Caching mute state %s", muted ? L"muted" : L"not muted");
@@ -365,10 +368,10 @@ BOOL CAudioManager::RecordDefaultDeviceId()
     constexpr const wchar_t* kFunction = L"CAudioManager::RecordDefaultDeviceId";
     const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
     if (!enumerator) return FALSE;
-    ULONGLONG question = 0;
+    ULONGLONG query = 0;
     {
         const ScopedLock lock(m_lock);
-        question = ++m_ullAsked;
+        query = ++m_ullLastQuery;
     }
     OwnedInterface<IMMDevice> device;
     const HRESULT hr =
@@ -385,8 +388,8 @@ BOOL CAudioManager::RecordDefaultDeviceId()
     std::wstring default_id;
     {
         const ScopedLock lock(m_lock);
-        if (device && question > m_ullAnswered) {
-            m_ullAnswered = question;
+        if (device && query > m_ullLastAnswered) {
+            m_ullLastAnswered = query;
             m_DefaultDeviceId = id ? id.Get() : L"";
         }
         default_id = m_DefaultDeviceId;
@@ -405,7 +408,7 @@ void CAudioManager::ClearDeviceArray()
     std::array<Entry, kSlots> entries;
     {
         const ScopedLock lock(m_lock);
-        m_bKeeping = false;
+        m_bStarted = false;
         m_DeviceArray.swap(entries);
     }
     for (std::size_t slot = 0; slot < kSlots; ++slot) {

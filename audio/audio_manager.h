@@ -1,5 +1,5 @@
-// The keeper of the speakers' mute states: in never-sleep mode they are muted as configured, and in
-// normal use each gets the user's own choice back.
+// Mutes the speakers in never-sleep mode as configured, and in normal use gives each the mute state
+// that the user chose.
 #pragma once
 
 #include <array>
@@ -9,54 +9,58 @@
 
 #include "audio/notification_client.h"
 #include "audio/registered_audio_device.h"
+#include "log/log.h"
 #include "platform/lock.h"
 #include "platform/owned.h"
 
-// An object of the class stands for the keeper being there; its data are the process's.
+// All data and operations are static; an object of the class exists while the manager is in use.
 //
-// The state machine's thread, the thread of the control interface and Core Audio's threads are in
-// here at once. One lock covers the cache, the default id and the enumerator, and is held for
-// looking and placing only: whoever uses an entry or the enumerator has a reference of its own. No
-// failure goes further than the log and the result.
+// The state machine's thread, the control interface's thread and Core Audio's threads call it at
+// the same time. One lock guards the cache, the default id and the enumerator. It is held only
+// while they are looked up or stored; the threads work with references of their own. Failures are
+// logged and returned, nothing more.
 class CAudioManager
 {
 public:
     // --- Start and end (audio_manager.cpp) ---
 
-    // Makes the event context and the enumerator; FALSE when there is no enumerator, and then there
-    // is nothing to keep. On a thread in the multithreaded apartment.
+    // Creates the event context and the device enumerator. FALSE without an enumerator; nothing is
+    // cached then. Call on a thread in the multithreaded apartment.
     static BOOL Initialize();
-    // Empties the cache and gives the enumerator back. TRUE.
+    // Empties the cache and releases the enumerator. Returns TRUE.
     static BOOL Uninitialize();
 
-    // Fills the cache with the active endpoints and listens to them, or stops and empties it. Stop
-    // waits for the notifications at work, a second at most. When another thread is in the middle
-    // of one of Start, Stop and Uninitialize, the new one is left to that thread, which does it
-    // next, and the caller does not wait for it.
+    // Start caches the active render endpoints and registers for notifications. Stop unregisters
+    // and empties the cache; it waits for notifications that are being handled, a second at most.
+    // If another thread is inside Start, Stop or Uninitialize, the call is queued for that thread
+    // and returns at once.
     static void Start();
     static void Stop();
 
     // --- The cache (audio_manager.cpp) ---
 
-    // Each takes an endpoint's id, which may be null. Insert and FindOrInsert are TRUE when the
-    // endpoint was added; only render endpoints are, twenty at most, and while the keeping is on.
+    // Each takes an endpoint's id, which may be null. Insert and FindOrInsert return TRUE when they
+    // have added the endpoint: only render endpoints are added, at most twenty, and only between
+    // Start and Stop.
     static BOOL Insert(const wchar_t* id);
     static BOOL FindOrInsert(const wchar_t* id);
     static std::shared_ptr<RegisteredAudioDevice> FindDevicePair(const wchar_t* id);
     static BOOL IsDefaultAudioDevice(const wchar_t* id);
-    // Asks which endpoint is the console role's default, remembers it and caches it.
+    // Queries the default render endpoint of the console role, stores its id and caches the
+    // endpoint.
     static BOOL RecordDefaultDeviceId();
 
     // --- Mute control (mute_control.cpp) ---
 
-    // Gives every known endpoint, or one, the mute state that the current state of the machine asks
-    // for. FALSE when the endpoint refuses.
+    // Set every cached endpoint, or one, to the mute state that the current system state requires.
+    // FALSE when the endpoint refuses.
     static void ConfigureAudioDeviceMuteStates();
     static BOOL ConfigureAudioDeviceMuteState(
         const std::shared_ptr<RegisteredAudioDevice>& pRegDevice);
 
-    // What the notifications come to, on Core Audio's threads. An activated endpoint and a new
-    // default settle for 1000 ms, on that thread, before anything is set.
+    // Handle notifications, on Core Audio's threads. OnAudioDeviceActivated and
+    // OnDefaultDeviceChange sleep 1000 ms on that thread, so that the endpoint settles, before they
+    // set anything.
     static void OnAudioDeviceActivated(const wchar_t* id);
     static void OnDefaultDeviceChange(const wchar_t* id);
     static BOOL OnAudioDeviceMuteStateChange(
@@ -71,7 +75,7 @@ private:
     using Entry = std::shared_ptr<RegisteredAudioDevice>;
 
     using Step = void (*)();
-    static void Switch(Step step);
+    static void RunInTurn(Step step);
     static void DoStart();
     static void DoStop();
     static void DoUninitialize();
@@ -85,25 +89,28 @@ private:
     static BOOL RegisterMmClientCallbackEvent();
     static BOOL UnregisterMmClientCallbackEvent();
 
-    // References of the caller's own; empty when there is nothing.
+    // Return a reference for the caller; empty when there is none.
     static OwnedInterface<IMMDeviceEnumerator> Enumerator();
     static Entry At(std::size_t slot);
+    // As Enumerator; logs the line when there is none.
+    static OwnedInterface<IMMDeviceEnumerator> EnumeratorOrLog(const wchar_t* function,
+                                                               FormatFor<> line);
 
-    static GUID m_guidAudioContext;  // with every mute change that the service makes
+    static GUID m_guidAudioContext;  // marks the mute changes made by the service
     static OwnedInterface<IMMDeviceEnumerator> m_pEnumerator;
     static std::array<Entry, kSlots> m_DeviceArray;
     static std::wstring m_DefaultDeviceId;  // empty for none
     static CMMNotificationClient m_NotificationClient;
 
     static CriticalSection m_lock;
-    static bool m_bKeeping;  // between Start and Stop: entries may be placed
+    static bool m_bStarted;  // between Start and Stop: entries may be cached
     static bool m_bRegistered;
-    static std::vector<Step> m_steps;  // asked for; the first is being done
-    // Questions for the default endpoint are numbered: an answer to an older one is not taken once
-    // that to a newer one is there.
-    static ULONGLONG m_ullAsked;
-    static ULONGLONG m_ullAnswered;
+    static std::vector<Step> m_steps;  // queued; the first one is running
+    // Queries for the default endpoint are numbered, so that an older answer does not replace a
+    // newer one.
+    static ULONGLONG m_ullLastQuery;
+    static ULONGLONG m_ullLastAnswered;
 };
 
-// An identifier's string form; empty when there is none to be had.
+// A GUID's text; empty on failure.
 std::wstring GuidText(const GUID& guid);

@@ -1,3 +1,3 @@
-// Gives the identifiers of Core Audio their one definition: the SDK's libraries lack them.
+// Defines Core Audio's GUIDs, which the SDK's libraries lack.
 #define INITGUID
 #include "platform/audio.h"

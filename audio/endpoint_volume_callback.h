@@ -1,4 +1,4 @@
-// Hears of every change of one endpoint's volume or mute state.
+// Receives the notifications of one endpoint's volume and mute changes.
 #pragma once
 
 #include <memory>
@@ -8,7 +8,7 @@
 
 class RegisteredAudioDevice;
 
-// Made and owned by its cache entry, which is kept alive while a notification is at work with it.
+// Created and owned by its cache entry. A notification that is being handled keeps the entry alive.
 class CAudioEndpointVolumeCallback final
     : public CountedObject<IAudioEndpointVolumeCallback, IID_IAudioEndpointVolumeCallback,
                            CAudioEndpointVolumeCallback>

@@ -1,4 +1,4 @@
-// What is done to the endpoints' mute states, and what their changes come to.
+// Sets the endpoints' mute states, and handles notifications of changes.
 
 #include "audio/audio_manager.h"
 #include "log/log.h"
@@ -6,13 +6,20 @@
 
 namespace {
 
-// How long a new or activated endpoint is given to settle. On the notifying thread: Core Audio has
-// others, and a thread of the service's own would have to be waited for at the end.
+// How long a new default or activated endpoint gets to settle. The wait blocks the notifying
+// thread: Core Audio has others, and Stop would have to wait for a thread of ours anyway.
 constexpr DWORD kSettlingMs = 1000;
 
-const wchar_t* Spell(BOOL muted) { return muted ? L"muted" : L"not muted"; }
+const wchar_t* MutedText(BOOL muted) { return muted ? L"muted" : L"not muted"; }
 
-// Sets one endpoint, and says so.
+// Logs that `operation` ignores a notification without `what`. Returns FALSE.
+BOOL RefuseNull(const wchar_t* function, const wchar_t* operation, const wchar_t* what)
+{
+    Log(6, function, L"%s is NULL, %s exit returning FALSE", what, operation);
+    return FALSE;
+}
+
+// Sets the mute state of one endpoint and logs it.
 HRESULT Configure(RegisteredAudioDevice& device, const GUID& context)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::ConfigureAudioDeviceMuteState";
@@ -20,9 +27,9 @@ HRESULT Configure(RegisteredAudioDevice& device, const GUID& context)
     BOOL desired = FALSE;
     const HRESULT hr = device.SetDesiredMuteState(context, stored, desired);
     if (hr != S_OK) return hr;
-    Log(6, kFunction, L"Stored value %s desired value %s", Spell(stored), Spell(desired));
+    Log(6, kFunction, L"Stored value %s desired value %s", MutedText(stored), MutedText(desired));
     Log(6, kFunction, L"SetMute called on device %s with %s", device.m_pwszDeviceId.c_str(),
-        Spell(desired));
+        MutedText(desired));
     return hr;
 }
 
@@ -53,23 +60,17 @@ BOOL CAudioManager::OnAudioDeviceMuteStateChange(
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::OnAudioDeviceMuteStateChange";
     Log(6, kFunction, L"OnAudioDeviceMuteStateChange entry");
-    if (!pRegDevice) {
-        Log(6, kFunction, L"pRegDevice is NULL, OnAudioDeviceMuteStateChange exit returning FALSE");
-        return FALSE;
-    }
-    if (!pNotify) {
-        Log(6, kFunction, L"pNotify is NULL, OnAudioDeviceMuteStateChange exit returning FALSE");
-        return FALSE;
-    }
+    if (!pRegDevice) return RefuseNull(kFunction, L"OnAudioDeviceMuteStateChange", L"pRegDevice");
+    if (!pNotify) return RefuseNull(kFunction, L"OnAudioDeviceMuteStateChange", L"pNotify");
     const BOOL muted = pNotify->bMuted != FALSE;
     if (const std::wstring context = GuidText(pNotify->guidEventContext); !context.empty()) {
         Log(6, kFunction, L"Volume state change from %s context device is %s", context.c_str(),
-            Spell(muted));
+            MutedText(muted));
     }
     if (CNeverSleepState::RecordAudioDeviceMuteState() &&
         pRegDevice->m_bMuted.exchange(muted) != muted) {
         Log(6, kFunction, L"%s updated cache to %s", pRegDevice->m_pwszDeviceId.c_str(),
-            Spell(muted));
+            MutedText(muted));
     }
     if (CNeverSleepState::EnforceHolvMuteState()) ConfigureAudioDeviceMuteState(pRegDevice);
     Log(6, kFunction, L"OnAudioDeviceMuteStateChange exit, returning TRUE");
@@ -82,11 +83,7 @@ BOOL CAudioManager::OnDefaultAudioDeviceMuteStateChange(
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::OnDefaultAudioDeviceMuteStateChange";
     Log(6, kFunction, L"OnDefaultAudioDeviceMuteStateChange entry");
-    if (!pNotify) {
-        Log(6, kFunction,
-            L"pNotify is NULL, OnDefaultAudioDeviceMuteStateChange exit returning FALSE");
-        return FALSE;
-    }
+    if (!pNotify) return RefuseNull(kFunction, L"OnDefaultAudioDeviceMuteStateChange", L"pNotify");
     if (IsEqualGUID(pNotify->guidEventContext, m_guidAudioContext)) {
         Log(6, kFunction,
             L"OnDefaultAudioDeviceMuteStateChange called by our activity, exit returning TRUE");
@@ -98,8 +95,8 @@ BOOL CAudioManager::OnDefaultAudioDeviceMuteStateChange(
     return TRUE;
 }
 
-// The keeping may end while either of these waits. The cache is empty then, takes nothing in, and
-// the rest comes to nothing.
+// Stop may run while either of these sleeps. The cache is then empty and accepts no entries, so the
+// steps after the sleep do nothing.
 
 void CAudioManager::OnAudioDeviceActivated(const wchar_t* id)
 {
@@ -107,7 +104,7 @@ void CAudioManager::OnAudioDeviceActivated(const wchar_t* id)
     Log(6, kFunction, L"OnAudioDeviceActivated entry");
     CNeverSleepState::OnDefaultAudioDeviceCallbackReceived();
     Sleep(kSettlingMs);
-    // One that is new to the cache keeps the state it has.
+    // An endpoint that is new to the cache keeps its mute state.
     if (!FindOrInsert(id)) ConfigureAudioDeviceMuteState(FindDevicePair(id));
     Log(6, kFunction, L"OnAudioDeviceActivated exit");
 }

@@ -28,7 +28,7 @@ HRESULT CMMNotificationClient::OnDeviceAdded(LPCWSTR id)
     return S_OK;
 }
 
-// The endpoint stays in the cache, for when it comes back.
+// The endpoint stays cached, in case it comes back.
 HRESULT CMMNotificationClient::OnDeviceRemoved(LPCWSTR id)
 {
     constexpr const wchar_t* kFunction = L"CMMNotificationClient::OnDeviceRemoved";
@@ -40,7 +40,7 @@ HRESULT CMMNotificationClient::OnDeviceRemoved(LPCWSTR id)
     return S_OK;
 }
 
-// Whatever the flow and the role: what becomes of it is asked of the enumerator.
+// Flow and role are ignored; the new default is read from the enumerator.
 HRESULT CMMNotificationClient::OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR id)
 {
     Log(6, L"CMMNotificationClient::OnDefaultDeviceChanged",

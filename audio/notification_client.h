@@ -1,12 +1,13 @@
-// Hears of endpoints that are added, removed, change their state or become the default.
+// Receives Core Audio's notifications of endpoints that are added, removed, change their state or
+// become the default.
 #pragma once
 
 #include "platform/audio.h"
 #include "platform/counted_object.h"
 
-// There is one, in static storage; the maker's reference is never given back. Core Audio calls it
-// on threads of its own, several at once. What a notification says goes to the log, and those that
-// matter go on to CAudioManager, which may hold their thread for a second.
+// The one instance lies in static storage; its first reference is never released, so that it is
+// never deleted. Core Audio calls it on several threads at once. It logs every notification and
+// passes on the relevant ones to CAudioManager, which may block the thread for a second.
 class CMMNotificationClient final
     : public CountedObject<IMMNotificationClient, IID_IMMNotificationClient, CMMNotificationClient>
 {

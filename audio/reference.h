@@ -1,11 +1,11 @@
-// References to Core Audio's objects, whose giving back the log tells of.
+// References to Core Audio's objects, whose release is logged.
 #pragma once
 
 #include "log/log.h"
 #include "platform/owned.h"
 
-// Gives a reference back, and says so under the name of the operation; returns the count that is
-// left. An empty one is left alone, with no line, and counts 0.
+// Releases a reference and logs it under the operation's name. Returns the remaining count; for an
+// empty reference 0, without a log line.
 template <class Interface>
 ULONG SafeRelease(OwnedInterface<Interface>& reference, const wchar_t* function)
 {
@@ -17,7 +17,7 @@ ULONG SafeRelease(OwnedInterface<Interface>& reference, const wchar_t* function)
     return left;
 }
 
-// The place for an operation that returns an interface without naming its type.
+// The out parameter of an operation that returns an interface as void*.
 template <class Interface>
 void** ReceiveAny(OwnedInterface<Interface>& reference)
 {

@@ -12,17 +12,23 @@ std::shared_ptr<RegisteredAudioDevice> RegisteredAudioDevice::Make(const wchar_t
 
 RegisteredAudioDevice::~RegisteredAudioDevice() = default;
 
+bool RegisteredAudioDevice::HasVolumeAndCallback(const wchar_t* function) const
+{
+    if (!m_pEndpointVolume) {
+        Log(4, function, L"RegisterDefaultEndpointVolumeCallback, m_pDefaultDeviceVol is  NULL");
+        return false;
+    }
+    if (!m_pVolumeCallback) {
+        Log(4, function, L"RegisterDefaultEndpointVolumeCallback, audioEventCallback is  NULL");
+        return false;
+    }
+    return true;
+}
+
 BOOL RegisteredAudioDevice::RegisterEndpointVolumeCallback()
 {
     constexpr const wchar_t* kFunction = L"RegisteredAudioDevice::RegisterEndpointVolumeCallback";
-    if (!m_pEndpointVolume) {
-        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, m_pDefaultDeviceVol is  NULL");
-        return FALSE;
-    }
-    if (!m_pVolumeCallback) {
-        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, audioEventCallback is  NULL");
-        return FALSE;
-    }
+    if (!HasVolumeAndCallback(kFunction)) return FALSE;
     const HRESULT hr =
         m_pEndpointVolume.Get()->RegisterControlChangeNotify(m_pVolumeCallback.Get());
     if (FAILED(hr)) {
@@ -37,14 +43,7 @@ BOOL RegisteredAudioDevice::RegisterEndpointVolumeCallback()
 BOOL RegisteredAudioDevice::UnregisterEndpointVolumeCallback()
 {
     constexpr const wchar_t* kFunction = L"RegisteredAudioDevice::UnregisterEndpointVolumeCallback";
-    if (!m_pEndpointVolume) {
-        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, m_pDefaultDeviceVol is  NULL");
-        return FALSE;
-    }
-    if (!m_pVolumeCallback) {
-        Log(4, kFunction, L"RegisterDefaultEndpointVolumeCallback, audioEventCallback is  NULL");
-        return FALSE;
-    }
+    if (!HasVolumeAndCallback(kFunction)) return FALSE;
     const HRESULT hr =
         m_pEndpointVolume.Get()->UnregisterControlChangeNotify(m_pVolumeCallback.Get());
     if (FAILED(hr)) {

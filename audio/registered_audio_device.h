@@ -9,8 +9,8 @@
 #include "platform/lock.h"
 #include "platform/owned.h"
 
-// Shared: the cache lets go of an entry while a notification or a state entry may be at work with
-// it, and whoever is last destroys it.
+// Held by shared pointers: the cache may drop an entry while a notification or a state entry still
+// uses it.
 class RegisteredAudioDevice
 {
 public:
@@ -20,32 +20,37 @@ public:
     RegisteredAudioDevice(const RegisteredAudioDevice&) = delete;
     RegisteredAudioDevice& operator=(const RegisteredAudioDevice&) = delete;
 
-    // Only whoever makes the entry, and whoever has taken it out of the cache.
+    // Call only on the thread that made the entry, before it is cached, or that removed it from the
+    // cache.
     BOOL RegisterEndpointVolumeCallback();
-    // Waits until no notification is at work with the callback.
+    // Waits until no call of the callback is running.
     BOOL UnregisterEndpointVolumeCallback();
 
-    // Gives the endpoint volume back, and says so under the name of the operation. Whoever comes
-    // later finds none.
+    // Releases the endpoint volume and logs it under the operation's name. Later calls of
+    // SetDesiredMuteState find none.
     void ReleaseEndpointVolume(const wchar_t* function);
 
-    // Asks the policy for the mute state that the endpoint should have, and sets it. S_FALSE when
-    // there is no endpoint volume, in which case nothing is asked. Any thread.
+    // Sets the mute state that the policy wants (GetDesiredMuteState). Returns it in `desired`, and
+    // in `stored` the cached state it was derived from. S_FALSE, without asking the policy, when
+    // there is no endpoint volume. Any thread.
     HRESULT SetDesiredMuteState(const GUID& context, BOOL& stored, BOOL& desired);
 
     std::atomic<BOOL> m_bMuted = FALSE;  // the user's own choice
-    const std::wstring m_pwszDeviceId;   // whole, however long it is
+    const std::wstring m_pwszDeviceId;   // never truncated
     OwnedInterface<IAudioEndpointVolume> m_pEndpointVolume;
 
 private:
     explicit RegisteredAudioDevice(const wchar_t* id) : m_pwszDeviceId(id) {}
 
-    // In the end its reference is given back: a registration that could not be removed keeps its
-    // callback, whose entry is gone then.
+    // Whether there is an endpoint volume and a callback to register; logs what is missing.
+    bool HasVolumeAndCallback(const wchar_t* function) const;
+
+    // Released, not deleted: if unregistering failed, Core Audio still holds the callback, which
+    // then finds no entry.
     OwnedInterface<CAudioEndpointVolumeCallback> m_pVolumeCallback;
 
-    // Held while the endpoint's desired state is asked for and set, so that of two threads the one
-    // that sets last has asked last; and for taking the endpoint volume away. Setting a mute state
-    // neither calls back nor waits for callbacks.
+    // Held while the desired state is read and set, so that the thread that sets last has also read
+    // last, and while the endpoint volume is removed. SetMute neither calls back nor waits for
+    // callbacks.
     CriticalSection m_setting;
 };

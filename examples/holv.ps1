@@ -1,9 +1,9 @@
-# Shows what the Holv service is set to, and changes it, through its control interface.
+# Shows and changes the settings of the Holv service through its control interface.
 #
 #     .\holv.ps1                                   the status
 #     .\holv.ps1 -Feature 1 -Value 1               switches a feature, by its number
 #     .\holv.ps1 -Start 22:00 -End 06:00           sets the do-not-disturb interval
-#     .\holv.ps1 -Raise 1                          raises an event code, and shows what is heard
+#     .\holv.ps1 -Raise 1                          raises an event code, and shows the events received
 
 param(
     [int]$Feature = -1,
@@ -20,7 +20,7 @@ if ($PSBoundParameters.ContainsKey('Start') -and $PSBoundParameters.ContainsKey(
     $agent.SetDoNotDisturbTimeInterval([uint32]$Start.TotalMinutes, [uint32]$End.TotalMinutes)
 }
 if ($null -ne $Raise) {
-    # The interface of the events, and the one call in it.
+    # The interface of the events and its one member, number 1.
     $events = [guid]'5B0E8D34-A7C2-4E91-8F36-D1A94C27B650'
     $heard = [Action[int, bool]] { param($code) Write-Host "heard event code $code" }
     [Runtime.InteropServices.ComEventsHelper]::Combine($agent, $events, 1, $heard)

@@ -1,13 +1,13 @@
-// A client of the Holv service in C++: shows the status, switches a feature, sets the
-// do-not-disturb interval, and raises event codes, to which it listens itself.
+// A client of the Holv service in C++: prints the status, switches a feature, sets the
+// do-not-disturb interval, and raises event codes and listens to them.
 //
-//     holv_client                           the status
-//     holv_client get FEATURE               a feature, by its number in the status
+//     holv_client                           prints the status
+//     holv_client get FEATURE               reads a feature, by its number in the status
 //     holv_client set FEATURE VALUE         switches it
 //     holv_client interval START END        in minutes since midnight
-//     holv_client event CODE [refuse]       raises an event code, hears it, and may refuse it
+//     holv_client event CODE [refuse]       raises an event code, receives it, and may refuse it
 //
-// It calls by name, as a script does, and so needs no header of the service's. Build it with any
+// It calls by name, like a script, and therefore needs no header of the service. Build it with any
 // compiler for Windows:
 //
 //     x86_64-w64-mingw32-g++ -std=c++20 -municode -static holv_client.cpp -lole32 -loleaut32 -luuid
@@ -35,7 +35,7 @@ constexpr const wchar_t* kFeatures[] = {L"never-sleep mode",
                                         L"never-sleep on battery",
                                         L"has a battery"};
 
-// The interface of the service's events, and the one call in it: (the code, a place to cancel).
+// The interface of the service's events and its one member: HOLVAgentEventChanged(code, cancel).
 constexpr GUID kEvents{
     0x5b0e8d34, 0xa7c2, 0x4e91, {0x8f, 0x36, 0xd1, 0xa9, 0x4c, 0x27, 0xb6, 0x50}};
 constexpr DISPID kEventChanged = 1;
@@ -48,7 +48,7 @@ VARIANT Number(long value)
     return number;
 }
 
-// A place of a type for what a call gives back through an argument.
+// An argument through which a call returns a value of this type.
 VARIANT Place(VARTYPE type, void* value)
 {
     VARIANT place{};
@@ -57,7 +57,7 @@ VARIANT Place(VARTYPE type, void* value)
     return place;
 }
 
-// Calls a member by its name. Arguments stand in reverse order, as dispatch wants them.
+// Calls a member by its name. The arguments stand in reverse order, as IDispatch requires.
 HRESULT Call(IDispatch* agent, const wchar_t* name, WORD kind, std::vector<VARIANT> reversed,
              VARIANT* result = nullptr)
 {
@@ -75,7 +75,7 @@ HRESULT Call(IDispatch* agent, const wchar_t* name, WORD kind, std::vector<VARIA
                          nullptr);
 }
 
-// Prints the event codes that it hears, and lets them pass or not.
+// Prints the event codes that it receives, and refuses them if told to.
 class Sink final : public IDispatch
 {
 public:
@@ -87,7 +87,7 @@ public:
         *object = known ? static_cast<IDispatch*>(this) : nullptr;
         return known ? S_OK : E_NOINTERFACE;
     }
-    // It lives as long as the program, whoever refers to it.
+    // The sink is static, so its references need not be counted.
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
 
@@ -152,8 +152,8 @@ HRESULT ShowEventCode(IDispatch* agent)
     return status;
 }
 
-// Connects a sink, raises `code`, and shows what has become of it. The sink is called amid the
-// raising, from the wait for the service's answer.
+// Connects a sink, raises `code`, and prints the result. The sink is called while this thread waits
+// for the service's answer.
 HRESULT RaiseEvent(IDispatch* agent, long code, bool refuse)
 {
     IConnectionPointContainer* container = nullptr;

@@ -1,9 +1,9 @@
-' Switches the Holv service's features through its control interface. VBScript has no places for numbers
-' that come back through arguments, so the features themselves are read by holv.ps1 and holv_client.
+' Switches the Holv service's features through its control interface. VBScript cannot receive
+' numbers through arguments; holv.ps1 and holv_client read the features.
 '
 '     cscript //nologo switch.vbs set 1 1          switches a feature, by its number
 '     cscript //nologo switch.vbs interval 1320 360
-'     cscript //nologo switch.vbs event 1          raises an event code, and shows the one that is kept
+'     cscript //nologo switch.vbs event 1          raises an event code, and shows the current one
 
 Option Explicit
 Dim agent, arguments

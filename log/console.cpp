@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr std::size_t kMostCharacters = 2048;  // a whole message and the name before it
-constexpr std::size_t kMostBytesOfOne = 4;     // of a character in UTF-8
+constexpr std::size_t kMaxCharacters = 2048;      // a whole message and the name before it
+constexpr std::size_t kMaxBytesPerCharacter = 4;  // of a character in UTF-8
 
 }  // namespace
 
@@ -13,9 +13,9 @@ void PrintPackedToConsole(const wchar_t* format, std::span<const FormatArgument>
 {
     const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
     if (!console || console == INVALID_HANDLE_VALUE) return;
-    wchar_t text[kMostCharacters];
+    wchar_t text[kMaxCharacters];
     const FormatResult result = FormatPacked(text, format, arguments);
-    char bytes[kMostCharacters * kMostBytesOfOne];
+    char bytes[kMaxCharacters * kMaxBytesPerCharacter];
     const int count = WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(result.length), bytes,
                                           sizeof(bytes), nullptr, nullptr);
     DWORD written = 0;

@@ -3,7 +3,7 @@
 
 #include "log/format.h"
 
-// Prints the text as UTF-8 in one piece. Nothing happens where the process has no standard output.
+// Writes the text as UTF-8 in one piece. Does nothing when the process has no standard output.
 void PrintPackedToConsole(const wchar_t* format, std::span<const FormatArgument> arguments);
 
 template <class... Args>

@@ -44,7 +44,7 @@ void Report(const wchar_t* source, WORD type, WORD category, DWORD id, const wch
     ReportEventW(log.Get(), type, category, id, nullptr, 1, 0, strings, nullptr);
 }
 
-// What a failed write leaves out is missing in the viewer only.
+// A failed write is ignored: only the viewer then lacks the texts.
 void SetPath(const OwnedKey& key, const wchar_t* name, const wchar_t* path)
 {
     RegSetValueExW(key.Get(), name, 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(path),
@@ -63,17 +63,17 @@ void InstallEventLogSource(DWORD categoryCount)
 {
     wchar_t path[MAX_PATH];
     FormatText(path, LR"(SYSTEM\CurrentControlSet\Services\EventLog\Application\%s)", kSourceName);
-    wchar_t said[MAX_PATH + 64];
+    wchar_t line[MAX_PATH + 64];
     OwnedKey key;
     const LSTATUS status = RegCreateKeyW(HKEY_LOCAL_MACHINE, path, key.Receive());
     if (status != ERROR_SUCCESS) {
-        FormatText(said, L"Unable to create event service key for %s, error=%d\n", kSourceName,
+        FormatText(line, L"Unable to create event service key for %s, error=%d\n", kSourceName,
                    status);
-        OutputDebugStringW(said);
+        OutputDebugStringW(line);
         return;
     }
-    FormatText(said, L"EventSource (%s) is registered\n", path);
-    OutputDebugStringW(said);
+    FormatText(line, L"EventSource (%s) is registered\n", path);
+    OutputDebugStringW(line);
 
     wchar_t executable[MAX_PATH] = {};
     GetModuleFileNameW(nullptr, executable, MAX_PATH);

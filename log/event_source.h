@@ -3,16 +3,16 @@
 
 #include "log/format.h"
 
-// Registers the event source with this executable as its message file; with `categoryCount` above 0
-// also as its category file. A failure is told to the debugger only: events are reported all the
-// same, without their texts in the viewer.
+// Registers the event source with this executable as its message file and, with `categoryCount`
+// above 0, as its category file. A failure is reported to the debugger only: events are still
+// reported, but the viewer lacks their texts.
 void InstallEventLogSource(DWORD categoryCount);
 
-// Reports one event of the type that belongs to the log level, with `text` (which may be null) as
-// its one insertion string. Drops it in silence when the event log cannot be reached. Any thread.
+// Reports one event, of the type that belongs to the log level, with `text` (which may be null) as
+// its one insertion string. The event is dropped when the event log cannot be reached. Any thread.
 void ReportToEventLog(const wchar_t* text, DWORD level);
 
-// Tells LogEvent whether the process runs as a service. Until told, it does not.
+// Sets whether the process runs as a service (at first it does not), for LogEvent.
 void SetRunsAsService(bool runs);
 
 // Reports one informational event under the service's own name, cut to 255 characters; a process

@@ -60,7 +60,7 @@ private:
     bool m_fits = true;
 };
 
-// Writes what `put` writes, `length` characters, in the conversion's field.
+// Calls `put`, which writes `length` characters, and pads them to the conversion's width.
 template <class PutText>
 void PutInField(Writer& writer, const Conversion& conversion, std::size_t length, PutText put)
 {
@@ -73,12 +73,12 @@ void PutInField(Writer& writer, const Conversion& conversion, std::size_t length
 
 // --- Numbers ---
 
-constexpr std::size_t kMostDigits = 20;  // of 64 bits, in decimal
+constexpr std::size_t kMaxDigits = 20;  // of 64 bits, in decimal
 
-// The digits, right-aligned in `digits`; none for zero. Returns the first.
-const wchar_t* DigitsOf(std::uint64_t number, wchar_t letter, wchar_t (&digits)[kMostDigits])
+// Writes the digits, right-aligned, into `digits` (none for zero) and returns the first.
+const wchar_t* DigitsOf(std::uint64_t number, wchar_t letter, wchar_t (&digits)[kMaxDigits])
 {
-    wchar_t* first = digits + kMostDigits;
+    wchar_t* first = digits + kMaxDigits;
     if (letter == L'd' || letter == L'u') {
         for (; number != 0; number /= 10) *--first = static_cast<wchar_t>(L'0' + number % 10);
         return first;
@@ -112,13 +112,13 @@ void PutNumber(Writer& writer, const Conversion& conversion, std::uint64_t numbe
     const bool negative = is_signed && static_cast<std::int64_t>(number) < 0;
     const std::uint64_t magnitude = negative ? 0 - number : number;
 
-    wchar_t digits[kMostDigits];
+    wchar_t digits[kMaxDigits];
     const wchar_t* const first = DigitsOf(magnitude, conversion.letter, digits);
-    const auto count = static_cast<std::size_t>(digits + kMostDigits - first);
+    const auto count = static_cast<std::size_t>(digits + kMaxDigits - first);
     const wchar_t* const prefix = PrefixOf(conversion, negative, magnitude);
     const std::size_t prefix_length = std::wcslen(prefix);
 
-    // A precision is the least number of digits, and switches the flag that fills with zeros off.
+    // The precision is the least number of digits; if given, it disables zero padding.
     std::size_t least =
         conversion.precision < 0 ? 1 : static_cast<std::size_t>(conversion.precision);
     if (conversion.precision < 0 && conversion.zero && !conversion.left) {
@@ -145,7 +145,7 @@ void PutPointer(Writer& writer, const Conversion& conversion, const void* pointe
 
 // --- Text ---
 
-// The text's length, but at most the precision: beyond it there need not even be a terminator.
+// The text's length, at most the precision: text with a precision need not be terminated.
 template <class Character>
 std::size_t LengthOf(const Character* text, const Conversion& conversion)
 {

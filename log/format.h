@@ -1,6 +1,5 @@
-// Text from wide printf formats, with the meanings that the Windows C runtime gives them, on both
-// machines alike. A format is checked against its arguments while the program is compiled: a wrong
-// number or type of arguments does not build.
+// Formats text like the wide printf of the Windows C runtime, on both machines alike. The compiler
+// checks each format against its arguments: a wrong number or type of arguments does not compile.
 //
 //     wchar_t text[64];
 //     FormatText(text, L"slot %u of %s, hr=0x%x", slot, name, hr);
@@ -8,7 +7,7 @@
 // Conversions: %d %i %u %x %X (also with l) take integers of up to 32 bits, with ll or I64 integers
 // of 64 bits; %s %ls %ws %wS wide strings, %S 8-bit strings, %c a character, %p any object pointer
 // (16 upper-case digits), %% is a per cent sign. Flags, width and precision as in C, without '*'.
-// Enumerations and floating-point numbers are taken by none. A null string prints "(null)".
+// No conversion takes enumerations or floating-point numbers. A null string prints "(null)".
 #pragma once
 
 #include <array>
@@ -54,7 +53,7 @@ inline constexpr ArgumentKind kArgumentKindOf = FindArgumentKind<T>();
 template <class T>
 inline constexpr ArgumentKind kArgumentKindOf<std::atomic<T>> = FindArgumentKind<T>();
 
-// One argument on its way to the formatter, which knows from the format what it is.
+// One argument. It does not store its type; the format determines it.
 class FormatArgument
 {
 public:
@@ -109,8 +108,8 @@ struct Conversion
     }
 };
 
-// Reads the conversion whose text begins at `at`, after the per cent sign. Returns the place behind
-// it; null when it is not one of ours.
+// Reads the conversion at `at`, after the per cent sign. Returns the place after it; null for an
+// unsupported conversion.
 constexpr const wchar_t* ReadConversion(const wchar_t* at, Conversion& conversion);
 
 constexpr bool FormatMatches(const wchar_t* format, std::span<const ArgumentKind> arguments)
@@ -135,7 +134,8 @@ constexpr bool FormatMatches(const wchar_t* format)
     return FormatMatches(format, std::span(kinds));
 }
 
-// Never defined: the compiler names it where a format and its arguments do not go together.
+// Never defined: a format that does not match its arguments calls it, and the compiler's error
+// shows this name.
 void the_format_does_not_match_its_arguments();
 
 template <class... Args>
@@ -240,7 +240,7 @@ constexpr const wchar_t* ReadLengthPrefix(const wchar_t* at, LengthPrefix& prefi
     return prefix == LengthPrefix::none ? at : at + 1;
 }
 
-// Sets the letter and what it takes; false for a letter, or a prefix with it, that is not ours.
+// Sets the letter and the kind of argument; false for an unsupported letter or prefix.
 constexpr bool SetLetter(wchar_t letter, LengthPrefix prefix, Conversion& conversion)
 {
     conversion.letter = letter == L'i' ? L'd' : letter == L'S' ? L's' : letter;

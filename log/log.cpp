@@ -10,14 +10,14 @@ namespace {
 
 constexpr std::size_t kMessageSize = 1024;  // with the terminator
 
-// Callers log first and look at their error afterwards.
-class KeptLastError
+// Restores the last error: callers often log before they read it.
+class LastErrorKeeper
 {
 public:
-    KeptLastError() : m_error(GetLastError()) {}
-    ~KeptLastError() { SetLastError(m_error); }
-    KeptLastError(const KeptLastError&) = delete;
-    KeptLastError& operator=(const KeptLastError&) = delete;
+    LastErrorKeeper() : m_error(GetLastError()) {}
+    ~LastErrorKeeper() { SetLastError(m_error); }
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
 
 private:
     DWORD m_error;
@@ -25,7 +25,8 @@ private:
 
 constexpr bool GoesToEventLog(DWORD level) { return level == 1 || level == 3 || level == 4; }
 
-// The event log and the debugger show which operation speaks, and for whom.
+// Reports to the event log and the debugger, where the name of the operation stands before the
+// message.
 void WriteWithPrefix(DWORD level, const wchar_t* function, const wchar_t* message, bool debugger)
 {
     wchar_t text[kMessageSize];
@@ -51,7 +52,7 @@ void WriteToOutputs(DWORD level, const wchar_t* function, const wchar_t* message
 void LogMessage(DWORD level, const wchar_t* function, const wchar_t* format,
                 std::span<const FormatArgument> arguments)
 {
-    const KeptLastError kept;
+    const LastErrorKeeper kept;
     try {
         wchar_t message[kMessageSize];
         FormatPacked(message, format, arguments);

@@ -7,13 +7,16 @@
 #include "log/format.h"
 #include "settings/settings.h"
 
-// The outputs that g_dwLoggingEnabled switches on. Any other bit switches logging as a whole on,
-// and with it the event log, which levels 1, 3 and 4 reach whatever the mask.
+// The outputs that g_dwLoggingEnabled switches on. Any value but 0 also sends levels 1, 3 and 4 to
+// the event log.
 inline constexpr DWORD kLogToFile = 0x2;
 inline constexpr DWORD kLogToDebugger = 0x4;
 inline constexpr DWORD kLogToConsole = 0x8;
 
-// Whether a message of this level goes anywhere.
+// A flag as log lines show it.
+constexpr const wchar_t* BoolText(bool flag) { return flag ? L"TRUE" : L"FALSE"; }
+
+// Whether a message of this level is logged at all.
 inline bool IsLogged(DWORD level)
 {
     return g_dwLoggingEnabled.load(std::memory_order_relaxed) != 0 &&

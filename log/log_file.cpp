@@ -13,7 +13,7 @@ namespace {
 
 constexpr LONG kMegabyte = 1 << 20;
 constexpr LONG kDefaultMaxSize = 5 * kMegabyte;
-constexpr DWORD kMostMegabytes = 2047;
+constexpr DWORD kMaxMegabytes = 2047;
 
 constexpr const wchar_t* kTracePipe = LR"(\\.\pipe\ZYTA_HOLV_IP1)";
 constexpr const wchar_t* kRule = L"=====================================================";
@@ -30,11 +30,11 @@ LONG ReadMaxSize()
         megabytes == 0) {
         return kDefaultMaxSize;
     }
-    // More does not fit the count of bytes: whoever asks for it gets the largest file there is.
-    return static_cast<LONG>(std::min(megabytes, kMostMegabytes)) * kMegabyte;
+    // A larger size does not fit the 32-bit count of bytes and is limited to the largest that does.
+    return static_cast<LONG>(std::min(megabytes, kMaxMegabytes)) * kMegabyte;
 }
 
-// The writer is never destroyed, so that whoever logs last, however late, still finds it.
+// The writer is never destroyed, so that a thread that logs while the process ends still finds it.
 alignas(CLOGFile) std::byte g_storage[sizeof(CLOGFile)];
 INIT_ONCE g_created = INIT_ONCE_STATIC_INIT;
 std::atomic<CLOGFile*> g_instance{nullptr};
@@ -45,7 +45,7 @@ BOOL CALLBACK CreateInstance(PINIT_ONCE, PVOID, PVOID*)
     return TRUE;
 }
 
-// Builds a line of bytes; what does not fit is remembered.
+// Builds a line of bytes, and notes when it does not fit.
 class LineBuilder
 {
 public:
@@ -116,8 +116,8 @@ void CLOGFile::Open()
         return;
     }
     if (!OpenFile()) return;
-    // Open before the header, whose lines go the way of all others; they come first because the
-    // lock is still held.
+    // Set before the header is written, because Write needs an open writer. The header still comes
+    // first, because the lock is held.
     m_bOpen = TRUE;
     WriteHeader();
 }
@@ -194,7 +194,7 @@ void CLOGFile::WritePacked(LONG level, const wchar_t* format,
 void CLOGFile::WriteLine(LONG level, std::string_view text)
 {
     if (level > m_lMaxLevel) return;
-    constexpr std::uintptr_t kMostIndentation = 99;
+    constexpr std::uintptr_t kMaxIndentation = 99;
     const ScopedLock lock(m_Lock);
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -210,7 +210,7 @@ void CLOGFile::WriteLine(LONG level, std::string_view text)
     line.AppendNumber(GetCurrentThreadId(), 16, 1);
     line.Append("] : ");
     line.AppendBlanks(
-        std::min(reinterpret_cast<std::uintptr_t>(TlsGetValue(m_dwTlsIndex)), kMostIndentation));
+        std::min(reinterpret_cast<std::uintptr_t>(TlsGetValue(m_dwTlsIndex)), kMaxIndentation));
     line.Append(text);
     line.Append(" [L=");
     line.AppendNumber(static_cast<DWORD>(level), 10, 1);
@@ -218,7 +218,7 @@ void CLOGFile::WriteLine(LONG level, std::string_view text)
     line.Append(m_bPipeMode ? "\r\r" : "\r\n\r\r");
     if (line.line().empty()) return;
     if (m_bPipeMode) {
-        m_Tracer.Write(line.line());  // a listener that has gone is no reason to stop
+        m_Tracer.Write(line.line());  // a listener that has gone is ignored
     } else {
         WriteToFile(line.line());
     }

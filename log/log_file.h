@@ -1,5 +1,5 @@
-// The log writer: one line a message, into the log file or, where a trace listener is present when
-// it opens, into the listener's pipe.
+// The log writer: writes one line per message into the log file or, if a trace listener is present
+// when the writer opens, into the listener's pipe.
 #pragma once
 
 #include <atomic>
@@ -12,8 +12,8 @@
 class CLOGFile
 {
 public:
-    // The process's one writer, made by the first call and tried again to open by every call while
-    // it is not open. Lives until the process ends. Null when it cannot be made. Any thread.
+    // The process's one writer, created by the first call. While it is not open, every call tries
+    // to open it. It lives until the process ends. Null when it cannot be created. Any thread.
     static CLOGFile* Instance();
 
     CLOGFile();
@@ -49,7 +49,7 @@ private:
     public:
         virtual ~CTracer() = default;
 
-        // Whether a listener holds the other end.
+        // Connects to the pipe. False when no listener has opened it.
         bool Connect();
         // TRUE when all the bytes were written.
         BOOL Write(std::string_view text);
@@ -63,7 +63,7 @@ private:
     void WritePacked(LONG level, const wchar_t* format, std::span<const FormatArgument> arguments);
     bool OpenFile();
     void WriteHeader();
-    // Puts the log file's full path into `path`, making the folders it lies in.
+    // Writes the log file's full path into `path`, and creates its folders.
     void BuildLogFilePath(std::span<wchar_t> path) const;
     void WriteToFile(std::string_view line);
 

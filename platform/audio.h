@@ -1,9 +1,9 @@
-// Core Audio: the endpoints that sound comes out of or goes into, their mute states and volumes,
-// and the notifications of what happens to them.
+// Core Audio: endpoints (speakers, microphones), their mute states and volumes, and notifications
+// of their changes.
 //
 // Each interface's operations stand in the order of their slots. They return S_OK or another
-// HRESULT; what they hand out through a pointer is null on failure, a reference is given back with
-// Release, an id with CoTaskMemFree. Any thread in an apartment may call them.
+// HRESULT. What they return through a pointer is null on failure; the caller releases a reference
+// with Release and an id with CoTaskMemFree. Any thread in an apartment may call them.
 #pragma once
 
 #include "platform/com.h"
@@ -47,7 +47,7 @@ class IPropertyStore;
 
 struct AUDIO_VOLUME_NOTIFICATION_DATA
 {
-    GUID guidEventContext;  // of whoever made the change
+    GUID guidEventContext;  // of the caller that made the change
     BOOL bMuted;
     float fMasterVolume;  // 0 to 1
     UINT nChannels;
@@ -72,8 +72,8 @@ inline constexpr IID IID_IAudioEndpointVolume{
 inline constexpr IID IID_IAudioEndpointVolumeCallback{
     0x657804FA, 0xD6AD, 0x4496, {0x8A, 0x60, 0x35, 0x27, 0x52, 0xAF, 0x4F, 0x89}};
 
-// Hears of endpoints. The sound system calls it on threads of its own, several at once. An id is
-// valid during the call only.
+// Receives notifications of endpoints. The sound system calls it on threads of its own, several at
+// once. An id is valid during the call only.
 class IMMNotificationClient : public IUnknown
 {
 public:
@@ -89,7 +89,8 @@ protected:
     ~IMMNotificationClient() = default;
 };
 
-// Hears of every change of one endpoint's volume or mute state, on a thread of the sound system.
+// Receives the notifications of one endpoint's volume and mute changes, on a thread of the sound
+// system.
 class IAudioEndpointVolumeCallback : public IUnknown
 {
 public:
@@ -111,7 +112,8 @@ protected:
 class IMMDevice : public IUnknown
 {
 public:
-    // An interface of what the endpoint can do. Fails with 0x88890004 while it is not active.
+    // Creates an object that controls the endpoint, like IAudioEndpointVolume. Fails with
+    // 0x88890004 while the endpoint is not active.
     virtual HRESULT STDMETHODCALLTYPE Activate(REFIID id, DWORD context, PROPVARIANT* parameters,
                                                void** object) = 0;
     virtual HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD access, IPropertyStore** store) = 0;
@@ -135,18 +137,18 @@ protected:
 class IMMDeviceEnumerator : public IUnknown
 {
 public:
-    // The endpoints of a flow whose state is in `states`, as they are at this moment.
+    // The endpoints of a flow whose state is one of `states`, as they are now.
     virtual HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                                          IMMDeviceCollection** collection) = 0;
     // 0x80070490 when the flow has no active endpoint.
     virtual HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
                                                               IMMDevice** device) = 0;
-    // In whatever state it is; 0x80070490 for an unknown id.
+    // The endpoint, in any state; 0x80070490 for an unknown id.
     virtual HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) = 0;
-    // Takes a reference to the client until it is unregistered.
+    // Holds a reference to the client until it is unregistered.
     virtual HRESULT STDMETHODCALLTYPE
     RegisterEndpointNotificationCallback(IMMNotificationClient* client) = 0;
-    // Returns when no call to the client is under way any more, but for one that it is called from.
+    // Waits until no call of the client is running, except one that this call comes from.
     // 0x80070490 for a client that is not registered.
     virtual HRESULT STDMETHODCALLTYPE
     UnregisterEndpointNotificationCallback(IMMNotificationClient* client) = 0;
@@ -156,12 +158,12 @@ protected:
 };
 
 // An endpoint's volume and mute state. Every operation but the unregistration fails with 0x88890004
-// while the endpoint is not active. A context names whoever makes a change to those who hear of
-// it; null is the null identifier.
+// while the endpoint is not active. A context identifies the caller of a change in the
+// notifications of it; null is the null identifier.
 class IAudioEndpointVolume : public IUnknown
 {
 public:
-    // As with the enumerator's, for calls to this callback.
+    // Like the enumerator's registrations, for this callback.
     virtual HRESULT STDMETHODCALLTYPE
     RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) = 0;
     virtual HRESULT STDMETHODCALLTYPE
@@ -178,7 +180,7 @@ public:
                                                                   const GUID* context) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT channel, float* decibels) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT channel, float* level) = 0;
-    // S_FALSE, and nobody hears of it, when the endpoint is in that mute state already.
+    // S_FALSE, without a notification, when the endpoint already has that mute state.
     virtual HRESULT STDMETHODCALLTYPE SetMute(BOOL muted, const GUID* context) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetMute(BOOL* muted) = 0;
 

@@ -2,20 +2,20 @@
 // libraries, and connection points.
 //
 // Each interface's operations stand in the order of their slots. They return S_OK or another
-// HRESULT. What is handed out through a pointer belongs to the caller: a reference is given back
-// with Release, a string with SysFreeString, a value with VariantClear.
+// HRESULT. What they return through a pointer belongs to the caller, who releases a reference with
+// Release, a string with SysFreeString and a value with VariantClear.
 #pragma once
 
 #include "platform/com.h"
 
 #ifdef _WIN32
 
-// In the order in which they need one another.
+// Each needs the ones before it.
 #include <ocidl.h>
 #include <oleauto.h>
 #include <olectl.h>
 
-// Not in every SDK's header.
+// Missing from some SDKs' headers.
 extern "C" {
 HRESULT WINAPI RegisterTypeLibForUser(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder);
 HRESULT WINAPI UnRegisterTypeLibForUser(REFGUID guid, WORD major, WORD minor, LCID locale,
@@ -97,7 +97,7 @@ enum VARENUM
 class IDispatch;
 class IRecordInfo;
 
-// A value with its type. With VT_BYREF it is the place of a value that somebody else owns.
+// A value with its type. With VT_BYREF it is the address of a value that belongs to the caller.
 struct VARIANT
 {
     VARTYPE vt;
@@ -204,12 +204,12 @@ class IDispatch : public IUnknown
 public:
     virtual HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID locale, ITypeInfo** info) = 0;
-    // The numbers of a member, the first name, and of its parameters, the others. A name that is
-    // none gets DISPID_UNKNOWN, and the result is DISP_E_UNKNOWNNAME.
+    // The dispatch ids of a member (the first name) and of its parameters (the others). An unknown
+    // name gets DISPID_UNKNOWN, and the result is then DISP_E_UNKNOWNNAME.
     virtual HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID reserved, LPOLESTR* names, UINT count,
                                                     LCID locale, DISPID* ids) = 0;
-    // Calls a member. `result`, `exception` and `badArgument` may be null; `badArgument` gets the
-    // place of the argument that DISP_E_TYPEMISMATCH or DISP_E_PARAMNOTFOUND is about.
+    // Calls a member. `result`, `exception` and `badArgument` may be null. With DISP_E_TYPEMISMATCH
+    // and DISP_E_PARAMNOTFOUND, `badArgument` receives the index of the wrong argument.
     virtual HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID reserved, LCID locale,
                                              WORD flags, DISPPARAMS* arguments, VARIANT* result,
                                              EXCEPINFO* exception, UINT* badArgument) = 0;
@@ -218,7 +218,7 @@ protected:
     ~IDispatch() = default;
 };
 
-// What a type library knows of one type.
+// A type library's description of one type.
 class ITypeInfo : public IUnknown
 {
 public:
@@ -230,13 +230,13 @@ public:
                                                UINT* count) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetRefTypeOfImplType(UINT index, DWORD* type) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetImplTypeFlags(UINT index, INT* flags) = 0;
-    // As IDispatch::GetIDsOfNames does.
+    // Like IDispatch::GetIDsOfNames.
     virtual HRESULT STDMETHODCALLTYPE GetIDsOfNames(LPOLESTR* names, UINT count, MEMBERID* ids) = 0;
     // Calls the member of `instance`, an interface of this type, through its slot.
     virtual HRESULT STDMETHODCALLTYPE Invoke(PVOID instance, MEMBERID member, WORD flags,
                                              DISPPARAMS* arguments, VARIANT* result,
                                              EXCEPINFO* exception, UINT* badArgument) = 0;
-    // Of a member, or of the type itself for -1. Each pointer may be null.
+    // The names and texts of a member, or of the type itself for -1. Each pointer may be null.
     virtual HRESULT STDMETHODCALLTYPE GetDocumentation(MEMBERID member, BSTR* name, BSTR* text,
                                                        DWORD* helpContext, BSTR* helpFile) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetDllEntry(MEMBERID member, INVOKEKIND kind, BSTR* dll,
@@ -259,10 +259,10 @@ class ITypeLib : public IUnknown
 {
 public:
     virtual UINT STDMETHODCALLTYPE GetTypeInfoCount() = 0;
-    // The library's types, in their order.
+    // The library's type at an index.
     virtual HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, ITypeInfo** info) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetTypeInfoType(UINT index, TYPEKIND* kind) = 0;
-    // TYPE_E_ELEMENTNOTFOUND when the library has no type of that identifier.
+    // The library's type with this identifier; TYPE_E_ELEMENTNOTFOUND when it has none.
     virtual HRESULT STDMETHODCALLTYPE GetTypeInfoOfGuid(REFGUID guid, ITypeInfo** info) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetLibAttr(TLIBATTR** attributes) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetTypeComp(ITypeComp** comp) = 0;
@@ -288,8 +288,8 @@ struct CONNECTDATA
     DWORD dwCookie;
 };
 
-// Enumerators give at most `count` elements, from the present place on, and say how many; S_FALSE
-// when there were fewer. `given` may be null for a count of 1.
+// Next returns at most `count` elements from the current position and their number in *given;
+// S_FALSE when there were fewer. `given` may be null for a count of 1.
 class IEnumConnections : public IUnknown
 {
 public:
@@ -322,8 +322,8 @@ public:
     virtual HRESULT STDMETHODCALLTYPE GetConnectionInterface(IID* id) = 0;
     virtual HRESULT STDMETHODCALLTYPE
     GetConnectionPointContainer(IConnectionPointContainer** container) = 0;
-    // Takes a reference to the sink until Unadvise with the cookie. CONNECT_E_CANNOTCONNECT for a
-    // sink without the interface.
+    // Holds a reference to the sink until Unadvise is called with the cookie.
+    // CONNECT_E_CANNOTCONNECT for a sink without the interface.
     virtual HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) = 0;
     // CONNECT_E_NOCONNECTION for an unknown cookie.
     virtual HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) = 0;
@@ -346,28 +346,29 @@ protected:
 
 extern "C" {
 
-// A new string; null when there is no memory, or for null. Freeing null is nothing.
+// Creates a string; null for null, and when there is no memory. Freeing null does nothing.
 BSTR WINAPI SysAllocString(const OLECHAR* text);
 void WINAPI SysFreeString(BSTR text);
-// In characters; 0 for null.
+// The length in characters; 0 for null.
 UINT WINAPI SysStringLen(BSTR text);
 
 void WINAPI VariantInit(VARIANTARG* value);
-// Gives back what a value holds, and empties it. DISP_E_BADVARTYPE for a type that is none.
+// Releases what a value holds, and empties it. DISP_E_BADVARTYPE for an unknown type.
 HRESULT WINAPI VariantClear(VARIANTARG* value);
-// `source`, of whatever type, as a value of another type; both may be the same.
-// DISP_E_TYPEMISMATCH when it has none in that type, DISP_E_OVERFLOW when it does not fit.
+// Converts `source` to a value of another type; both may be the same. DISP_E_TYPEMISMATCH when the
+// value has no form in that type, DISP_E_OVERFLOW when it does not fit.
 HRESULT WINAPI VariantChangeType(VARIANTARG* destination, const VARIANTARG* source, USHORT flags,
                                  VARTYPE type);
 
-// The type library that a file is or carries. TYPE_E_CANTLOADLIBRARY for a file without one.
+// The type library that a file is or contains. TYPE_E_CANTLOADLIBRARY for a file without one.
 HRESULT WINAPI LoadTypeLib(LPCOLESTR file, ITypeLib** library);
-// A registered one of that major version, with the same minor version or a later one.
+// A registered type library of that major version, with the same or a later minor version.
 // TYPE_E_LIBNOTREGISTERED when there is none.
 HRESULT WINAPI LoadRegTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale,
                               ITypeLib** library);
-// Enter a library and its interfaces in the registry, for the machine or for the current user, and
-// take it out. TYPE_E_REGISTRYACCESS when that fails or it is not there.
+// Add a library and its interfaces to the registry, for the machine or for the current user, and
+// remove it. TYPE_E_REGISTRYACCESS when that fails, or when the library to remove is not
+// registered.
 HRESULT WINAPI RegisterTypeLib(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder);
 HRESULT WINAPI RegisterTypeLibForUser(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder);
 HRESULT WINAPI UnRegisterTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND system);

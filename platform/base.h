@@ -138,7 +138,7 @@ using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
 
-// The HRESULT of a Win32 error; that of none is S_OK.
+// The HRESULT of a Win32 error; S_OK for ERROR_SUCCESS.
 inline HRESULT HRESULT_FROM_WIN32(DWORD error)
 {
     if (static_cast<HRESULT>(error) <= 0) return static_cast<HRESULT>(error);
@@ -147,8 +147,8 @@ inline HRESULT HRESULT_FROM_WIN32(DWORD error)
 
 extern "C" {
 
-// The calling thread's error code, as the last platform function that failed on this thread set
-// it. Functions that succeed leave it alone unless their declaration says otherwise.
+// The calling thread's error code, set by the last platform function that failed on this thread.
+// Functions that succeed leave it alone unless their declaration says otherwise.
 DWORD WINAPI GetLastError();
 void WINAPI SetLastError(DWORD error);
 }

@@ -1,7 +1,7 @@
 // Component objects: the base interface, apartments, classes and task memory.
 //
-// Interfaces are plain C++ classes whose functions stand in the order of their slots; every one is
-// derived from IUnknown, and a reference is given back with Release.
+// Interfaces are plain C++ classes whose functions stand in the order of their slots. Every one is
+// derived from IUnknown; the caller releases a reference with Release.
 #pragma once
 
 #include "platform/base.h"
@@ -70,8 +70,8 @@ inline constexpr IID IID_IClassFactory{
 class IUnknown
 {
 public:
-    // The object's interface `id`, with a reference for the caller; E_NOINTERFACE and null when it
-    // has none.
+    // The object's interface `id`, with a reference for the caller; E_NOINTERFACE and null when the
+    // object lacks it.
     virtual HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) = 0;
     // Both return the new count.
     virtual ULONG STDMETHODCALLTYPE AddRef() = 0;
@@ -81,14 +81,14 @@ protected:
     ~IUnknown() = default;
 };
 
-// A class object: makes objects of its class.
+// A class object, which creates objects of its class.
 class IClassFactory : public IUnknown
 {
 public:
-    // A new object's interface `id`. With `outer` the object becomes part of another one, and `id`
-    // must be IID_IUnknown: CLASS_E_NOAGGREGATION otherwise.
+    // Creates an object and returns its interface `id`. With `outer` the object is aggregated into
+    // another one, and `id` must be IID_IUnknown: CLASS_E_NOAGGREGATION otherwise.
     virtual HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID id, void** object) = 0;
-    // Keeps the server alive, or lets it go.
+    // TRUE keeps the server process alive; FALSE undoes one such call.
     virtual HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) = 0;
 
 protected:
@@ -97,39 +97,40 @@ protected:
 
 extern "C" {
 
-// Puts the calling thread into an apartment: COINIT_APARTMENTTHREADED one of its own, whose calls
-// are delivered by its message loop; COINIT_MULTITHREADED the process's common one. S_OK, S_FALSE
-// when it was in that kind already (count as success, and are undone by one CoUninitialize each),
-// RPC_E_CHANGED_MODE when it is in the other kind.
+// Puts the calling thread into an apartment: with COINIT_APARTMENTTHREADED one of its own, whose
+// incoming calls its message loop delivers; with COINIT_MULTITHREADED the one that the process's
+// other threads share. S_OK, or S_FALSE when the thread was in that kind already (both need one
+// CoUninitialize each); RPC_E_CHANGED_MODE when it is in the other kind.
 HRESULT WINAPI CoInitializeEx(LPVOID reserved, DWORD how);
 // The same with COINIT_APARTMENTTHREADED.
 HRESULT WINAPI CoInitialize(LPVOID reserved);
 void WINAPI CoUninitialize();
 
-// Makes an object of a class. REGDB_E_CLASSNOTREG when there is no such class, CO_E_NOTINITIALIZED
-// when the thread is in no apartment. `object` is null on failure.
+// Creates an object of a class. REGDB_E_CLASSNOTREG when there is no such class,
+// CO_E_NOTINITIALIZED when the thread is in no apartment. `object` is null on failure.
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,
                                 LPVOID* object);
 
-// The class registered under a name in the registry; CO_E_CLASSSTRING for a name that is not.
+// The class registered under a name in the registry; CO_E_CLASSSTRING for an unknown name.
 HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId);
 
 // Offers a class object to other processes (CLSCTX_LOCAL_SERVER); the calling thread's apartment
-// serves it. Takes a reference until it is revoked. With REGCLS_SUSPENDED nobody finds it before
-// CoResumeClassObjects.
+// serves it. Holds a reference to it until it is revoked. With REGCLS_SUSPENDED no client finds it
+// before CoResumeClassObjects.
 HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD context, DWORD flags,
                                      LPDWORD registration);
-// CO_E_OBJNOTREG for a number that is none, RPC_E_WRONG_THREAD in another apartment.
+// Ends a registration. CO_E_OBJNOTREG for an unknown number, RPC_E_WRONG_THREAD in another
+// apartment.
 HRESULT WINAPI CoRevokeClassObject(DWORD registration);
-// Lets those of the calling process be found, all at once.
+// Lets clients find all suspended class objects of the calling process.
 HRESULT WINAPI CoResumeClassObjects();
 
 // Count what keeps the calling process alive; both return the new count. When it falls to 0, the
-// process's class objects are suspended, so that no client comes while it ends.
+// process's class objects are suspended, so that no client connects while it ends.
 ULONG WINAPI CoAddRefServerProcess();
 ULONG WINAPI CoReleaseServerProcess();
 
-// Sets the process's security for calls: `services` -1 lets the system choose.
+// Sets the process's security for calls; with `services` -1 the system chooses the services.
 HRESULT WINAPI CoInitializeSecurity(LPVOID securityDescriptor, LONG services, LPVOID serviceList,
                                     LPVOID reserved1, DWORD authenticationLevel,
                                     DWORD impersonationLevel, LPVOID authenticationList,
@@ -138,7 +139,8 @@ HRESULT WINAPI CoInitializeSecurity(LPVOID securityDescriptor, LONG services, LP
 // A new identifier.
 HRESULT WINAPI CoCreateGuid(GUID* guid);
 
-// Memory that passes from callee to caller. Null when there is none left; freeing null is nothing.
+// Memory that a callee allocates and its caller frees. Null when there is no memory left; freeing
+// null does nothing.
 LPVOID WINAPI CoTaskMemAlloc(SIZE_T size);
 void WINAPI CoTaskMemFree(LPVOID memory);
 }

@@ -1,13 +1,13 @@
-// The base of the component objects that the service makes.
+// The base class of the component objects that the service implements.
 #pragma once
 
 #include <atomic>
 
 #include "platform/com.h"
 
-// Answers for IUnknown and for its one interface, and counts its references. The first reference is
-// the maker's; whoever gives the last one back destroys the object, which must then have been made
-// with new. Any thread.
+// Implements IUnknown for an object with one interface. The object starts with one reference, its
+// creator's. Releasing the last one deletes the object, which must then have been created with new.
+// Any thread.
 template <class Interface, const IID& id, class Object>
 class CountedObject : public Interface
 {

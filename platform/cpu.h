@@ -1,4 +1,4 @@
-// What the processor says of itself.
+// The processor's identification.
 #pragma once
 
 #ifdef _WIN32
@@ -9,8 +9,8 @@
 
 extern "C" {
 
-// The answer of the processor's identification instruction to `function`, its registers EAX, EBX,
-// ECX and EDX. Function 0: the vendor's twelve characters are in EBX, EDX and ECX, in this order.
+// Runs the processor's identification instruction for `function` and returns EAX, EBX, ECX and EDX.
+// Function 0: EBX, EDX and ECX, in this order, hold the vendor's twelve characters.
 void __cpuid(int registers[4], int function);
 }
 

@@ -1,4 +1,4 @@
-// Devices: finding them and the interfaces that their drivers offer, and sending one a request.
+// Devices: finding them and their interfaces, and sending a device a request.
 #pragma once
 
 #include <cstddef>
@@ -50,8 +50,8 @@ using PSP_DEVICE_INTERFACE_DATA = SP_DEVICE_INTERFACE_DATA*;
 
 struct SP_DEVICE_INTERFACE_DETAIL_DATA_W
 {
-    DWORD cbSize;         // of the header alone: sizeof this structure
-    WCHAR DevicePath[1];  // and on, up to a terminator
+    DWORD cbSize;         // sizeof this structure, without the rest of the path
+    WCHAR DevicePath[1];  // continues up to a terminator
 };
 using PSP_DEVICE_INTERFACE_DETAIL_DATA_W = SP_DEVICE_INTERFACE_DETAIL_DATA_W*;
 
@@ -59,45 +59,45 @@ struct OVERLAPPED;
 
 extern "C" {
 
-// Takes a set of devices as they are now: all (DIGCF_ALLCLASSES, a null class), or those with an
-// interface of a class (DIGCF_DEVICEINTERFACE); with DIGCF_PRESENT only the present ones. The set
-// may be empty. It is given back with SetupDiDestroyDeviceInfoList; INVALID_HANDLE_VALUE with the
-// last error set on failure. No enumerator is named: `enumerator` is null.
+// Creates a set of the devices as they are now: all devices (DIGCF_ALLCLASSES, a null class), or
+// those with an interface of a class (DIGCF_DEVICEINTERFACE); with DIGCF_PRESENT only present ones.
+// The set may be empty. The caller releases it with SetupDiDestroyDeviceInfoList;
+// INVALID_HANDLE_VALUE with the last error set on failure. `enumerator` is null.
 HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerator, HWND parent,
                                      DWORD flags);
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set);
 
-// The set's device, or interface of a class, at an index from 0, into a record whose cbSize the
-// caller has set. FALSE with ERROR_NO_MORE_ITEMS (259) past the end. The interfaces are those of
-// all the set's devices: `device` is null.
+// The set's device, or device interface of a class, at an index from 0, in a record whose cbSize
+// the caller has set. FALSE with ERROR_NO_MORE_ITEMS (259) past the end. A null `device` means the
+// interfaces of all devices in the set.
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
 BOOL WINAPI SetupDiEnumDeviceInterfaces(HDEVINFO set, PSP_DEVINFO_DATA device,
                                         const GUID* interfaceClass, DWORD index,
                                         PSP_DEVICE_INTERFACE_DATA deviceInterface);
 
-// An interface's path, for CreateFileW, into `size` bytes whose cbSize the caller has set. FALSE
-// with ERROR_INSUFFICIENT_BUFFER and the bytes needed in *required when they are too few, as when
-// `detail` is null and `size` 0. `device` is null.
+// Writes an interface's path, for CreateFileW, into `size` bytes whose cbSize the caller has set.
+// When they are too few (also for a null `detail` and `size` 0), FALSE with
+// ERROR_INSUFFICIENT_BUFFER and the bytes needed in *required. `device` is null.
 BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO set,
                                              PSP_DEVICE_INTERFACE_DATA deviceInterface,
                                              PSP_DEVICE_INTERFACE_DETAIL_DATA_W detail, DWORD size,
                                              DWORD* required, PSP_DEVINFO_DATA device);
 
-// A device's instance id, of at most MAX_DEVICE_ID_LEN characters, with a terminator. CR_SUCCESS,
-// or another code on failure; the last error is left alone. `flags` is 0.
+// A device's instance id, at most MAX_DEVICE_ID_LEN characters and a terminator. CR_SUCCESS, or
+// another code on failure; the last error is unchanged. `flags` is 0.
 CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST device, PWSTR id, ULONG idCount, ULONG flags);
 
-// Sends an opened device a request and waits for its answer. *returned tells the bytes answered
-// and must have a place, even when there is no output. FALSE with the last error set when the
-// device refuses; ERROR_INVALID_FUNCTION for a handle of something else. Synchronous: `overlapped`
-// is null.
+// Sends an open device a request and waits for its answer. *returned receives the number of bytes
+// answered and must not be null, even without output. FALSE with the last error set when the device
+// refuses; ERROR_INVALID_FUNCTION for a handle of something else. Synchronous: `overlapped` is
+// null.
 BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID input, DWORD inputSize, LPVOID output,
                             DWORD outputSize, LPDWORD returned, OVERLAPPED* overlapped);
 }
 
 #endif
 
-// What the system expects of 64-bit programs in the records' cbSize.
+// The system requires these sizes of 64-bit programs in cbSize.
 static_assert(sizeof(SP_DEVINFO_DATA) == 32);
 static_assert(sizeof(SP_DEVICE_INTERFACE_DATA) == 32);
 static_assert(sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W) == 8);

@@ -34,15 +34,15 @@ struct OVERLAPPED;
 
 extern "C" {
 
-// Opens a file, or a pipe (\\.\pipe\NAME) that somebody listens on. Returns a handle for
-// CloseHandle, or INVALID_HANDLE_VALUE with the last error set: ERROR_FILE_NOT_FOUND for a file or
-// listener that is not there, ERROR_PATH_NOT_FOUND for a missing folder. OPEN_ALWAYS creates the
-// file when missing and sets ERROR_ALREADY_EXISTS when it was there.
+// Opens a file, or a pipe (\\.\pipe\NAME) that has a listener. Returns a handle for CloseHandle, or
+// INVALID_HANDLE_VALUE with the last error set: ERROR_FILE_NOT_FOUND for a missing file or
+// listener, ERROR_PATH_NOT_FOUND for a missing folder. OPEN_ALWAYS creates a missing file, and sets
+// ERROR_ALREADY_EXISTS for an existing one.
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
                           DWORD disposition, DWORD flags, HANDLE templateFile);
 
-// Writes at the handle's position and moves it on. *written tells the bytes taken, which a full
-// disk may make fewer. FALSE with the last error set on failure; ERROR_NO_DATA or
+// Writes at the handle's position and advances it. *written receives the number of bytes written,
+// fewer on a full disk. FALSE with the last error set on failure; ERROR_NO_DATA or
 // ERROR_BROKEN_PIPE when a pipe's listener has gone. Synchronous: `overlapped` is null.
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
                       OVERLAPPED* overlapped);
@@ -54,22 +54,22 @@ DWORD WINAPI SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWOR
 
 BOOL WINAPI FlushFileBuffers(HANDLE file);
 
-// FALSE with ERROR_ALREADY_EXISTS for a folder that is there, ERROR_PATH_NOT_FOUND when its parent
-// is missing.
+// Creates a folder. FALSE with ERROR_ALREADY_EXISTS for an existing folder, with
+// ERROR_PATH_NOT_FOUND when its parent is missing.
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes);
 
-// The folder's full path without a closing backslash, in memory that the caller frees with
+// A known folder's full path without a closing backslash, in memory that the caller frees with
 // CoTaskMemFree, also after a failure. Only FOLDERID_ProgramData is known.
 HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE token,
                                     PWSTR* path);
 
-// The process's standard output, not to be closed: null when it has none, INVALID_HANDLE_VALUE on
-// failure.
+// The process's standard output, which the caller does not close: null when it has none,
+// INVALID_HANDLE_VALUE on failure.
 HANDLE WINAPI GetStdHandle(DWORD which);
 
-// Converts text to bytes, here UTF-8. `wideCount` -1 means up to and with the terminator. Returns
-// the bytes written, or, with `bytesCount` 0, the bytes needed; 0 with the last error set on
-// failure.
+// Converts text to bytes, here UTF-8. With `wideCount` -1, everything up to and including the
+// terminator. Returns the number of bytes written or, with `bytesCount` 0, needed; 0 with the last
+// error set on failure.
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideCount, LPSTR bytes,
                                int bytesCount, LPCSTR defaultChar, BOOL* usedDefault);
 }

@@ -52,9 +52,9 @@ extern "C" {
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState,
                            LPCWSTR name);
 
-// Signals an event: a manual-reset event releases every waiter and stays signalled, an auto-reset
-// one releases one waiter, or stays signalled until the next wait. FALSE with the last error set
-// when the handle is not an event's. Any thread.
+// Signals an event. A manual-reset event releases all waiting threads and stays signalled; an
+// auto-reset event releases one, or stays signalled until the next wait. FALSE with the last error
+// set for a handle of something else. Any thread.
 BOOL WINAPI SetEvent(HANDLE event);
 BOOL WINAPI ResetEvent(HANDLE event);
 
@@ -63,31 +63,31 @@ BOOL WINAPI ResetEvent(HANDLE event);
 HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset,
                                    LPCWSTR name);
 
-// Arms a timer, replacing what it was armed for and resetting its signal. `due` is in 100-ns
-// units: negative is relative to now, which counts time asleep too; positive is an absolute UTC
-// time. `period` is in milliseconds, 0 for once. With `resume` TRUE the timer wakes the machine
-// from sleep where wake timers are allowed. FALSE with the last error set on failure.
+// Arms a timer, replacing its earlier due time and resetting its signal. `due` is in 100-ns units:
+// negative is relative to now, and counts time asleep too; positive is an absolute UTC time.
+// `period` is in milliseconds, 0 for a single expiry. With `resume` TRUE the timer wakes the
+// machine from sleep where wake timers are allowed. FALSE with the last error set on failure.
 BOOL WINAPI SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period,
                              PTIMERAPCROUTINE completion, LPVOID argument, BOOL resume);
 
-// Disarms a timer. Its signalled state stays as it is: an expiry that nobody has taken yet is
-// still there to be taken. FALSE with the last error set on failure.
+// Disarms a timer. It stays signalled if it has already expired and no wait has taken the expiry
+// yet. FALSE with the last error set on failure.
 BOOL WINAPI CancelWaitableTimer(HANDLE timer);
 
 // Blocks until the object is signalled (WAIT_OBJECT_0) or `milliseconds` have passed
 // (WAIT_TIMEOUT; INFINITE never does). WAIT_FAILED with the last error set for a bad handle.
 DWORD WINAPI WaitForSingleObject(HANDLE object, DWORD milliseconds);
 
-// The same for 1 to 64 objects: the result is WAIT_OBJECT_0 plus the index of the signalled
-// object, the lowest when several are signalled as the wait begins. With waitAll TRUE it waits
-// until all are. A null or closed handle among them fails the whole wait.
+// The same for 1 to 64 objects. The result is WAIT_OBJECT_0 plus the index of the signalled object,
+// the lowest one if several are signalled when the wait begins. With waitAll TRUE it waits until
+// all are. A null or closed handle makes the whole wait fail.
 DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL waitAll,
                                     DWORD milliseconds);
 
 void WINAPI Sleep(DWORD milliseconds);
 
-// Starts a thread. Returns its handle, signalled when the thread ends, which the caller closes
-// (closing does not end the thread); null with the last error set on failure.
+// Starts a thread. Returns a handle that is signalled when the thread ends and that the caller
+// closes (which does not end the thread); null with the last error set on failure.
 HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize,
                            LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
                            LPDWORD threadId);
@@ -103,23 +103,23 @@ DWORD WINAPI GetCurrentProcessId();
 ULONGLONG WINAPI GetTickCount64();
 void WINAPI GetLocalTime(SYSTEMTIME* time);
 
-// How long the processors have idled, and worked for the kernel and for programs, since the machine
-// started, in 100-ns units. The kernel's time includes the idle time. FALSE with the last error set
-// on failure.
+// How long the processors have been idle, in the kernel and in programs since the machine started,
+// in 100-ns units. The kernel's time includes the idle time. FALSE with the last error set on
+// failure.
 BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user);
 
-// A lock that the owner may take again. Entering waits without limit; only the owner leaves it.
-// On the virtual PC the kernel sees who waits for whom and reports a circle.
+// A recursive lock. Entering waits without limit; only the owner may leave it. The virtual PC knows
+// the owner and the waiting threads of each lock, and reports a deadlock.
 void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section);
-// The same; FALSE with the last error set when it cannot be made.
+// The same; FALSE with the last error set when the lock cannot be created.
 BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount);
 void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section);
 void WINAPI EnterCriticalSection(CRITICAL_SECTION* section);
 void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section);
 
-// Runs `function` exactly once for a statically initialised `once`, however many threads arrive:
-// the others wait for it. TRUE once it has returned TRUE; a FALSE from it is passed on and the
-// next caller tries again.
+// Runs `function` exactly once for a statically initialised `once`; other threads that arrive
+// meanwhile wait. TRUE once `function` has returned TRUE. If it returns FALSE, so does this call,
+// and the next caller tries again.
 BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID parameter,
                                 PVOID* context);
 

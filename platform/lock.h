@@ -1,8 +1,8 @@
-// The service's one kind of lock. It is the platform's own, never the standard library's: on the
-// virtual PC the kernel must see who waits for whom, and one thread runs at a time, so a thread
-// blocked behind the kernel's back would stop the machine.
+// The service's only kind of lock. It uses the platform's critical sections instead of the standard
+// library: the virtual PC lets one thread run at a time and must know which thread waits for which,
+// so a thread that blocks without its knowledge would stop the machine.
 //
-// No lock is held across a wait, a sleep or a call that can call back.
+// No lock is held across a wait, a sleep or a call that may call back.
 #pragma once
 
 #include "platform/kernel.h"

@@ -30,22 +30,22 @@ struct MSG
 
 extern "C" {
 
-// Takes the next message of the calling thread's queue, waiting for one without limit. Returns 0
-// for WM_QUIT, a positive number for any other message, -1 with the last error set on failure.
-// Null `window` and 0, 0 take every message.
+// Takes the next message from the calling thread's queue, waiting without limit. Returns 0 for
+// WM_QUIT, a positive number for any other message, -1 with the last error set on failure. A null
+// `window` and 0, 0 accept every message.
 BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last);
 BOOL WINAPI TranslateMessage(const MSG* message);
 LRESULT WINAPI DispatchMessageW(const MSG* message);
 
-// Looks whether there is a message and, with PM_NOREMOVE, leaves it there. Never waits.
+// Checks for a message; PM_NOREMOVE leaves it in the queue. Never waits.
 BOOL WINAPI PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT remove);
 
-// Puts a message into another thread's queue and returns at once. FALSE with
-// ERROR_INVALID_THREAD_ID when there is no such thread or it has no queue yet: a thread gets its
-// queue with its first message function.
+// Posts a message to a thread's queue and returns at once. FALSE with ERROR_INVALID_THREAD_ID when
+// there is no such thread or it has no queue yet: the first message function that a thread calls
+// creates its queue.
 BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT message, WPARAM wParam, LPARAM lParam);
 
-// Shows a text and waits until the user has read it: IDOK then, 0 on failure.
+// Shows a text and waits until the user closes it: IDOK then, 0 on failure.
 int WINAPI MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
 }
 

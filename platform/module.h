@@ -1,5 +1,5 @@
-// The running module, its entry and resources, libraries, the system's messages, the debugger, and
-// the last-chance exception filter.
+// The running module, its entry and resources, libraries, the system's error messages, the
+// debugger, and the filter for unhandled exceptions.
 #pragma once
 
 #include "platform/base.h"
@@ -44,38 +44,38 @@ extern "C" {
 // The process entry, which the service defines; the result is the exit code.
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, LPWSTR commandLine, int show);
 
-// The full path of the executable (null module), at most `size` characters with the terminator: a
-// result of `size` means it was cut off (the last error is then ERROR_INSUFFICIENT_BUFFER), 0
-// means failure with the last error set.
+// The full path of the executable (null module), at most `size` characters with the terminator. A
+// result of `size` means that the path was truncated (the last error is then
+// ERROR_INSUFFICIENT_BUFFER), 0 that the call failed, with the last error set.
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD size);
 
 // Copies a text of the executable's string table (null module), at most `size` characters with the
 // terminator. Returns the characters copied; 0 with the last error set when there is no such text.
 int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR text, int size);
 
-// A library that is loaded already, by its name; null with the last error set when it is not.
+// A loaded library, by its name; null with the last error set when it is not loaded.
 HMODULE WINAPI GetModuleHandleW(LPCWSTR name);
-// Loads a library by its full path, to be given back with FreeLibrary; null with the last error
-// set on failure.
+// Loads a library by its full path; the caller releases it with FreeLibrary. Null with the last
+// error set on failure.
 HMODULE WINAPI LoadLibraryW(LPCWSTR path);
 BOOL WINAPI FreeLibrary(HMODULE library);
-// A function of a library; null with the last error set when it has none of that name.
+// A function of a library; null with the last error set when there is no function of that name.
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name);
 
-// The system's text for an error (FORMAT_MESSAGE_FROM_SYSTEM), which ends in a line end. Returns
-// its length; 0 with the last error set when there is none or it does not fit.
+// The system's message for an error (FORMAT_MESSAGE_FROM_SYSTEM), closed by a line end. Returns its
+// length; 0 with the last error set when there is no message or it does not fit.
 DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR text,
                             DWORD size, void* arguments);
 
 // The whole command line, executable included; it lives as long as the process.
 LPWSTR WINAPI GetCommandLineW();
 
-// Gives text to an attached debugger, if any.
+// Sends text to an attached debugger, if any.
 void WINAPI OutputDebugStringW(LPCWSTR text);
 void WINAPI OutputDebugStringA(LPCSTR text);
 
-// Sets the function that runs when an exception is handled by nobody, before the process ends.
-// Returns the previous one.
+// Sets the function that runs when no code handles an exception, before the process ends. Returns
+// the previous one.
 LPTOP_LEVEL_EXCEPTION_FILTER WINAPI
 SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_FILTER filter);
 }

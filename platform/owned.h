@@ -1,7 +1,8 @@
-// Owners: one type for each kind of thing that the platform hands out, so that a missing close
-// cannot be written.
+// One owner type for each kind of handle, reference and memory that the platform hands out, so that
+// no path can forget to close it.
 #pragma once
 
+#include <cstdint>
 #include <utility>
 
 #include "platform/automation.h"
@@ -16,157 +17,72 @@
 #include "platform/service.h"
 #include "platform/session.h"
 
-// Owns what a Traits describes: its Type, the value that stands for none, and how it is given back.
-template <class Traits>
+// Owns a T, a pointer or handle, and releases it with `Close`. `none` is the value that stands for
+// an empty owner: it is never closed.
+template <class T, auto Close, std::intptr_t none = 0>
 class Owned
 {
 public:
-    using Type = typename Traits::Type;
-
     Owned() = default;
-    explicit Owned(Type value) : m_value(value) {}
-    Owned(Owned&& other) noexcept : m_value(std::exchange(other.m_value, Traits::None())) {}
+    explicit Owned(T value) : m_value(value) {}
+    Owned(Owned&& other) noexcept : m_value(other.Detach()) {}
     Owned& operator=(Owned&& other) noexcept
     {
-        if (this != &other) Reset(std::exchange(other.m_value, Traits::None()));
+        if (this != &other) Reset(other.Detach());
         return *this;
     }
     ~Owned() { Reset(); }
 
-    Type Get() const { return m_value; }
-    explicit operator bool() const { return m_value != Traits::None(); }
+    T Get() const { return m_value; }
+    explicit operator bool() const { return m_value != None(); }
 
-    // Gives back what it holds and takes `value` instead.
-    void Reset(Type value = Traits::None())
+    // Releases what it owns and owns `value` from now on.
+    void Reset(T value = None())
     {
-        if (m_value != Traits::None()) Traits::Close(m_value);
+        if (m_value != None()) Close(m_value);
         m_value = value;
     }
 
-    // Lets go of what it holds, for the caller to give back.
-    Type Detach() { return std::exchange(m_value, Traits::None()); }
+    // Empties the owner without releasing; the caller now has to release the result.
+    T Detach() { return std::exchange(m_value, None()); }
 
-    // Hands out the place for a platform function that returns the thing through a pointer.
-    Type* Receive()
+    // Empties the owner and returns the address for a platform function's out parameter.
+    T* Receive()
     {
         Reset();
         return &m_value;
     }
 
 private:
-    Type m_value = Traits::None();
+    static T None() { return reinterpret_cast<T>(none); }
+
+    T m_value = None();
 };
 
-struct HandleTraits
-{
-    using Type = HANDLE;
-    static Type None() { return nullptr; }
-    static void Close(Type handle) { CloseHandle(handle); }
-};
-using OwnedHandle = Owned<HandleTraits>;  // events, timers, threads, processes, tokens
+inline constexpr std::intptr_t kInvalidHandleValue = -1;  // INVALID_HANDLE_VALUE
 
-struct FileTraits
-{
-    using Type = HANDLE;
-    static Type None() { return INVALID_HANDLE_VALUE; }
-    static void Close(Type handle) { CloseHandle(handle); }
-};
-using OwnedFile = Owned<FileTraits>;  // files, pipes, devices, power requests
+// Events, timers, threads, processes, tokens: functions that create them return null on failure.
+using OwnedHandle = Owned<HANDLE, CloseHandle>;
+// Files, pipes, devices, power requests: INVALID_HANDLE_VALUE on failure.
+using OwnedFile = Owned<HANDLE, CloseHandle, kInvalidHandleValue>;
+using OwnedDeviceInfoSet = Owned<HDEVINFO, SetupDiDestroyDeviceInfoList, kInvalidHandleValue>;
+using OwnedKey = Owned<HKEY, RegCloseKey>;
+using OwnedServiceHandle = Owned<SC_HANDLE, CloseServiceHandle>;  // also the service manager
+using OwnedPowerNotification = Owned<HPOWERNOTIFY, UnregisterPowerSettingNotification>;
+using OwnedLibrary = Owned<HMODULE, FreeLibrary>;
+using OwnedEventSource = Owned<HANDLE, DeregisterEventSource>;
+using OwnedEnvironment = Owned<LPVOID, DestroyEnvironmentBlock>;
+using OwnedCommandOutput = Owned<std::FILE*, _pclose>;
+using OwnedTaskString = Owned<PWSTR, CoTaskMemFree>;  // text from the shell and COM
+using OwnedAutomationString = Owned<BSTR, SysFreeString>;
 
-struct KeyTraits
-{
-    using Type = HKEY;
-    static Type None() { return nullptr; }
-    static void Close(Type key) { RegCloseKey(key); }
-};
-using OwnedKey = Owned<KeyTraits>;
-
-struct ServiceHandleTraits
-{
-    using Type = SC_HANDLE;
-    static Type None() { return nullptr; }
-    static void Close(Type handle) { CloseServiceHandle(handle); }
-};
-using OwnedServiceHandle = Owned<ServiceHandleTraits>;  // services and their manager
-
-struct PowerNotificationTraits
-{
-    using Type = HPOWERNOTIFY;
-    static Type None() { return nullptr; }
-    static void Close(Type registration) { UnregisterPowerSettingNotification(registration); }
-};
-using OwnedPowerNotification = Owned<PowerNotificationTraits>;
-
-struct LibraryTraits
-{
-    using Type = HMODULE;
-    static Type None() { return nullptr; }
-    static void Close(Type library) { FreeLibrary(library); }
-};
-using OwnedLibrary = Owned<LibraryTraits>;
-
-struct EventSourceTraits
-{
-    using Type = HANDLE;
-    static Type None() { return nullptr; }
-    static void Close(Type source) { DeregisterEventSource(source); }
-};
-using OwnedEventSource = Owned<EventSourceTraits>;
-
-struct TaskStringTraits
-{
-    using Type = PWSTR;
-    static Type None() { return nullptr; }
-    static void Close(Type text) { CoTaskMemFree(text); }
-};
-using OwnedTaskString = Owned<TaskStringTraits>;  // text from the shell and COM
-
-struct RpcStringTraits
-{
-    using Type = RPC_WSTR;
-    static Type None() { return nullptr; }
-    static void Close(Type text) { RpcStringFreeW(&text); }
-};
-using OwnedRpcString = Owned<RpcStringTraits>;  // identifiers in string form
-
-struct AutomationStringTraits
-{
-    using Type = BSTR;
-    static Type None() { return nullptr; }
-    static void Close(Type text) { SysFreeString(text); }
-};
-using OwnedAutomationString = Owned<AutomationStringTraits>;
+inline void FreeRpcString(RPC_WSTR text) { RpcStringFreeW(&text); }
+using OwnedRpcString = Owned<RPC_WSTR, FreeRpcString>;  // a GUID's text
 
 template <class Interface>
-struct InterfaceTraits
+void ReleaseReference(Interface* object)
 {
-    using Type = Interface*;
-    static Type None() { return nullptr; }
-    static void Close(Type object) { object->Release(); }
-};
+    object->Release();
+}
 template <class Interface>
-using OwnedInterface = Owned<InterfaceTraits<Interface>>;  // references to component objects
-
-struct EnvironmentTraits
-{
-    using Type = LPVOID;
-    static Type None() { return nullptr; }
-    static void Close(Type block) { DestroyEnvironmentBlock(block); }
-};
-using OwnedEnvironment = Owned<EnvironmentTraits>;
-
-struct CommandOutputTraits
-{
-    using Type = std::FILE*;
-    static Type None() { return nullptr; }
-    static void Close(Type output) { _pclose(output); }
-};
-using OwnedCommandOutput = Owned<CommandOutputTraits>;
-
-struct DeviceInfoSetTraits
-{
-    using Type = HDEVINFO;
-    static Type None() { return INVALID_HANDLE_VALUE; }
-    static void Close(Type set) { SetupDiDestroyDeviceInfoList(set); }
-};
-using OwnedDeviceInfoSet = Owned<DeviceInfoSetTraits>;
+using OwnedInterface = Owned<Interface*, ReleaseReference<Interface>>;

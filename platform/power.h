@@ -17,7 +17,7 @@ inline constexpr GUID GUID_MIN_POWER_SAVINGS{
 inline constexpr GUID GUID_TYPICAL_POWER_SAVINGS{
     0x381B4222, 0xF694, 0x41F0, {0x96, 0x85, 0xFF, 0x5B, 0xB2, 0x60, 0xDF, 0x2E}};
 
-// --- What is announced of the PC and its user: 32 bits each ---
+// --- Notifications about the PC and its user: 32-bit values ---
 // 1 on entering away mode, 0 on leaving it.
 inline constexpr GUID GUID_SYSTEM_AWAYMODE{
     0x98A7F580, 0x01F7, 0x48AA, {0x9C, 0x0F, 0x44, 0x35, 0x2C, 0x29, 0xE5, 0xC0}};
@@ -71,11 +71,11 @@ inline constexpr GUID GUID_POWERBUTTON_ACTION{
 inline constexpr GUID GUID_LOCK_CONSOLE_ON_WAKE{
     0x0E796BDB, 0x100D, 0x47D6, {0xA2, 0xD5, 0xF7, 0xD2, 0xDA, 0xA5, 0x1F, 0x51}};
 
-// --- What is announced when it changes, besides GUID_STANDBY_TIMEOUT ---
+// --- Notifications about power, besides GUID_STANDBY_TIMEOUT ---
 // 32 bits: 0 mains, 1 battery, 2 an uninterruptible power supply.
 inline constexpr GUID GUID_ACDC_POWER_SOURCE{
     0x5D3E9A59, 0xE9D5, 0x4B00, {0xA6, 0xBD, 0xFF, 0x34, 0xFF, 0x51, 0x65, 0x48}};
-// A GUID: of the predefined plan that the active one is like.
+// A GUID: the predefined plan that the active plan resembles.
 inline constexpr GUID GUID_POWERSCHEME_PERSONALITY{
     0x245D8541, 0x3943, 0x4422, {0xB0, 0x25, 0x13, 0xA7, 0x84, 0xF6, 0x79, 0xB7}};
 
@@ -183,9 +183,10 @@ enum POWER_REQUEST_TYPE
 
 extern "C" {
 
-// Read or write one setting of a plan, for AC or DC. They return a Win32 code and leave the last
-// error alone: ERROR_FILE_NOT_FOUND for a plan or setting that is not there. Values written to the
-// active plan count from its next activation. The root key is null. Any thread.
+// Read or write one setting of a plan, for AC or DC. They return a Win32 error code
+// (ERROR_FILE_NOT_FOUND for an unknown plan or setting) and leave the last error unchanged. Values
+// written to the active plan take effect when it is next activated. The root key is null. Any
+// thread.
 DWORD WINAPI PowerReadACValueIndex(HKEY root, const GUID* scheme, const GUID* subgroup,
                                    const GUID* setting, LPDWORD value);
 DWORD WINAPI PowerReadDCValueIndex(HKEY root, const GUID* scheme, const GUID* subgroup,
@@ -198,7 +199,7 @@ DWORD WINAPI PowerWriteDCValueIndex(HKEY root, const GUID* scheme, const GUID* s
 // The active plan, in memory that the caller frees with LocalFree.
 DWORD WINAPI PowerGetActiveScheme(HKEY root, GUID** scheme);
 
-// Activates a plan. Activating the active one makes what was written to it count.
+// Activates a plan. Activating the active plan puts the values written to it into effect.
 DWORD WINAPI PowerSetActiveScheme(HKEY root, const GUID* scheme);
 
 // Returns null on success.
@@ -211,29 +212,29 @@ BYTE WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIES* capabilities);
 NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID input, ULONG inputSize,
                                        PVOID output, ULONG outputSize);
 
-// Puts the machine to sleep (`hibernate` FALSE), and returns when it has woken again, or when the
-// sleep has become away mode. With `wakeEventsDisabled` no timer wakes it. FALSE with the last
-// error set when it does not sleep.
+// Puts the machine to sleep (`hibernate` FALSE). Returns when it has woken again, or has entered
+// away mode instead. With `wakeEventsDisabled` no timer wakes it. FALSE with the last error set
+// when it does not sleep.
 BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN force, BOOLEAN wakeEventsDisabled);
 
-// Creates a power request that asks for nothing yet. Returns a handle for CloseHandle, which
-// withdraws whatever it asks for, or INVALID_HANDLE_VALUE with the last error set.
+// Creates a power request, not set. Returns a handle, or INVALID_HANDLE_VALUE with the last error
+// set. CloseHandle also clears the request.
 HANDLE WINAPI PowerCreateRequest(PREASON_CONTEXT context);
 
-// Raise and lower the request's count of one type: it holds while the count is above zero. FALSE
-// with the last error set on failure, as when a count of zero is lowered.
+// Set and clear the request for one type. The system counts sets: the request holds while the count
+// is above zero. FALSE with the last error set on failure, as when a clear finds the count at zero.
 BOOL WINAPI PowerSetRequest(HANDLE request, POWER_REQUEST_TYPE type);
 BOOL WINAPI PowerClearRequest(HANDLE request, POWER_REQUEST_TYPE type);
 }
 
 #endif
 
-// What CallNtPowerInformation gives for SystemPowerInformation. The SDK leaves it to whoever asks.
+// The result of CallNtPowerInformation for SystemPowerInformation. The SDK does not declare it.
 struct SYSTEM_POWER_INFORMATION
 {
     ULONG MaxIdlenessAllowed;  // percent
     ULONG Idleness;            // percent
-    // Seconds before the idle PC sleeps. Counted on below zero while something keeps it awake.
+    // Seconds before the idle PC sleeps. Continues below zero while something keeps the PC awake.
     ULONG TimeRemaining;
     BYTE CoolingMode;
 };

@@ -41,8 +41,8 @@ using REGSAM = DWORD;
 
 extern "C" {
 
-// Opens a key, creating it and every missing key on its way, with the access the caller may have.
-// The key is closed with RegCloseKey.
+// Opens a key with the access that the caller may have, creating it and its missing parents. The
+// caller closes it with RegCloseKey.
 LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
 
 // Opens an existing key; ERROR_FILE_NOT_FOUND when it is missing.
@@ -50,11 +50,11 @@ LSTATUS WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
 LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result);
 LSTATUS WINAPI RegCloseKey(HKEY key);
 
-// Reads a value of one of the types that `flags` (RRF_RT_...) allow: another type gives
-// ERROR_UNSUPPORTED_TYPE, a missing value ERROR_FILE_NOT_FOUND, data longer than *size bytes
-// ERROR_MORE_DATA with the needed size in *size and nothing promised about `data`. RRF_RT_DWORD
-// admits REG_BINARY of exactly four bytes (ERROR_INVALID_DATA otherwise). String data are always
-// terminated, and *size, in bytes, counts the terminator.
+// Reads a value of one of the types that `flags` (RRF_RT_...) allow. ERROR_UNSUPPORTED_TYPE for
+// another type, ERROR_FILE_NOT_FOUND for a missing value, ERROR_MORE_DATA for data longer than
+// *size bytes: *size is then the size needed, and `data` undefined. RRF_RT_DWORD also accepts
+// REG_BINARY of exactly four bytes (otherwise ERROR_INVALID_DATA). Strings are always terminated,
+// and *size, in bytes, includes the terminator.
 LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
                             PVOID data, LPDWORD size);
 
@@ -63,15 +63,15 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR value, DWORD reserved, DWORD type, const BYTE* data,
                               DWORD size);
 
-// Reads a value as it is, whatever its type: a string's data may lack their terminator.
-// ERROR_FILE_NOT_FOUND for a missing value; ERROR_MORE_DATA, with the needed size in *size, when
-// `data` are not null and too small.
+// Reads a value of any type, unchanged: a string may lack its terminator. ERROR_FILE_NOT_FOUND for
+// a missing value; ERROR_MORE_DATA, with the needed size in *size, when `data` is not null and too
+// small.
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR value, LPDWORD reserved, LPDWORD type, BYTE* data,
                                 LPDWORD size);
 
-// Both give ERROR_FILE_NOT_FOUND when there is no such thing.
+// Delete a value; delete a key with everything below it. ERROR_FILE_NOT_FOUND when it does not
+// exist.
 LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR value);
-// With everything below it.
 LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey);
 }
 

@@ -1,4 +1,4 @@
-// Identifiers in string form.
+// GUIDs as text.
 #pragma once
 
 #include "platform/base.h"
@@ -19,15 +19,14 @@ using RPC_WSTR = wchar_t*;
 
 extern "C" {
 
-// Reads the 36-character form without braces, in any letter case; a null string gives the null
-// identifier. RPC_S_OK on success, RPC_S_INVALID_STRING_UUID otherwise, the last error is left
-// alone. Any thread.
+// Reads a GUID from its 36 characters without braces, in any letter case; null gives the null GUID.
+// RPC_S_OK, or RPC_S_INVALID_STRING_UUID; the last error is unchanged. Any thread.
 RPC_STATUS WINAPI UuidFromStringW(RPC_WSTR text, UUID* uuid);
 
-// Writes it in that form, in lower case, into a string that the caller gives back with
+// Writes a GUID in that form, in lower case, into a string that the caller frees with
 // RpcStringFreeW. RPC_S_OK, or RPC_S_OUT_OF_MEMORY and no string. Any thread.
 RPC_STATUS WINAPI UuidToStringW(const UUID* uuid, RPC_WSTR* text);
-// Gives a string back and makes the pointer null; a null string is nothing to give back.
+// Frees a string and sets the pointer to null; does nothing for a null string.
 RPC_STATUS WINAPI RpcStringFreeW(RPC_WSTR* text);
 }
 

@@ -1,4 +1,4 @@
-// The service control manager, and the power settings it announces to services.
+// The service control manager, and notifications of power settings to services.
 #pragma once
 
 #include "platform/base.h"
@@ -38,7 +38,7 @@ struct SERVICE_DESCRIPTIONW
     LPWSTR lpDescription;
 };
 
-// What comes with PBT_POWERSETTINGCHANGE: the setting, and its new value's bytes.
+// The data of PBT_POWERSETTINGCHANGE: the setting, and the bytes of its new value.
 struct POWERBROADCAST_SETTING
 {
     GUID PowerSetting;
@@ -137,28 +137,29 @@ static_assert(offsetof(POWERBROADCAST_SETTING, Data) == 20);
 extern "C" {
 
 // --- For a program that manages services ---
-// Handles are given back with CloseServiceHandle. All fail with null or FALSE and the last error.
+// The caller closes handles with CloseServiceHandle. All return null or FALSE, with the last error
+// set, on failure.
 
 SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access);
-// ERROR_SERVICE_DOES_NOT_EXIST when there is none of that name.
+// Opens a service. ERROR_SERVICE_DOES_NOT_EXIST when there is none of that name.
 SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access);
 
-// Writes a new service into the manager's database. `dependencies` is a list of names, each
-// terminated, and terminated as a whole; null `account` is LocalSystem. ERROR_SERVICE_EXISTS or
-// ERROR_SERVICE_MARKED_FOR_DELETE when there is one of that name.
+// Adds a service to the manager's database. `dependencies` is a list of names, each terminated,
+// with another terminator after the last; a null `account` is LocalSystem. ERROR_SERVICE_EXISTS or
+// ERROR_SERVICE_MARKED_FOR_DELETE when there is a service of that name.
 SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR displayName, DWORD access,
                                 DWORD type, DWORD start, DWORD errorControl, LPCWSTR path,
                                 LPCWSTR loadOrderGroup, LPDWORD tag, LPCWSTR dependencies,
                                 LPCWSTR account, LPCWSTR password);
 
-// SERVICE_CONFIG_DESCRIPTION with a SERVICE_DESCRIPTIONW.
+// Changes the description: SERVICE_CONFIG_DESCRIPTION with a SERVICE_DESCRIPTIONW.
 BOOL WINAPI ChangeServiceConfig2W(SC_HANDLE service, DWORD level, LPVOID info);
 
-// Marks a service for deletion. It is gone when its last handle is closed and it has stopped.
+// Marks a service for deletion. It is deleted when it has stopped and its last handle is closed.
 BOOL WINAPI DeleteService(SC_HANDLE service);
 
-// Sends a control and waits for the service's handler to return. `status` is the service's last
-// report; it is filled in on success and where the service's state is why the control was refused:
+// Sends a control and waits for the service's handler to return. `status` receives the service's
+// last report, also when the control is refused because of the service's state:
 // ERROR_SERVICE_NOT_ACTIVE, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, ERROR_INVALID_SERVICE_CONTROL.
 BOOL WINAPI ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
 
@@ -166,13 +167,14 @@ BOOL WINAPI CloseServiceHandle(SC_HANDLE handle);
 
 // --- For a service ---
 
-// Makes the calling thread the one that runs the control handlers of the process's services, and
-// returns when all of them have stopped. Each service's main routine runs on a thread of its own.
+// Runs the control handlers of the process's services on the calling thread, and returns when all
+// services have stopped. Each service's main routine runs on a thread of its own.
 // ERROR_FAILED_SERVICE_CONTROLLER_CONNECT when the process was not started as a service. The table
 // ends with a row of nulls.
 BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table);
 
-// Null with the last error set on failure. The handle is not closed.
+// Registers the control handler. Null with the last error set on failure. The caller does not close
+// the handle.
 SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR name,
                                                            LPHANDLER_FUNCTION_EX handler,
                                                            LPVOID context);
@@ -180,9 +182,9 @@ SERVICE_STATUS_HANDLE WINAPI RegisterServiceCtrlHandlerExW(LPCWSTR name,
 // Reports the service's state to the manager. Any thread.
 BOOL WINAPI SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status);
 
-// Asks that a power setting's present value, and then each change of it, is told to the control
-// handler that `recipient` (a SERVICE_STATUS_HANDLE) stands for. Null with the last error set on
-// failure.
+// Registers for notifications of a power setting: the control handler of `recipient` (a
+// SERVICE_STATUS_HANDLE) receives its present value and then every change. Null with the last error
+// set on failure.
 HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, const GUID* setting,
                                                      DWORD flags);
 BOOL WINAPI UnregisterPowerSettingNotification(HPOWERNOTIFY registration);

@@ -5,7 +5,7 @@
 
 #ifdef _WIN32
 
-// In the order in which they need one another.
+// Each needs the ones before it.
 #include <userenv.h>
 #include <wtsapi32.h>
 
@@ -71,7 +71,7 @@ struct PROCESS_INFORMATION
 };
 using LPPROCESS_INFORMATION = PROCESS_INFORMATION*;
 
-// What a service's control handler gets with SERVICE_CONTROL_SESSIONCHANGE.
+// The event data of SERVICE_CONTROL_SESSIONCHANGE.
 struct tagWTSSESSION_NOTIFICATION
 {
     DWORD cbSize;
@@ -111,54 +111,54 @@ static_assert(sizeof(void*) != 8 ||
 
 extern "C" {
 
-// The session at the physical console; 0xFFFFFFFF while there is none, as between two users.
+// The session at the physical console; 0xFFFFFFFF while there is none, for instance between two
+// users.
 DWORD WINAPI WTSGetActiveConsoleSessionId();
 
-// The primary token of the user logged on to a session, which the caller closes. FALSE with the
-// last error set: ERROR_NO_TOKEN when nobody is logged on, ERROR_PRIVILEGE_NOT_HELD for a caller
-// that does not run as the local system account.
+// The primary token of the user logged on to a session; the caller closes it. FALSE with the last
+// error set: ERROR_NO_TOKEN when no user is logged on, ERROR_PRIVILEGE_NOT_HELD when the caller
+// does not run as the local system account.
 BOOL WINAPI WTSQueryUserToken(ULONG session, PHANDLE token);
 
-// A new token like `token`, which the caller closes. FALSE with the last error set on failure.
+// Creates a copy of a token, which the caller closes. FALSE with the last error set on failure.
 BOOL WINAPI DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES attributes,
                              SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type, PHANDLE copy);
 
-// The environment of a token's user, or without a token the system's alone: "NAME=value" texts one
-// after the other, each terminated, and an empty one after the last. With `inherit` the calling
-// process's own variables are added. Given back with DestroyEnvironmentBlock. FALSE with the last
-// error set on failure.
+// The environment of a token's user, or of the system without a token: "NAME=value" texts, each
+// terminated, then an empty text. `inherit` adds the calling process's own variables. The caller
+// frees it with DestroyEnvironmentBlock. FALSE with the last error set on failure.
 BOOL WINAPI CreateEnvironmentBlock(LPVOID* environment, HANDLE token, BOOL inherit);
 BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment);
 
-// Starts a program as a token's user in the token's session. Without a token it starts with the
-// rights of the caller itself. Without `application` the program is the first word of
-// `commandLine`, which may be quoted; where it is not and has blanks, each prefix that ends at a
-// blank is tried first, the shortest one before the others. A null environment is the caller's own.
-// The caller closes both handles of `information`; closing them does not end the program. FALSE
-// with the last error set on failure, ERROR_FILE_NOT_FOUND when there is no such program.
+// Starts a program as a token's user in the token's session; without a token, with the caller's own
+// rights. Without `application` the program is the first word of `commandLine`, which may be
+// quoted. If it is not quoted and contains blanks, each prefix that ends at a blank is tried, the
+// shortest first. A null environment is the caller's own. The caller closes both handles in
+// `information`, which does not end the program. FALSE with the last error set on failure,
+// ERROR_FILE_NOT_FOUND when there is no such program.
 BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR commandLine,
                                  LPSECURITY_ATTRIBUTES processAttributes,
                                  LPSECURITY_ATTRIBUTES threadAttributes, BOOL inheritHandles,
                                  DWORD flags, LPVOID environment, LPCWSTR directory,
                                  LPSTARTUPINFOW startup, LPPROCESS_INFORMATION information);
 
-// Asks for the end of a process and returns; its handle is signalled when it has ended. FALSE with
-// the last error set on failure, ERROR_ACCESS_DENIED when it has ended already.
+// Starts to terminate a process and returns; the process's handle is signalled when it has ended.
+// FALSE with the last error set on failure, ERROR_ACCESS_DENIED when it has already ended.
 BOOL WINAPI TerminateProcess(HANDLE process, UINT exitCode);
 
-// Stands for the calling process; it is not closed.
+// The calling process, as a handle that need not be closed.
 HANDLE WINAPI GetCurrentProcess();
 
-// The token of a process, with the rights asked for, which the caller closes. FALSE with the last
-// error set on failure.
+// The token of a process, opened with `access`; the caller closes it. FALSE with the last error set
+// on failure.
 BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, PHANDLE token);
 
-// The number of a privilege; `system` null for this machine. FALSE with ERROR_NO_SUCH_PRIVILEGE for
-// a name that is none.
+// The number of a privilege on this machine (null `system`). FALSE with ERROR_NO_SUCH_PRIVILEGE for
+// an unknown name.
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, PLUID luid);
 
-// Enables or disables privileges that the token has; it gives it none. TRUE also when some of them
-// it does not have: the last error is then ERROR_NOT_ALL_ASSIGNED, and ERROR_SUCCESS otherwise.
+// Enables or disables privileges that the token holds; it cannot add any. TRUE also when the token
+// lacks some of them: the last error is then ERROR_NOT_ALL_ASSIGNED, otherwise ERROR_SUCCESS.
 BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL disableAll, PTOKEN_PRIVILEGES state,
                                   DWORD length, PTOKEN_PRIVILEGES previous, LPDWORD needed);
 }

@@ -46,7 +46,7 @@ BOOL IsHolvDevicePresent()
     device.cbSize = sizeof(device);
     for (DWORD index = 0; SetupDiEnumDeviceInfo(devices.Get(), index, &device); ++index) {
         WCHAR id[MAX_DEVICE_ID_LEN + 1];
-        // A device without an id is none of ours, and no reason to stop looking.
+        // A device whose id cannot be read is not the platform device.
         if (CM_Get_Device_IDW(device.DevInst, id, MAX_DEVICE_ID_LEN + 1, 0) != CR_SUCCESS) continue;
         if (std::wcsstr(id, kHardwareId)) return TRUE;
     }
@@ -90,8 +90,8 @@ BOOL CDriverApi::GetInterfaceAlias(const GUID& interfaceClass, WCHAR (&path)[kDe
         GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
         return NoAlias(L"*****Unable to get device interfaces detail data size, error=0x%x\n");
     }
-    // The header is written before the system looks at the size, so there is room for it even when
-    // no size was told.
+    // cbSize is written below even if no size was returned, so the buffer always has room for the
+    // header.
     std::vector<BYTE> buffer(
         std::max<std::size_t>(size, sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W)));
     const auto detail = reinterpret_cast<PSP_DEVICE_INTERFACE_DETAIL_DATA_W>(buffer.data());
@@ -100,7 +100,7 @@ BOOL CDriverApi::GetInterfaceAlias(const GUID& interfaceClass, WCHAR (&path)[kDe
                                           static_cast<DWORD>(buffer.size()), nullptr, nullptr)) {
         return NoAlias(L"*****Unable to get device interfaces detail, error=0x%x\n");
     }
-    // A path cut to the buffer's length would name another device or none.
+    // A truncated path would name another device or none.
     const std::wstring_view found(detail->DevicePath);
     if (found.size() >= kDevicePathSize) {
         return NoAlias(L"*****Unable to get device interfaces detail, error=0x%x\n",
@@ -113,7 +113,7 @@ BOOL CDriverApi::GetInterfaceAlias(const GUID& interfaceClass, WCHAR (&path)[kDe
 BOOL CDriverApi::SetNeverSleepMode(DWORD mode)
 {
     SnsmRequest request{{'S', 'N', 'S', 'M'}, mode};
-    DWORD returned = 0;  // the system wants a place for it, though no output is asked for
+    DWORD returned = 0;  // required although there is no output
     if (DeviceIoControl(m_hDriver.Get(), kSetNeverSleepMode, &request, sizeof(request), nullptr, 0,
                         &returned, nullptr)) {
         return TRUE;

@@ -1,5 +1,5 @@
-// The platform device, which is told the never-sleep state so that its firmware can follow. One
-// thread at a time.
+// The platform device, which receives the number of the never-sleep state so that its firmware can
+// follow. One thread at a time.
 #pragma once
 
 #include "platform/base.h"
@@ -16,28 +16,28 @@ public:
     CDriverApi(const CDriverApi&) = delete;
     CDriverApi& operator=(const CDriverApi&) = delete;
 
-    // Opens the device by its path. FALSE, after a line in the log, when it cannot be opened; none
-    // is open then.
+    // Opens the device by its path. FALSE, after a log line, when it cannot be opened; no device is
+    // open then.
     virtual BOOL OpenDriver(LPCWSTR path);
 
-    // Finds and opens the device. FALSE, after a line in the log, when there is none or it cannot
-    // be opened.
+    // Finds and opens the device. FALSE, after a log line, when there is none or it cannot be
+    // opened.
     virtual BOOL Initialize();
 
-    // Closes the device; nothing when none is open.
+    // Closes the device; does nothing when none is open.
     virtual void CloseDriver();
 
-    // The path of the first interface of a class that a present device offers. FALSE, after a line
-    // in the log, when there is none; `path` is then left alone.
+    // The path of the first present device interface of a class. FALSE, after a log line, when
+    // there is none; `path` is then unchanged.
     static BOOL GetInterfaceAlias(const GUID& interfaceClass, WCHAR (&path)[kDevicePathSize]);
 
-    // Tells the device the mode: the number of the never-sleep state entered, or 0 when one is
-    // left. FALSE, after a line in the log, when the device does not take it.
+    // Sends the device its mode: the number of the never-sleep state entered, or 0 when one is
+    // left. FALSE, after a log line, when the device refuses.
     BOOL SetNeverSleepMode(DWORD mode);
 
 private:
     OwnedFile m_hDriver;
 };
 
-// Whether the machine has the platform device at all.
+// Whether the PC has the platform device.
 BOOL IsHolvDevicePresent();

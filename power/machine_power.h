@@ -3,9 +3,9 @@
 
 #include "platform/base.h"
 
-// Whether the machine runs on a battery of its own; an uninterruptible power supply is none. FALSE
-// when the machine does not say.
+// Whether the PC has a battery; an uninterruptible power supply does not count. FALSE when the
+// query fails.
 BOOL IsBatteryPresent();
 
-// Whether the machine supports S3 sleep. FALSE when it does not say.
+// Whether the PC supports S3 sleep. FALSE when the query fails.
 BOOL IsS3Available();

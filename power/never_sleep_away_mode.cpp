@@ -11,8 +11,8 @@ HANDLE CNeverSleepAwayMode::m_hSystemRequiredRequest = INVALID_HANDLE_VALUE;
 BOOL CNeverSleepAwayMode::m_bAwayModeRequested = FALSE;
 BOOL CNeverSleepAwayMode::m_bSystemRequiredRequested = FALSE;
 
-// One of the four operations: what it wants of which request, and what it says. A text that is
-// null is not said.
+// One of the four operations: the request it changes, the wanted state, and its log lines. A null
+// text is not logged.
 struct CNeverSleepAwayMode::Change
 {
     const wchar_t* function;
@@ -29,11 +29,11 @@ struct CNeverSleepAwayMode::Change
 
 namespace {
 
-// The look at a flag and the call that follows belong together: the system counts, and a request
-// that two threads had set would be left held by one release.
+// Held across the check of a flag and the platform call. The system counts sets: if two threads set
+// a request, one clear would leave it held.
 CriticalSection g_lock;
 
-// The system shows the reason to whoever lists the outstanding requests.
+// The listing of outstanding requests (powercfg) shows the reason.
 HANDLE CreateRequest()
 {
     wchar_t reason[] = L"Orbeq(R) Holv Technology";
@@ -61,8 +61,8 @@ BOOL CNeverSleepAwayMode::Initialize()
     return TRUE;
 }
 
-// A handler's thread may still come after the end. It then finds no handle, not one that by now may
-// stand for something else.
+// The control handler's thread may call an operation after this one. It must find no handle: a
+// closed handle's number may already stand for another object.
 void CNeverSleepAwayMode::Uninitialize()
 {
     const ScopedLock lock(g_lock);

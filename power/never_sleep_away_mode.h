@@ -3,24 +3,25 @@
 
 #include "platform/power.h"
 
-// One pair of requests in a process: everything is static. An operation's TRUE means that the
-// request is as asked, or that there was nothing to do; FALSE that the system refused, so that the
-// same operation tries again when it is next called. Any thread: one lock serialises them.
+// One pair per process: everything is static. An operation returns TRUE when the request is as
+// wanted or there is no request to change; FALSE when the system refused, and the next call of the
+// operation tries again. Any thread; a lock serialises the operations.
 class CNeverSleepAwayMode
 {
 public:
-    // Creates the requests; neither asks for anything yet. FALSE when one could not be created: the
-    // operations on it then do nothing.
+    // Creates both requests, not set. FALSE when one could not be created: the operations on it
+    // then do nothing.
     static BOOL Initialize();
-    // Drops them, and with them whatever they still ask for. The operations then do nothing.
+    // Closes the requests, which also clears them. Later operations do nothing.
     static void Uninitialize();
 
-    // Holds, or releases, the away-mode request: a sleep of the system becomes away mode.
+    // Set and clear the away-mode request. While it is set, the system enters away mode instead of
+    // sleeping.
     static BOOL EnableAwayMode();
     static BOOL DisableAwayMode();
 
-    // Holds, or releases, the system-required request. The names are from the system's point of
-    // view: while the request is held, its idle timer does not put the machine to sleep.
+    // Set (DisableIdleTimer) and clear (EnableIdleTimer) the system-required request. While it is
+    // set, the system's idle timer does not put the PC to sleep.
     static BOOL DisableIdleTimer();
     static BOOL EnableIdleTimer();
 

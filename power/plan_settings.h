@@ -1,4 +1,4 @@
-// For the power folder's own use: the plans and the settings that it knows.
+// Internal to power/: the plan settings that it reads and writes.
 #pragma once
 
 #include <cstring>
@@ -14,15 +14,9 @@ inline bool SameScheme(const GUID& a, const GUID& b)
 // "Power Saver", "High Performance", "Balanced"; "A custom" for any other plan.
 const wchar_t* GetSchemeTitle(const GUID& scheme);
 
-struct SchemeTraits
-{
-    using Type = GUID*;
-    static Type None() { return nullptr; }
-    static void Close(Type scheme) { LocalFree(scheme); }
-};
-using OwnedScheme = Owned<SchemeTraits>;
+using OwnedScheme = Owned<GUID*, LocalFree>;
 
-// A setting of a plan: how it is read and written, and where a PowerSchemeConfig keeps it.
+// A setting of a plan: how to read and write it, and its fields in PowerSchemeConfig.
 struct PlanSetting
 {
     BOOL (*get)(const GUID* scheme, BOOL bAc, DWORD* value, bool* read);

@@ -1,4 +1,4 @@
-// The power plans, as never-sleep mode is taken up and given up.
+// Changes the power plans for never-sleep mode, and restores them.
 #pragma once
 
 #include <optional>
@@ -6,7 +6,7 @@
 #include "platform/lock.h"
 #include "platform/power.h"
 
-// One plan's values: each the index of the power setting that plan_settings.h names for it.
+// The values of one plan; plan_settings.h maps the fields to power settings.
 struct PowerSchemeConfig
 {
     GUID guidScheme;
@@ -26,55 +26,60 @@ struct PlanSetting;
 
 // Two plans are involved. The user scheme is the one that was active when the service took control;
 // it stays active in normal use, and only its away mode and wake timers are changed. The
-// never-sleep scheme, Power saver or the OEM's, is active in the never-sleep states. What is
-// changed is saved before, in memory only, and put back. A value that could not be read could not
-// be put back either: it is neither changed nor written.
+// never-sleep scheme, Power saver or the OEM's, is active in the never-sleep states. Values are
+// saved, in memory only, before they are changed, and restored later. A value that could not be
+// read could not be restored, so it is never written.
 //
-// Any operation may be called on any thread. One lock is held for the length of each that changes
-// plans or reads what is saved, so that no thread saves a plan that another has half restored.
+// Any thread. Operations that change plans or read saved values hold one lock throughout, so that
+// no thread saves a plan that another thread has half restored.
 //
-// A platform call that fails is logged, and the operation goes on with its next step.
+// A failed platform call is logged, and the operation continues with its next step.
 class CPowerPolicyManager
 {
 public:
     CPowerPolicyManager() = default;
-    // Changes no plan: putting them back is for ExitHolvControl.
+    // Restores no plan; ExitHolvControl does.
     virtual ~CPowerPolicyManager() = default;
     CPowerPolicyManager(const CPowerPolicyManager&) = delete;
     CPowerPolicyManager& operator=(const CPowerPolicyManager&) = delete;
 
     // --- What never-sleep mode does to the plans (power_transitions.cpp) ---
 
-    // The service takes control of the plans: both allow away mode and wake timers.
+    // Takes control: saves both plans, lets both allow away mode and wake timers, and activates the
+    // user scheme.
     void EnterHolvControl();
-    // Puts both plans back as they were, and activates none.
+    // Restores both plans; activates neither.
     void ExitHolvControl();
 
-    // HOLV_ACTIVE is entered, with the never-sleep scheme, the user's brightness and password on
-    // wake; HOLV_ACTIVE or HOLV_IDLE is left.
+    // Enter copies the user scheme's brightness and password-on-wake values into the never-sleep
+    // scheme and activates it, for HOLV_ACTIVE. Exit restores the values and activates the user
+    // scheme, when HOLV_ACTIVE or HOLV_IDLE is left.
     void EnterHolvState();
     void ExitHolvState();
 
-    // HOLV_DND is entered, with the processor held down as well, and left.
+    // The same for HOLV_DND. Enter also limits the processor (MaxCpuPowerLimit) and, with DndToS3,
+    // shortens the sleep time-out to a minute and allows wake timers.
     void EnterDoNotDisturbState();
     void ExitDoNotDisturbState();
 
-    // Lets the system's own idle timer put the machine to sleep after a minute. The caller has
-    // released the service's power requests; the time-out comes back when the state is left.
+    // Shortens the never-sleep scheme's sleep time-out to a minute, so that the system's idle timer
+    // puts the PC to sleep. The caller has released the service's power requests. The time-out is
+    // restored when the never-sleep state is left.
     void TransitionFromHolvToS3();
 
-    // The user has chosen a plan: unless it is the user scheme already, the old one is put back and
-    // the new one taken control of. Null does nothing.
+    // The user has activated another plan: restores both plans and takes control again, with that
+    // plan as the user scheme. Does nothing for null, for the present user scheme, and in a
+    // never-sleep state.
     void OnPowerOptionChanged(const GUID* newScheme);
 
     // --- Queries (power_setting_accessors.cpp) ---
 
-    // Whether the machine is on AC power; FALSE when that is unknown, TRUE when the system does not
-    // answer.
+    // Whether the PC is on AC power. FALSE when the system does not know the source, TRUE when the
+    // query fails.
     static BOOL IsOnAcNow();
 
-    // Whether the user scheme wants a password on wake, for the present source. TRUE when the
-    // system does not say which that is.
+    // Whether the user scheme requires a password on wake for the present power source. TRUE when
+    // the source cannot be queried.
     BOOL IsPasswordRequiredOnWake();
 
     // The active plan's sleep time-out in seconds, 0 for never; 0xFFFFFFFF when it cannot be read.
@@ -86,16 +91,16 @@ public:
 
     // --- Access to plans (power_setting_accessors.cpp) ---
 
-    // Activates a plan; whatever was written to it counts from now on.
+    // Activates a plan, which also puts the values written to it into effect.
     static void SetActivePowerScheme(const GUID* scheme);
 
     // "Low", "Hig", "Bal", "Custom"; "???" for null.
     static const wchar_t* GetSchemeName(const GUID* scheme);
 
-    // One setting of a plan, for AC or DC (`bAc` zero). A Get is TRUE even where the setting could
-    // not be read: *value is then as it was, or 1 for the wake timers. `read`, where given, tells
-    // whether *value was stored. A Set is TRUE when the value was written. Both are FALSE for a
-    // null pointer.
+    // Read and write one setting of a plan, for AC, or for DC with `bAc` zero. A Get returns TRUE
+    // even if the setting could not be read: *value is then unchanged, or 1 for the wake timers.
+    // `*read`, if given, tells whether *value was stored. A Set returns TRUE when the value was
+    // written. Both return FALSE for a null `scheme` or `value`.
     static BOOL GetSleepTimeoutValue(const GUID* scheme, BOOL bAc, DWORD* value,
                                      bool* read = nullptr);
     static BOOL SetSleepTimeoutValue(const GUID* scheme, BOOL bAc, DWORD value);
@@ -144,16 +149,17 @@ private:
     void RestoreUserPowerOptions();
     void SaveHolvPowerOptions();
     void RestoreHolvPowerOptions();
-    // The four values of the never-sleep scheme that giving up control puts back.
+    // Saves the four values of the never-sleep scheme that ExitHolvControl restores.
     void SaveHolvRestoreValues();
-    // Reads all but the hybrid sleep. What cannot be read stays as it is in `config`.
+    // Reads every setting but hybrid sleep. A value that cannot be read keeps its old value in
+    // `config`.
     static void ReadPowerSchemeConfig(const GUID& scheme, PowerSchemeConfig& config,
                                       PowerSchemeConfig& read);
     static void LogSchemeValues(const GUID& scheme);
 
     ChangeablePlan UserPlan() const;
     ChangeablePlan HolvPlan() const;
-    // The never-sleep scheme again, for what changes with the control and not with a state.
+    // The never-sleep scheme, for the values that EnterHolvControl changes.
     ChangeablePlan HolvPlanUnderControl() const;
 
     // --- Steps of the transitions (power_transitions.cpp), with the lock held ---
@@ -161,11 +167,11 @@ private:
     static void ConfigureSchemeForHolv(const ChangeablePlan& plan);
     AcDcValues ReadUserValues(const PlanSetting& setting) const;
     void SetHolvValues(const PlanSetting& setting, const AcDcValues& values) const;
-    void PutBackHolvValue(const PlanSetting& setting, BOOL bAc) const;
-    void PutBackHolvValues(const PlanSetting& setting) const;
+    void RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const;
+    void RestoreHolvValues(const PlanSetting& setting) const;
     void LimitProcessor(BOOL bAc, DWORD maximumPercent) const;
-    void PutBackProcessor(BOOL bAc) const;
-    void PutBackOverriddenSleepTimeout();
+    void RestoreProcessor(BOOL bAc) const;
+    void RestoreOverriddenSleepTimeout();
 
     BOOL m_bUserOptionsSaved = FALSE;
     GUID m_UserScheme{};
@@ -175,14 +181,14 @@ private:
     DWORD m_dwHolvRtcWakeAc = 0, m_dwHolvRtcWakeDc = 0;
     BOOL m_bHolvOptionsSaved = FALSE;
     PowerSchemeConfig m_HolvConfig{};
-    BOOL m_bSleepTimeoutOverridden = FALSE;  // by TransitionFromHolvToS3, and still to be put back
+    BOOL m_bSleepTimeoutOverridden = FALSE;  // by TransitionFromHolvToS3
 
-    // The values above that were ever read, each nonzero in its field, from the plan guidScheme.
+    // Per field of m_dwUser*: nonzero once the value was read from plan guidScheme.
     PowerSchemeConfig m_UserRead{};
-    PowerSchemeConfig m_HolvRead{};         // of m_HolvConfig
-    PowerSchemeConfig m_HolvRestoreRead{};  // of the four never-sleep members
+    PowerSchemeConfig m_HolvRead{};         // the same for m_HolvConfig
+    PowerSchemeConfig m_HolvRestoreRead{};  // and for m_dwHolv*
 
-    // The settings may change while HOLV_DND lasts: what its entry changed.
+    // What the entry of HOLV_DND changed, for its exit: the settings may have changed since.
     BOOL m_bProcessorLimitedOnDc = FALSE;
     BOOL m_bSleepAllowedInDnd = FALSE;
 

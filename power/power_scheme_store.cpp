@@ -1,4 +1,4 @@
-// Saving and restoring the values of the two plans. In memory only.
+// Saves and restores the values of the two plans, in memory only.
 
 #include <algorithm>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Reads one value and notes that it was read. What was read from another plan no longer counts.
+// Reads one value and marks it as read. Marks of another plan in `read` are cleared first.
 void ReadValue(const PlanSetting& setting, const GUID& scheme, BOOL bAc, DWORD& value,
                PowerSchemeConfig& read)
 {
@@ -26,8 +26,8 @@ void ReadValue(const PlanSetting& setting, const GUID& scheme, BOOL bAc, DWORD& 
 
 // --- What may be changed ---
 
-// Where no plan was ever saved, there is no value to lose: the writes go to the null plan, and
-// their failures tell the log what does not happen.
+// If no plan was ever saved, every write is allowed: `scheme` is then the null GUID, the writes
+// fail, and the log shows them.
 bool CPowerPolicyManager::ChangeablePlan::MayChange(const PlanSetting& setting, BOOL bAc) const
 {
     return !saved || read.*setting.Field(bAc) != 0;
@@ -106,14 +106,15 @@ void CPowerPolicyManager::SaveHolvPowerOptions()
 
     const PowerSchemeConfig before = m_HolvConfig;
     ReadPowerSchemeConfig(scheme, m_HolvConfig, m_HolvRead);
-    // A sleep time-out that another thread has shortened is not the plan's own.
+    // The time-out just read is not the plan's own while TransitionFromHolvToS3 has shortened it:
+    // keep the saved one.
     if (m_bSleepTimeoutOverridden && SameScheme(before.guidScheme, scheme)) {
         m_HolvConfig.dwSleepTimeoutAc = before.dwSleepTimeoutAc;
         m_HolvConfig.dwSleepTimeoutDc = before.dwSleepTimeoutDc;
     }
     m_bHolvOptionsSaved = TRUE;
 
-    // The plan goes back to its full speed, whatever it was found at.
+    // The plan is restored to a processor maximum of 100 percent, even if it had a lower one.
     m_HolvConfig.dwProcMaxAc = std::max<DWORD>(m_HolvConfig.dwProcMaxAc, 100);
     m_HolvConfig.dwProcMaxDc = std::max<DWORD>(m_HolvConfig.dwProcMaxDc, 100);
     Log(1, kFunction, L"Storing Holv active scheme with following config");
@@ -122,9 +123,9 @@ void CPowerPolicyManager::SaveHolvPowerOptions()
         m_HolvConfig.dwProcMaxAc);
 }
 
-// They are the never-sleep scheme's own, from before control changes them: it leaves control as it
-// came. Where the user scheme is that same plan, control has changed them already, and what was
-// saved of the user scheme is what they were.
+// The scheme's values from before EnterHolvControl changes them. If the user scheme is the same
+// plan, EnterHolvControl has already changed it, and the values saved of the user scheme are the
+// original ones.
 void CPowerPolicyManager::SaveHolvRestoreValues()
 {
     const GUID& scheme = m_HolvConfig.guidScheme;
@@ -150,8 +151,8 @@ void CPowerPolicyManager::RestoreHolvPowerOptions()
         return;
     }
     for (const BOOL ac : {TRUE, FALSE}) {
-        PutBackHolvValue(kProcMax, ac);
-        PutBackHolvValue(kProcMin, ac);
+        RestoreHolvValue(kProcMax, ac);
+        RestoreHolvValue(kProcMin, ac);
     }
     const ChangeablePlan plan = HolvPlanUnderControl();
     plan.Set(kRtcWake, TRUE, m_dwHolvRtcWakeAc);

@@ -1,8 +1,8 @@
-// Reading and writing single power settings, activating a plan, and what other rooms ask of the
-// machine's power.
+// Reads and writes single power settings, activates plans, and answers queries about the PC's
+// power.
 //
-// The platform's functions for plans return their error and leave the thread's last error alone;
-// the lines that tell of their failures show the last error all the same.
+// The log lines of failures show GetLastError, although the platform's plan functions return their
+// error instead of setting it.
 
 #include <iterator>
 #include <string>
@@ -20,25 +20,20 @@ struct Accessor
     const wchar_t* setting_name;  // in messages
     const GUID* subgroup;
     const GUID* setting;
-    // Levels of the lines that tell of failures.
-    DWORD read_ac_level;
-    DWORD read_dc_level;
-    DWORD write_level;
+    // Log levels of failures.
+    DWORD read_ac_level = 3;
+    DWORD read_dc_level = 3;
+    DWORD write_level = 3;
 };
 
-constexpr Accessor kSleepTimeoutAccess{
-    L"SleepTimeout", L"GUID_STANDBY_TIMEOUT", &GUID_SLEEP_SUBGROUP, &GUID_STANDBY_TIMEOUT, 3, 3, 3};
-constexpr Accessor kRtcWakeAccess{
-    L"RtcWake", L"GUID_ALLOW_RTC_WAKE", &GUID_SLEEP_SUBGROUP, &GUID_ALLOW_RTC_WAKE, 3, 3, 3};
+constexpr Accessor kSleepTimeoutAccess{L"SleepTimeout", L"GUID_STANDBY_TIMEOUT",
+                                       &GUID_SLEEP_SUBGROUP, &GUID_STANDBY_TIMEOUT};
+constexpr Accessor kRtcWakeAccess{L"RtcWake", L"GUID_ALLOW_RTC_WAKE", &GUID_SLEEP_SUBGROUP,
+                                  &GUID_ALLOW_RTC_WAKE};
 constexpr Accessor kAwayModeAccess{
     L"AwayMode", L"GUID_ALLOW_AWAYMODE", &GUID_SLEEP_SUBGROUP, &GUID_ALLOW_AWAYMODE, 3, 3, 4};
-constexpr Accessor kHybridSleepAccess{L"HybridSleep",
-                                      L"GUID_HIBERNATE_FASTS4_POLICY",
-                                      &GUID_SLEEP_SUBGROUP,
-                                      &GUID_HIBERNATE_FASTS4_POLICY,
-                                      3,
-                                      3,
-                                      3};
+constexpr Accessor kHybridSleepAccess{L"HybridSleep", L"GUID_HIBERNATE_FASTS4_POLICY",
+                                      &GUID_SLEEP_SUBGROUP, &GUID_HIBERNATE_FASTS4_POLICY};
 constexpr Accessor kProcPowerMinAccess{L"ProcPowerMin",
                                        L"GUID_PROCESSOR_THROTTLE_MINIMUM",
                                        &GUID_PROCESSOR_SETTINGS_SUBGROUP,
@@ -53,27 +48,14 @@ constexpr Accessor kProcPowerMaxAccess{L"ProcPowerMax",
                                        4,
                                        4,
                                        4};
-constexpr Accessor kDisplayTimeoutAccess{L"DisplayTimeout",
-                                         L"GUID_VIDEO_POWERDOWN_TIMEOUT",
-                                         &GUID_VIDEO_SUBGROUP,
-                                         &GUID_VIDEO_POWERDOWN_TIMEOUT,
-                                         3,
-                                         3,
-                                         3};
-constexpr Accessor kDisplayBrightnessAccess{L"DisplayBrightness",
-                                            L"GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS",
-                                            &GUID_VIDEO_SUBGROUP,
-                                            &GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS,
-                                            3,
-                                            3,
-                                            3};
-constexpr Accessor kPowerButtonPressActionAccess{L"PowerButtonPressAction",
-                                                 L"GUID_POWERBUTTON_ACTION",
-                                                 &GUID_SYSTEM_BUTTON_SUBGROUP,
-                                                 &GUID_POWERBUTTON_ACTION,
-                                                 3,
-                                                 3,
-                                                 3};
+constexpr Accessor kDisplayTimeoutAccess{L"DisplayTimeout", L"GUID_VIDEO_POWERDOWN_TIMEOUT",
+                                         &GUID_VIDEO_SUBGROUP, &GUID_VIDEO_POWERDOWN_TIMEOUT};
+constexpr Accessor kDisplayBrightnessAccess{
+    L"DisplayBrightness", L"GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS", &GUID_VIDEO_SUBGROUP,
+    &GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS};
+constexpr Accessor kPowerButtonPressActionAccess{
+    L"PowerButtonPressAction", L"GUID_POWERBUTTON_ACTION", &GUID_SYSTEM_BUTTON_SUBGROUP,
+    &GUID_POWERBUTTON_ACTION};
 constexpr Accessor kPasswordRequiredAccess{L"PasswordRequired",
                                            L"GUID_LOCK_CONSOLE_ON_WAKE",
                                            &NO_SUBGROUP_GUID,
@@ -112,7 +94,7 @@ void LogFailure(DWORD level, const OperationName& name, const wchar_t* platformF
 
 // --- Get and Set ---
 
-// The one setting whose failed read stores a value: wake timers count as allowed.
+// A failed read of the wake timers counts as read, with this value: allowed.
 constexpr DWORD kRtcWakeUnlessRead = 1;
 
 BOOL Get(const Accessor& accessor, const GUID* scheme, BOOL bAc, DWORD* value, bool* read)
@@ -189,98 +171,44 @@ constexpr BYTE kOnline = 1;
 
 }  // namespace
 
-BOOL CPowerPolicyManager::GetSleepTimeoutValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                               bool* read)
-{
-    return Get(kSleepTimeoutAccess, scheme, bAc, value, read);
-}
+// The operations of one setting, by its name.
+#define DEFINE_GET(Name)                                                                   \
+    BOOL CPowerPolicyManager::Get##Name##Value(const GUID* scheme, BOOL bAc, DWORD* value, \
+                                               bool* read)                                 \
+    {                                                                                      \
+        return Get(k##Name##Access, scheme, bAc, value, read);                             \
+    }
+#define DEFINE_SET(Name)                                                                  \
+    BOOL CPowerPolicyManager::Set##Name##Value(const GUID* scheme, BOOL bAc, DWORD value) \
+    {                                                                                     \
+        return Set(k##Name##Access, scheme, bAc, value);                                  \
+    }
 
-BOOL CPowerPolicyManager::SetSleepTimeoutValue(const GUID* scheme, BOOL bAc, DWORD value)
-{
-    return Set(kSleepTimeoutAccess, scheme, bAc, value);
-}
+DEFINE_GET(SleepTimeout)
+DEFINE_GET(RtcWake)
+DEFINE_GET(AwayMode)
+DEFINE_GET(HybridSleep)
+DEFINE_GET(ProcPowerMin)
+DEFINE_GET(ProcPowerMax)
+DEFINE_GET(DisplayTimeout)
+DEFINE_GET(DisplayBrightness)
+DEFINE_GET(PowerButtonPressAction)
+DEFINE_GET(PasswordRequired)
 
-BOOL CPowerPolicyManager::GetRtcWakeValue(const GUID* scheme, BOOL bAc, DWORD* value, bool* read)
-{
-    return Get(kRtcWakeAccess, scheme, bAc, value, read);
-}
+DEFINE_SET(SleepTimeout)
+DEFINE_SET(RtcWake)
+DEFINE_SET(ProcPowerMin)
+DEFINE_SET(ProcPowerMax)
+DEFINE_SET(DisplayBrightness)
+DEFINE_SET(PasswordRequired)
 
-BOOL CPowerPolicyManager::SetRtcWakeValue(const GUID* scheme, BOOL bAc, DWORD value)
-{
-    return Set(kRtcWakeAccess, scheme, bAc, value);
-}
-
-BOOL CPowerPolicyManager::GetAwayModeValue(const GUID* scheme, BOOL bAc, DWORD* value, bool* read)
-{
-    return Get(kAwayModeAccess, scheme, bAc, value, read);
-}
+#undef DEFINE_GET
+#undef DEFINE_SET
 
 BOOL CPowerPolicyManager::SetAwayModeValue(const GUID* scheme, BOOL bAc, DWORD value)
 {
     if (scheme) LogAwayModeBanner(scheme, bAc, value);
     return Set(kAwayModeAccess, scheme, bAc, value);
-}
-
-BOOL CPowerPolicyManager::GetHybridSleepValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                              bool* read)
-{
-    return Get(kHybridSleepAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::GetProcPowerMinValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                               bool* read)
-{
-    return Get(kProcPowerMinAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::SetProcPowerMinValue(const GUID* scheme, BOOL bAc, DWORD value)
-{
-    return Set(kProcPowerMinAccess, scheme, bAc, value);
-}
-
-BOOL CPowerPolicyManager::GetProcPowerMaxValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                               bool* read)
-{
-    return Get(kProcPowerMaxAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::SetProcPowerMaxValue(const GUID* scheme, BOOL bAc, DWORD value)
-{
-    return Set(kProcPowerMaxAccess, scheme, bAc, value);
-}
-
-BOOL CPowerPolicyManager::GetDisplayTimeoutValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                                 bool* read)
-{
-    return Get(kDisplayTimeoutAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::GetDisplayBrightnessValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                                    bool* read)
-{
-    return Get(kDisplayBrightnessAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::SetDisplayBrightnessValue(const GUID* scheme, BOOL bAc, DWORD value)
-{
-    return Set(kDisplayBrightnessAccess, scheme, bAc, value);
-}
-
-BOOL CPowerPolicyManager::GetPowerButtonPressActionValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                                         bool* read)
-{
-    return Get(kPowerButtonPressActionAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::GetPasswordRequiredValue(const GUID* scheme, BOOL bAc, DWORD* value,
-                                                   bool* read)
-{
-    return Get(kPasswordRequiredAccess, scheme, bAc, value, read);
-}
-
-BOOL CPowerPolicyManager::SetPasswordRequiredValue(const GUID* scheme, BOOL bAc, DWORD value)
-{
-    return Set(kPasswordRequiredAccess, scheme, bAc, value);
 }
 
 // --- Plans ---
@@ -327,7 +255,7 @@ DWORD CPowerPolicyManager::GetActiveSleepIdleTimeoutValue(BOOL bAc)
 
 // --- The machine ---
 
-// Takes no lock: it is asked from every thread, and keeps nothing.
+// Takes no lock, because it uses no member.
 BOOL CPowerPolicyManager::IsOnAcNow()
 {
     SYSTEM_POWER_STATUS status{};

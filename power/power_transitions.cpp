@@ -1,4 +1,5 @@
-// What each transition of never-sleep mode writes into which plan, and which plan it activates.
+// The transitions of never-sleep mode: which values each writes into which plan, and which plan it
+// activates.
 
 #include "log/log.h"
 #include "power/plan_settings.h"
@@ -10,8 +11,8 @@ constexpr DWORD kAllowed = 1;
 constexpr DWORD kDndProcessorMinimumPercent = 5;
 constexpr DWORD kSleepSoonSeconds = 60;
 
-// A transition under way: it has the lock, and has said so. The lock may be taken again, for the
-// transition that contains another.
+// Holds the lock for the length of a transition, and logs the transition's name. The lock is
+// recursive: OnPowerOptionChanged calls EnterHolvControl with the lock held.
 class Transition
 {
 public:
@@ -56,18 +57,18 @@ void CPowerPolicyManager::SetHolvValues(const PlanSetting& setting, const AcDcVa
     if (values.dc) plan.Set(setting, FALSE, *values.dc);
 }
 
-void CPowerPolicyManager::PutBackHolvValue(const PlanSetting& setting, BOOL bAc) const
+void CPowerPolicyManager::RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const
 {
     HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
 }
 
-void CPowerPolicyManager::PutBackHolvValues(const PlanSetting& setting) const
+void CPowerPolicyManager::RestoreHolvValues(const PlanSetting& setting) const
 {
-    PutBackHolvValue(setting, TRUE);
-    PutBackHolvValue(setting, FALSE);
+    RestoreHolvValue(setting, TRUE);
+    RestoreHolvValue(setting, FALSE);
 }
 
-// Minimum and maximum go together: of a pair that could not be put back, neither is changed.
+// Changes minimum and maximum together, or neither of them if one could not be restored.
 void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
 {
     const ChangeablePlan plan = HolvPlan();
@@ -76,18 +77,18 @@ void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
     plan.Set(kProcMax, bAc, maximumPercent);
 }
 
-void CPowerPolicyManager::PutBackProcessor(BOOL bAc) const
+void CPowerPolicyManager::RestoreProcessor(BOOL bAc) const
 {
     if (m_HolvConfig.*kProcMin.Field(bAc) == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return;
-    PutBackHolvValue(kProcMin, bAc);
-    PutBackHolvValue(kProcMax, bAc);
+    RestoreHolvValue(kProcMin, bAc);
+    RestoreHolvValue(kProcMax, bAc);
 }
 
-void CPowerPolicyManager::PutBackOverriddenSleepTimeout()
+void CPowerPolicyManager::RestoreOverriddenSleepTimeout()
 {
     if (!m_bSleepTimeoutOverridden) return;
     m_bSleepTimeoutOverridden = FALSE;
-    PutBackHolvValues(kSleepTimeout);
+    RestoreHolvValues(kSleepTimeout);
 }
 
 // --- Control ---
@@ -144,13 +145,13 @@ void CPowerPolicyManager::ExitHolvState()
     constexpr const wchar_t* kFunction = L"CPowerPolicyManager::ExitHolvState";
     const Transition transition(m_lock, kFunction);
     m_bInNeverSleepState = FALSE;
-    PutBackOverriddenSleepTimeout();
-    PutBackHolvValues(kBrightness);
+    RestoreOverriddenSleepTimeout();
+    RestoreHolvValues(kBrightness);
     Log(6, kFunction, L"Power saver AC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredAc);
     Log(6, kFunction, L"Power saver DC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredDc);
-    PutBackHolvValues(kPasswordRequired);
+    RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
 }
 
@@ -181,17 +182,17 @@ void CPowerPolicyManager::ExitDoNotDisturbState()
 {
     const Transition transition(m_lock, L"CPowerPolicyManager::ExitDoNotDisturbState");
     m_bInNeverSleepState = FALSE;
-    // What the entry changed goes back, whatever the settings have become since.
-    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) PutBackProcessor(FALSE);
-    PutBackProcessor(TRUE);
+    // Restore what the entry changed, even if the settings have changed since.
+    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) RestoreProcessor(FALSE);
+    RestoreProcessor(TRUE);
     if (g_bDndToS3 || m_bSleepAllowedInDnd) {
-        PutBackHolvValues(kSleepTimeout);
-        PutBackHolvValues(kRtcWake);
+        RestoreHolvValues(kSleepTimeout);
+        RestoreHolvValues(kRtcWake);
     }
     m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
-    PutBackOverriddenSleepTimeout();
-    PutBackHolvValues(kBrightness);
-    PutBackHolvValues(kPasswordRequired);
+    RestoreOverriddenSleepTimeout();
+    RestoreHolvValues(kBrightness);
+    RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
 }
 
@@ -213,8 +214,8 @@ void CPowerPolicyManager::OnPowerOptionChanged(const GUID* newScheme)
     if (!newScheme) return;
     const ScopedLock lock(m_lock);
     Log(6, kFunction, L"CPowerPolicyManager::OnPowerOptionChanged");
-    // The caller saw normal use, but a never-sleep state may have been entered since: the plan that
-    // is active then is no choice of the user's.
+    // The caller saw S0_NORMAL, but a never-sleep state may have been entered since. The active
+    // plan is then the service's, not the user's choice.
     if (SameScheme(*newScheme, m_UserScheme) || m_bInNeverSleepState) {
         Log(6, kFunction, L"Doing nothing");
         return;

@@ -14,8 +14,8 @@ namespace {
 
 constexpr DWORD kNoSession = 0xFFFFFFFF;
 
-// The user's token as one that a process can be made with; empty, with the last error set, when
-// nobody is logged on or the service may not have it.
+// A primary token of the session's user, as creating a process requires. Empty, with the last error
+// set, when no user is logged on or the service may not query the token.
 OwnedHandle PrimaryTokenOf(DWORD session)
 {
     OwnedHandle user;
@@ -27,15 +27,15 @@ OwnedHandle PrimaryTokenOf(DWORD session)
     return primary;
 }
 
-// The path is quoted. Unquoted, "C:\Program Files\..." would be searched by its prefixes, and
-// whoever had planted a C:\Program.exe would see it run in the user's session.
+// The path is quoted: for an unquoted "C:\Program Files\..." the system tries C:\Program.exe first,
+// and a program planted there would run in the user's session.
 std::wstring CommandLineOf(const std::wstring& path, const std::wstring& arguments)
 {
     const std::wstring program = L'"' + path + L'"';
     return arguments.empty() ? program : program + L' ' + arguments;
 }
 
-// A wait of more milliseconds than fit is as long as a limited one can be.
+// Limits the product to the longest finite wait; a product that overflows would be a shorter one.
 DWORD MillisecondsOf(DWORD seconds)
 {
     return static_cast<DWORD>(std::min<std::uint64_t>(std::uint64_t{seconds} * 1000, INFINITE - 1));
@@ -63,8 +63,8 @@ BOOL CUserProcess::ExecuteProcessAsUserByHandle(const std::wstring& path,
     DWORD error = ERROR_SUCCESS;
     {
         const OwnedHandle token = PrimaryTokenOf(session);
-        // Without a token the system would start the program with the service's own rights, in
-        // session 0. So it is not asked to, and the token's failure is the creation's.
+        // Without a token the system would start the program in session 0 with the service's own
+        // rights. So the launch fails, with the error of the token query.
         if (!token) return FALSE;
 
         wchar_t desktop[] = L"winsta0\\default";
@@ -91,7 +91,7 @@ BOOL CUserProcess::ExecuteProcessAsUserByHandle(const std::wstring& path,
             WaitForSingleObject(m_processInformation.hProcess, MillisecondsOf(waitSeconds));
         }
     }
-    // What was released may have changed it.
+    // Releasing the token and the environment may have changed it.
     if (!created) SetLastError(error);
     return created;
 }
@@ -124,8 +124,8 @@ LONG CUserProcess::QuitProcess(HANDLE processHandle)
         Log(3, kFunction, L"Unable to lookup privilege value SE_DEBUG_NAME - %d\n", GetLastError());
         return -2;
     }
-    // An account that does not have the privilege is no failure: what the service has started it
-    // may end without it.
+    // The call succeeds even if the account lacks the privilege. That is no failure: the service
+    // may end processes that it has started without it.
     if (!AdjustTokenPrivileges(token.Get(), FALSE, &privileges, 0, nullptr, nullptr)) {
         Log(3, kFunction, L"Unable to adjust token privileges for current process - %d\n",
             GetLastError());

@@ -21,7 +21,7 @@ HRESULT Unregister(RegisterFor whom)
     return FAILED(hr) ? hr : UnregisterAppId(whom);
 }
 
-// Starts the state machine without its events, so that it ends at once.
+// Runs the state machine without creating its events: its first wait fails, and it ends at once.
 HRESULT RunStateMachine()
 {
     CNeverSleepState::Run();
@@ -32,7 +32,7 @@ const struct Switch
 {
     std::wstring_view word;
     HRESULT (*action)();
-    BOOL goes_on;
+    BOOL continues;
 } kSwitches[] = {
     {L"Service", [] { return Register(true, RegisterFor::machine); }, FALSE},
     {L"UnregServer", [] { return Unregister(RegisterFor::machine); }, FALSE},
@@ -56,7 +56,8 @@ BOOL ParseCommandLine(const wchar_t* commandLine, HRESULT& hr)
     constexpr const wchar_t* kSwitchCharacters = L"-/";
     const std::wstring_view line = commandLine;
     hr = S_OK;
-    // A hyphen in the executable's path begins a word that is none of ours.
+    // The line starts with the executable's path. A hyphen in the path is tried like a switch and
+    // matches no known word.
     for (auto at = line.find_first_of(kSwitchCharacters); at != line.npos;
          at = line.find_first_of(kSwitchCharacters, at + 1)) {
         const std::wstring_view rest = line.substr(at + 1);
@@ -64,7 +65,7 @@ BOOL ParseCommandLine(const wchar_t* commandLine, HRESULT& hr)
         for (const Switch& known : kSwitches) {
             if (!SameWord(known.word, word)) continue;
             hr = known.action();
-            return known.goes_on;
+            return known.continues;
         }
     }
     return TRUE;

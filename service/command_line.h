@@ -3,7 +3,7 @@
 
 #include "platform/com.h"
 
-// Does what the first known switch on the command line, executable included, says. TRUE when the
-// process is then to run as a service or server, as without a switch; FALSE when the switch was all
-// there is to do, with its result in `hr`.
+// Runs the first known switch on the command line, which includes the executable's path. TRUE when
+// the process then continues as a service or server: there was no switch, or it was -Debug. FALSE
+// when the process ends after the switch, with the switch's result in `hr`.
 BOOL ParseCommandLine(const wchar_t* commandLine, HRESULT& hr);

@@ -1,5 +1,6 @@
-// What the service control manager tells the service: stop and shutdown, power events, changes of
-// power settings, sessions, and a clock that was set. Each is handed on; nothing is kept here.
+// The control handler: receives stop, shutdown, power events, power-setting changes, session
+// changes and clock changes from the service control manager, and passes each on to the module or
+// the state machine. It keeps no state.
 
 #include <algorithm>
 #include <cstring>
@@ -21,13 +22,13 @@ constexpr const wchar_t* kHandler = L"CNeverSleepModule::OnServiceCtrlHandler";
 using S = CNeverSleepState;
 using Setting = POWERBROADCAST_SETTING;
 
-// Registered in this order.
+// The power settings that the service registers for, in this order.
 const GUID* const kRegistered[] = {
     &GUID_SYSTEM_AWAYMODE,  &GUID_ACDC_POWER_SOURCE, &GUID_POWERSCHEME_PERSONALITY,
     &GUID_MONITOR_POWER_ON, &GUID_STANDBY_TIMEOUT,   &GUID_GLOBAL_USER_PRESENCE,
 };
 
-// The data need not be aligned.
+// Copies the setting's data, which need not be aligned.
 template <class T>
 T DataOf(const Setting& setting)
 {
@@ -36,10 +37,10 @@ T DataOf(const Setting& setting)
     return data;
 }
 
-// Whose values are 0, 1 or 2.
+// For settings whose value fits one byte (0 to 2).
 DWORD FirstByteOf(const Setting& setting) { return setting.Data[0]; }
 
-// A change of a setting, by the first row that is its.
+// Handlers of setting changes; the first row with the setting's GUID is used.
 const struct SettingRow
 {
     const GUID* setting;
@@ -67,7 +68,7 @@ void OnPowerSettingChange(const Setting& setting)
         FirstByteOf(setting), setting.DataLength, guid.Data1, guid.Data2, guid.Data3, last);
 }
 
-// The power events that something is done for; all others are passed over.
+// The power events that the service handles; it ignores all others.
 const struct PowerEventRow
 {
     DWORD event;
@@ -75,7 +76,7 @@ const struct PowerEventRow
 } kPowerEvents[] = {
     {PBT_APMSUSPEND, [] { S::OnSuspend(); }},
     {PBT_APMSTANDBY, [] { S::OnSuspend(); }},
-    {PBT_APMRESUMESUSPEND, [] { S::OnResume(TRUE); }},  // a user caused it
+    {PBT_APMRESUMESUSPEND, [] { S::OnResume(TRUE); }},  // a user woke the PC
     {PBT_APMRESUMESTANDBY, [] { S::OnResume(FALSE); }},
     {PBT_APMRESUMEAUTOMATIC, [] { S::OnResume(FALSE); }},
 };
@@ -142,8 +143,8 @@ void CNeverSleepModule::OnStop()
 {
     SignalGlobalEvent(EVENT_SERVICE_STOP);
     ReportServiceState(SERVICE_STOP_PENDING);
-    // The service may have come to its end in between, and a stop that is pending for ever would
-    // keep the process.
+    // ServiceMain may have made its last report meanwhile. No report would then follow
+    // STOP_PENDING, and the dispatcher would never return.
     if (m_bLastReportMade) ReportServiceState(SERVICE_STOPPED);
 }
 

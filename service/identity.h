@@ -1,4 +1,4 @@
-// Who the executable is to the system.
+// The names and ids under which the executable is registered with the system.
 #pragma once
 
 #include "platform/base.h"
@@ -9,5 +9,5 @@ inline constexpr const wchar_t* kDisplayName = L"Orbeq(R) Holv Technology";
 
 inline constexpr const wchar_t* kAppId = L"{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}";
 
-// The value beneath the AppID that makes the executable a service.
+// The value of the AppID key that declares the executable a service.
 inline constexpr const wchar_t* kLocalService = L"LocalService";

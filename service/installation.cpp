@@ -13,7 +13,7 @@ namespace {
 
 constexpr const wchar_t* kFunction = L"CNeverSleepModule::InstallService";
 
-// What is shown. A text of that id in the string table comes before ours.
+// A message-box text. A text with this id in the executable's string table replaces it.
 struct Shown
 {
     UINT id;
@@ -33,7 +33,8 @@ void Show(const Shown& what)
     MessageBoxW(nullptr, replaced ? text : what.text, Module().service_name(), MB_OK);
 }
 
-// The system's words for an error, and its number; empty when there are none.
+// The system's message for an error, followed by the error's number. Empty when the system has no
+// message or the result is too long.
 std::wstring ErrorText(DWORD error)
 {
     wchar_t text[4096];
@@ -53,7 +54,8 @@ OwnedServiceHandle OpenManager()
     return OwnedServiceHandle(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
 }
 
-// Quoted: its folder's name may have blanks. Empty when it cannot be told whole.
+// The executable's path in quotes, because its folder's name may contain blanks. Empty when the
+// path cannot be read or does not fit MAX_PATH.
 std::wstring QuotedExecutable()
 {
     wchar_t path[MAX_PATH];
@@ -70,7 +72,7 @@ OwnedServiceHandle Create(const OwnedServiceHandle& manager, const std::wstring&
                                              nullptr, nullptr, L"RPCSS\0", nullptr, nullptr));
 }
 
-// Whether a stop could be sent, or need not be.
+// Sends the stop control. True also when the service has already stopped or is stopping.
 bool SendStop(const OwnedServiceHandle& service)
 {
     SERVICE_STATUS status{};
@@ -102,8 +104,8 @@ BOOL InstallService()
     }
     const OwnedServiceHandle service = Create(manager, path);
     if (!service) {
-        // That it is there already is asked of the creation itself: one that is only waiting to be
-        // deleted can be opened too, but is none to rely on.
+        // CreateServiceW itself tells whether the service exists. Opening the service first would
+        // not: one that is marked for deletion can be opened, but soon disappears.
         if (GetLastError() == ERROR_SERVICE_EXISTS) return TRUE;
         Log(2, kFunction, L"Failed to create service, GLE=%d\n", GetLastError());
         Show(kNotCreated);

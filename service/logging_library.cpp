@@ -8,22 +8,24 @@
 
 namespace {
 
-// Only ServiceMain's thread touches it.
+// Used on ServiceMain's thread only.
 OwnedLibrary g_library;
 
-// A function of the library; null when it has none of that name.
+// The library's function of this name; null when there is none.
 template <class Function>
 Function Find(const char* name)
 {
-    // By way of the one type of function that any other may be cast from.
+    // Cast by way of void(*)(), the one function type that compilers let any other be cast from
+    // without a warning.
     const auto found = reinterpret_cast<void (*)()>(GetProcAddress(g_library.Get(), name));
     return reinterpret_cast<Function>(found);
 }
 
 }  // namespace
 
-// By its full path, so that nobody else's library of that name is loaded; and not linked to, so
-// that the installation's switches work before the library is there.
+// The library is loaded by its full path, so that no other library of that name is loaded instead.
+// It is loaded at run time rather than linked, so that the installation switches work before it is
+// installed.
 void StartLoggingLibrary()
 {
     wchar_t folder[MAX_PATH];

@@ -1,8 +1,8 @@
-// The maker's logging library, which lies beside the executable where it is installed.
+// The maker's logging library, which may be installed beside the executable.
 #pragma once
 
-// Loads the library and starts it under the service's name. Without it the service runs as well.
+// Loads the library and starts it under the service's name. The service also runs without it.
 void StartLoggingLibrary();
 
-// Stops it and lets it go. Nothing happens when it was not started.
+// Stops and unloads the library; does nothing when it is not loaded.
 void StopLoggingLibrary();

@@ -1,5 +1,5 @@
-// The clients' side of the process: the component objects it offers, the message loop that serves
-// them, and the end of a process that lives for its clients only.
+// Serves COM clients: registers the class objects and runs the message loop. A process that runs
+// without the service ends when its last client has released its objects.
 
 #include "api/class_objects.h"
 #include "log/log.h"
@@ -9,7 +9,7 @@
 #include "service/module.h"
 #include "service/service_status.h"
 
-// S_OK also where a runtime library has put the thread into the other kind of apartment.
+// S_OK also when the .NET runtime has already put the thread into the multithreaded apartment.
 HRESULT CNeverSleepModule::InitializeCom()
 {
     const HRESULT hr = CoInitialize(nullptr);
@@ -41,7 +41,7 @@ HRESULT CNeverSleepModule::RunMessageLoop(int show)
         DispatchMessageW(&message);
     }
     const HRESULT revoked = RevokeAgentClassObjects();
-    // Clients that are about to let go do so in peace.
+    // Lets clients that are just releasing their objects finish before COM is uninitialized.
     if (!m_bService && m_bDelayShutdown) Sleep(kPauseMs);
     return revoked;
 }
@@ -49,8 +49,8 @@ HRESULT CNeverSleepModule::RunMessageLoop(int show)
 HRESULT CNeverSleepModule::PreMessageLoop(int)
 {
     if (m_bService) {
-        constexpr LONG kServicesOfTheSystemsChoice = -1;
-        CoInitializeSecurity(nullptr, kServicesOfTheSystemsChoice, nullptr, nullptr,
+        constexpr LONG kSystemChoosesServices = -1;
+        CoInitializeSecurity(nullptr, kSystemChoosesServices, nullptr, nullptr,
                              RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_NONE,
                              nullptr);
     }
@@ -83,7 +83,7 @@ HRESULT CNeverSleepModule::PreMessageLoop(int)
     return hr;
 }
 
-// --- The end of a server ---
+// --- Ending a server that runs without the service ---
 
 OwnedHandle CNeverSleepModule::StartMonitor()
 {

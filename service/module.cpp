@@ -9,8 +9,8 @@
 
 namespace {
 
-// Whether the registration says that the executable is a service: a text, even an empty one, but a
-// whole one.
+// Whether the AppID key has a LocalService value: a string that may be empty but must be
+// terminated.
 bool IsRegisteredAsService()
 {
     OwnedKey key;
@@ -78,7 +78,7 @@ void CNeverSleepModule::RunService()
         SetExitCode(m_status, GetLastError());
         return;
     }
-    // The state machine's thread reports the stop before ServiceMain has given everything back, and
-    // the dispatcher returns at the first such report.
+    // The dispatcher returns as soon as the state machine's thread has reported the service
+    // stopped. ServiceMain may still be releasing what it holds; wait for it.
     if (ended) WaitForSingleObject(ended.Get(), 2 * kTimeOutMs);
 }

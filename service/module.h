@@ -1,5 +1,5 @@
-// The service's process: how it runs, as a Windows service or as a server of component objects,
-// what it owns meanwhile, and what the service control manager and its clients tell it.
+// The process as a whole: runs as a Windows service or as a plain COM server, and receives the
+// service control manager's controls.
 #pragma once
 
 #include <array>
@@ -18,17 +18,17 @@ public:
     CNeverSleepModule(const CNeverSleepModule&) = delete;
     CNeverSleepModule& operator=(const CNeverSleepModule&) = delete;
 
-    // Whether the construction failed: the process is then good for nothing.
+    // Whether the construction failed; the process must then end.
     bool failed() const { return m_bFailed; }
     const wchar_t* service_name() const { return m_szServiceName; }
-    // Of the thread that runs ServiceMain; 0 before there is one.
+    // The id of the thread that runs ServiceMain; 0 before there is one.
     DWORD service_thread_id() const { return m_dwServiceThreadID; }
 
-    // Runs as a service where the registration says so, as a server of component objects otherwise,
-    // until the end. Returns the process's exit code. On the process's first thread.
+    // Runs the process to its end: as a service if it is registered as one, as a plain COM server
+    // otherwise. Returns the exit code. Call on the process's first thread.
     int Start(int show);
 
-    // Leaves the apartment that Start entered, if it entered one, where Start ran as a server.
+    // Leaves the COM apartment that Start entered for a plain server; does nothing otherwise.
     void UninitializeCom();
 
     // --- The service (service_main.cpp) ---
@@ -36,30 +36,32 @@ public:
     // The service's main routine, on a thread of the service control dispatcher.
     void ServiceMain(DWORD argc, LPWSTR* argv);
 
-    // --- What it is told (control_handler.cpp), on the dispatcher's thread ---
+    // --- Controls (control_handler.cpp), on the dispatcher's thread ---
 
-    // The control handler. NO_ERROR for every control, handled or not: a suspend is never vetoed.
+    // The control handler. Returns NO_ERROR for every control, handled or not, so that it never
+    // vetoes a suspend.
     static DWORD WINAPI OnServiceCtrlHandler(DWORD control, DWORD eventType, LPVOID eventData,
                                              LPVOID context);
-    // Ends the state machine, and with it the service.
+    // Tells the state machine to stop; the service ends with it.
     void OnStop();
-    // Registers for the power settings that the state machine wants to hear of. One that cannot be
-    // registered is done without.
+    // Registers for changes of the power settings that the state machine follows. A registration
+    // that fails is ignored: the service runs without its notifications. Called by ServiceMain.
     void RegisterPowerNotifications();
 
-    // --- The lives of the clients' objects; any thread ---
+    // --- Locks of the clients' objects; any thread ---
     void Lock() override;
-    // As a server the process ends when the last client has let go.
+    // In a plain COM server, releasing the last lock ends the process.
     void Unlock() override;
 
 private:
     // --- The message loop (message_loop.cpp) ---
     HRESULT InitializeCom();
-    // Gives the calling thread its queue, so that whoever ends the loop may do so before it begins.
+    // Creates the calling thread's message queue, so that WM_QUIT can be posted before the message
+    // loop starts.
     static void MakeMessageQueue();
     HRESULT RunMessageLoop(int show);
     HRESULT PreMessageLoop(int show);
-    // Starts the thread that ends the message loop when the last client has let go; empty on
+    // Starts the thread that ends the message loop when the last lock is released; empty on
     // failure.
     OwnedHandle StartMonitor();
     static DWORD WINAPI MonitorProc(LPVOID module);
@@ -83,16 +85,17 @@ private:
     const DWORD m_dwMainThreadID;
     std::atomic<DWORD> m_dwServiceThreadID = 0;
 
-    // ServiceMain has made its last report; nobody would correct a later one.
+    // ServiceMain makes its last report now or has made it. No later one would replace
+    // STOP_PENDING.
     std::atomic<bool> m_bLastReportMade = false;
-    HANDLE m_hServiceMainEnded = nullptr;  // Start's, while the dispatcher runs
+    HANDLE m_hServiceMainEnded = nullptr;  // owned by RunService
 
     std::atomic<LONG> m_nLockCount = 0;
-    CRITICAL_SECTION m_lock{};  // of the shutdown event, which its monitor closes
+    CRITICAL_SECTION m_lock{};  // guards m_hEventShutdown
     OwnedHandle m_hEventShutdown;
 
     std::array<OwnedPowerNotification, kPowerNotifications> m_powerNotifications;
 };
 
-// The process's module: made on first use, which is the first thing that wWinMain does.
+// The process's one module, created on first use, at the start of wWinMain.
 CNeverSleepModule& Module();

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Chosen when the service is built.
+// Set by the build.
 constexpr std::string_view kVendor = HOLV_CPU_VENDOR;
 static_assert(kVendor.size() == 12);
 

@@ -1,4 +1,4 @@
-// Whether this is a machine that the service is made for.
+// Whether the service supports this PC.
 #pragma once
 
 #include "platform/base.h"

@@ -30,12 +30,12 @@ struct Row
     const wchar_t* data;
 };
 
-// Beneath the classes' root.
+// Registry changes below HKEY_CLASSES_ROOT, or below the user's Software\Classes.
 struct Script
 {
-    std::span<const wchar_t* const> renewed;  // deleted whole before the rows are written
+    std::span<const wchar_t* const> renewed;  // deleted with subkeys before the rows are written
     std::span<const Row> rows;
-    std::span<const wchar_t* const> removed;  // whole, at the end
+    std::span<const wchar_t* const> removed;  // deleted with subkeys by an unregistration
 };
 
 constexpr const wchar_t* kAppIdKey = L"AppID\\" APPID;
@@ -111,8 +111,9 @@ HRESULT Write(RegisterFor whom, const Script& script)
     return S_OK;
 }
 
-// The AppID's key, whose value makes the difference between service and server. Under the merged
-// classes, where a start looks for it, whomever it was registered for.
+// Opens HKCR\AppID\{...}, or creates it with `make`; its LocalService value says whether this
+// program is a service. Under HKCR also for a user's own registration, because startup reads it
+// there.
 HRESULT OpenAppId(OwnedKey& key, bool make)
 {
     OwnedKey all;

@@ -1,5 +1,4 @@
-// What the executable writes into the registry to be found as a server of component objects, and as
-// a service.
+// Registers the executable as a COM server, and as a service.
 #pragma once
 
 #include "platform/com.h"
@@ -7,16 +6,16 @@
 enum class RegisterFor
 {
     machine,
-    user,  // the current one only
+    user,  // the current user only
 };
 
-// Registers the AppID; with `service` it is that of a service, which is installed. What an earlier
-// registration installed is removed first.
+// Removes an installed service, then registers the AppID. With `service` the AppID is that of a
+// service, which is installed as well.
 HRESULT RegisterAppId(bool service, RegisterFor whom);
 
 // Removes the service and the AppID.
 HRESULT UnregisterAppId(RegisterFor whom);
 
-// Register and unregister the class and the type library. The first failure ends them.
+// Register and unregister the class and the type library. Both stop at the first failure.
 HRESULT RegisterServer(RegisterFor whom);
 HRESULT UnregisterServer(RegisterFor whom);

@@ -1,5 +1,4 @@
-// The service's life between the service control manager's start and its last report: the steps of
-// its start, and the same steps undone.
+// ServiceMain: starts the service, runs the message loop, and undoes the steps of the start.
 
 #include "log/log.h"
 #include "platform/message.h"
@@ -23,8 +22,8 @@ constexpr DWORD kControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOW
                                     SERVICE_ACCEPT_TIMECHANGE;
 static_assert(kControlsAccepted == 0x2C5);
 
-// A stop, which may have come as soon as the state machine's thread had reported the service
-// running, is not taken back.
+// Reports the service running, unless it is already stopping: the state machine's thread may have
+// reported it running earlier, and the manager may have sent a stop since.
 void ReportRunning()
 {
     if (AdvanceServiceState(SERVICE_START_PENDING, SERVICE_RUNNING) ||
@@ -46,7 +45,7 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
         Sleep(0);
         ReportRunning();
         Log(6, kServiceMain, L"HOLV service state machine starts");
-        // Without a state machine nobody else would ever end the loop.
+        // The state machine's thread is what ends the message loop. Without it, end the loop here.
         if (!state_machine) PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
         SetExitCode(m_status, static_cast<DWORD>(RunMessageLoop(0)));
         EndService(state_machine);
@@ -54,7 +53,7 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
     if (m_hServiceMainEnded) SetEvent(m_hServiceMainEnded);
 }
 
-// What has to stand before the events and the state machine. False when the service cannot run.
+// Prepares what the events and the state machine need. False when the service cannot run.
 bool CNeverSleepModule::StartService()
 {
     g_pServiceStatus = &m_status;
@@ -89,8 +88,8 @@ bool CNeverSleepModule::StartService()
 void CNeverSleepModule::EndService(const OwnedHandle& stateMachine)
 {
     for (OwnedPowerNotification& registration : m_powerNotifications) registration.Reset();
-    // A loop that ended early, without class objects to serve, leaves the state machine running:
-    // its events must not be closed while it waits on them.
+    // When no class object could be registered, the message loop ends early and the state machine
+    // still runs. Stop it first: its events must not be closed while it waits for them.
     SignalGlobalEvent(EVENT_SERVICE_STOP);
     if (stateMachine) WaitForSingleObject(stateMachine.Get(), kTimeOutMs);
     closeGlobalEvents();

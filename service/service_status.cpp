@@ -27,8 +27,8 @@ void ReportServiceState(DWORD state)
     SERVICE_STATUS* record = g_pServiceStatus;
     if (!record) return;
     if (state == SERVICE_RUNNING) {
-        // A stop may have been asked for as soon as one of two threads had reported the service
-        // running; the other does not take it back.
+        // Two threads report RUNNING. The manager may send a stop after the first report; the
+        // second must not overwrite STOP_PENDING.
         DWORD before = StateOf(*record);
         while (before != SERVICE_STOP_PENDING &&
                !StateOf(*record).compare_exchange_weak(before, state)) {
@@ -44,8 +44,8 @@ void ReportServiceStatus()
 {
     SERVICE_STATUS* record = g_pServiceStatus;
     if (!record) return;
-    // Another thread may change the state and report it while this one is on the way with the old
-    // one: what the manager hears last must be what is so.
+    // Another thread may change and report the state while this one reports the old state. Repeat
+    // until the reported state is the current one, so that the manager's last report is right.
     SERVICE_STATUS copy{};
     do {
         copy = CopyOf(*record);

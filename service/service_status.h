@@ -1,9 +1,8 @@
-// What the service tells the service control manager about itself, apart from the module that owns
-// the record, so that the state machine can report without knowing the module.
+// Reports the service's state to the service control manager. Separate from the module, which owns
+// the record, so that the state machine can report without including the module.
 //
-// ServiceMain, the state machine's thread and the control handler report at the same time, and no
-// lock makes them wait for one another: the record's changing fields are read and written whole,
-// by the operations below.
+// ServiceMain, the state machine's thread and the control handler may report at the same time.
+// There is no lock: the operations below read and write the record's changing fields atomically.
 #pragma once
 
 #include <atomic>
@@ -15,14 +14,15 @@
 extern std::atomic<SERVICE_STATUS*> g_pServiceStatus;
 extern std::atomic<SERVICE_STATUS_HANDLE> g_hServiceStatus;
 
-// Makes `state` (SERVICE_...) the record's current state and reports the record. Any thread.
-// Without a record it does nothing.
+// Makes `state` (SERVICE_...) the record's current state and reports the record, except that
+// RUNNING does not replace STOP_PENDING. Any thread. Does nothing without a record.
 void ReportServiceState(DWORD state);
 
-// Reports the record as it is.
+// Reports the record unchanged.
 void ReportServiceStatus();
 
-// Makes `to` the current state if it is `from`. Whether it was; false without a record.
+// Changes the current state from `from` to `to` without reporting it. Returns whether it was
+// `from`; false without a record.
 bool AdvanceServiceState(DWORD from, DWORD to);
 
 // The exit code in a record.

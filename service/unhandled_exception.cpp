@@ -6,7 +6,8 @@
 LONG WINAPI theUnhandledExceptionHandler(EXCEPTION_POINTERS* exceptionPointers)
 {
     const EXCEPTION_RECORD& record = *exceptionPointers->ExceptionRecord;
-    // The record has room for all four whatever its count says, and 32 bits of each are shown.
+    // Four parameters are always logged: the array has room for them whatever its count says. The
+    // line shows the low 32 bits of each.
     const auto parameter = [&record](int index) {
         return static_cast<DWORD>(record.ExceptionInformation[index]);
     };

@@ -1,4 +1,4 @@
-// The last words of a process that ends by an exception.
+// Logs the exception that ends the process.
 #pragma once
 
 #include "platform/module.h"

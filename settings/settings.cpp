@@ -1,6 +1,6 @@
 #include "settings/settings.h"
 
-// What a process runs on until its settings are loaded, and where they cannot be.
+// The values in use until RegInit has loaded the settings, and after it when it could not.
 
 Setting g_dwLoggingLevel{4};
 Setting g_dwLoggingEnabled{6};  // the loaded default is 7, which logs alike

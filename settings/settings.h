@@ -26,13 +26,13 @@ extern Setting g_bUseOemPowerScheme;
 extern Setting g_bEnableHolvOnDC;
 extern Setting g_bTurnOnDisplayOnLync;
 extern Setting g_dwSuspendBatteryThreshold;    // percent
-extern Setting g_dwAppDisplayTimeout;          // handed to the Lync helper as it is
+extern Setting g_dwAppDisplayTimeout;          // passed unchanged to the Lync helper
 extern Setting g_dwCpuUsageCheckInterval;      // seconds
 extern Setting g_dwBatteryUsageCheckInterval;  // seconds
 extern Setting g_bDndToS3;
 extern Setting g_bEnableAppSuspend;  // never loaded: 0 in every new process
 
-// A plan's GUID in string form. Written only while the settings are loaded, before any thread is
-// started.
+// A plan's GUID as text, without braces. Written only while the settings are loaded, before any
+// thread is started.
 inline constexpr DWORD kOemPowerSchemeLength = 128;  // characters, terminator included
 extern wchar_t g_szOemPowerScheme[kOemPowerSchemeLength];

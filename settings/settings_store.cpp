@@ -12,11 +12,11 @@ constexpr const wchar_t* kUserKeyPath = LR"(Software\Orbeq\Holv\User)";
 constexpr const wchar_t* kOemKeyPath = LR"(Software\Orbeq\Holv\OEM)";
 constexpr const wchar_t* kOemPowerSchemeName = L"OemPowerScheme";
 
-// What is loaded, in the order of loading.
+// The settings, in the order in which they are loaded.
 struct StoredSetting
 {
     const wchar_t* name;
-    Setting* global;  // none for OemPowerScheme, the one string
+    Setting* global;  // null for OemPowerScheme, the one string
     DWORD default_value;
 };
 
@@ -48,8 +48,8 @@ constexpr StoredSetting kStoredSettings[] = {
 struct Bounds
 {
     Setting* global;
-    DWORD least;
-    DWORD most;
+    DWORD minimum;
+    DWORD maximum;
 };
 
 constexpr Bounds kBounds[] = {
@@ -65,7 +65,8 @@ bool ReadDword(HKEY key, const wchar_t* name, DWORD& value)
     return RegGetValueW(key, nullptr, name, RRF_RT_DWORD, nullptr, &value, &size) == ERROR_SUCCESS;
 }
 
-// Read aside first: a value that does not fit may leave anything in the buffer.
+// Reads into a local buffer first: RegGetValueW may leave anything in it when the value does not
+// fit, and the global must then keep its text.
 DWORD ReadOemPowerScheme(HKEY key)
 {
     wchar_t text[kOemPowerSchemeLength] = {};
@@ -141,6 +142,6 @@ DWORD RegReadOemPowerScheme(HKEY userKey, HKEY oemKey)
 void ClampSettings()
 {
     for (const Bounds& bounds : kBounds) {
-        *bounds.global = std::clamp(bounds.global->load(), bounds.least, bounds.most);
+        *bounds.global = std::clamp(bounds.global->load(), bounds.minimum, bounds.maximum);
     }
 }

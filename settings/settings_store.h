@@ -14,13 +14,13 @@ BOOL RegWriteDWord(const wchar_t* name, DWORD value);
 // The same on an open key; FALSE at once for a null key.
 BOOL RegWriteDWord(HKEY key, const wchar_t* name, DWORD value);
 
-// One value by precedence. A value of another type or size counts as missing, in silence. `oemKey`
-// may be null.
+// The value of the User key, else of the OEM key, else `defaultValue`. A value of another type or
+// size counts as missing, without a log line. `oemKey` may be null.
 DWORD RegReadDWord(HKEY userKey, HKEY oemKey, const wchar_t* name, DWORD defaultValue);
 
-// Reads OemPowerScheme into g_szOemPowerScheme. Returns the bytes read, terminator included; 0, and
-// the global as it was, when neither key has it in a form that fits. `oemKey` may be null.
+// Reads OemPowerScheme into g_szOemPowerScheme. Returns the bytes read, terminator included; 0 when
+// neither key has a string that fits, and the global is then unchanged. `oemKey` may be null.
 DWORD RegReadOemPowerScheme(HKEY userKey, HKEY oemKey);
 
-// Brings every setting within its bounds.
+// Limits every setting to its bounds.
 void ClampSettings();

@@ -1,6 +1,6 @@
-// Which mute state an audio endpoint is to have, and whose choice a change of it was. A change that
-// comes within five seconds of a suspend, a resume or a change of away mode is taken for the
-// system's doing.
+// Decides which mute state an audio endpoint should have, and whether a change of it was the user's
+// choice. A change within five seconds of a suspend, a resume or a change of away mode is
+// attributed to the system.
 
 #include "log/log.h"
 #include "platform/kernel.h"
@@ -11,10 +11,8 @@ namespace {
 
 constexpr std::uint64_t kWindowMs = 5000;
 
-const wchar_t* Spell(BOOL flag) { return flag ? L"TRUE" : L"FALSE"; }
-
-// The two times, read once, so that a decision and its lines agree whatever other threads stamp
-// meanwhile.
+// Both times, read once, so that a decision and its log lines agree although other threads may
+// update the times meanwhile.
 struct EventTimes
 {
     bool AudioIsAfter() const { return audio > sus_res; }
@@ -80,11 +78,21 @@ BOOL IsToBeEnforced()
     return FALSE;
 }
 
+// Applies a rule and logs its entry and its result.
+BOOL Decide(const wchar_t* function, FormatFor<> entry, FormatFor<const wchar_t*> exit,
+            BOOL (*rule)())
+{
+    Log(6, function, entry);
+    const BOOL decision = rule();
+    Log(6, function, exit, BoolText(decision));
+    return decision;
+}
+
 }  // namespace
 
 BOOL CNeverSleepState::GetDesiredMuteState(BOOL cached)
 {
-    // A sleeping machine keeps the rule of the state that it slept from.
+    // While the PC sleeps, the rule of the state before the sleep applies.
     ESystemState state = m_eSystemState;
     if (state == HOLV_S3) state = m_ePreviousState;
     switch (state) {
@@ -105,20 +113,15 @@ BOOL CNeverSleepState::AudioAndSusResEventsAreInWindow() { return EventTimes{}.A
 
 BOOL CNeverSleepState::RecordAudioDeviceMuteState()
 {
-    constexpr const wchar_t* kFunction = L"CNeverSleepState::RecordAudioDeviceMuteState";
-    Log(6, kFunction, L"RecordAudioDeviceMuteState entry");
-    const BOOL record = IsUsersChoice();
-    Log(6, kFunction, L"RecordAudioDeviceMuteState exit returning %s", Spell(record));
-    return record;
+    return Decide(L"CNeverSleepState::RecordAudioDeviceMuteState",
+                  L"RecordAudioDeviceMuteState entry",
+                  L"RecordAudioDeviceMuteState exit returning %s", IsUsersChoice);
 }
 
 BOOL CNeverSleepState::EnforceHolvMuteState()
 {
-    constexpr const wchar_t* kFunction = L"CNeverSleepState::EnforceHolvMuteState";
-    Log(6, kFunction, L"EnforceHolvMuteState entry");
-    const BOOL enforce = IsToBeEnforced();
-    Log(6, kFunction, L"EnforceHolvMuteState exit, returning %s", Spell(enforce));
-    return enforce;
+    return Decide(L"CNeverSleepState::EnforceHolvMuteState", L"EnforceHolvMuteState entry",
+                  L"EnforceHolvMuteState exit, returning %s", IsToBeEnforced);
 }
 
 void CNeverSleepState::OnDefaultAudioDeviceCallbackReceived()

@@ -3,8 +3,8 @@
 
 #include "platform/base.h"
 
-// From `start` up to, and without, `end`; over midnight when the start is the later one. Values
-// that no clock shows (1440 and above) are taken as they are: such a minute is never reached.
+// The minutes from `start` up to but not including `end`, across midnight when `start` is the later
+// one. Values of 1440 and above are kept as they are: the clock never shows them.
 struct DoNotDisturbHours
 {
     static constexpr DWORD kMinutesPerDay = 24 * 60;
@@ -21,7 +21,8 @@ struct DoNotDisturbHours
         return now >= start || now < end;
     }
 
-    // From now to the end, inside; to the start, outside. In 32 bits, as everything is here.
+    // Minutes from `now` to the end of the hours when `inside` them, otherwise to their start.
+    // Unsigned, so the difference may wrap before the day is added.
     DWORD MinutesToBoundary(DWORD now, bool inside) const
     {
         const bool tomorrow = inside ? start > end && now >= start : now > start;

@@ -1,5 +1,5 @@
-// The state machine's life: waits on the thirteen events and timers, and acts on whichever is
-// signalled, the lowest slot first.
+// The event loop: waits for the thirteen events and timers and handles the signalled one, the
+// lowest slot first.
 
 #include <array>
 #include <optional>
@@ -19,8 +19,9 @@ constexpr Target kStay = std::nullopt;
 
 struct Slot
 {
-    // The state that the action is about to enter, for which the current one is left first: from
-    // HOLV_DND, and from any other state but S0_NORMAL, where there is nothing to leave.
+    // The target with which LeaveNeverSleepState is called before the action: `leave_dnd_for` if
+    // the current state is HOLV_DND, `leave_other_for` in the other states. kStay: no call.
+    // S0_NORMAL has nothing to leave.
     Target leave_dnd_for;
     Target leave_other_for;
     DWORD level;
@@ -37,8 +38,8 @@ void LeaveDoNotDisturbForActive()
 
 using S = CNeverSleepState;
 
-// Nothing signals EVENT_LEAVE_DND and EVENT_REGISTRY_CHANGED or arms TIMER_SLEEP; they keep their
-// places, and with them the others' priorities.
+// The service never signals EVENT_LEAVE_DND or EVENT_REGISTRY_CHANGED and never arms TIMER_SLEEP.
+// They keep their slots, because a slot's number is its priority.
 constexpr std::array<Slot, kGlobalEventCount> kSlots{{
     // EVENT_ENTER_S0
     {S0_NORMAL, S0_NORMAL, 1, L"Entering S0 from HOLV State ", true, S::EnterNormalS0State},
@@ -106,7 +107,8 @@ void Act(GlobalEvent signalled)
         Log(slot.level, kRun, L"%s%s", slot.line, slot.names_state ? StateName(state) : L"");
     }
     if (slot.action) slot.action();
-    // After the action, so that the same event raised during it counts as done.
+    // Reset after the action, so that the same event signalled while the action runs counts as
+    // handled by it.
     if (signalled < kFirstTimer) ResetGlobalEvent(signalled);
 }
 

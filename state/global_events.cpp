@@ -10,8 +10,8 @@ HANDLE g_hGlobalEvents[kGlobalEventCount] = {};
 
 namespace {
 
-// Shared by all that use a handle and by those that create and close them: a handler's thread,
-// which nobody waits for, never signals a handle that is being closed under it.
+// Held while a handle is used, created or closed. The control handler's thread may still run while
+// ServiceMain closes the handles, and must not signal a closed one.
 CriticalSection g_lock;
 
 bool IsEvent(int slot) { return slot < kFirstTimer; }

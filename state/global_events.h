@@ -1,5 +1,5 @@
-// The events and timers that drive the state machine, and the small operations through which every
-// other thread reaches them.
+// The events and timers that drive the state machine, and the operations by which other threads use
+// them.
 #pragma once
 
 #include "platform/kernel.h"
@@ -15,7 +15,7 @@ enum GlobalEvent : int
     EVENT_LEAVE_DND,
     EVENT_SERVICE_STOP,
     EVENT_REGISTRY_CHANGED,
-    // Waitable timers, which the wait that takes them resets.
+    // Waitable timers, which reset when a wait takes them.
     TIMER_IDLE,
     TIMER_DND_START,
     TIMER_DND_END,
@@ -27,9 +27,9 @@ enum GlobalEvent : int
 inline constexpr int kFirstTimer = TIMER_IDLE;
 inline constexpr int kGlobalEventCount = TIMER_SLEEP + 1;
 
-// The handles, null where there is none. Only the state machine's wait reads them as they are: it
-// starts after they were created and has ended before they are closed. Everybody else goes through
-// the operations below.
+// The handles; null where one could not be created. Only the state machine's wait uses the array
+// directly: it begins after the handles are created and ends before they are closed. All other code
+// calls the operations below.
 extern HANDLE g_hGlobalEvents[kGlobalEventCount];
 
 // Creates the handles. One that cannot be created is logged and stays null.
@@ -45,12 +45,12 @@ bool HasGlobalEvent(GlobalEvent slot);
 // Signals an event. False when there is no such handle.
 bool SignalGlobalEvent(GlobalEvent event);
 
-// Takes an event's signal back. Nothing happens without a handle.
+// Resets an event; does nothing without a handle.
 void ResetGlobalEvent(GlobalEvent event);
 
-// Arms a timer: `due` in 100-ns units, negative for a time from now; `periodMs` in milliseconds,
-// 0 for once; with `resume` it may wake the machine. FALSE when it could not be armed.
+// Arms a timer. `due` is in 100-ns units, negative for a time from now; `periodMs` in milliseconds,
+// 0 for a single expiry; with `resume` the timer may wake the PC. FALSE when it could not be armed.
 BOOL ArmGlobalTimer(GlobalEvent timer, LONGLONG due, DWORD periodMs, BOOL resume);
 
-// Disarms a timer. Nothing happens without a handle.
+// Disarms a timer; does nothing without a handle.
 void CancelGlobalTimer(GlobalEvent timer);

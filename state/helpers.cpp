@@ -1,5 +1,5 @@
-// The helper programs in the user's session: the one that watches Lync while the machine never
-// sleeps, and the one that locks the workstation when away mode ends.
+// The helper programs in the user's session: one watches Lync in never-sleep mode, the other locks
+// the workstation when away mode ends.
 
 #include <string>
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Any of these is there where Lync, or Communicator before it, is installed.
+// If any of these keys exists, Lync or its predecessor Communicator is installed.
 constexpr const wchar_t* kLyncKeys[] = {
     LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\{11849FBC-C416-4742-8279-17C3A2C85F72})",
     LR"(Software\Wow6432Node\Microsoft\Communicator\4.0)",
@@ -29,8 +29,8 @@ constexpr const wchar_t* kOemKeyPath = LR"(Software\Orbeq\Holv\OEM)";
 constexpr const wchar_t* kLyncHelper = L"\\HOLVLyncHelper.LycnConsole.exe";
 constexpr const wchar_t* kLockHelper = L"\\HOLVLockWorkStation.exe";
 
-// The path of a program beside the service's own; empty, so that it cannot be started, when the
-// folder is not known or the path is longer than a path may be.
+// The path of a program in the service's folder. Empty, so that its launch fails, when the folder
+// is unknown or the path exceeds MAX_PATH: a shortened path could name another program.
 std::wstring PathBeside(const wchar_t* name)
 {
     wchar_t folder[MAX_PATH];
@@ -48,7 +48,8 @@ void ReportLaunch(const wchar_t* function, const CUserProcess& process)
     }
 }
 
-// The registry gives its failures as results; the lines show the last error all the same.
+// The log lines show GetLastError, although the registry functions return their error instead of
+// setting it.
 bool IsLockScreenDisabled()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::LockUserAccount";
@@ -95,7 +96,7 @@ void CNeverSleepState::StartMonitorMicrosoftLyncActivity()
     const auto monitor = std::make_shared<CUserProcess>();
     m_pLyncMonitor.Set(monitor);
     const std::wstring path = PathBeside(kLyncHelper);
-    wchar_t arguments[32];  // two numbers of eleven characters fit
+    wchar_t arguments[32];  // room for two numbers of eleven characters
     FormatText(arguments, L"D:%d T:%d", g_bTurnOnDisplayOnLync, g_dwAppDisplayTimeout);
     Log(6, kFunction, L"Launch user process %wS %wS\n", path.c_str(), arguments);
     monitor->ExecuteProcessAsUserByHandle(path, arguments, 0);

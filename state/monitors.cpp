@@ -1,5 +1,5 @@
-// The processor's usage, watched while never-sleep mode is active, and the battery's charge,
-// watched while the PC runs on it.
+// Monitors the processor usage while never-sleep mode is active, and the battery's charge while the
+// PC runs on it.
 
 #include "log/log.h"
 #include "platform/kernel.h"
@@ -19,8 +19,8 @@ std::uint64_t UnitsOf(const FILETIME& time)
     return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
 
-// In percent, since the system started: not of late, so that a short burst of work keeps nobody
-// awake. 0 when it cannot be read, and before any time has passed.
+// The processor usage in percent, averaged since the system started: a short burst of work does not
+// delay HOLV_IDLE. 0 when it cannot be read, and before any time has passed.
 DWORD CpuUsage()
 {
     FILETIME idle{};

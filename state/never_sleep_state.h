@@ -1,5 +1,5 @@
-// The never-sleep state machine: the one current state of the service, what its decisions rest on,
-// and the objects that carry them out.
+// The never-sleep state machine: the service's current state, the data that its decisions use, and
+// the objects that carry them out.
 #pragma once
 
 #include <atomic>
@@ -14,12 +14,12 @@ class CPowerPolicyManager;
 class CUserProcess;
 struct tagWTSSESSION_NOTIFICATION;
 
-// HOLV_ACTIVE, HOLV_IDLE and HOLV_DND are also the mode numbers that the platform device is told.
+// The first four are also the mode numbers that are sent to the platform device.
 enum ESystemState : std::int32_t
 {
     S0_NORMAL = 0,    // in normal use
     HOLV_ACTIVE = 1,  // never-sleep mode, with the processor usage watched
-    HOLV_IDLE = 2,    // never-sleep mode, with little for the processor to do
+    HOLV_IDLE = 2,    // never-sleep mode, with the processor mostly idle
     HOLV_DND = 3,     // never-sleep mode within the do-not-disturb hours
     HOLV_S3 = 4,      // suspending or suspended
     HOLV_INIT = 5,    // not started, or the feature is off
@@ -28,23 +28,23 @@ enum ESystemState : std::int32_t
 // A state's name as log lines show it; "" for a value that is no state.
 const wchar_t* StateName(ESystemState state);
 
-// One machine in a process: all its data and operations are static.
+// One per process: all data and operations are static.
 //
-// The event loop's thread runs most of it, but the control handler's thread, the thread of the
-// control interface and short-lived threads call EnterNeverSleepState, EnterS3State, StopNeverSleep
-// and others while the loop is inside an operation. So no operation holds a lock. Each member is an
-// atomic value of its own, read and written whole; an owned object is kept alive by whoever took
-// it. Only a change of state takes a small lock: m_eSystemState and m_ePreviousState change
-// together, and the line that tells of it is written before the next change, so that in the log
-// every change starts at the state where the one before it ended (but for the machine's start and
-// end and the feature's going off, which change the state without a line).
+// The event loop's thread runs most operations, but the control handler's thread, the control
+// interface's thread and short-lived threads call EnterNeverSleepState, EnterS3State,
+// StopNeverSleep and others while the loop is inside an operation. Therefore no operation holds a
+// lock. Every member is atomic, and a thread that uses an owned object holds a reference to it
+// (OwnedObject). Only a change of state takes a lock, for a moment: it covers m_eSystemState,
+// m_ePreviousState and their log line, so that in the log each change starts from the state where
+// the previous one ended. (The machine's start and end and switching the feature off change the
+// state without a log line.)
 class CNeverSleepState
 {
 public:
     // --- The event loop (event_loop.cpp) ---
 
-    // The state machine's life, from its initialisation to its tear-down: acts on g_hGlobalEvents
-    // until EVENT_SERVICE_STOP or until a wait fails. On a thread of its own.
+    // Initialises the state machine, handles g_hGlobalEvents until EVENT_SERVICE_STOP is signalled
+    // or a wait fails, and uninitialises it. The service runs it on a thread of its own.
     static void Run();
 
     // --- Entries and leaves (transitions.cpp) ---
@@ -58,8 +58,8 @@ public:
     // Chooses the never-sleep state for the time of day and signals its event.
     static void EnterNeverSleepState();
 
-    // Undoes what the current never-sleep state set up, before `target` is entered. It does not
-    // change the state: the entry that follows does.
+    // Undoes what the current never-sleep state set up, before `target` is entered. Does not change
+    // the state; the entry that follows does.
     static void LeaveNeverSleepState(ESystemState target);
     static void LeaveNeverSleepActiveState();
     static void LeaveNeverSleepDoNotDisturbState();
@@ -69,14 +69,14 @@ public:
 
     // --- The power requests (transitions.cpp) ---
 
-    // Holds or releases the away-mode request, as the never-sleep decision has it.
+    // Holds the away-mode request if never-sleep mode is allowed now, otherwise releases it.
     static void ConfigureAwayMode(BOOL bAc);
-    // The same for the system-required request: while it is held, the service and not the system
-    // decides on sleep by idleness.
+    // The same for the system-required request. While it is held, the service and not the system
+    // decides when an idle PC sleeps.
     static void ConfigureSystemRequired(BOOL bAc);
     static void ConfigurePowerRequests();
 
-    // Whether the machine is on AC power; TRUE without a power policy manager, who would know.
+    // Whether the PC is on AC power; TRUE when there is no power policy manager to ask.
     static BOOL OnAc();
 
     // --- Start and end (transitions.cpp) ---
@@ -84,7 +84,7 @@ public:
     static void InitializeState();
     static void UninitializeState();
 
-    // The feature comes on, or goes off. StartNeverSleep always returns TRUE.
+    // Switch the feature on and off. StartNeverSleep always returns TRUE.
     static BOOL StartNeverSleep();
     static void StopNeverSleep();
 
@@ -108,13 +108,13 @@ public:
 
     // --- Suspend, resume and sleep (sleep.cpp) ---
 
-    // Asks for sleep on a thread of its own and returns at once.
+    // Requests sleep on a new thread and returns at once.
     static void GotToSleepNow();
     static void OnSuspend();
     static void OnResume(BOOL attended);
     static BOOL IsDisplayRequiredSet();
 
-    // --- What the system announces (platform_events.cpp) ---
+    // --- Notifications from the system (platform_events.cpp) ---
 
     static void OnAwayModeEvent(DWORD state);
     static void OnDisplayStateChange(DWORD state);
@@ -146,10 +146,10 @@ public:
     static std::atomic<ESystemState> m_eSystemState;
     static std::atomic<ESystemState> m_ePreviousState;  // before the last change
 
-    static std::atomic<BOOL> m_bSeenDndStart;             // within the do-not-disturb interval
-    static std::atomic<BOOL> m_bBatteryThresholdCrossed;  // the charge is too low, on battery
+    static std::atomic<BOOL> m_bSeenDndStart;             // the do-not-disturb hours have begun
+    static std::atomic<BOOL> m_bBatteryThresholdCrossed;  // on battery, with too low a charge
     static std::atomic<BOOL> m_bOverride;      // the user woke the machine: no never-sleep entry
-    static std::atomic<BOOL> m_bAttendedWake;  // and woke it since the last suspend
+    static std::atomic<BOOL> m_bAttendedWake;  // the user woke it since the last suspend
     static std::atomic<BOOL> m_bInAwayMode;
     static std::atomic<BOOL> m_bIsWindows7;
     static std::atomic<BOOL> m_bDisplayRequired;    // a process requires the display
@@ -165,7 +165,7 @@ public:
     static OwnedObject<CUserProcess> m_pLyncMonitor;
 
 private:
-    // Changes the two states, without a line in the log; the caller has the lock.
+    // Sets both states without logging; the caller holds the lock.
     static void SetStates(ESystemState previous, ESystemState state);
 };
 

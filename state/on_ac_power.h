@@ -1,5 +1,5 @@
-// The power source as the service knows it: set from the system's status when the service starts,
-// and by every change that is announced. Any thread.
+// Whether the PC is on AC power, as far as the service knows: read from the system when the service
+// starts, then updated by every notification of a power-source change. Any thread.
 #pragma once
 
 #include <atomic>

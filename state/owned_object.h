@@ -1,4 +1,4 @@
-// The holder of an object that the state machine makes and deletes while other threads use it.
+// Holds an object that the state machine creates and drops while other threads use it.
 #pragma once
 
 #include <memory>
@@ -6,20 +6,20 @@
 
 #include "platform/lock.h"
 
-// Whoever takes the object keeps it alive until done with it, so that the state machine's end never
-// deletes it under a handler's thread. The lock covers the taking only.
+// Get returns a reference, so that a thread can go on using the object after the state machine has
+// dropped it. The lock is held only while the reference is copied.
 template <class T>
 class OwnedObject
 {
 public:
-    // The object, empty when there is none. Any thread.
+    // A reference to the object; empty when there is none. Any thread.
     std::shared_ptr<T> Get() const
     {
         const ScopedLock lock(m_lock);
         return m_object;
     }
 
-    // Replaces the object; the old one is deleted when its last user is done with it.
+    // Replaces the object. The old one is destroyed when its last reference is released.
     void Set(std::shared_ptr<T> object)
     {
         const ScopedLock lock(m_lock);

@@ -1,10 +1,11 @@
-// What the service does when the system announces away mode, the display, the user's presence, the
-// power source, the sleep time-out, the plan, a session or a clock that was set.
+// Handles the system's notifications of away mode, display, user presence, power source, sleep
+// time-out, power plan, session and clock changes.
 //
-// All of it runs on the control handler's thread, at any time: while the event loop is inside an
-// operation, before the state machine has started, and after it has ended. So what is owned is
-// taken by Get, a missing handle or object is passed over, and a state is read once for a decision.
-// Entering S0_NORMAL is left to the loop.
+// The handlers run on the control handler's thread at any time: while the event loop is inside an
+// operation, before the state machine starts, and after it has ended. Therefore they take a
+// reference to each object they use (Get), ignore missing handles and objects, and read the state
+// once for each decision. They do not enter S0_NORMAL themselves but signal EVENT_ENTER_S0 to the
+// loop.
 
 #include <algorithm>
 #include <iterator>
@@ -19,12 +20,12 @@
 #include "state/never_sleep_state.h"
 #include "state/on_ac_power.h"
 
-// Until somebody says otherwise, as everywhere where the source is not known.
+// AC power is assumed until the source is known, as elsewhere in the service.
 std::atomic<BOOL> g_bOnAcPower = TRUE;
 
 namespace {
 
-// The values as they are announced.
+// The notifications' values.
 constexpr DWORD kAwayModeEntered = 1;
 constexpr DWORD kDisplayOn = 1;
 constexpr DWORD kUserPresent = 0;
@@ -50,14 +51,14 @@ const wchar_t* PersonalityName(const GUID& guid)
     return L"unknown";
 }
 
-// By their number.
+// Indexed by the presence notification's value.
 constexpr const wchar_t* kPresences[] = {L"Present", L"Not Present", L"Inactive"};
 
 const struct SessionLine
 {
     DWORD type;
-    const wchar_t* before;  // the session's number
-    const wchar_t* after;
+    const wchar_t* before;  // text before the session's number
+    const wchar_t* after;   // and after it
 } kSessionLines[] = {
     {WTS_SESSION_LOGON, L"User has logged on session ", L""},
     {WTS_SESSION_LOGOFF, L"User has logged off session ", L""},
@@ -65,7 +66,7 @@ const struct SessionLine
     {WTS_SESSION_UNLOCK, L"User session ", L" has unlocked"},
 };
 
-bool IsOff(const wchar_t* function)
+bool IsFeatureOff(const wchar_t* function)
 {
     if (g_bEnableNeverSleep) return false;
     Log(6, function, L"Holv is disabled, do nothing");
@@ -106,7 +107,7 @@ void CNeverSleepState::OnAwayModeEvent(DWORD state)
     const bool entered = state == kAwayModeEntered;
     const ULONGLONG now = GetTickCount64();
     Log(2, kFunction, L"**** Awaymode %s, Timestamp = %I64u ms\n", entered ? L"ON" : L"OFF", now);
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     m_ullLastSusResEventTime = now;
     if (entered) {
         m_bInAwayMode = TRUE;
@@ -114,7 +115,8 @@ void CNeverSleepState::OnAwayModeEvent(DWORD state)
         if (m_ullLastAudioEventTime <= now) AudioAndSusResEventsAreInWindow();
         EnterNeverSleepState();
     } else if (m_bInAwayMode) {
-        // Before the way back to normal use begins, in which nobody is locked out.
+        // Lock before the event below leads to S0_NORMAL: in that state LockUserAccount does
+        // nothing.
         LockUserAccount();
         m_bInAwayMode = FALSE;
         SignalGlobalEvent(EVENT_ENTER_S0);
@@ -127,7 +129,7 @@ void CNeverSleepState::OnDisplayStateChange(DWORD state)
     const bool on = state == kDisplayOn;
     Log(2, kFunction, L"**** Display is %s, Timestamp = %I64u ms\n", on ? L"ON" : L"OFF",
         GetTickCount64());
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (on && m_bIsWindows7) SignalGlobalEvent(EVENT_ENTER_S0);
 }
 
@@ -138,7 +140,7 @@ void CNeverSleepState::OnUserPresenceEvent(DWORD presence)
         Log(2, kFunction, L"**** User %s, Timestamp = %I64u ms\n", kPresences[presence],
             GetTickCount64());
     }
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (presence == kUserPresent && m_eSystemState != HOLV_S3 && !m_bInAwayMode) {
         SignalGlobalEvent(EVENT_ENTER_S0);
     }
@@ -180,7 +182,7 @@ void CNeverSleepState::OnPowerOptionChanged(const GUID& personality)
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnPowerOptionChanged";
     Log(6, kFunction, L"User has changed the active power scheme");
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (m_eSystemState != S0_NORMAL) return;
     Log(1, kFunction, L"Power Scheme is %s", PersonalityName(personality));
     if (const auto manager = m_pPowerPolicyManager.Get()) {
@@ -193,7 +195,7 @@ void CNeverSleepState::OnSessionChange(DWORD eventType,
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnSessionChange";
     Log(6, kFunction, L"User session change event type: %d", eventType);
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     if (!notification) {
         Log(6, kFunction, L"No event data");
         return;

@@ -1,5 +1,4 @@
-// Sending the machine to sleep, what happens when it suspends and resumes, and reading the system's
-// list of power requests.
+// Requests sleep, handles suspend and resume, and reads the system's list of power requests.
 
 #include <cwchar>
 #include <string_view>
@@ -20,7 +19,8 @@ namespace {
 constexpr const wchar_t* kListRequests = L"powercfg -requests";
 constexpr int kLineLength = 1024;  // characters, the terminator included
 
-// Runs the system's listing. None, after a line in the log, when it cannot be run.
+// Starts the command that lists the power requests. Empty, after a log line, when it cannot be
+// started.
 OwnedCommandOutput RunListing(const wchar_t* function)
 {
     OwnedCommandOutput output(_wpopen(kListRequests, L"rt"));
@@ -30,8 +30,8 @@ OwnedCommandOutput RunListing(const wchar_t* function)
     return output;
 }
 
-// Logs each line and hands it to `take`, with whether it begins there: what of a line is longer
-// than the buffer comes as lines of its own.
+// Logs each line of the output and passes it to `take`. A line longer than the buffer comes in
+// several parts; `begins` is true for the first.
 template <class Take>
 void ReadLines(const OwnedCommandOutput& output, const wchar_t* function, const Take& take)
 {
@@ -43,7 +43,7 @@ void ReadLines(const OwnedCommandOutput& output, const wchar_t* function, const 
     }
 }
 
-// Returns only when the machine has woken again.
+// Runs until the PC has woken again, when SetSuspendState returns.
 DWORD WINAPI SuspendThreadProc(LPVOID)
 {
     constexpr const wchar_t* kFunction = L"SuspendThreadProc";
@@ -52,12 +52,12 @@ DWORD WINAPI SuspendThreadProc(LPVOID)
         Log(6, kFunction, L"SetSuspendState failed gle:%d", GetLastError());
     }
     Log(6, kFunction, L"In suspend thread, resumed from suspend");
-    // The clock has moved on without us.
+    // The do-not-disturb hours may have begun or ended during the sleep.
     CNeverSleepState::RefreshDoNotDisturbState();
     return 0;
 }
 
-bool IsOff(const wchar_t* function)
+bool IsFeatureOff(const wchar_t* function)
 {
     if (g_bEnableNeverSleep) return false;
     Log(6, function, L"Holv is disabled, do nothing");
@@ -66,8 +66,8 @@ bool IsOff(const wchar_t* function)
 
 }  // namespace
 
-// The number of threads is not bounded: each ends when its request returns, which a machine that
-// wakes lets all of them do.
+// The number of threads needs no limit: each ends when its request for sleep returns, and when the
+// PC wakes all of them return.
 void CNeverSleepState::GotToSleepNow()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::GotToSleepNow";
@@ -83,7 +83,7 @@ void CNeverSleepState::OnSuspend()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnSuspend";
     Log(1, kFunction, L"*****System is Suspending*****");
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     m_bAttendedWake = FALSE;
     m_ullLastSusResEventTime = GetTickCount64();
     EnterS3State();
@@ -94,7 +94,7 @@ void CNeverSleepState::OnResume(BOOL attended)
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnResume";
     Log(1, kFunction, L"*****System is Resuming [%s]*****", attended ? L"attended" : L"unattended");
-    if (IsOff(kFunction)) return;
+    if (IsFeatureOff(kFunction)) return;
     m_ullLastSusResEventTime = GetTickCount64();
     if (!attended) return EnterNeverSleepStateWithDelay();
     m_bOverride = TRUE;

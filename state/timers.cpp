@@ -28,7 +28,7 @@ DWORD MinutesSinceMidnight()
 
 DoNotDisturbHours Hours() { return {g_dwDoNotDisturbStart, g_dwDoNotDisturbEnd}; }
 
-// Of one reading of the clock and of the hours, so that whoever goes on with them agrees with it.
+// Takes time and hours as arguments, so that the caller continues with the same snapshot.
 bool IsDoNotDisturbTime(DWORD now, const DoNotDisturbHours& hours)
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::CheckIfDoNotDisturbTime";
@@ -41,7 +41,7 @@ bool IsDoNotDisturbTime(DWORD now, const DoNotDisturbHours& hours)
     Log(6, kFunction,
         L"CheckIfDoNotDisturbTime with g_dwDoNotDisturbStart=%d and g_dwDoNotDisturbEnd=%d "
         L"returned %s",
-        hours.start, hours.end, inside ? L"TRUE" : L"FALSE");
+        hours.start, hours.end, BoolText(inside));
     return inside;
 }
 
@@ -51,15 +51,16 @@ void CancelDoNotDisturbTimers()
     CancelGlobalTimer(TIMER_DND_END);
 }
 
-// The seconds left of the system's idle time-out, and whether it has run out: then they have gone
-// below zero.
+// The remaining seconds of the system's idle time-out. It has expired when none remain; the count
+// goes below zero while something keeps the PC awake.
 struct IdleTime
 {
     DWORD seconds;
     bool expired;
 };
 
-// A time that the system does not tell has not run out, and is asked for again in a while.
+// A failed query counts as not expired, with the next query in kIdleRecheckSeconds: a failed call
+// must not send the PC to sleep.
 IdleTime ReadIdleTime()
 {
     SYSTEM_POWER_INFORMATION information{};
@@ -95,9 +96,8 @@ BOOL CNeverSleepState::CheckIfDoNotDisturbTime()
     return IsDoNotDisturbTime(MinutesSinceMidnight(), Hours());
 }
 
-// The due time is a span from now, by the wall clock: it is off by an hour when daylight saving
-// begins or ends before it. The timer then finds what is so at its time, and arms the next one
-// from there.
+// The due time is relative, so the timer fires an hour early or late by the clock when daylight
+// saving begins or ends before it. The next state entry arms the timer anew from the clock.
 void CNeverSleepState::CreateDoNotDisturbTimer()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::CreateDoNotDisturbTimer";

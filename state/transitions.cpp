@@ -1,5 +1,5 @@
-// What it takes to enter and to leave each state, the power requests that never-sleep mode holds,
-// and the state machine's start and end.
+// Enters and leaves the states, holds the power requests of never-sleep mode, and starts and ends
+// the state machine.
 
 #include "audio/audio_manager.h"
 #include "log/log.h"
@@ -33,10 +33,8 @@ namespace {
 
 CriticalSection g_state_change;
 
-// Whether the state machine's thread has entered an apartment, and has to leave it.
+// Whether the state machine's thread has entered a COM apartment that it has to leave.
 bool g_in_apartment = false;
-
-const wchar_t* Spell(bool flag) { return flag ? L"TRUE" : L"FALSE"; }
 
 void TellDevice(DWORD mode)
 {
@@ -45,8 +43,8 @@ void TellDevice(DWORD mode)
 
 bool IsActiveOrIdle(ESystemState state) { return state == HOLV_ACTIVE || state == HOLV_IDLE; }
 
-// What the never-sleep decision rests on, read once, so that the line in the log and the decision
-// agree whatever other threads change meanwhile.
+// The inputs of the never-sleep decision, read once, so that the decision and its log line agree
+// although other threads may change them meanwhile.
 struct DecisionInputs
 {
     explicit DecisionInputs(BOOL onAc) : ac(onAc != FALSE) {}
@@ -64,8 +62,9 @@ struct DecisionInputs
             L"%s entry: g_bEnableNeverSleep{%s}, bAc{%s}, g_bEnableHolvOnDC{%s}, "
             L"m_bBatteryThresholdCrossed{%s}, g_bEnableDoNotDisturb{%s}, m_bSeenDndStart{%s}, "
             L"g_bDndToS3{%s}",
-            name, Spell(feature_on), Spell(ac), Spell(allowed_on_dc), Spell(battery_low),
-            Spell(dnd_enabled), Spell(seen_dnd_start), Spell(dnd_to_s3));
+            name, BoolText(feature_on), BoolText(ac), BoolText(allowed_on_dc),
+            BoolText(battery_low), BoolText(dnd_enabled), BoolText(seen_dnd_start),
+            BoolText(dnd_to_s3));
     }
 
     const bool feature_on = g_bEnableNeverSleep != 0;
@@ -76,6 +75,20 @@ struct DecisionInputs
     const bool seen_dnd_start = CNeverSleepState::m_bSeenDndStart != FALSE;
     const bool dnd_to_s3 = g_bDndToS3 != 0;
 };
+
+// Holds a power request if never-sleep mode is allowed now, otherwise releases it.
+void ConfigureRequest(const wchar_t* function, const wchar_t* name, BOOL onAc, BOOL (*hold)(),
+                      BOOL (*release)())
+{
+    const DecisionInputs inputs(onAc);
+    inputs.LogEntry(function, name);
+    if (inputs.Ready()) {
+        hold();
+    } else {
+        release();
+    }
+    Log(1, function, L"%s exit", name);
+}
 
 }  // namespace
 
@@ -113,28 +126,14 @@ BOOL CNeverSleepState::OnAc()
 
 void CNeverSleepState::ConfigureAwayMode(BOOL bAc)
 {
-    constexpr const wchar_t* kFunction = L"CNeverSleepState::ConfigureAwayMode";
-    const DecisionInputs inputs(bAc);
-    inputs.LogEntry(kFunction, L"ConfigureAwayMode");
-    if (inputs.Ready()) {
-        CNeverSleepAwayMode::EnableAwayMode();
-    } else {
-        CNeverSleepAwayMode::DisableAwayMode();
-    }
-    Log(1, kFunction, L"ConfigureAwayMode exit");
+    ConfigureRequest(L"CNeverSleepState::ConfigureAwayMode", L"ConfigureAwayMode", bAc,
+                     CNeverSleepAwayMode::EnableAwayMode, CNeverSleepAwayMode::DisableAwayMode);
 }
 
 void CNeverSleepState::ConfigureSystemRequired(BOOL bAc)
 {
-    constexpr const wchar_t* kFunction = L"CNeverSleepState::ConfigureSystemRequired";
-    const DecisionInputs inputs(bAc);
-    inputs.LogEntry(kFunction, L"ConfigureSystemRequired");
-    if (inputs.Ready()) {
-        CNeverSleepAwayMode::DisableIdleTimer();
-    } else {
-        CNeverSleepAwayMode::EnableIdleTimer();
-    }
-    Log(1, kFunction, L"ConfigureSystemRequired exit");
+    ConfigureRequest(L"CNeverSleepState::ConfigureSystemRequired", L"ConfigureSystemRequired", bAc,
+                     CNeverSleepAwayMode::DisableIdleTimer, CNeverSleepAwayMode::EnableIdleTimer);
 }
 
 void CNeverSleepState::ConfigurePowerRequests()
@@ -182,7 +181,7 @@ void CNeverSleepState::EnterNeverSleepActiveState()
     TellDevice(HOLV_ACTIVE);
     StartCpuUsageMonitor();
     if (IsLyncInstalled()) StartMonitorMicrosoftLyncActivity();
-    // Straight back from sleep, and not into away mode: the machine has nothing to stay awake for.
+    // The PC has resumed from sleep and is not in away mode: nothing needs it awake.
     if (!m_bInAwayMode && m_ePreviousState == HOLV_S3) GotToSleepNow();
     Log(1, kFunction, L"EnterNeverSleepActiveState exit");
     LogOutstandingPowerRequests();
@@ -269,8 +268,8 @@ void CNeverSleepState::LeaveNeverSleepState(ESystemState target)
     Log(1, kFunction, L"LeaveNeverSleepState exit");
 }
 
-// The two leaves below also serve a machine that went to sleep from their state: what that state
-// set up is still there.
+// The two leaves below also act in HOLV_S3 when the PC went to sleep from their state, because what
+// that state set up is still in place.
 
 void CNeverSleepState::LeaveNeverSleepActiveState()
 {
@@ -309,7 +308,7 @@ void CNeverSleepState::LeaveNeverSleepDoNotDisturbState()
 void CNeverSleepState::InitializeState()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::InitializeState";
-    // Without an apartment there is no sound to keep, and nothing else is lost.
+    // If this fails, only the audio part does nothing; no other part needs COM.
     g_in_apartment = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
     m_pAudioManager.Set(std::make_shared<CAudioManager>());
     CAudioManager::Initialize();
@@ -373,6 +372,7 @@ void CNeverSleepState::StopNeverSleep()
         const ScopedLock lock(g_state_change);
         SetStates(m_eSystemState, HOLV_INIT);
     }
-    // In HOLV_INIT, with the feature switched off, this releases both requests.
+    // If the feature was switched off, this releases both requests. At the service's end, closing
+    // their handles does.
     ConfigurePowerRequests();
 }

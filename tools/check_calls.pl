@@ -1,8 +1,8 @@
 #!/usr/bin/env perl
-# Holds the table of calls in docs/windows.md against the source: each function of Windows that the
-# service calls has its row, and no other has one. Usage: tools/check_calls.pl [--root DIR] [TRACE]
-# With the trace of a Wine check, what the service calls there must be claimed, and what is claimed must
-# have been called. `--list` prints the functions, and the names that Wine has for some, instead.
+# Compares the table of calls in docs/windows.md with the source: each Windows function that the
+# service calls has a row, and no other function has one. Usage: tools/check_calls.pl [--root DIR] [TRACE]. With
+# the trace of a Wine check, the functions called there must be the ones that the table claims.
+# `--list` prints the functions instead, with the names that Wine uses for some of them.
 use strict;
 use warnings;
 use File::Basename;
@@ -10,13 +10,12 @@ use File::Basename;
 my $root = dirname(__FILE__) . '/..';
 (undef, $root) = splice @ARGV, 0, 2 if @ARGV > 1 and $ARGV[0] eq '--root';
 
-# What kernel32 hands on is called by its name in there.
+# Functions that kernel32 forwards to ntdll are traced by their names there.
 my %inner = map { ("Rtl$_" => $_) } qw(EnterCriticalSection LeaveCriticalSection
     InitializeCriticalSection DeleteCriticalSection);
 @inner{qw(RtlGetLastWin32Error RtlSetLastWin32Error)} = qw(GetLastError SetLastError);
 
-# Wine does not trace these, and of the first it is too much: all programs call it all the time. Every
-# line of the log has them called.
+# Wine does not trace these, or traces too many calls of them. Every log line calls them.
 my %untraced = map { ($_ => 1) } qw(TlsGetValue GetCurrentThreadId GetCurrentProcessId GetCurrentProcess);
 
 sub slurp {
@@ -26,7 +25,7 @@ sub slurp {
     return <$file>;
 }
 
-# What the headers declare and the service's rooms, or the owners of what Windows hands out, name.
+# The functions that the platform headers declare and the service's folders, owned.h or lock.h use.
 my $rooms = join '', map { slurp($_) }
     glob("$root/{service,settings,state,restore,reconciler,power,audio,api,log,process}/*.{h,cpp}"), "$root/platform/owned.h",
     "$root/platform/lock.h";
@@ -66,8 +65,8 @@ for (sort keys %claimed) {
     push @wrong, "$_ has a row, but is not called" unless $declared{$_};
 }
 
-# Calls from our program's image, of the processes that open the service's settings. They lie where
-# every program's does, and a process may have the number of one that is gone.
+# Calls from our program's image, in the processes that open the service's settings. Every program's
+# image lies at the same address, and a process may reuse the id of an earlier one.
 sub called_in {
     my ($path) = @_;
     my (%calls, %ours, %called);

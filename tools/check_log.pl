@@ -1,6 +1,6 @@
 #!/usr/bin/env perl
-# Checks the log that runs of "HOLVService.exe -Debug" left, byte by byte.
-# Usage: check_log.pl LOG EXECUTABLE RUNS. Prints "ok", or what is wrong with which line.
+# Checks, byte by byte, the log that runs of "HOLVService.exe -Debug" have written. Usage:
+# check_log.pl LOG EXECUTABLE RUNS. Prints "ok", or the first wrong line.
 use strict;
 use warnings;
 
@@ -18,7 +18,7 @@ my $decision = 'g_bEnableNeverSleep\{TRUE\}, bAc\{TRUE\}, g_bEnableHolvOnDC\{TRU
     . 'm_bBatteryThresholdCrossed\{FALSE\}, g_bEnableDoNotDisturb\{TRUE\}, '
     . 'm_bSeenDndStart\{(?:TRUE|FALSE)\}, g_bDndToS3\{FALSE\}';
 
-# A run's lines, each with its level. Lines of later rooms may stand between those after the header.
+# A run's lines, each with its level. Other lines may stand between those after the header.
 my @header = (
     [5, $rule],
     [5, qr/Log set to file on \d\d\.\d\d\.\d{4}, at $time/],
@@ -61,14 +61,14 @@ sub fail {
 
 sub expected { my ($level, $text) = @{$_[0]}; return "expected \"$text\" at level $level"; }
 
-# Nothing but whole lines of the one form. A message's own line end may close its text, and tabs part its columns.
+# Every line has the one form. A message may end with a line end of its own, and may contain tabs.
 for my $at (0 .. $#lines) {
     fail($at, 'expected a line of the log', scalar @lines)
         unless text_is($lines[$at], qr/[1-6]/, qr/[\t -~]*\n?/);
 }
 
-# Each run begins with a rule that closes no header, so that a header in the middle of a run, which
-# no process may write, counts as a run too many.
+# Each run begins with a rule that does not close a header. A header in the middle of a run, which
+# no process may write, therefore counts as an extra run.
 my @starts;
 for my $at (0 .. $#lines) {
     next unless text_is($lines[$at], @{$header[0]});

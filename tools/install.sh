@@ -1,5 +1,5 @@
-# Sourced by the scripts at the root: installs the Debian packages named as arguments that are
-# missing, and says so. Nothing is asked of the network when none is.
+# Sourced by the scripts at the root: installs the missing ones of the Debian packages named as
+# arguments, and says so. Uses the network only if one is missing.
 
 install_missing() {
     local missing=()

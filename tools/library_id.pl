@@ -1,6 +1,7 @@
 #!/usr/bin/env perl
-# Sets a compiled type library's identifier to that of its description: widl writes another last byte
-# where a dispatch interface stands before every other interface. Usage: tools/library_id.pl TLB IDL
+# Sets the identifier of a compiled type library to that of its description: widl writes a wrong
+# last byte if a dispatch interface stands before every other interface. Usage: tools/library_id.pl
+# TLB IDL
 use strict;
 use warnings;
 

@@ -1,24 +1,25 @@
 #!/usr/bin/env perl
-# Compares two logs of the same life on different machines, thread by thread, but for what differs by
-# nature. Usage: same_words.pl EXPECTED ACTUAL. Prints "ok", or the first difference.
+# Compares two logs of the same scenario on different machines, thread by thread, ignoring values
+# that differ in every run. Usage: same_words.pl EXPECTED ACTUAL. Prints "ok", or the first
+# difference.
 use strict;
 use warnings;
 
-# What no two lives have in common, and what stands in its place.
+# Values that differ in every run, and their replacements.
 my @own = (
     [qr/\d\d\.\d\d\.\d{4}, at [\d:]+/ => 'DATE'],
     [qr/Compile time : .*/            => 'Compile time'],
     [qr/ProcessID: 0x[0-9a-f]+/       => 'ProcessID'],
-    [qr/\b[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\b/ => 'GUID'],    # the audio context, made anew
+    [qr/\b[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\b/ => 'GUID'],    # the audio context, a new GUID in each run
     [qr/\b[0-9A-F]{16}\b/             => 'POINTER'],
     [qr/currTime is \d+ minutes/      => 'TIME'],
     [qr/fire in \d+ minutes\t\[timerDue: -\d+\]/ => 'fire in time'],
 );
-# What Wine lacks: powercfg, of whose listing these are the lines.
+# Lines of the powercfg listing, which Wine does not have.
 my $listing = qr/\A(?:[A-Z]+:|None\.|)\n \[L=6\]/;
 
-# The lines of each thread, in the order of the threads' first lines. Between threads no order is
-# promised.
+# The lines of each thread, in the order of the threads' first lines. The order between threads is
+# not compared.
 sub threads_of {
     my ($path) = @_;
     open my $file, '<:raw', $path or die "$path: $!\n";
@@ -28,7 +29,8 @@ sub threads_of {
     for my $line (split /\r\n\r\r/, $bytes) {
         $line =~ s/\A[\d:]+,\[t:(0x[0-9A-F]+)\] : // or die "$path: not a line of the log: $line\n";
         my $thread = $1;
-        # A process begins with a header between two rules, and may have a thread's number anew.
+        # A process begins with a header between two rules, and may reuse the id of an earlier
+        # thread.
         $rules++ if $line =~ /\A={53} /;
         $thread .= ' of process ' . int(($rules + 1) / 2);
         next if $line =~ $listing;

@@ -1,18 +1,19 @@
 #!/usr/bin/env bash
-# Runs the real executable under Wine and checks it with Wine's own parts as the judges: its
-# installation, its life as a service, its states, its clients, what it logs, and its package.
-# Usage: tools/wine_check.sh BUILD_FOLDER. The executable for this machine's processor, and stand-ins for
-# what Wine lacks, lie in the build's folder wine.
+# Runs the real executable under Wine and checks, by means of Wine's own programs, its installation,
+# its life as a service, its states, its clients, its log, and its package. Usage:
+# tools/wine_check.sh BUILD_FOLDER. The folder `wine` of the build contains the executable for this
+# machine's processor and replacements for what Wine lacks.
 set -euo pipefail
 build=$(realpath "$1")
 executable=$build/wine/HOLVService.exe
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
-# Without a sound card, whose driver would complain on the standard error.
+# No sound driver: without a sound card it would complain on the standard error.
 export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 unset DISPLAY
-# Whatever the hour, it is late in the morning for the service: no do-not-disturb hours begin or end.
+# Shift the time zone so that it is late in the morning for the service: no do-not-disturb hours
+# begin or end.
 TZ=LOCAL$(($(date -u +%-H) - 10))
 export TZ
 end_wine() {
@@ -36,8 +37,8 @@ check() {
     fi
 }
 
-# wine_does PROGRAM...: what it prints; once more where it fails, as on a busy machine one of Wine's
-# programs now and then does not reach another.
+# wine_does PROGRAM...: prints the program's output. Retries once after a failure, because on a busy
+# machine Wine's programs now and then do not reach one another.
 wine_does() {
     local output
     if ! output=$(timeout 60 wine "$@" 2>/dev/null | tr -d '\r'); then
@@ -52,7 +53,7 @@ registry_value() {
     wine_does reg query "$1" /v "$2" 2>/dev/null | sed -nE "s/^ +$2 +(REG_[A-Z_]+) +(.*)$/\1 \2/p"
 }
 
-# A prefix whose making was cut off is of no use, so one counts from its mark on.
+# A prefix is complete only with its mark: its creation may have been interrupted.
 if [ ! -f "$WINEPREFIX/.made" ]; then
     echo "Making a Wine prefix (build/wine)"
     rm -rf "$WINEPREFIX"
@@ -61,7 +62,7 @@ if [ ! -f "$WINEPREFIX/.made" ]; then
     touch "$WINEPREFIX/.made"
 fi
 
-# What the service calls of Windows is traced: the functions that our headers declare, and no others.
+# Traces the service's calls of Windows: only the functions that our headers declare.
 calls=$PWD/build/wine_calls.txt
 traced=+pid,+relay
 declared=$(perl tools/check_calls.pl --list)
@@ -70,14 +71,14 @@ wine reg add 'HKCU\Software\Wine\Debug' /v RelayExclude /d none /f >/dev/null 2>
 end_wine
 : >"$calls"
 
-# Of a trace on the standard input, the calls that programs make themselves, whose images all lie here,
-# and where each program begins.
+# Keeps of a trace on the standard input the calls from the programs themselves, whose images all
+# lie at this address, and the start of each program.
 keep_calls() {
     grep -aE --line-buffered 'Call .* ret=1400.....$|"ntdll.dll",reason=PROCESS_ATTACH' >>"$calls"
 }
 
-# Wine ends its services when no other program runs, and starts them with the next one, whose standard
-# error is theirs.
+# Wine ends its services when no other program runs, and starts them with the next program, whose
+# standard error they share.
 keep_wine_alive() {
     local before=$(wc -l <"$calls")
     coproc KEEPER { WINEDEBUG=$traced wine cmd 2>&1 >/dev/null | keep_calls; }
@@ -94,14 +95,14 @@ installed="$WINEPREFIX/drive_c/Program Files/Orbeq/Holv"
 mkdir -p "$installed"
 cp "$build"/wine/*.{dll,exe} "$installed"
 
-# run_switch SWITCH: the exit code of the program's work with it.
+# run_switch SWITCH: runs the program with a switch and prints its exit code.
 run_switch() {
     local code=0
     WINEDEBUG=$traced timeout 60 wine "$windows_path" "$1" >/dev/null 2> >(keep_calls) || code=$?
     echo "$code"
 }
 
-# From nothing, whatever an earlier run left.
+# Start from nothing: remove what an earlier run left.
 log=$WINEPREFIX/drive_c/ProgramData/Orbeq/Holv/HOLVLog.txt
 user_key='HKLM\Software\Orbeq\Holv\User'
 oem_key='HKLM\Software\Orbeq\Holv\OEM'
@@ -113,8 +114,8 @@ rm -f "$log"
 wine reg delete 'HKLM\Software\Orbeq\Holv' /f >/dev/null 2>&1 || true
 wine reg delete "$source_key" /f >/dev/null 2>&1 || true
 
-# Runs the state machine once, without its events. Then the process wants to be a service, which it
-# was not started as: error 1063, of which the shell sees the low byte. Another is told.
+# Runs the state machine once, without its events. Then the process tries to be a service, which it
+# was not started as: error 1063, of which the shell sees the low byte. Prints any other exit code.
 run_service() {
     local code=0
     WINEDEBUG=$traced timeout 60 wine "$windows_path" -Debug 2> >(keep_calls) || code=$?
@@ -140,7 +141,8 @@ check "the log is as it should be, byte by byte" "ok" "$(run_log_check 1)"
 run_service
 check "a second run adds a header and its lines" "ok" "$(run_log_check 2)"
 
-# An OEM that wants the standard output only: each line says who speaks, and the file gets none.
+# An OEM setting for the standard output only: each line names its operation, and the file gets
+# none.
 wine reg add "$oem_key" /v LoggingEnabled /t REG_DWORD /d 8 /f >/dev/null
 run_service >build/wine_output.txt
 check "the standard output gets the lines that the OEM wants there" \
@@ -164,7 +166,7 @@ WScript.Echo CreateObject("Scripting.FileSystemObject").GetFileVersion(WScript.A
 END
 check "the executable carries its version" 1.1.70.537 \
     "$(wine cscript //nologo 'C:\version.vbs' "$windows_path" 2>/dev/null | tr -d '\r')"
-# What the event viewer needs is in the executable.
+# The executable contains what the event viewer needs.
 messages=$(tools/message_table.sh "$executable")
 check "the executable carries message 1" 'NeverSleep Agent Service\r\n (8-bit)' \
     "$(sed -n 's/^1: //p' <<<"$messages")"

@@ -1,10 +1,10 @@
-# Sourced by wine_check.sh: clients of the installed service, in VBScript under Wine's script host and in
-# C++, through Wine's marshalling. The service is left stopped, its settings as if new.
+# Sourced by wine_check.sh: clients of the installed service, in VBScript under Wine's script host,
+# and in C++ through Wine's marshalling. Leaves the service stopped and its settings removed.
 
 client=$build/holv_client.exe
 cp examples/switch.vbs "$installed"
 holv_client() { wine_does "$client" "$@"; }
-# The script host tells no failure; a script that has failed has said nothing.
+# The script host returns no failure; a failed script prints nothing.
 script() {
     local says try
     for try in 1 2; do
@@ -13,7 +13,7 @@ script() {
     done
     echo "$says"
 }
-# status FEATURES INTERVAL: what the client shows of these.
+# status FEATURES INTERVAL: the client's output for these values.
 status() {
     local names=('never-sleep mode' 'speakers are muted' 'do not disturb' 'app suspend'
         'Lync is installed' 'display on Lync' 'sleep in do-not-disturb hours'
@@ -26,8 +26,8 @@ status() {
     echo "do not disturb from $2"
 }
 
-# Wine's marshalling finds a type library only where it is registered for no language in particular,
-# and ours is in English. Windows asks for any.
+# Wine's marshalling finds a type library only if it is registered for the neutral language, and
+# ours is English. Windows accepts any language.
 type_library='HKCR\TypeLib\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}'
 register_for_any_language() { wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null; }
 check "the type library is registered in its own language" "REG_SZ $windows_path" \
@@ -64,8 +64,8 @@ switched='0 1 0 0 0 0 1 0 0'
 check "what was switched outlives the service, but for app suspend" \
     "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
 
-# Wine's service manager and its list of classes do not notice that a process has died, so all of it is
-# ended too, as when a PC loses its power. The service starts with the system.
+# Wine's service manager and its list of classes do not notice that a process has died, so all of
+# Wine is ended too, as when a PC loses its power. The service starts with the system.
 wine taskkill /f /im HOLVService.exe >/dev/null 2>&1
 check "its process can be killed" gone "$(until_gone)"
 end_wine
@@ -85,8 +85,8 @@ check "which ends when its last client lets go" gone "$(until_gone)"
 check "and had no state machine" 0 "$(grep -ac 'global events' "$log" || true)"
 wine reg delete "$type_library\\1.1\\0" /f >/dev/null
 
-# Registered for the user alone, beside what is registered for the machine. (Wine says yes to a user's own
-# type library, and keeps nothing.)
+# A registration for the user alone, beside the machine's. (Wine accepts a user's own type library
+# and does not store it.)
 user_class="${class_key/HKCR/HKCU\\Software\\Classes}"
 check "the switch for the user's own registration leaves with exit code 0" 0 "$(run_switch -RegServerPerUser)"
 check "the class is the user's too" "REG_SZ $windows_path" "$(default_value "$user_class\\LocalServer32")"

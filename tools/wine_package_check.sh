@@ -1,4 +1,5 @@
-# Sourced by wine_check.sh: the package holds all that an administrator needs, and the product.
+# Sourced by wine_check.sh: the package contains everything that an administrator needs, and the
+# product.
 
 package=$(ls "$build"/Holv-*-x64.zip)
 unpacked=$build/unpacked

@@ -1,5 +1,5 @@
-# Sourced by wine_check.sh: the real executable installs itself, and Wine's service manager starts and
-# stops it. It stays installed.
+# Sourced by wine_check.sh: the real executable installs itself, and Wine's service manager starts
+# and stops it. Leaves it installed.
 
 service_state() {
     wine sc query HOLVService 2>/dev/null | tr -d '\r' | sed -nE 's/^ +STATE +: [0-9] +([A-Z_]+).*$/\1/p'
@@ -7,7 +7,7 @@ service_state() {
 default_value() {
     wine_does reg query "$1" /ve 2>/dev/null | sed -nE 's/^ +\(.*\) +(REG_[A-Z_]+) +(.*)$/\1 \2/p'
 }
-# until_state STATE: what it is when it is that, or after ten seconds.
+# until_state STATE: waits for the state, ten seconds at most, and prints the state then.
 until_state() {
     for _ in $(seq 50); do
         if [ "$(service_state)" = "$1" ]; then break; fi
@@ -16,7 +16,7 @@ until_state() {
     service_state
 }
 service_runs() { pgrep -f 'Orbeq.Holv.HOLVService\.exe' >/dev/null; }
-# Its process goes a little after the service, and a plain server a second after its last client.
+# The process ends a little after the service, and a plain server a second after its last client.
 until_gone() {
     for _ in $(seq 100); do
         if ! service_runs; then break; fi

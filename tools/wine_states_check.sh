@@ -1,6 +1,6 @@
-# Sourced by wine_check.sh: the real executable goes through its states. Its way with power plans is
-# judged by the stand-in for the power library (tools/wine/powrprof.cpp), which tells each write and
-# activation in its order; its way of starting a helper, by the helper.
+# Sourced by wine_check.sh: the real executable goes through its states. The replacement of the
+# power library (tools/wine/powrprof.cpp) records the order of all plan writes and activations; a
+# helper program records how it was started.
 
 diary=$installed/powrprof.log
 map=$build/wine_HOLVService.map
@@ -9,7 +9,8 @@ events=$(perl -ne '
     $events = hex $1 if /(0x[0-9a-f]+)\s+g_hGlobalEvents$/;
     END { printf "%x", $events - $base }' "$map")
 
-# live_through SLOT...: the service from its start through these events to its stop.
+# live_through SLOT...: starts the service, signals these events, stops the service, and prints the
+# record.
 live_through() {
     rm -f "$diary"
     start_service >/dev/null
@@ -19,7 +20,7 @@ live_through() {
     cat "$diary"
 }
 
-# each PLAN SETTING AC DC: the two writes of a setting.
+# each PLAN SETTING AC DC: the two writes of a setting, for AC and DC.
 each() { printf 'write %s: %s ac %s\nwrite %s: %s dc %s\n' "$1" "$2" "$3" "$1" "$2" "$4"; }
 saver='Power saver'
 allowed() {
@@ -51,7 +52,7 @@ given_back() {
 }
 
 active=1 idle=2 normal=0 dnd=3
-check "the plans are taken, switched over HOLV_ACTIVE and HOLV_IDLE, and given back" \
+check "the plans are configured, switched in HOLV_ACTIVE and HOLV_IDLE, and restored" \
     "$(
         taken
         users_values 100 40
@@ -84,7 +85,7 @@ check "do-not-disturb limits the processor and lets the PC sleep, and undoes bot
 oem_plan=8C5E7FDA-E8BF-4A96-9A85-A6E23A8C635C
 wine reg add "$oem_key" /v UseOemPowerScheme /t REG_DWORD /d 1 /f >/dev/null
 wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "{$oem_plan}" /f >/dev/null
-check "an OEM plan whose name is no GUID is not activated, and the user's plan is given back" \
+check "an OEM plan whose name is no GUID is not activated, and the user's plan is restored" \
     "$(
         allowed Balanced
         printf 'activate Balanced\nactivate Balanced\n'
@@ -96,7 +97,8 @@ wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "$oem_plan" /f >/dev/null
 check "the OEM's plan is activated instead of Power saver" "activate High performance" \
     "$(live_through $active $normal | grep -v 'activate Balanced' | grep '^activate')"
 
-# A helper starts by its own path, quoted: what lies at a prefix of it that ends at a blank does not.
+# A helper is started by its own quoted path; a program at a prefix of that path that ends at a
+# blank is not.
 helper="$installed/HOLVLyncHelper.LycnConsole.exe"
 planted="$WINEPREFIX/drive_c/Program.exe"
 lync_key='HKLM\Software\Microsoft\Communicator\4.0'

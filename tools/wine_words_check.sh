@@ -1,12 +1,12 @@
-# Sourced by wine_check.sh: one scenario is lived on the virtual PC and under Wine, line by line, and
-# the service says the same words on both. It is installed here, and left so.
+# Sourced by wine_check.sh: plays one scenario on the virtual PC and under Wine, and compares the
+# service's logs line by line. The service is installed before and after.
 
 scenario=scenarios/both_machines.pc
 features=(E_HOLV_STATE E_AUDIO E_DONOTDISTURB E_APPLICATION_SUSPEND E_SHOW_LYNC_CONTROLS
     E_TURN_ON_DISPLAY_ON_LYNC E_ENTER_S3_ON_DND E_ENABLE_HOLV_ON_DC E_BATTERY_PRESENT)
 slots=(EVENT_ENTER_S0 EVENT_ENTER_ACTIVE EVENT_ENTER_IDLE EVENT_ENTER_DND EVENT_LEAVE_DND)
 
-# index_of NAME LIST...: its place in the list, or itself.
+# index_of NAME LIST...: the name's index in the list, or the name itself.
 index_of() {
     local name=$1 place=0 one
     shift
@@ -20,7 +20,8 @@ index_of() {
     echo "$name"
 }
 
-# The scenario under Wine, where the PC is as it is and what is set in the registry is set by hand.
+# Plays the scenario under Wine. Commands that describe the PC are skipped, because Wine's PC cannot
+# be changed; registry values are set with reg.
 live_under_wine() {
     local command
     while read -ra command; do
