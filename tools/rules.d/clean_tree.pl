@@ -3,7 +3,7 @@
 use strict;
 use warnings;
 
-my $counts = 'Counts from the next start of the service.';
+my $counts = 'Takes effect when the service next starts.';
 my $switch = '<enabledValue><decimal value="1"/></enabledValue><disabledValue><decimal value="0"/></disabledValue>';
 {
     'run' => "#!/bin/sh\n# Plays a day of it. Usage: ./run\n",

@@ -75,10 +75,11 @@ sub check_page {
 # What a policy's explanation is, from the page's meaning and the tables.
 sub explanation {
     my ($setting, $meaning) = @_;
+    $meaning =~ tr{`}{}d;  # A policy's text has no markup.
     my $range = range_of($setting) =~ / to / ? ' From ' . range_of($setting) . '.' : '';
     my $built_in = $setting->{text} ? 'none' : !$setting->{bool} ? $setting->{default}
                  : $setting->{default} ? 'on' : 'off';
-    return "$meaning$range Built-in: $built_in. Counts from the next start of the service.";
+    return "$meaning$range Built-in: $built_in. Takes effect when the service next starts.";
 }
 
 sub check_policy {
@@ -193,8 +194,8 @@ sub settings {
             'package/policies/Holv.admx:1: New has no policy; add one, or say in tools/rules.d/settings.pl why it has none',
             'package/policies/Holv.admx:1: the policy lets Level be 0 to 50, the service 0 to 60',
             'package/policies/en-US/Holv.adml:1: the policy Level is explained by "How much. From 0 to 50. Built-in: 6. '
-                . 'Counts from the next start of the service."; the page and the tables have "How much. From 0 to 60. '
-                . 'Built-in: 6. Counts from the next start of the service."',
+                . 'Takes effect when the service next starts."; the page and the tables have "How much. From 0 to 60. '
+                . 'Built-in: 6. Takes effect when the service next starts."',
         ],
     },
 )
