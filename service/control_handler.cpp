@@ -10,6 +10,7 @@
 #include "log/log.h"
 #include "platform/power.h"
 #include "platform/session.h"
+#include "reconciler/user_return.h"
 #include "service/module.h"
 #include "service/service_status.h"
 #include "state/global_events.h"
@@ -40,17 +41,55 @@ T DataOf(const Setting& setting)
 // For settings whose value fits one byte (0 to 2).
 DWORD FirstByteOf(const Setting& setting) { return setting.Data[0]; }
 
+// A departure of the user is noted before the state machine acts on it, so that the watch over an
+// earlier return ends first; a return is noted after.
+
+void OnAwayMode(DWORD state)
+{
+    constexpr DWORD kEntered = 1;
+    if (state == kEntered) NoteUser(UserNotice::away_mode_on);
+    S::OnAwayModeEvent(state);
+    if (state != kEntered) NoteUser(UserNotice::away_mode_off);
+}
+
+void OnUserPresence(DWORD presence)
+{
+    constexpr DWORD kPresent = 0;
+    S::OnUserPresenceEvent(presence);
+    if (presence == kPresent) NoteUser(UserNotice::present);
+}
+
+void OnDisplay(DWORD state)
+{
+    constexpr DWORD kOn = 1;
+    S::OnDisplayStateChange(state);
+    // Windows 7 announces no presence.
+    if (state == kOn && S::m_bIsWindows7) NoteUser(UserNotice::present);
+}
+
+void OnSuspend()
+{
+    NoteUser(UserNotice::suspend);
+    S::OnSuspend();
+}
+
+void OnResume(BOOL attended)
+{
+    S::OnResume(attended);
+    NoteUser(attended ? UserNotice::attended_resume : UserNotice::unattended_resume);
+}
+
 // Handlers of setting changes; the first row with the setting's GUID is used.
 const struct SettingRow
 {
     const GUID* setting;
     void (*action)(const Setting& setting);
 } kSettings[] = {
-    {&GUID_SYSTEM_AWAYMODE, [](const Setting& s) { S::OnAwayModeEvent(FirstByteOf(s)); }},
+    {&GUID_SYSTEM_AWAYMODE, [](const Setting& s) { OnAwayMode(FirstByteOf(s)); }},
     {&GUID_POWERSCHEME_PERSONALITY,
      [](const Setting& s) { S::OnPowerOptionChanged(DataOf<GUID>(s)); }},
-    {&GUID_GLOBAL_USER_PRESENCE, [](const Setting& s) { S::OnUserPresenceEvent(FirstByteOf(s)); }},
-    {&GUID_MONITOR_POWER_ON, [](const Setting& s) { S::OnDisplayStateChange(FirstByteOf(s)); }},
+    {&GUID_GLOBAL_USER_PRESENCE, [](const Setting& s) { OnUserPresence(FirstByteOf(s)); }},
+    {&GUID_MONITOR_POWER_ON, [](const Setting& s) { OnDisplay(FirstByteOf(s)); }},
     {&GUID_ACDC_POWER_SOURCE, [](const Setting& s) { S::OnPowerSourceChange(DataOf<DWORD>(s)); }},
     {&GUID_STANDBY_TIMEOUT, [](const Setting& s) { S::OnSleepTimeoutChange(DataOf<DWORD>(s)); }},
 };
@@ -74,11 +113,11 @@ const struct PowerEventRow
     DWORD event;
     void (*action)();
 } kPowerEvents[] = {
-    {PBT_APMSUSPEND, [] { S::OnSuspend(); }},
-    {PBT_APMSTANDBY, [] { S::OnSuspend(); }},
-    {PBT_APMRESUMESUSPEND, [] { S::OnResume(TRUE); }},  // a user woke the PC
-    {PBT_APMRESUMESTANDBY, [] { S::OnResume(FALSE); }},
-    {PBT_APMRESUMEAUTOMATIC, [] { S::OnResume(FALSE); }},
+    {PBT_APMSUSPEND, OnSuspend},
+    {PBT_APMSTANDBY, OnSuspend},
+    {PBT_APMRESUMESUSPEND, [] { OnResume(TRUE); }},  // a user woke the PC
+    {PBT_APMRESUMESTANDBY, [] { OnResume(FALSE); }},
+    {PBT_APMRESUMEAUTOMATIC, [] { OnResume(FALSE); }},
 };
 
 void OnPowerEvent(DWORD event, const void* data)

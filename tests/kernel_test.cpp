@@ -218,6 +218,7 @@ TEST_F(KernelTest, MessagesWaitInTheirThreadsQueueUntilItAsks)
             Sleep(1000);  // it has no queue until it asks for the first message
             MSG message;
             while (GetMessageW(&message, nullptr, 0, 0) > 0) taken.push_back(message.message);
+            Sleep(1000);  // where threads run free, it outlives the last post
         };
         const OwnedHandle thread = StartThread(loop);
         Sleep(500);

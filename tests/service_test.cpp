@@ -4,6 +4,7 @@
 #include "service/module.h"
 
 #include <set>
+#include <sstream>
 
 #include "api/agent_api.h"
 #include "api/agent_module.h"
@@ -40,9 +41,33 @@ FARPROC AsLibraryFunction(Function* function)
     return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
 }
 
+// Without a report that repeats the one before.
+std::string Distinct(const std::string& reports)
+{
+    std::istringstream words(reports);
+    std::string distinct, last;
+    for (std::string word; words >> word; last = word) {
+        if (word != last) distinct += word + " ";
+    }
+    return distinct;
+}
+
 class ServiceTest : public ServiceFixture
 {
 protected:
+    // Where threads run free, the handler's report that the service stops may come after the state
+    // machine's that it has stopped, or when nobody takes it any more.
+    void ExpectReportsOfAStop()
+    {
+        const std::string reports = service.Reports();
+        if (kRunFree) {
+            EXPECT_TRUE(reports.starts_with("running running ")) << reports;
+            EXPECT_TRUE(reports.ends_with("stopped ")) << reports;
+        } else {
+            EXPECT_EQ(reports, "running running stopping stopped stopped ");
+        }
+    }
+
     // How many handles of a kind are open, or their names.
     std::wstring Open(std::string_view kind)
     {
@@ -71,7 +96,7 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
               L"98A7F580 5D3E9A59 245D8541 02731015 29F6C1DB 786E8A1D ");
     service.Forget();
     service.Stop();
-    EXPECT_EQ(service.Reports(), "running running stopping stopped stopped ");
+    ExpectReportsOfAStop();
     EXPECT_EQ(service.State(), "stopped");
     EXPECT_EQ(service.Said(L"CNeverSleepModule"),
               (Lines{"SERVICE_CONTROL_STOP", "Service stopped"}));
@@ -86,7 +111,7 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
     service.Restart();
     pc.ShutDown();
     EXPECT_TRUE(service.Heard(L"SERVICE_CONTROL_SHUTDOWN"));
-    EXPECT_EQ(service.Reports(), "running running stopping stopped stopped ");
+    ExpectReportsOfAStop();
     pc.Boot();
     EXPECT_EQ(service.State(), "running") << "it starts with the system";
     service.Stop();
@@ -117,6 +142,8 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
         {"CreateWaitableTimerW", 6, 5, "stopped", "running stopped stopped ",
          L"CreateWaitabletimer (12) failed"},
         {"CreateThread", 1, 5, "stopped", "running stopped ", L"Service stopped"},
+        // The watch over the user's return is done without.
+        {"CreateEventW", 9, 5, "running", "running ", L"UserReturnWatch   Not started, GLE=5"},
         {"CoInitializeSecurity", 1, 5, "running", "running ", L""},
         {"CoResumeClassObjects", 1, 0x80004005, "stopped 2147500037", "running stopped stopped ",
          resumed_in_vain},
@@ -135,7 +162,12 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
         // Where the state machine's thread ends before the other has reported the start, that says
         // nothing any more.
         if (reports.starts_with("running running ")) reports = reports.substr(8);
-        EXPECT_EQ(reports, c.reports);
+        // How often each is made is up to the two threads, where they run free.
+        if (kRunFree) {
+            EXPECT_EQ(Distinct(reports), Distinct(c.reports));
+        } else {
+            EXPECT_EQ(reports, c.reports);
+        }
         EXPECT_TRUE(c.heard.empty() || service.Heard(c.heard));
         EXPECT_EQ(service.Heard(L"HOLV State Machine initialized"),
                   c.state != "starting" && std::string(c.fails) != "CreateThread");
@@ -210,7 +242,7 @@ TEST(ServiceRaceTest, AStopGetsThroughAtEveryMomentOfTheStart)
         const std::string reports = StopAfter(seed, static_cast<int>(seed % 20));
         EXPECT_TRUE(reports.starts_with("running ")) << reports;
         EXPECT_TRUE(reports.ends_with("stopped ")) << reports;
-        EXPECT_NE(reports.find("stopping"), reports.npos) << reports;
+        EXPECT_TRUE(kRunFree || reports.find("stopping") != reports.npos) << reports;
         // A report that was on its way when the stop came is made good at once.
         const std::size_t late = reports.find("stopping running ");
         EXPECT_TRUE(late == reports.npos || reports.substr(late + 17).starts_with("stopp"))
@@ -296,7 +328,8 @@ TEST(ServiceRaceTest, AStopAmidEverythingElseEndsTheServiceAndGivesAllBack)
 {
     int switched = 0;
     for (std::uint64_t seed = 1; seed <= (kRunFree ? 5u : 40u); ++seed) switched += Storm(seed);
-    EXPECT_GT(switched, 0) << "no client got through before the stop";
+    // Where threads run free, the host decides.
+    EXPECT_TRUE(kRunFree || switched > 0) << "no client got through before the stop";
 }
 
 // --- Without the service: a server of component objects ---

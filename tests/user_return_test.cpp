@@ -1,0 +1,150 @@
+// A user's return leads to normal use, also where the state machine has absorbed the event that
+// says so; and a user who has left again is left alone.
+
+#include <algorithm>
+
+#include "log/log.h"
+#include "platform/virtual/thread.h"
+#include "tests/never_sleep_pc_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+constexpr int kEnterS0 = 0;
+constexpr int kEnterActive = 1;
+
+class ReturnPc : public NeverSleepPc
+{
+public:
+    explicit ReturnPc(std::uint64_t seed = 0) : NeverSleepPc({.free = kRunFree, .seed = seed})
+    {
+        Set(L"LoggingEnabled", kLogToDebugger);
+        pc.user.Works();
+        StartService();
+    }
+    ~ReturnPc() { pc.Watch(nullptr, {}); }
+
+    std::atomic<std::int32_t>* Find(const char* symbol) const
+    {
+        return static_cast<std::atomic<std::int32_t>*>(view.Symbol(symbol));
+    }
+
+    int TimesTold(std::wstring_view text) const
+    {
+        const virtual_pc::Hold still(pc);
+        return static_cast<int>(std::ranges::count_if(
+            pc.outputs.debug(),
+            [&](const DebugLine& line) { return line.text.find(text) != std::wstring::npos; }));
+    }
+    int Signals() const { return TimesTold(L"The user is back but the state is"); }
+
+    // The state machine enters normal use. Amid that, the PC goes to sleep, or into away mode, and
+    // the user wakes it; only when the service has handled all of it does the entry go on.
+    void ReturnAmidTheEntry(bool from_away_mode)
+    {
+        const GUID plan = pc.power.active().guid;
+        pc.power.Write(plan, GUID_ALLOW_AWAYMODE, PowerSource::ac, from_away_mode);
+        pc.power.Activate(plan);
+        view.Raise(kEnterActive);
+        pc.RunFor(1s);
+        // The state machine finds the film while it enters normal use, and holds no lock then.
+        const auto film = pc.power.NewRequest(L"C:\\Film.exe", L"a film");
+        pc.power.SetRequest(*film, PowerRequestDisplayRequired);
+        pc.Watch(Find("_ZN16CNeverSleepState18m_bDisplayRequiredE"), [&](std::int32_t,
+                                                                         std::int32_t) {
+            const int seen = TimesTold(L"**** User Present");
+            pc.sleep.Ask(L"test");
+            if (from_away_mode) pc.user.Input();
+            // What the user's presence is the last of, and then to the handler's end.
+            for (int turn = 0; turn < 10'000 && TimesTold(L"**** User Present") == seen; ++turn) {
+                pc.scheduler.Yield(*Thread::Self());
+            }
+            for (int turn = 0; turn < 1000; ++turn) pc.scheduler.Yield(*Thread::Self());
+        });
+        view.Raise(kEnterS0);
+        pc.RunFor(1s);
+        if (!from_away_mode) pc.sleep.WakeByUser();
+        pc.RunFor(1s);
+        pc.Watch(nullptr, {});
+        pc.power.ClearRequest(*film, PowerRequestDisplayRequired);
+    }
+};
+
+class UserReturnTest : public ::testing::Test
+{
+protected:
+    // Threads that run free cannot be held amid an operation: there, the races meet the same.
+    void SetUp() override
+    {
+        if (kRunFree) GTEST_SKIP() << "needs threads that run one at a time";
+    }
+};
+
+TEST_F(UserReturnTest, AReturnThatTheEntryIntoNormalUseAbsorbedLeadsThereAfterAQuietTime)
+{
+    for (std::uint64_t seed = 0; seed < 10; ++seed) {
+        for (const bool from_away_mode : {false, true}) {
+            SCOPED_TRACE("seed " + std::to_string(seed) + (from_away_mode ? " away" : " asleep"));
+            ReturnPc user(seed);
+            user.ReturnAmidTheEntry(from_away_mode);
+            ASSERT_EQ(user.State(), from_away_mode ? "HOLV_ACTIVE" : "HOLV_S3");
+            user.pc.RunFor(38s);
+            EXPECT_EQ(user.Signals(), 0) << "the quiet time is not over";
+            user.pc.RunFor(2s);
+            user.ExpectNormalUse("after the quiet time");
+            user.pc.RunFor(10min);
+            EXPECT_EQ(user.Signals(), 1);
+            user.StopService();
+        }
+    }
+}
+
+TEST_F(UserReturnTest, AUserWhoLeavesWithinTheQuietTimeIsNotBroughtBack)
+{
+    ReturnPc user;
+    user.ReturnAmidTheEntry(true);
+    user.pc.RunFor(20s);
+    user.pc.sleep.Ask(L"test");
+    user.pc.RunFor(10min);
+    EXPECT_TRUE(user.pc.sleep.away());
+    EXPECT_EQ(user.State(), "HOLV_ACTIVE");
+    EXPECT_EQ(user.Signals(), 0);
+    user.pc.user.Input();
+    user.pc.RunFor(1s);
+    user.ExpectNormalUse("the user has come for good");
+    user.StopService();
+}
+
+TEST_F(UserReturnTest, AStopWithinTheQuietTimeIsImmediate)
+{
+    ReturnPc user;
+    user.ReturnAmidTheEntry(false);
+    user.pc.RunFor(20s);
+    const Instant before = user.pc.now();
+    user.StopService();
+    EXPECT_EQ(user.pc.now(), before);
+}
+
+// Something that no signal cures: the state goes wrong whenever normal use is entered.
+TEST(UserReturnLimitTest, GivesUpAfterThreeAttemptsUntilTheNextReturn)
+{
+    ReturnPc user;
+    std::atomic<std::int32_t>* state = user.Find("_ZN16CNeverSleepState14m_eSystemStateE");
+    user.pc.Watch(state, [state](std::int32_t, std::int32_t to) {
+        if (to == 0) *state = 1;
+    });
+    for (int returns = 1; returns <= 2; ++returns) {
+        user.pc.sleep.Ask(L"test");
+        user.pc.RunFor(1min);
+        user.pc.user.Input();
+        user.pc.RunFor(1h);
+        EXPECT_EQ(user.Signals(), 3 * returns);
+        EXPECT_EQ(user.TimesTold(L"giving up until the user returns again"), returns);
+    }
+    user.pc.Watch(nullptr, {});
+    user.StopService();
+}
+
+}  // namespace
