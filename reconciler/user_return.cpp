@@ -74,13 +74,14 @@ struct Vigil
 {
     unsigned return_number = 0;
     int signals = 0;
+    bool open = false;  // the quiet time runs
 };
 
 enum class Finding
 {
-    all_well,    // or nothing to look after
-    new_return,  // its quiet time begins
-    signalled,   // and begins anew
+    all_well,   // or nothing to look after
+    too_early,  // the quiet time begins
+    signalled,  // and begins anew
     gave_up,
     ends,
 };
@@ -93,11 +94,13 @@ Finding Look(Vigil& vigil, bool quiet, ESystemState& state)
     if (g_watch.ends) return Finding::ends;
     if (!g_watch.user.there) return Finding::all_well;
     if (vigil.return_number != g_watch.returns) {
-        vigil = {g_watch.returns, 0};
-        return Finding::new_return;
+        vigil = {g_watch.returns, 0, true};
+        return Finding::too_early;
     }
+    // One wake-up may have told of several notices, and each signals the event.
+    if (!quiet) return vigil.open ? Finding::too_early : Finding::all_well;
     state = CNeverSleepState::m_eSystemState;
-    if (!quiet || !g_bEnableNeverSleep || state == S0_NORMAL || state == HOLV_INIT) {
+    if (!g_bEnableNeverSleep || state == S0_NORMAL || state == HOLV_INIT) {
         return Finding::all_well;
     }
     if (vigil.signals == kSignalsMax) return Finding::gave_up;
@@ -127,8 +130,8 @@ DWORD WINAPI WatchProc(LPVOID changed)
             Log(3, kWatch, L"The state is still %s, giving up until the user returns again",
                 StateName(state));
         }
-        const bool watching = finding == Finding::new_return || finding == Finding::signalled;
-        timeout = watching ? kQuietMs : INFINITE;
+        vigil.open = finding == Finding::too_early || finding == Finding::signalled;
+        timeout = vigil.open ? kQuietMs : INFINITE;
     }
 }
 
