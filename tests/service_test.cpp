@@ -56,7 +56,7 @@ class ServiceTest : public ServiceFixture
 {
 protected:
     // Where threads run free, the handler's report that the service stops may come after the state
-    // machine's that it has stopped, or when nobody takes it any more.
+    // machine's that it has stopped, or after the last one, when it is refused.
     void ExpectReportsOfAStop()
     {
         const std::string reports = service.Reports();
