@@ -68,6 +68,19 @@ protected:
         }
     }
 
+    // Where the state machine's thread ends before the other has reported the start, that reports
+    // nothing any more. How often the two report the same is up to them where they run free.
+    void ExpectReportsOfAStart(const std::string& expected)
+    {
+        std::string reports = service.Reports();
+        if (reports.starts_with("running running ")) reports = reports.substr(8);
+        if (kRunFree) {
+            EXPECT_EQ(Distinct(reports), Distinct(expected));
+        } else {
+            EXPECT_EQ(reports, expected);
+        }
+    }
+
     // How many handles of a kind are open, or their names.
     std::wstring Open(std::string_view kind)
     {
@@ -158,16 +171,7 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
         pc.RunFor(1s);
         pc.faults.ClearAll();
         EXPECT_EQ(service.State(), c.state);
-        std::string reports = service.Reports();
-        // Where the state machine's thread ends before the other has reported the start, that says
-        // nothing any more.
-        if (reports.starts_with("running running ")) reports = reports.substr(8);
-        // How often each is made is up to the two threads, where they run free.
-        if (kRunFree) {
-            EXPECT_EQ(Distinct(reports), Distinct(c.reports));
-        } else {
-            EXPECT_EQ(reports, c.reports);
-        }
+        ExpectReportsOfAStart(c.reports);
         EXPECT_TRUE(c.heard.empty() || service.Heard(c.heard));
         EXPECT_EQ(service.Heard(L"HOLV State Machine initialized"),
                   c.state != "starting" && std::string(c.fails) != "CreateThread");
