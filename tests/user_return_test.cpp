@@ -57,7 +57,8 @@ public:
             const int seen = TimesTold(L"**** User Present");
             pc.sleep.Ask(L"test");
             if (from_away_mode) pc.user.Input();
-            // What the user's presence is the last of, and then to the handler's end.
+            // Until the handler has received the user's presence, which is announced last, and then
+            // until it has returned.
             for (int turn = 0; turn < 10'000 && TimesTold(L"**** User Present") == seen; ++turn) {
                 pc.scheduler.Yield(*Thread::Self());
             }
