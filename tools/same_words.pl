@@ -1,7 +1,8 @@
 #!/usr/bin/env perl
-# Compares two logs of the same scenario on different machines, thread by thread, ignoring values
-# that differ in every run. Usage: same_words.pl EXPECTED ACTUAL. Prints "ok", or the first
-# difference.
+# Compares two logs of the same life on different machines, thread by thread, but for values that differ by
+# nature. Usage: same_words.pl EXPECTED ACTUAL. Prints "ok", or the first difference.
+# `--lines LOG [SECONDS]` prints instead how many of its lines are compared: all, or those of its first
+# seconds.
 use strict;
 use warnings;
 
@@ -18,22 +19,32 @@ my @own = (
 # Lines of the powercfg listing, which Wine does not have.
 my $listing = qr/\A(?:[A-Z]+:|None\.|)\n \[L=6\]/;
 
-# The lines of each thread, in the order of the threads' first lines. The order between threads is
-# not compared.
-sub threads_of {
+# The lines that count, each with its time in milliseconds, its thread and its words.
+sub lines_of {
     my ($path) = @_;
     open my $file, '<:raw', $path or die "$path: $!\n";
     my $bytes = do { local $/; <$file> };
+    my @lines;
+    for my $line (split /\r\n\r\r/, $bytes) {
+        $line =~ s/\A(\d+):(\d+):(\d+):(\d+),\[t:(0x[0-9A-F]+)\] : //
+            or die "$path: not a line of the log: $line\n";
+        my ($time, $thread) = ((($1 * 60 + $2) * 60 + $3) * 1000 + $4, $5);
+        push @lines, [$time, $thread, $line] unless $line =~ $listing;
+    }
+    return @lines;
+}
+
+# The lines of each thread, in the order of the threads' first lines. The order between threads is not
+# compared.
+sub threads_of {
+    my ($path) = @_;
     my (%lines, @order);
     my $rules = 0;
-    for my $line (split /\r\n\r\r/, $bytes) {
-        $line =~ s/\A[\d:]+,\[t:(0x[0-9A-F]+)\] : // or die "$path: not a line of the log: $line\n";
-        my $thread = $1;
-        # A process begins with a header between two rules, and may reuse the id of an earlier
-        # thread.
+    for (lines_of($path)) {
+        my (undef, $thread, $line) = @$_;
+        # A process begins with a header between two rules, and may have a thread's number anew.
         $rules++ if $line =~ /\A={53} /;
         $thread .= ' of process ' . int(($rules + 1) / 2);
-        next if $line =~ $listing;
         # Wine calls the control handler on a thread of its own, not on the process's first.
         $thread = 'handler' if $line =~ /\ASERVICE_CONTROL_/;
         push @order, $thread unless $lines{$thread};
@@ -43,6 +54,12 @@ sub threads_of {
     return map { $lines{$_} } @order;
 }
 
+if ($ARGV[0] eq '--lines') {
+    my @lines = lines_of($ARGV[1]);
+    my $end = defined $ARGV[2] ? $lines[0][0] + $ARGV[2] * 1000 : 'inf';
+    print scalar(grep { $_->[0] < $end } @lines), "\n";
+    exit 0;
+}
 my @expected = threads_of($ARGV[0]);
 my @actual = threads_of($ARGV[1]);
 for my $thread (0 .. ($#expected > $#actual ? $#expected : $#actual)) {

@@ -4,16 +4,8 @@
 client=$build/holv_client.exe
 cp examples/switch.vbs "$installed"
 holv_client() { wine_does "$client" "$@"; }
-# The script host returns no failure; a failed script prints nothing.
-script() {
-    local says try
-    for try in 1 2; do
-        says=$(wine_does cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@")
-        if [ -n "$says" ]; then break; fi
-    done
-    echo "$says"
-}
-# status FEATURES INTERVAL: the client's output for these values.
+script() { wine_does cscript //nologo 'C:\Program Files\Orbeq\Holv\switch.vbs' "$@"; }
+# status FEATURES INTERVAL: what the client shows of these.
 status() {
     local names=('never-sleep mode' 'speakers are muted' 'do not disturb' 'app suspend'
         'Lync is installed' 'display on Lync' 'sleep in do-not-disturb hours'
@@ -29,9 +21,9 @@ status() {
 # Wine's marshalling finds a type library only if it is registered for the neutral language, and
 # ours is English. Windows accepts any language.
 type_library='HKCR\TypeLib\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}'
-register_for_any_language() { wine reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null; }
-check "the type library is registered in its own language" "REG_SZ $windows_path" \
-    "$(default_value "$type_library\\1.1\\409\\win64")"
+register_for_any_language() { wine_does reg add "$type_library\\1.1\\0\\win64" /ve /d "$windows_path" /f >/dev/null; }
+look_at "$type_library\\1.1\\409\\win64"
+check "the type library is registered in its own language" "REG_SZ $windows_path" "$(default_value)"
 register_for_any_language
 
 rm -f "$log"
@@ -47,9 +39,10 @@ check "a script sets the interval" "do not disturb from minute 1290 to 345" "$(s
 check "a script raises an event code and reads it back" "event code 2" "$(script event 2)"
 switched='0 1 0 1 0 0 1 0 0'
 check "a client reads what scripts have switched" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
+look_at "$user_key"
 check "the settings are in the registry" \
     "DndToS3=0x1 DoNotDisturbEnd=0x159 DoNotDisturbStart=0x50a EnableAppSuspend=0x1 EnableDoNotDisturb=0x0 EnableHOLVOnDc=0x0 EnableNeverSleep=0x0 MuteAudio=0x1 TurnOnDisplayOnLync=0x0 " \
-    "$(wine reg query "$user_key" | tr -d '\r' | sed -nE 's/^ +(\w+) +REG_DWORD +(\w+)$/\1=\2/p' | sort | tr '\n' ' ')"
+    "$(sed -nE 's/^ +(\w+) +REG_DWORD +(\w+)$/\1=\2/p' <<<"$values" | sort | tr '\n' ' ')"
 check "a sink hears an event code, which then counts" $'heard event code 1\nevent code 1' \
     "$(holv_client event 1)"
 check "a sink that refuses one keeps the old one" $'heard event code 2 and refused it\nevent code 0' \
@@ -64,13 +57,14 @@ switched='0 1 0 0 0 0 1 0 0'
 check "what was switched outlives the service, but for app suspend" \
     "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
 
-# Wine's service manager and its list of classes do not notice that a process has died, so all of
-# Wine is ended too, as when a PC loses its power. The service starts with the system.
-wine taskkill /f /im HOLVService.exe >/dev/null 2>&1
+# Wine's service manager and its list of classes do not notice that a process has died, so all of it is
+# ended too, as when a PC loses its power. The service starts with the system.
+wine_does taskkill /f /im HOLVService.exe >/dev/null
 check "its process can be killed" gone "$(until_gone)"
 end_wine
-keep_wine_alive
-check "it starts again with the system" RUNNING "$(until_state RUNNING)"
+start_wine
+await "HOLVService to be RUNNING" $patience service_is RUNNING || true
+check "it starts again with the system" RUNNING "$seen"
 check "with what had been switched" "$(status "$switched" '21:30 to 05:45')" "$(holv_client)"
 check "and stops" gone "$(stop_service)"
 
@@ -80,18 +74,19 @@ check "the switch for a plain server leaves with exit code 0" 0 \
 register_for_any_language
 check "there is no service then" "" "$(service_state)"
 check "a client starts the plain server" "$(status "$switched" '21:30 to 05:45')" \
-    "$(WINEDEBUG=$traced timeout 60 wine "$client" 2> >(keep_calls) | tr -d '\r')"
+    "$(WINEDEBUG=$traced timeout $patience wine "$client" 2>"$trace" | tr -d '\r')"
 check "which ends when its last client lets go" gone "$(until_gone)"
 check "and had no state machine" 0 "$(grep -ac 'global events' "$log" || true)"
-wine reg delete "$type_library\\1.1\\0" /f >/dev/null
+wine_does reg delete "$type_library\\1.1\\0" /f >/dev/null
 
 # A registration for the user alone, beside the machine's. (Wine accepts a user's own type library
 # and does not store it.)
 user_class="${class_key/HKCR/HKCU\\Software\\Classes}"
 check "the switch for the user's own registration leaves with exit code 0" 0 "$(run_switch -RegServerPerUser)"
-check "the class is the user's too" "REG_SZ $windows_path" "$(default_value "$user_class\\LocalServer32")"
+look_at "$user_class\\LocalServer32"
+check "the class is the user's too" "REG_SZ $windows_path" "$(default_value)"
 check "the switch for its removal leaves with exit code 0" 0 "$(run_switch /unregserverperuser)"
-check "the class is the user's no more" "" "$(default_value "$user_class\\LocalServer32")"
-check "and still the machine's" "REG_SZ $windows_path" \
-    "$(default_value "${class_key/HKCR/HKLM\\Software\\Classes}\\LocalServer32")"
-wine reg delete "$user_key" /f >/dev/null
+check "the class is the user's no more" gone "$(key_is "$user_class\\LocalServer32")"
+look_at "${class_key/HKCR/HKLM\\Software\\Classes}\\LocalServer32"
+check "and still the machine's" "REG_SZ $windows_path" "$(default_value)"
+wine_does reg delete "$user_key" /f >/dev/null

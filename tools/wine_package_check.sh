@@ -11,11 +11,12 @@ check "the package is complete" \
     "$(cd "$unpacked"/Holv-* && find . -type f | sed 's/^..//' | sort | tr '\n' ' ')"
 product=$(echo "$unpacked"/Holv-*/HOLVService.exe)
 check "the packaged program does nothing on another vendor's processor" "1 without a service" \
-    "$(timeout 60 wine "$product" -Service >/dev/null 2>&1; echo "$? with$([ -n "$(service_state)" ] || echo out) a service")"
+    "$(timeout $patience wine "$product" -Service >/dev/null 2>&1; echo "$? with$([ -n "$(service_state)" ] || echo out) a service")"
 size=$(stat -c %s "$product")
 check "the packaged program is smaller than 1.5 MiB" yes \
     "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"
-wine reg import "$(dirname "$product")/defaults.reg" >/dev/null 2>&1
+wine_does reg import "$(dirname "$product")/defaults.reg" >/dev/null
+look_at "$user_key"
 check "its file of built-in settings can be imported" "REG_DWORD 0x528" \
-    "$(registry_value "$user_key" DoNotDisturbStart)"
-wine reg delete "$user_key" /f >/dev/null
+    "$(value DoNotDisturbStart)"
+wine_does reg delete "$user_key" /f >/dev/null

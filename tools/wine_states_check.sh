@@ -9,13 +9,15 @@ events=$(perl -ne '
     $events = hex $1 if /(0x[0-9a-f]+)\s+g_hGlobalEvents$/;
     END { printf "%x", $events - $base }' "$map")
 
-# live_through SLOT...: starts the service, signals these events, stops the service, and prints the
-# record.
+# raise SLOT...: these events, one after the other. Each has been acted upon when the next is raised.
+raise() {
+    wine_does "$installed/raise_event.exe" HOLVService.exe "$events" "$@"
+}
+# live_through SLOT...: the service from its start through these events to its stop.
 live_through() {
     rm -f "$diary"
     start_service >/dev/null
-    wine "$installed/raise_event.exe" HOLVService.exe "$events" "$@" 2>/dev/null ||
-        echo "the events could not be signalled"
+    raise "$@"
     stop_service >/dev/null
     cat "$diary"
 }
@@ -62,8 +64,8 @@ check "the plans are configured, switched in HOLV_ACTIVE and HOLV_IDLE, and rest
         given_back
     )" "$(live_through $active $idle $normal)"
 
-wine reg add "$user_key" /v DndToS3 /t REG_DWORD /d 1 /f >/dev/null
-wine reg add "$user_key" /v MaxCpuPowerLimit /t REG_DWORD /d 30 /f >/dev/null
+add_value "$user_key" DndToS3 REG_DWORD 1
+add_value "$user_key" MaxCpuPowerLimit REG_DWORD 30
 check "do-not-disturb limits the processor and lets the PC sleep, and undoes both" \
     "$(
         taken
@@ -83,9 +85,9 @@ check "do-not-disturb limits the processor and lets the PC sleep, and undoes bot
     )" "$(live_through $dnd $normal)"
 
 oem_plan=8C5E7FDA-E8BF-4A96-9A85-A6E23A8C635C
-wine reg add "$oem_key" /v UseOemPowerScheme /t REG_DWORD /d 1 /f >/dev/null
-wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "{$oem_plan}" /f >/dev/null
-check "an OEM plan whose name is no GUID is not activated, and the user's plan is restored" \
+add_value "$oem_key" UseOemPowerScheme REG_DWORD 1
+add_value "$oem_key" OemPowerScheme REG_SZ "{$oem_plan}"
+check "an OEM plan whose name is no GUID is not activated, and the user's plan is given back" \
     "$(
         allowed Balanced
         printf 'activate Balanced\nactivate Balanced\n'
@@ -93,7 +95,7 @@ check "an OEM plan whose name is no GUID is not activated, and the user's plan i
         each Balanced wake-timers 0 0
         echo "active at the end: Balanced"
     )" "$(live_through $active $normal)"
-wine reg add "$oem_key" /v OemPowerScheme /t REG_SZ /d "$oem_plan" /f >/dev/null
+add_value "$oem_key" OemPowerScheme REG_SZ "$oem_plan"
 check "the OEM's plan is activated instead of Power saver" "activate High performance" \
     "$(live_through $active $normal | grep -v 'activate Balanced' | grep '^activate')"
 
@@ -102,16 +104,24 @@ check "the OEM's plan is activated instead of Power saver" "activate High perfor
 helper="$installed/HOLVLyncHelper.LycnConsole.exe"
 planted="$WINEPREFIX/drive_c/Program.exe"
 lync_key='HKLM\Software\Microsoft\Communicator\4.0'
+helper_has_told() { [ -s "$helper.started" ]; }
 rm -f "$helper.started" "$planted.started"
 cp "$installed/tell_start.exe" "$helper"
 cp "$installed/tell_start.exe" "$planted"
-wine reg add "$lync_key" /f >/dev/null
-live_through $active $dnd $normal >/dev/null
+wine_does reg add "$lync_key" /f >/dev/null
+start_service >/dev/null
+raise $active $dnd
+# Do-not-disturb may end it as soon as it is left, so it is not left before the helper has told.
+await "the helper to tell how it was started" $patience helper_has_told || true
+raise $normal
+await "the helper to be ended" $patience is_gone "$helper_process" || true
+helper_end=$seen
+stop_service >/dev/null
 check "a helper is started by its quoted path" \
     '"C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe" D:1 T:30' \
     "$(tr -d '\r' <"$helper.started" || true)"
 check "a program planted at C:\Program.exe is not started" no \
     "$([ -e "$planted.started" ] && echo yes || echo no)"
-check "do-not-disturb ends the helper" "" "$(pgrep -f 'HOLVLyncHelper\.LycnConsole\.exe' || true)"
+check "do-not-disturb ends the helper" gone "$helper_end"
 rm -f "$helper" "$planted"
-for key in "$lync_key" "$oem_key" "$user_key"; do wine reg delete "$key" /f >/dev/null; done
+for key in "$lync_key" "$oem_key" "$user_key"; do wine_does reg delete "$key" /f >/dev/null; done

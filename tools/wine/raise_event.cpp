@@ -1,7 +1,8 @@
 // Signals events of the running service from outside, as a debugger does: under Wine the system
 // announces nothing that would. For the Wine check only.
 // Usage: raise_event PROGRAM ADDRESS SLOT... with the address of g_hGlobalEvents in the program's
-// image, in hexadecimal from its base. Waits for the program and its events; exit code 0, or 1.
+// image, in hexadecimal from its base. Waits for the program and its events, and for the program to
+// act on each; exit code 0, or 1 after telling what it has waited for in vain.
 
 #include <windows.h>
 
@@ -13,8 +14,8 @@
 
 namespace {
 
-constexpr int kTries = 100;
-constexpr DWORD kPauseMs = 200;
+constexpr int kTries = 2000;
+constexpr DWORD kPauseMs = 20;
 
 // The process that runs a program; 0 for none.
 DWORD FindProcess(const std::wstring& program)
@@ -46,24 +47,33 @@ std::uintptr_t BaseOf(DWORD process, const std::wstring& program)
     return base;
 }
 
-bool Raise(const std::wstring& program, std::uintptr_t address, int slot)
+enum class Raised
+{
+    no,
+    yes,
+    acted_on
+};
+
+Raised Raise(const std::wstring& program, std::uintptr_t address, int slot)
 {
     const DWORD id = FindProcess(program);
     const std::uintptr_t base = id ? BaseOf(id, program) : 0;
-    if (!base) return false;
+    if (!base) return Raised::no;
     const HANDLE process = OpenProcess(PROCESS_VM_READ | PROCESS_DUP_HANDLE, FALSE, id);
     HANDLE theirs = nullptr;
     HANDLE ours = nullptr;
     const auto* place = reinterpret_cast<const void*>(base + address + sizeof(HANDLE) * slot);
-    const bool raised = ReadProcessMemory(process, place, &theirs, sizeof(theirs), nullptr) &&
-                        theirs &&
-                        DuplicateHandle(process, theirs, GetCurrentProcess(), &ours, 0, FALSE,
-                                        DUPLICATE_SAME_ACCESS) &&
-                        SetEvent(ours);
+    Raised raised = Raised::no;
+    if (ReadProcessMemory(process, place, &theirs, sizeof(theirs), nullptr) && theirs &&
+        DuplicateHandle(process, theirs, GetCurrentProcess(), &ours, 0, FALSE,
+                        DUPLICATE_SAME_ACCESS) &&
+        SetEvent(ours)) {
+        raised = Raised::yes;
+    }
     // The service takes the signal back once it has acted on it, and only then the next may come.
-    for (int tries = 0; raised && tries < kTries; ++tries) {
+    for (int tries = 0; raised == Raised::yes && tries < kTries; ++tries) {
         Sleep(kPauseMs);
-        if (WaitForSingleObject(ours, 0) == WAIT_TIMEOUT) break;
+        if (WaitForSingleObject(ours, 0) == WAIT_TIMEOUT) raised = Raised::acted_on;
     }
     if (ours) CloseHandle(ours);
     if (process) CloseHandle(process);
@@ -77,12 +87,18 @@ int wmain(int argc, wchar_t** argv)
     if (argc < 4) return 1;
     const auto address = static_cast<std::uintptr_t>(std::wcstoull(argv[2], nullptr, 16));
     for (int i = 3; i < argc; ++i) {
-        bool raised = false;
-        for (int tries = 0; tries < kTries && !raised; ++tries) {
-            raised = Raise(argv[1], address, static_cast<int>(std::wcstol(argv[i], nullptr, 10)));
-            if (!raised) Sleep(kPauseMs);
+        const int slot = static_cast<int>(std::wcstol(argv[i], nullptr, 10));
+        Raised raised = Raised::no;
+        for (int tries = 0; tries < kTries && raised == Raised::no; ++tries) {
+            raised = Raise(argv[1], address, slot);
+            if (raised == Raised::no) Sleep(kPauseMs);
         }
-        if (!raised) return 1;
+        if (raised != Raised::acted_on) {
+            std::fwprintf(stderr, L"waited %lu s for %ls to %ls event %d\n",
+                          kTries * kPauseMs / 1000, argv[1],
+                          raised == Raised::no ? L"have" : L"act on", slot);
+            return 1;
+        }
     }
     return 0;
 }
