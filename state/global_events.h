@@ -27,6 +27,9 @@ enum GlobalEvent : int
 inline constexpr int kFirstTimer = TIMER_IDLE;
 inline constexpr int kGlobalEventCount = TIMER_SLEEP + 1;
 
+// Of a timer's due time.
+inline constexpr LONGLONG kUnitsPerSecond = 10'000'000;
+
 // The handles; null where one could not be created. Only the state machine's wait uses the array
 // directly: it begins after the handles are created and ends before they are closed. All other code
 // calls the operations below.

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr LONGLONG kUnitsPerSecond = 10'000'000;
+using S = CNeverSleepState;
+
 constexpr BYTE kOffline = 0;
 
 std::uint64_t UnitsOf(const FILETIME& time)
@@ -34,7 +35,6 @@ DWORD CpuUsage()
 
 void OnBatteryLow()
 {
-    using S = CNeverSleepState;
     S::m_bBatteryThresholdCrossed = TRUE;
     S::ConfigureAwayMode(FALSE);
     S::ConfigureSystemRequired(FALSE);

@@ -16,6 +16,7 @@
 #include "platform/session.h"
 #include "power/power_policy_manager.h"
 #include "settings/settings.h"
+#include "state/feature.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 #include "state/on_ac_power.h"
@@ -24,6 +25,8 @@
 std::atomic<BOOL> g_bOnAcPower = TRUE;
 
 namespace {
+
+using S = CNeverSleepState;
 
 // The notifications' values.
 constexpr DWORD kAwayModeEntered = 1;
@@ -66,13 +69,6 @@ const struct SessionLine
     {WTS_SESSION_UNLOCK, L"User session ", L" has unlocked"},
 };
 
-bool IsFeatureOff(const wchar_t* function)
-{
-    if (g_bEnableNeverSleep) return false;
-    Log(6, function, L"Holv is disabled, do nothing");
-    return true;
-}
-
 void ConfigureRequests(BOOL onAc)
 {
     CNeverSleepState::ConfigureAwayMode(onAc);
@@ -81,7 +77,6 @@ void ConfigureRequests(BOOL onAc)
 
 void OnMains()
 {
-    using S = CNeverSleepState;
     if (S::m_eSystemState != S0_NORMAL) CancelGlobalTimer(TIMER_BATTERY_USAGE);
     S::m_bBatteryThresholdCrossed = FALSE;
     ConfigureRequests(TRUE);
@@ -89,7 +84,6 @@ void OnMains()
 
 void OnBattery()
 {
-    using S = CNeverSleepState;
     S::MonitorBatteryUsage();
     if (!S::m_bBatteryThresholdCrossed) ConfigureRequests(FALSE);
     if (g_bEnableHolvOnDC || S::m_eSystemState == S0_NORMAL) return;

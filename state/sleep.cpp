@@ -10,7 +10,7 @@
 #include "platform/owned.h"
 #include "platform/power.h"
 #include "power/machine_power.h"
-#include "settings/settings.h"
+#include "state/feature.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 
@@ -55,13 +55,6 @@ DWORD WINAPI SuspendThreadProc(LPVOID)
     // The do-not-disturb hours may have begun or ended during the sleep.
     CNeverSleepState::RefreshDoNotDisturbState();
     return 0;
-}
-
-bool IsFeatureOff(const wchar_t* function)
-{
-    if (g_bEnableNeverSleep) return false;
-    Log(6, function, L"Holv is disabled, do nothing");
-    return true;
 }
 
 }  // namespace

@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr LONGLONG kUnitsPerSecond = 10'000'000;
 constexpr DWORD kSecondsPerMinute = 60;
 constexpr DWORD kIdleRecheckSeconds = 30;
 constexpr DWORD kEntryDelaySeconds = 1;
