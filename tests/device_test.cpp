@@ -4,12 +4,8 @@
 #include <iterator>
 
 #include "platform/device.h"
-#include "platform/owned.h"
 #include "power/driver_api.h"
-#include "service/state_machine_thread.h"
-#include "settings/settings_store.h"
-#include "state/global_events.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
@@ -40,13 +36,15 @@ protected:
     // when there was none.
     std::string Tell(DWORD mode)
     {
-        const std::size_t before = LogBytes().size();
+        Heard log(pc, Heard::From::log_file);
+        log.Forget();
         CDriverApi driver;
         m_initialized = driver.Initialize();
         m_told = m_initialized && driver.SetNeverSleepMode(mode);
-        const std::string log = LogBytes().substr(before);
-        const std::size_t message = log.find("*****");
-        return message == log.npos ? "" : log.substr(message, log.find('\n', message) - message);
+        for (const std::string& line : log.Said()) {
+            if (line.starts_with("*****")) return line.substr(0, line.find('\n'));
+        }
+        return "";
     }
 
     // Handles of this room that are open.
@@ -303,13 +301,7 @@ TEST_F(DeviceTest, TheStateMachineTellsItEachStateItEntersAndZeroWhenOneIsLeft)
                  {EVENT_ENTER_DND, {3}},
                  {EVENT_ENTER_S0, {}}};
     const Device& device = pc.devices.AddHolvDevice();
-    const Process& service = pc.Start([] {
-        RegInit();
-        createGlobalEvents();
-        StateMachineThreadProc(nullptr);
-        closeGlobalEvents();
-        return 0;
-    });
+    const Process& service = pc.Start([] { return RunService(); });
     pc.RunFor(1ms);
     for (const auto& step : story) {
         const std::size_t before = device.Requests().size();
