@@ -12,7 +12,7 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr GUID kClass{0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
+constexpr GUID kHolvClass{0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
 constexpr GUID kOtherClass{0x11111111, 0x2222, 0x3333, {1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr const wchar_t* kId = LR"(ACPI\QRX5071\2&0)";
 constexpr const wchar_t* kPath = LR"(\\?\acpi#qrx5071#2&0#{D6E2A4C1-5B7F-4E39-9C0D-3F81B2A7E645})";
@@ -156,8 +156,8 @@ TEST_F(DeviceTest, OnlyTheFirstInterfaceOfItsClassThatAPresentDeviceOffersIsUsed
     pulled.SetPresent(false);
     Device& first = pc.devices.Add(kId);
     first.AddInterface(kOtherClass);
-    first.AddInterface(kClass, LR"(\\?\first)");
-    first.AddInterface(kClass, LR"(\\?\second)");
+    first.AddInterface(kHolvClass, LR"(\\?\first)");
+    first.AddInterface(kHolvClass, LR"(\\?\second)");
     Device& next = pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\3&0)");
 
     RunAsProcess([&] {
@@ -259,7 +259,7 @@ TEST_F(DeviceTest, APathThatDoesNotFitIsRefusedRatherThanCut)
     RunAsProcess([&] {
         for (const std::size_t length : {259, 260, 2000}) {
             Device& device = pc.devices.Add(kId + std::to_wstring(length));
-            device.AddInterface(kClass, LR"(\\?\)" + std::wstring(length - 4, L'x'));
+            device.AddInterface(kHolvClass, LR"(\\?\)" + std::wstring(length - 4, L'x'));
             const bool fits = length < 260;
             EXPECT_EQ(Tell(2),
                       fits ? "" : "*****Unable to get device interfaces detail, error=0x7a");
@@ -327,7 +327,7 @@ TEST_F(DeviceTest, SetsAndHandlesRefuseWhatTheyCannotDo)
     pc.devices.AddHolvDevice();
     RunAsProcess([&] {
         const OwnedDeviceInfoSet set(
-            SetupDiGetClassDevsW(&kClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+            SetupDiGetClassDevsW(&kHolvClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
         pc.devices.Find(LR"(acpi\QRX5071\2&0)")->SetPresent(false);
         SP_DEVINFO_DATA device{};
         EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 0, &device));
@@ -337,12 +337,12 @@ TEST_F(DeviceTest, SetsAndHandlesRefuseWhatTheyCannotDo)
         EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 1, &device));
         EXPECT_EQ(GetLastError(), kNoMoreItems);
         SP_DEVICE_INTERFACE_DATA found{};
-        EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kClass, 0, &found));
+        EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kHolvClass, 0, &found));
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
         found.cbSize = 32;
         EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kOtherClass, 0, &found));
         EXPECT_EQ(GetLastError(), kNoMoreItems);
-        EXPECT_TRUE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kClass, 0, &found));
+        EXPECT_TRUE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kHolvClass, 0, &found));
         SP_DEVICE_INTERFACE_DETAIL_DATA_W detail{};
         EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailW(set.Get(), &found, &detail, sizeof(detail),
                                                       nullptr, nullptr));

@@ -6,7 +6,8 @@ std::string LeftOpenBy(const virtual_pc::Process& process)
 {
     std::string left_open;
     for (const virtual_pc::LeftOpen& left : process.left_open()) {
-        if (left.name == kLogPath || left.name.starts_with(LR"(\\.\pipe\ZYTA_HOLV_IP1)")) continue;
+        if (left.name.ends_with(LR"(\HOLVLog.txt)")) continue;
+        if (left.name.starts_with(LR"(\\.\pipe\ZYTA_HOLV_IP1)")) continue;
         left_open += left.kind + " " + ToUtf8(left.name) + ", ";
     }
     return left_open;

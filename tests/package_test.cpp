@@ -96,9 +96,11 @@ TEST_F(PackageTest, TheFileOfDefaultsHoldsEverySettingWithItsBuiltInValue)
 TEST_F(PackageTest, ThePoliciesLetNothingThroughThatTheServiceWouldNotTakeAsItIs)
 {
     const std::string policies = PackageFile("policies/Holv.admx");
-    const Lines numbers = Tags(policies, "decimal");
-    for (const std::string& number : numbers) {
+    int numbers = 0;
+    for (const std::string& number : Tags(policies, "decimal")) {
         const std::string name = Attribute(number, "valueName");
+        if (name.empty()) continue;  // what a policy writes when it is switched on or off
+        ++numbers;
         EXPECT_EQ(Attribute(number, "required"), "true") << name;
         for (const char* bound_name : {"minValue", "maxValue"}) {
             const DWORD bound = static_cast<DWORD>(std::stoul(Attribute(number, bound_name)));
@@ -106,7 +108,7 @@ TEST_F(PackageTest, ThePoliciesLetNothingThroughThatTheServiceWouldNotTakeAsItIs
             EXPECT_EQ(Load().at(name), bound) << name;
         }
     }
-    EXPECT_GE(numbers.size(), 10u) << "no numbers found in the policies";
+    EXPECT_GE(numbers, 10) << "no numbers found in the policies";
 }
 
 TEST_F(PackageTest, EveryPolicyIsASettingAndHasItsTexts)
