@@ -12,7 +12,8 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr GUID kHolvClass{0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
+constexpr GUID kHolvClass{
+    0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
 constexpr GUID kOtherClass{0x11111111, 0x2222, 0x3333, {1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr const wchar_t* kId = LR"(ACPI\QRX5071\2&0)";
 constexpr const wchar_t* kPath = LR"(\\?\acpi#qrx5071#2&0#{D6E2A4C1-5B7F-4E39-9C0D-3F81B2A7E645})";
@@ -326,8 +327,8 @@ TEST_F(DeviceTest, SetsAndHandlesRefuseWhatTheyCannotDo)
 {
     pc.devices.AddHolvDevice();
     RunAsProcess([&] {
-        const OwnedDeviceInfoSet set(
-            SetupDiGetClassDevsW(&kHolvClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+        const OwnedDeviceInfoSet set(SetupDiGetClassDevsW(&kHolvClass, nullptr, nullptr,
+                                                          DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
         pc.devices.Find(LR"(acpi\QRX5071\2&0)")->SetPresent(false);
         SP_DEVINFO_DATA device{};
         EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 0, &device));

@@ -88,6 +88,7 @@ public:
     }
 
     virtual_pc::Machine pc;
+    Heard heard{pc};
     ServiceView view;
 
 private:
