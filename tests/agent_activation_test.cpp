@@ -137,15 +137,15 @@ TEST_F(AgentTest, EachCallThatFailsLeavesNothingBehind)
 
 // --- Everything at once ---
 
-class AgentStorm : public AgentTest, public ::testing::WithParamInterface<int>
+class AgentStorm : public AgentTest, public ::testing::WithParamInterface<Machine::Options>
 {
 protected:
-    AgentStorm() : AgentTest({.free = kRunFree, .seed = static_cast<std::uint64_t>(GetParam())}) {}
+    AgentStorm() : AgentTest(GetParam()) {}
 
     // A program that calls the interface in an order of its own, and hears its own events.
-    void Use(int number)
+    void Use(unsigned number)
     {
-        std::mt19937 random(static_cast<unsigned>(GetParam() * 100 + number));
+        std::mt19937 random(static_cast<unsigned>(GetParam().seed) * 100 + number);
         CoInitializeEx(nullptr, number % 2 ? COINIT_APARTMENTTHREADED : COINIT_MULTITHREADED);
         for (int life = 0; life < 4; ++life) {
             OwnedInterface<IDispatch> object;
@@ -211,9 +211,10 @@ private:
 
 TEST_P(AgentStorm, ClientsOfAllKindsCallAndHearAtOnce)
 {
+    SCOPED_TRACE(LifeTrace(GetParam()));
     std::array<Process*, 4> users{};
     for (int i = 0; Process * &user : users) {
-        user = &StartUser(std::to_wstring(i), [this, i] { Use(i); });
+        user = &StartUser(std::to_wstring(i), [this, i] { Use(static_cast<unsigned>(i)); });
         ++i;
     }
     for (Process* user : users) pc.RunUntilEnd(*user);
@@ -224,6 +225,6 @@ TEST_P(AgentStorm, ClientsOfAllKindsCallAndHearAtOnce)
     EXPECT_TRUE(server->left_open().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, AgentStorm, ::testing::Range(1, kRunFree ? 4 : 9));
+INSTANTIATE_TEST_SUITE_P(Lives, AgentStorm, ::testing::ValuesIn(LivesOf({.seeds = 8, .free = 3})));
 
 }  // namespace

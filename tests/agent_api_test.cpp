@@ -55,40 +55,40 @@ TEST_F(AgentTest, EachFeatureIsStoredLoggedAndReadBack)
         LONG feature;
         const wchar_t* value_name;
         Setting* setting;
-        const wchar_t* name;
-        const wchar_t* on;
-        const wchar_t* off;
+        const char* name;
+        const char* on;
+        const char* off;
     } cases[] = {
-        {0, L"EnableNeverSleep", &g_bEnableNeverSleep, L"Holv State", L"enabled", L"disabled"},
-        {1, L"MuteAudio", &g_bMuteAudio, L"Mute Audio", L"mute", L"do not mute"},
-        {2, L"EnableDoNotDisturb", &g_bEnableDoNotDisturb, L"DND", L"enabled", L"disabled"},
-        {3, L"EnableAppSuspend", &g_bEnableAppSuspend, L"App Suspend", L"enabled", L"disabled"},
-        {5, L"TurnOnDisplayOnLync", &g_bTurnOnDisplayOnLync, L"Display on Lync", L"enabled",
-         L"disabled"},
-        {6, L"DndToS3", &g_bDndToS3, L"DND to S3", L"enabled", L"disabled"},
-        {7, L"EnableHOLVOnDc", &g_bEnableHolvOnDC, L"Holv on DC", L"enabled", L"disabled"},
+        {0, L"EnableNeverSleep", &g_bEnableNeverSleep, "Holv State", "enabled", "disabled"},
+        {1, L"MuteAudio", &g_bMuteAudio, "Mute Audio", "mute", "do not mute"},
+        {2, L"EnableDoNotDisturb", &g_bEnableDoNotDisturb, "DND", "enabled", "disabled"},
+        {3, L"EnableAppSuspend", &g_bEnableAppSuspend, "App Suspend", "enabled", "disabled"},
+        {5, L"TurnOnDisplayOnLync", &g_bTurnOnDisplayOnLync, "Display on Lync", "enabled",
+         "disabled"},
+        {6, L"DndToS3", &g_bDndToS3, "DND to S3", "enabled", "disabled"},
+        {7, L"EnableHOLVOnDc", &g_bEnableHolvOnDC, "Holv on DC", "enabled", "disabled"},
     };
     for (const auto& c : cases) {
         for (const LONG value : {0, 1, 2}) {
-            Said();
+            heard.Forget();
             EXPECT_EQ(Client().Call(L"SetNeverSleepParam", {c.feature, value}).Words(), L"ok");
-            const std::wstring word = value == 1 ? c.on : c.off;
-            EXPECT_TRUE(Said().starts_with(L"Setting " + std::wstring(c.name) + L" to " + word));
+            const std::string name = c.name;
+            const std::string word = value == 1 ? c.on : c.off;
+            EXPECT_TRUE(Joined(heard.Take()).starts_with("Setting " + name + " to " + word));
             EXPECT_EQ(pc.registry.GetDword(kUserKey, c.value_name), static_cast<DWORD>(value));
             EXPECT_EQ(*c.setting, static_cast<DWORD>(value));
             EXPECT_EQ(Client().Call(L"GetNeverSleepParam", {c.feature}, {VT_I4}).Words(),
                       std::to_wstring(value));
-            EXPECT_NE(Said().find(L"Returning " + std::wstring(c.name) + L" of " + word),
-                      std::wstring::npos);
+            EXPECT_TRUE(heard.TakeHas("Returning " + name + " of " + word));
         }
     }
     for (const LONG feature : {4, 8, 9, -1}) {
         EXPECT_EQ(Client().Call(L"SetNeverSleepParam", {feature, 1}).Words(), L"ok");
         EXPECT_EQ(Client().Call(L"GetNeverSleepParam", {feature}, {VT_I4}).Words(), L"0");
-        const std::wstring said = Said();
+        const std::string said = Joined(heard.Take());
         const bool none = feature == 9 || feature == -1;
-        EXPECT_EQ(said.find(L"Setting  to ") != said.npos, none) << feature;
-        EXPECT_EQ(said.find(L"Returning  of ") != said.npos, none) << feature;
+        EXPECT_EQ(said.find("Setting  to ") != said.npos, none) << feature;
+        EXPECT_EQ(said.find("Returning  of ") != said.npos, none) << feature;
     }
     pc.power.battery_present = true;
     EXPECT_EQ(Client().Call(L"GetNeverSleepParam", {8}, {VT_I4}).Words(), L"1");
@@ -113,7 +113,7 @@ TEST_F(AgentTest, TheFeatureAsAWholeStartsAndStopsTheStateMachine)
                  {1, 2, true, false},
                  {0, 0, false, false}};
     RunInApartment([&] {
-        createGlobalEvents();
+        const GlobalEvents events;
         const OwnedInterface<IHOLVAgent> object = MakeObject();
         for (const auto& c : cases) {
             g_bEnableNeverSleep = c.before;
@@ -124,9 +124,7 @@ TEST_F(AgentTest, TheFeatureAsAWholeStartsAndStopsTheStateMachine)
             ResetGlobalEvent(EVENT_ENTER_S0);
         }
         CNeverSleepState::m_eSystemState = HOLV_INIT;
-        closeGlobalEvents();
     });
-    g_bEnableNeverSleep = 1;
 }
 
 TEST_F(AgentTest, AChangeThatCannotBeWrittenCountsAllTheSame)
@@ -142,7 +140,7 @@ TEST_F(AgentTest, AChangeThatCannotBeWrittenCountsAllTheSame)
     EXPECT_EQ(Client().Call(L"SetDoNotDisturbTimeInterval", {1320, 360}).Words(), L"ok");
     EXPECT_EQ(pc.registry.GetDword(kUserKey, L"DoNotDisturbStart"), 1320u);
     EXPECT_EQ(pc.registry.GetDword(kUserKey, L"DoNotDisturbEnd"), 360u);
-    EXPECT_NE(Said().find(L"SetDoNotDisturbTimeInterval, Start=1320, End=360"), std::wstring::npos);
+    EXPECT_TRUE(heard.Has("SetDoNotDisturbTimeInterval, Start=1320, End=360"));
     EXPECT_EQ(Client().Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}).Words(), L"1,1,70,537");
 }
 
@@ -153,9 +151,9 @@ TEST_F(AgentTest, NullPlacesArePassedOverOrRefused)
         UINT end = 0;
         EXPECT_EQ(object.Get()->GetDoNotDisturbTimeInterval(nullptr, &end), S_OK);
         EXPECT_EQ(end, g_dwDoNotDisturbEnd);
-        Said();
+        heard.Forget();
         EXPECT_EQ(object.Get()->GetNeverSleepParam(E_AUDIO, nullptr), E_INVALIDARG);
-        EXPECT_EQ(Said(), L"");
+        EXPECT_EQ(heard.Said(), Lines{});
         EXPECT_EQ(object.Get()->GetNeverSleepApiVersion(nullptr), E_POINTER);
         pc.faults.Set("SysAllocString", {});
         BSTR version = nullptr;

@@ -13,14 +13,10 @@
 #include "api/class_objects.h"
 #include "api/holv_agent_api.h"
 #include "api/type_library.h"
-#include "log/log.h"
 #include "pc/agent_client.h"
 #include "platform/counted_object.h"
 #include "platform/message.h"
-#include "platform/owned.h"
-#include "settings/settings.h"
-#include "state/global_events.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 inline const std::filesystem::path kDescription =
     std::filesystem::path(HOLV_SOURCE_DIR) / "api" / "HOLVAgentLib.idl";
@@ -65,7 +61,7 @@ public:
 class AgentTest : public VirtualPcTest
 {
 protected:
-    explicit AgentTest(const virtual_pc::Machine::Options& options = {.free = kRunFree})
+    explicit AgentTest(const virtual_pc::Machine::Options& options = DrawnSchedule())
         : VirtualPcTest(options)
     {
         g_dwLoggingLevel = 6;
@@ -122,7 +118,7 @@ protected:
             }
             const bool unseen;
         } unseen(left_open_is_expected);
-        createGlobalEvents();
+        const GlobalEvents events;
         CoInitialize(nullptr);
         module.thread = GetCurrentThreadId();
         EXPECT_EQ(
@@ -133,7 +129,6 @@ protected:
         while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
         EXPECT_EQ(RevokeAgentClassObjects(), S_OK);
         CoUninitialize();
-        closeGlobalEvents();
         return 0;
     }
 

@@ -16,10 +16,10 @@ using S = CNeverSleepState;
 class AudioTest : public RunningServiceTest
 {
 protected:
-    // The lines since the last Forget, with pointers and ids as '#'.
-    std::vector<std::string> Told(const std::string& functions) const
+    // The lines since the last Forget, with pointers as '#' and names for ids.
+    Lines Told(const std::string& functions) const
     {
-        std::vector<std::string> lines = RunningServiceTest::Told(functions);
+        Lines lines = heard.Said(functions);
         for (std::string& message : lines) {
             for (const Endpoint* endpoint : pc.audio.All()) {
                 const std::string id = ToUtf8(endpoint->id());
@@ -34,8 +34,6 @@ protected:
         return lines;
     }
 };
-
-using Lines = std::vector<std::string>;
 
 // --- The policy ---
 
@@ -79,7 +77,6 @@ TEST_F(AudioTest, AChangeIsTheUsersChoiceOrUndoneAsTheTimesAndTheStateSay)
     Set(L"MuteAudio", 1);
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
-        Refresh();
         first.SetMute(true);
         second.SetMute(true);
         Set(L"EnableNeverSleep", row.where != Where::init);
@@ -93,10 +90,10 @@ TEST_F(AudioTest, AChangeIsTheUsersChoiceOrUndoneAsTheTimesAndTheStateSay)
             InService([] { S::m_ullLastSusResEventTime = GetTickCount64(); });
         pc.RunFor(row.after_power);
         Endpoint& changed = row.by_default ? first : second;
-        Forget();
+        heard.Forget();
         changed.SetMute(false);
         pc.Settle();
-        EXPECT_EQ(TimesTold(L"updated cache to not muted"), row.recorded);
+        EXPECT_EQ(heard.Times("updated cache to not muted"), row.recorded);
         EXPECT_EQ(changed.Muted(), row.imposed);
         if (row.where == Where::init) InService([] { CAudioManager::Stop(); });
         Stop();
@@ -107,7 +104,6 @@ TEST_F(AudioTest, InTheInitialStateAnEventBeforeSwitchingOffStillCounts)
 {
     Endpoint& first = pc.audio.Add(L"First");
     for (const bool in_window : {true, false}) {
-        Refresh();
         first.SetMute(false);
         Start();
         InService([] { S::m_ullLastSusResEventTime = GetTickCount64(); });
@@ -119,11 +115,11 @@ TEST_F(AudioTest, InTheInitialStateAnEventBeforeSwitchingOffStillCounts)
             CAudioManager::Start();
         });
         EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
-        Forget();
+        heard.Forget();
         first.SetMute(true);
         pc.Settle();
-        EXPECT_EQ(TimesTold(L"updated cache to muted"), 1);
-        EXPECT_EQ(TimesTold(L"default case hit"), in_window) << "imposed: what was just recorded";
+        EXPECT_EQ(heard.Times("updated cache to muted"), 1);
+        EXPECT_EQ(heard.Times("default case hit"), in_window) << "imposed: what was just recorded";
         Stop();
     }
 }
@@ -149,7 +145,6 @@ TEST_F(AudioTest, EachStateHasItsDesiredMuteState)
     Endpoint& microphone = pc.audio.Add(L"Microphone", eCapture);
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
-        Refresh();
         on.SetMute(false);
         Set(L"MuteAudio", row.mute_audio);
         Start();
@@ -204,8 +199,8 @@ TEST_F(AudioTest, TwentyEndpointsAreKeptTheTwentyFirstIsNotAndLongIdsCountWhole)
         pc.audio.Add(std::to_wstring(i), eRender, {.id = long_id + std::to_wstring(i)});
     }
     Start();
-    EXPECT_EQ(TimesTold(L"NOT cached"), 1);
-    EXPECT_EQ(TimesTold(L"Device " + long_id + L"21 NOT cached"), 1);
+    EXPECT_EQ(heard.Times("NOT cached"), 1);
+    EXPECT_EQ(heard.Times("Device " + ToUtf8(long_id) + "21 NOT cached"), 1);
     Go(pc, EVENT_ENTER_DND);
     for (const Endpoint* endpoint : pc.audio.All()) {
         EXPECT_EQ(endpoint->Muted(), endpoint->name() != L"21") << ToUtf8(endpoint->name());
@@ -225,7 +220,7 @@ TEST_F(AudioTest, EndpointsThatComeAndGoAreKeptAsTheyAre)
     phones.SetState(DEVICE_STATE_ACTIVE);
     pc.RunFor(2s);
     EXPECT_FALSE(phones.Muted());
-    EXPECT_EQ(TimesTold(L"Activate IAudioEndpointVolume failed, hr=0x88890004"), 1);
+    EXPECT_EQ(heard.Times("Activate IAudioEndpointVolume failed, hr=0x88890004"), 1);
     phones.SetState(DEVICE_STATE_DISABLED);
     pc.RunFor(2s);
     phones.SetState(DEVICE_STATE_ACTIVE);
@@ -239,7 +234,7 @@ TEST_F(AudioTest, EndpointsThatComeAndGoAreKeptAsTheyAre)
     Go(pc, EVENT_ENTER_S0);
     EXPECT_FALSE(phones.Muted());
     EXPECT_TRUE(desk.Muted());
-    EXPECT_EQ(TimesTold(L"Update attempt failed for index 0"), 1);
+    EXPECT_EQ(heard.Times("Update attempt failed for index 0"), 1);
     desk.SetState(DEVICE_STATE_ACTIVE);
     pc.RunFor(2s);
     EXPECT_FALSE(desk.Muted());
@@ -247,8 +242,8 @@ TEST_F(AudioTest, EndpointsThatComeAndGoAreKeptAsTheyAre)
     desk.Remove();
     phones.Remove();
     pc.RunFor(2s);
-    EXPECT_EQ(TimesTold(L"OnDefaultDeviceChange called with to NULL"), 3);
-    EXPECT_EQ(TimesTold(L"**** OnPropertyValueChanged callback received, deviceID: "), 1);
+    EXPECT_EQ(heard.Times("OnDefaultDeviceChange called with to NUL"), 3);
+    EXPECT_EQ(heard.Times("**** OnPropertyValueChanged callback received, deviceID: "), 1);
     Stop();
 }
 
@@ -263,10 +258,10 @@ TEST_F(AudioTest, TheFeatureGoesOffWhileANotificationWaitsAndComesOnAgain)
     const Instant asked = pc.now();
     InService([] { S::StopNeverSleep(); });
     EXPECT_EQ(pc.now() - asked, Duration(900ms)) << "the notification is waited for";
-    Forget();
+    heard.Forget();
     desk.SetMute(false);
     pc.RunFor(5s);
-    EXPECT_EQ(TimesTold(L"callback received"), 0);
+    EXPECT_EQ(heard.Times("callback received"), 0);
     InService([] { S::StartNeverSleep(); });
     Go(pc, EVENT_ENTER_DND);
     EXPECT_TRUE(desk.Muted());
@@ -306,34 +301,33 @@ TEST_F(AudioTest, TheCallbackObjectsAnswerForTheirInterfaceAndBadNotificationsAr
 // Whichever call of the sound system fails, nothing is left behind and the service goes on.
 TEST_F(AudioTest, WhicheverSoundCallFailsNothingIsLeftBehind)
 {
-    const std::pair<const char*, const wchar_t*> calls[] = {
-        {"CoCreateGuid", L"Unable to create GUID, hr=0x80004005"},
-        {"CoInitializeEx", L"Unable to create MMDeviceEnumerator, status=0x800401f0, 0 of 5"},
-        {"CoCreateInstance", L"Unable to create MMDeviceEnumerator, status=0x80004005, 0 of 5"},
-        {"UuidToStringW", L"Created MMDeviceEnumerator"},
-        {"EnumAudioEndpoints", L"EnumAudioEndpoints failed, hr=0x80004005"},
-        {"GetCount", L"GetCount failed, hr=0x80004005"},
-        {"Item", L"Item 0 of 1 not found"},
-        {"GetId", L"deviceId is NULL"},
-        {"GetDevice", L"GetDevice failed, hr=0x80004005"},
-        {"IMMDevice::QueryInterface", L"QueryInterface IMMEndpoint on IMMDevice failed"},
-        {"GetDataFlow", L"GetDataFlow failed, hr=0x80004005"},
-        {"Activate", L"Activate IAudioEndpointVolume failed, hr=0x80004005"},
-        {"GetMute", L"Caching mute state not muted"},
-        {"RegisterControlChangeNotify", L"RegisterEndpointVolumeCallback failed"},
-        {"GetDefaultAudioEndpoint", L"GetDefaultAudioEndpoint failed, hr=0x80004005"},
+    const std::pair<const char*, const char*> calls[] = {
+        {"CoCreateGuid", "Unable to create GUID, hr=0x80004005"},
+        {"CoInitializeEx", "Unable to create MMDeviceEnumerator, status=0x800401f0, 0 of 5"},
+        {"CoCreateInstance", "Unable to create MMDeviceEnumerator, status=0x80004005, 0 of 5"},
+        {"UuidToStringW", "Created MMDeviceEnumerator"},
+        {"EnumAudioEndpoints", "EnumAudioEndpoints failed, hr=0x80004005"},
+        {"GetCount", "GetCount failed, hr=0x80004005"},
+        {"Item", "Item 0 of 1 not found"},
+        {"GetId", "deviceId is NUL"},
+        {"GetDevice", "GetDevice failed, hr=0x80004005"},
+        {"IMMDevice::QueryInterface", "QueryInterface IMMEndpoint on IMMDevice failed"},
+        {"GetDataFlow", "GetDataFlow failed, hr=0x80004005"},
+        {"Activate", "Activate IAudioEndpointVolume failed, hr=0x80004005"},
+        {"GetMute", "Caching mute state not muted"},
+        {"RegisterControlChangeNotify", "RegisterEndpointVolumeCallback failed"},
+        {"GetDefaultAudioEndpoint", "GetDefaultAudioEndpoint failed, hr=0x80004005"},
         {"RegisterEndpointNotificationCallback",
-         L"Unable to register default audio device change notification callback"},
-        {"SetMute", L"Update attempt failed for index 0"},
+         "Unable to register default audio device change notification callback"},
+        {"SetMute", "Update attempt failed for index 0"},
     };
     Endpoint& desk = pc.audio.Add(L"Desk");
     for (const auto& [function, line] : calls) {
         SCOPED_TRACE(function);
-        Refresh();
-        Forget();
+        heard.Forget();
         pc.faults.Set(function, {});
         Start();
-        EXPECT_GE(TimesTold(line), 1);
+        EXPECT_GE(heard.Times(line), 1);
         desk.SetVolume(desk.Volume() / 2);
         Go(pc, EVENT_ENTER_DND);
         Go(pc, EVENT_ENTER_S0);
@@ -342,14 +336,6 @@ TEST_F(AudioTest, WhicheverSoundCallFailsNothingIsLeftBehind)
         pc.faults.ClearAll();
     }
 }
-
-}  // namespace
-
-// The callback of a registration that cannot be removed stays with whoever still may call it. An
-// entry that leaked otherwise would leave its endpoint volume open, which every test looks for.
-extern "C" const char* __lsan_default_suppressions() { return "leak:RegisteredAudioDevice::Make"; }
-
-namespace {
 
 // A registration that cannot be removed may still be called, and finds nobody.
 TEST_F(AudioTest, ARegistrationThatCannotBeRemovedDoesNoHarm)
@@ -363,12 +349,12 @@ TEST_F(AudioTest, ARegistrationThatCannotBeRemovedDoesNoHarm)
     desk.SetState(DEVICE_STATE_ACTIVE);
     pc.RunFor(100ms);
     InService([] { S::StopNeverSleep(); });
-    EXPECT_EQ(TimesTold(L"UNABLE TO UNREGISTER FOR VOLUME CALLBACKS ON CACHED DEVICE 0!!!"), 1);
+    EXPECT_EQ(heard.Times("UNABLE TO UNREGISTER FOR VOLUME CALLBACKS ON CACHED DEVICE 0!!!"), 1);
     pc.RunFor(2s);
     desk.SetMute(true);
     pc.Settle();
-    EXPECT_EQ(TimesTold(L"pRegDevice is NULL"), 1);
-    EXPECT_EQ(TimesTold(L"OnAudioDeviceMuteStateChange entry"), 1) << "nobody else listens";
+    EXPECT_EQ(heard.Times("pRegDevice is NUL"), 1);
+    EXPECT_EQ(heard.Times("OnAudioDeviceMuteStateChange entry"), 1) << "nobody else listens";
     Stop();
     std::multiset<std::string> left;
     for (const LeftOpen& open : m_service->left_open()) left.insert(open.kind);
@@ -444,12 +430,9 @@ DWORD WINAPI ChangeStates(LPVOID parameter)
     return 0;
 }
 
-int RunStorm(std::uint64_t seed)
+// Until each of those who shake the PC is done.
+void Shaken(std::uint64_t seed)
 {
-    RegInit();
-    createGlobalEvents();
-    const OwnedHandle service(
-        CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
     const LPTHREAD_START_ROUTINE who[] = {Shake,         Shake,         Shake,
                                           SwitchFeature, SwitchFeature, ChangeStates};
     std::vector<OwnedHandle> threads;
@@ -458,20 +441,15 @@ int RunStorm(std::uint64_t seed)
         threads.emplace_back(CreateThread(nullptr, 0, one, parameter, 0, nullptr));
     }
     for (const OwnedHandle& thread : threads) WaitForSingleObject(thread.Get(), INFINITE);
-    WaitForSingleObject(service.Get(), INFINITE);
-    closeGlobalEvents();
-    return 0;
 }
 
-void ExpectCalmAfterStorm(const Machine::Options& options, std::uint64_t seed)
+void ExpectCalmAfterStorm(Machine& pc, const Machine::Options& life)
 {
-    SCOPED_TRACE("seed " + std::to_string(seed) + (options.free ? ", free" : ""));
-    Refresh();
-    Machine pc(options);
+    const std::uint64_t seed = life.seed;
     pc.registry.SetDword(kUserKey, L"LoggingEnabled", kLogToDebugger);
     pc.registry.SetDword(kUserKey, L"LoggingLevel", seed % 16 == 0 ? 6 : 3);
     pc.registry.SetDword(kUserKey, L"MuteAudio", 1);
-    Process& process = pc.Start([seed] { return RunStorm(seed); });
+    Process& process = pc.Start([seed] { return RunService({}, [seed] { Shaken(seed); }); });
     // Long enough for every thread of the storm, and then for what they have set off.
     pc.RunFor(2min);
     for (Endpoint* endpoint : pc.audio.All()) {
@@ -508,25 +486,11 @@ void ExpectCalmAfterStorm(const Machine::Options& options, std::uint64_t seed)
     EXPECT_EQ(pc.faults.CallsOf("SetMute") - set_before, all.size()) << "each is cached once";
     SignalGlobalEvent(EVENT_SERVICE_STOP);
     EXPECT_TRUE(pc.RunUntil([&] { return !process.running(); }, 1min));
-    for (const LeftOpen& left : process.left_open()) {
-        if (left.name == kLogPath) continue;
-        ADD_FAILURE() << "left open: " << left.kind << " " << ToUtf8(left.name);
-    }
-    for (const std::string& misuse : pc.misuses()) ADD_FAILURE() << "misuse: " << misuse;
 }
 
 TEST(AudioStormTest, WhenItIsOverEveryEndpointHasItsStateAndNothingIsLeft)
 {
-    const char* const seeds = std::getenv("HOLV_STORM_SEEDS");
-    const std::uint64_t count = seeds ? std::strtoull(seeds, nullptr, 10) : 1000;
-    if (!kRunFree) {
-        for (std::uint64_t seed = 1; seed <= count && !::testing::Test::HasFailure(); ++seed) {
-            ExpectCalmAfterStorm({.seed = seed}, seed);
-        }
-    }
-    for (std::uint64_t seed = 1; seed <= 20 && !::testing::Test::HasFailure(); ++seed) {
-        ExpectCalmAfterStorm({.free = true}, seed);
-    }
+    StormOnPc({.seeds = 100, .free = 20}, ExpectCalmAfterStorm);
 }
 
 }  // namespace

@@ -15,20 +15,18 @@ using namespace virtual_pc;
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 class ControlHandlerTest : public ServiceFixture
 {
 protected:
     // What the service says to something that is announced; times are left out.
     Lines Told(const Announcement& announcement)
     {
-        service.Forget();
+        service.heard.Forget();
         bool handled = false;
         pc.announcer.Announce(announcement, [&] { handled = true; });
         pc.RunFor(1ms);
         EXPECT_TRUE(handled);
-        Lines said = service.Said(L"::On");
+        Lines said = service.heard.Said("::On");
         for (std::string& line : said) line = line.substr(0, line.find(", Timestamp"));
         return said;
     }
@@ -117,14 +115,14 @@ TEST_F(ControlHandlerTest, EveryPowerSettingComesToItsHandlerWithItsValue)
             << c.said << " of " << testing::PrintToString(said);
     }
     pc.RunFor(1s);
-    EXPECT_TRUE(service.Heard(L"EnterNeverSleepActiveState exit")) << "away mode was entered";
+    EXPECT_TRUE(service.heard.Has("EnterNeverSleepActiveState exit")) << "away mode was entered";
 
     // The present values are told at the start, before the state machine has a state.
     service.Stop();
     pc.power.Activate(GUID_TYPICAL_POWER_SAVINGS);
     service.Restart();
-    EXPECT_TRUE(service.Heard(L"**** Display is ON"));
-    EXPECT_TRUE(service.Heard(L"**** Awaymode OFF"));
+    EXPECT_TRUE(service.heard.Has("**** Display is ON"));
+    EXPECT_TRUE(service.heard.Has("**** Awaymode OFF"));
     service.Stop();
 }
 
@@ -146,24 +144,25 @@ TEST_F(ControlHandlerTest, UnknownControlsAreReportedAndAStopWithoutEventsHarmsN
         for (const DWORD control : {0u, 6u, 7u, 8u, 9u, 10u, 11u, 12u, 17u, 128u, 0xFFFFFFFFu}) {
             EXPECT_TRUE(reported(control)) << control;
         }
-        service.Forget();
+        service.heard.Forget();
         for (const DWORD control : {2u, 3u, 4u, 15u}) EXPECT_FALSE(reported(control)) << control;
-        EXPECT_EQ(service.Said(), Lines{});
+        EXPECT_EQ(service.heard.Said(), Lines{});
 
         handle(SERVICE_CONTROL_STOP);
         handle(SERVICE_CONTROL_SHUTDOWN);
-        EXPECT_EQ(service.Said(), (Lines{"SERVICE_CONTROL_STOP", "SERVICE_CONTROL_SHUTDOWN"}));
+        EXPECT_EQ(service.heard.Said(),
+                  (Lines{"SERVICE_CONTROL_STOP", "SERVICE_CONTROL_SHUTDOWN"}));
 
-        service.Forget();
+        service.heard.Forget();
         std::vector<BYTE> record(24);
         const GUID other{0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}};
         std::memcpy(record.data(), &other, sizeof(other));
         record[16] = 4;
         record[20] = 9;
         handle(SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE, record.data());
-        EXPECT_EQ(service.Said(), (Lines{kPowerEvent,
-                                         "PowerSetting - data(9), dataLength(4), "
-                                         "Settings(11223344-5566-7788-807060504030201)\n"}));
+        EXPECT_EQ(service.heard.Said(), (Lines{kPowerEvent,
+                                               "PowerSetting - data(9), dataLength(4), "
+                                               "Settings(11223344-5566-7788-807060504030201)\n"}));
     });
 }
 

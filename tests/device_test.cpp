@@ -4,19 +4,16 @@
 #include <iterator>
 
 #include "platform/device.h"
-#include "platform/owned.h"
 #include "power/driver_api.h"
-#include "service/state_machine_thread.h"
-#include "settings/settings_store.h"
-#include "state/global_events.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
 
 namespace {
 
-constexpr GUID kClass{0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
+constexpr GUID kHolvClass{
+    0xD6E2A4C1, 0x5B7F, 0x4E39, {0x9C, 0x0D, 0x3F, 0x81, 0xB2, 0xA7, 0xE6, 0x45}};
 constexpr GUID kOtherClass{0x11111111, 0x2222, 0x3333, {1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr const wchar_t* kId = LR"(ACPI\QRX5071\2&0)";
 constexpr const wchar_t* kPath = LR"(\\?\acpi#qrx5071#2&0#{D6E2A4C1-5B7F-4E39-9C0D-3F81B2A7E645})";
@@ -40,13 +37,15 @@ protected:
     // when there was none.
     std::string Tell(DWORD mode)
     {
-        const std::size_t before = LogBytes().size();
+        Heard log(pc, Heard::From::log_file);
+        log.Forget();
         CDriverApi driver;
         m_initialized = driver.Initialize();
         m_told = m_initialized && driver.SetNeverSleepMode(mode);
-        const std::string log = LogBytes().substr(before);
-        const std::size_t message = log.find("*****");
-        return message == log.npos ? "" : log.substr(message, log.find('\n', message) - message);
+        for (const std::string& line : log.Said()) {
+            if (line.starts_with("*****")) return line.substr(0, line.find('\n'));
+        }
+        return "";
     }
 
     // Handles of this room that are open.
@@ -158,8 +157,8 @@ TEST_F(DeviceTest, OnlyTheFirstInterfaceOfItsClassThatAPresentDeviceOffersIsUsed
     pulled.SetPresent(false);
     Device& first = pc.devices.Add(kId);
     first.AddInterface(kOtherClass);
-    first.AddInterface(kClass, LR"(\\?\first)");
-    first.AddInterface(kClass, LR"(\\?\second)");
+    first.AddInterface(kHolvClass, LR"(\\?\first)");
+    first.AddInterface(kHolvClass, LR"(\\?\second)");
     Device& next = pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\3&0)");
 
     RunAsProcess([&] {
@@ -261,7 +260,7 @@ TEST_F(DeviceTest, APathThatDoesNotFitIsRefusedRatherThanCut)
     RunAsProcess([&] {
         for (const std::size_t length : {259, 260, 2000}) {
             Device& device = pc.devices.Add(kId + std::to_wstring(length));
-            device.AddInterface(kClass, LR"(\\?\)" + std::wstring(length - 4, L'x'));
+            device.AddInterface(kHolvClass, LR"(\\?\)" + std::wstring(length - 4, L'x'));
             const bool fits = length < 260;
             EXPECT_EQ(Tell(2),
                       fits ? "" : "*****Unable to get device interfaces detail, error=0x7a");
@@ -303,13 +302,7 @@ TEST_F(DeviceTest, TheStateMachineTellsItEachStateItEntersAndZeroWhenOneIsLeft)
                  {EVENT_ENTER_DND, {3}},
                  {EVENT_ENTER_S0, {}}};
     const Device& device = pc.devices.AddHolvDevice();
-    const Process& service = pc.Start([] {
-        RegInit();
-        createGlobalEvents();
-        StateMachineThreadProc(nullptr);
-        closeGlobalEvents();
-        return 0;
-    });
+    const Process& service = pc.Start([] { return RunService(); });
     pc.RunFor(1ms);
     for (const auto& step : story) {
         const std::size_t before = device.Requests().size();
@@ -334,8 +327,8 @@ TEST_F(DeviceTest, SetsAndHandlesRefuseWhatTheyCannotDo)
 {
     pc.devices.AddHolvDevice();
     RunAsProcess([&] {
-        const OwnedDeviceInfoSet set(
-            SetupDiGetClassDevsW(&kClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+        const OwnedDeviceInfoSet set(SetupDiGetClassDevsW(&kHolvClass, nullptr, nullptr,
+                                                          DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
         pc.devices.Find(LR"(acpi\QRX5071\2&0)")->SetPresent(false);
         SP_DEVINFO_DATA device{};
         EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 0, &device));
@@ -345,12 +338,12 @@ TEST_F(DeviceTest, SetsAndHandlesRefuseWhatTheyCannotDo)
         EXPECT_FALSE(SetupDiEnumDeviceInfo(set.Get(), 1, &device));
         EXPECT_EQ(GetLastError(), kNoMoreItems);
         SP_DEVICE_INTERFACE_DATA found{};
-        EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kClass, 0, &found));
+        EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kHolvClass, 0, &found));
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
         found.cbSize = 32;
         EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kOtherClass, 0, &found));
         EXPECT_EQ(GetLastError(), kNoMoreItems);
-        EXPECT_TRUE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kClass, 0, &found));
+        EXPECT_TRUE(SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &kHolvClass, 0, &found));
         SP_DEVICE_INTERFACE_DETAIL_DATA_W detail{};
         EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailW(set.Get(), &found, &detail, sizeof(detail),
                                                       nullptr, nullptr));

@@ -3,12 +3,8 @@
 
 #include <array>
 
-#include "log/log.h"
-#include "settings/settings.h"
 #include "state/do_not_disturb.h"
-#include "state/global_events.h"
-#include "state/never_sleep_state.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
@@ -82,10 +78,7 @@ protected:
     DoNotDisturbTest()
     {
         g_dwLoggingEnabled = 0;
-        g_bEnableDoNotDisturb = 1;
-        g_bDndToS3 = 0;
         S::m_eSystemState = S0_NORMAL;
-        S::m_bSeenDndStart = FALSE;
     }
 
     void Hours(DWORD start, DWORD end)
@@ -102,9 +95,8 @@ protected:
     void WithEvents(const std::function<void()>& body)
     {
         RunAsProcess([&] {
-            createGlobalEvents();
+            const GlobalEvents events;
             body();
-            closeGlobalEvents();
         });
     }
 
@@ -170,12 +162,12 @@ TEST_F(DoNotDisturbTest, ASwitchedOffIntervalHasNoTimersAndATimerThatCannotBeArm
         g_bEnableDoNotDisturb = 1;
         g_dwLoggingLevel = 3;
         g_dwLoggingEnabled = kLogToDebugger;
-        for (const auto& [now, line] : {std::pair{"23:00", L"DoNotDisturb end."},
-                                        std::pair{"12:00", L"DoNotDisturb start."}}) {
+        for (const auto& [now, line] :
+             {std::pair{"23:00", "DoNotDisturb end."}, std::pair{"12:00", "DoNotDisturb start."}}) {
             SetClock(now);
             pc.faults.Set("SetWaitableTimer", {});
             S::CreateDoNotDisturbTimer();
-            EXPECT_NE(pc.outputs.debug().back().text.find(line), std::wstring::npos);
+            EXPECT_TRUE(heard.TakeHas(line));
         }
     });
 }

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <type_traits>
 
-#include "log/format.h"
+#include "log/event_source.h"
+#include "log/log.h"
 
 namespace {
 
@@ -88,8 +91,6 @@ enum Plain
     zero,
 };
 
-// The compiler says whether these go together; that a wrong call then really fails to build is
-// tested with the compiler itself, in log_compile.cmake.
 TEST(Format, OnlyFittingArgumentsGoWithAFormat)
 {
     EXPECT_TRUE((FormatMatches<const wchar_t*, wchar_t[8], wchar_t*>(L"%s %s %wS")));
@@ -119,5 +120,35 @@ TEST(Format, OnlyFittingArgumentsGoWithAFormat)
     };
     for (std::size_t i = 0; i < std::size(wrong); ++i) EXPECT_FALSE(wrong[i]) << "row " << i;
 }
+
+// --- What builds ---
+
+// A format as a template's argument.
+template <std::size_t size>
+struct Literal
+{
+    consteval Literal(const wchar_t (&characters)[size]) { std::copy_n(characters, size, text); }
+    wchar_t text[size];
+};
+
+// Whether a call with this format and these arguments builds: whether its format can be made while
+// the program is compiled.
+template <Literal format, class... Args>
+constexpr bool kBuilds = requires
+{
+    typename std::bool_constant<(FormatFor<Args...>(format.text), true)>;
+};
+
+static_assert(kBuilds<L"%S at %I64u, hr=0x%x\n", const char*, ULONGLONG, HRESULT>);
+static_assert(!kBuilds<L"%s at %I64u, hr=0x%x\n", const char*, ULONGLONG, HRESULT>,
+              "an 8-bit string for a wide one");
+static_assert(!kBuilds<L"%S at %u, hr=0x%x\n", const char*, ULONGLONG, HRESULT>, "64 bits for 32");
+static_assert(!kBuilds<L"%S at %I64u, hr=0x%x\n", const char*, ULONGLONG>, "one too few");
+static_assert(!kBuilds<L"%S at %I64u\n", const char*, ULONGLONG, HRESULT>, "one too many");
+
+// And no message goes another way than through such a format.
+static_assert(std::is_same_v<decltype(&Log<int>),
+                             void (*)(DWORD, const wchar_t*, FormatFor<int>, const int&)>);
+static_assert(std::is_same_v<decltype(&LogEvent<int>), void (*)(FormatFor<int>, const int&)>);
 
 }  // namespace

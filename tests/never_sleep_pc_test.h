@@ -35,8 +35,8 @@ public:
              {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
             EXPECT_FALSE(pc.power.Held(type));
         }
-        EXPECT_EQ(m_service->left_open().size(), 1u) << "the log's file alone";
-        EXPECT_EQ(pc.misuses().size(), 0u);
+        EXPECT_FALSE(m_service->left_open().empty()) << "the log's file";
+        ExpectNothingLeft(pc);
     }
 
     // A member of the state record.
@@ -88,6 +88,7 @@ public:
     }
 
     virtual_pc::Machine pc;
+    Heard heard{pc};
     ServiceView view;
 
 private:

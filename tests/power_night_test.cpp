@@ -6,13 +6,6 @@
 using namespace std::chrono_literals;
 using namespace virtual_pc;
 
-// The callback of a registration that cannot be removed stays. It would go with its process; here
-// all share one heap.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:RegisteredAudioDevice::Make\n";
-}
-
 namespace {
 
 // Each value that is not what it was, but for the never-sleep plan's processor maximum, which is
@@ -45,7 +38,7 @@ std::size_t MayChange(const std::string& failed)
 // Lives through the day with the n-th call failing. False when there are not so many.
 bool LiveThroughADay(std::uint64_t n)
 {
-    Refresh();
+    FreshService();
     Machine pc({.free = kRunFree});
     pc.registry.SetDword(kUserKey, L"DndToS3", 1);
     pc.registry.SetDword(kUserKey, L"LoggingLevel", 1);
@@ -58,7 +51,7 @@ bool LiveThroughADay(std::uint64_t n)
         const Hold hold(pc);
         pc.faults.FailNth(n);
     }
-    const Process& service = pc.Start(RunService);
+    const Process& service = pc.Start([] { return RunService(); });
     for (const GlobalEvent event : {EVENT_ENTER_ACTIVE, EVENT_ENTER_IDLE, EVENT_ENTER_S0,
                                     EVENT_ENTER_DND, EVENT_ENTER_S0, EVENT_SERVICE_STOP}) {
         pc.RunFor(10ms);
@@ -82,10 +75,7 @@ bool LiveThroughADay(std::uint64_t n)
     const bool kept =
         (function && function->role() == Role::releases) || failed.starts_with("Unregister");
     if (!kept) {
-        for (const LeftOpen& left : service.left_open()) {
-            if (left.name == kLogPath) continue;  // the process's end closes it
-            ADD_FAILURE() << "left open: " << left.kind << " " << ToUtf8(left.name);
-        }
+        EXPECT_EQ(LeftOpenBy(service), "");
     }
     for (const std::string& misuse : pc.misuses()) ADD_FAILURE() << "misuse: " << misuse;
     return function != nullptr;

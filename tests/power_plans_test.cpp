@@ -2,7 +2,6 @@
 // in its order, the lines of the log, and what is left when platform calls fail.
 
 #include <algorithm>
-#include <regex>
 
 #include "log/log.h"
 #include "platform/owned.h"
@@ -15,25 +14,18 @@ using namespace virtual_pc;
 namespace {
 
 using Manager = CPowerPolicyManager;
-using Story = std::vector<std::string>;
 using Plans = std::map<GUID, PowerPlan, GuidLess>;
 
 constexpr const GUID& kSaver = GUID_MAX_POWER_SAVINGS;
 constexpr const GUID& kBalanced = GUID_TYPICAL_POWER_SAVINGS;
 constexpr const GUID& kHigh = GUID_MIN_POWER_SAVINGS;
 
-Story operator+(Story a, const Story& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-Story Both(const std::string& setting, DWORD ac, DWORD dc)
+Lines Both(const std::string& setting, DWORD ac, DWORD dc)
 {
     return {setting + " ac " + std::to_string(ac), setting + " dc " + std::to_string(dc)};
 }
 
-Story Processor(const std::string& source, DWORD limit)
+Lines Processor(const std::string& source, DWORD limit)
 {
     return {"Power saver: processor-min " + source + " 5",
             "Power saver: processor-max " + source + " " + std::to_string(limit)};
@@ -51,22 +43,22 @@ void Furnish(Power& power)
 }
 
 // What that makes of each step, Balanced being the user's plan.
-const Story kAllowUser = Both("Balanced: away-mode", 1, 1) + Both("Balanced: wake-timers", 1, 1);
-const Story kAllowSaver =
+const Lines kAllowUser = Both("Balanced: away-mode", 1, 1) + Both("Balanced: wake-timers", 1, 1);
+const Lines kAllowSaver =
     Both("Power saver: away-mode", 1, 1) + Both("Power saver: wake-timers", 1, 1);
-const Story kActivateUser{"activate Balanced"};
-const Story kActivateSaver{"activate Power saver"};
-const Story kGiveUserBack = Both("Balanced: away-mode", 0, 1) + Both("Balanced: wake-timers", 1, 0);
-const Story kGiveSaverBack =
-    Story{"Power saver: processor-max ac 100", "Power saver: processor-min ac 5",
+const Lines kActivateUser{"activate Balanced"};
+const Lines kActivateSaver{"activate Power saver"};
+const Lines kGiveUserBack = Both("Balanced: away-mode", 0, 1) + Both("Balanced: wake-timers", 1, 0);
+const Lines kGiveSaverBack =
+    Lines{"Power saver: processor-max ac 100", "Power saver: processor-min ac 5",
           "Power saver: processor-max dc 100", "Power saver: processor-min dc 5"} +
     Both("Power saver: wake-timers", 0, 1) + Both("Power saver: away-mode", 1, 0);
-const Story kCopyUser =
+const Lines kCopyUser =
     Both("Power saver: brightness", 100, 40) + Both("Power saver: password-on-wake", 1, 0);
-const Story kUncopyUser =
+const Lines kUncopyUser =
     Both("Power saver: brightness", 60, 20) + Both("Power saver: password-on-wake", 0, 1);
-const Story kSleepSoon = Both("Power saver: sleep-timeout", 60, 60);
-const Story kSleepAsBefore = Both("Power saver: sleep-timeout", 900, 600);
+const Lines kSleepSoon = Both("Power saver: sleep-timeout", 60, 60);
+const Lines kSleepAsBefore = Both("Power saver: sleep-timeout", 900, 600);
 
 class PowerPlansTest : public VirtualPcTest
 {
@@ -89,7 +81,7 @@ protected:
     }
 
     // What is written and activated while `act` runs.
-    Story Effects(const std::function<void()>& act)
+    Lines Effects(const std::function<void()>& act)
     {
         m_effects.clear();
         act();
@@ -97,23 +89,16 @@ protected:
     }
 
     // What is said while `act` runs: level and message.
-    Story Said(const std::function<void()>& act = [] {})
+    Lines Said(const std::function<void()>& act = [] {})
     {
         act();
-        static const std::regex kLine(R"(\] : ([^]*?) \[L=([1-6])\])");
-        const std::string log = LogBytes().substr(m_read);
-        m_read += log.size();
-        Story said;
-        for (std::sregex_iterator line(log.begin(), log.end(), kLine), end; line != end; ++line) {
-            if ((*line)[2] != "5") said.push_back((*line)[2].str() + " " + (*line)[1].str());
-        }
-        return said;
+        return m_log.TakeWithLevels();
     }
 
-    Story m_effects;
+    Lines m_effects;
 
 private:
-    std::size_t m_read = 0;
+    Heard m_log{pc, Heard::From::log_file};
 };
 
 // --- Access to plans ---
@@ -164,7 +149,7 @@ TEST_F(PowerPlansTest, EachSettingIsReadAndWrittenUnderItsOwnNameAndLevels)
                 EXPECT_EQ(value, ac ? 31u : 32u);
                 pc.faults.Set("PowerRead" + suffix, {});
                 EXPECT_EQ(Said([&] { EXPECT_TRUE(each.get(&kSaver, ac, &value, nullptr)); }),
-                          Story{failure(ac ? each.read_ac : each.read_dc, "PowerRead" + suffix,
+                          Lines{failure(ac ? each.read_ac : each.read_dc, "PowerRead" + suffix,
                                         each.name)});
                 EXPECT_EQ(value, each.get == Manager::GetRtcWakeValue ? 1u : ac ? 31u : 32u);
                 EXPECT_TRUE(pc.outputs.debug().back().text.starts_with(
@@ -178,7 +163,7 @@ TEST_F(PowerPlansTest, EachSettingIsReadAndWrittenUnderItsOwnNameAndLevels)
                 EXPECT_EQ(ac ? held.ac : held.dc, 40u);
             }
             const auto refused = [&](const std::string& verb) {
-                return Story{"3 Invalid input for power action " + verb + each.operation + "Value"};
+                return Lines{"3 Invalid input for power action " + verb + each.operation + "Value"};
             };
             EXPECT_EQ(Said([&] { EXPECT_FALSE(each.get(&kSaver, TRUE, nullptr, nullptr)); }),
                       refused("Get"));
@@ -198,7 +183,7 @@ TEST_F(PowerPlansTest, PlansHaveShortNamesInTheLog)
     const std::string tildes(85, '~');
     const std::string honored = " BE HONORED FROM HERE ON~~~~~~~~~~~~";
     RunAsProcess([&] {
-        EXPECT_EQ(
+        EXPECT_LINES(
             Said([&] {
                 Manager::SetAwayModeValue(&kBalanced, FALSE, 0);
                 Manager::SetAwayModeValue(&kSaver, TRUE, 1);
@@ -207,7 +192,7 @@ TEST_F(PowerPlansTest, PlansHaveShortNamesInTheLog)
                 Manager::SetActivePowerScheme(&nearly_balanced);
                 Manager::SetActivePowerScheme(nullptr);
             }),
-            (Story{"4 ~" + tildes, "4 ~~~~~~~Bal scheme's DC AWAY MODE REQESTS WILL NOT" + honored,
+            (Lines{"4 ~" + tildes, "4 ~~~~~~~Bal scheme's DC AWAY MODE REQESTS WILL NOT" + honored,
                    "4 " + tildes, "4 ~" + tildes,
                    "4 ~~~~~~~Low scheme's AC AWAY MODE REQESTS WILL " + honored, "4 " + tildes,
                    "6 Power scheme is updated to Bal", "3 PowerSetActiveScheme failed with error 8",
@@ -237,7 +222,7 @@ TEST_F(PowerPlansTest, QuestionsHaveAnAnswerEvenWhenTheSystemHasNone)
                       EXPECT_EQ(manager.GetActiveSleepIdleTimeoutValue(TRUE), 0xFFFFFFFF);
                       EXPECT_EQ(manager.GetActiveSleepIdleTimeoutValue(TRUE), 0xFFFFFFFF);
                   }),
-                  (Story{"3 GetSystemPowerStatus failed with error 5",
+                  (Lines{"3 GetSystemPowerStatus failed with error 5",
                          "3 GetSystemPowerStatus failed with error 5",
                          "2 PowerGetActiveScheme failed with error 5",
                          "3 PowerReadACValueIndex for GUID_STANDBY_TIMEOUT failed with error 5"}));
@@ -250,15 +235,17 @@ TEST_F(PowerPlansTest, ControlAndStatesChangeThePlansAndPutThemBackInOrder)
 {
     RunAsProcess([&] {
         Manager manager;
-        EXPECT_EQ(Effects([&] { manager.ExitHolvControl(); }), Story{}) << "nothing is saved yet";
-        EXPECT_EQ(Effects([&] { manager.EnterHolvControl(); }),
-                  kAllowUser + kAllowSaver + kActivateUser);
-        EXPECT_EQ(Effects([&] { manager.EnterHolvState(); }), kCopyUser + kActivateSaver);
-        EXPECT_EQ(Effects([&] { manager.TransitionFromHolvToS3(); }), kSleepSoon + kActivateSaver);
-        EXPECT_EQ(Effects([&] { manager.ExitHolvState(); }),
-                  kSleepAsBefore + kUncopyUser + kActivateUser);
-        EXPECT_EQ(Effects([&] { manager.ExitHolvState(); }), kUncopyUser + kActivateUser);
-        EXPECT_EQ(Effects([&] { manager.ExitHolvControl(); }), kGiveUserBack + kGiveSaverBack);
+        EXPECT_LINES(Effects([&] { manager.ExitHolvControl(); }), Lines{})
+            << "nothing is saved yet";
+        EXPECT_LINES(Effects([&] { manager.EnterHolvControl(); }),
+                     kAllowUser + kAllowSaver + kActivateUser);
+        EXPECT_LINES(Effects([&] { manager.EnterHolvState(); }), kCopyUser + kActivateSaver);
+        EXPECT_LINES(Effects([&] { manager.TransitionFromHolvToS3(); }),
+                     kSleepSoon + kActivateSaver);
+        EXPECT_LINES(Effects([&] { manager.ExitHolvState(); }),
+                     kSleepAsBefore + kUncopyUser + kActivateUser);
+        EXPECT_LINES(Effects([&] { manager.ExitHolvState(); }), kUncopyUser + kActivateUser);
+        EXPECT_LINES(Effects([&] { manager.ExitHolvControl(); }), kGiveUserBack + kGiveSaverBack);
     });
 }
 
@@ -276,28 +263,29 @@ TEST_F(PowerPlansTest, DoNotDisturbTimeLimitsTheProcessorAndSleepsAsTheSettingsS
             g_dwMaxCpuPowerLimit = limit;
             g_bEnableHolvOnDC = on_dc;
             g_bDndToS3 = to_s3;
-            const Story wake = Both("Power saver: wake-timers", 1, 1);
-            Story in = kCopyUser;
+            const Lines wake = Both("Power saver: wake-timers", 1, 1);
+            Lines in = kCopyUser;
             if (limit) in = in + Processor("ac", limit);
             if (limit && on_dc) in = in + Processor("dc", limit);
             if (to_s3) in = in + kSleepSoon + wake;
-            Story out = (on_dc ? Processor("dc", 100) : Story{}) + Processor("ac", 100);
+            Lines out = (on_dc ? Processor("dc", 100) : Lines{}) + Processor("ac", 100);
             if (to_s3) out = out + kSleepAsBefore + wake;
-            EXPECT_EQ(Effects([&] { manager.EnterDoNotDisturbState(); }), in + kActivateSaver);
-            EXPECT_EQ(Effects([&] { manager.ExitDoNotDisturbState(); }),
-                      out + kUncopyUser + kActivateUser);
+            EXPECT_LINES(Effects([&] { manager.EnterDoNotDisturbState(); }), in + kActivateSaver);
+            EXPECT_LINES(Effects([&] { manager.ExitDoNotDisturbState(); }),
+                         out + kUncopyUser + kActivateUser);
             manager.EnterDoNotDisturbState();
             manager.TransitionFromHolvToS3();
             // What the entry changed goes back, though the settings have changed meanwhile.
             g_bEnableHolvOnDC = g_bDndToS3 = 0;
             if (!limit && on_dc) out.erase(out.begin(), out.begin() + 2);
-            EXPECT_EQ(Effects([&] { manager.ExitDoNotDisturbState(); }),
-                      out + kSleepAsBefore + kUncopyUser + kActivateUser);
+            EXPECT_LINES(Effects([&] { manager.ExitDoNotDisturbState(); }),
+                         out + kSleepAsBefore + kUncopyUser + kActivateUser);
         }
         // A minimum of 0 does not go back, nor does the maximum with it.
         pc.power.Write(kSaver, GUID_PROCESSOR_THROTTLE_MINIMUM, PowerSource::ac, 0);
         manager.EnterDoNotDisturbState();
-        EXPECT_EQ(Effects([&] { manager.ExitDoNotDisturbState(); }), kUncopyUser + kActivateUser);
+        EXPECT_LINES(Effects([&] { manager.ExitDoNotDisturbState(); }),
+                     kUncopyUser + kActivateUser);
     });
 }
 
@@ -306,47 +294,48 @@ TEST_F(PowerPlansTest, TheLogTellsWhichPlansAreUsedAndHowTheyStand)
     RunAsProcess([&] {
         Manager manager;
         const std::string early = " called before save, doing nothing";
-        EXPECT_EQ(Said([&] { manager.ExitHolvControl(); }),
-                  (Story{"6 CPowerPolicyManager::ExitHolvControl",
-                         "1 CPowerPolicyManager::RestoreUserPowerOptions" + early,
-                         "1 CPowerPolicyManager::RestoreHolvPowerOptions" + early}));
-        Story said = Said([&] { manager.EnterHolvControl(); });
+        EXPECT_LINES(Said([&] { manager.ExitHolvControl(); }),
+                     (Lines{"6 CPowerPolicyManager::ExitHolvControl",
+                            "1 CPowerPolicyManager::RestoreUserPowerOptions" + early,
+                            "1 CPowerPolicyManager::RestoreHolvPowerOptions" + early}));
+        Lines said = Said([&] { manager.EnterHolvControl(); });
         std::erase_if(said, [](const std::string& line) { return line[0] == '4'; });
         const auto plan = [](const std::string& name, const char* ac, const char* dc) {
             const std::string line = "1 Scheme: " + name + "\tMin: 5\tMax: ";
-            return Story{"1 AC", line + ac, "1 DC", line + dc};
+            return Lines{"1 AC", line + ac, "1 DC", line + dc};
         };
-        const Story allowed = plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 1",
+        const Lines allowed = plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 1",
                                    "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1");
-        EXPECT_EQ(said, (Story{"6 CPowerPolicyManager::EnterHolvControl",
-                               "1 Balanced power scheme is used by the user",
-                               "1 Storing user selected scheme with following config"} +
-                         plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 0",
-                              "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1") +
-                         Story{"6 User scheme configured to support Holv"} + allowed +
-                         Story{"1 Power Saver power scheme is used for Holv active",
-                               "1 Storing Holv active scheme with following config"} +
-                         plan("Low", "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1",
-                              "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 0") +
-                         Story{"6  remembering user AC power (5, 100).",
-                               "6 Holv active scheme configured to support Holv"} +
-                         plan("Low", "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1",
-                              "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 1") +
-                         Story{"6 Calling SetActivePowerToUserPref() to apply the settings changed "
-                               "to support HOLV",
-                               "6 Power scheme is updated to Bal"}));
+        EXPECT_LINES(said,
+                     (Lines{"6 CPowerPolicyManager::EnterHolvControl",
+                            "1 Balanced power scheme is used by the user",
+                            "1 Storing user selected scheme with following config"} +
+                      plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 0",
+                           "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1") +
+                      Lines{"6 User scheme configured to support Holv"} + allowed +
+                      Lines{"1 Power Saver power scheme is used for Holv active",
+                            "1 Storing Holv active scheme with following config"} +
+                      plan("Low", "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1",
+                           "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 0") +
+                      Lines{"6  remembering user AC power (5, 100).",
+                            "6 Holv active scheme configured to support Holv"} +
+                      plan("Low", "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1",
+                           "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 1") +
+                      Lines{"6 Calling SetActivePowerToUserPref() to apply the settings changed "
+                            "to support HOLV",
+                            "6 Power scheme is updated to Bal"}));
         said = Said([&] { manager.EnterHolvState(); });
-        EXPECT_EQ((Story{said.front()} + Story(said.end() - 3, said.end())),
-                  (Story{"6 CPowerPolicyManager::EnterHolvState",
+        EXPECT_EQ((Lines{said.front()} + Lines(said.end() - 3, said.end())),
+                  (Lines{"6 CPowerPolicyManager::EnterHolvState",
                          "6 Power saver AC value is 0 for password before change",
                          "6 Power saver DC value is 1 for password before change",
                          "6 Power scheme is updated to Low"}));
-        EXPECT_EQ(
+        EXPECT_LINES(
             Said([&] {
                 manager.TransitionFromHolvToS3();
                 manager.ExitHolvState();
             }),
-            (Story{"6 CPowerPolicyManager::TransitionFromHolvToS3", "6 System will suspend in 60s",
+            (Lines{"6 CPowerPolicyManager::TransitionFromHolvToS3", "6 System will suspend in 60s",
                    "6 Power scheme is updated to Low", "6 CPowerPolicyManager::ExitHolvState",
                    "6 Power saver AC value is 0 for password before restore",
                    "6 Power saver DC value is 1 for password before restore",
@@ -367,15 +356,15 @@ TEST_F(PowerPlansTest, TheOemsPlanServesInsteadAndABadNameOfItHarmsNobody)
     RunAsProcess([&] {
         Manager manager;
         wcscpy(g_szOemPowerScheme, (L"{" + name + L"}").c_str());
-        EXPECT_EQ(Effects([&] {
-                      manager.EnterHolvControl();
-                      manager.EnterDoNotDisturbState();
-                      manager.TransitionFromHolvToS3();
-                      manager.ExitDoNotDisturbState();
-                      manager.ExitHolvControl();
-                  }),
-                  kAllowUser + kActivateUser + kActivateUser + kGiveUserBack);
-        const Story said = Said();
+        EXPECT_LINES(Effects([&] {
+                         manager.EnterHolvControl();
+                         manager.EnterDoNotDisturbState();
+                         manager.TransitionFromHolvToS3();
+                         manager.ExitDoNotDisturbState();
+                         manager.ExitHolvControl();
+                     }),
+                     kAllowUser + kActivateUser + kActivateUser + kGiveUserBack);
+        const Lines said = Said();
         const std::string refused = "4 Unable to convert string ({" + ToUtf8(name) + "}) to GUID";
         EXPECT_EQ(std::ranges::count(said, refused), 2);
         EXPECT_EQ(std::ranges::count(said, "3 PowerSetActiveScheme failed with error 0"), 2);
@@ -384,9 +373,9 @@ TEST_F(PowerPlansTest, TheOemsPlanServesInsteadAndABadNameOfItHarmsNobody)
         EXPECT_EQ(std::ranges::count(said, write), 4);
 
         wcscpy(g_szOemPowerScheme, name.c_str());
-        EXPECT_EQ(Effects([&] { manager.EnterHolvControl(); }),
-                  kAllowUser + Both("Quiet: away-mode", 1, 1) + Both("Quiet: wake-timers", 1, 1) +
-                      kActivateUser);
+        EXPECT_LINES(Effects([&] { manager.EnterHolvControl(); }),
+                     kAllowUser + Both("Quiet: away-mode", 1, 1) +
+                         Both("Quiet: wake-timers", 1, 1) + kActivateUser);
         EXPECT_EQ(std::ranges::count(Said(), "1 A custom power scheme is used for Holv active"), 1);
         EXPECT_EQ(Effects([&] { manager.EnterHolvState(); }).back(), "activate Quiet");
         manager.ExitHolvState();
@@ -401,22 +390,22 @@ TEST_F(PowerPlansTest, ANewChoiceOfTheUsersIsTakenControlOfAndTheOldOnePutBack)
         Manager manager;
         manager.EnterHolvControl();
         Said();
-        EXPECT_EQ(Effects([&] {
-                      manager.OnPowerOptionChanged(nullptr);
-                      manager.OnPowerOptionChanged(&kBalanced);
-                  }),
-                  Story{});
-        EXPECT_EQ(Said(),
-                  (Story{"6 CPowerPolicyManager::OnPowerOptionChanged", "6 Doing nothing"}));
+        EXPECT_LINES(Effects([&] {
+                         manager.OnPowerOptionChanged(nullptr);
+                         manager.OnPowerOptionChanged(&kBalanced);
+                     }),
+                     Lines{});
+        EXPECT_LINES(Said(),
+                     (Lines{"6 CPowerPolicyManager::OnPowerOptionChanged", "6 Doing nothing"}));
         pc.power.Activate(kHigh);
-        EXPECT_EQ(Effects([&] { manager.OnPowerOptionChanged(&kHigh); }),
-                  kGiveUserBack + kGiveSaverBack + Both("High performance: away-mode", 1, 1) +
-                      Both("High performance: wake-timers", 1, 1) + kAllowSaver +
-                      Story{"activate High performance"});
+        EXPECT_LINES(Effects([&] { manager.OnPowerOptionChanged(&kHigh); }),
+                     kGiveUserBack + kGiveSaverBack + Both("High performance: away-mode", 1, 1) +
+                         Both("High performance: wake-timers", 1, 1) + kAllowSaver +
+                         Lines{"activate High performance"});
         EXPECT_EQ(Said()[1], "6 Detected user selected new preference");
         // What comes while a never-sleep state is entered tells of that state's plan.
         manager.EnterHolvState();
-        EXPECT_EQ(Effects([&] { manager.OnPowerOptionChanged(&kSaver); }), Story{});
+        EXPECT_LINES(Effects([&] { manager.OnPowerOptionChanged(&kSaver); }), Lines{});
         manager.ExitHolvState();
         EXPECT_EQ(pc.power.active().name, L"High performance");
         manager.ExitHolvControl();
@@ -438,7 +427,7 @@ void LiveThroughANight()
 }
 
 // Without the values.
-Story Shape(Story story)
+Lines Shape(Lines story)
 {
     for (std::string& effect : story) effect.erase(effect.rfind(' '));
     return story;
@@ -474,30 +463,26 @@ protected:
     }
 
     // A night in a process of its own, from the plans as they were.
-    Story Night()
+    Lines Night()
     {
         for (const auto& [guid, plan] : before) pc.power.FindPlan(guid)->values = plan.values;
         pc.power.Activate(kBalanced);
-        m_said_before = pc.outputs.debug().size();
+        heard.Forget();
         return Effects([&] { RunAsProcess(LiveThroughANight); });
     }
 
     // The lines of the last night that tell of a failure.
-    std::vector<std::wstring> Failures() const
+    Lines Failures() const
     {
-        std::vector<std::wstring> failures;
-        const virtual_pc::Hold still(pc);
-        for (std::size_t i = m_said_before; i < pc.outputs.debug().size(); ++i) {
-            const std::wstring& text = pc.outputs.debug()[i].text;
-            if (text.find(L"failed with error") != text.npos) failures.push_back(text);
+        Lines failures;
+        for (const HeardLine& line : heard.All()) {
+            if (line.text.find("failed with error") == line.text.npos) continue;
+            failures.push_back(line.who + " " + line.text);
         }
         return failures;
     }
 
     const Plans before = pc.power.plans();
-
-private:
-    std::size_t m_said_before = 0;
 };
 
 TEST_F(PowerPlansLeftTest, WhereTheUsersPlanIsTheNeverSleepPlanItIsPutBackToo)
@@ -512,7 +497,7 @@ TEST_F(PowerPlansLeftTest, WhereTheUsersPlanIsTheNeverSleepPlanItIsPutBackToo)
 
 TEST_F(PowerPlansLeftTest, AnyOnePlatformCallMayFailAndOnlyItsOwnEffectIsMissing)
 {
-    const Story whole = Night();
+    const Lines whole = Night();
     // Each function, and what its effects have in them.
     for (const auto& [function, effect] :
          std::map<std::string, std::string>{{"PowerWriteACValueIndex", " ac "},
@@ -525,25 +510,25 @@ TEST_F(PowerPlansLeftTest, AnyOnePlatformCallMayFailAndOnlyItsOwnEffectIsMissing
             SCOPED_TRACE(::testing::Message() << "call " << n << " of " << function);
             const std::uint64_t calls = pc.faults.CallsOf(function);
             pc.faults.Set(function, {.first = n});
-            const Story effects = Night();
+            const Lines effects = Night();
             pc.faults.ClearAll();
             if (pc.faults.CallsOf(function) - calls < n) break;
 
             std::string excused = "none";
             if (!effect.empty()) {
-                Story expected = whole;
+                Lines expected = whole;
                 auto lost = expected.begin();
                 for (std::uint64_t i = 0; i < n; ++lost) i += lost->find(effect) != lost->npos;
                 --lost;
                 excused = Shape({*lost})[0];
                 expected.erase(lost);
-                EXPECT_EQ(Shape(effects), Shape(expected));
+                EXPECT_LINES(Shape(effects), Shape(expected));
             }
             if (function != "PowerGetActiveScheme") {  // which is passed over in silence
                 ASSERT_EQ(Failures().size(), 1u);
-                const std::wstring line = Failures()[0];
-                EXPECT_NE(line.find(FromUtf8(function)), line.npos) << ToUtf8(line);
-                if (line.find(L"::GetRtcWakeValue ") != line.npos) {
+                const std::string line = Failures()[0];
+                EXPECT_NE(line.find(function), line.npos) << line;
+                if (line.find("::GetRtcWakeValue ") != line.npos) {
                     excused = function[9] == 'A' ? "wake-timers ac 1" : "wake-timers dc 1";
                 }
             }
@@ -557,7 +542,7 @@ TEST_F(PowerPlansLeftTest, AValueThatCanNeverBeReadIsNeitherChangedNorWritten)
     for (const std::string source : {" ac ", " dc "}) {
         pc.faults.Set(source == " ac " ? "PowerReadACValueIndex" : "PowerReadDCValueIndex",
                       {.count = Faults::kAlways});
-        const Story effects = Night();
+        const Lines effects = Night();
         pc.faults.ClearAll();
         for (const std::string& effect : effects) {
             if (effect.find(source) == effect.npos) continue;
@@ -570,7 +555,7 @@ TEST_F(PowerPlansLeftTest, AValueThatCanNeverBeReadIsNeitherChangedNorWritten)
 TEST_F(PowerPlansLeftTest, NeitherAnotherPlansValueNorHalfAPairMakesUpForAnUnreadOne)
 {
     pc.power.FindPlan(kSaver)->values.erase(GUID_PROCESSOR_THROTTLE_MINIMUM);
-    const Story effects = Effects([&] {
+    const Lines effects = Effects([&] {
         RunAsProcess([&] {
             Manager manager;
             manager.EnterHolvControl();
@@ -591,14 +576,9 @@ TEST_F(PowerPlansLeftTest, NeitherAnotherPlansValueNorHalfAPairMakesUpForAnUnrea
 // The handler's thread and the state machine's at once, each turn a night or a user's choice.
 TEST(PowerPlanThreadsTest, ThreadsThatChangePlansAtOnceLeaveThemAsTheyWere)
 {
-    g_dwLoggingEnabled = 0;
-    g_bDndToS3 = 1;
-    constexpr std::uint64_t kSeeds = 200;
-    constexpr std::uint64_t kFreeRuns = 20;
-    for (std::uint64_t seed = 1; seed <= kSeeds + kFreeRuns && !testing::Test::HasFailure();
-         ++seed) {
-        SCOPED_TRACE(::testing::Message() << "seed " << seed);
-        Machine pc({.free = kRunFree || seed > kSeeds, .seed = seed});
+    StormOnPc({.seeds = 200, .free = 20}, [](Machine& pc, const Machine::Options&) {
+        g_dwLoggingEnabled = 0;
+        g_bDndToS3 = 1;
         Furnish(pc.power);
         const Plans before = pc.power.plans();
         const auto request = [] {
@@ -643,8 +623,7 @@ TEST(PowerPlanThreadsTest, ThreadsThatChangePlansAtOnceLeaveThemAsTheyWere)
         });
         pc.RunUntilEnd(process);
         ExpectUnchanged(before, pc.power.plans());
-        EXPECT_TRUE(process.left_open().empty() && pc.misuses().empty());
-    }
+    });
 }
 
 }  // namespace

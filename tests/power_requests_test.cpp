@@ -2,7 +2,6 @@
 // of its battery and its sleep.
 
 #include <cstring>
-#include <regex>
 
 #include "log/log.h"
 #include "power/machine_power.h"
@@ -25,17 +24,7 @@ protected:
     }
 
     // What the log says since the last time it was asked: levels and messages.
-    std::string Said()
-    {
-        static const std::regex kLine(R"(\] : ([^]*?) \[L=([1-6])\])");
-        const std::string log = LogBytes().substr(m_read);
-        m_read += log.size();
-        std::string said;
-        for (std::sregex_iterator line(log.begin(), log.end(), kLine), end; line != end; ++line) {
-            if ((*line)[2] != "5") said += (*line)[2].str() + " " + (*line)[1].str();
-        }
-        return said;
-    }
+    std::string Said() { return Joined(m_log.TakeWithLevels()); }
 
     struct Step
     {
@@ -59,7 +48,7 @@ protected:
     }
 
 private:
-    std::size_t m_read = 0;
+    Heard m_log{pc, Heard::From::log_file};
 };
 
 TEST_F(PowerRequestsTest, EachIsHeldOnceAndAFailureLeavesItToBeTriedAgain)

@@ -182,10 +182,10 @@ TEST_F(RegistrationTest, TheFirstKnownSwitchIsDoneHoweverItIsWritten)
 TEST_F(RegistrationTest, WithDebugTheStateMachineComesAndGoesAndTheProcessGoesOn)
 {
     service.Run(L"-Service");
-    service.Forget();
+    service.heard.Forget();
     EXPECT_EQ(service.Run(L"/debug"), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
-    EXPECT_TRUE(service.Heard(L"Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6"));
-    EXPECT_TRUE(service.Heard(L"HOLV State Machine Exited"));
+    EXPECT_TRUE(service.heard.Has("Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6"));
+    EXPECT_TRUE(service.heard.Has("HOLV State Machine Exited"));
     service.Run(L"-RegServer");
     const Process& server = *pc.StartInstalled(service.image.path, L"HOLVService.exe -Debug");
     pc.RunFor(1s);
@@ -209,7 +209,7 @@ TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
     pc.RunFor(1ms);
     EXPECT_EQ(static_cast<DWORD>(service.Run(L"-Service")), 0x80004005u);
     EXPECT_EQ(Shown(), "HOLVService: Could not start service. ");
-    EXPECT_TRUE(service.Heard(L"Failed to create service, GLE=1072"));
+    EXPECT_TRUE(service.heard.Has("Failed to create service, GLE=1072"));
     service.AwaitEnd();
     EXPECT_EQ(service.State(), "stopped");
     pc.RunUntilEnd(console);
@@ -230,40 +230,40 @@ TEST_F(RegistrationTest, AStepThatFailsIsShownAndEndsWithItsError)
         DWORD error;
         DWORD exit_code;
         std::string shown;
-        std::wstring heard;
+        std::string heard;
     } cases[] = {
         {L"-Service", "OpenSCManagerW", 2, 5, 0x80004005,
-         "HOLVService: Could not open Service Manager. ", L""},
+         "HOLVService: Could not open Service Manager. ", ""},
         {L"-Service", "CreateServiceW", 1, 8, 0x80004005, "HOLVService: Could not start service. ",
-         L"Failed to create service, GLE=8\n"},
+         "Failed to create service, GLE=8\n"},
         {L"-Service", "ChangeServiceConfig2W", 1, 5, 0, "",
-         L"Failed to update service description - Access is denied. (0x5)\n"},
+         "Failed to update service description - Access is denied. (0x5)\n"},
         {L"-Service", "ChangeServiceConfig2W", 1, 4321, 0, "",
-         L"Failed to update service description - \n"},
-        {L"-Service", "RegSetValueExW", 5, 5, 0x80070005, "", L""},
-        {L"-Service", "RegCreateKeyW", 3, 5, 0x80070005, "", L""},
-        {L"-UnregServer", "RegDeleteTreeW", 1, 5, 0x80070005, "", L""},
+         "Failed to update service description - \n"},
+        {L"-Service", "RegSetValueExW", 5, 5, 0x80070005, "", ""},
+        {L"-Service", "RegCreateKeyW", 3, 5, 0x80070005, "", ""},
+        {L"-UnregServer", "RegDeleteTreeW", 1, 5, 0x80070005, "", ""},
         {L"-UnregServer", "OpenSCManagerW", 2, 5, 0x80004005,
-         "HOLVService: Could not open Service Manager. ", L""},
+         "HOLVService: Could not open Service Manager. ", ""},
         {L"-UnregServer", "OpenServiceW", 2, 5, 0x80004005, "HOLVService: Could not open service. ",
-         L""},
+         ""},
         {L"-UnregServer", "ControlService", 1, 1053, 0, "HOLVService: Could not stop service. ",
-         L""},
+         ""},
         {L"-UnregServer", "ControlService", 1, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, 0,
-         "HOLVService: Could not stop service. ", L""},
+         "HOLVService: Could not stop service. ", ""},
         {L"-UnregServer", "DeleteService", 1, 5, 0x80004005,
-         "HOLVService: Could not delete service. ", L""},
+         "HOLVService: Could not delete service. ", ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(ToUtf8(c.line) + " " + c.fails + " " + std::to_string(c.error));
         const bool installs = std::wstring(c.line) == L"-Service";
         service.Run(installs ? L"-UnregServer" : L"-Service");
-        service.Forget();
+        service.heard.Forget();
         pc.faults.Set(c.fails, {.error = c.error, .first = c.nth});
         EXPECT_EQ(static_cast<DWORD>(service.Run(c.line)), c.exit_code);
         pc.faults.ClearAll();
         EXPECT_EQ(Shown(), c.shown);
-        EXPECT_TRUE(c.heard.empty() || service.Heard(c.heard));
+        EXPECT_TRUE(c.heard.empty() || service.heard.Has(c.heard));
     }
 }
 
@@ -282,9 +282,9 @@ TEST_F(RegistrationTest, OnAnotherMachineNothingIsDone)
         pc.cpu.vendor = c.vendor;
         pc.os_version = c.version;
         for (const wchar_t* line : {L"-RegServer", L"-Service", L"-UnregServer"}) {
-            service.Forget();
+            service.heard.Forget();
             EXPECT_EQ(service.Run(line), c.exit_code) << c.vendor << " " << c.version;
-            EXPECT_EQ(service.Heard(L"Platform not Supported"), c.exit_code == 1);
+            EXPECT_EQ(service.heard.Has("Platform not Supported"), c.exit_code == 1);
         }
         EXPECT_EQ(Classes(), kNothing);
     }

@@ -9,33 +9,30 @@
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 #include "state/on_ac_power.h"
+#include "tests/fresh_service.h"
 #include "tests/virtual_pc_test.h"
 
-// A process that runs the state machine from start to end, as the service's main does.
-inline int RunService()
+// The events of the state machine, as long as it lives.
+struct GlobalEvents
+{
+    GlobalEvents() { createGlobalEvents(); }
+    ~GlobalEvents() { closeGlobalEvents(); }
+    GlobalEvents(const GlobalEvents&) = delete;
+    GlobalEvents& operator=(const GlobalEvents&) = delete;
+};
+
+// A process that runs the state machine from start to end, as the service's main does: `before` it
+// is started, and `meanwhile`, on the process's first thread.
+inline int RunService(const std::function<void()>& before = {},
+                      const std::function<void()>& meanwhile = {})
 {
     RegInit();
-    createGlobalEvents();
-    {
-        const OwnedHandle thread(
-            CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
-        WaitForSingleObject(thread.Get(), INFINITE);
-    }
-    closeGlobalEvents();
+    const GlobalEvents events;
+    if (before) before();
+    const OwnedHandle thread(CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
+    if (meanwhile) meanwhile();
+    WaitForSingleObject(thread.Get(), INFINITE);
     return 0;
-}
-
-// The state record outlives the processes of a test program; a new process finds it fresh.
-inline void Refresh()
-{
-    using S = CNeverSleepState;
-    S::m_eSystemState = S::m_ePreviousState = HOLV_INIT;
-    for (std::atomic<BOOL>* flag : {&S::m_bInAwayMode, &S::m_bOverride, &S::m_bSeenDndStart,
-                                    &S::m_bBatteryThresholdCrossed, &S::m_bAttendedWake}) {
-        *flag = FALSE;
-    }
-    S::m_ullLastSusResEventTime = S::m_ullLastAudioEventTime = 0;
-    g_bOnAcPower = TRUE;
 }
 
 inline void Go(virtual_pc::Machine& pc, GlobalEvent event)
@@ -49,19 +46,19 @@ class RunningServiceTest : public VirtualPcTest
 protected:
     RunningServiceTest()
     {
-        Refresh();
         Set(L"LoggingLevel", 6);
         Set(L"LoggingEnabled", kLogToDebugger);
     }
-    ~RunningServiceTest() override { Refresh(); }
 
     void Set(const wchar_t* setting, DWORD value)
     {
         pc.registry.SetDword(kUserKey, setting, value);
     }
+    // A new process, with data of its own.
     void Start()
     {
-        m_service = &pc.Start(RunService);
+        FreshService();
+        m_service = &pc.Start([] { return RunService(); });
         pc.RunFor(std::chrono::milliseconds(10));
     }
     void Stop()
@@ -85,17 +82,5 @@ protected:
         pc.RunUntil([&] { return done; });
     }
 
-    // The lines since the last Forget of functions whose names begin so, without who speaks.
-    std::vector<std::string> Told(const std::string& functions) const
-    {
-        std::vector<std::string> lines;
-        const virtual_pc::Hold still(pc);
-        for (std::size_t i = forgotten(); i < pc.outputs.debug().size(); ++i) {
-            const std::string line = virtual_pc::ToUtf8(pc.outputs.debug()[i].text);
-            if (!line.starts_with("HOLV - " + functions)) continue;
-            lines.push_back(line.substr(line.find("   ") + 3));
-        }
-        return lines;
-    }
     virtual_pc::Process* m_service = nullptr;
 };

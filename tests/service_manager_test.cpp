@@ -323,7 +323,7 @@ TEST_F(ServiceManagerTest, AHandlerHearsWhatItAcceptsAndTheSettingsItAskedFor)
     pc.announcer.Provide(known, [&] { return SettingBytes(value); });
     m_probe.accepts = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SESSIONCHANGE;
     m_probe.settings = {known, unknown};
-    const auto heard = [&](DWORD accepts) {
+    const auto hears = [&](DWORD accepts) {
         m_probe.accepts = accepts;
         m_probe.told.clear();
         Start();
@@ -345,8 +345,8 @@ TEST_F(ServiceManagerTest, AHandlerHearsWhatItAcceptsAndTheSettingsItAskedFor)
         return m_probe.told;
     };
     const std::string all = "13:32787:1=5/4 ";
-    EXPECT_EQ(heard(SERVICE_ACCEPT_STOP), all + "13:32787:1=6/4 1:0 ");
-    EXPECT_EQ(heard(0x2C1), all + "13:4 14:5:2 16:0 13:32787:1=6/4 1:0 ");
+    EXPECT_EQ(hears(SERVICE_ACCEPT_STOP), all + "13:32787:1=6/4 1:0 ");
+    EXPECT_EQ(hears(0x2C1), all + "13:4 14:5:2 16:0 13:32787:1=6/4 1:0 ");
     RunAsProcess([&] {
         EXPECT_EQ(RegisterPowerSettingNotification(nullptr, &known, DEVICE_NOTIFY_SERVICE_HANDLE),
                   nullptr);

@@ -4,17 +4,6 @@
 #include "platform/service.h"
 #include "tests/virtual_pc_test.h"
 
-// What a process has left open, but for its log, which the system closes.
-inline std::string LeftOpenBy(const virtual_pc::Process& process)
-{
-    std::string left_open;
-    for (const virtual_pc::LeftOpen& left : process.left_open()) {
-        if (left.name != kLogPath)
-            left_open += left.kind + " " + virtual_pc::ToUtf8(left.name) + ", ";
-    }
-    return left_open;
-}
-
 inline constexpr const wchar_t* kService = L"HOLVService";
 inline constexpr const wchar_t* kAppIdKey = LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})";
 
@@ -44,7 +33,7 @@ struct ServiceOnPc
     }
     void Restart()
     {
-        Forget();
+        heard.Forget();
         EXPECT_EQ(pc.services.Start(kService), DWORD{ERROR_SUCCESS});
         pc.RunFor(std::chrono::milliseconds{1});
     }
@@ -84,39 +73,10 @@ struct ServiceOnPc
         return reports;
     }
 
-    // What the debugger heard since Forget, without who said it; at least of who has `who` in it.
-    std::vector<std::string> Said(const std::wstring& who = L"") const
-    {
-        std::vector<std::string> said;
-        const virtual_pc::Hold still(pc);
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
-            const std::wstring& line = pc.outputs.debug()[i].text;
-            const std::size_t split = line.find(L"   ");
-            if (split == line.npos || line.substr(0, split).find(who) == line.npos) continue;
-            said.push_back(virtual_pc::ToUtf8(line.substr(split + 3)));
-        }
-        return said;
-    }
-    bool Heard(const std::wstring& text) const
-    {
-        const virtual_pc::Hold still(pc);
-        for (std::size_t i = m_forgotten; i < pc.outputs.debug().size(); ++i) {
-            if (pc.outputs.debug()[i].text.find(text) != std::wstring::npos) return true;
-        }
-        return false;
-    }
-    void Forget()
-    {
-        const virtual_pc::Hold still(pc);
-        m_forgotten = pc.outputs.debug().size();
-    }
-
     virtual_pc::Machine& pc;
+    Heard heard{pc};
     const virtual_pc::Image image{.host_path = HOLV_IMAGE,
                                   .resources = HOLV_SOURCE_DIR "/resources"};
-
-private:
-    std::size_t m_forgotten = 0;
 };
 
 class ServiceFixture : public VirtualPcTest

@@ -145,19 +145,19 @@ TEST_F(SessionTest, AProgramPlantedAtAPrefixOfThePathIsNeverStarted)
 
 TEST_F(SessionTest, EveryFailureOfALaunchIsToldAndLeavesNothingOpen)
 {
-    const std::wstring no_session = L"WTSGetActiveConsoleSessionId() failed with Error 1117.\n";
+    const std::string no_session = "WTSGetActiveConsoleSessionId() failed with Error 1117.\n";
     const struct
     {
         const char* fails;
         BOOL launched;
-        std::wstring said;
+        std::string said;
     } cases[] = {
         {"WTSGetActiveConsoleSessionId", FALSE, no_session},
-        {"WTSQueryUserToken", FALSE, L""},
-        {"DuplicateTokenEx", FALSE, L""},
-        {"CreateEnvironmentBlock", TRUE, L"CreateEnvironmentBlock failed, error=1117"},
-        {"CreateProcessAsUserW", FALSE, L""},
-        {"WaitForSingleObject", TRUE, L""},
+        {"WTSQueryUserToken", FALSE, ""},
+        {"DuplicateTokenEx", FALSE, ""},
+        {"CreateEnvironmentBlock", TRUE, "CreateEnvironmentBlock failed, error=1117"},
+        {"CreateProcessAsUserW", FALSE, ""},
+        {"WaitForSingleObject", TRUE, ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.fails);
@@ -169,7 +169,7 @@ TEST_F(SessionTest, EveryFailureOfALaunchIsToldAndLeavesNothingOpen)
             EXPECT_EQ(GetLastError(), 1117u);
             EXPECT_EQ(helper.IsLaunched(), c.launched);
             EXPECT_EQ(Programs().size() - before, c.launched ? 1u : 0u);
-            EXPECT_EQ(Said(), c.said);
+            EXPECT_EQ(Joined(heard.Take()), c.said);
         });
         if (std::string(c.fails) == "CreateEnvironmentBlock") {
             EXPECT_EQ(Program().launch->flags, 0x30u);
@@ -205,7 +205,7 @@ TEST_F(SessionTest, WithoutAUserAtTheConsoleNothingIsStarted)
         });
     }
     EXPECT_EQ(pc.processes().size(), before + std::size(cases)) << "the starters alone";
-    EXPECT_EQ(Said(), L"WTSGetActiveConsoleSessionId() failed with Error 1117.\n");
+    EXPECT_EQ(Joined(heard.Take()), "WTSGetActiveConsoleSessionId() failed with Error 1117.\n");
 }
 
 // --- Ending ---
@@ -216,14 +216,14 @@ TEST_F(SessionTest, EveryWayOfQuittingAProcessHasItsResultAndClosesTheHandle)
     {
         const char* fails;  // null for none
         LONG result;
-        std::wstring said;
+        std::string said;
     } cases[] = {
-        {"OpenProcessToken", -1, L"Unable to get current process token - 1117\n"},
-        {"LookupPrivilegeValueW", -2, L"Unable to lookup privilege value SE_DEBUG_NAME - 1117\n"},
+        {"OpenProcessToken", -1, "Unable to get current process token - 1117\n"},
+        {"LookupPrivilegeValueW", -2, "Unable to lookup privilege value SE_DEBUG_NAME - 1117\n"},
         {"AdjustTokenPrivileges", -3,
-         L"Unable to adjust token privileges for current process - 1117\n"},
-        {"TerminateProcess", -5, L"Could not terminate process ... error = 1117\n"},
-        {nullptr, 0, L""},
+         "Unable to adjust token privileges for current process - 1117\n"},
+        {"TerminateProcess", -5, "Could not terminate process ... error = 1117\n"},
+        {nullptr, 0, ""},
     };
     RunAsProcess([&] {
         for (const auto& c : cases) {
@@ -233,7 +233,7 @@ TEST_F(SessionTest, EveryWayOfQuittingAProcessHasItsResultAndClosesTheHandle)
             if (c.fails) pc.faults.Set(c.fails, {.error = 1117});
             EXPECT_EQ(helper.QuitProcess(), c.result == 0);
             EXPECT_FALSE(helper.IsLaunched());
-            EXPECT_EQ(Said(), c.said);
+            EXPECT_EQ(Joined(heard.Take()), c.said);
             EXPECT_TRUE(helper.QuitProcess()) << "there is none any more";
             Sleep(1);
             EXPECT_EQ(Program().running(), c.result != 0);
@@ -242,16 +242,16 @@ TEST_F(SessionTest, EveryWayOfQuittingAProcessHasItsResultAndClosesTheHandle)
             EXPECT_EQ(CUserProcess::QuitProcess(nullptr),
                       c.result < -3 || c.result == 0 ? -4 : c.result);
             pc.faults.ClearAll();
-            Said();
+            heard.Forget();
         }
         EXPECT_EQ(Program().exit_code(), 0);
         CUserProcess ended;
         pc.session.InstallProgram(kHelper, 1s, 3);
         ASSERT_TRUE(ended.ExecuteProcessAsUserByHandle(kHelper, L"", 2));
         EXPECT_FALSE(ended.QuitProcess());
-        EXPECT_EQ(Said(), L"Could not terminate process ... error = 5\n");
+        EXPECT_EQ(Joined(heard.Take()), "Could not terminate process ... error = 5\n");
         EXPECT_EQ(CUserProcess::QuitProcess(nullptr), -4);
-        EXPECT_EQ(Said(), L"The process handle passed in is NULL\n");
+        EXPECT_EQ(Joined(heard.Take()), "The process handle passed in is NULL\n");
     });
     EXPECT_TRUE(pc.processes().front()->debug_privilege) << "it stays enabled";
 }
@@ -270,7 +270,7 @@ TEST_F(SessionTest, AnAccountWithoutTheDebugPrivilegeEndsItsHelperAllTheSame)
         EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
     });
     EXPECT_FALSE(pc.processes().front()->debug_privilege);
-    EXPECT_EQ(Said(), L"");
+    EXPECT_EQ(Joined(heard.Take()), "");
 }
 
 TEST_F(SessionTest, AHandleThatCannotBeClosedIsToldAndNoFailure)
@@ -279,16 +279,16 @@ TEST_F(SessionTest, AHandleThatCannotBeClosedIsToldAndNoFailure)
     const struct
     {
         std::uint64_t nth;  // close: the token is the first
-        const wchar_t* said;
-    } cases[] = {{2, L"failed to close processHandle with error = 6"},
-                 {3, L"Failed closed hThread for process error = 6"}};
+        const char* said;
+    } cases[] = {{2, "failed to close processHandle with error = 6"},
+                 {3, "Failed closed hThread for process error = 6"}};
     for (const auto& c : cases) {
         RunAsProcess([&] {
             CUserProcess helper;
             ASSERT_TRUE(helper.ExecuteProcessAsUserByHandle(kHelper, L"", 0));
             pc.faults.Set("CloseHandle", {.error = 6, .first = c.nth});
             EXPECT_TRUE(helper.QuitProcess());
-            EXPECT_EQ(Said(), c.said);
+            EXPECT_EQ(Joined(heard.Take()), c.said);
         });
     }
 }
@@ -319,9 +319,9 @@ TEST_F(SessionTest, TheServicesFolderIsCutAtTheLastBackslashThatFits)
         }
         pc.faults.Set("GetModuleFileNameW", {});
         EXPECT_EQ(GetModuleFilePath(buffer, MAX_PATH), nullptr);
-        EXPECT_EQ(Said(), L"");
+        EXPECT_EQ(Joined(heard.Take()), "");
         EXPECT_EQ(GetModuleFilePath(nullptr, MAX_PATH), nullptr);
-        EXPECT_EQ(Said(), L"Invalid parameter");
+        EXPECT_EQ(Joined(heard.Take()), "Invalid parameter");
     });
 }
 

@@ -154,7 +154,7 @@ TEST_F(SettingsTest, LoadedValuesAreBroughtWithinTheirBounds)
 TEST_F(SettingsTest, TheOemPowerSchemeIsATextThatFits)
 {
     constexpr const wchar_t* kName = L"OemPowerScheme";
-    constexpr const wchar_t* kScheme = L"{6FECC5AE-F350-48A5-B669-B472CB895CCF}";
+    constexpr const wchar_t* kScheme = L"6FECC5AE-F350-48A5-B669-B472CB895CCF";  // no braces
     Load();
     EXPECT_STREQ(g_szOemPowerScheme, L"0");
     pc.registry.SetDword(kUserKey, kName, 7);

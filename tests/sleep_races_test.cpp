@@ -1,11 +1,6 @@
 // What happens to the service at the same moment, in every order that a seed draws: suspends and
 // resumes, away mode, timers and the user. Whatever the order, the PC comes to rest as its state
 // says, the log tells one unbroken chain of states, and normal use comes back.
-//
-// HOLV_RACE_SEEDS sets how many seeds are tried of each; a failure names its seed.
-
-#include <cstdlib>
-#include <sstream>
 
 #include "log/log.h"
 #include "platform/kernel.h"
@@ -19,18 +14,11 @@ namespace {
 // In which a user's return that was absorbed still leads to normal use, and a little more.
 constexpr Duration kQuiet = 1min;
 
-std::uint64_t Seeds()
-{
-    const char* seeds = std::getenv("HOLV_RACE_SEEDS");
-    return seeds ? std::strtoull(seeds, nullptr, 10) : 60;
-}
-
 // The PC of one race. The user sits at it, and it sleeps for real where that is wanted.
 class RacePc : public NeverSleepPc
 {
 public:
-    explicit RacePc(std::uint64_t seed)
-        : NeverSleepPc({.free = kRunFree, .seed = seed}), m_seed(seed)
+    explicit RacePc(const Machine::Options& life) : NeverSleepPc(life), m_seed(life.seed)
     {
         Set(L"LoggingEnabled", kLogToDebugger);
         pc.user.Works();
@@ -60,21 +48,6 @@ public:
         const GUID plan = pc.power.active().guid;
         pc.power.Write(plan, GUID_ALLOW_AWAYMODE, PowerSource::ac, 0);
         pc.power.Activate(plan);
-    }
-
-    void ExpectUnbrokenChain() const
-    {
-        std::wstring at = L"HOLV_INIT";
-        const virtual_pc::Hold still(pc);
-        for (const DebugLine& line : pc.outputs.debug()) {
-            const std::size_t text = line.text.find(L"State update ");
-            if (text == std::wstring::npos) continue;
-            std::wistringstream words(line.text.substr(text));
-            std::wstring state, update, from, arrow, to;
-            words >> state >> update >> from >> arrow >> to;
-            EXPECT_EQ(from, at);
-            at = to;
-        }
     }
 
 private:
@@ -177,9 +150,8 @@ class SleepRaceTest : public ::testing::TestWithParam<Race>
 
 TEST_P(SleepRaceTest, WhateverTheOrderThePcComesToRestAsItsStateSays)
 {
-    for (std::uint64_t seed = 1; seed <= Seeds(); ++seed) {
-        SCOPED_TRACE("seed " + std::to_string(seed));
-        RacePc race(seed);
+    Storm({.seeds = 60, .free = kRunFree ? 60u : 0u}, [](const Machine::Options& life) {
+        RacePc race(life);
         GetParam().settings(race);
         race.StartService();
         GetParam().run(race);
@@ -190,10 +162,9 @@ TEST_P(SleepRaceTest, WhateverTheOrderThePcComesToRestAsItsStateSays)
         race.pc.sleep.WakeByUser();
         race.pc.RunFor(5s);
         race.ExpectNormalUse("with the user back");
-        race.ExpectUnbrokenChain();
+        ExpectUnbrokenChain(race.heard);
         race.StopService();
-        if (::testing::Test::HasFailure()) return;
-    }
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(All, SleepRaceTest, ::testing::ValuesIn(kRaces),

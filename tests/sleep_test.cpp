@@ -40,7 +40,7 @@ protected:
     SleepTest() { pc.announcer.Add(m_ears); }
     ~SleepTest() override { pc.announcer.Remove(m_ears); }
 
-    std::string Heard() { return std::exchange(m_ears.heard, {}); }
+    std::string Announced() { return std::exchange(m_ears.heard, {}); }
 
     std::shared_ptr<PowerRequest> Require(POWER_REQUEST_TYPE type)
     {
@@ -70,24 +70,24 @@ TEST_F(SleepTest, AnIdlePcSleepsWhenItsTimeOutIsOverAndNothingKeepsItAwake)
     pc.RunFor(1199s);
     EXPECT_EQ(pc.sleep.phase(), Phase::awake);
     EXPECT_EQ(pc.sleep.IdleSecondsLeft(), 1u);
-    EXPECT_EQ(Heard(), "display0 user2 ");
+    EXPECT_EQ(Announced(), "display0 user2 ");
     pc.RunFor(1s);
     EXPECT_EQ(pc.sleep.phase(), Phase::asleep);
-    EXPECT_EQ(Heard(), "suspend ");
+    EXPECT_EQ(Announced(), "suspend ");
 
     for (const POWER_REQUEST_TYPE type :
          {PowerRequestSystemRequired, PowerRequestDisplayRequired}) {
         pc.sleep.WakeByUser();
-        EXPECT_EQ(Heard(), "resume attended display1 user0 ");
+        EXPECT_EQ(Announced(), "resume attended display1 user0 ");
         const auto request = Require(type);
         pc.RunFor(1230s);
         EXPECT_EQ(pc.sleep.phase(), Phase::awake);
         EXPECT_EQ(static_cast<std::int32_t>(pc.sleep.IdleSecondsLeft()), -30);
-        EXPECT_EQ(Heard(), type == PowerRequestSystemRequired ? "display0 user2 " : "");
+        EXPECT_EQ(Announced(), type == PowerRequestSystemRequired ? "display0 user2 " : "");
         pc.power.ClearRequest(*request, type);
         pc.RunFor(1s);
         EXPECT_EQ(pc.sleep.phase(), Phase::asleep);
-        Heard();
+        Announced();
     }
     pc.sleep.WakeByUser();
     Plan(GUID_STANDBY_TIMEOUT, 0);
@@ -105,16 +105,16 @@ TEST_F(SleepTest, WhileAwayModeIsRequestedAndAllowedASleepBecomesAwayMode)
     pc.sleep.Ask(L"test");
     EXPECT_EQ(pc.sleep.phase(), Phase::asleep) << "the plan does not allow it";
     pc.sleep.WakeByUser();
-    Heard();
+    Announced();
     Plan(GUID_ALLOW_AWAYMODE, 1);
     pc.sleep.Ask(L"test");
     EXPECT_TRUE(pc.sleep.away());
-    EXPECT_EQ(Heard(), "away1 display0 user2 ");
+    EXPECT_EQ(Announced(), "away1 display0 user2 ");
     pc.RunFor(10h);
     pc.sleep.Ask(L"test");
     EXPECT_EQ(pc.sleep.phase(), Phase::awake) << "it stays where it is";
     pc.user.Input();
-    EXPECT_EQ(Heard(), "away0 display1 user0 ");
+    EXPECT_EQ(Announced(), "away0 display1 user0 ");
 
     // Idle time goes on counting: when the request goes, the PC really sleeps, and is away still
     // when it wakes with nobody there.
@@ -127,9 +127,9 @@ TEST_F(SleepTest, WhileAwayModeIsRequestedAndAllowedASleepBecomesAwayMode)
     Plan(GUID_ALLOW_RTC_WAKE, 1);
     pc.sleep.WakeByTimer();
     EXPECT_TRUE(pc.sleep.away());
-    Heard();
+    Announced();
     pc.user.Input();
-    EXPECT_EQ(Heard(), "attended away0 display1 user0 ");
+    EXPECT_EQ(Announced(), "attended away0 display1 user0 ");
 }
 
 // A program's threads stand still where they are, and find on waking what has fallen due.
@@ -201,10 +201,11 @@ TEST_F(SleepTest, OnlyATimerThatMayDoesWakeIt)
         if (!c.wakes) {
             EXPECT_THROW(pc.RunUntilEnd(program), StuckMachine) << "and it says so";
         }
-        EXPECT_EQ(Heard(), c.wakes ? "suspend display0 user2 resume " : "suspend display0 user2 ");
+        EXPECT_EQ(Announced(),
+                  c.wakes ? "suspend display0 user2 resume " : "suspend display0 user2 ");
         pc.sleep.WakeByUser();
         pc.RunUntilEnd(program);
-        Heard();
+        Announced();
     }
 }
 

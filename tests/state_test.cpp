@@ -2,19 +2,11 @@
 // told by the lines it writes and the state it ends in.
 
 #include <algorithm>
-#include <array>
 #include <sstream>
 
-#include "log/log.h"
 #include "platform/module.h"
-#include "platform/owned.h"
 #include "platform/service.h"
-#include "service/state_machine_thread.h"
-#include "settings/settings.h"
-#include "settings/settings_store.h"
-#include "state/global_events.h"
-#include "state/never_sleep_state.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
@@ -22,16 +14,6 @@ using namespace virtual_pc;
 namespace {
 
 using S = CNeverSleepState;
-
-// What the state machine says, a line each: the level and the message. Details and the inputs that
-// the power decision lists are left out.
-using Story = std::vector<std::string>;
-
-Story operator+(Story a, const Story& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 std::string Name(ESystemState state)
 {
@@ -44,35 +26,35 @@ std::string Change(ESystemState from, ESystemState to)
     return "1 State update " + Name(from) + " >>----->> " + Name(to) + " happened here";
 }
 
-const Story kAway{"1 ConfigureAwayMode entry", "1 ConfigureAwayMode exit"};
-const Story kRequired{"1 ConfigureSystemRequired entry", "1 ConfigureSystemRequired exit"};
-const Story kLeaveActive{"1 LeaveNeverSleepActiveState entry", "1 STOPPING CPU MONITORING",
+const Lines kAway{"1 ConfigureAwayMode entry", "1 ConfigureAwayMode exit"};
+const Lines kRequired{"1 ConfigureSystemRequired entry", "1 ConfigureSystemRequired exit"};
+const Lines kLeaveActive{"1 LeaveNeverSleepActiveState entry", "1 STOPPING CPU MONITORING",
                          "1 LeaveNeverSleepActiveState exit"};
-const Story kLeaveDnd{"1 LeaveNeverSleepDoNotDisturbState entry",
+const Lines kLeaveDnd{"1 LeaveNeverSleepDoNotDisturbState entry",
                       "1 LeaveNeverSleepDoNotDisturbState exit"};
-const Story kNotActive{"1 Current state not HOLV_ACTIVE or HOLV_IDLE"};
-const Story kCaught{"1 Transition caught"};
-const Story kStillNormal{"1 Entering S0 from HOLV State S0_NORMAL"};
-const Story kExited{"6 HOLV State Machine Exited"};
+const Lines kNotActive{"1 Current state not HOLV_ACTIVE or HOLV_IDLE"};
+const Lines kCaught{"1 Transition caught"};
+const Lines kStillNormal{"1 Entering S0 from HOLV State S0_NORMAL"};
+const Lines kExited{"6 HOLV State Machine Exited"};
 
 // What is undone when a state is left.
-Story Left(const Story& steps)
+Lines Left(const Lines& steps)
 {
-    return Story{"1 LeaveNeverSleepState entry"} + steps + Story{"1 LeaveNeverSleepState exit"};
+    return Lines{"1 LeaveNeverSleepState entry"} + steps + Lines{"1 LeaveNeverSleepState exit"};
 }
-const Story kLeftActive = Left(kLeaveActive);
+const Lines kLeftActive = Left(kLeaveActive);
 
-Story Transitioned(ESystemState to, ESystemState from)
+Lines Transitioned(ESystemState to, ESystemState from)
 {
     return {"1 Transitioned to " + Name(to) + " from " + Name(from)};
 }
 
-Story LeftDnd(ESystemState previous, const Story& more = {})
+Lines LeftDnd(ESystemState previous, const Lines& more = {})
 {
     return Left(kLeaveDnd + Transitioned(HOLV_DND, previous) + more);
 }
 
-Story LeftS3(ESystemState previous, const Story& more = {})
+Lines LeftS3(ESystemState previous, const Lines& more = {})
 {
     return Left(Transitioned(HOLV_S3, previous) + more);
 }
@@ -81,7 +63,7 @@ const struct
 {
     std::string announced;
     std::string operation;
-    Story requests;
+    Lines requests;
 } kEntries[] = {
     {"1 Entering S0 from HOLV State ", "EnterNormalS0State", kRequired},
     {"2 Entering HOLV Active State", "EnterNeverSleepActiveState", kAway + kRequired},
@@ -89,31 +71,31 @@ const struct
     {"2 Entering HOLV DND State", "EnterNeverSleepDoNotDisturbState", kRequired},
 };
 
-Story Over(ESystemState state)
+Lines Over(ESystemState state)
 {
     return {"1 OnLeaveNeverSleepDoNotDisturbTime, current state " + Name(state)};
 }
-const Story kChosen{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
+const Lines kChosen{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
                     "1 EnterNeverSleepState exit"};
 
 // What an entry does, and what the loop says before it.
-Story Enter(ESystemState to, ESystemState from)
+Lines Enter(ESystemState to, ESystemState from)
 {
     const std::string line = "1 " + kEntries[to].operation;
-    return Story{line + " entry", Change(from, to)} + kEntries[to].requests + Story{line + " exit"};
+    return Lines{line + " entry", Change(from, to)} + kEntries[to].requests + Lines{line + " exit"};
 }
 
-Story Announced(ESystemState to, ESystemState from)
+Lines Announced(ESystemState to, ESystemState from)
 {
     return {kEntries[to].announced + (to == S0_NORMAL ? Name(from) : "")};
 }
 
-Story Normal(ESystemState from) { return Announced(S0_NORMAL, from) + Enter(S0_NORMAL, from); }
-Story Active(ESystemState from) { return Announced(HOLV_ACTIVE, from) + Enter(HOLV_ACTIVE, from); }
-Story Idle(ESystemState from) { return Announced(HOLV_IDLE, from) + Enter(HOLV_IDLE, from); }
-Story Dnd(ESystemState from) { return Announced(HOLV_DND, from) + Enter(HOLV_DND, from); }
+Lines Normal(ESystemState from) { return Announced(S0_NORMAL, from) + Enter(S0_NORMAL, from); }
+Lines Active(ESystemState from) { return Announced(HOLV_ACTIVE, from) + Enter(HOLV_ACTIVE, from); }
+Lines Idle(ESystemState from) { return Announced(HOLV_IDLE, from) + Enter(HOLV_IDLE, from); }
+Lines Dnd(ESystemState from) { return Announced(HOLV_DND, from) + Enter(HOLV_DND, from); }
 
-Story Refused(ESystemState to)
+Lines Refused(ESystemState to)
 {
     const std::string& operation = kEntries[to].operation;
     return {"1 " + operation + " entry", "1 Override detected, " + operation + " exit"};
@@ -143,21 +125,11 @@ protected:
         pc.registry.SetDword(kUserKey, setting, value);
     }
 
-    // Starts the service with its events, and `before` before its state machine runs.
+    // Starts the service, with `before` before its state machine runs.
     void Start(const std::function<void()>& before = {})
     {
-        m_service = &pc.Start([before] {
-            RegInit();
-            createGlobalEvents();
-            if (before) before();
-            {
-                const OwnedHandle thread(
-                    CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
-                WaitForSingleObject(thread.Get(), INFINITE);
-            }
-            closeGlobalEvents();
-            return 0;
-        });
+        FreshService();
+        m_service = &pc.Start([before] { return RunService(before); });
         pc.RunFor(1ms);
     }
 
@@ -167,31 +139,25 @@ protected:
         pc.RunUntilEnd(*m_service);
     }
 
-    // What the state machine has said since the last time it was asked. The debugger hears who
-    // speaks, the log file tells at which level.
-    Story Said()
+    // What the state machine has said since the last time it was asked, a line each: the level and
+    // the message. Details and the inputs that the power decision lists are left out.
+    Lines Said()
     {
-        const std::string log = LogBytes();
-        Story story;
-        const virtual_pc::Hold still(pc);
-        for (; m_read < pc.outputs.debug().size(); ++m_read) {
-            const std::string line = ToUtf8(pc.outputs.debug()[m_read].text);
-            if (!line.starts_with("HOLV - CNeverSleepState::") &&
-                !line.starts_with("HOLV - RegInit")) {
+        Lines story;
+        for (const HeardLine& line : m_story.All()) {
+            const bool machine = line.who.starts_with("CNeverSleepState::");
+            if (!machine && !line.who.starts_with("RegInit")) continue;
+            std::string message = line.text;
+            if (line.level > '2' && line.level != '?' && !message.starts_with("HOLV State Machine"))
                 continue;
-            }
-            std::string message = line.substr(line.find("   ") + 3);
-            const std::string in_file = " : " + message + " [L=";
-            const std::size_t at = log.find(in_file);
-            const char level = at == log.npos ? '?' : log[at + in_file.size()];
-            if (level > '2' && level != '?' && !message.starts_with("HOLV State Machine")) continue;
             if (message.starts_with("Configure")) message = message.substr(0, message.find(':'));
-            story.push_back(std::string{level} + " " + message);
+            story.push_back(std::string{line.level} + " " + message);
         }
+        m_story.Forget();
         return story;
     }
 
-    Story After(GlobalEvent slot)
+    Lines After(GlobalEvent slot)
     {
         Said();
         Fire(slot);
@@ -202,7 +168,7 @@ protected:
     Process* m_service = nullptr;
 
 private:
-    std::size_t m_read = 0;
+    Heard m_story{pc};
 };
 
 // --- Start and end ---
@@ -216,14 +182,14 @@ const std::string kReady = "6 HOLV State Machine initialized";
 TEST_F(StateTest, StartsInNormalUseAndStopsWithoutLeaving)
 {
     Start();
-    EXPECT_EQ(Said(),
-              (Story{kNoOemKey, kNoDevice, "1 This system is running Windows 7 [6.1]", kNoHardware,
-                     "1 HOLV Feature is enabled on service start\n"} +
-               kAway + kRequired + Enter(S0_NORMAL, HOLV_INIT) + Story{kReady} + kStillNormal));
+    EXPECT_LINES(Said(),
+                 (Lines{kNoOemKey, kNoDevice, "1 This system is running Windows 7 [6.1]",
+                        kNoHardware, "1 HOLV Feature is enabled on service start\n"} +
+                  kAway + kRequired + Enter(S0_NORMAL, HOLV_INIT) + Lines{kReady} + kStillNormal));
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
-    EXPECT_EQ(After(EVENT_ENTER_ACTIVE), Active(S0_NORMAL));
+    EXPECT_LINES(After(EVENT_ENTER_ACTIVE), Active(S0_NORMAL));
     Stop();
-    EXPECT_EQ(Said(), Story{"2 HOLV service is stopping"} + kAway + kRequired + kExited);
+    EXPECT_LINES(Said(), Lines{"2 HOLV service is stopping"} + kAway + kRequired + kExited);
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
     EXPECT_FALSE(HasGlobalEvent(EVENT_ENTER_S0)) << "closed";
 }
@@ -234,8 +200,9 @@ TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
     Set(L"DebugEnabled", 1);
     pc.os_version = 0x0206;
     Start();
-    EXPECT_EQ(Said(), (Story{kNoOemKey, kNoDevice, "1 This system is NOT running Windows 7 [6.2]",
-                             "1 HOLV Feature is not enabled on service start\n", kReady}));
+    EXPECT_LINES(Said(),
+                 (Lines{kNoOemKey, kNoDevice, "1 This system is NOT running Windows 7 [6.2]",
+                        "1 HOLV Feature is not enabled on service start\n", kReady}));
     EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
     EXPECT_FALSE(S::m_bIsWindows7);
     Stop();
@@ -248,14 +215,14 @@ TEST_F(StateTest, WithoutEventsItStartsAndStopsAtOnce)
     pc.registry.SetString(LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})", L"LocalService",
                           L"HOLVService");
     for (const wchar_t* command_line : {L"HOLVService.exe -Debug", L"a-b.exe /x /DEBUG -y"}) {
-        Forget();
+        heard.Forget();
         Process& process =
             pc.Start([] { return wWinMain(nullptr, nullptr, nullptr, 0); }, command_line);
         pc.RunUntilEnd(process);
         EXPECT_EQ(process.exit_code(), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
-        EXPECT_EQ(TimesTold(L"EnableHOLV (1), MuteAudio(0), EnableDND(1), DND Time(1320-360)"), 1);
-        EXPECT_EQ(TimesTold(L"Return Code=-1, GLE=6"), 1);
-        EXPECT_EQ(TimesTold(L"HOLV State Machine Exited"), 1);
+        EXPECT_EQ(heard.Times("EnableHOLV (1), MuteAudio(0), EnableDND(1), DND Time(1320-360)"), 1);
+        EXPECT_EQ(heard.Times("Return Code=-1, GLE=6"), 1);
+        EXPECT_EQ(heard.Times("HOLV State Machine Exited"), 1);
     }
 }
 
@@ -266,20 +233,20 @@ TEST_F(StateTest, AMissingHandleEndsTheStateMachineAndIsSkippedEverywhereElse)
         const bool event = slot < kFirstTimer;
         const auto nth = static_cast<std::uint64_t>(event ? slot : slot - kFirstTimer) + 1;
         pc.faults.Set(event ? "CreateEventW" : "CreateWaitableTimerW", {.first = nth});
-        Forget();
+        heard.Forget();
         Start([] {
             S::UpdateState(HOLV_ACTIVE);
             S::LeaveNeverSleepState(S0_NORMAL);
             S::EnterNeverSleepState();
         });
         ASSERT_FALSE(m_service->running()) << "slot " << slot;
-        EXPECT_EQ(TimesTold((event ? L"CreateEvent (" : L"CreateWaitabletimer (") +
-                            std::to_wstring(slot) + L") failed"),
+        EXPECT_EQ(heard.Times((event ? "CreateEvent (" : "CreateWaitabletimer (") +
+                              std::to_string(slot) + ") failed"),
                   1);
-        EXPECT_EQ(TimesTold(L"WaitForMultipleObjects Return Code=-1, GLE=6"), 1);
-        EXPECT_EQ(TimesTold(L"STOPPING CPU MONITORING"), slot != TIMER_CPU_USAGE);
-        EXPECT_EQ(TimesTold(L"Going to HOLV_ACTIVE"), slot != EVENT_ENTER_ACTIVE);
-        EXPECT_EQ(TimesTold(L"HOLV State Machine Exited"), 1);
+        EXPECT_EQ(heard.Times("WaitForMultipleObjects Return Code=-1, GLE=6"), 1);
+        EXPECT_EQ(heard.Times("STOPPING CPU MONITORING"), slot != TIMER_CPU_USAGE);
+        EXPECT_EQ(heard.Times("Going to HOLV_ACTIVE"), slot != EVENT_ENTER_ACTIVE);
+        EXPECT_EQ(heard.Times("HOLV State Machine Exited"), 1);
         EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
     }
 }
@@ -291,10 +258,10 @@ TEST_F(StateTest, AWaitThatFailsEndsTheStateMachineWithItsError)
     pc.faults.Set("WaitForMultipleObjects", {.error = 1816});
     Fire(EVENT_REGISTRY_CHANGED);
     pc.RunUntilEnd(*m_service);
-    EXPECT_EQ(Said(),
-              Story{"2 HOLV Registry has been changed"} +
-                  Story{"2 Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"} +
-                  kAway + kRequired + kExited);
+    EXPECT_LINES(Said(),
+                 Lines{"2 HOLV Registry has been changed"} +
+                     Lines{"2 Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"} +
+                     kAway + kRequired + kExited);
 }
 
 // --- The loop ---
@@ -315,19 +282,19 @@ enum Step : int
 TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
 {
     const ESystemState nonsense{6};
-    const Story to_active{"2 Entering HOLV Active State"};
-    const Story to_dnd{"2 Entering HOLV DND State"};
-    const Story off_dnd{"1 Leaving HOLV DND State -> HOLV_ACTIVE"};
-    const Story starts{"2 Entering HOLV Registry Do Not Disturb time interval"};
-    const Story ends{"2 Leaving HOLV Registry Do Not Disturb time interval"};
-    const Story no_active = Refused(HOLV_ACTIVE);
-    const Story no_dnd = Refused(HOLV_DND);
+    const Lines to_active{"2 Entering HOLV Active State"};
+    const Lines to_dnd{"2 Entering HOLV DND State"};
+    const Lines off_dnd{"1 Leaving HOLV DND State -> HOLV_ACTIVE"};
+    const Lines starts{"2 Entering HOLV Registry Do Not Disturb time interval"};
+    const Lines ends{"2 Leaving HOLV Registry Do Not Disturb time interval"};
+    const Lines no_active = Refused(HOLV_ACTIVE);
+    const Lines no_dnd = Refused(HOLV_DND);
     const struct
     {
         std::vector<Step> from_normal;
         GlobalEvent slot;
         ESystemState to;
-        Story story;
+        Lines story;
     } cases[] = {
         {{}, EVENT_ENTER_S0, S0_NORMAL, kStillNormal},
         {{kActive}, EVENT_ENTER_S0, S0_NORMAL, kLeftActive + Normal(HOLV_ACTIVE)},
@@ -369,7 +336,7 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
          kLeftActive + to_dnd + no_dnd + kLeftActive + Normal(HOLV_ACTIVE)},
 
         {{kDnd}, EVENT_LEAVE_DND, HOLV_ACTIVE, off_dnd + kLeaveDnd + Enter(HOLV_ACTIVE, HOLV_DND)},
-        {{kActive}, EVENT_LEAVE_DND, HOLV_ACTIVE, off_dnd + Story{"1 Current state not HOLV_DND"}},
+        {{kActive}, EVENT_LEAVE_DND, HOLV_ACTIVE, off_dnd + Lines{"1 Current state not HOLV_DND"}},
         {{kActive}, EVENT_REGISTRY_CHANGED, HOLV_ACTIVE, {"2 HOLV Registry has been changed"}},
 
         {{kActive}, TIMER_IDLE, HOLV_ACTIVE, {"2 HOLV Idle timer expired"}},
@@ -393,11 +360,11 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
          TIMER_DND_END,
          HOLV_S3,
          LeftS3(HOLV_DND, kCaught + kLeaveDnd) + ends + kAway + Over(HOLV_S3) +
-             Story{"1 Will let OnResume handle state transition"}},
+             Lines{"1 Will let OnResume handle state transition"}},
         {{kActive},
          TIMER_CPU_USAGE,
          HOLV_IDLE,
-         Story{"2 Amount of CPU usage is 0 which is below the idle threshold 5"} +
+         Lines{"2 Amount of CPU usage is 0 which is below the idle threshold 5"} +
              Idle(HOLV_ACTIVE)},
         {{kActive}, TIMER_BATTERY_USAGE, HOLV_ACTIVE, {}},
         {{kActive}, TIMER_SLEEP, HOLV_ACTIVE, kAway + kRequired},
@@ -425,14 +392,14 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
                 After(static_cast<GlobalEvent>(step));
             }
         }
-        Story heard = After(c.slot);
-        Story expected = c.story;
+        Lines said = After(c.slot);
+        Lines expected = c.story;
         if (kRunFree) {
             // A suspend thread speaks when it likes.
-            std::ranges::sort(heard);
+            std::ranges::sort(said);
             std::ranges::sort(expected);
         }
-        EXPECT_EQ(heard, expected) << what << ", then slot " << c.slot;
+        EXPECT_LINES(said, expected) << what << ", then slot " << c.slot;
         EXPECT_EQ(S::m_eSystemState, c.to) << what << ", then slot " << c.slot;
         if (c.to == S0_NORMAL) {
             EXPECT_FALSE(S::m_bOverride) << "it ends in normal use";
@@ -450,13 +417,14 @@ TEST_F(StateTest, TheLowerSlotIsActedOnFirst)
             Fire(event);
         }
     });
-    Story taken = Said();
+    Lines taken = Said();
     std::erase_if(taken, [](const std::string& line) {
         return line[0] != '2' && line != kStillNormal.front();
     });
-    EXPECT_EQ(taken, kStillNormal + Story{"2 Entering HOLV Active State"} +
-                         Story{"2 Entering HOLV Idle State"} + Story{"2 Entering HOLV DND State"} +
-                         Story{"2 HOLV service is stopping"});
+    EXPECT_LINES(taken, kStillNormal + Lines{"2 Entering HOLV Active State"} +
+                            Lines{"2 Entering HOLV Idle State"} +
+                            Lines{"2 Entering HOLV DND State"} +
+                            Lines{"2 HOLV service is stopping"});
 }
 
 TEST_F(StateTest, ASignalRaisedWhileItsActionRunsCountsAsDone)
@@ -468,7 +436,7 @@ TEST_F(StateTest, ASignalRaisedWhileItsActionRunsCountsAsDone)
                  SetEvent(g_hGlobalEvents[EVENT_ENTER_ACTIVE]);
                  SetEvent(g_hGlobalEvents[EVENT_ENTER_IDLE]);
              });
-    EXPECT_EQ(After(EVENT_ENTER_ACTIVE), Active(S0_NORMAL) + Idle(HOLV_ACTIVE));
+    EXPECT_LINES(After(EVENT_ENTER_ACTIVE), Active(S0_NORMAL) + Idle(HOLV_ACTIVE));
     pc.Watch(nullptr, {});
     Stop();
 }
@@ -477,17 +445,16 @@ TEST_F(StateTest, AHandlersChoiceOfANeverSleepStateIsOnlySignalled)
 {
     RunAsProcess([&] {
         RegInit();
-        createGlobalEvents();
+        const GlobalEvents events;
         S::m_bSeenDndStart = TRUE;
         Said();
         S::EnterNeverSleepState();
-        EXPECT_EQ(Said(), (Story{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
-                                 "1 EnterNeverSleepState exit"}));
+        EXPECT_LINES(Said(), (Lines{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
+                                    "1 EnterNeverSleepState exit"}));
         EXPECT_FALSE(S::m_bSeenDndStart);
         EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
         EXPECT_EQ(WaitForMultipleObjects(kGlobalEventCount, g_hGlobalEvents, FALSE, 0),
                   DWORD{EVENT_ENTER_ACTIVE});
-        closeGlobalEvents();
     });
 }
 
@@ -558,10 +525,8 @@ TEST_F(StateTest, LyncIsInstalledWhereAnyOfItsKeysIs)
 // --- Threads ---
 
 // Two threads change the state at once; every change in the log starts where the last one ended.
-void ExpectUnbrokenChain(const Machine::Options& options)
+void ExpectUnbrokenChainOfTwo(Machine& pc, const Machine::Options&)
 {
-    S::m_eSystemState = HOLV_INIT;
-    Machine pc(options);
     pc.registry.SetDword(kUserKey, L"LoggingEnabled", kLogToDebugger);
     Process& process = pc.Start([] {
         RegInit();
@@ -579,26 +544,14 @@ void ExpectUnbrokenChain(const Machine::Options& options)
         return 0;
     });
     pc.RunUntilEnd(process);
-    std::wstring at = L"HOLV_INIT";
-    int changes = 0;
-    const virtual_pc::Hold still(pc);
-    for (const DebugLine& line : pc.outputs.debug()) {
-        std::wistringstream words(line.text.substr(line.text.find(L"   ") + 3));
-        std::wstring state, update, from, arrow, to;
-        words >> state >> update >> from >> arrow >> to;
-        if (state + update != L"Stateupdate") continue;
-        EXPECT_EQ(from, at) << "after " << changes << " changes, seed " << options.seed;
-        at = to;
-        ++changes;
-    }
+    const auto& [changes, last] = ExpectUnbrokenChain(Heard(pc));
     EXPECT_EQ(changes, 40);
-    EXPECT_EQ(at, StateName(S::m_eSystemState));
+    EXPECT_EQ(last, Name(S::m_eSystemState));
 }
 
 TEST(StateRaceTest, ChangesByTwoThreadsFormOneUnbrokenChain)
 {
-    for (std::uint64_t seed = 1; seed <= 20; ++seed) ExpectUnbrokenChain({.seed = seed});
-    for (int i = 0; i < 5; ++i) ExpectUnbrokenChain({.free = true});
+    StormOnPc({.seeds = 20, .free = 5}, ExpectUnbrokenChainOfTwo);
 }
 
 }  // namespace

@@ -2,14 +2,9 @@
 // each check by what it does to the timers, the requests and the PC, and by the lines that tell of
 // it.
 
-#include "log/log.h"
-#include "platform/owned.h"
 #include "power/never_sleep_away_mode.h"
 #include "power/power_policy_manager.h"
-#include "settings/settings.h"
-#include "state/global_events.h"
-#include "state/never_sleep_state.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/running_service.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
@@ -18,7 +13,7 @@ namespace {
 
 using S = CNeverSleepState;
 
-constexpr GUID kBalanced = GUID_TYPICAL_POWER_SAVINGS;
+constexpr GUID kUsersPlan = GUID_TYPICAL_POWER_SAVINGS;
 
 class TimersTest : public VirtualPcTest
 {
@@ -27,55 +22,20 @@ protected:
     {
         g_dwLoggingLevel = 6;
         g_dwLoggingEnabled = kLogToDebugger;
-        g_bEnableNeverSleep = 1;
-        g_bEnableHolvOnDC = 1;
-        g_bDndToS3 = 0;
-        g_dwCpuIdleThreshold = 5;
-        g_dwCpuUsageCheckInterval = 10;
-        g_dwSuspendBatteryThreshold = 15;
-        g_dwBatteryUsageCheckInterval = 10;
         S::m_eSystemState = S0_NORMAL;
-        S::m_bIdleExpiryPending = FALSE;
-        S::m_bBatteryThresholdCrossed = FALSE;
-        S::m_bSeenDndStart = FALSE;
-        S::m_bInAwayMode = FALSE;
-        S::m_bOverride = FALSE;
         pc.power.s3_supported = false;  // asked for, it does not come
     }
 
     void WithEvents(const std::function<void()>& body)
     {
         RunAsProcess([&] {
-            createGlobalEvents();
+            const GlobalEvents events;
             CNeverSleepAwayMode::Initialize();
             S::m_pPowerPolicyManager.Set(std::make_shared<CPowerPolicyManager>());
             body();
             S::m_pPowerPolicyManager.Set(nullptr);
             CNeverSleepAwayMode::Uninitialize();
-            closeGlobalEvents();
         });
-    }
-
-    // What has been said since the last time, of these functions alone.
-    std::wstring Said(std::wstring_view by)
-    {
-        std::wstring said;
-        const virtual_pc::Hold still(pc);
-        for (; m_read < pc.outputs.debug().size(); ++m_read) {
-            const std::wstring& line = pc.outputs.debug()[m_read].text;
-            const std::size_t at = line.find(L"   ");
-            if (line.substr(0, at).ends_with(by)) said += line.substr(at + 3) + L"|";
-        }
-        return said;
-    }
-    bool HasSaid(std::wstring_view text)
-    {
-        bool said = false;
-        const virtual_pc::Hold still(pc);
-        for (; m_read < pc.outputs.debug().size(); ++m_read) {
-            said |= pc.outputs.debug()[m_read].text.find(text) != std::wstring::npos;
-        }
-        return said;
     }
 
     // Whether a signal or timer of this slot comes within `seconds`, and after how many.
@@ -86,9 +46,6 @@ protected:
         if (WaitForSingleObject(handle, seconds * 1000) != WAIT_OBJECT_0) return std::nullopt;
         return static_cast<int>((machine.now() - before) / 1s);
     }
-
-private:
-    std::size_t m_read = 0;
 };
 
 // --- Idleness ---
@@ -131,9 +88,9 @@ TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
                     Sleep(1'800'000);
                 }
                 if (check.film) pc.power.SetRequest(*film, PowerRequestDisplayRequired);
-                Said(L"");
+                heard.Forget();
                 S::MonitorIdleTimer();
-                EXPECT_EQ(HasSaid(L"Creating suspend thread"), check.then == Then::sleeps);
+                EXPECT_EQ(heard.TakeHas("Creating suspend thread"), check.then == Then::sleeps);
                 EXPECT_EQ(S::m_bDisplayRequired != FALSE, check.film);
                 if (check.then != Then::sleeps) {
                     EXPECT_EQ(Comes(pc, TIMER_IDLE, 2000), check.then == Then::waits ? 1800 : 30);
@@ -147,39 +104,39 @@ TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
 
 TEST_F(TimersTest, TheIdleMonitorRestsWhereItHasNothingToDecideAndAFailedReadIsNoExpiry)
 {
-    const std::wstring function = L"MonitorIdleTimer";
+    const std::string function = "MonitorIdleTimer";
     WithEvents([&] {
-        Said(L"");
+        heard.Forget();
         g_bDndToS3 = 1;
         S::m_eSystemState = HOLV_DND;
         S::MonitorIdleTimer();
-        EXPECT_EQ(Said(function),
-                  L"Did not start to monitor idle timer, m_eSystemState == HOLV_DND\n|");
+        EXPECT_EQ(heard.Take(function),
+                  Lines{"Did not start to monitor idle timer, m_eSystemState == HOLV_DND\n"});
         g_bDndToS3 = 0;
-        pc.power.Write(kBalanced, GUID_STANDBY_TIMEOUT, PowerSource::ac, 0);
+        pc.power.Write(kUsersPlan, GUID_STANDBY_TIMEOUT, PowerSource::ac, 0);
         S::MonitorIdleTimer();
-        EXPECT_EQ(Said(function),
-                  L"Idle timeout value is set to Never (0), not setting idle timer|");
+        EXPECT_EQ(heard.Take(function),
+                  Lines{"Idle timeout value is set to Never (0), not setting idle timer"});
         EXPECT_FALSE(Comes(pc, TIMER_IDLE, 100'000));
 
-        pc.power.Write(kBalanced, GUID_STANDBY_TIMEOUT, PowerSource::ac, 1800);
+        pc.power.Write(kUsersPlan, GUID_STANDBY_TIMEOUT, PowerSource::ac, 1800);
         S::m_bIdleExpiryPending = TRUE;
         pc.faults.Set("CallNtPowerInformation", {});
         S::MonitorIdleTimer();
-        EXPECT_EQ(Said(function),
-                  L"Start to monitor idle timer\n|30s remaining, setting waitable timer|");
+        EXPECT_EQ(heard.Take(function), (Lines{"Start to monitor idle timer\n",
+                                               "30s remaining, setting waitable timer"}));
         EXPECT_FALSE(S::m_bIdleExpiryPending);
         EXPECT_EQ(Comes(pc, TIMER_IDLE, 2000), 30);
 
         pc.user.Leaves();
         Sleep(1'830'000);
         S::MonitorIdleTimer();
-        EXPECT_EQ(Said(function),
-                  L"Start to monitor idle timer\n|-30s, setting 30 second timer to "
-                  L"Determine if idle out is needed|");
+        EXPECT_EQ(heard.Take(function),
+                  (Lines{"Start to monitor idle timer\n",
+                         "-30s, setting 30 second timer to Determine if idle out is needed"}));
         S::m_bOverride = TRUE;
         S::MonitorIdleTimer();
-        EXPECT_TRUE(HasSaid(L"Override detected will not initiate suspend"));
+        EXPECT_TRUE(heard.TakeHas("Override detected will not initiate suspend"));
     });
 }
 
@@ -213,14 +170,14 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
             EXPECT_EQ(S::IsDisplayRequiredSet(), c.required) << &c - cases;
         }
         pc.power.listing_instead = L"DISPLAY:\nNone.\n";
-        Said(L"");
+        heard.Forget();
         LogOutstandingPowerRequests();
-        EXPECT_EQ(Said(L"LogOutstandingPowerRequests"),
-                  L"Output from powercfg -requests|DISPLAY:\n|None.\n|");
+        EXPECT_EQ(heard.Take("LogOutstandingPowerRequests"),
+                  (Lines{"Output from powercfg -requests", "DISPLAY:\n", "None.\n"}));
         pc.faults.Set("_wpopen", {.error = 8, .count = 2});
         EXPECT_FALSE(S::IsDisplayRequiredSet());
         LogOutstandingPowerRequests();
-        EXPECT_TRUE(HasSaid(L"Failed to execute powercfg -requests, error=8\n"));
+        EXPECT_TRUE(heard.TakeHas("Failed to execute powercfg -requests, error=8\n"));
     });
 }
 
@@ -288,17 +245,17 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
             S::ConfigureSystemRequired(TRUE);
             pc.power.line = c.line;
             pc.power.battery_percent = c.percent;
-            Said(L"");
+            heard.Forget();
             CancelGlobalTimer(TIMER_BATTERY_USAGE);
             S::MonitorBatteryUsage();
             EXPECT_EQ(S::m_bBatteryThresholdCrossed != FALSE, c.crossed);
             EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), !c.crossed);
             EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), !c.crossed);
-            EXPECT_EQ(HasSaid(L"System will suspend in 60s"), c.to_s3);
+            EXPECT_EQ(heard.TakeHas("System will suspend in 60s"), c.to_s3);
             EXPECT_EQ(Comes(pc, TIMER_BATTERY_USAGE, 100),
                       c.goes_on ? std::optional(10) : std::nullopt);
             S::MonitorBatteryUsage();
-            EXPECT_FALSE(HasSaid(L"ConfigureAwayMode entry")) << "once is enough";
+            EXPECT_FALSE(heard.TakeHas("ConfigureAwayMode entry")) << "once is enough";
         }
         pc.power.line = 0;
         pc.faults.Set("GetSystemPowerStatus", {});
@@ -315,20 +272,18 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
 TEST_F(TimersTest, WithTheFeatureOffSuspendAndResumeOnlySayWhatComes)
 {
     g_bEnableNeverSleep = 0;
-    S::m_ullLastSusResEventTime = 0;
     RunAsProcess([&] {
         Sleep(1000);
-        Said(L"");
+        heard.Forget();
         S::OnSuspend();
-        EXPECT_EQ(Said(L"OnSuspend"),
-                  L"*****System is Suspending*****|Holv is disabled, do nothing|");
+        EXPECT_EQ(heard.Take("OnSuspend"),
+                  (Lines{"*****System is Suspending*****", "Holv is disabled, do nothing"}));
         S::OnResume(TRUE);
         S::OnResume(FALSE);
-        EXPECT_EQ(Said(L"OnResume"),
-                  L"*****System is Resuming [attended]*****|"
-                  L"Holv is disabled, do nothing|"
-                  L"*****System is Resuming [unattended]*****|"
-                  L"Holv is disabled, do nothing|");
+        EXPECT_EQ(
+            heard.Take("OnResume"),
+            (Lines{"*****System is Resuming [attended]*****", "Holv is disabled, do nothing",
+                   "*****System is Resuming [unattended]*****", "Holv is disabled, do nothing"}));
     });
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
     EXPECT_FALSE(S::m_bOverride);
@@ -340,13 +295,12 @@ TEST_F(TimersTest, ASuspendThatFailsIsToldAndTheHoursAreLookedAtAllTheSame)
     pc.power.s3_supported = true;
     WithEvents([&] {
         pc.faults.Set("SetSuspendState", {.error = 21});
-        Said(L"");
+        heard.Forget();
         S::GotToSleepNow();
         Sleep(1);
-        EXPECT_EQ(Said(L"SuspendThreadProc"),
-                  L"In suspend thread requesting suspend|"
-                  L"SetSuspendState failed gle:21|"
-                  L"In suspend thread, resumed from suspend|");
+        EXPECT_EQ(heard.Take("SuspendThreadProc"),
+                  (Lines{"In suspend thread requesting suspend", "SetSuspendState failed gle:21",
+                         "In suspend thread, resumed from suspend"}));
         EXPECT_TRUE(pc.power.Held(PowerRequestSystemRequired)) << "by the refresh";
     });
 }

@@ -1,8 +1,6 @@
 // A user's return leads to normal use, also where the state machine has absorbed the event that
 // says so; and a user who has left again is left alone.
 
-#include <algorithm>
-
 #include "log/log.h"
 #include "platform/virtual/thread.h"
 #include "tests/never_sleep_pc_test.h"
@@ -18,7 +16,7 @@ constexpr int kEnterActive = 1;
 class ReturnPc : public NeverSleepPc
 {
 public:
-    explicit ReturnPc(std::uint64_t seed = 0) : NeverSleepPc({.free = kRunFree, .seed = seed})
+    explicit ReturnPc(const Machine::Options& life = DrawnSchedule()) : NeverSleepPc(life)
     {
         Set(L"LoggingEnabled", kLogToDebugger);
         pc.user.Works();
@@ -31,14 +29,7 @@ public:
         return static_cast<std::atomic<std::int32_t>*>(view.Symbol(symbol));
     }
 
-    int TimesTold(std::wstring_view text) const
-    {
-        const virtual_pc::Hold still(pc);
-        return static_cast<int>(std::ranges::count_if(
-            pc.outputs.debug(),
-            [&](const DebugLine& line) { return line.text.find(text) != std::wstring::npos; }));
-    }
-    int Signals() const { return TimesTold(L"The user is back but the state is"); }
+    int Signals() const { return heard.Times("The user is back but the state is"); }
 
     // The state machine enters normal use. Amid that, the PC goes to sleep, or into away mode, and
     // the user wakes it; only when the service has handled all of it does the entry go on.
@@ -54,12 +45,12 @@ public:
         pc.power.SetRequest(*film, PowerRequestDisplayRequired);
         pc.Watch(Find("_ZN16CNeverSleepState18m_bDisplayRequiredE"), [&](std::int32_t,
                                                                          std::int32_t) {
-            const int seen = TimesTold(L"**** User Present");
+            const int seen = heard.Times("**** User Present");
             pc.sleep.Ask(L"test");
             if (from_away_mode) pc.user.Input();
             // Until the handler has received the user's presence, which is announced last, and then
             // until it has returned.
-            for (int turn = 0; turn < 10'000 && TimesTold(L"**** User Present") == seen; ++turn) {
+            for (int turn = 0; turn < 10'000 && heard.Times("**** User Present") == seen; ++turn) {
                 pc.scheduler.Yield(*Thread::Self());
             }
             for (int turn = 0; turn < 1000; ++turn) pc.scheduler.Yield(*Thread::Self());
@@ -85,10 +76,10 @@ protected:
 
 TEST_F(UserReturnTest, AReturnThatTheEntryIntoNormalUseAbsorbedLeadsThereAfterAQuietTime)
 {
-    for (std::uint64_t seed = 0; seed < 10; ++seed) {
+    Storm({.seeds = 10}, [](const Machine::Options& life) {
         for (const bool from_away_mode : {false, true}) {
-            SCOPED_TRACE("seed " + std::to_string(seed) + (from_away_mode ? " away" : " asleep"));
-            ReturnPc user(seed);
+            SCOPED_TRACE(from_away_mode ? "away" : "asleep");
+            ReturnPc user(life);
             user.ReturnAmidTheEntry(from_away_mode);
             ASSERT_EQ(user.State(), from_away_mode ? "HOLV_ACTIVE" : "HOLV_S3");
             user.pc.RunFor(37s);
@@ -99,7 +90,7 @@ TEST_F(UserReturnTest, AReturnThatTheEntryIntoNormalUseAbsorbedLeadsThereAfterAQ
             EXPECT_EQ(user.Signals(), 1);
             user.StopService();
         }
-    }
+    });
 }
 
 TEST_F(UserReturnTest, AUserWhoLeavesWithinTheQuietTimeIsNotBroughtBack)
@@ -142,7 +133,7 @@ TEST(UserReturnLimitTest, GivesUpAfterThreeAttemptsUntilTheNextReturn)
         user.pc.user.Input();
         user.pc.RunFor(1h);
         EXPECT_EQ(user.Signals(), 3 * returns);
-        EXPECT_EQ(user.TimesTold(L"giving up until the user returns again"), returns);
+        EXPECT_EQ(user.heard.Times("giving up until the user returns again"), returns);
     }
     user.pc.Watch(nullptr, {});
     user.StopService();

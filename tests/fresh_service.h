@@ -1,0 +1,8 @@
+// The process-wide data of the service that is linked into a test program.
+#pragma once
+
+// Puts all of the service's data back to what they were when the program started, as a new process
+// finds them: settings, state record, log writer, caches, and whatever else a file keeps to itself.
+// Every test begins with it (ground.cpp); a test that lives several lives of the service calls it
+// between them. No thread of the service may run meanwhile.
+void FreshService();

@@ -1,0 +1,25 @@
+// Lines of text, and how two lists of them differ.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using Lines = std::vector<std::string>;
+
+inline Lines operator+(Lines a, const Lines& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// The lines as one text.
+std::string Joined(const Lines& lines);
+
+// Whether both are the same. Otherwise it tells the lines that are missing (-) and those that are
+// too many (+), each with its number and between lines that both have.
+testing::AssertionResult SameLines(const Lines& actual, const Lines& expected);
+
+// EXPECT_EQ for lists of which one would not see at a glance where they differ.
+#define EXPECT_LINES(actual, ...) EXPECT_TRUE(SameLines(actual, __VA_ARGS__))

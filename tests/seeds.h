@@ -1,0 +1,56 @@
+// Where the schedules of tests come from.
+//
+//   HOLV_SEED=N    the day's seed, mixed into the seed of every test.
+//   HOLV_SEEDS=    how many seeds a storm tries: "500" as many, "x10" so many times its own number,
+//                  "17-17" those from the first to the last alone.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/virtual/machine.h"
+
+// The thread sanitizer sees the service only where its threads really run at once.
+#ifdef HOLV_TESTS_RUN_FREE
+inline constexpr bool kRunFree = true;
+#else
+inline constexpr bool kRunFree = false;
+#endif
+
+// A machine whose schedule is drawn from the running test's full name and the day's seed.
+virtual_pc::Machine::Options DrawnSchedule();
+
+// A machine that lets the longest ready thread run, always the same way: for the PC's own tests of
+// it, and for what is not about threads at all.
+inline virtual_pc::Machine::Options FixedSchedule() { return {.free = kRunFree}; }
+
+// The command that repeats the running test.
+std::string RepeatCommand();
+
+// --- Storms: many lives, each from its own seed ---
+
+// How many lives a storm tries unless HOLV_SEEDS says otherwise. Lives from seeds are lived by
+// themselves, one thread at a time; those with free threads follow, and are all there is where
+// kRunFree.
+struct StormSize
+{
+    std::uint64_t seeds;
+    std::uint64_t free = 0;
+};
+
+// The lives of a storm. The seed of a free one is for the test's own draws.
+std::vector<virtual_pc::Machine::Options> LivesOf(const StormSize& size);
+
+// What a failure in this life says: the seed, and the command that repeats it.
+std::string LifeTrace(const virtual_pc::Machine::Options& life);
+
+// Calls `live` for each life, with the service's data fresh, until one fails.
+void Storm(const StormSize& size, const std::function<void(virtual_pc::Machine::Options)>& live);
+
+// The same, each life on a machine of its own; `live` returns when it is over, and nothing may be
+// left open, misused, running or crashed then.
+void StormOnPc(
+    const StormSize& size,
+    const std::function<void(virtual_pc::Machine&, const virtual_pc::Machine::Options&)>& live);
