@@ -77,7 +77,6 @@ service_is() {
     echo "$state"
     [ "$state" = "$1" ]
 }
-
 service_is_settled() {
     local state=$(service_state)
     echo "$state"
@@ -131,26 +130,6 @@ stop_service() {
 traced=err-all,+pid,+relay
 trace=$PWD/build/wine_trace
 calls=$PWD/build/wine_calls.txt
-make_prefix() {
-    local debug='HKCU\Software\Wine\Debug' services='HKLM\SYSTEM\CurrentControlSet\Services'
-    rm -rf "$WINEPREFIX"
-    wineboot -i >/dev/null 2>&1
-    add_value "$debug" RelayInclude REG_SZ "$declared"
-    add_value "$debug" RelayExclude REG_SZ none
-    # Wine's own choice of programs that are not traced goes before the one of those that are.
-    wine_does reg delete "$debug" /v RelayFromExclude /f >/dev/null
-    add_value "$debug" RelayFromInclude REG_SZ HOLVService.exe
-    # As Windows does, RpcSs first: the service depends on it. Wine starts the services in the order of
-    # their tags, whatever they depend on, and gives up its right to start one after the last. Where
-    # that took more than the three seconds for which the service's thread asks for this right, its class
-    # object stayed unknown to RpcSs, and no client ever reached it.
-    add_value "$services\\RpcSs" Start REG_DWORD 2
-    add_value "$services\\RpcSs" Tag REG_DWORD 0xffffffff
-    # The last one, so that it tells when all have been started.
-    add_value "$services\\Eventlog" Tag REG_DWORD 0x10000
-    wineserver -w
-}
-
 start_trace() {
     rm -f "$trace"
     mkfifo "$trace"
@@ -165,6 +144,27 @@ reader_has_ended() { ! kill -0 "$reader" 2>/dev/null; }
 end_trace() {
     exec {trace_end}>&-
     await "the reader of the trace to see its end" $patience reader_has_ended
+}
+
+# make_prefix: makes build/wine anew, for the functions to be traced in `declared`.
+make_prefix() {
+    local debug='HKCU\Software\Wine\Debug' services='HKLM\SYSTEM\CurrentControlSet\Services'
+    rm -rf "$WINEPREFIX"
+    wineboot -i >/dev/null 2>&1
+    add_value "$debug" RelayInclude REG_SZ "$declared"
+    add_value "$debug" RelayExclude REG_SZ none
+    # Wine's own choice of programs that are not traced goes before the one of those that are.
+    wine_does reg delete "$debug" /v RelayFromExclude /f >/dev/null
+    add_value "$debug" RelayFromInclude REG_SZ HOLVService.exe
+    # RpcSs first, as Windows starts it before what depends on it. Wine starts services in the order of
+    # their tags, whatever they depend on, and holds the lock for starting until the last has been
+    # started. A service that registers its class object earlier than RpcSs runs asks for that lock, for
+    # three seconds; without it the registration is lost, and no client ever reaches the service.
+    add_value "$services\\RpcSs" Start REG_DWORD 2
+    add_value "$services\\RpcSs" Tag REG_DWORD 0xffffffff
+    # The event log last: when it runs, all have been started.
+    add_value "$services\\Eventlog" Tag REG_DWORD 0x10000
+    wineserver -w
 }
 
 # Wine's services live as long as the server, which stays until it is ended: otherwise they would end
