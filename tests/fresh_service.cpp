@@ -14,8 +14,8 @@ extern __attribute__((weak)) std::byte holv_service_bss_end[];
 
 namespace {
 
-// Byte by byte, since the address sanitizer lets no library function touch the gaps that it puts
-// between variables.
+// Byte by byte: memcpy would be reported by the address sanitizer for the gaps that it puts between
+// variables.
 __attribute__((no_sanitize("address", "thread", "undefined"))) void CopyBytes(
     const volatile std::byte* from, volatile std::byte* to, std::size_t size)
 {
@@ -33,8 +33,8 @@ public:
 
     void Restore()
     {
-        // What the ended service still owned is its process's, which would free it. The copies
-        // show the leak sanitizer that it was no leak.
+        // Heap memory that the ended service still owned would go with its process. The copy keeps
+        // it reachable, so that the leak sanitizer does not report it.
         m_before.push_back(Copy());
         CopyBytes(m_in_the_beginning.get(), m_begin, m_size);
     }

@@ -1,8 +1,8 @@
-// What the leak sanitizer must not wonder about.
+// Leaks that the leak sanitizer does not report.
 
-// The callback of a registration that cannot be removed stays with Core Audio, which may still call
-// it. It would go with its process; here all share one heap. An entry that leaked otherwise would
-// leave its endpoint volume open, which every test looks for.
+// The callback of a registration that could not be removed is kept, since the sound system may
+// still call it. On Windows it goes with its process; here all processes share one heap. An entry
+// that leaked for another reason would leave its endpoint volume open, which every test checks.
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:RegisteredAudioDevice::Make\n";

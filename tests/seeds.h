@@ -1,4 +1,5 @@
-// Where the schedules of tests come from.
+// The seeds of tests. A test that passes under one schedule proves that schedule only, so each
+// machine draws its own from the test's name.
 //
 //   HOLV_SEED=N    the day's seed, mixed into the seed of every test.
 //   HOLV_SEEDS=    how many seeds a storm tries: "500" as many, "x10" so many times its own number,
@@ -22,18 +23,13 @@ inline constexpr bool kRunFree = false;
 // A machine whose schedule is drawn from the running test's full name and the day's seed.
 virtual_pc::Machine::Options DrawnSchedule();
 
-// A machine that lets the longest ready thread run, always the same way: for the PC's own tests of
-// it, and for what is not about threads at all.
-inline virtual_pc::Machine::Options FixedSchedule() { return {.free = kRunFree}; }
-
 // The command that repeats the running test.
 std::string RepeatCommand();
 
 // --- Storms: many lives, each from its own seed ---
 
-// How many lives a storm tries unless HOLV_SEEDS says otherwise. Lives from seeds are lived by
-// themselves, one thread at a time; those with free threads follow, and are all there is where
-// kRunFree.
+// How many lives a storm tries unless HOLV_SEEDS says otherwise: first those that run one thread at
+// a time and draw it from a seed, then those whose threads run free. Where kRunFree, all run free.
 struct StormSize
 {
     std::uint64_t seeds;
@@ -49,8 +45,8 @@ std::string LifeTrace(const virtual_pc::Machine::Options& life);
 // Calls `live` for each life, with the service's data fresh, until one fails.
 void Storm(const StormSize& size, const std::function<void(virtual_pc::Machine::Options)>& live);
 
-// The same, each life on a machine of its own; `live` returns when it is over, and nothing may be
-// left open, misused, running or crashed then.
+// The same, each life on a machine of its own. When `live` returns, no process may run any more,
+// have crashed or have left anything open, and no call may have been misused.
 void StormOnPc(
     const StormSize& size,
     const std::function<void(virtual_pc::Machine&, const virtual_pc::Machine::Options&)>& live);
