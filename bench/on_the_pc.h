@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/process.h"
 
 inline constexpr int kRepetitions = 5;
 

@@ -7,6 +7,9 @@
 #include "bench/ratios.h"
 #include "pc/person.h"
 #include "pc/service_view.h"
+#include "platform/virtual/battery.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

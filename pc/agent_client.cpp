@@ -6,6 +6,8 @@
 
 #include "api/agent_api.h"
 #include "platform/owned.h"
+#include "platform/virtual/apartment.h"
+#include "platform/virtual/process.h"
 #include "platform/virtual/thread.h"
 
 using namespace std::chrono_literals;

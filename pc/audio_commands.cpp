@@ -3,6 +3,8 @@
 #include <cmath>
 
 #include "pc/commands.h"
+#include "platform/virtual/audio.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

@@ -1,4 +1,6 @@
 #include "pc/commands.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/text.h"
 
 #include <algorithm>
 #include <cctype>

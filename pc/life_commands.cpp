@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "pc/commands.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

@@ -1,6 +1,7 @@
 // holvpc: the virtual PC as a program.
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 
 #include "pc/player.h"

@@ -1,4 +1,6 @@
 #include "pc/person.h"
+#include "platform/virtual/sleep.h"
+#include "platform/virtual/user.h"
 
 #include <algorithm>
 

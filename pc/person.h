@@ -8,6 +8,7 @@
 #include <random>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/power.h"
 
 class Person
 {

@@ -1,5 +1,7 @@
 #include "pc/player.h"
 
+#include <filesystem>
+
 using namespace virtual_pc;
 
 namespace {

@@ -1,6 +1,8 @@
 // Power source and battery, plans, requests, and the platform device.
 
 #include "pc/commands.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

@@ -2,6 +2,10 @@
 
 #include "pc/commands.h"
 
+#include <filesystem>
+#include "platform/virtual/registry.h"
+#include "platform/virtual/text.h"
+
 using namespace virtual_pc;
 
 namespace {

@@ -4,6 +4,9 @@
 #include <algorithm>
 
 #include "pc/commands.h"
+#include "platform/virtual/audio.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

@@ -1,5 +1,6 @@
 #include "pc/script.h"
 
+#include <filesystem>
 #include <fstream>
 
 std::string ScriptLine::Place() const

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "pc/commands.h"
+#include "platform/virtual/cpu.h"
+#include "platform/virtual/service_manager.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

@@ -6,6 +6,9 @@
 #include <string>
 
 #include "platform/kernel.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/service_manager.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

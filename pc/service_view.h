@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/process.h"
 
 inline constexpr const wchar_t* kServiceName = L"HOLVService";
 // Where the service writes its log, on the PC's disk.

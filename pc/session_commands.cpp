@@ -2,6 +2,8 @@
 
 #include "pc/commands.h"
 #include "platform/virtual/names.h"
+#include "platform/virtual/session.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

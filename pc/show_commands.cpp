@@ -1,6 +1,9 @@
 // Commands that print current values.
 
 #include "pc/commands.h"
+#include "platform/virtual/event_log.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 
@@ -27,7 +30,7 @@ void ShowLog(ScriptContext& context)
 
 void ShowLogPath(ScriptContext& context)
 {
-    context.out << "The log: " << context.pc.disk.HostPath(kServiceLogFile).string() << "\n";
+    context.out << "The log: " << context.pc.disk.HostPath(kServiceLogFile) << "\n";
 }
 
 void ShowEvents(ScriptContext& context)

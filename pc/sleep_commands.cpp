@@ -5,6 +5,11 @@
 #include <chrono>
 
 #include "pc/commands.h"
+#include "platform/virtual/battery.h"
+#include "platform/virtual/processor.h"
+#include "platform/virtual/sleep.h"
+#include "platform/virtual/text.h"
+#include "platform/virtual/user.h"
 
 using namespace virtual_pc;
 

@@ -1,4 +1,5 @@
 #include "pc/story.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

@@ -1,4 +1,5 @@
 #include "pc/trace.h"
+#include "platform/virtual/text.h"
 
 #include <nlohmann/json.hpp>
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -16,6 +17,9 @@
 #include "pc/agent_client.h"
 #include "platform/counted_object.h"
 #include "platform/message.h"
+#include "platform/virtual/com.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/registry.h"
 #include "tests/running_service.h"
 
 inline const std::filesystem::path kDescription =

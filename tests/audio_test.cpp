@@ -4,6 +4,9 @@
 #include <set>
 
 #include "audio/audio_manager.h"
+#include "platform/virtual/audio.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/text.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;

@@ -6,6 +6,8 @@
 #include "platform/com.h"
 #include "platform/power.h"
 #include "platform/session.h"
+#include "platform/virtual/event_log.h"
+#include "platform/virtual/power.h"
 #include "service/module.h"
 #include "settings/settings_store.h"
 #include "tests/service_test.h"

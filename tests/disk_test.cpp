@@ -8,6 +8,8 @@
 
 #include "platform/module.h"
 #include "platform/owned.h"
+#include "platform/virtual/outputs.h"
+#include "platform/virtual/text.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;
@@ -48,7 +50,7 @@ TEST_F(DiskTest, PathsAreFoundWhateverTheirLetterCaseAndKeepTheSpellingTheyWereM
     EXPECT_EQ(pc.disk.Read(LR"(c:/PROGRAM FILES\.\orbeq\\straße.txt)"), "here");
     pc.disk.Write(LR"(C:\PROGRAM FILES\orbeq\New.txt)", "there");
     EXPECT_EQ(pc.disk.HostPath(LR"(C:\program files\ORBEQ\new.TXT)"),
-              pc.disk.HostPath(LR"(C:\)") / "Program Files" / "Orbeq" / "New.txt");
+              pc.disk.HostPath(LR"(C:\)") + "/Program Files/Orbeq/New.txt");
     EXPECT_EQ(pc.disk.Read(LR"(C:\Program Files\Orbeq)"), std::nullopt) << "a folder is no file";
     EXPECT_EQ(pc.disk.Read(LR"(C:\Program Files\Missing.txt)"), std::nullopt);
 

@@ -2,10 +2,13 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
 #include "platform/owned.h"
+#include "platform/virtual/event_log.h"
+#include "platform/virtual/registry.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;

@@ -4,6 +4,8 @@
 #include <sstream>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/outputs.h"
+#include "platform/virtual/text.h"
 #include "tests/virtual_pc_test.h"
 
 using virtual_pc::ToUtf8;

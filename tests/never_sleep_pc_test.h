@@ -3,6 +3,12 @@
 #pragma once
 
 #include "pc/service_view.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/service_manager.h"
+#include "platform/virtual/sleep.h"
+#include "platform/virtual/user.h"
 #include "tests/virtual_pc_test.h"
 
 class NeverSleepPc

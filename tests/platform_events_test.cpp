@@ -3,6 +3,13 @@
 
 #include "platform/kernel.h"
 #include "platform/session.h"
+#include "platform/virtual/audio.h"
+#include "platform/virtual/guid.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/power_plans.h"
+#include "platform/virtual/processor.h"
+#include "platform/virtual/session.h"
+#include "platform/virtual/text.h"
 #include "power/power_policy_manager.h"
 #include "tests/running_service.h"
 

@@ -5,6 +5,11 @@
 
 #include "log/log.h"
 #include "platform/owned.h"
+#include "platform/virtual/guid.h"
+#include "platform/virtual/outputs.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/power_plans.h"
+#include "platform/virtual/text.h"
 #include "power/never_sleep_away_mode.h"
 #include "power/power_policy_manager.h"
 #include "tests/virtual_pc_test.h"

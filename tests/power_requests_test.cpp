@@ -4,6 +4,12 @@
 #include <cstring>
 
 #include "log/log.h"
+#include "platform/virtual/announcer.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/guid.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/power_plans.h"
+#include "platform/virtual/text.h"
 #include "power/machine_power.h"
 #include "power/never_sleep_away_mode.h"
 #include "tests/virtual_pc_test.h"

@@ -1,9 +1,11 @@
 // The registry room, from the service's side and from the driver's, and its files.
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "platform/owned.h"
+#include "platform/virtual/registry.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;

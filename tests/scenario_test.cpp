@@ -1,11 +1,13 @@
 // The scenarios, each played as `holvpc run` plays it; and what a seed promises of a whole run.
 
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
 
 #include "pc/player.h"
 #include "platform/owned.h"
+#include "platform/virtual/registry.h"
 #include "tests/virtual_pc_test.h"
 
 namespace fs = std::filesystem;

@@ -1,9 +1,11 @@
 // Scripts that are wrong: what is said of them, and that nothing of them is done.
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "pc/player.h"
+#include "platform/virtual/registry.h"
 #include "tests/virtual_pc_test.h"
 
 namespace fs = std::filesystem;

@@ -6,6 +6,9 @@
 #include "platform/com.h"
 #include "platform/module.h"
 #include "platform/owned.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/session.h"
+#include "platform/virtual/text.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace std::chrono_literals;

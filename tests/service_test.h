@@ -2,6 +2,10 @@
 #pragma once
 
 #include "platform/service.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/service_manager.h"
+#include "platform/virtual/text.h"
 #include "tests/virtual_pc_test.h"
 
 inline constexpr const wchar_t* kService = L"HOLVService";

@@ -7,7 +7,10 @@
 #include <functional>
 #include <string>
 
+#include "platform/virtual/disk.h"
 #include "platform/virtual/machine.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/user.h"
 #include "tests/heard.h"
 #include "tests/lines.h"
 #include "tests/seeds.h"

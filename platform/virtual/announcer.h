@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/base.h"
-#include "platform/virtual/power_plans.h"
+#include "platform/virtual/guid.h"
 
 namespace virtual_pc {
 

@@ -13,7 +13,8 @@
 
 #include "platform/com.h"
 #include "platform/message.h"
-#include "platform/virtual/power_plans.h"
+#include "platform/virtual/guid.h"
+#include "platform/virtual/thread.h"
 
 namespace virtual_pc {
 
@@ -67,7 +68,7 @@ struct RemoteCall
     void Finish(HRESULT how);
 };
 
-class Apartment : public std::enable_shared_from_this<Apartment>
+class Apartment final : public MessageServer, public std::enable_shared_from_this<Apartment>
 {
 public:
     // The single-threaded apartment of `thread`, or the process's multithreaded one when that is
@@ -94,10 +95,10 @@ public:
 
     // Runs the oldest queued call. DispatchMessage calls this for each message to window(), on the
     // apartment's thread and without the machine held.
-    void Serve();
+    void Serve() override;
     // The window that the messages for incoming calls are addressed to; unused in a multithreaded
     // apartment.
-    HWND window() { return reinterpret_cast<HWND>(this); }
+    HWND window() override { return reinterpret_cast<HWND>(this); }
 
     // Releases the references to all exported objects, and fails the queued calls. On a thread of
     // the apartment, without the machine held.

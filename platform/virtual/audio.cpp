@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/virtual/com.h"
+#include "platform/virtual/guid.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/names.h"
 
@@ -113,9 +115,9 @@ void Endpoint::ChangeProperty()
 
 // --- The sound system ---
 
-Audio::Audio(Machine& pc) : machine(pc), notices(pc)
+Audio::Audio(Machine& pc, Com& com) : machine(pc), notices(pc)
 {
-    machine.com.AddInProcessClass(CLSID_MMDeviceEnumerator, MakeEnumerator);
+    com.AddInProcessClass(CLSID_MMDeviceEnumerator, MakeEnumerator);
 }
 
 Audio::~Audio() = default;

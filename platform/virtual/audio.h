@@ -13,6 +13,7 @@
 namespace virtual_pc {
 
 class Audio;
+class Com;
 class Machine;
 
 class Endpoint
@@ -69,7 +70,7 @@ private:
 class Audio
 {
 public:
-    explicit Audio(Machine& machine);
+    Audio(Machine& machine, Com& com);
     ~Audio();
 
     struct Options

@@ -4,6 +4,8 @@
 
 #include "platform/virtual/audio.h"
 #include "platform/virtual/call.h"
+#include "platform/virtual/com.h"
+#include "platform/virtual/process.h"
 
 namespace virtual_pc {
 namespace {

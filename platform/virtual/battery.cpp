@@ -3,6 +3,9 @@
 #include <cmath>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/power_plans.h"
+#include "platform/virtual/sleep.h"
 
 namespace virtual_pc {
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/process.h"
 #include "platform/virtual/thread.h"
 
 namespace virtual_pc {

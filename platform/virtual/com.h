@@ -11,8 +11,8 @@
 
 #include "platform/com.h"
 #include "platform/virtual/fixed_memory.h"
+#include "platform/virtual/guid.h"
 #include "platform/virtual/marshal.h"
-#include "platform/virtual/power_plans.h"
 #include "platform/virtual/type_library.h"
 
 namespace virtual_pc {

@@ -3,7 +3,12 @@
 #include "platform/com.h"
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/com.h"
+#include "platform/virtual/guid.h"
 #include "platform/virtual/memory.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/programs.h"
+#include "platform/virtual/registry.h"
 #include "platform/virtual/session.h"
 
 using namespace std::chrono_literals;
@@ -50,6 +55,7 @@ HRESULT Enter(Function& function, DWORD how)
     }
     membership.apartment = single ? call.machine.com.SingleThreaded(call.process(), call.thread)
                                   : call.machine.com.Multithreaded(call.process());
+    if (single) call.thread.message_server = membership.apartment;
     ++membership.apartment->threads;
     membership.entered = 1;
     // Incoming calls are posted to the thread as messages.
@@ -81,7 +87,7 @@ HRESULT StartServer(Call& call, REFCLSID class_id, Process*& process)
     }
     if (!program) return REGDB_E_CLASSNOTREG;
     for (const std::wstring& path : CandidatePrograms(*program)) {
-        process = call.machine.StartInstalled(path, L"\"" + path + L"\" -Embedding");
+        process = call.machine.programs.StartInstalled(path, L"\"" + path + L"\" -Embedding");
         if (process) return S_OK;
     }
     return CO_E_SERVER_EXEC_FAILURE;
@@ -153,6 +159,7 @@ void WINAPI CoUninitialize()
     // Close calls the apartment's objects, so the thread leaves the apartment only afterwards.
     if (closing) closing->Close();
     Thread::Self()->membership = {};
+    Thread::Self()->message_server.reset();
 }
 
 HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID id,

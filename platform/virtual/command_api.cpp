@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/power.h"
 
 using namespace virtual_pc;
 

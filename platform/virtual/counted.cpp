@@ -1,5 +1,7 @@
 #include "platform/virtual/counted.h"
 
+#include "platform/virtual/com.h"
+
 namespace virtual_pc {
 namespace {
 

@@ -7,6 +7,7 @@
 
 #include "platform/com.h"
 #include "platform/virtual/call.h"
+#include "platform/virtual/com.h"
 #include "platform/virtual/fixed_memory.h"
 
 namespace virtual_pc {

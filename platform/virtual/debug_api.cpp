@@ -5,6 +5,7 @@
 
 #include "platform/module.h"
 #include "platform/virtual/call.h"
+#include "platform/virtual/outputs.h"
 
 using namespace virtual_pc;
 

@@ -5,7 +5,9 @@
 #include <cwctype>
 #include <utility>
 
+#include "platform/virtual/guid.h"
 #include "platform/virtual/machine.h"
+#include "platform/virtual/names.h"
 
 namespace virtual_pc {
 namespace {

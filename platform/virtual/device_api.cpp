@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "platform/com.h"
 #include "platform/device.h"
 #include "platform/virtual/call.h"
 #include "platform/virtual/device.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/text.h"
 
 namespace virtual_pc {
 namespace {
@@ -20,7 +22,7 @@ namespace fs = std::filesystem;
 // Folders that every PC has before any program is installed.
 constexpr const char* kFirstFolders[] = {"ProgramData", "Windows"};
 
-fs::path MakeOwnFolder()
+std::string MakeOwnFolder()
 {
     std::string name = (fs::temp_directory_path() / "holvpc-XXXXXX").string();
     if (!mkdtemp(name.data())) {
@@ -66,10 +68,10 @@ fs::path EntryOf(const fs::path& folder, const std::wstring& name)
 
 }  // namespace
 
-Disk::Disk(Machine& machine, const fs::path& folder)
+Disk::Disk(Machine& machine, const std::string& folder)
     : m_machine(machine), m_folder(folder.empty() ? MakeOwnFolder() : folder), m_own(folder.empty())
 {
-    for (const char* name : kFirstFolders) fs::create_directories(m_folder / name);
+    for (const char* name : kFirstFolders) fs::create_directories(fs::path(m_folder) / name);
 }
 
 Disk::~Disk()
@@ -78,12 +80,12 @@ Disk::~Disk()
     if (m_own) fs::remove_all(m_folder, error);
 }
 
-fs::path Disk::HostPath(std::wstring_view path) const
+std::string Disk::HostPath(std::wstring_view path) const
 {
     const Hold hold(m_machine);
     fs::path host = m_folder;
     for (const std::wstring& name : PathParts(path)) host = EntryOf(host, name);
-    return host;
+    return host.string();
 }
 
 std::optional<std::string> Disk::Read(std::wstring_view path) const

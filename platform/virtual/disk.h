@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -10,7 +9,7 @@
 #include <string_view>
 
 #include "platform/file.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/names.h"
 
 namespace virtual_pc {
 
@@ -39,7 +38,7 @@ class Disk
 public:
     // `folder` becomes C:\ and is made when missing; empty for a folder of the disk's own, removed
     // with it. A disk has C:\ProgramData and C:\Windows from the start.
-    Disk(Machine& machine, const std::filesystem::path& folder);
+    Disk(Machine& machine, const std::string& folder);
     ~Disk();
     Disk(const Disk&) = delete;
     Disk& operator=(const Disk&) = delete;
@@ -47,7 +46,7 @@ public:
     // Where a path of the PC lies on the host, whatever its letter case; missing parts keep the
     // spelling asked for. Throws std::invalid_argument for a path that is not on C:, or that goes
     // upwards by "..".
-    std::filesystem::path HostPath(std::wstring_view path) const;
+    std::string HostPath(std::wstring_view path) const;
 
     // A file's bytes; nothing when it is not there.
     std::optional<std::string> Read(std::wstring_view path) const;
@@ -66,7 +65,7 @@ public:
 
 private:
     Machine& m_machine;
-    std::filesystem::path m_folder;
+    std::string m_folder;
     bool m_own = false;
     std::map<std::wstring, std::shared_ptr<PipeListener>, NoCase> m_listeners;
 };

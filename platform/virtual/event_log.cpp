@@ -3,6 +3,7 @@
 #include <cwctype>
 
 #include "platform/virtual/machine.h"
+#include "platform/virtual/registry.h"
 
 namespace virtual_pc {
 namespace {
@@ -66,7 +67,7 @@ void EventLog::Add(EventRecord record)
     m_records.push_back(std::move(record));
 }
 
-void EventLog::AddMessageFile(std::wstring_view module_path, const std::filesystem::path& messages)
+void EventLog::AddMessageFile(std::wstring_view module_path, const std::string& messages)
 {
     MessageTable table = ReadMessageFile(messages);
     const Hold hold(m_machine);

@@ -1,7 +1,6 @@
 // The Application event log and its viewer.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -9,7 +8,7 @@
 
 #include "platform/eventlog.h"
 #include "platform/virtual/message_file.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/names.h"
 #include "platform/virtual/time.h"
 
 namespace virtual_pc {
@@ -37,7 +36,7 @@ public:
 
     // Gives a module on the PC's disk the message texts of a file in the message compiler's form,
     // in place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
-    void AddMessageFile(std::wstring_view module_path, const std::filesystem::path& messages);
+    void AddMessageFile(std::wstring_view module_path, const std::string& messages);
 
     // What the viewer shows: the message text with its insertions, found through the source's
     // registration; or, when that finds no text, that the description cannot be found, and the

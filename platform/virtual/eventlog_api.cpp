@@ -3,6 +3,7 @@
 #include "platform/eventlog.h"
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/event_log.h"
 
 using namespace virtual_pc;
 

@@ -10,11 +10,17 @@
 #include <cerrno>
 #include <cstring>
 #include <cwchar>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/disk.h"
 #include "platform/virtual/memory.h"
+#include "platform/virtual/names.h"
+#include "platform/virtual/outputs.h"
+#include "platform/virtual/text.h"
 
 using namespace virtual_pc;
 

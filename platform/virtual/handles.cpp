@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/virtual/machine.h"
 #include "platform/virtual/process.h"
 
 namespace virtual_pc {

@@ -3,6 +3,8 @@
 #include "platform/kernel.h"
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/waker.h"
 
 using namespace virtual_pc;
 
@@ -41,7 +43,7 @@ public:
     void Disarm() { Machine::Current().scheduler.Cancel(*this); }
 
 private:
-    bool Wakes() const override { return m_resume && Machine::Current().sleep.WakeTimersAllowed(); }
+    bool Wakes() const override { return m_resume && Machine::Current().waker.WakeTimersAllowed(); }
 
     void Due() override
     {
@@ -50,7 +52,7 @@ private:
             machine.scheduler.Set(*this, machine.scheduler.now() + m_period);
         }
         Signal();
-        if (m_resume) machine.sleep.WakeByTimer();
+        if (m_resume) machine.waker.WakeByTimer();
     }
 
     Duration m_period{0};
@@ -84,7 +86,6 @@ Function fn_get_tick_count{"GetTickCount64", Failing::never};
 Function fn_get_local_time{"GetLocalTime", Failing::never};
 Function fn_get_version{"GetVersion", Failing::never};
 Function fn_get_version_ex{"GetVersionExW"};
-Function fn_get_system_times{"GetSystemTimes"};
 Function fn_tls_alloc{"TlsAlloc"};
 
 }  // namespace
@@ -236,22 +237,6 @@ void WINAPI GetLocalTime(SYSTEMTIME* time)
 {
     const Call call(fn_get_local_time);
     *time = FromCalendar(call.machine.clock());
-}
-
-BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user)
-{
-    Call call(fn_get_system_times);
-    if (call.Fails()) return FALSE;
-    const Processor::Times times = call.machine.processor.times();
-    const auto give = [](FILETIME* to, Duration time) {
-        if (!to) return;
-        const auto units = static_cast<std::uint64_t>(time.count());
-        *to = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
-    };
-    give(idle, times.idle);
-    give(kernel, times.kernel);
-    give(user, times.user);
-    return TRUE;
 }
 
 DWORD WINAPI GetVersion()

@@ -12,7 +12,7 @@
 #pragma once
 
 #include <atomic>
-#include <filesystem>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,40 +22,48 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/virtual/announcer.h"
-#include "platform/virtual/audio.h"
-#include "platform/virtual/battery.h"
-#include "platform/virtual/com.h"
-#include "platform/virtual/cpu.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/disk.h"
-#include "platform/virtual/event_log.h"
 #include "platform/virtual/faults.h"
 #include "platform/virtual/handles.h"
 #include "platform/virtual/journal.h"
-#include "platform/virtual/libraries.h"
-#include "platform/virtual/one_core.h"
-#include "platform/virtual/outputs.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/process.h"
-#include "platform/virtual/processor.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/launch.h"
 #include "platform/virtual/scheduler.h"
-#include "platform/virtual/service_manager.h"
-#include "platform/virtual/session.h"
-#include "platform/virtual/sleep.h"
 #include "platform/virtual/time.h"
-#include "platform/virtual/user.h"
 
 namespace virtual_pc {
 
+class OneCore;
+class Process;
 class Thread;
+class Waker;
+struct Image;
+
+// The facets; each has a header of its own, which its users include.
+class Announcer;
+class Audio;
+class Battery;
+class Com;
+struct Cpu;
+class Devices;
+class Disk;
+class EventLog;
+struct Libraries;
+class Outputs;
+class Power;
+class Processor;
+class Programs;
+class Registry;
+class ServiceManager;
+class Session;
+class SleepState;
+class User;
+struct Facets;
 
 class Machine
 {
     // First, so that they outlive every facet and every thread.
-    std::optional<OneCore> m_one_core;  // unless threads run free
+    std::unique_ptr<OneCore> m_one_core;  // null when threads run free
     mutable std::mutex m_mutex;
+    CalendarTime m_switched_on_at;
 
 public:
     struct Options
@@ -64,7 +72,7 @@ public:
         std::uint64_t seed = 0;
         double pace = 0;
         // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
-        std::filesystem::path root = {};
+        std::string root = {};
     };
 
     Machine() : Machine(Options{}) {}
@@ -110,18 +118,17 @@ public:
     // Starts the program at `path`, in any letter case; null when there is none on the disk.
     Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
                             std::optional<Launch> launch = {});
-    // Starts the first of the CandidatePrograms of a command line that is on the disk; null, and
-    // the `error`, when there is none.
-    Process* StartCommandLine(std::wstring_view command_line, std::optional<Launch> launch,
-                              DWORD& error);
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
     // Starts a function of the host program as a process, as a test does.
     Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
-    const std::vector<std::unique_ptr<Process>>& processes() const { return m_processes; }
+    const std::vector<std::unique_ptr<Process>>& processes() const;
 
-    // Called with the machine held when a process's image is in memory and about to run.
+    // Called with the machine held: when a process's image is in memory and about to run; when all
+    // its threads but the last have ended and the image is still loaded; and when it has ended.
     std::function<void(Process&)> image_loaded;
+    std::function<void(Process&)> process_ending;
+    std::function<void(Process&)> process_ended;
 
     // --- The operating system ---
     // Its version, 6.1 unless set: major in the low byte, minor in the next.
@@ -139,51 +146,53 @@ public:
                std::function<void(std::int32_t, std::int32_t)> changed);
     void LookAtWatch();
 
-    // --- The facets ---
+    // --- What every facet stands on ---
     Scheduler scheduler;
     HandleTable handles;
     Journal journal{*this};
     Faults faults;
-    Registry registry;
-    Disk disk;
-    Outputs outputs;
-    EventLog event_log;
-    Announcer announcer{*this};  // before the facets that provide values to announce
-    Power power{*this};
-    Devices devices{*this};
-    Session session{*this};
-    ServiceManager services{*this};
-    Processor processor{*this};
-    Battery battery{*this};
-    User user{*this};
-    SleepState sleep{*this};
-    Com com;
-    Audio audio{*this};
-    Cpu cpu;
-    Libraries libraries;
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;
 
 private:
-    struct Program
-    {
-        Image image;                 // its path, and what is loaded unless there is an entry
-        std::function<int()> entry;  // what is run instead of an image
-    };
-    Process& Begin(const Program& program, std::wstring_view command_line,
-                   std::optional<Launch> launch = {});
+    std::unique_ptr<Facets> m_facets;
 
+public:
+    // --- The facets ---
+    Registry& registry;
+    Devices& devices;
+    EventLog& event_log;
+    Announcer& announcer;
+    Outputs& outputs;
+    Disk& disk;
+    Cpu& cpu;
+    Libraries& libraries;
+    Programs& programs;
+    Power& power;
+    Processor& processor;
+    Battery& battery;
+    User& user;
+    SleepState& sleep;
+    Waker& waker;  // the same, as timers know it
+    Session& session;
+    ServiceManager& services;
+    Com& com;
+    Audio& audio;
+
+private:
     friend class Hold;
     friend class Process;
     friend class Scheduler;
 
-    CalendarTime m_switched_on_at;
+    // The part of the construction that needs no facet.
+    void SwitchOn(bool free);
+    void SwitchOff();
+    void ConnectFacets();
+
     std::shared_ptr<Thread> m_driver;
-    std::vector<std::unique_ptr<Process>> m_processes;
-    std::vector<Program> m_programs;
     std::vector<std::string> m_misuses;
-    std::filesystem::path m_registry_file;  // empty: not kept
+    std::string m_registry_file;  // empty: not kept
     DWORD m_next_process_id = 0x400;
     DWORD m_next_thread_id = 0x1000;
 

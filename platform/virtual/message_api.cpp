@@ -2,8 +2,8 @@
 
 #include "platform/message.h"
 
-#include "platform/virtual/apartment.h"
 #include "platform/virtual/call.h"
+#include "platform/virtual/outputs.h"
 
 using namespace virtual_pc;
 
@@ -55,13 +55,13 @@ BOOL WINAPI TranslateMessage(const MSG*)
 
 LRESULT WINAPI DispatchMessageW(const MSG* message)
 {
-    std::shared_ptr<Apartment> apartment;
+    std::shared_ptr<MessageServer> server;
     {
         const Call call(fn_dispatch_message);
-        apartment = call.thread.membership.apartment;
+        server = call.thread.message_server;
     }
     // A message without a window has no handler.
-    if (apartment && message->hwnd == apartment->window()) apartment->Serve();
+    if (server && message->hwnd == server->window()) server->Serve();
     return 0;
 }
 

@@ -27,9 +27,9 @@ std::optional<DWORD> ParseNumber(std::string_view text)
 class MessageFileReader
 {
 public:
-    explicit MessageFileReader(const std::filesystem::path& file) : m_path(file), m_file(file)
+    explicit MessageFileReader(const std::string& file) : m_path(file), m_file(file)
     {
-        if (!m_file) throw std::runtime_error(file.string() + ": cannot be read");
+        if (!m_file) throw std::runtime_error(file + ": cannot be read");
     }
 
     MessageTable Read()
@@ -53,7 +53,7 @@ private:
 
     [[noreturn]] void Fail(const std::string& what) const
     {
-        throw std::runtime_error(m_path.string() + ":" + std::to_string(m_number) + ": " + what);
+        throw std::runtime_error(m_path + ":" + std::to_string(m_number) + ": " + what);
     }
 
     bool NextLine()
@@ -152,7 +152,7 @@ private:
         if (m_lacks_text) Fail("message " + std::to_string(m_id) + " has no text");
     }
 
-    std::filesystem::path m_path;
+    std::string m_path;
     std::ifstream m_file;
     std::string m_line;
     int m_number = 0;
@@ -165,9 +165,6 @@ private:
 
 }  // namespace
 
-MessageTable ReadMessageFile(const std::filesystem::path& file)
-{
-    return MessageFileReader(file).Read();
-}
+MessageTable ReadMessageFile(const std::string& file) { return MessageFileReader(file).Read(); }
 
 }  // namespace virtual_pc

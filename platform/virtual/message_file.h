@@ -1,7 +1,6 @@
 // Message tables, read from the message compiler's text form.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <string>
 
@@ -26,6 +25,6 @@ using MessageTable = std::map<DWORD, std::wstring>;
 //
 // One keyword a line; a MessageId without a number is the one before plus 1; severities and
 // facilities are not understood. Throws std::runtime_error "FILE:LINE: what is wrong".
-MessageTable ReadMessageFile(const std::filesystem::path& file);
+MessageTable ReadMessageFile(const std::string& file);
 
 }  // namespace virtual_pc

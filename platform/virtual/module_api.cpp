@@ -8,6 +8,10 @@
 
 #include "platform/cpu.h"
 #include "platform/virtual/call.h"
+#include "platform/virtual/cpu.h"
+#include "platform/virtual/libraries.h"
+#include "platform/virtual/names.h"
+#include "platform/virtual/process.h"
 #include "platform/virtual/string_table.h"
 
 using namespace virtual_pc;
@@ -69,7 +73,7 @@ int WINAPI LoadStringW(HINSTANCE, UINT id, LPWSTR text, int size)
 {
     Call call(fn_load_string);
     if (call.Fails() || size <= 0) return 0;
-    const auto texts = ReadStringTable(call.process().image().resources / "HOLVService.rc.in");
+    const auto texts = ReadStringTable(call.process().image().resources + "/HOLVService.rc.in");
     const auto found = texts.find(id);
     if (found == texts.end()) return call.Fail(ERROR_RESOURCE_NAME_NOT_FOUND);
     const std::size_t length = std::min<std::size_t>(found->second.size(), size - 1);

@@ -12,11 +12,6 @@ namespace virtual_pc {
 
 class Machine;
 
-// The host's console and file names are UTF-8. In both directions, what is no valid character
-// becomes U+FFFD.
-std::string ToUtf8(std::wstring_view text);
-std::wstring FromUtf8(std::string_view bytes);
-
 struct DebugLine
 {
     Instant at;

@@ -2,13 +2,15 @@
 
 #include <algorithm>
 
+#include "platform/com.h"
+#include "platform/virtual/announcer.h"
 #include "platform/virtual/machine.h"
+#include "platform/virtual/sleep.h"
 
 namespace virtual_pc {
 
-Power::Power(Machine& machine) : m_machine(machine)
+Power::Power(Machine& machine, Announcer& announcer) : m_machine(machine)
 {
-    Announcer& announcer = machine.announcer;
     announcer.Provide(GUID_ACDC_POWER_SOURCE, [this] { return SettingBytes(Present().source); });
     announcer.Provide(GUID_POWERSCHEME_PERSONALITY,
                       [this] { return SettingBytes(active().personality); });

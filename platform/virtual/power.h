@@ -14,6 +14,7 @@
 
 namespace virtual_pc {
 
+class Announcer;
 class Machine;
 
 // What a power request's handle stands for.
@@ -37,7 +38,7 @@ public:
 class Power
 {
 public:
-    explicit Power(Machine& machine);
+    Power(Machine& machine, Announcer& announcer);
 
     // --- Plans ---
     PowerPlan& AddPlan(std::wstring_view name, const GUID& guid, const GUID& like);

@@ -1,5 +1,6 @@
-// Power plans, status, capabilities and requests.
+// Power plans, status, capabilities and requests, and the processors' times.
 
+#include "platform/kernel.h"
 #include "platform/power.h"
 
 #include <cstring>
@@ -7,6 +8,9 @@
 #include "platform/virtual/call.h"
 #include "platform/virtual/memory.h"
 #include "platform/virtual/power.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/processor.h"
+#include "platform/virtual/sleep.h"
 
 using namespace virtual_pc;
 
@@ -22,6 +26,7 @@ Function fn_get_system_power_status{"GetSystemPowerStatus"};
 Function fn_get_pwr_capabilities{"GetPwrCapabilities"};
 Function fn_call_nt_power_information{"CallNtPowerInformation", Failing::status};
 Function fn_set_suspend_state{"SetSuspendState"};
+Function fn_get_system_times{"GetSystemTimes"};
 Function fn_local_free{"LocalFree", Failing::never, Role::releases};
 Function fn_power_create_request{"PowerCreateRequest"};
 Function fn_power_set_request{"PowerSetRequest"};
@@ -87,6 +92,22 @@ NTSTATUS Give(const T& what, PVOID output, ULONG outputSize)
 }  // namespace
 
 extern "C" {
+
+BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user)
+{
+    Call call(fn_get_system_times);
+    if (call.Fails()) return FALSE;
+    const Processor::Times times = call.machine.processor.times();
+    const auto give = [](FILETIME* to, Duration time) {
+        if (!to) return;
+        const auto units = static_cast<std::uint64_t>(time.count());
+        *to = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+    };
+    give(idle, times.idle);
+    give(kernel, times.kernel);
+    give(user, times.user);
+    return TRUE;
+}
 
 DWORD WINAPI PowerReadACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
                                    LPDWORD value)

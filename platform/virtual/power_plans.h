@@ -10,17 +10,9 @@
 #include <vector>
 
 #include "platform/power.h"
+#include "platform/virtual/guid.h"
 
 namespace virtual_pc {
-
-struct GuidLess
-{
-    bool operator()(const GUID& a, const GUID& b) const;
-};
-
-// "381B4222-F694-41F0-9685-FF5BB260DF2E"
-std::wstring FormatGuid(const GUID& guid);
-std::optional<GUID> ParseGuid(std::wstring_view text);
 
 // A setting that plans have, by the name that scripts use.
 struct PowerSetting

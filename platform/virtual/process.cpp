@@ -23,14 +23,15 @@ LoadedImage::LoadedImage(const Image& image)
 {
     const auto fail = [&](const std::string& why) {
         if (m_file >= 0) close(m_file);
-        throw std::runtime_error(image.host_path.string() + ": " + why);
+        throw std::runtime_error(image.host_path + ": " + why);
     };
     const int source = open(image.host_path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status
     {
     };
     if (source < 0 || fstat(source, &status) != 0) fail("cannot be read");
-    m_file = memfd_create(image.host_path.filename().c_str(), MFD_CLOEXEC);
+    m_file =
+        memfd_create(image.host_path.substr(image.host_path.rfind('/') + 1).c_str(), MFD_CLOEXEC);
     for (off_t sent = 0; sent < status.st_size;) {
         const ssize_t part =
             sendfile(m_file, source, &sent, static_cast<std::size_t>(status.st_size - sent));
@@ -60,19 +61,24 @@ void* Process::Find(const char* symbol) const
     return m_loaded ? m_loaded->Find(symbol) : nullptr;
 }
 
+Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how)
+    : launch(std::move(how)), m_image(image), m_command_line(command_line)
+{
+}
+
 void Process::Begin(Machine& machine, std::function<int()> entry)
 {
     m_id = machine.m_next_process_id;
     machine.m_next_process_id += 4;
     machine.journal.Record("process", {{"what", L"started"},
-                                       {"path", m_path},
+                                       {"path", m_image.path},
                                        {"command_line", m_command_line},
                                        {"id", std::uint64_t{m_id}},
                                        {"user", launch ? launch->user : L""}});
     m_first_thread = StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
         Thread& self = *Thread::Self();
         int exit_code = 1;
-        Guard(self, [&] { exit_code = entry(); });
+        Guard(self, [&] { exit_code = entry ? entry() : RunImage(); });
         End(self, exit_code);
         return static_cast<DWORD>(exit_code);
     });
@@ -112,7 +118,7 @@ int Process::RunImage()
     auto loaded = std::make_unique<LoadedImage>(m_image);
     using Entry = int(WINAPI*)(HINSTANCE, HINSTANCE, LPWSTR, int);
     const auto entry = reinterpret_cast<Entry>(loaded->Find("wWinMain"));
-    if (!entry) throw std::runtime_error(m_image.host_path.string() + ": has no wWinMain");
+    if (!entry) throw std::runtime_error(m_image.host_path + ": has no wWinMain");
     {
         const Hold hold(Machine::Current());
         m_loaded = std::move(loaded);
@@ -198,7 +204,7 @@ void Process::End(Thread& last, int exit_code)
             if (thread->process != this || thread.get() == &last) continue;
             Waitable::WaitFor(machine, last, {thread->object}, false, kNever);
         }
-        machine.com.Forget(*this);
+        if (machine.process_ending) machine.process_ending(*this);
         machine.LookAtWatch();
         if (m_loaded) machine.Watch(nullptr, {});
         loaded = std::move(m_loaded);
@@ -213,9 +219,9 @@ void Process::End(Thread& last, int exit_code)
     m_exit_code = exit_code = m_ended_with.value_or(exit_code);
     m_ended = true;
     m_object->Signal();
-    machine.services.ProcessEnded(*this);
+    if (machine.process_ended) machine.process_ended(*this);
     machine.journal.Record("process", {{"what", L"ended"},
-                                       {"path", m_path},
+                                       {"path", m_image.path},
                                        {"id", std::uint64_t{m_id}},
                                        {"exit_code", std::int64_t{exit_code}}});
 }

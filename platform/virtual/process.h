@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,7 +11,7 @@
 
 #include "platform/module.h"
 #include "platform/virtual/handles.h"
-#include "platform/virtual/session.h"
+#include "platform/virtual/launch.h"
 #include "platform/virtual/waitable.h"
 
 namespace virtual_pc {
@@ -24,13 +23,13 @@ class Thread;
 struct Image
 {
     // The loadable image on the host.
-    std::filesystem::path host_path;
+    std::string host_path;
     // Its path on the PC's disk.
     std::wstring path = LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)";
     // The folder on the host that holds the image's resources: its message and string tables, and
     // beside it the description of its type library. The source tree's resources/; empty for an
     // image without.
-    std::filesystem::path resources = {};
+    std::string resources = {};
 };
 
 // An image in memory. Each load is a copy of its own, so that two processes of one program, or two
@@ -68,8 +67,14 @@ public:
 class Process
 {
 public:
+    Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how);
+
+    // Starts its first thread, which runs `entry` or, when that is empty, the image. Called once,
+    // with the machine held.
+    void Begin(Machine& machine, std::function<int()> entry);
+
     DWORD id() const { return m_id; }
-    const std::wstring& path() const { return m_path; }
+    const std::wstring& path() const { return m_image.path; }
     std::wstring& command_line() { return m_command_line; }
     const std::wstring& command_line() const { return m_command_line; }
     bool running() const { return !m_ended; }
@@ -117,7 +122,6 @@ private:
     friend class Machine;
     friend class Scheduler;
 
-    void Begin(Machine& machine, std::function<int()> entry);
     int RunImage();
     void Unhandled(Thread& self, EXCEPTION_RECORD record);
     // Marks the process's threads, but one, to end at their next platform call.
@@ -127,9 +131,8 @@ private:
     void End(Thread& last, int exit_code);
 
     DWORD m_id = 0;
-    std::wstring m_path;
+    const Image m_image;
     std::wstring m_command_line;
-    Image m_image;
     std::unique_ptr<LoadedImage> m_loaded;
     std::shared_ptr<ProcessObject> m_object = std::make_shared<ProcessObject>(*this);
     std::shared_ptr<Thread> m_first_thread;

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/virtual/registry.h"
 #include "platform/virtual/type_info.h"
 
 namespace virtual_pc {
@@ -443,8 +444,7 @@ const struct
     {IID_IClassFactory, Make<ClassFacet>},
 };
 
-// Makes the proxy of an interface; null for one whose calls cannot be marshaled. With the machine
-// held.
+// Makes an interface's proxy; null where its calls cannot be marshaled. With the machine held.
 FacetMaker MakerOf(Machine& machine, REFIID id)
 {
     for (const auto& known : kFacets) {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "platform/virtual/outputs.h"
+#include "platform/virtual/text.h"
 
 namespace virtual_pc {
 namespace {
@@ -57,10 +57,10 @@ std::wstring FromUtf16(const BYTE* bytes, std::size_t size)
     return text;
 }
 
-std::wstring ReadText(const std::filesystem::path& file)
+std::wstring ReadText(const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary);
-    if (!stream) throw std::runtime_error(file.string() + ": cannot be read");
+    if (!stream) throw std::runtime_error(file + ": cannot be read");
     const std::string bytes(std::istreambuf_iterator<char>(stream), {});
     if (bytes.starts_with("\xFF\xFE")) {
         return FromUtf16(reinterpret_cast<const BYTE*>(bytes.data()) + 2, bytes.size() - 2);
@@ -84,9 +84,7 @@ std::optional<DWORD> ParseHex(std::wstring_view digits, std::size_t most)
 class RegFileReader
 {
 public:
-    explicit RegFileReader(const std::filesystem::path& file) : m_file(file), m_text(ReadText(file))
-    {
-    }
+    explicit RegFileReader(const std::string& file) : m_file(file), m_text(ReadText(file)) {}
 
     std::vector<RegFileChange> Read()
     {
@@ -116,7 +114,7 @@ private:
 
     [[noreturn]] void Fail(const std::string& what) const
     {
-        throw std::runtime_error(m_file.string() + ":" + std::to_string(m_line) + ": " + what);
+        throw std::runtime_error(m_file + ":" + std::to_string(m_line) + ": " + what);
     }
 
     // The next line, joined with the lines that continue it after a backslash at its end.
@@ -250,7 +248,7 @@ private:
         m_changes.push_back({what, *m_key, std::move(name), std::move(value)});
     }
 
-    std::filesystem::path m_file;
+    std::string m_file;
     std::wstring m_text;
     std::size_t m_at = 0;
     int m_line = 1;
@@ -288,7 +286,7 @@ bool FitsQuotes(const RegistryValue& value)
 
 }  // namespace
 
-std::vector<RegFileChange> ReadRegFile(const std::filesystem::path& file)
+std::vector<RegFileChange> ReadRegFile(const std::string& file)
 {
     return RegFileReader(file).Read();
 }
@@ -339,7 +337,7 @@ void RegFileWriter::AddValue(const std::wstring& name, const RegistryValue& valu
     m_text += line + L"\r\n";
 }
 
-void RegFileWriter::Write(const std::filesystem::path& file) const
+void RegFileWriter::Write(const std::string& file) const
 {
     std::ofstream stream(file, std::ios::binary);
     const std::vector<BYTE> bytes = ToUtf16(m_text);
@@ -347,7 +345,7 @@ void RegFileWriter::Write(const std::filesystem::path& file) const
     stream.write(reinterpret_cast<const char*>(bytes.data()),
                  static_cast<std::streamsize>(bytes.size()));
     stream.close();
-    if (!stream) throw std::runtime_error(file.string() + ": cannot be written");
+    if (!stream) throw std::runtime_error(file + ": cannot be written");
 }
 
 }  // namespace virtual_pc

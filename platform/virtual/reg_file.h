@@ -1,7 +1,6 @@
 // Registration files (.reg, version 5): UTF-16 with a byte-order mark, or UTF-8.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,7 +27,7 @@ struct RegFileChange
 
 // The changes that the file asks for, in its order. Throws std::runtime_error "FILE:LINE: what is
 // wrong".
-std::vector<RegFileChange> ReadRegFile(const std::filesystem::path& file);
+std::vector<RegFileChange> ReadRegFile(const std::string& file);
 
 // Puts keys together into one file.
 class RegFileWriter
@@ -38,7 +37,7 @@ public:
     void Add(const RegistryPath& path, const RegistryNode& key);
 
     // In UTF-16. Throws std::runtime_error when the file cannot be written.
-    void Write(const std::filesystem::path& file) const;
+    void Write(const std::string& file) const;
 
 private:
     void AddValue(const std::wstring& name, const RegistryValue& value);

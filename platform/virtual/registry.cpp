@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
+#include <filesystem>
 #include <stdexcept>
 
 #include "platform/virtual/machine.h"
 #include "platform/virtual/reg_file.h"
+#include "platform/virtual/text.h"
 
 namespace virtual_pc {
 namespace {
@@ -121,6 +123,7 @@ Registry::Registry(Machine& machine)
       m_local_machine(std::make_shared<RegistryNode>()),
       m_current_user(std::make_shared<RegistryNode>())
 {
+    const Hold hold(machine);
     for (const wchar_t* path : kFirstKeys) CreateKey(path);
 }
 
@@ -252,7 +255,7 @@ bool Registry::DeleteValue(std::wstring_view path, std::wstring_view name)
 
 // --- Files ---
 
-void Registry::Import(const std::filesystem::path& file)
+void Registry::Import(const std::string& file)
 {
     // Read the whole file before changing anything.
     const std::vector<RegFileChange> changes = ReadRegFile(file);
@@ -275,7 +278,7 @@ void Registry::Import(const std::filesystem::path& file)
     }
 }
 
-void Registry::Export(const std::filesystem::path& file, std::wstring_view path) const
+void Registry::Export(const std::string& file, std::wstring_view path) const
 {
     const Hold hold(m_machine);
     const RegistryPath resolved = Resolve(Parse(path));
@@ -286,12 +289,12 @@ void Registry::Export(const std::filesystem::path& file, std::wstring_view path)
     writer.Write(file);
 }
 
-void Registry::Load(const std::filesystem::path& file)
+void Registry::Load(const std::string& file)
 {
     if (std::filesystem::exists(file)) Import(file);
 }
 
-void Registry::Save(const std::filesystem::path& file) const
+void Registry::Save(const std::string& file) const
 {
     const Hold hold(m_machine);
     RegFileWriter writer;

@@ -1,7 +1,6 @@
 // The registry: keys by name without regard to letter case, values with their types.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -81,13 +80,13 @@ public:
 
     // Reads a .reg file (version 5; UTF-16 with a byte-order mark, or UTF-8) and applies it whole,
     // or not at all: throws std::runtime_error "FILE:LINE: what is wrong".
-    void Import(const std::filesystem::path& file);
+    void Import(const std::string& file);
     // Writes everything below `path` as a .reg file (UTF-16). Throws std::runtime_error.
-    void Export(const std::filesystem::path& file, std::wstring_view path) const;
+    void Export(const std::string& file, std::wstring_view path) const;
 
     // The whole registry, kept between runs in one file.
-    void Load(const std::filesystem::path& file);
-    void Save(const std::filesystem::path& file) const;
+    void Load(const std::string& file);
+    void Save(const std::string& file) const;
 
     // --- For the other facets, by root and path; with the machine held ---
     static RegistryPath Parse(std::wstring_view path);

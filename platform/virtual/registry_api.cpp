@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/registry.h"
 
 using namespace virtual_pc;
 

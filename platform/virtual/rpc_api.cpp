@@ -6,8 +6,8 @@
 #include <cwctype>
 
 #include "platform/virtual/call.h"
+#include "platform/virtual/guid.h"
 #include "platform/virtual/memory.h"
-#include "platform/virtual/power_plans.h"
 
 using namespace virtual_pc;
 

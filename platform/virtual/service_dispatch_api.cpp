@@ -3,6 +3,7 @@
 
 #include "platform/com.h"
 #include "platform/virtual/call.h"
+#include "platform/virtual/process.h"
 #include "platform/virtual/service_manager.h"
 
 using namespace virtual_pc;

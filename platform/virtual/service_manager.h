@@ -93,10 +93,13 @@ public:
 class ServiceManager final : public Announcer::Listener
 {
 public:
-    explicit ServiceManager(Machine& machine);
+    ServiceManager(Machine& machine, Announcer& announcer);
     ~ServiceManager() override;
     ServiceManager(const ServiceManager&) = delete;
     ServiceManager& operator=(const ServiceManager&) = delete;
+
+    // Creates the service that every PC runs from the start.
+    void AddSystemService();
 
     // --- The database ---
     DWORD Create(const ServiceConfig& config);
@@ -137,10 +140,11 @@ public:
     std::shared_ptr<PowerSettingRegistration> Register(const std::shared_ptr<Service>& service,
                                                        const GUID& setting);
     void ServiceClosed(Service& service);
-    // Called by a process that has ended.
+    // Called when a process has ended.
     void ProcessEnded(const Process& process);
 
 private:
+    static std::wstring KeyOf(std::wstring_view name);
     void RemoveIfMarked(Service& service);
     bool DependsOn(std::wstring_view name, std::wstring_view other, int depth = 8) const;
     DWORD StartDependencies(const ServiceConfig& config);

@@ -4,18 +4,12 @@
 #include <utility>
 
 #include "platform/kernel.h"
+#include "platform/virtual/announcer.h"
 #include "platform/virtual/machine.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/programs.h"
 
 namespace virtual_pc {
-
-std::wstring Launch::Variable(std::wstring_view name) const
-{
-    for (const std::wstring& variable : environment) {
-        const std::size_t equals = variable.find(L'=');
-        if (variable.substr(0, equals) == name) return variable.substr(equals + 1);
-    }
-    return {};
-}
 
 // The journal's "session": what, the user's name, and the session's number.
 void Session::Announce(DWORD event, const wchar_t* what)
@@ -42,7 +36,7 @@ void Session::Logoff()
 {
     const Hold hold(m_machine);
     if (m_user.empty()) return;
-    for (const auto& process : m_machine.processes()) {
+    for (const auto& process : m_machine.programs.processes()) {
         if (process->launch && process->launch->session == *m_console) process->Terminate(1);
     }
     Announce(WTS_SESSION_LOGOFF, L"logoff");
@@ -76,34 +70,12 @@ void Session::Disconnect()
 
 void Session::InstallProgram(std::wstring_view path, std::optional<Duration> span, int exit_code)
 {
-    m_machine.Install(path, [span, exit_code] {
+    m_machine.programs.Install(path, [span, exit_code] {
         constexpr auto kLongest = std::chrono::milliseconds{INFINITE - 1};
         const auto time = span ? std::chrono::floor<std::chrono::milliseconds>(*span) : kLongest;
         ::Sleep(span ? static_cast<DWORD>(std::min(time, kLongest).count()) : INFINITE);
         return exit_code;
     });
-}
-
-std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line)
-{
-    std::vector<std::wstring> programs;
-    const auto add = [&](std::wstring_view path) {
-        if (path.empty()) return;
-        const std::wstring_view name = path.substr(path.rfind(L'\\') + 1);
-        const bool bare = name.find(L'.') == name.npos;
-        programs.push_back(std::wstring(path) + (bare ? L".exe" : L""));
-    };
-    if (command_line.starts_with(L'"')) {
-        const std::wstring_view rest = command_line.substr(1);
-        add(rest.substr(0, rest.find(L'"')));
-        return programs;
-    }
-    for (std::size_t at = 0; at < command_line.size();) {
-        at = std::min(command_line.find(L' ', at), command_line.size());
-        add(command_line.substr(0, at));
-        ++at;
-    }
-    return programs;
 }
 
 std::vector<std::wstring> EnvironmentOf(std::wstring_view user)

@@ -13,21 +13,6 @@ namespace virtual_pc {
 
 class Machine;
 
-// How a program was started by CreateProcessAsUserW, kept with its process.
-struct Launch
-{
-    DWORD session = 0;
-    std::wstring user = L"SYSTEM";               // whose rights it has
-    std::vector<std::wstring> environment = {};  // "NAME=value"
-    std::wstring desktop = {};
-    DWORD startup_flags = 0;
-    WORD show = 0;
-    DWORD flags = 0;
-
-    // A variable's value; empty when it is not there.
-    std::wstring Variable(std::wstring_view name) const;
-};
-
 // The PC starts at its logon screen: there is a console session, and no user is logged on.
 class Session
 {
@@ -64,11 +49,6 @@ private:
     std::wstring m_user;
     bool m_locked = false;
 };
-
-// The paths that a command line without a separate application name may stand for, in the order in
-// which they are tried: the quoted text, or each prefix that ends at a blank; with ".exe" where the
-// name has no extension.
-std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line);
 
 // The environment of a user, or of the system alone when it is empty.
 std::vector<std::wstring> EnvironmentOf(std::wstring_view user);

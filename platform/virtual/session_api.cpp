@@ -4,6 +4,9 @@
 
 #include "platform/virtual/call.h"
 #include "platform/virtual/memory.h"
+#include "platform/virtual/names.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/programs.h"
 #include "platform/virtual/session.h"
 
 using namespace virtual_pc;
@@ -150,9 +153,9 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
 
     DWORD error = ERROR_FILE_NOT_FOUND;
     Process* process = application
-                           ? call.machine.StartInstalled(
+                           ? call.machine.programs.StartInstalled(
                                  application, commandLine ? commandLine : application, launch)
-                           : call.machine.StartCommandLine(commandLine, launch, error);
+                           : call.machine.programs.StartCommandLine(commandLine, launch, error);
     if (!process) return call.Fail(error);
     *information = {call.Open(process->object()), call.Open(process->first_thread()), process->id(),
                     process->first_thread_id()};

@@ -4,9 +4,14 @@
 #include <limits>
 #include <utility>
 
+#include "platform/com.h"
 #include "platform/service.h"
+#include "platform/virtual/battery.h"
 #include "platform/virtual/machine.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/processor.h"
 #include "platform/virtual/thread.h"
+#include "platform/virtual/user.h"
 #include "platform/virtual/waitable.h"
 
 namespace virtual_pc {
@@ -22,11 +27,11 @@ constexpr Duration kPatience = std::chrono::seconds{20};
 
 }  // namespace
 
-SleepState::SleepState(Machine& machine) : m_machine(machine), m_resumed(std::make_shared<Resume>())
+SleepState::SleepState(Machine& machine, Announcer& announcer)
+    : m_machine(machine), m_resumed(std::make_shared<Resume>())
 {
-    machine.announcer.Provide(GUID_SYSTEM_AWAYMODE,
-                              [this] { return SettingBytes(m_away ? 1 : 0); });
-    machine.announcer.Add(*this);
+    announcer.Provide(GUID_SYSTEM_AWAYMODE, [this] { return SettingBytes(m_away ? 1 : 0); });
+    announcer.Add(*this);
 }
 
 SleepState::~SleepState() { m_machine.announcer.Remove(*this); }

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "platform/virtual/announcer.h"
 #include "platform/virtual/scheduler.h"
+#include "platform/virtual/waker.h"
 
 namespace virtual_pc {
 
@@ -16,10 +18,10 @@ class Waitable;
 // active plan allows it. Otherwise, when the PC supports S3, the services are notified that it
 // suspends; when they have handled that, all threads stand still, and the clock goes on, until a
 // timer that may wake the PC, or a person, does.
-class SleepState final : private Announcer::Listener
+class SleepState final : public Waker, private Announcer::Listener
 {
 public:
-    explicit SleepState(Machine& machine);
+    SleepState(Machine& machine, Announcer& announcer);
     ~SleepState() override;
 
     enum class Phase
@@ -40,11 +42,8 @@ public:
 
     // The power button: wakes a PC that sleeps, and counts as input to one that does not.
     void WakeByUser();
-    // Called when a timer that may wake the PC is due. Does nothing unless the PC sleeps and wake
-    // timers are allowed.
-    void WakeByTimer();
-    // Whether the plan in force allows wake timers, and the request for the present sleep did too.
-    bool WakeTimersAllowed() const;
+    void WakeByTimer() override;
+    bool WakeTimersAllowed() const override;
 
     // Seconds until the idle time-out, and below zero (as an unsigned number) after it; the largest
     // positive number when there is none. Idleness counts from the last input or resume.

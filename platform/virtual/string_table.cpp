@@ -3,11 +3,11 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/virtual/outputs.h"
+#include "platform/virtual/text.h"
 
 namespace virtual_pc {
 
-std::map<UINT, std::wstring> ReadStringTable(const std::filesystem::path& file)
+std::map<UINT, std::wstring> ReadStringTable(const std::string& file)
 {
     std::map<UINT, std::wstring> texts;
     std::ifstream stream(file);

@@ -1,7 +1,6 @@
 // The string table of an executable, read from the source of its resources.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <string>
 
@@ -10,6 +9,6 @@
 namespace virtual_pc {
 
 // The texts by their ids; empty when the file cannot be read or has no table.
-std::map<UINT, std::wstring> ReadStringTable(const std::filesystem::path& file);
+std::map<UINT, std::wstring> ReadStringTable(const std::string& file);
 
 }  // namespace virtual_pc

@@ -14,9 +14,8 @@
 
 namespace virtual_pc {
 
-class Process;
-
 class Apartment;
+class Process;
 
 // The COM apartment that a thread is in, and how many of its CoInitialize calls are still to be
 // undone.
@@ -24,6 +23,18 @@ struct ApartmentMembership
 {
     int entered = 0;
     std::shared_ptr<Apartment> apartment = {};
+};
+
+// Handles the messages that are sent to a window. A thread's apartment is one: the calls that come
+// into it arrive as messages.
+class MessageServer
+{
+public:
+    virtual ~MessageServer() = default;
+    // Where the messages are addressed to.
+    virtual HWND window() = 0;
+    // Handles one message. Called on the window's thread, without the machine held.
+    virtual void Serve() = 0;
 };
 
 // Thrown to unwind a thread whose process has ended, so that its frames release what they hold.
@@ -62,6 +73,7 @@ public:
     bool ends = false;  // its process is ending
     Wait wait;
     ApartmentMembership membership;
+    std::shared_ptr<MessageServer> message_server;  // of the thread's window; null for none
     bool has_queue = false;
     std::deque<MSG> messages;
 

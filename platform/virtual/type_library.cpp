@@ -9,7 +9,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "platform/virtual/outputs.h"
+#include "platform/virtual/machine.h"
+#include "platform/virtual/text.h"
 
 namespace virtual_pc {
 namespace {
@@ -378,16 +379,16 @@ const TypeDescription* TypeLibrary::Find(std::wstring_view type) const
 
 TypeLibrary ReadTypeLibrary(std::string_view text) { return TypeLibraryReader(text).Read(); }
 
-void TypeLibraries::Add(std::wstring_view path, const std::filesystem::path& description)
+void TypeLibraries::Add(std::wstring_view path, const std::string& description)
 {
     std::ifstream file(description, std::ios::binary);
-    if (!file) throw std::runtime_error(description.string() + ": cannot be read");
+    if (!file) throw std::runtime_error(description + ": cannot be read");
     const std::string text(std::istreambuf_iterator<char>(file), {});
     try {
         m_libraries[std::wstring(path)] =
             std::make_shared<const TypeLibrary>(ReadTypeLibrary(text));
     } catch (const std::runtime_error& error) {
-        throw std::runtime_error(description.string() + ": " + error.what());
+        throw std::runtime_error(description + ": " + error.what());
     }
 }
 

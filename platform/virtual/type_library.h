@@ -1,7 +1,6 @@
 // Type libraries, read from the interface descriptions that they are built from.
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -9,8 +8,8 @@
 #include <vector>
 
 #include "platform/automation.h"
+#include "platform/virtual/guid.h"
 #include "platform/virtual/names.h"
-#include "platform/virtual/power_plans.h"
 
 namespace virtual_pc {
 
@@ -107,7 +106,7 @@ class TypeLibraries
 public:
     // Gives the program or library at `path` on the PC the type library that a file on the host
     // describes. Throws std::runtime_error.
-    void Add(std::wstring_view path, const std::filesystem::path& description);
+    void Add(std::wstring_view path, const std::string& description);
     // With the machine held. Null for none.
     std::shared_ptr<const TypeLibrary> Find(const std::wstring& path) const;
 

@@ -5,7 +5,9 @@
 
 #include "platform/automation.h"
 #include "platform/virtual/counted.h"
+#include "platform/virtual/disk.h"
 #include "platform/virtual/marshal.h"
+#include "platform/virtual/registry.h"
 #include "platform/virtual/type_info.h"
 
 using namespace virtual_pc;

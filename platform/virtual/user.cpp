@@ -2,7 +2,10 @@
 
 #include <algorithm>
 
+#include "platform/virtual/announcer.h"
 #include "platform/virtual/machine.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/sleep.h"
 
 namespace virtual_pc {
 namespace {
@@ -13,12 +16,10 @@ constexpr DWORD kInactive = 2;
 
 }  // namespace
 
-User::User(Machine& machine) : m_machine(machine), m_presence(kPresent)
+User::User(Machine& machine, Announcer& announcer) : m_machine(machine), m_presence(kPresent)
 {
-    machine.announcer.Provide(GUID_MONITOR_POWER_ON,
-                              [this] { return SettingBytes(m_display_on ? 1 : 0); });
-    machine.announcer.Provide(GUID_GLOBAL_USER_PRESENCE,
-                              [this] { return SettingBytes(m_presence); });
+    announcer.Provide(GUID_MONITOR_POWER_ON, [this] { return SettingBytes(m_display_on ? 1 : 0); });
+    announcer.Provide(GUID_GLOBAL_USER_PRESENCE, [this] { return SettingBytes(m_presence); });
 }
 
 void User::Input()

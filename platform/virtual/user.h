@@ -6,13 +6,14 @@
 
 namespace virtual_pc {
 
+class Announcer;
 class Machine;
 
 // When the PC is switched on, the display is on and the user present.
 class User final : private Alarm
 {
 public:
-    explicit User(Machine& machine);
+    User(Machine& machine, Announcer& announcer);
 
     // A key press or a mouse movement. It ends away mode, turns the display on and makes the user
     // present, each with an announcement; the first input after a sleep announces the resume by a

@@ -1,0 +1,216 @@
+// The whole PC: its facets, and how they know one another.
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+
+#include "platform/virtual/announcer.h"
+#include "platform/virtual/audio.h"
+#include "platform/virtual/battery.h"
+#include "platform/virtual/com.h"
+#include "platform/virtual/cpu.h"
+#include "platform/virtual/device.h"
+#include "platform/virtual/disk.h"
+#include "platform/virtual/event_log.h"
+#include "platform/virtual/libraries.h"
+#include "platform/virtual/machine.h"
+#include "platform/virtual/one_core.h"
+#include "platform/virtual/outputs.h"
+#include "platform/virtual/power.h"
+#include "platform/virtual/process.h"
+#include "platform/virtual/processor.h"
+#include "platform/virtual/programs.h"
+#include "platform/virtual/registry.h"
+#include "platform/virtual/service_manager.h"
+#include "platform/virtual/session.h"
+#include "platform/virtual/sleep.h"
+#include "platform/virtual/thread.h"
+#include "platform/virtual/user.h"
+
+namespace virtual_pc {
+namespace {
+
+constexpr std::string_view kFirstClock = "2026-03-02 08:00";  // a Monday
+
+// A file or folder of the folder that keeps the PC between runs; empty when nothing is kept.
+std::string Kept(const std::string& root, const char* name)
+{
+    return root.empty() ? root : (std::filesystem::path(root) / name).string();
+}
+
+}  // namespace
+
+// In the order of their folders, bottom up. Until all are made, the machine's references lead to
+// facets that do not exist yet, so a constructor uses no facet but those it is given.
+struct Facets
+{
+    Facets(Machine& machine, const Machine::Options& options)
+        : registry(machine),
+          devices(machine),
+          event_log(machine),
+          announcer(machine),
+          outputs(machine),
+          disk(machine, Kept(options.root, "C")),
+          power(machine, announcer),
+          processor(machine),
+          battery(machine),
+          user(machine, announcer),
+          sleep(machine, announcer),
+          session(machine),
+          services(machine, announcer),
+          com(machine, options.seed),
+          audio(machine, com),
+          programs(machine)
+    {
+    }
+
+    Registry registry;
+    Devices devices;
+    EventLog event_log;
+    Announcer announcer;
+    Outputs outputs;
+    Disk disk;
+    Cpu cpu;
+    Libraries libraries;
+    Power power;
+    Processor processor;
+    Battery battery;
+    User user;
+    SleepState sleep;
+    Session session;
+    ServiceManager services;
+    Com com;
+    Audio audio;
+    Programs programs;  // last: the processes end before what they use
+};
+
+Machine::Machine(const Options& options)
+    : m_switched_on_at(*ParseCalendar(kFirstClock)),
+      scheduler(*this, {.free = options.free, .seed = options.seed, .pace = options.pace}),
+      faults(options.seed),
+      m_facets(std::make_unique<Facets>(*this, options)),
+      registry(m_facets->registry),
+      devices(m_facets->devices),
+      event_log(m_facets->event_log),
+      announcer(m_facets->announcer),
+      outputs(m_facets->outputs),
+      disk(m_facets->disk),
+      cpu(m_facets->cpu),
+      libraries(m_facets->libraries),
+      programs(m_facets->programs),
+      power(m_facets->power),
+      processor(m_facets->processor),
+      battery(m_facets->battery),
+      user(m_facets->user),
+      sleep(m_facets->sleep),
+      waker(m_facets->sleep),
+      session(m_facets->session),
+      services(m_facets->services),
+      com(m_facets->com),
+      audio(m_facets->audio),
+      m_driver(std::make_shared<Thread>()),
+      m_registry_file(Kept(options.root, "registry.reg"))
+{
+    SwitchOn(options.free);
+    ConnectFacets();
+    services.AddSystemService();
+    if (!m_registry_file.empty()) registry.Load(m_registry_file);
+}
+
+// What a facet needs of one above it.
+void Machine::ConnectFacets()
+{
+    programs.installed = [this](const Image& image) {
+        const std::filesystem::path resources = image.resources;
+        event_log.AddMessageFile(image.path, resources / "HOLVService.mc");
+        com.type_libraries.Add(image.path, resources.parent_path() / "api" / "HOLVAgentLib.idl");
+    };
+    process_ending = [this](Process& process) { com.Forget(process); };
+    process_ended = [this](Process& process) { services.ProcessEnded(process); };
+    com.start_service = [this](const std::wstring& name) -> HRESULT {
+        const DWORD error = services.Start(name);
+        return error == ERROR_SERVICE_ALREADY_RUNNING ? S_OK : HRESULT_FROM_WIN32(error);
+    };
+}
+
+Machine::~Machine()
+{
+    {
+        // No thread of a sleeping machine could run to its end.
+        const Hold hold(*this);
+        scheduler.GoOn();
+    }
+    for (const auto& process : processes()) {
+        if (process->running()) process->Kill();
+    }
+    scheduler.JoinHostThreads(true);
+    if (!m_registry_file.empty()) {
+        try {
+            registry.Save(m_registry_file);
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
+        }
+    }
+    SwitchOff();
+}
+
+void Machine::SetClock(CalendarTime local)
+{
+    const Hold hold(*this);
+    m_switched_on_at = local - now();
+    journal.Record("clock", {});
+    announcer.TimeChanged();
+}
+
+// Effect "power switch": `what` was done, on or off.
+void Machine::Boot()
+{
+    journal.Record("power switch", {{"what", L"on"}});
+    services.Boot();
+    Settle();
+}
+
+void Machine::ShutDown()
+{
+    services.Shutdown();
+    RunUntil([this] { return services.AllEnded(); }, std::chrono::seconds{20});
+    {
+        const Hold hold(*this);
+        for (const auto& process : processes()) process->Terminate(1);
+    }
+    RunUntil([this] {
+        return std::ranges::none_of(processes(), [](const auto& p) { return p->running(); });
+    });
+    journal.Record("power switch", {{"what", L"off"}});
+}
+
+void Machine::Install(const Image& image) { programs.Install(image); }
+
+void Machine::Install(std::wstring_view path, std::function<int()> entry)
+{
+    programs.Install(path, std::move(entry));
+}
+
+Process* Machine::StartInstalled(std::wstring_view path, std::wstring_view command_line,
+                                 std::optional<Launch> launch)
+{
+    return programs.StartInstalled(path, command_line, std::move(launch));
+}
+
+Process& Machine::Start(const Image& image, std::wstring_view arguments)
+{
+    return programs.Start(image, arguments);
+}
+
+Process& Machine::Start(std::function<int()> entry, std::wstring_view command_line)
+{
+    return programs.Start(std::move(entry), command_line);
+}
+
+const std::vector<std::unique_ptr<Process>>& Machine::processes() const
+{
+    return programs.processes();
+}
+
+}  // namespace virtual_pc
