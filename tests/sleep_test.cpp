@@ -227,11 +227,15 @@ TEST_F(SleepTest, TheServicesAreHeardOutButNotForEver)
         }
         std::function<void()> done;
     } slow;
+    const auto handle = [&](const std::function<void()>& done) {
+        const Hold hold(pc);
+        done();
+    };
     pc.announcer.Add(slow);
     pc.sleep.Ask(L"test");
     pc.RunFor(19s);
     EXPECT_EQ(pc.sleep.phase(), Phase::suspending);
-    slow.done();
+    handle(slow.done);
     EXPECT_EQ(pc.sleep.phase(), Phase::asleep);
     pc.sleep.WakeByUser();
     pc.sleep.Ask(L"test");
@@ -240,10 +244,10 @@ TEST_F(SleepTest, TheServicesAreHeardOutButNotForEver)
     EXPECT_EQ(pc.sleep.phase(), Phase::asleep);
     pc.sleep.WakeByUser();
     pc.sleep.Ask(L"test");
-    late();
+    handle(late);
     EXPECT_EQ(pc.sleep.phase(), Phase::suspending) << "that was another sleep";
     pc.sleep.WakeByUser();
-    slow.done();
+    handle(slow.done);
     EXPECT_EQ(pc.sleep.phase(), Phase::awake) << "the button was pressed too early, and counts";
     pc.announcer.Remove(slow);
 }

@@ -29,6 +29,7 @@ Exported::~Exported()
 
 IUnknown* Exported::Find(REFIID id) const
 {
+    Hold::Require();
     const auto found = m_interfaces.find(id);
     return found != m_interfaces.end() ? found->second : nullptr;
 }
@@ -55,6 +56,7 @@ HRESULT Exported::Learn(REFIID id)
 
 std::vector<IUnknown*> Exported::Disconnect()
 {
+    Hold::Require();
     std::vector<IUnknown*> references;
     const auto identity = m_interfaces.find(IID_IUnknown);
     if (identity == m_interfaces.end()) return references;
@@ -160,6 +162,7 @@ void Apartment::Serve()
 
 void Apartment::Post(std::function<void()> body)
 {
+    Hold::Require();
     if (FAILED(Unreachable())) return;
     const auto call = std::make_shared<RemoteCall>();
     call->body = [body = std::move(body)] {
@@ -243,6 +246,7 @@ void Apartment::Close()
 
 void Apartment::Abandon()
 {
+    Hold::Require();
     m_open = false;
     for (const auto& [identity, object] : std::map(exported)) {
         if (const std::shared_ptr<Exported> known = object.lock()) known->Disconnect();

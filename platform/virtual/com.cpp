@@ -48,6 +48,7 @@ GUID Com::NewGuid()
 
 DWORD Com::Offer(REFCLSID class_id, ExportedInterface object, Process* process, bool suspended)
 {
+    Hold::Require();
     m_offered.push_back({m_next_registration, class_id, std::move(object), process, suspended});
     if (!suspended) SetSuspended(process, false);
     return m_next_registration++;
@@ -55,17 +56,20 @@ DWORD Com::Offer(REFCLSID class_id, ExportedInterface object, Process* process, 
 
 const Com::Offered* Com::FindOffer(DWORD registration) const
 {
+    Hold::Require();
     const auto found = std::ranges::find(m_offered, registration, &Offered::registration);
     return found != m_offered.end() ? &*found : nullptr;
 }
 
 void Com::Withdraw(DWORD registration)
 {
+    Hold::Require();
     std::erase_if(m_offered, [&](const auto& o) { return o.registration == registration; });
 }
 
 void Com::SetSuspended(const Process* process, bool suspended)
 {
+    Hold::Require();
     for (Offered& offered : m_offered) {
         if (offered.process == process) offered.suspended = suspended;
     }
@@ -76,6 +80,7 @@ void Com::SetSuspended(const Process* process, bool suspended)
 
 std::optional<ExportedInterface> Com::Serving(REFCLSID class_id) const
 {
+    Hold::Require();
     for (const Offered& offered : m_offered) {
         if (offered.class_id == class_id && !offered.suspended && !offered.process->ending()) {
             return offered.object;
@@ -86,16 +91,19 @@ std::optional<ExportedInterface> Com::Serving(REFCLSID class_id) const
 
 std::shared_ptr<Waitable> Com::AwaitServing()
 {
+    Hold::Require();
     return m_awaiting.emplace_back(std::make_shared<Served>());
 }
 
 ULONG Com::ChangeServerReferences(const Process* process, int by)
 {
+    Hold::Require();
     return m_server_references[process] += static_cast<ULONG>(by);
 }
 
 std::shared_ptr<Apartment> Com::Multithreaded(Process& process)
 {
+    Hold::Require();
     std::shared_ptr<Apartment>& apartment = m_multithreaded[&process];
     if (!apartment || !apartment->open()) {
         apartment = std::make_shared<Apartment>(m_machine, process, nullptr);
@@ -106,6 +114,7 @@ std::shared_ptr<Apartment> Com::Multithreaded(Process& process)
 
 std::shared_ptr<Apartment> Com::SingleThreaded(Process& process, const Thread& thread)
 {
+    Hold::Require();
     const auto& threads = m_machine.scheduler.threads();
     const auto self = std::ranges::find(threads, &thread, &std::shared_ptr<Thread>::get);
     m_apartments.push_back(std::make_shared<Apartment>(m_machine, process, *self));
@@ -114,6 +123,7 @@ std::shared_ptr<Apartment> Com::SingleThreaded(Process& process, const Thread& t
 
 void Com::Forget(Process& process)
 {
+    Hold::Require();
     std::erase_if(m_apartments, [&](const auto& apartment) {
         if (&apartment->process() != &process) return false;
         apartment->Abandon();

@@ -179,6 +179,7 @@ std::vector<std::shared_ptr<Device>> Devices::All() const
 
 std::shared_ptr<Object> Devices::OpenPath(std::wstring_view path, DWORD& error)
 {
+    Hold::Require();
     const std::wstring asked(path);
     error = ERROR_FILE_NOT_FOUND;
     for (const std::shared_ptr<Device>& device : m_devices) {

@@ -17,6 +17,7 @@ std::size_t HandleTable::IndexOf(HANDLE handle) const
 
 HANDLE HandleTable::Open(std::shared_ptr<Object> object, Process* owner)
 {
+    Hold::Require();
     m_entries.push_back({std::move(object), owner});
     return reinterpret_cast<HANDLE>(kFirst + (m_entries.size() - 1) * kStep);
 }
@@ -29,12 +30,14 @@ Object* HandleTable::Find(HANDLE handle) const
 
 std::shared_ptr<Object> HandleTable::FindShared(HANDLE handle) const
 {
+    Hold::Require();
     const std::size_t index = IndexOf(handle);
     return index < m_entries.size() ? m_entries[index].object : nullptr;
 }
 
 bool HandleTable::Close(HANDLE handle)
 {
+    Hold::Require();
     const std::size_t index = IndexOf(handle);
     if (index >= m_entries.size() || !m_entries[index].object) return false;
     const std::shared_ptr<Object> object = std::exchange(m_entries[index].object, nullptr);
@@ -50,6 +53,7 @@ bool HandleTable::IsStale(HANDLE handle) const
 
 std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner)
 {
+    Hold::Require();
     std::vector<LeftOpen> left;
     for (Entry& entry : m_entries) {
         if (!entry.object || entry.owner != owner) continue;

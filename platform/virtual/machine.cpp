@@ -29,6 +29,13 @@ Hold::~Hold()
 
 bool Hold::Once() { return t_holds == 1; }
 
+void Hold::Require()
+{
+    if (t_holds > 0) return;
+    std::fputs("called without the machine held, which the function's comment asks for\n", stderr);
+    std::abort();
+}
+
 void Machine::SwitchOn(bool free)
 {
     if (g_machine) throw std::logic_error("there is a virtual PC already");

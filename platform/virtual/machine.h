@@ -214,6 +214,9 @@ public:
 
     // Whether the calling thread holds the machine exactly once, as it must to block.
     static bool Once();
+    // Ends the host program when the calling thread does not hold the machine. For functions that
+    // their callers must call with the machine held.
+    static void Require();
 
     // For a thread that is ending: the scheduler unlocks the machine in its place.
     static void Enter(const Machine& machine);

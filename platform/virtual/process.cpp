@@ -68,6 +68,7 @@ Process::Process(const Image& image, std::wstring_view command_line, std::option
 
 void Process::Begin(Machine& machine, std::function<int()> entry)
 {
+    Hold::Require();
     m_id = machine.m_next_process_id;
     machine.m_next_process_id += 4;
     machine.journal.Record("process", {{"what", L"started"},
@@ -86,6 +87,7 @@ void Process::Begin(Machine& machine, std::function<int()> entry)
 
 std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWORD()> body)
 {
+    Hold::Require();
     auto thread = std::make_shared<Thread>();
     thread->id = machine.m_next_thread_id;
     machine.m_next_thread_id += 4;
@@ -177,6 +179,7 @@ DWORD Process::first_thread_id() const { return m_first_thread->id; }
 
 bool Process::Terminate(int exit_code)
 {
+    Hold::Require();
     if (m_ended || m_last || m_ended_with) return false;
     m_ended_with = exit_code;
     EndThreads(Machine::Current(), nullptr);

@@ -163,12 +163,14 @@ std::shared_ptr<RegistryNode> Registry::RootOf(RegistryRoot root) const
 
 std::shared_ptr<RegistryNode> Registry::FindKey(const RegistryPath& path) const
 {
+    Hold::Require();
     const RegistryPath resolved = Resolve(path);
     return RootOf(resolved.root)->Find(resolved.path);
 }
 
 std::shared_ptr<RegistryNode> Registry::CreateKey(const RegistryPath& path)
 {
+    Hold::Require();
     if (std::shared_ptr<RegistryNode> known = FindKey(path)) return known;
     // A new key of HKCR goes to the user's classes when they have its parent, else to the
     // machine's.
@@ -185,6 +187,7 @@ std::shared_ptr<RegistryNode> Registry::CreateKey(const RegistryPath& path)
 
 std::shared_ptr<RegistryNode> Registry::CreateKey(std::wstring_view path)
 {
+    Hold::Require();
     return CreateKey(Parse(path));
 }
 

@@ -36,6 +36,7 @@ Scheduler::Scheduler(Machine& machine, const Options& options)
 
 void Scheduler::Set(Alarm& alarm, Instant when)
 {
+    Hold::Require();
     Cancel(alarm);
     alarm.m_place = m_alarms.emplace(when, &alarm);
     alarm.m_armed = true;
@@ -43,6 +44,7 @@ void Scheduler::Set(Alarm& alarm, Instant when)
 
 void Scheduler::Cancel(Alarm& alarm)
 {
+    Hold::Require();
     if (!alarm.m_armed) return;
     m_alarms.erase(alarm.m_place);
     alarm.m_armed = false;
@@ -166,6 +168,7 @@ void Scheduler::Block(Thread& self)
 
 void Scheduler::MakeReady(Thread& thread)
 {
+    Hold::Require();
     if (thread.state != Thread::State::blocked) return;
     if (m_options.free && (!m_still || &thread == m_driver)) {
         thread.state = Thread::State::running;

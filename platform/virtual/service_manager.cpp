@@ -187,11 +187,13 @@ DWORD ServiceManager::Launch(Service& service, const ServiceConfig& config)
 
 SERVICE_STATUS_HANDLE ServiceManager::NewRunHandle()
 {
+    Hold::Require();
     return reinterpret_cast<SERVICE_STATUS_HANDLE>(++m_last_run);
 }
 
 std::shared_ptr<Service> ServiceManager::FindRun(SERVICE_STATUS_HANDLE handle) const
 {
+    Hold::Require();
     for (const auto& [name, service] : m_services) {
         if (handle && service->handle == handle) return service;
     }
@@ -224,6 +226,7 @@ void ServiceManager::SetState(Service& service, DWORD state, DWORD exit_code)
 
 void ServiceManager::Report(Service& service, const SERVICE_STATUS& status)
 {
+    Hold::Require();
     const DWORD before = service.status.dwCurrentState;
     service.status = status;
     service.reports.push_back(status);
@@ -254,6 +257,7 @@ void ServiceManager::ProcessEnded(const Process& process)
 
 DWORD ServiceManager::MaySend(const Service& service, DWORD control) const
 {
+    Hold::Require();
     const Acceptance* row = FindAcceptance(control);
     const bool own = control >= kFirstOwnControl && control < 2 * kFirstOwnControl;
     if (!own && (!row || !row->may_be_sent)) return ERROR_INVALID_PARAMETER;
@@ -288,6 +292,7 @@ DWORD ServiceManager::Control(std::wstring_view name, DWORD control,
 
 void ServiceManager::Queue(Service& service, ServiceControl control)
 {
+    Hold::Require();
     service.controls.push_back(std::move(control));
     service.called->Signal();
 }
@@ -312,6 +317,7 @@ bool ServiceManager::AllEnded() const
 std::shared_ptr<PowerSettingRegistration> ServiceManager::Register(
     const std::shared_ptr<Service>& service, const GUID& setting)
 {
+    Hold::Require();
     auto registration = std::make_shared<PowerSettingRegistration>(service, setting);
     std::erase_if(m_registrations, [](const auto& known) { return known.expired(); });
     m_registrations.push_back(registration);

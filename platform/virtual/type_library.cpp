@@ -394,6 +394,7 @@ void TypeLibraries::Add(std::wstring_view path, const std::string& description)
 
 std::shared_ptr<const TypeLibrary> TypeLibraries::Find(const std::wstring& path) const
 {
+    Hold::Require();
     const auto found = m_libraries.find(path);
     return found != m_libraries.end() ? found->second : nullptr;
 }

@@ -49,6 +49,7 @@ bool Waitable::TrySatisfy(Thread& thread)
 
 void Waitable::Signal()
 {
+    Hold::Require();
     m_signalled = true;
     Scheduler& scheduler = Machine::Current().scheduler;
     for (std::size_t i = 0; i < m_waiters.size() && m_signalled;) {
@@ -70,6 +71,7 @@ void Waitable::Forget(Thread& thread)
 DWORD Waitable::WaitFor(Machine& machine, Thread& self,
                         std::vector<std::shared_ptr<Waitable>> objects, bool all, Instant deadline)
 {
+    Hold::Require();
     self.wait = {};
     self.wait.objects = std::move(objects);
     self.wait.all = all;
