@@ -35,8 +35,8 @@ Com::Factory Com::FindInProcessClass(REFCLSID class_id) const
 GUID Com::NewGuid()
 {
     const Hold hold(m_machine);
-    const std::uint64_t a = m_random();
-    const std::uint64_t b = m_random();
+    const std::uint64_t a = m_random.Next();
+    const std::uint64_t b = m_random.Next();
     GUID guid;
     std::memcpy(&guid, &a, sizeof(a));
     std::memcpy(guid.Data4, &b, sizeof(b));

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "platform/virtual/fixed_memory.h"
 #include "platform/virtual/guid.h"
 #include "platform/virtual/marshal.h"
+#include "platform/virtual/random.h"
 #include "platform/virtual/type_library.h"
 
 namespace virtual_pc {
@@ -26,7 +26,7 @@ class Waitable;
 class Com
 {
 public:
-    Com(Machine& machine, std::uint64_t seed) : m_machine(machine), m_random(seed) {}
+    Com(Machine& machine, std::uint64_t seed) : m_machine(machine), m_random(seed, 2) {}
 
     // --- In-process classes ---
 
@@ -93,7 +93,7 @@ public:
 
 private:
     Machine& m_machine;
-    std::mt19937_64 m_random;
+    Random m_random;
     std::map<GUID, Factory, GuidLess> m_in_process_classes;
     std::vector<Offered> m_offered;
     DWORD m_next_registration = 1;

@@ -33,7 +33,7 @@ Function* Function::Find(std::string_view name)
 
 const std::vector<Function*>& Function::All() { return Functions(); }
 
-Faults::Faults(std::uint64_t seed) : m_random(seed)
+Faults::Faults(std::uint64_t seed) : m_random(seed, 1)
 {
     for (Function* function : Functions()) {
         function->m_calls = 0;
@@ -94,7 +94,7 @@ std::optional<DWORD> Faults::OnCall(Function& function)
     const Fault& fault = armed.fault;
     ++armed.calls;
     const bool fails = fault.rate > 0
-                           ? std::uniform_real_distribution<>{}(m_random) < fault.rate
+                           ? m_random.Fraction() < fault.rate
                            : armed.calls >= fault.first && armed.calls - fault.first < fault.count;
     if (!fails) return std::nullopt;
     const DWORD error = fault.error.value_or(function.DefaultError());

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/base.h"
+#include "platform/virtual/random.h"
 
 namespace virtual_pc {
 
@@ -114,7 +114,7 @@ private:
         std::uint64_t calls = 0;
     };
 
-    std::mt19937_64 m_random;
+    Random m_random;
     std::map<Function*, Armed> m_set;
     std::uint64_t m_fail_nth = 0;
     std::uint64_t m_fallible_calls = 0;

@@ -108,16 +108,6 @@ void Scheduler::ReportStuck(std::string_view why)
 
 // --- Choosing the thread that runs ---
 
-std::uint64_t Scheduler::Draw(std::uint64_t below)
-{
-    // splitmix64: small, fast, and the same on every host.
-    m_random += 0x9E3779B97F4A7C15u;
-    std::uint64_t z = m_random;
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
-    return (z ^ (z >> 31)) % below;
-}
-
 bool Scheduler::AnyThreadMayRun() const
 {
     return m_still ? m_driver->state == Thread::State::ready : !m_ready.empty();
@@ -126,9 +116,11 @@ bool Scheduler::AnyThreadMayRun() const
 Thread& Scheduler::Choose()
 {
     while (!AnyThreadMayRun()) Advance();
-    const auto place = m_still ? std::ranges::find(m_ready, m_driver)
-                               : m_ready.begin() + static_cast<std::ptrdiff_t>(
-                                                       m_options.seed ? Draw(m_ready.size()) : 0);
+    const auto place =
+        m_still
+            ? std::ranges::find(m_ready, m_driver)
+            : m_ready.begin() +
+                  static_cast<std::ptrdiff_t>(m_options.seed ? m_random.Below(m_ready.size()) : 0);
     Thread& next = **place;
     m_ready.erase(place);
     return next;
@@ -214,7 +206,7 @@ void Scheduler::Preempt(Thread& self)
 {
     if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
-    const std::uint64_t drawn = Draw(m_ready.size() + 1);
+    const std::uint64_t drawn = m_random.Below(m_ready.size() + 1);
     if (drawn < m_ready.size()) LetRun(self, drawn);
 }
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/kernel.h"
+#include "platform/virtual/random.h"
 #include "platform/virtual/time.h"
 
 namespace virtual_pc {
@@ -132,11 +133,10 @@ private:
     void RunThread(Thread& thread);
     void End(Thread& thread);
     bool InLockCircle(const Thread& thread) const;
-    std::uint64_t Draw(std::uint64_t below);
 
     Machine& m_machine;
     Options m_options;
-    std::uint64_t m_random;
+    Random m_random;
     Instant m_now{0};
     std::multimap<Instant, Alarm*> m_alarms;
     std::vector<std::shared_ptr<Thread>> m_threads;
