@@ -10,7 +10,7 @@
 #include "bench/on_the_pc.h"
 #include "bench/ratios.h"
 #include "platform/owned.h"
-#include "platform/virtual/one_core.h"
+#include "platform/virtual/base/one_core.h"
 
 using namespace virtual_pc;
 

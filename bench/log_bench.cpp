@@ -9,8 +9,8 @@
 #include "bench/ratios.h"
 #include "log/log.h"
 #include "platform/kernel.h"
-#include "platform/virtual/disk.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/disk/disk.h"
+#include "platform/virtual/registry/registry.h"
 
 using namespace virtual_pc;
 

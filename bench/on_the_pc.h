@@ -5,8 +5,8 @@
 
 #include <functional>
 
-#include "platform/virtual/machine.h"
-#include "platform/virtual/process.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/process.h"
 
 inline constexpr int kRepetitions = 5;
 

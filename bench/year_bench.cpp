@@ -7,9 +7,9 @@
 #include "bench/ratios.h"
 #include "pc/person.h"
 #include "pc/service_view.h"
-#include "platform/virtual/battery.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/power/battery.h"
 
 using namespace virtual_pc;
 

@@ -16,7 +16,7 @@ set(standard_library
     <stdexcept> <string> <string_view> <thread> <utility> <variant> <vector>)
 
 # A shared library, so that the machine and the images it loads see the same one.
-file(GLOB VIRTUAL_PC_SOURCES CONFIGURE_DEPENDS platform/virtual/*.cpp)
+file(GLOB_RECURSE VIRTUAL_PC_SOURCES CONFIGURE_DEPENDS platform/virtual/*.cpp)
 add_library(virtual_pc SHARED ${VIRTUAL_PC_SOURCES})
 target_link_libraries(virtual_pc PUBLIC Threads::Threads ${CMAKE_DL_LIBS})
 target_compile_definitions(virtual_pc PUBLIC HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}")

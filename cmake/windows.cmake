@@ -76,8 +76,8 @@ set_target_properties(wine_HOLVService PROPERTIES
     OUTPUT_NAME HOLVService RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
 # A stand-in for Wine's power library.
-add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power_plans.cpp
-            platform/virtual/guid.cpp)
+add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power/power_plans.cpp
+            platform/virtual/base/guid.cpp)
 target_link_libraries(wine_powrprof PRIVATE uuid)
 set_target_properties(wine_powrprof PROPERTIES
     PREFIX "" OUTPUT_NAME powrprof RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)

@@ -6,9 +6,9 @@
 
 #include "api/agent_api.h"
 #include "platform/owned.h"
-#include "platform/virtual/apartment.h"
-#include "platform/virtual/process.h"
-#include "platform/virtual/thread.h"
+#include "platform/virtual/com/apartment.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/core/thread.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/automation.h"
-#include "platform/virtual/machine.h"
+#include "platform/virtual/core/machine.h"
 
 // What a sink does with an event, besides recording its code.
 enum class SinkReaction

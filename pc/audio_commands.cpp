@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "pc/commands.h"
-#include "platform/virtual/audio.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/sound/audio.h"
 
 using namespace virtual_pc;
 

@@ -3,7 +3,7 @@
 #include "api/agent_api.h"
 #include "pc/agent_client.h"
 #include "pc/commands.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
 
 using namespace virtual_pc;
 

@@ -1,6 +1,6 @@
 #include "pc/commands.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/registry/registry.h"
 
 #include <algorithm>
 #include <cctype>

@@ -13,10 +13,10 @@
 #include "pc/script.h"
 #include "pc/service_view.h"
 #include "pc/story.h"
-#include "platform/virtual/disk.h"
-#include "platform/virtual/machine.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/process.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/disk/disk.h"
+#include "platform/virtual/power/power.h"
 
 class AgentClient;
 

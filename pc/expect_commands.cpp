@@ -1,9 +1,9 @@
 // The assertions of scripts.
 
 #include "pc/commands.h"
-#include "platform/virtual/event_log.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/eventlog/event_log.h"
+#include "platform/virtual/registry/registry.h"
 
 using namespace virtual_pc;
 

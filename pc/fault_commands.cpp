@@ -1,7 +1,7 @@
 // Faults of platform functions, and listeners of pipes.
 
 #include "pc/commands.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
 
 using namespace virtual_pc;
 

@@ -3,7 +3,7 @@
 #include <charconv>
 
 #include "pc/commands.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
 
 using namespace virtual_pc;
 

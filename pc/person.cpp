@@ -1,6 +1,6 @@
 #include "pc/person.h"
-#include "platform/virtual/sleep.h"
-#include "platform/virtual/user.h"
+#include "platform/virtual/power/sleep.h"
+#include "platform/virtual/power/user.h"
 
 #include <algorithm>
 

@@ -7,8 +7,8 @@
 #include <memory>
 #include <random>
 
-#include "platform/virtual/machine.h"
-#include "platform/virtual/power.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/power/power.h"
 
 class Person
 {

@@ -1,8 +1,8 @@
 // Power source and battery, plans, requests, and the platform device.
 
 #include "pc/commands.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/devices/device.h"
 
 using namespace virtual_pc;
 

@@ -3,8 +3,8 @@
 #include "pc/commands.h"
 
 #include <filesystem>
-#include "platform/virtual/registry.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/registry/registry.h"
 
 using namespace virtual_pc;
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 
 #include "pc/commands.h"
-#include "platform/virtual/audio.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/registry/registry.h"
+#include "platform/virtual/sound/audio.h"
 
 using namespace virtual_pc;
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "pc/commands.h"
-#include "platform/virtual/cpu.h"
-#include "platform/virtual/service_manager.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/processes/cpu.h"
+#include "platform/virtual/services/service_manager.h"
 
 using namespace virtual_pc;
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "platform/kernel.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/service_manager.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/registry/registry.h"
+#include "platform/virtual/services/service_manager.h"
 
 using namespace virtual_pc;
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/virtual/machine.h"
-#include "platform/virtual/process.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/process.h"
 
 inline constexpr const wchar_t* kServiceName = L"HOLVService";
 // Where the service writes its log, on the PC's disk.

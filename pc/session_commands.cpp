@@ -1,9 +1,9 @@
 // The user at the console, and the programs that run for that user.
 
 #include "pc/commands.h"
-#include "platform/virtual/names.h"
-#include "platform/virtual/session.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/names.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/sessions/session.h"
 
 using namespace virtual_pc;
 

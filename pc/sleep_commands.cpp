@@ -5,11 +5,11 @@
 #include <chrono>
 
 #include "pc/commands.h"
-#include "platform/virtual/battery.h"
-#include "platform/virtual/processor.h"
-#include "platform/virtual/sleep.h"
-#include "platform/virtual/text.h"
-#include "platform/virtual/user.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/power/battery.h"
+#include "platform/virtual/power/processor.h"
+#include "platform/virtual/power/sleep.h"
+#include "platform/virtual/power/user.h"
 
 using namespace virtual_pc;
 

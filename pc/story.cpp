@@ -1,5 +1,5 @@
 #include "pc/story.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
 
 using namespace virtual_pc;
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/virtual/machine.h"
+#include "platform/virtual/core/machine.h"
 
 class Story
 {

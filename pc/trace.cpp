@@ -1,5 +1,5 @@
 #include "pc/trace.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
 
 #include <nlohmann/json.hpp>
 

@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "platform/virtual/machine.h"
+#include "platform/virtual/core/machine.h"
 
 // Writes the effects of `pc` to `out` from now on. Both must outlive the machine's last effect.
 void TraceTo(virtual_pc::Machine& pc, std::ostream& out);

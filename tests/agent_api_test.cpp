@@ -3,8 +3,8 @@
 #include <array>
 
 #include "api/agent_features.h"
-#include "platform/virtual/audio.h"
-#include "platform/virtual/power.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/sound/audio.h"
 #include "state/never_sleep_state.h"
 #include "tests/agent_test.h"
 

@@ -17,9 +17,9 @@
 #include "pc/agent_client.h"
 #include "platform/counted_object.h"
 #include "platform/message.h"
-#include "platform/virtual/com.h"
-#include "platform/virtual/process.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/com/com.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/running_service.h"
 
 inline const std::filesystem::path kDescription =

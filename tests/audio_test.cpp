@@ -4,9 +4,9 @@
 #include <set>
 
 #include "audio/audio_manager.h"
-#include "platform/virtual/audio.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/sound/audio.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;

@@ -4,8 +4,8 @@
 #include <iterator>
 
 #include "platform/device.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/devices/device.h"
 #include "power/driver_api.h"
 #include "tests/running_service.h"
 

@@ -8,8 +8,8 @@
 
 #include "platform/module.h"
 #include "platform/owned.h"
-#include "platform/virtual/outputs.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/console/outputs.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;

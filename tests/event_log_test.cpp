@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "platform/owned.h"
-#include "platform/virtual/event_log.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/eventlog/event_log.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;

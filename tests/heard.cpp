@@ -3,9 +3,9 @@
 #include <cctype>
 #include <sstream>
 
-#include "platform/virtual/machine.h"
-#include "platform/virtual/outputs.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/console/outputs.h"
+#include "platform/virtual/core/machine.h"
 #include "tests/virtual_pc_test.h"
 
 using virtual_pc::ToUtf8;

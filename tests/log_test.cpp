@@ -9,9 +9,9 @@
 #include "log/log.h"
 #include "log/log_file.h"
 #include "platform/owned.h"
-#include "platform/virtual/event_log.h"
-#include "platform/virtual/outputs.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/console/outputs.h"
+#include "platform/virtual/eventlog/event_log.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;

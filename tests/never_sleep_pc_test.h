@@ -3,12 +3,12 @@
 #pragma once
 
 #include "pc/service_view.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/service_manager.h"
-#include "platform/virtual/sleep.h"
-#include "platform/virtual/user.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/sleep.h"
+#include "platform/virtual/power/user.h"
+#include "platform/virtual/registry/registry.h"
+#include "platform/virtual/services/service_manager.h"
 #include "tests/virtual_pc_test.h"
 
 class NeverSleepPc

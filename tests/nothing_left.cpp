@@ -1,4 +1,4 @@
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
 #include "tests/virtual_pc_test.h"
 
 using virtual_pc::ToUtf8;

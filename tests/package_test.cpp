@@ -5,7 +5,7 @@
 #include <map>
 #include <sstream>
 
-#include "platform/virtual/registry.h"
+#include "platform/virtual/registry/registry.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
 #include "tests/virtual_pc_test.h"

@@ -3,7 +3,7 @@
 
 #include "pc/person.h"
 #include "log/log.h"
-#include "platform/virtual/battery.h"
+#include "platform/virtual/power/battery.h"
 #include "tests/never_sleep_pc_test.h"
 
 using namespace std::chrono_literals;

@@ -1,12 +1,12 @@
 // A day of the whole service, through every state and back, with one platform call failing: however
 // small the call, the service goes on to its end and gives back what it took.
 
-#include "platform/virtual/audio.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/guid.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/power_plans.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/guid.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/power_plans.h"
+#include "platform/virtual/sound/audio.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;

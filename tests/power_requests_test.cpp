@@ -4,12 +4,12 @@
 #include <cstring>
 
 #include "log/log.h"
-#include "platform/virtual/announcer.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/guid.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/power_plans.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/announcer/announcer.h"
+#include "platform/virtual/base/guid.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/power_plans.h"
 #include "power/machine_power.h"
 #include "power/never_sleep_away_mode.h"
 #include "tests/virtual_pc_test.h"

@@ -4,9 +4,9 @@
 #include "platform/com.h"
 #include "platform/module.h"
 #include "platform/owned.h"
-#include "platform/virtual/com.h"
-#include "platform/virtual/cpu.h"
-#include "platform/virtual/outputs.h"
+#include "platform/virtual/com/com.h"
+#include "platform/virtual/console/outputs.h"
+#include "platform/virtual/processes/cpu.h"
 #include "tests/service_test.h"
 
 using namespace std::chrono_literals;

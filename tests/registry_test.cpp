@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "platform/owned.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;

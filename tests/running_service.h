@@ -3,8 +3,8 @@
 
 #include "log/log.h"
 #include "platform/owned.h"
-#include "platform/virtual/process.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/registry/registry.h"
 #include "service/state_machine_thread.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"

@@ -7,7 +7,7 @@
 
 #include "pc/player.h"
 #include "platform/owned.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/virtual_pc_test.h"
 
 namespace fs = std::filesystem;

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "pc/player.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/virtual_pc_test.h"
 
 namespace fs = std::filesystem;

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/virtual/machine.h"
+#include "platform/virtual/core/machine.h"
 
 // The thread sanitizer sees the service only where its threads really run at once.
 #ifdef HOLV_TESTS_RUN_FREE

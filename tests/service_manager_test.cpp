@@ -1,14 +1,14 @@
 // The virtual PC's service manager, held against what is known of the real one: its database, how
 // services start, stop and go, what it refuses, and what it tells their control handlers.
 
-#include "platform/virtual/service_manager.h"
+#include "platform/virtual/services/service_manager.h"
 
 #include "platform/com.h"
 #include "platform/module.h"
 #include "platform/owned.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/session.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/registry/registry.h"
+#include "platform/virtual/sessions/session.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace std::chrono_literals;

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "platform/service.h"
-#include "platform/virtual/process.h"
-#include "platform/virtual/registry.h"
-#include "platform/virtual/service_manager.h"
-#include "platform/virtual/text.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/registry/registry.h"
+#include "platform/virtual/services/service_manager.h"
 #include "tests/virtual_pc_test.h"
 
 inline constexpr const wchar_t* kService = L"HOLVService";

@@ -1,12 +1,12 @@
 // Programs in the session of the user at the console: what the session room lets be started, how
 // the service starts and ends its helpers, and what each failure leaves behind.
 
-#include "platform/virtual/session.h"
+#include "platform/virtual/sessions/session.h"
 #include "log/log.h"
 #include "platform/module.h"
 #include "platform/owned.h"
-#include "platform/virtual/announcer.h"
-#include "platform/virtual/programs.h"
+#include "platform/virtual/announcer/announcer.h"
+#include "platform/virtual/processes/programs.h"
 #include "process/user_process.h"
 #include "tests/virtual_pc_test.h"
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "platform/owned.h"
-#include "platform/virtual/event_log.h"
-#include "platform/virtual/registry.h"
+#include "platform/virtual/eventlog/event_log.h"
+#include "platform/virtual/registry/registry.h"
 #include "settings/settings_store.h"
 #include "tests/virtual_pc_test.h"
 

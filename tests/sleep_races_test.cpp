@@ -4,7 +4,7 @@
 
 #include "log/log.h"
 #include "platform/kernel.h"
-#include "platform/virtual/battery.h"
+#include "platform/virtual/power/battery.h"
 #include "tests/never_sleep_pc_test.h"
 
 using namespace std::chrono_literals;

@@ -1,18 +1,18 @@
 // The PC's sleep as a program sees it: what a sleep becomes, what stands still meanwhile, what
 // wakes it, and what is announced of it all, in its order.
 
-#include "platform/virtual/sleep.h"
+#include "platform/virtual/power/sleep.h"
 #include "platform/com.h"
 #include "platform/command.h"
 #include "platform/kernel.h"
 #include "platform/owned.h"
 #include "platform/power.h"
 #include "platform/service.h"
-#include "platform/virtual/announcer.h"
-#include "platform/virtual/battery.h"
-#include "platform/virtual/device.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/power_plans.h"
+#include "platform/virtual/announcer/announcer.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/power/battery.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/power_plans.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace std::chrono_literals;

@@ -6,7 +6,7 @@
 
 #include "platform/module.h"
 #include "platform/service.h"
-#include "platform/virtual/power.h"
+#include "platform/virtual/power/power.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;

@@ -2,10 +2,10 @@
 // each check by what it does to the timers, the requests and the PC, and by the lines that tell of
 // it.
 
-#include "platform/virtual/device.h"
-#include "platform/virtual/power.h"
-#include "platform/virtual/power_plans.h"
-#include "platform/virtual/processor.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/power_plans.h"
+#include "platform/virtual/power/processor.h"
 #include "power/never_sleep_away_mode.h"
 #include "power/power_policy_manager.h"
 #include "tests/running_service.h"

@@ -2,7 +2,7 @@
 // says so; and a user who has left again is left alone.
 
 #include "log/log.h"
-#include "platform/virtual/thread.h"
+#include "platform/virtual/core/thread.h"
 #include "tests/never_sleep_pc_test.h"
 
 using namespace std::chrono_literals;

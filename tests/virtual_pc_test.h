@@ -7,10 +7,10 @@
 #include <functional>
 #include <string>
 
-#include "platform/virtual/disk.h"
-#include "platform/virtual/machine.h"
-#include "platform/virtual/process.h"
-#include "platform/virtual/user.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/disk/disk.h"
+#include "platform/virtual/power/user.h"
 #include "tests/heard.h"
 #include "tests/lines.h"
 #include "tests/seeds.h"

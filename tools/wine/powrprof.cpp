@@ -9,7 +9,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/virtual/power_plans.h"
+#include "platform/virtual/power/power_plans.h"
 
 using namespace virtual_pc;
 

@@ -1,0 +1,75 @@
+#include "platform/virtual/core/call.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+namespace virtual_pc {
+namespace {
+
+Thread& SelfOrDie(const Function& function)
+{
+    Thread* self = Thread::Self();
+    if (!self) {
+        std::fprintf(stderr, "%s called on a host thread that is no thread of the machine\n",
+                     function.name());
+        std::abort();
+    }
+    return *self;
+}
+
+}  // namespace
+
+Call::Call(Function& function)
+    : machine(Machine::Current()),
+      thread(SelfOrDie(function)),
+      m_function(function),
+      m_hold(machine)
+{
+    machine.scheduler.Preempt(thread);
+    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
+    // ends the thread here.
+    if (thread.ends && function.role() != Role::releases && std::uncaught_exceptions() == 0) {
+        throw ThreadEnds{};
+    }
+    machine.LookAtWatch();
+    m_error = machine.faults.OnCall(function);
+}
+
+bool Call::Fails()
+{
+    if (!m_error) return false;
+    if (m_function.failing() == Failing::last_error) thread.last_error = *m_error;
+    return true;
+}
+
+Process& Call::process()
+{
+    if (!thread.process) {
+        std::fprintf(stderr, "%s called by the machine's driver, which is no process\n",
+                     m_function.name());
+        std::abort();
+    }
+    return *thread.process;
+}
+
+BOOL Call::Fail(DWORD error)
+{
+    thread.last_error = error;
+    return FALSE;
+}
+
+HANDLE Call::Open(std::shared_ptr<Object> object)
+{
+    return machine.handles.Open(std::move(object), thread.process);
+}
+
+void Call::BadHandle(HANDLE handle)
+{
+    thread.last_error = ERROR_INVALID_HANDLE;
+    if (machine.handles.IsStale(handle)) {
+        machine.NoteMisuse(std::string(m_function.name()) + " with a handle that is closed");
+    }
+}
+
+}  // namespace virtual_pc

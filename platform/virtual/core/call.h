@@ -1,0 +1,74 @@
+// The door between the service and the machine: every platform function passes through a Call.
+#pragma once
+
+#include <memory>
+
+#include "platform/virtual/core/faults.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/thread.h"
+
+namespace virtual_pc {
+
+// One call of a platform function. Making it
+// - may hand over to another thread (deterministic mode with a seed),
+// - ends the thread, by an exception, when its process has ended,
+// - holds the machine until the Call is destroyed,
+// - counts the call, and takes the fault that is set for it, if any.
+//
+//     Function fn_set_event{"SetEvent"};              // at namespace scope
+//     BOOL SetEvent(HANDLE handle)
+//     {
+//         Call call(fn_set_event);
+//         if (call.Fails()) return FALSE;               // last error is set
+//         Event* event = call.Find<Event>(handle);      // null: ERROR_INVALID_HANDLE is set
+//         if (!event) return FALSE;
+//         ...
+class Call
+{
+public:
+    explicit Call(Function& function);
+
+    // Whether a fault makes the call fail. Sets the thread's last error for functions that report
+    // so.
+    bool Fails();
+    // The code to fail with: for functions that return a status or an HRESULT.
+    DWORD error() const { return *m_error; }
+
+    // Sets the last error and returns FALSE.
+    BOOL Fail(DWORD error);
+
+    // The object of a handle; null, with ERROR_INVALID_HANDLE as last error, when the handle is not
+    // open or stands for another kind of thing. The use of a closed handle is noted as misuse.
+    template <class T>
+    T* Find(HANDLE handle)
+    {
+        T* object = dynamic_cast<T*>(machine.handles.Find(handle));
+        if (!object) BadHandle(handle);
+        return object;
+    }
+    template <class T>
+    std::shared_ptr<T> FindShared(HANDLE handle)
+    {
+        auto object = std::dynamic_pointer_cast<T>(machine.handles.FindShared(handle));
+        if (!object) BadHandle(handle);
+        return object;
+    }
+
+    // A new handle that belongs to the calling process.
+    HANDLE Open(std::shared_ptr<Object> object);
+
+    // The calling process. The driver has none: a platform function that needs one aborts there.
+    Process& process();
+
+    Machine& machine;
+    Thread& thread;
+
+private:
+    void BadHandle(HANDLE handle);
+
+    Function& m_function;
+    Hold m_hold;
+    std::optional<DWORD> m_error;
+};
+
+}  // namespace virtual_pc

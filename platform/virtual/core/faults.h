@@ -1,0 +1,124 @@
+// Faults: any platform function that can fail, failing on demand.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base.h"
+#include "platform/virtual/base/random.h"
+
+namespace virtual_pc {
+
+// How a function reports failure, and with which code when a fault names none.
+enum class Failing
+{
+    never,       // it cannot fail
+    last_error,  // a result, and the thread's last error (ERROR_GEN_FAILURE)
+    status,      // a Win32 code as its result (ERROR_GEN_FAILURE)
+    hresult,     // an HRESULT as its result (E_FAIL)
+};
+
+// Whether a function may end its thread.
+enum class Role
+{
+    ordinary,
+    // It releases something, so destructors call it while a thread unwinds: it never ends its
+    // thread.
+    releases,
+};
+
+// A platform function: its name and what the machine keeps about it. Each function has one such
+// constant, beside its code.
+class Function
+{
+public:
+    explicit Function(const char* name, Failing failing = Failing::last_error,
+                      Role role = Role::ordinary);
+    Function(const Function&) = delete;
+    Function& operator=(const Function&) = delete;
+
+    const char* name() const { return m_name; }
+    Failing failing() const { return m_failing; }
+    Role role() const { return m_role; }
+    DWORD DefaultError() const;
+
+    // By name; null when no function has it.
+    static Function* Find(std::string_view name);
+    static const std::vector<Function*>& All();
+
+private:
+    friend class Faults;
+
+    const char* m_name;
+    Failing m_failing;
+    Role m_role;
+    // Reset by each new machine, and changed with that held; any thread may read the count.
+    std::atomic<std::uint64_t> m_calls = 0;
+    bool m_faulty = false;
+};
+
+// Thrown out of a platform function in place of a structured exception, where a fault asks for it.
+struct RaisedException
+{
+    DWORD code;
+};
+
+class Faults
+{
+public:
+    explicit Faults(std::uint64_t seed);
+
+    struct Fault
+    {
+        // The error code or HRESULT; the function's default when absent.
+        std::optional<DWORD> error = {};
+        // Fails calls `first` to `first + count - 1` from now on, counted from 1.
+        std::uint64_t first = 1;
+        std::uint64_t count = 1;
+        // Or, when above 0, fails each call with this probability.
+        double rate = 0;
+        // Raises an exception with the code `error` instead of failing.
+        bool raise = false;
+    };
+
+    static constexpr std::uint64_t kAlways = UINT64_MAX;
+
+    // Sets the fault of a function, in place of an earlier one. Returns the text of an error when
+    // there is no such function or it cannot fail; nothing on success.
+    std::optional<std::string> Set(std::string_view function, const Fault& fault);
+    void Clear(std::string_view function);
+    void ClearAll();
+
+    // Fails the n-th call (from 1) of any function that can fail, counted from now; 0 for none.
+    void FailNth(std::uint64_t n);
+    // How many calls of functions that can fail there were since FailNth.
+    std::uint64_t fallible_calls() const { return m_fallible_calls; }
+    // The function that FailNth made fail; null before that call.
+    const Function* failed() const { return m_failed; }
+
+    // Calls of a function since the machine was switched on.
+    std::uint64_t CallsOf(std::string_view function) const;
+
+    // For Call: counts the call, and returns the error that it must fail with, if any.
+    std::optional<DWORD> OnCall(Function& function);
+
+private:
+    struct Armed
+    {
+        Fault fault;
+        std::uint64_t calls = 0;
+    };
+
+    Random m_random;
+    std::map<Function*, Armed> m_set;
+    std::uint64_t m_fail_nth = 0;
+    std::uint64_t m_fallible_calls = 0;
+    const Function* m_failed = nullptr;
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,228 @@
+// The virtual PC, as scripts and tests drive it.
+//
+//     Machine pc;
+//     pc.registry.SetDword(LR"(HKLM\Software\Orbeq\Holv\User)", L"MuteAudio", 1);
+//     Process& service = pc.Start(Image(path), L"-Debug");
+//     pc.RunFor(30min);
+//     pc.RunUntilEnd(service);
+//
+// One machine exists at a time in a host process. The host thread that makes it is its driver:
+// while the driver acts, the machine's threads stand still (deterministic mode) or run on at a
+// standing clock (free mode); the clock moves inside the Run operations.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/virtual/base/time.h"
+#include "platform/virtual/core/faults.h"
+#include "platform/virtual/core/handles.h"
+#include "platform/virtual/core/journal.h"
+#include "platform/virtual/core/launch.h"
+#include "platform/virtual/core/scheduler.h"
+
+namespace virtual_pc {
+
+class OneCore;
+class Process;
+class Thread;
+class Waker;
+struct Image;
+
+// The facets; each has a header of its own, which its users include.
+class Announcer;
+class Audio;
+class Battery;
+class Com;
+struct Cpu;
+class Devices;
+class Disk;
+class EventLog;
+struct Libraries;
+class Outputs;
+class Power;
+class Processor;
+class Programs;
+class Registry;
+class ServiceManager;
+class Session;
+class SleepState;
+class User;
+struct Facets;
+
+class Machine
+{
+    // First, so that they outlive every facet and every thread.
+    std::unique_ptr<OneCore> m_one_core;  // null when threads run free
+    mutable std::mutex m_mutex;
+    CalendarTime m_switched_on_at;
+
+public:
+    struct Options
+    {
+        bool free = false;
+        std::uint64_t seed = 0;
+        double pace = 0;
+        // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
+        std::string root = {};
+    };
+
+    Machine() : Machine(Options{}) {}
+    explicit Machine(const Options& options);
+    // Ends the processes that still run, and waits for their threads.
+    ~Machine();
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
+    // The machine that exists; there must be one.
+    static Machine& Current();
+    static bool Exists();
+
+    // --- Time ---
+    Instant now() const { return scheduler.now(); }
+    CalendarTime clock() const { return m_switched_on_at + now(); }
+    // Sets the clock to a local time and announces that, as when a user sets it.
+    void SetClock(CalendarTime local);
+    // Moves the clock without an announcement, as daylight saving does at its start and end.
+    void ShiftClock(Duration by);
+
+    // Runs the machine for a time.
+    void RunFor(Duration duration);
+    // Runs it until `condition`, which is checked whenever all threads are blocked, holds, or `max`
+    // has passed. Returns whether it held. Throws StuckMachine when all threads are blocked for
+    // ever.
+    bool RunUntil(const std::function<bool()>& condition, Duration max = Duration::max());
+    void RunUntilEnd(const Process& process);
+    // Runs the threads that can run, until all are blocked, without moving the clock.
+    void Settle() { RunFor(Duration{0}); }
+
+    // --- The power switch ---
+    // Starts the services that start by themselves, as at power-on.
+    void Boot();
+    // Sends the services the shutdown control, waits for their processes for twenty seconds at
+    // most, and terminates the processes that still run.
+    void ShutDown();
+
+    // --- Processes ---
+    // Puts a program on the disk: an image, or a function of the host program that it runs.
+    void Install(const Image& image);
+    void Install(std::wstring_view path, std::function<int()> entry);
+    // Starts the program at `path`, in any letter case; null when there is none on the disk.
+    Process* StartInstalled(std::wstring_view path, std::wstring_view command_line,
+                            std::optional<Launch> launch = {});
+    // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
+    Process& Start(const Image& image, std::wstring_view arguments = {});
+    // Starts a function of the host program as a process, as a test does.
+    Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
+    const std::vector<std::unique_ptr<Process>>& processes() const;
+
+    // Called with the machine held: when a process's image is in memory and about to run; when all
+    // its threads but the last have ended and the image is still loaded; and when it has ended.
+    std::function<void(Process&)> image_loaded;
+    std::function<void(Process&)> process_ending;
+    std::function<void(Process&)> process_ended;
+
+    // --- The operating system ---
+    // Its version, 6.1 unless set: major in the low byte, minor in the next.
+    std::atomic<DWORD> os_version{0x0106};
+
+    // --- Misuse ---
+    // Handles used or closed after their close, and the like: errors of the calling program.
+    std::vector<std::string> misuses() const;
+    void NoteMisuse(std::string what);
+
+    // A watchpoint: every platform call compares the number at `address` with what it was, and
+    // calls `changed` with the old and the new number when they differ. One at a time; null ends
+    // it.
+    void Watch(const std::atomic<std::int32_t>* address,
+               std::function<void(std::int32_t, std::int32_t)> changed);
+    void LookAtWatch();
+
+    // --- What every facet stands on ---
+    Scheduler scheduler;
+    HandleTable handles;
+    Journal journal{*this};
+    Faults faults;
+
+    // The handle of each piece of memory that is handed out (memory.h).
+    std::map<const void*, HANDLE> memory_handles;
+
+private:
+    std::unique_ptr<Facets> m_facets;
+
+public:
+    // --- The facets ---
+    Registry& registry;
+    Devices& devices;
+    EventLog& event_log;
+    Announcer& announcer;
+    Outputs& outputs;
+    Disk& disk;
+    Cpu& cpu;
+    Libraries& libraries;
+    Programs& programs;
+    Power& power;
+    Processor& processor;
+    Battery& battery;
+    User& user;
+    SleepState& sleep;
+    Waker& waker;  // the same, as timers know it
+    Session& session;
+    ServiceManager& services;
+    Com& com;
+    Audio& audio;
+
+private:
+    friend class Hold;
+    friend class Process;
+    friend class Scheduler;
+
+    // The part of the construction that needs no facet.
+    void SwitchOn(bool free);
+    void SwitchOff();
+    void ConnectFacets();
+
+    std::shared_ptr<Thread> m_driver;
+    std::vector<std::string> m_misuses;
+    std::string m_registry_file;  // empty: not kept
+    DWORD m_next_process_id = 0x400;
+    DWORD m_next_thread_id = 0x1000;
+
+    const std::atomic<std::int32_t>* m_watched = nullptr;
+    std::int32_t m_watched_value = 0;
+    std::function<void(std::int32_t, std::int32_t)> m_watch_changed;
+};
+
+// Locks the machine, with all its facets, for as long as the Hold exists. A thread may hold the
+// machine several times over, so that facets can call one another; it must hold it exactly once
+// when it blocks.
+class Hold
+{
+public:
+    explicit Hold(const Machine& machine) : m_machine(machine) { Enter(machine); }
+    ~Hold();
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+    // Whether the calling thread holds the machine exactly once, as it must to block.
+    static bool Once();
+    // Ends the host program when the calling thread does not hold the machine. For functions that
+    // their callers must call with the machine held.
+    static void Require();
+
+    // For a thread that is ending: the scheduler unlocks the machine in its place.
+    static void Enter(const Machine& machine);
+
+private:
+    const Machine& m_machine;
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,232 @@
+#include "platform/virtual/core/process.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/thread.h"
+
+namespace virtual_pc {
+
+// --- Images ---
+
+// The loader gives the same image to every load of a file, so each load gets a copy of the file, in
+// memory.
+LoadedImage::LoadedImage(const Image& image)
+{
+    const auto fail = [&](const std::string& why) {
+        if (m_file >= 0) close(m_file);
+        throw std::runtime_error(image.host_path + ": " + why);
+    };
+    const int source = open(image.host_path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status
+    {
+    };
+    if (source < 0 || fstat(source, &status) != 0) fail("cannot be read");
+    m_file =
+        memfd_create(image.host_path.substr(image.host_path.rfind('/') + 1).c_str(), MFD_CLOEXEC);
+    for (off_t sent = 0; sent < status.st_size;) {
+        const ssize_t part =
+            sendfile(m_file, source, &sent, static_cast<std::size_t>(status.st_size - sent));
+        if (part <= 0) {
+            close(source);
+            fail("cannot be copied");
+        }
+    }
+    close(source);
+    const std::string path = "/proc/self/fd/" + std::to_string(m_file);
+    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!m_library) fail(dlerror());
+}
+
+LoadedImage::~LoadedImage()
+{
+    dlclose(m_library);
+    close(m_file);
+}
+
+void* LoadedImage::Find(const char* symbol) const { return dlsym(m_library, symbol); }
+
+// --- Processes ---
+
+void* Process::Find(const char* symbol) const
+{
+    return m_loaded ? m_loaded->Find(symbol) : nullptr;
+}
+
+Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how)
+    : launch(std::move(how)), m_image(image), m_command_line(command_line)
+{
+}
+
+void Process::Begin(Machine& machine, std::function<int()> entry)
+{
+    Hold::Require();
+    m_id = machine.m_next_process_id;
+    machine.m_next_process_id += 4;
+    machine.journal.Record("process", {{"what", L"started"},
+                                       {"path", m_image.path},
+                                       {"command_line", m_command_line},
+                                       {"id", std::uint64_t{m_id}},
+                                       {"user", launch ? launch->user : L""}});
+    m_first_thread = StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
+        Thread& self = *Thread::Self();
+        int exit_code = 1;
+        Guard(self, [&] { exit_code = entry ? entry() : RunImage(); });
+        End(self, exit_code);
+        return static_cast<DWORD>(exit_code);
+    });
+}
+
+std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWORD()> body)
+{
+    Hold::Require();
+    auto thread = std::make_shared<Thread>();
+    thread->id = machine.m_next_thread_id;
+    machine.m_next_thread_id += 4;
+    thread->process = this;
+    thread->object = std::make_shared<ThreadObject>();
+    thread->body = std::move(body);
+    machine.scheduler.Start(thread);
+    return thread;
+}
+
+// Runs `body`; an exception that escapes it ends the process.
+void Process::Guard(Thread& self, const std::function<void()>& body)
+{
+    try {
+        body();
+    } catch (const ThreadEnds&) {
+    } catch (const RaisedException& raised) {
+        EXCEPTION_RECORD record{};
+        record.ExceptionCode = raised.code;
+        Unhandled(self, record);
+    } catch (...) {
+        EXCEPTION_RECORD record{};
+        record.ExceptionCode = 0xE06D7363;  // the code of a C++ exception
+        Unhandled(self, record);
+    }
+}
+
+int Process::RunImage()
+{
+    auto loaded = std::make_unique<LoadedImage>(m_image);
+    using Entry = int(WINAPI*)(HINSTANCE, HINSTANCE, LPWSTR, int);
+    const auto entry = reinterpret_cast<Entry>(loaded->Find("wWinMain"));
+    if (!entry) throw std::runtime_error(m_image.host_path + ": has no wWinMain");
+    {
+        const Hold hold(Machine::Current());
+        m_loaded = std::move(loaded);
+        Machine& machine = Machine::Current();
+        if (machine.image_loaded) machine.image_loaded(*this);
+    }
+    constexpr int kShowNormal = 1;
+    return entry(nullptr, nullptr, m_command_line.data(), kShowNormal);
+}
+
+// The last-chance filter runs on the thread that failed; then the process ends.
+void Process::Unhandled(Thread& self, EXCEPTION_RECORD record)
+{
+    LPTOP_LEVEL_EXCEPTION_FILTER filter = nullptr;
+    Machine& machine = Machine::Current();
+    {
+        const Hold hold(machine);
+        m_crashed = true;
+        filter = exception_filter;
+    }
+    EXCEPTION_POINTERS pointers{&record, nullptr};
+    if (filter) {
+        try {
+            filter(&pointers);
+        } catch (const ThreadEnds&) {
+            // Another thread has ended the process in the meantime.
+        }
+    }
+    const Hold hold(machine);
+    EndThreads(machine, &self);
+}
+
+void Process::EndThreads(Machine& machine, const Thread* but)
+{
+    for (const auto& thread : machine.scheduler.threads()) {
+        if (thread->process != this || thread.get() == but || thread.get() == m_last) continue;
+        thread->ends = true;
+        machine.scheduler.MakeReady(*thread);
+    }
+}
+
+void Process::Crash(const EXCEPTION_RECORD& record)
+{
+    Machine& machine = Machine::Current();
+    const Hold hold(machine);
+    StartThread(machine, [this, record]() -> DWORD {
+        Unhandled(*Thread::Self(), record);
+        return record.ExceptionCode;
+    });
+}
+
+std::wstring ProcessObject::Name() const { return process.path(); }
+
+std::shared_ptr<Waitable> Process::first_thread() const { return m_first_thread->object; }
+DWORD Process::first_thread_id() const { return m_first_thread->id; }
+
+bool Process::Terminate(int exit_code)
+{
+    Hold::Require();
+    if (m_ended || m_last || m_ended_with) return false;
+    m_ended_with = exit_code;
+    EndThreads(Machine::Current(), nullptr);
+    return true;
+}
+
+void Process::Kill()
+{
+    Machine& machine = Machine::Current();
+    const Hold hold(machine);
+    EndThreads(machine, nullptr);
+    machine.scheduler.RunMachine(kNever, [this] { return !running(); });
+}
+
+void Process::End(Thread& last, int exit_code)
+{
+    Machine& machine = Machine::Current();
+    std::unique_ptr<LoadedImage> loaded;
+    {
+        const Hold hold(machine);
+        last.ends = false;
+        m_last = &last;
+        EndThreads(machine, &last);
+        for (const auto& thread : std::vector(machine.scheduler.threads())) {
+            if (thread->process != this || thread.get() == &last) continue;
+            Waitable::WaitFor(machine, last, {thread->object}, false, kNever);
+        }
+        if (machine.process_ending) machine.process_ending(*this);
+        machine.LookAtWatch();
+        if (m_loaded) machine.Watch(nullptr, {});
+        loaded = std::move(m_loaded);
+    }
+    // Unloading destroys its static objects, which may still call the platform.
+    loaded.reset();
+
+    const Hold hold(machine);
+    m_left_open = machine.handles.CloseAllOf(this);
+    std::erase_if(machine.memory_handles,
+                  [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
+    m_exit_code = exit_code = m_ended_with.value_or(exit_code);
+    m_ended = true;
+    m_object->Signal();
+    if (machine.process_ended) machine.process_ended(*this);
+    machine.journal.Record("process", {{"what", L"ended"},
+                                       {"path", m_image.path},
+                                       {"id", std::uint64_t{m_id}},
+                                       {"exit_code", std::int64_t{exit_code}}});
+}
+
+}  // namespace virtual_pc

@@ -1,0 +1,162 @@
+// Decides which thread runs, and when the clock moves.
+//
+// Deterministic: one thread has the baton and the others stand still, each on a signal of its own.
+// The baton passes when its holder blocks or ends and, where a seed was given, at any platform
+// call. Free: threads run at once under the host's scheduler, and only time is the machine's.
+//
+// Either way the clock stands while a thread can run. When all are blocked, it jumps to the next
+// alarm. The driver is the least urgent thread of the machine: it goes on when no other thread can
+// run and no alarm is left before its deadline.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/kernel.h"
+#include "platform/virtual/base/random.h"
+#include "platform/virtual/base/time.h"
+
+namespace virtual_pc {
+
+class Machine;
+class Thread;
+
+// Something that is called at a set time. All calls are made with the machine held.
+class Alarm
+{
+public:
+    virtual ~Alarm() = default;
+    bool armed() const { return m_armed; }
+    // Whether it would wake the machine from sleep.
+    virtual bool Wakes() const { return false; }
+
+protected:
+    // Called when the clock has reached the time that the alarm was set to; it is no longer armed.
+    virtual void Due() = 0;
+
+private:
+    friend class Scheduler;
+    std::multimap<Instant, Alarm*>::iterator m_place;
+    bool m_armed = false;
+};
+
+// Thrown to the driver when all threads are blocked for ever, or block one another by their locks.
+class StuckMachine : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class Scheduler
+{
+public:
+    struct Options
+    {
+        bool free = false;
+        // Draws the thread that runs next from this seed; 0 keeps the fixed order.
+        std::uint64_t seed = 0;
+        // Machine seconds for each second of the host's clock; 0 does not wait for it at all.
+        double pace = 0;
+    };
+
+    Scheduler(Machine& machine, const Options& options);
+
+    Instant now() const { return m_now; }
+
+    void Set(Alarm& alarm, Instant when);
+    void Cancel(Alarm& alarm);
+
+    // The thread that drives the machine; it runs already.
+    void SetDriver(Thread& driver) { m_driver = &driver; }
+
+    // Starts a host thread for `thread`, which runs when its turn comes.
+    void Start(std::shared_ptr<Thread> thread);
+
+    // Blocks the calling thread until MakeReady. `self.wait` must say what it waits for. With the
+    // machine held once. Throws ThreadEnds, or returns at once while unwinding, when the thread's
+    // process has ended.
+    void Block(Thread& self);
+    void MakeReady(Thread& thread);
+
+    // Called at the beginning of every platform call: may hand over to another ready thread when
+    // there is a seed, and waits for GoOn while the machine stands still.
+    void Preempt(Thread& self);
+    // Hands over to the thread that has been ready longest, if any is ready.
+    void Yield(Thread& self);
+
+    // From now on only the driver runs, and the clock goes on. Ready threads are frozen, running
+    // ones at their next platform call, until GoOn. Alarms still fire at their times.
+    void StandStill() { m_still = true; }
+    void GoOn();
+
+    // Called by the driver: runs the machine until `deadline`, or until `condition`, which is
+    // checked whenever all threads are blocked, holds. Returns whether it held. Throws
+    // StuckMachine.
+    bool RunMachine(Instant deadline, const std::function<bool()>& condition);
+
+    // What each thread waits for, a line for each.
+    std::string Report() const;
+
+    const std::vector<std::shared_ptr<Thread>>& threads() const { return m_threads; }
+    Thread* FindThread(DWORD id) const;
+
+    // Joins the host threads: all of them, or only those that are done.
+    void JoinHostThreads(bool all);
+
+private:
+    struct HostThread
+    {
+        std::thread thread;
+        std::atomic<bool> done{false};
+    };
+
+    void Advance();
+    void FireNext();
+    void Pace(Instant to);
+    void ReportStuck(std::string_view why);
+    bool AnyThreadMayRun() const;
+    bool NothingWakes() const;
+    Thread& Choose();
+    void SwitchTo(Thread& next);
+    void LetRun(Thread& self, std::size_t place);
+    void AwaitGoOn(Thread& self);
+    void RunThread(Thread& thread);
+    void End(Thread& thread);
+    bool InLockCircle(const Thread& thread) const;
+
+    Machine& m_machine;
+    Options m_options;
+    Random m_random;
+    Instant m_now{0};
+    std::multimap<Instant, Alarm*> m_alarms;
+    std::vector<std::shared_ptr<Thread>> m_threads;
+
+    // Deterministic mode: the ready threads, longest ready first. Free mode: the threads that are
+    // held back while the machine stands still.
+    std::vector<Thread*> m_ready;
+    int m_awake = 1;  // free mode: how many threads are not blocked, including the driver
+    bool m_still = false;
+
+    Thread* m_driver = nullptr;
+    bool m_machine_runs = false;  // the driver is in RunMachine
+    Instant m_driver_deadline = kNever;
+    const std::function<bool()>* m_driver_condition = nullptr;
+    bool m_condition_held = false;
+    std::string m_stuck;  // the report, until Block throws it to the driver
+
+    std::list<HostThread> m_host_threads;
+    std::chrono::steady_clock::time_point m_paced_from_host;
+    Instant m_paced_from{0};
+};
+
+}  // namespace virtual_pc

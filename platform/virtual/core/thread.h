@@ -1,0 +1,87 @@
+// A thread of the machine: a host thread, and what the machine keeps about it.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/message.h"
+#include "platform/virtual/base/host_signal.h"
+#include "platform/virtual/core/scheduler.h"
+#include "platform/virtual/core/waitable.h"
+
+namespace virtual_pc {
+
+class Apartment;
+class Process;
+
+// The COM apartment that a thread is in, and how many of its CoInitialize calls are still to be
+// undone.
+struct ApartmentMembership
+{
+    int entered = 0;
+    std::shared_ptr<Apartment> apartment = {};
+};
+
+// Handles the messages that are sent to a window. A thread's apartment is one: the calls that come
+// into it arrive as messages.
+class MessageServer
+{
+public:
+    virtual ~MessageServer() = default;
+    // Where the messages are addressed to.
+    virtual HWND window() = 0;
+    // Handles one message. Called on the window's thread, without the machine held.
+    virtual void Serve() = 0;
+};
+
+// Thrown to unwind a thread whose process has ended, so that its frames release what they hold.
+struct ThreadEnds
+{
+};
+
+// What the handle of a thread stands for: signalled when the thread has ended.
+class ThreadObject final : public Waitable
+{
+public:
+    std::string_view Kind() const override { return "thread"; }
+};
+
+class Thread
+{
+public:
+    DWORD id = 0;
+    Process* process = nullptr;  // null for the driver
+    std::function<DWORD()> body;
+    std::shared_ptr<ThreadObject> object;
+
+    // Only the thread itself touches these.
+    DWORD last_error = 0;
+    std::vector<void*> tls;
+
+    // With the machine held.
+    enum class State
+    {
+        ready,
+        running,
+        blocked,
+        ended,
+    };
+    State state = State::ready;
+    bool ends = false;  // its process is ending
+    Wait wait;
+    ApartmentMembership membership;
+    std::shared_ptr<MessageServer> message_server;  // of the thread's window; null for none
+    bool has_queue = false;
+    std::deque<MSG> messages;
+
+    HostSignal signal;  // wakes the host thread, and only it
+
+    // The calling host thread's record; null when the machine does not know the thread.
+    static Thread* Self();
+    static void SetSelf(Thread* thread);
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,136 @@
+#include "platform/virtual/disk/disk.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/core/machine.h"
+
+namespace virtual_pc {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Folders that every PC has before any program is installed.
+constexpr const char* kFirstFolders[] = {"ProgramData", "Windows"};
+
+std::string MakeOwnFolder()
+{
+    std::string name = (fs::temp_directory_path() / "holvpc-XXXXXX").string();
+    if (!mkdtemp(name.data())) {
+        throw std::system_error(errno, std::generic_category(), "a folder for the disk: " + name);
+    }
+    return name;
+}
+
+// The names between a path's backslashes, after the drive. Slashes do as well, as on the real one.
+std::vector<std::wstring> PathParts(std::wstring_view path)
+{
+    const auto refuse = [&](const char* why) {
+        throw std::invalid_argument("\"" + ToUtf8(path) + "\" " + why);
+    };
+    constexpr std::wstring_view kSeparators = LR"(\/)";
+    const std::wstring_view drive = path.substr(0, 2);
+    const std::wstring_view rest = path.substr(drive.size());
+    const bool rooted = rest.empty() || kSeparators.find(rest.front()) != kSeparators.npos;
+    if ((drive != L"C:" && drive != L"c:") || !rooted) refuse("is no path on C:");
+
+    std::vector<std::wstring> names;
+    for (std::size_t from = 0; from < rest.size();) {
+        const std::size_t to = std::min(rest.find_first_of(kSeparators, from), rest.size());
+        const std::wstring_view name = rest.substr(from, to - from);
+        if (name == L"..") refuse("goes upwards");
+        if (!name.empty() && name != L".") names.emplace_back(name);
+        from = to + 1;
+    }
+    return names;
+}
+
+// The folder's entry of that name in any letter case; the name as given when there is none.
+fs::path EntryOf(const fs::path& folder, const std::wstring& name)
+{
+    fs::path exact = folder / ToUtf8(name);
+    std::error_code error;
+    if (fs::exists(exact, error)) return exact;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
+        if (SameName(FromUtf8(entry.path().filename().string()), name)) return entry.path();
+    }
+    return exact;
+}
+
+}  // namespace
+
+Disk::Disk(Machine& machine, const std::string& folder)
+    : m_machine(machine), m_folder(folder.empty() ? MakeOwnFolder() : folder), m_own(folder.empty())
+{
+    for (const char* name : kFirstFolders) fs::create_directories(fs::path(m_folder) / name);
+}
+
+Disk::~Disk()
+{
+    std::error_code error;  // a folder that stays behind is no reason to stop
+    if (m_own) fs::remove_all(m_folder, error);
+}
+
+std::string Disk::HostPath(std::wstring_view path) const
+{
+    const Hold hold(m_machine);
+    fs::path host = m_folder;
+    for (const std::wstring& name : PathParts(path)) host = EntryOf(host, name);
+    return host.string();
+}
+
+std::optional<std::string> Disk::Read(std::wstring_view path) const
+{
+    const Hold hold(m_machine);
+    const fs::path host = HostPath(path);
+    std::error_code error;
+    if (!fs::is_regular_file(host, error)) return std::nullopt;
+    std::ifstream file(host, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+void Disk::Write(std::wstring_view path, std::string_view bytes)
+{
+    const Hold hold(m_machine);
+    const fs::path host = HostPath(path);
+    fs::create_directories(host.parent_path());
+    std::ofstream file(host, std::ios::binary);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) throw std::runtime_error("\"" + ToUtf8(path) + "\" cannot be written");
+}
+
+std::shared_ptr<PipeListener> Disk::Listen(std::wstring_view name)
+{
+    const Hold hold(m_machine);
+    auto listener = std::make_shared<PipeListener>(std::wstring(name));
+    const auto [place, fresh] = m_listeners.emplace(name, listener);
+    if (!fresh) throw std::invalid_argument("pipe " + ToUtf8(name) + " has a listener already");
+    return listener;
+}
+
+void Disk::Hangup(const std::shared_ptr<PipeListener>& listener)
+{
+    const Hold hold(m_machine);
+    // After an earlier Hangup the name may belong to another listener.
+    if (FindListener(listener->name()) == listener) m_listeners.erase(listener->name());
+    listener->listening = false;
+}
+
+std::shared_ptr<PipeListener> Disk::FindListener(std::wstring_view name) const
+{
+    const Hold hold(m_machine);
+    const auto found = m_listeners.find(std::wstring(name));
+    return found != m_listeners.end() ? found->second : nullptr;
+}
+
+}  // namespace virtual_pc

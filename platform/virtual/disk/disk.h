@@ -1,0 +1,73 @@
+// The disk C: as a folder of the host, and the named pipes that a script or a test listens on.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/file.h"
+#include "platform/virtual/base/names.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+// The listening end of a named pipe, opened by a script or a test to read what the service writes.
+// It has one writer at a time: the next can connect once that has closed its end.
+class PipeListener
+{
+public:
+    explicit PipeListener(std::wstring name) : m_name(std::move(name)) {}
+    const std::wstring& name() const { return m_name; }
+    // Everything written so far.
+    std::string heard;
+    // Whether a writer has the other end open.
+    bool connected = false;
+    // False after Hangup.
+    bool listening = true;
+
+private:
+    std::wstring m_name;
+};
+
+class Disk
+{
+public:
+    // `folder` becomes C:\ and is made when missing; empty for a folder of the disk's own, removed
+    // with it. A disk has C:\ProgramData and C:\Windows from the start.
+    Disk(Machine& machine, const std::string& folder);
+    ~Disk();
+    Disk(const Disk&) = delete;
+    Disk& operator=(const Disk&) = delete;
+
+    // Where a path of the PC lies on the host, whatever its letter case; missing parts keep the
+    // spelling asked for. Throws std::invalid_argument for a path that is not on C:, or that goes
+    // upwards by "..".
+    std::string HostPath(std::wstring_view path) const;
+
+    // A file's bytes; nothing when it is not there.
+    std::optional<std::string> Read(std::wstring_view path) const;
+    // Writes a file and the folders on its way. Throws std::runtime_error when the host cannot
+    // write it.
+    void Write(std::wstring_view path, std::string_view bytes);
+
+    // A listener of \\.\pipe\NAME, until Hangup. Writers then get ERROR_NO_DATA.
+    std::shared_ptr<PipeListener> Listen(std::wstring_view name);
+    void Hangup(const std::shared_ptr<PipeListener>& listener);
+    std::shared_ptr<PipeListener> FindListener(std::wstring_view name) const;
+
+    // Bytes by which files may still grow before the disk is full; unlimited unless set. Writing
+    // over a file's old bytes takes none.
+    std::optional<std::uint64_t> space_left;
+
+private:
+    Machine& m_machine;
+    std::string m_folder;
+    bool m_own = false;
+    std::map<std::wstring, std::shared_ptr<PipeListener>, NoCase> m_listeners;
+};
+
+}  // namespace virtual_pc

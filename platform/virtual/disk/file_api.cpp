@@ -1,0 +1,381 @@
+// Files, folders, pipes, the standard output, known folders and conversion to UTF-8.
+
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <cwchar>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/virtual/base/names.h"
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/console/outputs.h"
+#include "platform/virtual/core/call.h"
+#include "platform/virtual/core/memory.h"
+#include "platform/virtual/devices/device.h"
+#include "platform/virtual/disk/disk.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Codes that only this file returns.
+constexpr DWORD kErrorNegativeSeek = 131;
+constexpr DWORD kErrorPipeBusy = 231;
+constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
+
+constexpr const wchar_t* kProgramData = LR"(C:\ProgramData)";
+
+// The handle of the standard output: the same for every process, and not counted as open. The
+// numbers of the handle table begin above it.
+const HANDLE kConsole = reinterpret_cast<HANDLE>(std::uintptr_t{7});
+
+// The Win32 codes of the host's errors; any other error becomes ERROR_GEN_FAILURE.
+constexpr std::pair<int, DWORD> kErrors[] = {
+    {ENOENT, ERROR_FILE_NOT_FOUND}, {ENOTDIR, ERROR_PATH_NOT_FOUND}, {EEXIST, ERROR_ALREADY_EXISTS},
+    {EACCES, ERROR_ACCESS_DENIED},  {EISDIR, ERROR_ACCESS_DENIED},   {EROFS, ERROR_ACCESS_DENIED},
+    {EPERM, ERROR_ACCESS_DENIED},   {ENOSPC, ERROR_DISK_FULL},
+};
+
+DWORD ErrorOf(int host_error)
+{
+    const auto row = std::ranges::find(kErrors, host_error, &std::pair<int, DWORD>::first);
+    return row != std::end(kErrors) ? row->second : ERROR_GEN_FAILURE;
+}
+
+// --- Files and pipes ---
+
+class Writable : public Object
+{
+public:
+    Writable(std::wstring name, DWORD access) : m_name(std::move(name)), m_access(access) {}
+    std::wstring Name() const override { return m_name; }
+    bool MayWrite() const { return (m_access & GENERIC_WRITE) != 0; }
+
+    // Writes as many bytes as it can and sets `written` to their number. Returns an error code.
+    virtual DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) = 0;
+
+protected:
+    // Effect "write": the `path` written to, the `offset` of the first byte and the bytes as
+    // `text`, each as the character of its value.
+    void Record(Machine& machine, std::uint64_t offset, std::string_view bytes) const
+    {
+        if (!machine.journal.Listened()) return;
+        std::wstring text;
+        text.reserve(bytes.size());
+        for (const char byte : bytes) text += static_cast<unsigned char>(byte);
+        machine.journal.Record("write",
+                               {{"path", m_name}, {"offset", offset}, {"text", std::move(text)}});
+    }
+
+private:
+    std::wstring m_name;
+    DWORD m_access;
+};
+
+class DiskFile final : public Writable
+{
+public:
+    DiskFile(std::wstring name, DWORD access, int file)
+        : Writable(std::move(name), access), m_file(file)
+    {
+    }
+    ~DiskFile() override { close(m_file); }
+    std::string_view Kind() const override { return "file"; }
+
+    std::uint64_t position() const { return m_position; }
+    void MoveTo(std::uint64_t position) { m_position = position; }
+    std::uint64_t Size() const
+    {
+        struct stat status
+        {
+        };
+        fstat(m_file, &status);
+        return static_cast<std::uint64_t>(status.st_size);
+    }
+
+    DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) override
+    {
+        std::optional<std::uint64_t>& space = machine.disk.space_left;
+        const std::uint64_t end = space ? std::max(Size(), m_position) : 0;
+        if (space) bytes = bytes.substr(0, end - m_position + *space);
+        if (bytes.empty()) return ERROR_DISK_FULL;
+        const ssize_t taken =
+            pwrite(m_file, bytes.data(), bytes.size(), static_cast<off_t>(m_position));
+        if (taken < 0) return ErrorOf(errno);
+        bytes = bytes.substr(0, static_cast<std::size_t>(taken));
+        Record(machine, m_position, bytes);
+        m_position += bytes.size();
+        if (space && m_position > end) *space -= m_position - end;
+        written = static_cast<DWORD>(bytes.size());
+        return NO_ERROR;
+    }
+
+private:
+    int m_file;
+    std::uint64_t m_position = 0;
+};
+
+class PipeEnd final : public Writable
+{
+public:
+    PipeEnd(std::wstring name, DWORD access, std::shared_ptr<PipeListener> listener)
+        : Writable(std::move(name), access), m_listener(std::move(listener))
+    {
+        m_listener->connected = true;
+    }
+    std::string_view Kind() const override { return "pipe"; }
+    void Closed() override { m_listener->connected = false; }
+
+    DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) override
+    {
+        if (!m_listener->listening) return ERROR_NO_DATA;
+        Record(machine, m_listener->heard.size(), bytes);
+        m_listener->heard += bytes;
+        written = static_cast<DWORD>(bytes.size());
+        return NO_ERROR;
+    }
+
+private:
+    std::shared_ptr<PipeListener> m_listener;
+};
+
+// --- Opening ---
+
+HANDLE FailToOpen(Call& call, DWORD error)
+{
+    call.Fail(error);
+    return INVALID_HANDLE_VALUE;
+}
+
+bool StartsWith(std::wstring_view text, std::wstring_view beginning)
+{
+    const std::wstring start(text.substr(0, beginning.size()));
+    const NoCase before;
+    return !before(start, std::wstring(beginning)) && !before(std::wstring(beginning), start);
+}
+
+// The host's path of a path on the PC; nothing, with the last error set, for a path that is not on
+// the disk or whose folder is missing.
+std::optional<fs::path> HostPlace(Call& call, LPCWSTR path)
+{
+    try {
+        fs::path host = call.machine.disk.HostPath(path);
+        std::error_code error;
+        if (fs::is_directory(host.parent_path(), error)) return host;
+    } catch (const std::invalid_argument&) {
+        // No such path.
+    }
+    call.Fail(ERROR_PATH_NOT_FOUND);
+    return std::nullopt;
+}
+
+constexpr std::wstring_view kPipes = LR"(\\.\pipe\)";
+
+HANDLE OpenPipe(Call& call, std::wstring_view path, DWORD access)
+{
+    auto listener = call.machine.disk.FindListener(path.substr(kPipes.size()));
+    if (!listener) return FailToOpen(call, ERROR_FILE_NOT_FOUND);
+    if (listener->connected) return FailToOpen(call, kErrorPipeBusy);
+    std::wstring name = std::wstring(kPipes) + listener->name();
+    return call.Open(std::make_shared<PipeEnd>(std::move(name), access, std::move(listener)));
+}
+
+// Opens a name outside the disks, by the first row whose beginning fits; a name that fits no row is
+// opened as a device.
+struct DeviceNames
+{
+    std::wstring_view beginning;
+    HANDLE (*open)(Call& call, std::wstring_view path, DWORD access);
+};
+constexpr DeviceNames kDeviceNames[] = {{kPipes, OpenPipe}};
+
+HANDLE OpenDevice(Call& call, std::wstring_view path, DWORD access)
+{
+    for (const DeviceNames& names : kDeviceNames) {
+        if (StartsWith(path, names.beginning)) return names.open(call, path, access);
+    }
+    DWORD error = NO_ERROR;
+    std::shared_ptr<Object> device = call.machine.devices.OpenPath(path, error);
+    return device ? call.Open(std::move(device)) : FailToOpen(call, error);
+}
+
+// The host's flags for a disposition, and whether the last error then says if the file existed.
+struct Disposition
+{
+    DWORD disposition;
+    int flags;
+    bool tells;
+};
+constexpr Disposition kDispositions[] = {{CREATE_ALWAYS, O_CREAT | O_TRUNC, true},
+                                         {OPEN_EXISTING, 0, false},
+                                         {OPEN_ALWAYS, O_CREAT, true}};
+
+HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
+{
+    const auto how = std::ranges::find(kDispositions, disposition, &Disposition::disposition);
+    if (how == std::end(kDispositions)) return FailToOpen(call, ERROR_INVALID_PARAMETER);
+    const std::optional<fs::path> host = HostPlace(call, path);
+    if (!host) return INVALID_HANDLE_VALUE;
+    std::error_code error;
+    if (fs::is_directory(*host, error)) return FailToOpen(call, ERROR_ACCESS_DENIED);
+    const bool existed = fs::exists(*host, error);
+    constexpr mode_t kMode = 0644;
+    const int file = open(host->c_str(), O_RDWR | O_CLOEXEC | how->flags, kMode);
+    if (file < 0) return FailToOpen(call, ErrorOf(errno));
+    if (how->tells) call.thread.last_error = existed ? ERROR_ALREADY_EXISTS : NO_ERROR;
+    return call.Open(std::make_shared<DiskFile>(path, access, file));
+}
+
+// A copy of the text for the caller, who frees it with CoTaskMemFree.
+PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
+{
+    void* memory = Allocate(call, (text.size() + 1) * sizeof(wchar_t), "task memory");
+    text.copy(static_cast<wchar_t*>(memory), text.size());
+    return static_cast<PWSTR>(memory);
+}
+
+Function fn_create_file{"CreateFileW"};
+Function fn_write_file{"WriteFile"};
+Function fn_set_file_pointer{"SetFilePointer"};
+Function fn_flush_file_buffers{"FlushFileBuffers"};
+Function fn_create_directory{"CreateDirectoryW"};
+Function fn_get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
+Function fn_get_std_handle{"GetStdHandle"};
+Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
+
+}  // namespace
+
+extern "C" {
+
+HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUTES,
+                          DWORD disposition, DWORD, HANDLE)
+{
+    Call call(fn_create_file);
+    if (call.Fails()) return INVALID_HANDLE_VALUE;
+    if (StartsWith(path, LR"(\\.\)") || StartsWith(path, LR"(\\?\)")) {
+        return OpenDevice(call, path, access);
+    }
+    return OpenFile(call, path, access, disposition);
+}
+
+BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
+                      OVERLAPPED* overlapped)
+{
+    Call call(fn_write_file);
+    if (!written || overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
+    *written = 0;
+    if (call.Fails()) return FALSE;
+    const std::string_view bytes(static_cast<const char*>(data), size);
+    if (file == kConsole) {
+        call.machine.outputs.Console(bytes);
+        *written = size;
+        return TRUE;
+    }
+    auto* target = call.Find<Writable>(file);
+    if (!target) return FALSE;
+    if (!target->MayWrite()) return call.Fail(ERROR_ACCESS_DENIED);
+    if (size == 0) return TRUE;
+    const DWORD error = target->Write(call.machine, bytes, *written);
+    return error == NO_ERROR ? TRUE : call.Fail(error);
+}
+
+DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD method)
+{
+    Call call(fn_set_file_pointer);
+    if (call.Fails()) return INVALID_SET_FILE_POINTER;
+    const auto fail = [&](DWORD error) {
+        call.Fail(error);
+        return INVALID_SET_FILE_POINTER;
+    };
+    auto* file = call.Find<DiskFile>(handle);
+    if (!file) return INVALID_SET_FILE_POINTER;
+    if (method > FILE_END) return fail(ERROR_INVALID_PARAMETER);
+    std::int64_t from = 0;
+    if (method == FILE_CURRENT) from = static_cast<std::int64_t>(file->position());
+    if (method == FILE_END) from = static_cast<std::int64_t>(file->Size());
+    std::int64_t by = distance;
+    if (distanceHigh) by = std::int64_t{*distanceHigh} << 32 | static_cast<DWORD>(distance);
+    // Without distanceHigh the new position must fit in 32 bits.
+    const std::int64_t most = distanceHigh ? INT64_MAX : std::int64_t{UINT32_MAX};
+    if (from + std::min<std::int64_t>(by, 0) < 0) return fail(kErrorNegativeSeek);
+    if (by > most - from) return fail(ERROR_INVALID_PARAMETER);
+    const std::int64_t to = from + by;
+    file->MoveTo(static_cast<std::uint64_t>(to));
+    if (distanceHigh) *distanceHigh = static_cast<LONG>(to >> 32);
+    const auto low = static_cast<DWORD>(to);
+    // The low half of a valid position may equal the failure; the last error tells them apart.
+    if (low == INVALID_SET_FILE_POINTER) call.thread.last_error = NO_ERROR;
+    return low;
+}
+
+BOOL WINAPI FlushFileBuffers(HANDLE file)
+{
+    Call call(fn_flush_file_buffers);
+    if (call.Fails()) return FALSE;
+    const auto* target = call.Find<Writable>(file);
+    if (!target) return FALSE;
+    // WriteFile has put the bytes into the host's file already, and that outlives the PC. Losses of
+    // the host itself are not modelled.
+    return target->MayWrite() ? TRUE : call.Fail(ERROR_ACCESS_DENIED);
+}
+
+BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
+{
+    Call call(fn_create_directory);
+    if (call.Fails()) return FALSE;
+    const std::optional<fs::path> host = HostPlace(call, path);
+    if (!host) return FALSE;
+    constexpr mode_t kMode = 0755;
+    return mkdir(host->c_str(), kMode) == 0 ? TRUE : call.Fail(ErrorOf(errno));
+}
+
+HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE, PWSTR* path)
+{
+    Call call(fn_get_known_folder_path);
+    *path = nullptr;
+    if (call.Fails()) return static_cast<HRESULT>(call.error());
+    if (std::memcmp(&folder, &FOLDERID_ProgramData, sizeof(GUID)) != 0) return kNoSuchFolder;
+    const fs::path host = call.machine.disk.HostPath(kProgramData);
+    std::error_code error;
+    if (flags & KF_FLAG_CREATE) fs::create_directories(host, error);
+    if (!fs::is_directory(host, error)) return kNoSuchFolder;
+    *path = CopyToTaskMemory(call, kProgramData);
+    return S_OK;
+}
+
+HANDLE WINAPI GetStdHandle(DWORD which)
+{
+    Call call(fn_get_std_handle);
+    if (call.Fails()) return INVALID_HANDLE_VALUE;
+    return which == STD_OUTPUT_HANDLE ? kConsole : FailToOpen(call, ERROR_INVALID_HANDLE);
+}
+
+int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount, LPSTR bytes,
+                               int bytesCount, LPCSTR defaultChar, BOOL* usedDefault)
+{
+    Call call(fn_wide_char_to_multi_byte);
+    if (call.Fails()) return 0;
+    const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
+    if (!understood || !wide || wideCount == 0 || wideCount < -1 || bytesCount < 0) {
+        return call.Fail(ERROR_INVALID_PARAMETER);
+    }
+    const std::size_t count =
+        wideCount == -1 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(wideCount);
+    const std::string converted = ToUtf8({wide, count});
+    const int needed = static_cast<int>(converted.size());
+    if (bytesCount == 0) return needed;
+    if (bytesCount < needed) return call.Fail(ERROR_INSUFFICIENT_BUFFER);
+    std::ranges::copy(converted, bytes);
+    return needed;
+}
+}

@@ -1,0 +1,57 @@
+// The Application event log and its viewer.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/eventlog.h"
+#include "platform/virtual/base/names.h"
+#include "platform/virtual/base/time.h"
+#include "platform/virtual/eventlog/message_file.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+struct EventRecord
+{
+    CalendarTime clock;  // set by the log
+    std::wstring source;
+    WORD type = 0;
+    WORD category = 0;
+    DWORD event_id = 0;
+    std::vector<std::wstring> strings;
+    std::vector<BYTE> data;
+};
+
+class EventLog
+{
+public:
+    explicit EventLog(Machine& machine) : m_machine(machine) {}
+
+    const std::vector<EventRecord>& records() const { return m_records; }
+    void Add(EventRecord record);
+
+    // Gives a module on the PC's disk the message texts of a file in the message compiler's form,
+    // in place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
+    void AddMessageFile(std::wstring_view module_path, const std::string& messages);
+
+    // What the viewer shows: the message text with its insertions, found through the source's
+    // registration; or, when that finds no text, that the description cannot be found, and the
+    // insertion strings.
+    std::wstring Text(const EventRecord& record) const;
+    // The category's name, or its number in parentheses where no file names it; "None" for 0.
+    std::wstring Category(const EventRecord& record) const;
+
+private:
+    const std::wstring* FindMessage(const std::wstring& source, std::wstring_view file_value,
+                                    DWORD id) const;
+
+    Machine& m_machine;
+    std::vector<EventRecord> m_records;
+    std::map<std::wstring, MessageTable, NoCase> m_messages;  // by module
+};
+
+}  // namespace virtual_pc

@@ -1,0 +1,195 @@
+#include "platform/virtual/power/power.h"
+
+#include <algorithm>
+
+#include "platform/com.h"
+#include "platform/virtual/announcer/announcer.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/power/sleep.h"
+
+namespace virtual_pc {
+
+Power::Power(Machine& machine, Announcer& announcer) : m_machine(machine)
+{
+    announcer.Provide(GUID_ACDC_POWER_SOURCE, [this] { return SettingBytes(Present().source); });
+    announcer.Provide(GUID_POWERSCHEME_PERSONALITY,
+                      [this] { return SettingBytes(active().personality); });
+    announcer.Provide(GUID_STANDBY_TIMEOUT,
+                      [this] { return SettingBytes(Present().sleep_timeout.value_or(0)); });
+}
+
+Power::Announced Power::Present() const
+{
+    const DWORD on_battery = batteries_short_term ? 2 : 1;
+    return {source() == PowerSource::ac ? 0 : on_battery, active().guid,
+            InForce(GUID_STANDBY_TIMEOUT)};
+}
+
+void Power::AnnounceChangesSince(const Announced& before)
+{
+    const Announced now = Present();
+    const auto announce = [&](const GUID& setting) { m_machine.announcer.SettingChanged(setting); };
+    if (now.source != before.source) announce(GUID_ACDC_POWER_SOURCE);
+    if (!IsEqualGUID(now.plan, before.plan)) announce(GUID_POWERSCHEME_PERSONALITY);
+    if (now.sleep_timeout != before.sleep_timeout) announce(GUID_STANDBY_TIMEOUT);
+}
+
+// --- Source and battery ---
+
+void Power::RecordSource()
+{
+    m_machine.journal.Record("power source",
+                             {{"source", std::wstring(source() == PowerSource::ac ? L"ac" : L"dc")},
+                              {"percent", std::uint64_t{battery_percent}}});
+}
+
+void Power::RunOnBattery(BYTE percent, bool short_term)
+{
+    const Hold hold(m_machine);
+    const Announced before = Present();
+    line = 0;
+    battery_present = true;
+    battery_percent = percent;
+    batteries_short_term = short_term;
+    RecordSource();
+    AnnounceChangesSince(before);
+}
+
+void Power::RunOnMains()
+{
+    const Hold hold(m_machine);
+    const Announced before = Present();
+    line = 1;
+    RecordSource();
+    AnnounceChangesSince(before);
+}
+
+// --- Plans ---
+
+PowerPlan& Power::AddPlan(std::wstring_view name, const GUID& guid, const GUID& like)
+{
+    const Hold hold(m_machine);
+    return m_plans.Add(name, guid, like);
+}
+
+std::optional<DWORD> Power::InForce(const GUID& setting) const
+{
+    const Hold hold(m_machine);
+    return m_plans.InForce(setting, source());
+}
+
+bool Power::Activate(const GUID& plan)
+{
+    const Hold hold(m_machine);
+    const Announced before = Present();
+    const std::wstring plan_before = active().name;
+    if (!m_plans.Activate(plan)) return false;
+    m_machine.journal.Record(
+        "plan activated",
+        {{"plan", active().name}, {"guid", FormatGuid(active().guid)}, {"before", plan_before}});
+    AnnounceChangesSince(before);
+    return true;
+}
+
+std::optional<DWORD> Power::Read(const GUID& plan, const GUID& setting, PowerSource from)
+{
+    const Hold hold(m_machine);
+    return m_plans.Read(plan, setting, from);
+}
+
+bool Power::Write(const GUID& plan, const GUID& setting, PowerSource to, DWORD value)
+{
+    const Hold hold(m_machine);
+    if (!m_plans.Write(plan, setting, to, value)) return false;
+    m_machine.journal.Record("plan written",
+                             {{"plan", FindPlan(plan)->name},
+                              {"setting", std::wstring(PowerSettingName(setting))},
+                              {"source", std::wstring(to == PowerSource::ac ? L"ac" : L"dc")},
+                              {"value", std::uint64_t{value}}});
+    return true;
+}
+
+// --- Requests ---
+
+void PowerRequest::Closed()
+{
+    Power& power = Machine::Current().power;
+    for (std::size_t type = 0; type < counts.size(); ++type) {
+        while (counts[type] > 0) power.ClearRequest(*this, static_cast<POWER_REQUEST_TYPE>(type));
+    }
+}
+
+std::shared_ptr<PowerRequest> Power::NewRequest(std::wstring owner, std::wstring reason)
+{
+    const Hold hold(m_machine);
+    auto request = std::make_shared<PowerRequest>(std::move(owner), std::move(reason));
+    std::erase_if(m_requests, [](const auto& known) { return known.expired(); });
+    m_requests.push_back(request);
+    return request;
+}
+
+namespace {
+
+constexpr std::wstring_view kRequestNames[] = {L"display", L"system", L"away"};
+
+}  // namespace
+
+bool Power::SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
+{
+    const Hold hold(m_machine);
+    const int count = ++request.counts[type];
+    m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
+                                         {"what", std::wstring(L"set")},
+                                         {"count", std::int64_t{count}},
+                                         {"reason", request.reason}});
+    m_machine.sleep.Reconsider();
+    return true;
+}
+
+bool Power::ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
+{
+    const Hold hold(m_machine);
+    if (request.counts[type] == 0) return false;
+    const int count = --request.counts[type];
+    m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
+                                         {"what", std::wstring(L"cleared")},
+                                         {"count", std::int64_t{count}},
+                                         {"reason", request.reason}});
+    m_machine.sleep.Reconsider();
+    return true;
+}
+
+bool Power::Held(POWER_REQUEST_TYPE type) const
+{
+    const Hold hold(m_machine);
+    return std::ranges::any_of(m_requests, [&](const auto& known) {
+        const auto request = known.lock();
+        return request && request->counts[type] > 0;
+    });
+}
+
+std::wstring Power::Listing() const
+{
+    const Hold hold(m_machine);
+    if (listing_instead) return *listing_instead;
+    static constexpr std::wstring_view kSections[] = {L"DISPLAY:\n", L"SYSTEM:\n", L"AWAYMODE:\n"};
+    std::wstring listing;
+    for (std::size_t type = 0; type < std::size(kSections); ++type) {
+        listing += kSections[type];
+        bool any = false;
+        for (const auto& known : m_requests) {
+            const auto request = known.lock();
+            if (!request || request->counts[type] == 0) continue;
+            any = true;
+            listing += request->service ? L"[SERVICE] " : L"[PROCESS] ";
+            // The system names programs by their volume's device, not by its letter.
+            listing += LR"(\Device\HarddiskVolume1)" + request->owner.substr(2) + L"\n";
+            if (!request->reason.empty()) listing += request->reason + L"\n";
+        }
+        if (!any) listing += L"None.\n";
+        listing += L"\n";
+    }
+    return listing;
+}
+
+}  // namespace virtual_pc

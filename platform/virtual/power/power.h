@@ -1,0 +1,96 @@
+// Power plans and their values, the power source, capabilities, and power requests.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/power.h"
+#include "platform/virtual/core/handles.h"
+#include "platform/virtual/power/power_plans.h"
+
+namespace virtual_pc {
+
+class Announcer;
+class Machine;
+
+// What a power request's handle stands for.
+class PowerRequest final : public Object
+{
+public:
+    PowerRequest(std::wstring program, std::wstring why)
+        : owner(std::move(program)), reason(std::move(why))
+    {
+    }
+    std::string_view Kind() const override { return "power request"; }
+    std::wstring Name() const override { return reason; }
+    void Closed() override;
+
+    const std::wstring owner;  // the program's path
+    const std::wstring reason;
+    bool service = false;
+    std::array<int, 3> counts{};  // by POWER_REQUEST_TYPE
+};
+
+class Power
+{
+public:
+    Power(Machine& machine, Announcer& announcer);
+
+    // --- Plans ---
+    PowerPlan& AddPlan(std::wstring_view name, const GUID& guid, const GUID& like);
+    const std::map<GUID, PowerPlan, GuidLess>& plans() const { return m_plans.all(); }
+    PowerPlan* FindPlan(const GUID& guid) { return m_plans.Find(guid); }
+    PowerPlan* FindPlan(std::wstring_view name) { return m_plans.Find(name); }
+    const PowerPlan& active() const { return m_plans.active(); }
+    // The value in force for the present power source.
+    std::optional<DWORD> InForce(const GUID& setting) const;
+    // Activates a plan, as a user does in the control panel or a program by its function.
+    bool Activate(const GUID& plan);
+    std::optional<DWORD> Read(const GUID& plan, const GUID& setting, PowerSource source);
+    bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
+
+    // --- Source and battery ---
+    // Switch the PC to its battery (`short_term`: to an uninterruptible power supply) and back to
+    // mains power. Changes of the source and of the sleep time-out in force are announced.
+    void RunOnBattery(BYTE percent, bool short_term = false);
+    void RunOnMains();
+    BYTE line = 1;               // 0 battery, 1 mains, 255 unknown
+    BYTE battery_percent = 255;  // 255 unknown, as without a battery
+    bool battery_present = false;
+    bool batteries_short_term = false;  // an uninterruptible power supply
+    bool s3_supported = true;
+    PowerSource source() const { return line == 1 ? PowerSource::ac : PowerSource::dc; }
+
+    // --- Requests ---
+    std::shared_ptr<PowerRequest> NewRequest(std::wstring owner, std::wstring reason);
+    bool SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type);
+    // False when the request does not hold the type.
+    bool ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type);
+    bool Held(POWER_REQUEST_TYPE type) const;
+    // The listing of the outstanding requests, in the form of "powercfg -requests".
+    std::wstring Listing() const;
+    // When set, printed in place of that, as another version of Windows may print it.
+    std::optional<std::wstring> listing_instead;
+
+private:
+    // The values whose changes are announced.
+    struct Announced
+    {
+        DWORD source;
+        GUID plan;  // whose personality is announced
+        std::optional<DWORD> sleep_timeout;
+    };
+    Announced Present() const;
+    void AnnounceChangesSince(const Announced& before);
+    void RecordSource();
+
+    Machine& m_machine;
+    PowerPlans m_plans;
+    std::vector<std::weak_ptr<PowerRequest>> m_requests;
+};
+
+}  // namespace virtual_pc

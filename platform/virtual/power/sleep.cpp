@@ -1,0 +1,216 @@
+#include "platform/virtual/power/sleep.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "platform/com.h"
+#include "platform/service.h"
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/thread.h"
+#include "platform/virtual/core/waitable.h"
+#include "platform/virtual/power/battery.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/processor.h"
+#include "platform/virtual/power/user.h"
+
+namespace virtual_pc {
+namespace {
+
+class Resume final : public Waitable
+{
+public:
+    std::string_view Kind() const override { return "resume"; }
+};
+
+constexpr Duration kPatience = std::chrono::seconds{20};
+
+}  // namespace
+
+SleepState::SleepState(Machine& machine, Announcer& announcer)
+    : m_machine(machine), m_resumed(std::make_shared<Resume>())
+{
+    announcer.Provide(GUID_SYSTEM_AWAYMODE, [this] { return SettingBytes(m_away ? 1 : 0); });
+    announcer.Add(*this);
+}
+
+SleepState::~SleepState() { m_machine.announcer.Remove(*this); }
+
+// The power source, the plan and the sleep time-out in force determine when the PC is idle and how
+// its battery drains.
+bool SleepState::Hear(const Announcement& announcement, const std::function<void()>&)
+{
+    if (!announcement.setting) return false;
+    for (const GUID& changed :
+         {GUID_ACDC_POWER_SOURCE, GUID_POWERSCHEME_PERSONALITY, GUID_STANDBY_TIMEOUT}) {
+        if (!IsEqualGUID(*announcement.setting, changed)) continue;
+        Reconsider();
+        m_machine.battery.Reconsider();
+    }
+    return false;
+}
+
+// --- Going to sleep ---
+
+bool SleepState::AwayHeld() const
+{
+    const Power& power = m_machine.power;
+    return power.Held(PowerRequestAwayModeRequired) &&
+           power.InForce(GUID_ALLOW_AWAYMODE).value_or(0) != 0;
+}
+
+bool SleepState::Ask(std::wstring_view why, bool wake_timers)
+{
+    const Hold hold(m_machine);
+    if (m_phase != Phase::awake) return true;
+    if (AwayHeld()) {
+        EnterAway();
+        return true;
+    }
+    if (!m_machine.power.s3_supported) return false;
+    m_wake_timers = wake_timers;
+    Suspend(why);
+    return true;
+}
+
+void SleepState::EnterAway()
+{
+    if (m_away) return;
+    m_away = true;
+    m_machine.user.Leaves();
+    m_machine.journal.Record("away mode", {{"on", true}});
+    m_machine.announcer.SettingChanged(GUID_SYSTEM_AWAYMODE);
+    m_machine.user.TurnDisplayOff();
+    Reconsider();
+}
+
+void SleepState::Suspend(std::wstring_view why)
+{
+    m_phase = Phase::suspending;
+    m_button_pressed = false;
+    m_resumed->Unsignal();
+    m_machine.scheduler.Cancel(m_idle);
+    m_machine.user.Leaves();
+    Record(L"suspends", why);
+    m_machine.scheduler.Set(m_patience, m_machine.now() + kPatience);
+    m_machine.announcer.PowerEvent(PBT_APMSUSPEND, [this, sleep = ++m_sleeps] {
+        if (m_phase == Phase::suspending && sleep == m_sleeps) FallAsleep();
+    });
+}
+
+void SleepState::FallAsleep()
+{
+    m_phase = Phase::asleep;
+    m_machine.scheduler.Cancel(m_patience);
+    m_machine.user.TurnDisplayOff();
+    m_machine.processor.SetRunning(false);
+    m_machine.battery.Reconsider();
+    Record(L"asleep", L"");
+    m_machine.scheduler.StandStill();
+    // The power button was pressed when the suspend could no longer be stopped.
+    if (m_button_pressed) WakeByUser();
+}
+
+void SleepState::AwaitResume(Thread& self)
+{
+    if (m_phase == Phase::awake) return;
+    Waitable::WaitFor(m_machine, self, {m_resumed}, false, kNever);
+}
+
+// --- Waking ---
+
+bool SleepState::WakeTimersAllowed() const
+{
+    return m_wake_timers && m_machine.power.InForce(GUID_ALLOW_RTC_WAKE).value_or(0) != 0;
+}
+
+void SleepState::WakeByTimer()
+{
+    const Hold hold(m_machine);
+    if (m_phase == Phase::asleep && WakeTimersAllowed()) Wake(L"a timer");
+}
+
+void SleepState::WakeByUser()
+{
+    const Hold hold(m_machine);
+    if (m_phase == Phase::suspending) {
+        m_button_pressed = true;
+        return;
+    }
+    if (m_phase == Phase::asleep) Wake(L"the user");
+    m_machine.user.Input();
+}
+
+void SleepState::Wake(std::wstring_view by)
+{
+    m_phase = Phase::awake;
+    m_unattended = true;
+    m_wake_timers = true;
+    m_resumed_at = m_machine.now();
+    m_machine.processor.SetRunning(true);
+    m_machine.battery.Reconsider();
+    Record(L"wakes", by);
+    m_machine.scheduler.GoOn();
+    m_machine.announcer.PowerEvent(PBT_APMRESUMEAUTOMATIC);
+    m_resumed->Signal();
+    Reconsider();
+}
+
+void SleepState::OnInput()
+{
+    if (m_phase != Phase::awake) return;
+    if (std::exchange(m_unattended, false)) m_machine.announcer.PowerEvent(PBT_APMRESUMESUSPEND);
+    if (!std::exchange(m_away, false)) return;
+    m_machine.journal.Record("away mode", {{"on", false}});
+    m_machine.announcer.SettingChanged(GUID_SYSTEM_AWAYMODE);
+}
+
+// --- Idleness ---
+
+bool SleepState::KeptAwake() const
+{
+    const Power& power = m_machine.power;
+    return power.Held(PowerRequestSystemRequired) || power.Held(PowerRequestDisplayRequired);
+}
+
+std::optional<Instant> SleepState::IdleDeadline() const
+{
+    const DWORD seconds = m_machine.power.InForce(GUID_STANDBY_TIMEOUT).value_or(0);
+    if (seconds == 0) return std::nullopt;
+    return std::max(m_machine.user.last_input(), m_resumed_at) + std::chrono::seconds{seconds};
+}
+
+DWORD SleepState::IdleSecondsLeft() const
+{
+    const Hold hold(m_machine);
+    const std::optional<Instant> deadline = IdleDeadline();
+    if (!deadline) return std::numeric_limits<std::int32_t>::max();
+    const auto left = std::chrono::floor<std::chrono::seconds>(*deadline - m_machine.now());
+    return static_cast<DWORD>(left.count());
+}
+
+// The idle timer fires only when all threads are blocked, even if it is due at once, so that a
+// thread which changes several requests in a row is not interrupted by sleep.
+void SleepState::Reconsider()
+{
+    const Hold hold(m_machine);
+    m_machine.user.Reconsider();
+    m_machine.scheduler.Cancel(m_idle);
+    const std::optional<Instant> deadline = IdleDeadline();
+    if (m_phase != Phase::awake || m_machine.user.works() || !deadline || KeptAwake()) return;
+    if (m_away && AwayHeld()) return;
+    m_machine.scheduler.Set(m_idle, std::max(*deadline, m_machine.now()));
+}
+
+void SleepState::OnIdle()
+{
+    Ask(L"idle");
+    // When the PC cannot sleep, the next Reconsider sets the timer again.
+}
+
+void SleepState::Record(std::wstring_view what, std::wstring_view why)
+{
+    m_machine.journal.Record("sleep", {{"what", std::wstring(what)}, {"why", std::wstring(why)}});
+}
+
+}  // namespace virtual_pc

@@ -1,0 +1,110 @@
+// The registry: keys by name without regard to letter case, values with their types.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/registry.h"
+#include "platform/virtual/base/names.h"
+#include "platform/virtual/core/handles.h"
+
+namespace virtual_pc {
+
+class Machine;
+
+// A value's type and data. Strings are kept as the service sees them: wchar_t with a terminator.
+struct RegistryValue
+{
+    DWORD type = REG_NONE;
+    std::vector<BYTE> data;
+
+    static RegistryValue Dword(DWORD value);
+    static RegistryValue String(std::wstring_view text, DWORD type = REG_SZ);
+
+    // The data as text, up to the first terminator.
+    std::wstring Text() const;
+};
+
+// A key. Paths below it are names joined by backslashes; an empty one is the key itself. With the
+// machine held.
+struct RegistryNode : std::enable_shared_from_this<RegistryNode>
+{
+    std::map<std::wstring, std::shared_ptr<RegistryNode>, NoCase> keys;
+    std::map<std::wstring, RegistryValue, NoCase> values;  // "" is the default value
+    bool deleted = false;                                  // its handles fail from then on
+
+    std::shared_ptr<RegistryNode> Find(std::wstring_view path);
+    std::shared_ptr<RegistryNode> Create(std::wstring_view path);
+    // With everything below it; false when it is not there.
+    bool Delete(std::wstring_view path);
+
+private:
+    void MarkDeleted();
+};
+
+enum class RegistryRoot
+{
+    local_machine,
+    current_user,
+    classes,
+};
+
+struct RegistryPath
+{
+    RegistryRoot root;
+    std::wstring path;
+};
+
+// Paths name their root in either form: HKLM\Software\... or HKEY_LOCAL_MACHINE\Software\...
+// (HKCU, HKCR alike). HKCR shows the user's classes over the machine's, as the real one does.
+class Registry
+{
+public:
+    explicit Registry(Machine& machine);
+
+    // Each sets or reads one value, creating missing keys; a path without a known root throws
+    // std::invalid_argument that says so.
+    void Set(std::wstring_view path, std::wstring_view name, RegistryValue value);
+    void SetDword(std::wstring_view path, std::wstring_view name, DWORD value);
+    void SetString(std::wstring_view path, std::wstring_view name, std::wstring_view text);
+    std::optional<RegistryValue> Get(std::wstring_view path, std::wstring_view name) const;
+    std::optional<DWORD> GetDword(std::wstring_view path, std::wstring_view name) const;
+    std::optional<std::wstring> GetString(std::wstring_view path, std::wstring_view name) const;
+    bool HasKey(std::wstring_view path) const;
+    bool DeleteKey(std::wstring_view path);
+    bool DeleteValue(std::wstring_view path, std::wstring_view name);
+
+    // Reads a .reg file (version 5; UTF-16 with a byte-order mark, or UTF-8) and applies it whole,
+    // or not at all: throws std::runtime_error "FILE:LINE: what is wrong".
+    void Import(const std::string& file);
+    // Writes everything below `path` as a .reg file (UTF-16). Throws std::runtime_error.
+    void Export(const std::string& file, std::wstring_view path) const;
+
+    // The whole registry, kept between runs in one file.
+    void Load(const std::string& file);
+    void Save(const std::string& file) const;
+
+    // --- For the other facets, by root and path; with the machine held ---
+    static RegistryPath Parse(std::wstring_view path);
+    // "HKLM\Software\..."
+    static std::wstring Spell(const RegistryPath& path);
+    // Null when it is not there.
+    std::shared_ptr<RegistryNode> FindKey(const RegistryPath& path) const;
+    // Finds it, or makes it and the keys on its way.
+    std::shared_ptr<RegistryNode> CreateKey(const RegistryPath& path);
+
+private:
+    std::shared_ptr<RegistryNode> CreateKey(std::wstring_view path);
+    RegistryPath Resolve(const RegistryPath& path) const;
+    std::shared_ptr<RegistryNode> RootOf(RegistryRoot root) const;
+
+    Machine& m_machine;
+    std::shared_ptr<RegistryNode> m_local_machine;
+    std::shared_ptr<RegistryNode> m_current_user;
+};
+
+}  // namespace virtual_pc

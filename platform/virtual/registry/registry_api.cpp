@@ -1,0 +1,261 @@
+// The registry's functions.
+
+#include "platform/registry.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/virtual/core/call.h"
+#include "platform/virtual/registry/registry.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+constexpr LSTATUS kErrorKeyDeleted = 1018;
+
+// What an open key's handle stands for.
+class OpenKey final : public Object
+{
+public:
+    OpenKey(RegistryPath key_path, std::shared_ptr<RegistryNode> key)
+        : path(std::move(key_path)), node(std::move(key))
+    {
+    }
+    std::string_view Kind() const override { return "registry key"; }
+    std::wstring Name() const override { return Registry::Spell(path); }
+
+    const RegistryPath path;
+    const std::shared_ptr<RegistryNode> node;
+};
+
+Function fn_reg_create_key{"RegCreateKeyW", Failing::status};
+Function fn_reg_open_key{"RegOpenKeyW", Failing::status};
+Function fn_reg_open_key_ex{"RegOpenKeyExW", Failing::status};
+Function fn_reg_close_key{"RegCloseKey", Failing::status, Role::releases};
+Function fn_reg_get_value{"RegGetValueW", Failing::status};
+Function fn_reg_query_value_ex{"RegQueryValueExW", Failing::status};
+Function fn_reg_delete_value{"RegDeleteValueW", Failing::status};
+Function fn_reg_delete_tree{"RegDeleteTreeW", Failing::status};
+Function fn_reg_set_value_ex{"RegSetValueExW", Failing::status};
+
+struct Root
+{
+    HKEY key;
+    RegistryRoot root;
+};
+const Root kRoots[] = {{HKEY_LOCAL_MACHINE, RegistryRoot::local_machine},
+                       {HKEY_CURRENT_USER, RegistryRoot::current_user},
+                       {HKEY_CLASSES_ROOT, RegistryRoot::classes}};
+
+bool IsRoot(HKEY key) { return std::ranges::find(kRoots, key, &Root::key) != std::end(kRoots); }
+
+// The path that a handle and a path below it lead to; an error when the handle is not open. The
+// registry functions do not change the last error.
+LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path)
+{
+    const auto root = std::ranges::find(kRoots, key, &Root::key);
+    if (root != std::end(kRoots)) {
+        path = {root->root, L""};
+    } else {
+        const DWORD last_error = call.thread.last_error;
+        const auto* open = call.Find<OpenKey>(reinterpret_cast<HANDLE>(key));
+        call.thread.last_error = last_error;
+        if (!open) return ERROR_INVALID_HANDLE;
+        if (open->node->deleted) return kErrorKeyDeleted;
+        path = open->path;
+    }
+    if (below && *below) path.path += (path.path.empty() ? L"" : L"\\") + std::wstring(below);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS OpenAt(Call& call, const RegistryPath& path, std::shared_ptr<RegistryNode> node,
+               HKEY* result)
+{
+    if (!node) return ERROR_FILE_NOT_FOUND;
+    *result = reinterpret_cast<HKEY>(call.Open(std::make_shared<OpenKey>(path, std::move(node))));
+    return ERROR_SUCCESS;
+}
+
+LSTATUS OpenExisting(Function& function, HKEY key, LPCWSTR subKey, HKEY* result)
+{
+    Call call(function);
+    if (!result) return ERROR_INVALID_PARAMETER;
+    *result = nullptr;
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    return OpenAt(call, path, call.machine.registry.FindKey(path), result);
+}
+
+// The type restrictions, one bit for each type.
+struct TypeBit
+{
+    DWORD type;
+    DWORD bit;
+};
+constexpr TypeBit kTypeBits[] = {
+    {REG_NONE, RRF_RT_REG_NONE},           {REG_SZ, RRF_RT_REG_SZ},
+    {REG_EXPAND_SZ, RRF_RT_REG_EXPAND_SZ}, {REG_BINARY, RRF_RT_REG_BINARY},
+    {REG_DWORD, RRF_RT_REG_DWORD},         {REG_MULTI_SZ, RRF_RT_REG_MULTI_SZ},
+    {REG_QWORD, RRF_RT_REG_QWORD}};
+
+LSTATUS CheckType(const RegistryValue& value, DWORD flags)
+{
+    const auto known = std::ranges::find(kTypeBits, value.type, &TypeBit::type);
+    const bool any = (flags & RRF_RT_ANY) == RRF_RT_ANY;
+    if (!any && (known == std::end(kTypeBits) || !(flags & known->bit))) {
+        return ERROR_UNSUPPORTED_TYPE;
+    }
+    // RRF_RT_DWORD also admits REG_BINARY, but only of the size of a DWORD.
+    const bool number_wanted = (flags & RRF_RT_ANY) == RRF_RT_DWORD;
+    if (number_wanted && value.data.size() != sizeof(DWORD)) return ERROR_INVALID_DATA;
+    return ERROR_SUCCESS;
+}
+
+std::vector<BYTE> Terminated(const RegistryValue& value)
+{
+    std::vector<BYTE> data = value.data;
+    if (value.type != REG_SZ && value.type != REG_EXPAND_SZ && value.type != REG_MULTI_SZ) {
+        return data;
+    }
+    data.resize(data.size() / sizeof(wchar_t) * sizeof(wchar_t));
+    wchar_t last = L'x';
+    if (!data.empty()) {
+        std::memcpy(&last, data.data() + data.size() - sizeof(wchar_t), sizeof(wchar_t));
+    }
+    if (last != L'\0') data.resize(data.size() + sizeof(wchar_t));
+    return data;
+}
+
+}  // namespace
+
+extern "C" {
+
+LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
+{
+    Call call(fn_reg_create_key);
+    if (!result) return ERROR_INVALID_PARAMETER;
+    *result = nullptr;
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    return OpenAt(call, path, call.machine.registry.CreateKey(path), result);
+}
+
+LSTATUS WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
+{
+    return OpenExisting(fn_reg_open_key, key, subKey, result);
+}
+
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, HKEY* result)
+{
+    return OpenExisting(fn_reg_open_key_ex, key, subKey, result);
+}
+
+LSTATUS WINAPI RegCloseKey(HKEY key)
+{
+    Call call(fn_reg_close_key);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (IsRoot(key)) return ERROR_SUCCESS;
+    const DWORD last_error = call.thread.last_error;
+    const bool open = call.Find<OpenKey>(reinterpret_cast<HANDLE>(key)) != nullptr;
+    call.thread.last_error = last_error;
+    if (!open) return ERROR_INVALID_HANDLE;
+    call.machine.handles.Close(reinterpret_cast<HANDLE>(key));
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type,
+                            PVOID data, LPDWORD size)
+{
+    Call call(fn_reg_get_value);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (data && !size) return ERROR_INVALID_PARAMETER;
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
+    if (!node) return ERROR_FILE_NOT_FOUND;
+    const auto found = node->values.find(name ? name : L"");
+    if (found == node->values.end()) return ERROR_FILE_NOT_FOUND;
+
+    const RegistryValue& value = found->second;
+    if (type) *type = value.type;
+    if (const LSTATUS error = CheckType(value, flags)) return error;
+    const std::vector<BYTE> bytes = Terminated(value);
+    const DWORD room = size ? *size : 0;
+    if (size) *size = static_cast<DWORD>(bytes.size());
+    if (!data) return ERROR_SUCCESS;
+    if (room < bytes.size()) return ERROR_MORE_DATA;
+    std::ranges::copy(bytes, static_cast<BYTE*>(data));
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* data,
+                              DWORD size)
+{
+    Call call(fn_reg_set_value_ex);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (!data && size > 0) return ERROR_INVALID_PARAMETER;
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    RegistryValue value{type, {data, data + size}};
+    // Effect "registry": the key's `path`, the value's `name` and `type`, and its `data`: the
+    // number, the text, or how many bytes.
+    if (call.machine.journal.Listened()) {
+        DWORD number = size;
+        if (type == REG_DWORD && size == sizeof(number)) std::memcpy(&number, data, size);
+        const bool text = type == REG_SZ || type == REG_EXPAND_SZ;
+        call.machine.journal.Record(
+            "registry", {{"path", Registry::Spell(path)},
+                         {"name", std::wstring(name ? name : L"")},
+                         {"type", std::uint64_t{type}},
+                         {"data", text ? Value(value.Text()) : Value(std::uint64_t{number})}});
+    }
+    call.machine.registry.CreateKey(path)->values[name ? name : L""] = std::move(value);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, BYTE* data,
+                                LPDWORD size)
+{
+    Call call(fn_reg_query_value_ex);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (data && !size) return ERROR_INVALID_PARAMETER;
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
+    if (!node) return ERROR_FILE_NOT_FOUND;
+    const auto found = node->values.find(name ? name : L"");
+    if (found == node->values.end()) return ERROR_FILE_NOT_FOUND;
+    const std::vector<BYTE>& bytes = found->second.data;
+    if (type) *type = found->second.type;
+    const DWORD room = size ? *size : 0;
+    if (size) *size = static_cast<DWORD>(bytes.size());
+    if (!data) return ERROR_SUCCESS;
+    if (room < bytes.size()) return ERROR_MORE_DATA;
+    std::ranges::copy(bytes, data);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
+{
+    Call call(fn_reg_delete_value);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
+    return node && node->values.erase(name ? name : L"") ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+}
+
+LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey)
+{
+    Call call(fn_reg_delete_tree);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    if (!subKey || !*subKey) return ERROR_INVALID_PARAMETER;
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    const std::wstring spelled = Registry::Spell(path);
+    return call.machine.registry.DeleteKey(spelled) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+}
+}
