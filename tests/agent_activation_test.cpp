@@ -225,6 +225,7 @@ TEST_P(AgentStorm, ClientsOfAllKindsCallAndHearAtOnce)
     EXPECT_TRUE(server->left_open().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Lives, AgentStorm, ::testing::ValuesIn(LivesOf({.seeds = 8, .free = 3})));
+INSTANTIATE_TEST_SUITE_P(Lives, AgentStorm, ::testing::ValuesIn(LivesOf({.seeds = 8, .free = 3})),
+                         [](const auto& life) { return std::to_string(life.index); });
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <ostream>
 #include <string_view>
 
 #include "tests/fresh_service.h"
@@ -105,6 +106,11 @@ std::string LifeTrace(const Machine::Options& life)
     const std::string seed = std::to_string(life.seed);
     return "seed " + seed + (life.free ? ", free" : "") + "; repeat: HOLV_SEEDS=" + seed + "-" +
            seed + " " + Program() + " --gtest_filter=" + RunningTest();
+}
+
+void virtual_pc::PrintTo(const Machine::Options& life, std::ostream* out)
+{
+    *out << "seed " << life.seed << (life.free ? ", free" : "");
 }
 
 void Storm(const StormSize& size, const std::function<void(Machine::Options)>& live)

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,11 @@ std::vector<virtual_pc::Machine::Options> LivesOf(const StormSize& size);
 
 // What a failure in this life says: the seed, and the command that repeats it.
 std::string LifeTrace(const virtual_pc::Machine::Options& life);
+
+// Lets GoogleTest name a life by its seed, and not by the bytes of its options.
+namespace virtual_pc {
+void PrintTo(const Machine::Options& life, std::ostream* out);
+}
 
 // Calls `live` for each life, with the service's data fresh, until one fails.
 void Storm(const StormSize& size, const std::function<void(virtual_pc::Machine::Options)>& live);
