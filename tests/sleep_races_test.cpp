@@ -167,7 +167,7 @@ class SleepRaceTest : public ::testing::TestWithParam<Race>
 
 TEST_P(SleepRaceTest, WhateverTheOrderThePcComesToRestAsItsStateSays)
 {
-    Storm({.seeds = 60, .free = kRunFree ? 60u : 0u}, [](const Machine::Options& life) {
+    Storm({.seeds = 60, .free = kRunFree ? 20u : 0u}, [](const Machine::Options& life) {
         RacePc race(life);
         GetParam().settings(race);
         race.StartService();
