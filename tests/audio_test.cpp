@@ -357,7 +357,7 @@ TEST_F(AudioTest, ARegistrationThatCannotBeRemovedDoesNoHarm)
     desk.SetMute(true);
     pc.Settle();
     EXPECT_EQ(heard.Times("pRegDevice is NUL"), 1);
-    EXPECT_EQ(heard.Times("OnAudioDeviceMuteStateChange entry"), 1) << "nobody else listens";
+    EXPECT_EQ(heard.Times("OnAudioDeviceMuteStateChange entry"), 1) << "one callback is registered";
     Stop();
     std::multiset<std::string> left;
     for (const LeftOpen& open : m_service->left_open()) left.insert(open.kind);

@@ -309,7 +309,7 @@ TEST(MachineTest, AStuckMachineTellsWhatEachThreadWaitsFor)
         FAIL() << "it cannot end";
     } catch (const StuckMachine& stuck) {
         EXPECT_STREQ(stuck.what(),
-                     "the machine is stuck: nobody can run, and nothing is going to happen\n"
+                     "the machine is stuck: all threads are blocked, and no alarm is left\n"
                      "  thread 0x1000: for an object to be signalled\n");
     }
 }

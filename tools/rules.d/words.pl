@@ -56,6 +56,10 @@ sub lines_with {
     return @found;
 }
 
+# What is planted for that rule, written backwards so that the rule does not find it here.
+my ($paper, $volume, $part, $section, $file) =
+    map { scalar reverse } 'noitacificepS', '2 traP', '1.3 traP', '7 noitces', 'dm.ceps';
+
 (
     {
         name => 'words',
@@ -79,16 +83,12 @@ sub lines_with {
         says => 'nothing names a document that the system is built from',
         check => sub { lines_with($_[0], $source, "names a document outside the tree; say the reason itself") },
         planted => {
-            'docs/why.md' => "SPDX, inspect, specific, Part 2 of two.\nAs the Specificatio"
-                . "n has it in Part 3" . ".1 and sectio" . "n 7.\n",
-            'log/l.cpp' => "// See spec." . "md.\n",
+            'docs/why.md' => "SPDX, inspect, specific, $volume of two.\nAs the $paper has it in $part and $section.\n",
+            'log/l.cpp' => "// See $file.\n",
         },
-        found => [
-            'docs/why.md:2: "Specificatio' . 'n" names a document outside the tree; say the reason itself',
-            'docs/why.md:2: "Part 3' . '.1" names a document outside the tree; say the reason itself',
-            'docs/why.md:2: "sectio' . 'n 7" names a document outside the tree; say the reason itself',
-            'log/l.cpp:1: "spec.' . 'md" names a document outside the tree; say the reason itself',
-        ],
+        found => [map { "$_ names a document outside the tree; say the reason itself" }
+            "docs/why.md:2: \"$paper\"", "docs/why.md:2: \"$part\"", "docs/why.md:2: \"$section\"",
+            "log/l.cpp:1: \"$file\""],
     },
     {
         name => 'paths',

@@ -77,4 +77,15 @@ std::wstring FromUtf8(std::string_view bytes)
     return text;
 }
 
+std::vector<std::wstring> PartsOf(std::wstring_view text, wchar_t separator)
+{
+    std::vector<std::wstring> parts;
+    for (std::size_t from = 0; from < text.size();) {
+        const std::size_t to = std::min(text.find(separator, from), text.size());
+        if (to > from) parts.emplace_back(text.substr(from, to - from));
+        from = to + 1;
+    }
+    return parts;
+}
+
 }  // namespace virtual_pc

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace virtual_pc {
 
@@ -10,5 +11,8 @@ namespace virtual_pc {
 // becomes U+FFFD.
 std::string ToUtf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view bytes);
+
+// The parts of a text between separators, without the empty ones.
+std::vector<std::wstring> PartsOf(std::wstring_view text, wchar_t separator);
 
 }  // namespace virtual_pc

@@ -71,4 +71,27 @@ private:
     std::optional<DWORD> m_error;
 };
 
+// The whole of a function that acts on the object of one handle. FALSE, with the last error set,
+// when a fault makes it fail or the handle is not that of a T.
+template <class T, class Action>
+BOOL ActOn(Function& function, HANDLE handle, Action action)
+{
+    Call call(function);
+    if (call.Fails()) return FALSE;
+    T* object = call.Find<T>(handle);
+    if (!object) return FALSE;
+    action(*object);
+    return TRUE;
+}
+
+// The whole of a function that closes a handle of one kind.
+template <class T>
+BOOL CloseHandleOf(Function& function, HANDLE handle)
+{
+    Call call(function);
+    if (call.Fails() || !call.Find<T>(handle)) return FALSE;
+    call.machine.handles.Close(handle);
+    return TRUE;
+}
+
 }  // namespace virtual_pc

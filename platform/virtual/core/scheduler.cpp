@@ -88,7 +88,7 @@ void Scheduler::Advance()
         }
     }
     if (NothingWakes()) return ReportStuck("the PC is asleep, and nothing is going to wake it");
-    if (next == kNever) return ReportStuck("nobody can run, and nothing is going to happen");
+    if (next == kNever) return ReportStuck("all threads are blocked, and no alarm is left");
     FireNext();
 }
 

@@ -94,11 +94,7 @@ HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* interfaceClass, PCWSTR enumerat
 
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set)
 {
-    Call call(fn_destroy_device_info_list);
-    if (call.Fails()) return FALSE;
-    if (!call.Find<DeviceInfoSet>(set)) return FALSE;
-    call.machine.handles.Close(set);
-    return TRUE;
+    return CloseHandleOf<DeviceInfoSet>(fn_destroy_device_info_list, set);
 }
 
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA device)

@@ -45,11 +45,7 @@ HANDLE WINAPI RegisterEventSourceW(LPCWSTR server, LPCWSTR source)
 
 BOOL WINAPI DeregisterEventSource(HANDLE log)
 {
-    Call call(fn_deregister_event_source);
-    if (call.Fails()) return FALSE;
-    if (!call.Find<EventSource>(log)) return FALSE;
-    call.machine.handles.Close(log);
-    return TRUE;
+    return CloseHandleOf<EventSource>(fn_deregister_event_source, log);
 }
 
 BOOL WINAPI ReportEventW(HANDLE log, WORD type, WORD category, DWORD eventId, PSID,

@@ -106,22 +106,12 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initial
 
 BOOL WINAPI SetEvent(HANDLE handle)
 {
-    Call call(fn_set_event);
-    if (call.Fails()) return FALSE;
-    Event* event = call.Find<Event>(handle);
-    if (!event) return FALSE;
-    event->Signal();
-    return TRUE;
+    return ActOn<Event>(fn_set_event, handle, [](Event& event) { event.Signal(); });
 }
 
 BOOL WINAPI ResetEvent(HANDLE handle)
 {
-    Call call(fn_reset_event);
-    if (call.Fails()) return FALSE;
-    Event* event = call.Find<Event>(handle);
-    if (!event) return FALSE;
-    event->Unsignal();
-    return TRUE;
+    return ActOn<Event>(fn_reset_event, handle, [](Event& event) { event.Unsignal(); });
 }
 
 HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCWSTR)
@@ -150,12 +140,7 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
 
 BOOL WINAPI CancelWaitableTimer(HANDLE handle)
 {
-    Call call(fn_cancel_waitable_timer);
-    if (call.Fails()) return FALSE;
-    Timer* timer = call.Find<Timer>(handle);
-    if (!timer) return FALSE;
-    timer->Disarm();
-    return TRUE;
+    return ActOn<Timer>(fn_cancel_waitable_timer, handle, [](Timer& timer) { timer.Disarm(); });
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds)
@@ -209,14 +194,7 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE
     return call.Open(thread->object);
 }
 
-BOOL WINAPI CloseHandle(HANDLE handle)
-{
-    Call call(fn_close_handle);
-    if (call.Fails()) return FALSE;
-    if (!call.Find<Object>(handle)) return FALSE;
-    call.machine.handles.Close(handle);
-    return TRUE;
-}
+BOOL WINAPI CloseHandle(HANDLE handle) { return CloseHandleOf<Object>(fn_close_handle, handle); }
 
 DWORD WINAPI GetCurrentThreadId() { return Thread::Self()->id; }
 

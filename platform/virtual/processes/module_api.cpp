@@ -107,10 +107,7 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR path)
 
 BOOL WINAPI FreeLibrary(HMODULE library)
 {
-    Call call(fn_free_library);
-    if (call.Fails()) return FALSE;
-    const HANDLE handle = reinterpret_cast<HANDLE>(library);
-    return call.Find<Library>(handle) && call.machine.handles.Close(handle);
+    return CloseHandleOf<Library>(fn_free_library, reinterpret_cast<HANDLE>(library));
 }
 
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name)

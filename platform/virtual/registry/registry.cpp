@@ -34,16 +34,7 @@ constexpr const wchar_t* kFirstKeys[] = {
     LR"(HKCU\Software\Classes)",
 };
 
-std::vector<std::wstring> KeyNames(std::wstring_view path)
-{
-    std::vector<std::wstring> names;
-    for (std::size_t from = 0; from < path.size();) {
-        const std::size_t to = std::min(path.find(L'\\', from), path.size());
-        if (to > from) names.emplace_back(path.substr(from, to - from));
-        from = to + 1;
-    }
-    return names;
-}
+std::vector<std::wstring> KeyNames(std::wstring_view path) { return PartsOf(path, L'\\'); }
 
 }  // namespace
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/virtual/base/text.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/registry/registry.h"
 #include "platform/virtual/services/service_manager.h"
@@ -26,13 +27,7 @@ std::vector<std::wstring> NamesIn(const RegistryValue& list)
 {
     std::wstring text(list.data.size() / sizeof(wchar_t), L'\0');
     std::memcpy(text.data(), list.data.data(), text.size() * sizeof(wchar_t));
-    std::vector<std::wstring> names;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find(L'\0', at), text.size());
-        if (end > at) names.push_back(text.substr(at, end - at));
-        at = end + 1;
-    }
-    return names;
+    return PartsOf(text, L'\0');
 }
 
 bool IsName(std::wstring_view name)

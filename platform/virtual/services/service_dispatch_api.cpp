@@ -132,10 +132,6 @@ HPOWERNOTIFY WINAPI RegisterPowerSettingNotification(HANDLE recipient, const GUI
 
 BOOL WINAPI UnregisterPowerSettingNotification(HPOWERNOTIFY registration)
 {
-    Call call(fn_unregister_power_setting);
-    if (call.Fails()) return FALSE;
-    if (!call.Find<PowerSettingRegistration>(registration)) return FALSE;
-    call.machine.handles.Close(registration);
-    return TRUE;
+    return CloseHandleOf<PowerSettingRegistration>(fn_unregister_power_setting, registration);
 }
 }
