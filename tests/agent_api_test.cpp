@@ -50,6 +50,12 @@ TEST_F(AgentTest, AnObjectMayBePartOfAnother)
 
 // --- The features ---
 
+std::string Line(const char* verb, const std::string& name, const char* before,
+                 const std::string& word)
+{
+    return verb + name + before + word;
+}
+
 TEST_F(AgentTest, EachFeatureIsStoredLoggedAndReadBack)
 {
     const struct
@@ -70,19 +76,17 @@ TEST_F(AgentTest, EachFeatureIsStoredLoggedAndReadBack)
         {6, L"DndToS3", &g_bDndToS3, "DND to S3", "enabled", "disabled"},
         {7, L"EnableHOLVOnDc", &g_bEnableHolvOnDC, "Holv on DC", "enabled", "disabled"},
     };
-    const auto line = [](const char* verb, const std::string& name, const char* before,
-                         const std::string& word) { return verb + name + before + word; };
     for (const auto& c : cases) {
         for (const LONG value : {0, 1, 2}) {
             heard.Forget();
             EXPECT_EQ(Client().Call(L"SetNeverSleepParam", {c.feature, value}).Words(), L"ok");
             const std::string word = value == 1 ? c.on : c.off;
-            EXPECT_TRUE(Joined(heard.Take()).starts_with(line("Setting ", c.name, " to ", word)));
+            EXPECT_TRUE(Joined(heard.Take()).starts_with(Line("Setting ", c.name, " to ", word)));
             EXPECT_EQ(pc.registry.GetDword(kUserKey, c.value_name), static_cast<DWORD>(value));
             EXPECT_EQ(*c.setting, static_cast<DWORD>(value));
             EXPECT_EQ(Client().Call(L"GetNeverSleepParam", {c.feature}, {VT_I4}).Words(),
                       std::to_wstring(value));
-            EXPECT_TRUE(heard.TakeHas(line("Returning ", c.name, " of ", word)));
+            EXPECT_TRUE(heard.TakeHas(Line("Returning ", c.name, " of ", word)));
         }
     }
     for (const LONG feature : {4, 8, 9, -1}) {
