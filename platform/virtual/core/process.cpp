@@ -41,7 +41,8 @@ LoadedImage::LoadedImage(const Image& image)
         }
     }
     close(source);
-    const std::string path = "/proc/self/fd/" + std::to_string(m_file);
+    // By this process's number, so that the path means the same file to a debugger.
+    const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_file);
     m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!m_library) fail(dlerror());
 }
