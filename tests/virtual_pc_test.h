@@ -13,6 +13,7 @@
 #include "platform/virtual/power/user.h"
 #include "tests/heard.h"
 #include "tests/lines.h"
+#include "tests/printers.h"
 #include "tests/seeds.h"
 
 inline constexpr const wchar_t* kUserKey = LR"(HKLM\Software\Orbeq\Holv\User)";
