@@ -1,4 +1,5 @@
-// How programs get at the control interface from other processes, all at once and where calls fail.
+// How other processes activate the control interface, also many at once, and what happens when a
+// call fails.
 
 #include <random>
 #include <sstream>

@@ -1,4 +1,4 @@
-// What the control interface is described as, and how calls by number go through that description.
+// The type information of the control interface, and calls by number that use it.
 
 #include <fstream>
 #include <iterator>
@@ -264,6 +264,6 @@ TEST_F(AgentTest, WithoutTheRegisteredLibraryNothingIsCalledByNumber)
     });
 }
 
-// An object that another one is a part of.
+// An outer object, which aggregates the inner one.
 
 }  // namespace

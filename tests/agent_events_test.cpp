@@ -1,5 +1,5 @@
-// The control interface's events: who hears them, who may refuse them, and what becomes of them
-// when somebody goes away in the middle.
+// The control interface's events: which sinks receive them, which may refuse them, and what happens
+// when a client or the server ends during an event.
 
 #include "tests/agent_test.h"
 
@@ -170,6 +170,6 @@ TEST_F(AgentTest, ASinkWhoseProgramIsGoneFailsAndStopsNobody)
     EXPECT_EQ(client.GetProperty(L"NeverSleepEventCode").Words(), L"1");
 }
 
-// The story is told until the last program has ended.
+// The journal is read until the last program has ended.
 
 }  // namespace

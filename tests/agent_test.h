@@ -26,7 +26,7 @@ inline const std::filesystem::path kDescription =
     std::filesystem::path(HOLV_SOURCE_DIR) / "api" / "HOLVAgentLib.idl";
 inline constexpr const wchar_t* kClassId = L"{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}";
 inline constexpr const wchar_t* kAppId = L"{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}";
-// The memory of a server that is ended is never freed; the leak sanitizer must not wonder.
+// The memory of a killed server is never freed, and the leak sanitizer must not report it.
 extern "C" void __lsan_disable() __attribute__((weak));
 extern "C" void __lsan_enable() __attribute__((weak));
 
@@ -47,7 +47,7 @@ VARIANT Place(VARTYPE type, T* place)
     return value;
 }
 
-// Counts what keeps the process alive, and ends its message loop when nothing does any more.
+// Counts the references that keep the process alive, and ends its message loop at the last release.
 class TestModule final : public AgentModule
 {
 public:

@@ -1,5 +1,4 @@
-// The keeper of the speakers' mute states, told by what the endpoints do and by the lines it
-// writes.
+// CAudioManager, judged by the endpoints' mute states and by its log lines.
 
 #include <set>
 
@@ -217,7 +216,7 @@ TEST_F(AudioTest, EndpointsThatComeAndGoAreKeptAsTheyAre)
     Start();
     pc.RunFor(10s);
     Go(pc, EVENT_ENTER_DND);
-    // New: its state stays. Known, and back: set after a second.
+    // A new endpoint keeps its state. A known one that comes back is set after a second.
     Endpoint& phones = pc.audio.Add(L"Phones", eRender, {.state = DEVICE_STATE_UNPLUGGED});
     pc.Settle();
     phones.SetState(DEVICE_STATE_ACTIVE);
@@ -231,7 +230,8 @@ TEST_F(AudioTest, EndpointsThatComeAndGoAreKeptAsTheyAre)
     EXPECT_FALSE(phones.Muted());
     pc.RunFor(2ms);
     EXPECT_TRUE(phones.Muted());
-    // Gone: the others are set all the same, and it is again when it comes back.
+    // The endpoint is gone: the others are set all the same, and it is set again when it comes
+    // back.
     desk.Remove();
     pc.RunFor(2s);
     Go(pc, EVENT_ENTER_S0);
@@ -340,7 +340,8 @@ TEST_F(AudioTest, WhicheverSoundCallFailsNothingIsLeftBehind)
     }
 }
 
-// A registration that cannot be removed may still be called, and finds nobody.
+// Core Audio may still call a registration that could not be removed; the callback then finds no
+// entry.
 TEST_F(AudioTest, ARegistrationThatCannotBeRemovedDoesNoHarm)
 {
     left_open_is_expected = true;
@@ -374,7 +375,7 @@ DWORD Next(std::uint64_t& random)
     return static_cast<DWORD>(random >> 33);
 }
 
-// One of those who shake the PC: a user, a driver, a program.
+// One source of changes in the storm: a user, a driver or a program.
 DWORD WINAPI Shake(LPVOID parameter)
 {
     std::uint64_t random = reinterpret_cast<std::uintptr_t>(parameter);
@@ -407,7 +408,7 @@ DWORD WINAPI Shake(LPVOID parameter)
     return 0;
 }
 
-// The feature goes on and off by two threads, which no control interface does.
+// Two threads switch the feature at once; the control interface has one.
 DWORD WINAPI SwitchFeature(LPVOID parameter)
 {
     std::uint64_t random = reinterpret_cast<std::uintptr_t>(parameter);
@@ -433,7 +434,7 @@ DWORD WINAPI ChangeStates(LPVOID parameter)
     return 0;
 }
 
-// Until each of those who shake the PC is done.
+// Waits until every source of changes has finished.
 void Shaken(std::uint64_t seed)
 {
     const LPTHREAD_START_ROUTINE who[] = {Shake,         Shake,         Shake,
@@ -453,7 +454,7 @@ void ExpectCalmAfterStorm(Machine& pc, const Machine::Options& life)
     pc.registry.SetDword(kUserKey, L"LoggingLevel", seed % 16 == 0 ? 6 : 3);
     pc.registry.SetDword(kUserKey, L"MuteAudio", 1);
     Process& process = pc.Start([seed] { return RunService({}, [seed] { Shaken(seed); }); });
-    // Long enough for every thread of the storm, and then for what they have set off.
+    // Long enough for every thread of the storm and for the notifications that they cause.
     pc.RunFor(2min);
     for (Endpoint* endpoint : pc.audio.All()) {
         if (!endpoint->Active()) endpoint->SetState(DEVICE_STATE_ACTIVE);

@@ -1,4 +1,4 @@
-// What the service does with each thing that the service control manager tells it.
+// What the service does with each control of the service control manager.
 
 #include <cstring>
 #include <map>
@@ -20,7 +20,7 @@ namespace {
 class ControlHandlerTest : public ServiceFixture
 {
 protected:
-    // What the service says to something that is announced; times are left out.
+    // The log lines that an announcement causes, without times.
     Lines Told(const Announcement& announcement)
     {
         service.heard.Forget();
@@ -128,7 +128,7 @@ TEST_F(ControlHandlerTest, EveryPowerSettingComesToItsHandlerWithItsValue)
     service.Stop();
 }
 
-// Straight to the handler: what the manager never sends, or not at this time.
+// Calls the handler directly with controls that the manager never sends, or not at this time.
 TEST_F(ControlHandlerTest, UnknownControlsAreReportedAndAStopWithoutEventsHarmsNothing)
 {
     const auto handle = [](DWORD control, DWORD event = 0, void* data = nullptr) {

@@ -50,7 +50,7 @@ protected:
         return "";
     }
 
-    // Handles of this room that are open.
+    // The open handles of this facet.
     std::ptrdiff_t OpenNow() const
     {
         const Hold hold(pc);
@@ -105,7 +105,7 @@ TEST_F(DeviceTest, IsFoundBehindADeviceThatDoesNotTellItsId)
         pc.faults.ClearAll();
     }
     EXPECT_EQ(LogBytes(), "");
-    // An id as long as ids may be, and a broken driver's that is longer.
+    // The longest id that is allowed, and a broken driver's longer one.
     for (const auto& [length, found] : {std::pair{200u, true}, {201u, false}}) {
         Device& device = pc.devices.Add(std::wstring(length - 12, L'X') + LR"(ACPI\QRX5071)");
         pc.devices.Find(kId)->SetPresent(false);
@@ -200,7 +200,7 @@ TEST_F(DeviceTest, EachFailingStepIsNamedWithItsErrorAndLeavesNothingOpen)
         {"SetupDiGetClassDevsW", 1, 1784, kInformation + "0x6f8"},
         {"SetupDiEnumDeviceInterfaces", 1, 13, kEnumerate + "0xd"},
         {"SetupDiGetDeviceInterfaceDetailW", 1, 5, kSize + "0x5"},
-        // The size is asked for in vain: what there is room for without it is too little.
+        // The query for the size fails, and the buffer without it is too small.
         {"SetupDiGetDeviceInterfaceDetailW", 1, 122, kDetail + "0x7a"},
         {"SetupDiGetDeviceInterfaceDetailW", 2, 31, kDetail + "0x1f"},
         {"DeviceIoControl", 1, 1167, kSend + "0x48f"},

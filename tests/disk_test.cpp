@@ -1,4 +1,4 @@
-// The disk, pipes, the console and the debugger's ear, as a process of the PC meets them.
+// The disk, pipes, the console and debugger output, as a process of the PC uses them.
 
 #include <unistd.h>
 
@@ -29,7 +29,7 @@ OwnedFile Open(const wchar_t* path, DWORD disposition = OPEN_ALWAYS, DWORD acces
                                  FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-// The bytes taken; on failure the error code with its sign turned.
+// The number of bytes written; on failure the negative error code.
 int Write(HANDLE file, std::string_view bytes)
 {
     DWORD written = 77;

@@ -46,8 +46,8 @@ TEST(DoNotDisturbArithmeticTest, EveryMinuteOfTheDayAgreesWithSteppingToTheNextB
     }
 }
 
-// The control interface may set what no clock shows: never reached, and no wait of no time, which
-// would keep the timer firing for ever.
+// The control interface may set a time that no clock shows. It is never reached, and the wait is
+// not 0, which would make the timer fire without end.
 TEST(DoNotDisturbArithmeticTest, TimesThatNoClockShowsAreNeverReached)
 {
     for (const DWORD start : {0u, 600u, 1440u, 1441u, 2000u, 5000u}) {
@@ -172,7 +172,7 @@ TEST_F(DoNotDisturbTest, ASwitchedOffIntervalHasNoTimersAndATimerThatCannotBeArm
     });
 }
 
-// What the clock is set to decides, and only when a boundary lies between.
+// Only a change of the clock across a boundary moves the timer, and the new time decides where to.
 TEST_F(DoNotDisturbTest, AClockThatIsSetMovesTheBoundaryOnlyWhenItIsCrossed)
 {
     const struct
@@ -208,8 +208,8 @@ TEST_F(DoNotDisturbTest, AClockThatIsSetMovesTheBoundaryOnlyWhenItIsCrossed)
     });
 }
 
-// Nobody is told that daylight saving begins: the timer fires an hour late by the clock, and finds
-// that it is time.
+// Windows does not announce that daylight saving begins: the timer fires an hour late by the clock,
+// inside the hours.
 TEST_F(DoNotDisturbTest, AtTheBeginningOfDaylightSavingTheNextTimerIsAnHourLate)
 {
     WithEvents([&] {

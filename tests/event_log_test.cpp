@@ -41,7 +41,7 @@ protected:
         }
     }
 
-    // Gives the module these messages.
+    // Stores these messages in the module's resources.
     void AddMessages(std::string_view text)
     {
         std::ofstream(m_file, std::ios::binary) << text;

@@ -1,4 +1,5 @@
-// The formatter: the same texts on both machines, and formats that only go with their arguments.
+// The formatter: the same texts on both machines, and formats that compile only with matching
+// arguments.
 
 #include <gtest/gtest.h>
 
@@ -146,7 +147,7 @@ static_assert(!kBuilds<L"%S at %u, hr=0x%x\n", const char*, ULONGLONG, HRESULT>,
 static_assert(!kBuilds<L"%S at %I64u, hr=0x%x\n", const char*, ULONGLONG>, "one too few");
 static_assert(!kBuilds<L"%S at %I64u\n", const char*, ULONGLONG, HRESULT>, "one too many");
 
-// And no message goes another way than through such a format.
+// Log takes no other kind of format.
 static_assert(std::is_same_v<decltype(&Log<int>),
                              void (*)(DWORD, const wchar_t*, FormatFor<int>, const int&)>);
 static_assert(std::is_same_v<decltype(&LogEvent<int>), void (*)(FormatFor<int>, const int&)>);

@@ -28,7 +28,7 @@ public:
         log_file,
     };
 
-    // The mark stands at the beginning.
+    // The mark starts at the first line.
     explicit Heard(const virtual_pc::Machine& pc, From from = From::debugger)
         : m_pc(pc), m_from(from)
     {

@@ -1,4 +1,5 @@
-// The kernel room: threads, time, objects, locks, messages, processes and faults of the virtual PC.
+// The kernel facet and the core: threads, time, objects, locks, messages, processes and faults of
+// the virtual PC.
 
 #include <array>
 #include <memory>
@@ -343,7 +344,7 @@ TEST(MachineTest, ACircleOfLocksIsReportedEvenWhileTheClockCouldMove)
     }
 }
 
-// Three threads that take turns as the machine chooses; the order in which they got on.
+// The order in which three threads ran, as the machine chose them.
 std::string OrderWithSeed(std::uint64_t seed)
 {
     Machine pc({.seed = seed});

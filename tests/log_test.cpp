@@ -122,7 +122,7 @@ TEST_F(LogTest, LevelAndMaskDecideWhichOutputsAMessageReaches)
         bool file, debugger, console;
         int event_type;
     } cases[] = {
-        // Before anything is written to the file: neither of these may even make it.
+        // Before the first write, since neither of these may create the file.
         {0, 6, 3, false, false, false, kNoEvent},
         {1, 4, 1, false, false, false, EVENTLOG_SUCCESS},
         {1, 4, 3, false, false, false, EVENTLOG_ERROR_TYPE},

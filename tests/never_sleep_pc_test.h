@@ -1,5 +1,5 @@
-// The ground of tests that watch the whole service on a PC that sleeps and wakes: the service as an
-// image, the platform device, and what must be so whenever the PC has come to rest.
+// The fixture of tests of the whole service on a PC that sleeps and wakes: the service as an image,
+// the platform device, and the promises that hold whenever the PC is settled.
 #pragma once
 
 #include "pc/service_view.h"
@@ -32,7 +32,8 @@ public:
         pc.RunFor(std::chrono::seconds{1});
     }
 
-    // Stops the service; whatever it had of the PC must have been given back.
+    // Stops the service, which must then have restored plans, requests, mutes and the device's
+    // mode.
     void StopService()
     {
         pc.services.Control(L"HOLVService", SERVICE_CONTROL_STOP);

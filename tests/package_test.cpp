@@ -74,7 +74,7 @@ std::map<std::string, DWORD> Loaded()
 class PackageTest : public VirtualPcTest
 {
 protected:
-    // With an OEM's key loading has nothing to log.
+    // Without an OEM key, loading would write a log line.
     PackageTest() { pc.registry.SetDword(kOemKey, L"DisableLockScreen", 0); }
 
     std::map<std::string, DWORD> Load()

@@ -1,5 +1,5 @@
-// What the system announces to the service while its state machine runs, before it has started and
-// after it has ended: what is said, and what comes of it.
+// The system's announcements before the state machine runs, while it runs and after its end: the
+// log lines and the effects.
 
 #include "platform/kernel.h"
 #include "platform/session.h"
@@ -51,7 +51,7 @@ protected:
         return locks;
     }
 
-    // Into a state from normal use, and out of it whatever came after.
+    // Enters a state from normal use and leaves it again.
     void Enter(ESystemState state)
     {
         if (state == HOLV_ACTIVE) Go(pc, EVENT_ENTER_ACTIVE);
@@ -408,7 +408,7 @@ TEST_F(PlatformEventsTest, AClockSetOutOfTheDoNotDisturbHoursGivesTheRequestsBac
     for (const DWORD enabled : {1, 0}) {
         Set(L"EnableDoNotDisturb", enabled);
         Start();
-        // In the night, by what was seen last; but the clock says it is morning.
+        // The last boundary seen was the start of the hours, but by the clock it is morning.
         InService([] {
             S::m_bSeenDndStart = TRUE;
             S::ConfigurePowerRequests();

@@ -1,5 +1,5 @@
-// A day of the whole service, through every state and back, with one platform call failing: however
-// small the call, the service goes on to its end and gives back what it took.
+// A day of the whole service, through every state and back, with one failing platform call:
+// whichever call it is, the service runs to its end and restores what it changed.
 
 #include "platform/virtual/base/guid.h"
 #include "platform/virtual/base/text.h"
@@ -77,7 +77,7 @@ bool LiveThroughADay(std::uint64_t n)
     }
     const std::vector<std::string> changed = Changed(before, pc.power);
     EXPECT_LE(changed.size(), MayChange(failed)) << ::testing::PrintToString(changed);
-    // What could not be given back stays.
+    // A value that could not be restored stays changed.
     const bool kept =
         (function && function->role() == Role::releases) || failed.starts_with("Unregister");
     if (!kept) {

@@ -280,13 +280,13 @@ TEST_F(PowerPlansTest, DoNotDisturbTimeLimitsTheProcessorAndSleepsAsTheSettingsS
                          out + kUncopyUser + kActivateUser);
             manager.EnterDoNotDisturbState();
             manager.TransitionFromHolvToS3();
-            // What the entry changed goes back, though the settings have changed meanwhile.
+            // The leave restores what the entry changed, although the settings have changed since.
             g_bEnableHolvOnDC = g_bDndToS3 = 0;
             if (!limit && on_dc) out.erase(out.begin(), out.begin() + 2);
             EXPECT_LINES(Effects([&] { manager.ExitDoNotDisturbState(); }),
                          out + kSleepAsBefore + kUncopyUser + kActivateUser);
         }
-        // A minimum of 0 does not go back, nor does the maximum with it.
+        // A processor minimum of 0 is not restored, and neither is the maximum.
         pc.power.Write(kSaver, GUID_PROCESSOR_THROTTLE_MINIMUM, PowerSource::ac, 0);
         manager.EnterDoNotDisturbState();
         EXPECT_LINES(Effects([&] { manager.ExitDoNotDisturbState(); }),
@@ -408,7 +408,7 @@ TEST_F(PowerPlansTest, ANewChoiceOfTheUsersIsTakenControlOfAndTheOldOnePutBack)
                          Both("High performance: wake-timers", 1, 1) + kAllowSaver +
                          Lines{"activate High performance"});
         EXPECT_EQ(Said()[1], "6 Detected user selected new preference");
-        // What comes while a never-sleep state is entered tells of that state's plan.
+        // A notification during the entry into a never-sleep state concerns that state's plan.
         manager.EnterHolvState();
         EXPECT_LINES(Effects([&] { manager.OnPowerOptionChanged(&kSaver); }), Lines{});
         manager.ExitHolvState();

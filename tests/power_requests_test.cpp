@@ -1,5 +1,5 @@
-// The two power requests: what the system holds and what the log says; and what the machine tells
-// of its battery and its sleep.
+// The two power requests: what the system holds and what the log says; the battery's state and the
+// reasons of a sleep.
 
 #include <cstring>
 
@@ -110,7 +110,7 @@ TEST_F(PowerRequestsTest, ARequestThatIsMissingIsDoneWithout)
                    false},
                   {Requests::DisableIdleTimer, TRUE,
                    away ? "" : "6 Idle timer is now controlled by HOLV", away, !away}});
-            // The end withdraws what is held, and whoever comes later finds nothing to do.
+            // Uninitialize clears the held requests, and later calls do nothing.
             Requests::Uninitialize();
             const auto late = away ? Requests::DisableAwayMode : Requests::EnableIdleTimer;
             Take({{late, TRUE, away ? "6 Did not disable away mode" : "", false, false}});

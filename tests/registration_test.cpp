@@ -96,7 +96,8 @@ TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
     EXPECT_EQ(config->dependencies, std::vector<std::wstring>{L"RPCSS"});
     EXPECT_EQ(config->account, L"LocalSystem");
 
-    // What lies where the class is renewed goes; a plain server is no service any more.
+    // Registering again replaces the class's old entries, and a plain server no longer has the
+    // service's.
     pc.registry.SetString(LR"(HKCR\CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\Old)", L"", L"x");
     EXPECT_EQ(service.Run(L"/RegServer"), 0);
     EXPECT_EQ(Classes(), kAppId + std::string(kClass));
@@ -162,11 +163,11 @@ TEST_F(RegistrationTest, TheFirstKnownSwitchIsDoneHoweverItIsWritten)
         EXPECT_EQ(service.Run(c.line), 0);
         EXPECT_EQ(std::string(registered()), c.does);
         service.Run(L"-UnregServer");
-        // Where a user once had classes of his own, new ones would be his.
+        // If the user's hive had a class of this name, new values would go there.
         pc.registry.DeleteKey(LR"(HKCU\Software\Classes)");
         pc.registry.DeleteKey(LR"(HKLM\Software\Classes\AppID)");
     }
-    // A path in which a hyphen stands, and even one with a switch's name after it.
+    // A path with a hyphen, and one with a switch's name after the hyphen.
     for (const wchar_t* path :
          {LR"(C:\a-b\HOLVService.exe)", LR"(C:\x -Service\HOLVService.exe)"}) {
         Image image = service.image;

@@ -1,4 +1,4 @@
-// The registry room, from the service's side and from the driver's, and its files.
+// The registry, through the platform's functions, the driver's operations and .reg files.
 
 #include <cstring>
 #include <filesystem>

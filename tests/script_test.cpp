@@ -1,4 +1,4 @@
-// Scripts that are wrong: what is said of them, and that nothing of them is done.
+// Scripts with errors: the messages, and that no command of them is played.
 
 #include <filesystem>
 #include <fstream>

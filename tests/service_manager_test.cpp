@@ -1,5 +1,5 @@
-// The virtual PC's service manager, held against what is known of the real one: its database, how
-// services start, stop and go, what it refuses, and what it tells their control handlers.
+// The virtual PC's service manager against what is known of the real one: its database, how
+// services start, stop and are deleted, what it refuses, and the controls that it sends.
 
 #include "platform/virtual/services/service_manager.h"
 
@@ -191,7 +191,7 @@ TEST_F(ServiceManagerTest, TheDatabaseIsInTheRegistryAndADeletedServiceGoesWhenN
         EXPECT_EQ(pc.registry.Get(kKey, L"DependOnService")->data.size(), 7 * sizeof(wchar_t));
         refused(ERROR_SERVICE_EXISTS);
 
-        // Deleted while it runs and while it is open: it goes with the last of the two.
+        // Deleted while it runs and has open handles: the entry disappears when both are over.
         EXPECT_EQ(pc.services.Start(L"Probe"), DWORD{ERROR_SUCCESS});
         Sleep(10);
         EXPECT_TRUE(DeleteService(service));

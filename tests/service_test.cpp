@@ -1,5 +1,5 @@
-// The service's life, as the service control manager sees it: how it starts and stops, what becomes
-// of it when a step fails, and that a stop gets through whenever it comes.
+// The service's life, as the service control manager sees it: how it starts and stops, what happens
+// when a step fails, and that a stop works at any moment.
 
 #include "service/module.h"
 
@@ -69,8 +69,8 @@ protected:
         }
     }
 
-    // Where the state machine's thread ends before the other has reported the start, that reports
-    // nothing any more. How often the two report the same is up to them where they run free.
+    // If the state machine's thread ends before ServiceMain has reported the start, ServiceMain
+    // reports nothing more. Free threads may also report the same state a varying number of times.
     void ExpectReportsOfAStart(const std::string& expected)
     {
         std::string reports = service.Reports();
@@ -157,7 +157,7 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
         {"CreateWaitableTimerW", 6, 5, "stopped", "running stopped stopped ",
          "CreateWaitabletimer (12) failed"},
         {"CreateThread", 1, 5, "stopped", "running stopped ", "Service stopped"},
-        // The watch over the user's return is done without.
+        // The service runs without the watch over the user's return.
         {"CreateEventW", 9, 5, "running", "running ", "UserReturnWatch   Not started, GLE=5"},
         {"CoInitializeSecurity", 1, 5, "running", "running ", ""},
         {"CoResumeClassObjects", 1, 0x80004005, "stopped 2147500037", "running stopped stopped ",
@@ -246,7 +246,7 @@ TEST(ServiceRaceTest, AStopGetsThroughAtEveryMomentOfTheStart)
         EXPECT_TRUE(reports.starts_with("running ")) << reports;
         EXPECT_TRUE(reports.ends_with("stopped ")) << reports;
         EXPECT_TRUE(life.free || reports.find("stopping") != reports.npos) << reports;
-        // A report that was on its way when the stop came is made good at once.
+        // A report that was on its way at the stop is corrected at once.
         const std::size_t late = reports.find("stopping running ");
         EXPECT_TRUE(late == reports.npos || reports.substr(late + 17).starts_with("stopp"))
             << reports;
@@ -288,8 +288,8 @@ Process& StartSwitching(Machine& pc, LONG value, std::atomic<int>& ready,
     });
 }
 
-// Whatever comes from outside comes at once: controls, announcements, and clients that switch the
-// feature off and on; how often they got through.
+// Controls, announcements and clients that switch the feature, all at once. Returns how many of
+// them succeeded.
 int SwitchAmidStop(Machine& pc)
 {
     ServiceOnPc service(pc);
@@ -384,8 +384,8 @@ TEST_F(ServiceTest, OnlyAWholeTextMakesItAService)
     };
     for (const auto& [value, is_service] : cases) {
         pc.registry.Set(kAppIdKey, kValue, value);
-        // Nobody started it as one, so a service leaves with the dispatcher's error; a server
-        // stays.
+        // The process was not started as a service, so it ends with the dispatcher's error; a plain
+        // server stays.
         Process& process = *pc.StartInstalled(service.image.path, L"HOLVService.exe");
         pc.RunFor(1s);
         EXPECT_EQ(!process.running(), is_service) << value.type << " " << value.data.size();

@@ -1,5 +1,5 @@
-// Programs in the session of the user at the console: what the session room lets be started, how
-// the service starts and ends its helpers, and what each failure leaves behind.
+// Programs in the session of the user at the console: which programs can be started there, how the
+// service starts and ends its helpers, and what each failure leaves behind.
 
 #include "platform/virtual/sessions/session.h"
 #include "log/log.h"
@@ -111,7 +111,7 @@ TEST_F(SessionTest, TheStarterWaitsForTheEndButNoLongerThanItSays)
     }
 }
 
-// Whoever may write to C:\ must not have his program started in the user's session.
+// A program that somebody planted in C:\ must not start in the user's session.
 TEST_F(SessionTest, AProgramPlantedAtAPrefixOfThePathIsNeverStarted)
 {
     for (const wchar_t* prefix : {kPlanted, LR"(C:\Program Files\Orbeq\Holv.exe)"}) {
@@ -181,7 +181,7 @@ TEST_F(SessionTest, EveryFailureOfALaunchIsToldAndLeavesNothingOpen)
     }
 }
 
-// With nobody to start a program for, none is started, and least of all with the service's rights.
+// Without a logged-on user no program is started, in particular none with the service's rights.
 TEST_F(SessionTest, WithoutAUserAtTheConsoleNothingIsStarted)
 {
     const struct

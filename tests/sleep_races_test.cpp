@@ -1,6 +1,6 @@
-// What happens to the service at the same moment, in every order that a seed draws: suspends and
-// resumes, away mode, timers and the user. Whatever the order, the PC comes to rest as its state
-// says, the log tells one unbroken chain of states, and normal use comes back.
+// Suspends and resumes, away mode, timers and the user at the same moment, in the order that a seed
+// draws. In every order the settled PC agrees with its state, the log has one unbroken chain of
+// states, and the user's return leads to normal use.
 
 #include "log/log.h"
 #include "platform/kernel.h"
@@ -32,8 +32,8 @@ public:
         return kDelays[m_seed % std::size(kDelays)];
     }
 
-    // Does something after a time, on a thread of another program: at a moment that others have a
-    // part in, the seed draws who comes first.
+    // Runs a function after a delay, on a thread of another program, so that the seed draws its
+    // order among the threads that are due at the same moment.
     void Meanwhile(Duration after, const std::function<void(Machine&)>& what)
     {
         pc.Start([this, after, what] {
@@ -56,7 +56,7 @@ public:
         }
     }
 
-    // Whatever plan is active: no sleep becomes away mode.
+    // No plan allows away mode, so that every sleep is real.
     void ForbidAwayMode()
     {
         const GUID plan = pc.power.active().guid;
@@ -87,8 +87,8 @@ const Race kRaces[] = {
          race.Meanwhile(race.Jitter(), [](Machine& pc) { pc.user.Input(); });
          const bool same_moment = race.Jitter() == 1s;
          race.pc.RunFor(same_moment ? kQuiet : 3s);
-         // In the very moment of the entry both have their way, in some order: the sleep that the
-         // entry asks for may come after the user.
+         // At the moment of the entry both happen, in either order: the sleep that the entry asks
+         // for may come after the user's input.
          const bool sleeps = race.pc.sleep.phase() != SleepState::Phase::awake;
          if (same_moment && (sleeps || race.pc.sleep.away())) return;
          race.ExpectNormalUse("the user was there in time");
@@ -110,8 +110,9 @@ const Race kRaces[] = {
              race.Meanwhile(0s, [](Machine& pc) { pc.sleep.Ask(L"test"); });
              race.Meanwhile(race.Jitter() / 999, [](Machine& pc) { pc.user.Input(); });
          }
-         // Where both are signalled before the loop looks, the way to normal use goes first, and
-         // never-sleep mode stays, until the user is back from away mode the next time.
+         // If both events are signalled before the loop waits again, EVENT_ENTER_S0 has the lower
+         // slot and goes first. Never-sleep mode then stays until the user next returns from away
+         // mode.
          race.pc.RunFor(1s);
          race.pc.user.Input();
      }},

@@ -1,5 +1,5 @@
-// The PC's sleep as a program sees it: what a sleep becomes, what stands still meanwhile, what
-// wakes it, and what is announced of it all, in its order.
+// The PC's sleep as a program sees it: real sleep or away mode, what stands still meanwhile, what
+// wakes the PC, and the announcements in their order.
 
 #include "platform/virtual/power/sleep.h"
 #include "platform/com.h"
@@ -139,7 +139,8 @@ TEST_F(SleepTest, WhileAwayModeIsRequestedAndAllowedASleepBecomesAwayMode)
     EXPECT_EQ(Announced(), "attended away0 display1 user0 ");
 }
 
-// A program's threads stand still where they are, and find on waking what has fallen due.
+// A program's threads stand still during the sleep, and the timers that fell due have expired when
+// the PC wakes.
 TEST_F(SleepTest, ThreadsStandStillWhileTheClockGoesOn)
 {
     Plan(GUID_ALLOW_RTC_WAKE, 1);

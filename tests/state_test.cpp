@@ -1,5 +1,5 @@
-// The state machine: its states, what it does to enter and leave them, and the loop that drives it,
-// told by the lines it writes and the state it ends in.
+// The state machine: its entries and leaves, and the loop that drives it, judged by the log lines
+// and the final state.
 
 #include <algorithm>
 #include <sstream>
@@ -117,7 +117,7 @@ protected:
     StateTest()
     {
         Set(L"LoggingLevel", 6);
-        // A sleep is asked for here without anybody to wake it.
+        // The test lets the PC sleep with no user to wake it.
         pc.power.s3_supported = false;
     }
 
@@ -396,7 +396,7 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
         Lines said = After(c.slot);
         Lines expected = c.story;
         if (kRunFree) {
-            // A suspend thread speaks when it likes.
+            // The order of a suspend thread's lines is not fixed.
             std::ranges::sort(said);
             std::ranges::sort(expected);
         }

@@ -1,6 +1,5 @@
-// The idle monitor, the readers of the request listing, and the processor and battery monitors:
-// each check by what it does to the timers, the requests and the PC, and by the lines that tell of
-// it.
+// The idle monitor, the readers of the request listing, and the processor and battery monitors: the
+// effect of each check on timers, requests and the PC, and its log lines.
 
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/power.h"
@@ -165,7 +164,7 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
         {L"", FALSE},
         {L"DISPLAY:", FALSE},
         {L"DISPLAY:\n[PROCESS] " + long_path + L"\n", TRUE},
-        // The rest of a long line is no header, whatever it looks like.
+        // The rest of a long line does not count as a header, even if it reads like one.
         {std::wstring(1023, L'x') + L"DISPLAY:\n" + process, FALSE},
     };
     RunAsProcess([&] {

@@ -67,7 +67,8 @@ public:
 class UserReturnTest : public ::testing::Test
 {
 protected:
-    // Threads that run free cannot be held amid an operation: there, the races meet the same.
+    // Free threads cannot be stopped in the middle of an operation. The sleep races cover the same
+    // situation there.
     void SetUp() override
     {
         if (kRunFree) GTEST_SKIP() << "needs threads that run one at a time";
@@ -119,7 +120,7 @@ TEST_F(UserReturnTest, AStopWithinTheQuietTimeIsImmediate)
     EXPECT_EQ(user.pc.now(), before);
 }
 
-// Something that no signal cures: the state goes wrong whenever normal use is entered.
+// A fault that no signal cures: every entry into normal use ends in the wrong state.
 TEST(UserReturnLimitTest, GivesUpAfterThreeAttemptsUntilTheNextReturn)
 {
     ReturnPc user;

@@ -1,5 +1,5 @@
-// The ground that every test on the virtual PC stands on: a machine of its own, and the promise
-// that nothing is left open, misused or running when the test is over.
+// The fixture of every test on the virtual PC: a machine of its own, and the check that nothing is
+// left open, misused or running when the test ends.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,8 +20,8 @@ inline constexpr const wchar_t* kUserKey = LR"(HKLM\Software\Orbeq\Holv\User)";
 inline constexpr const wchar_t* kOemKey = LR"(HKLM\Software\Orbeq\Holv\OEM)";
 inline constexpr const wchar_t* kLogPath = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
 
-// What a process has left open when it ended, but for its log, which lives as long as the process
-// and is closed by the system: a piece of text for each, none for nothing.
+// What a process had left open at its end, a piece of text for each; empty for nothing. The log
+// file does not count: it stays open as long as the process, and the system closes it.
 std::string LeftOpenBy(const virtual_pc::Process& process);
 
 // No process runs any more, has crashed or has left anything open, and no call was misused.
@@ -34,7 +34,7 @@ protected:
     explicit VirtualPcTest(const virtual_pc::Machine::Options& options = DrawnSchedule())
         : pc(options)
     {
-        // Or the PC would fall asleep under a test that is about something else.
+        // Constant input keeps the PC awake; tests about sleep stop it.
         pc.user.Works();
     }
 
@@ -56,7 +56,7 @@ protected:
     virtual_pc::Machine pc;
     Heard heard{pc};
 
-    // For the few tests whose story it is.
+    // Set by the few tests that are about such ends.
     bool crash_is_expected = false;
     bool left_open_is_expected = false;
 };
