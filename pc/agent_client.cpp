@@ -167,18 +167,13 @@ AgentClient::Program::Program(Machine& machine, std::wstring_view known_as)
 {
 }
 
-AgentClient::Program::~Program() = default;
+// What a terminated program had is the machine's.
+AgentClient::Program::~Program() { object.Detach(); }
 
 int AgentClient::Program::Run()
 {
     if (FAILED(CoInitialize(nullptr))) return 1;
-    try {
-        ServeMessages();
-    } catch (const ThreadEnds&) {
-        // A terminated program releases nothing.
-        object.Detach();
-        throw;
-    }
+    ServeMessages();
     Release();
     CoUninitialize();
     return 0;

@@ -208,6 +208,11 @@ Process& Machine::Start(std::function<int()> entry, std::wstring_view command_li
     return programs.Start(std::move(entry), command_line);
 }
 
+void Machine::KillAtCall(std::wstring_view program, std::uint64_t number)
+{
+    programs.AtCall(program, number, [](Process& process) { process.Terminate(1); });
+}
+
 const std::vector<std::unique_ptr<Process>>& Machine::processes() const
 {
     return programs.processes();

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <exception>
 
+#include "platform/virtual/core/process.h"
+
 namespace virtual_pc {
 namespace {
 
@@ -27,13 +29,25 @@ Call::Call(Function& function)
       m_hold(machine)
 {
     machine.scheduler.Preempt(thread);
-    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
-    // ends the thread here.
-    if (thread.ends && function.role() != Role::releases && std::uncaught_exceptions() == 0) {
-        throw ThreadEnds{};
-    }
+    if (thread.process) thread.process->CountCall();
+    EndWithProcess();
+    if (m_void) return;
     machine.LookAtWatch();
     m_error = machine.faults.OnCall(function);
+}
+
+void Call::EndWithProcess()
+{
+    if (EndIfKilled(thread) || (thread.process && thread.process->killed())) {
+        m_void = true;
+        m_error = m_function.DefaultError();
+        return;
+    }
+    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
+    // ends the thread here.
+    if (thread.ends && m_function.role() != Role::releases && std::uncaught_exceptions() == 0) {
+        throw ThreadEnds{};
+    }
 }
 
 bool Call::Fails()

@@ -123,6 +123,16 @@ public:
     // Starts a function of the host program as a process, as a test does.
     Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
     const std::vector<std::unique_ptr<Process>>& processes() const;
+    // Kills a program's next process in place of its platform call with this number, counted from
+    // the process's start. For each call in turn:
+    //
+    //     for (std::uint64_t n = 1;; ++n) {
+    //         Machine pc;
+    //         pc.KillAtCall(image.path, n);
+    //         Process& process = pc.Start(image);
+    //         pc.RunUntilEnd(process);
+    //         if (!process.killed()) break;  // it has made process.calls() calls, fewer than n
+    void KillAtCall(std::wstring_view program, std::uint64_t number);
 
     // Called with the machine held: when a process's image is in memory and about to run; when all
     // its threads but the last have ended and the image is still loaded; and when it has ended.
@@ -212,6 +222,9 @@ public:
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
 
+    // Unlocks the machine, however often the calling thread holds it: for a thread that leaves the
+    // frames that hold it.
+    static void Release();
     // Whether the calling thread holds the machine exactly once, as it must to block.
     static bool Once();
     // Ends the host program when the calling thread does not hold the machine. For functions that

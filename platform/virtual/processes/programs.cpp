@@ -79,8 +79,18 @@ Process& Programs::Begin(const Program& program, std::wstring_view command_line,
 {
     Process& process = *m_processes.emplace_back(
         std::make_unique<Process>(program.image, command_line, std::move(launch)));
+    if (auto planned = m_deeds.extract(program.image.path)) {
+        process.AtCall(planned.mapped().at_call, std::move(planned.mapped().deed));
+    }
     process.Begin(m_machine, program.entry);
     return process;
+}
+
+void Programs::AtCall(std::wstring_view path, std::uint64_t number,
+                      std::function<void(Process&)> deed)
+{
+    const Hold hold(m_machine);
+    m_deeds[std::wstring(path)] = {number, std::move(deed)};
 }
 
 std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line)
