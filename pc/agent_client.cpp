@@ -398,12 +398,14 @@ std::wstring AgentClient::Heard(const std::wstring& sink) const
     return known != m_program->heard.end() ? known->second : std::wstring();
 }
 
-void AgentClient::Quit()
+bool AgentClient::Quit()
 {
     m_pc.Settle();
-    PostThreadMessageW(m_program->process->first_thread_id(), WM_QUIT, 0, 0);
-    m_pc.RunUntilEnd(*m_program->process);
+    const Process& process = *m_program->process;
+    PostThreadMessageW(process.first_thread_id(), WM_QUIT, 0, 0);
+    const bool ended = m_pc.RunUntil([&] { return !process.running(); }, kPatience);
     m_pc.Settle();
+    return ended;
 }
 
 void AgentClient::End()
