@@ -23,8 +23,9 @@ Thread& SelfOrDie(const Function& function)
 }  // namespace
 
 Call::Call(Function& function)
-    : machine(Machine::Current()),
-      thread(SelfOrDie(function)),
+    : Boundary(&SelfOrDie(function)),
+      machine(Machine::Current()),
+      thread(*m_thread),
       m_function(function),
       m_hold(machine)
 {
@@ -32,6 +33,7 @@ Call::Call(Function& function)
     if (thread.process) thread.process->CountCall();
     EndWithProcess();
     if (m_void) return;
+    if (machine.slowness.any()) TakeTime();
     machine.LookAtWatch();
     m_error = machine.faults.OnCall(function);
 }
@@ -47,6 +49,16 @@ void Call::EndWithProcess()
     // ends the thread here.
     if (thread.ends && m_function.role() != Role::releases && std::uncaught_exceptions() == 0) {
         throw ThreadEnds{};
+    }
+}
+
+// A thread that unwinds takes no time: it may not end by an exception from a wait then.
+void Call::TakeTime()
+{
+    if (!thread.process || thread.ends || std::uncaught_exceptions() > 0 || !Hold::Once()) return;
+    const Duration time = machine.slowness.Draw(m_function, thread);
+    if (time > Duration{0}) {
+        Waitable::WaitFor(machine, thread, {}, false, machine.now() + time);
     }
 }
 

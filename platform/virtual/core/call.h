@@ -70,6 +70,7 @@ public:
 private:
     void BadHandle(HANDLE handle);
     void EndWithProcess();
+    void TakeTime();
 
     Function& m_function;
     Hold m_hold;

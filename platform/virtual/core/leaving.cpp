@@ -103,7 +103,9 @@ void EnterProcess(const std::function<void()>& code)
     throw ThreadEnds{};
 }
 
-Boundary::Boundary() : m_thread(Thread::Self())
+Boundary::Boundary() : Boundary(Thread::Self()) {}
+
+Boundary::Boundary(Thread* self) : m_thread(self)
 {
     if (m_thread) ++m_thread->boundaries;
 }

@@ -20,13 +20,14 @@ class Boundary
 {
 public:
     Boundary();
+    explicit Boundary(Thread* self);
     // Leaves the process's frames when the outermost boundary ends in a killed process.
     ~Boundary();
     Boundary(const Boundary&) = delete;
     Boundary& operator=(const Boundary&) = delete;
 
-private:
-    Thread* m_thread;
+protected:
+    Thread* const m_thread;  // the calling one
 };
 
 // Throws ThreadEnds when the process of the calling thread has been killed. Once only: then the

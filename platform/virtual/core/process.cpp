@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/virtual/base/random.h"
 #include "platform/virtual/core/leaving.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/thread.h"
@@ -63,8 +64,9 @@ void* Process::Find(const char* symbol) const
     return m_loaded ? m_loaded->Find(symbol) : nullptr;
 }
 
-Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how)
-    : launch(std::move(how)), m_image(image), m_command_line(command_line)
+Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how,
+                 std::uint64_t start)
+    : launch(std::move(how)), m_image(image), m_command_line(command_line), m_start(start)
 {
 }
 
@@ -94,6 +96,8 @@ std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWO
     thread->id = machine.m_next_thread_id;
     machine.m_next_thread_id += 4;
     thread->process = this;
+    thread->key = ++m_threads_started + (m_start << 32);
+    for (const wchar_t letter : m_image.path) thread->key = Random(thread->key, letter).Next();
     thread->object = std::make_shared<ThreadObject>();
     thread->body = std::move(body);
     thread->ends = thread->vanishes = m_killed.load();

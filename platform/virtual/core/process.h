@@ -68,7 +68,9 @@ public:
 class Process
 {
 public:
-    Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how);
+    // `start` counts the starts of the program.
+    Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how,
+            std::uint64_t start);
 
     // Starts its first thread, which runs `entry` or, when that is empty, the image. Called once,
     // with the machine held.
@@ -111,7 +113,9 @@ public:
     // For Call.
     void CountCall()
     {
-        if (++m_calls == m_deed_at) DoDeed();
+        const std::uint64_t number = m_calls.load(std::memory_order_relaxed) + 1;
+        m_calls.store(number, std::memory_order_relaxed);
+        if (number == m_deed_at) DoDeed();
     }
 
     std::shared_ptr<Waitable> object() const { return m_object; }
@@ -162,6 +166,8 @@ private:
     // With the machine held, but for reading the count.
     std::atomic<std::uint64_t> m_calls = 0;
     std::uint64_t m_deed_at = 0;
+    const std::uint64_t m_start;
+    std::uint64_t m_threads_started = 0;
     std::function<void(Process&)> m_deed;
     bool m_crashed = false;
     const Thread* m_last = nullptr;  // the thread that is in End

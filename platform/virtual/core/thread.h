@@ -4,6 +4,7 @@
 #include <atomic>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 namespace virtual_pc {
 
 class Apartment;
+class Function;
 class ProcessEntry;
 class Process;
 
@@ -57,6 +59,9 @@ class Thread
 public:
     DWORD id = 0;
     Process* process = nullptr;  // null for the driver
+    // Names it by its process's program and by the order in which both were started: the same in
+    // two runs, however many threads other programs start.
+    std::uint64_t key = 0;
     std::function<DWORD()> body;
     std::shared_ptr<ThreadObject> object;
 
@@ -71,6 +76,7 @@ public:
     bool leaving = false;  // ThreadEnds is under way in a killed process
 
     // With the machine held.
+    std::map<const Function*, std::uint64_t> slow_calls;  // while functions take time
     enum class State
     {
         ready,
