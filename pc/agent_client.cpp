@@ -167,18 +167,13 @@ AgentClient::Program::Program(Machine& machine, std::wstring_view known_as)
 {
 }
 
-AgentClient::Program::~Program() = default;
+// What a terminated program had is the machine's.
+AgentClient::Program::~Program() { object.Detach(); }
 
 int AgentClient::Program::Run()
 {
     if (FAILED(CoInitialize(nullptr))) return 1;
-    try {
-        ServeMessages();
-    } catch (const ThreadEnds&) {
-        // A terminated program releases nothing.
-        object.Detach();
-        throw;
-    }
+    ServeMessages();
     Release();
     CoUninitialize();
     return 0;
@@ -403,12 +398,14 @@ std::wstring AgentClient::Heard(const std::wstring& sink) const
     return known != m_program->heard.end() ? known->second : std::wstring();
 }
 
-void AgentClient::Quit()
+bool AgentClient::Quit()
 {
     m_pc.Settle();
-    PostThreadMessageW(m_program->process->first_thread_id(), WM_QUIT, 0, 0);
-    m_pc.RunUntilEnd(*m_program->process);
+    const Process& process = *m_program->process;
+    PostThreadMessageW(process.first_thread_id(), WM_QUIT, 0, 0);
+    const bool ended = m_pc.RunUntil([&] { return !process.running(); }, kPatience);
     m_pc.Settle();
+    return ended;
 }
 
 void AgentClient::End()

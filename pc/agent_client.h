@@ -57,8 +57,9 @@ public:
     // The event codes that a sink has received, joined by blanks.
     std::wstring Heard(const std::wstring& sink) const;
 
-    // Has the program end by itself, which releases everything.
-    void Quit();
+    // Has the program end by itself, which releases everything. False when it has not ended within
+    // five minutes, as while the PC sleeps.
+    bool Quit();
     // Terminates the program, which then releases nothing.
     void End();
 

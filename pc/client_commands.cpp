@@ -152,11 +152,21 @@ Action Release(const ScriptLine&, const Arguments&)
     return [](ScriptContext& context) { ClientOf(context).Release(); };
 }
 
-template <void (AgentClient::*end)()>
+Action Quit(const ScriptLine& line, const Arguments&)
+{
+    return [line](ScriptContext& context) {
+        const bool ended = ClientOf(context).Quit();
+        context.clients.erase(context.client);
+        if (!ended) {
+            throw ExpectationFailed(line, context.client + " has not ended within five minutes");
+        }
+    };
+}
+
 Action End(const ScriptLine&, const Arguments&)
 {
     return [](ScriptContext& context) {
-        (ClientOf(context).*end)();
+        ClientOf(context).End();
         context.clients.erase(context.client);
     };
 }
@@ -199,8 +209,8 @@ std::vector<Command> ClientCommands()
          "connects a sink, which listens, cancels, clears, fails, calls-back or leaves", Advise},
         {"client unadvise SINK", "disconnects a sink", Unadvise},
         {"client release", "releases the object and the sinks", Release},
-        {"client quit", "has the program end, which releases everything", End<&AgentClient::Quit>},
-        {"client end", "terminates the program, which releases nothing", End<&AgentClient::End>},
+        {"client quit", "has the program end, which releases everything", Quit},
+        {"client end", "terminates the program, which releases nothing", End},
         {"expect client answer TEXT", "the answer to the last call: values, ok, or 0x...",
          ExpectAnswer},
         {"expect client heard SINK TEXT", "the event codes that a sink has received",

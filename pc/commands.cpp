@@ -68,6 +68,7 @@ const std::vector<Command>& AllCommands()
         Append(all, SessionCommands());
         Append(all, AudioCommands());
         Append(all, FaultCommands());
+        Append(all, UnkindCommands());
         Append(all, ClientCommands());
         Append(all, ExpectCommands());
         Append(all, ShowCommands());
@@ -117,10 +118,14 @@ Duration DurationOf(const ScriptLine& line, std::string_view text)
         std::int32_t number = 0;
         const auto parsed = std::from_chars(rest.data(), rest.data() + rest.size(), number);
         if (parsed.ec != std::errc{} || number < 0) fail();
+        constexpr Duration kLongest = 24h * 366 * 100;
         rest.remove_prefix(static_cast<std::size_t>(parsed.ptr - rest.data()));
         const auto unit = std::ranges::find_if(
             kUnits, [&](const auto& known) { return rest.starts_with(known.first); });
         if (unit == kUnits.end()) fail();
+        if (number > (kLongest - total) / unit->second) {
+            throw ScriptError(line, "\"" + std::string(text) + "\" is longer than a hundred years");
+        }
         total += number * unit->second;
         rest.remove_prefix(unit->first.size());
     }

@@ -17,6 +17,7 @@
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/disk/disk.h"
 #include "platform/virtual/power/power.h"
+#include "platform/virtual/processes/programs.h"
 
 class AgentClient;
 
@@ -69,6 +70,7 @@ std::vector<Command> LifeCommands();      // clock, signal, run, say
 std::vector<Command> ServiceCommands();   // service, pc, cpu
 std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe
+std::vector<Command> UnkindCommands();    // service kill, power cut, slow
 std::vector<Command> PowerCommands();     // power, plan
 std::vector<Command> SleepCommands();     // user, sleep, wake, processor, battery
 std::vector<Command> SessionCommands();   // session, program

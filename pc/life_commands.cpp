@@ -95,10 +95,14 @@ Action RunUntilState(const ScriptLine& line, const Arguments& arguments)
     };
 }
 
-Action RunUntilEnd(const ScriptLine& line, const Arguments&)
+Action RunUntilEnd(const ScriptLine& line, const Arguments& arguments)
 {
-    return
-        [line](ScriptContext& context) { context.pc.RunUntilEnd(RunningService(line, context)); };
+    const Duration max = arguments.empty() ? Duration::max() : DurationOf(line, arguments[0]);
+    return [=](ScriptContext& context) {
+        const Process& service = RunningService(line, context);
+        if (context.pc.RunUntil([&] { return !service.running(); }, max)) return;
+        throw ExpectationFailed(line, "the service's program has not ended within " + arguments[0]);
+    };
 }
 
 Action Say(const ScriptLine&, const Arguments& arguments)
@@ -115,7 +119,9 @@ std::vector<Command> LifeCommands()
         {"os VERSION", "sets the operating system's version, like 6.1", SetVersion},
         {"signal EVENT", "signals an event of the service, or makes one of its timers due", Signal},
         {"override ON", "on or off: sets the service's mark of a wake by the user", Override},
-        {"run until end", "runs the PC until the service's program has ended", RunUntilEnd},
+        {"run until end max SPAN", "runs the PC until the service's program has ended",
+         RunUntilEnd},
+        {"run until end", "the same, however long it takes", RunUntilEnd},
         {"run until state STATE max SPAN", "runs the PC until the service is in a state",
          RunUntilState},
         {"run until TIME", "runs the PC until its clock shows a time of day", RunUntilTime},

@@ -38,7 +38,14 @@ Player::Player(const PlayOptions& options, std::ostream& out)
     m_pc.Install(m_image);
 }
 
-void Player::Play(const ScriptLine& line) { Bind(line)(m_context); }
+void Player::Play(const ScriptLine& line)
+{
+    try {
+        Bind(line)(m_context);
+    } catch (const StuckMachine& stuck) {
+        throw StuckMachine(line.Place() + ": " + stuck.what());
+    }
+}
 
 int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
                 std::ostream& out, std::ostream& errors)

@@ -117,6 +117,7 @@ std::string TellMessageBox(const Effect& effect)
 
 std::string TellPowerSwitch(const Effect& effect)
 {
+    if (effect.Text("what") == L"cut") return "the power is cut";
     return effect.Text("what") == L"on" ? "the PC is switched on" : "the PC is off";
 }
 

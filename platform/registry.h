@@ -69,6 +69,10 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR value, DWORD reserved, DWORD typ
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR value, LPDWORD reserved, LPDWORD type, BYTE* data,
                                 LPDWORD size);
 
+// Writes all changes of the hive that the key belongs to on the disk, and returns when they are
+// there. Without it the system does so a little later, and a power cut may lose the last of them.
+LSTATUS WINAPI RegFlushKey(HKEY key);
+
 // Delete a value; delete a key with everything below it. ERROR_FILE_NOT_FOUND when it does not
 // exist.
 LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR value);

@@ -297,6 +297,21 @@ TEST(MachineTest, WhatAProcessLeavesOpenAndMisusesIsTold)
     EXPECT_TRUE(pc.handles.List().empty());
 }
 
+TEST(MachineTest, AFunctionThatRunsAsTheServicesProgramDoesNotReplaceIt)
+{
+    Machine pc({.free = kRunFree});
+    const auto exit_code = [&](const Process* process) {
+        if (!process) return -1;
+        pc.RunUntilEnd(*process);
+        return process->exit_code();
+    };
+    EXPECT_EQ(exit_code(&pc.Start([] { return 5; })), 5);
+    EXPECT_EQ(exit_code(pc.StartInstalled(Image{}.path, L"")), -1) << "none is installed";
+    pc.Install(Image{}.path, [] { return 3; });
+    EXPECT_EQ(exit_code(&pc.Start([] { return 5; })), 5);
+    EXPECT_EQ(exit_code(pc.StartInstalled(Image{}.path, L"")), 3);
+}
+
 TEST(MachineTest, AStuckMachineTellsWhatEachThreadWaitsFor)
 {
     Machine pc({.free = kRunFree});

@@ -51,8 +51,7 @@ TEST_P(ScenarioTest, GoesAsItSays)
 INSTANTIATE_TEST_SUITE_P(All, ScenarioTest, ::testing::ValuesIn(Scenarios()),
                          [](const auto& scenario) { return scenario.param; });
 
-// The trace of the first day.
-std::string TraceOfFirstDay(std::uint64_t seed)
+std::string TraceOf(const fs::path& script, std::uint64_t seed)
 {
     const fs::path file = fs::temp_directory_path() /
                           ("holv-trace-" + std::to_string(getpid()) + "-" + std::to_string(seed));
@@ -60,9 +59,8 @@ std::string TraceOfFirstDay(std::uint64_t seed)
     options.machine.free = false;
     std::ostringstream story;
     std::ostringstream errors;
-    EXPECT_EQ(PlayScripts({kScenarios / "first_day.pc"}, options, story, errors), 0)
-        << "seed " << seed << "\n"
-        << errors.str();
+    EXPECT_EQ(PlayScripts({script}, options, story, errors), 0) << "seed " << seed << "\n"
+                                                                << errors.str();
     std::ifstream stream(file, std::ios::binary);
     std::string trace(std::istreambuf_iterator<char>(stream), {});
     fs::remove(file);
@@ -72,11 +70,37 @@ std::string TraceOfFirstDay(std::uint64_t seed)
 TEST(TraceTest, ASeedGivesTheSameTraceByteByByte)
 {
     for (const std::uint64_t seed : {0, 1, 2}) {
-        const std::string trace = TraceOfFirstDay(seed);
+        const std::string trace = TraceOf(kScenarios / "first_day.pc", seed);
         EXPECT_GT(trace.size(), 10'000u);
-        EXPECT_EQ(TraceOfFirstDay(seed), trace) << "seed " << seed;
+        EXPECT_EQ(TraceOf(kScenarios / "first_day.pc", seed), trace) << "seed " << seed;
         EXPECT_EQ(trace.find(HOLV_SOURCE_DIR), std::string::npos) << "a path of the host";
     }
+}
+
+TEST(TraceTest, ASeedGivesTheSameTraceOnAnUnkindPcToo)
+{
+    const fs::path script =
+        fs::temp_directory_path() / ("holv-unkind-" + std::to_string(getpid()) + ".pc");
+    std::ofstream(script) << "service install\n"
+                             "run 2m\n"
+                             "slow all\n"
+                             "slow RegGetValueW 300ms rate 0.05\n"
+                             "fault PowerWriteACValueIndex 5 rate 0.3\n"
+                             "service start\nuser leaves\nrun 40m\n"
+                             "service kill\nservice start\nrun 5m\n"
+                             "power cut\npc boot\nrun 40m\n"
+                             "service kill\nservice kill at call 300\nservice start\nrun 1m\n"
+                             "power cut at call 500\nservice start\nrun 1m\n"
+                             "expect power off\npc boot\nrun 1h\n";
+    std::set<std::string> traces;
+    for (const std::uint64_t seed : {1, 2, 3}) {
+        const std::string trace = TraceOf(script, seed);
+        EXPECT_GT(trace.size(), 10'000u);
+        EXPECT_EQ(TraceOf(script, seed), trace) << "seed " << seed;
+        traces.insert(trace);
+    }
+    EXPECT_EQ(traces.size(), 3u) << "the seeds draw the same";
+    fs::remove(script);
 }
 
 // A process whose threads log at once, three lines each.

@@ -68,6 +68,9 @@ TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
         {"reg set HKLM\\A b binary 0g", "\"0x0g\" is no number"},
         {"clock 2026-13-02 21:30", "\"2026-13-02 21:30\" is no date and time"},
         {"run 30", "\"30\" is no time span"},
+        {"run 300000000h", "\"300000000h\" is longer than a hundred years"},
+        {"run 99999999999h", "\"99999999999h\" is no time span"},
+        {"service kill at call 0", "calls are counted from 1"},
         {"run until 25:00", "\"25:00\" is no time of day"},
         {"run until state HOLV max 2h", "\"HOLV\" is no state"},
         {"signal EVENT_ENTER", "\"EVENT_ENTER\" is none of: EVENT_ENTER_S0"},
@@ -113,6 +116,8 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
         {"service start", "the start is refused with error 1060"},
         {"expect service running", "expected the service to be running, but it is absent"},
         {"pipe hangup A", "nobody listens on pipe A"},
+        {"service kill", "the service's program does not run"},
+        {"expect power off", "expected the PC to be off, but it is on"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(Play("say before # a comment\n" + std::string(c.line) + "\nsay after"), 1);
@@ -135,9 +140,18 @@ TEST_F(ScriptTest, AStuckMachineIsReportedWithItsThreads)
     EXPECT_EQ(Play("reg set HKLM\\Software\\Orbeq\\Holv\\User EnableNeverSleep dword 0\n"
                    "service install\nservice start\nrun until end"),
               1);
-    EXPECT_NE(Errors().find("the machine is stuck: all threads are blocked"), std::string::npos)
+    EXPECT_TRUE(Errors().starts_with("a.pc:4: the machine is stuck: all threads are blocked"))
         << Errors();
     EXPECT_NE(Errors().find("for an object to be signalled"), std::string::npos);
+}
+
+TEST_F(ScriptTest, ACommandThatWaitsGivesUpInTime)
+{
+    EXPECT_EQ(Play("service install\nservice start\nrun until end max 2h"), 1);
+    EXPECT_EQ(Errors(), "a.pc:3: the service's program has not ended within 2h\n");
+    EXPECT_EQ(Play("battery charge 1/h\npower battery 50\npower ac\nsleep\nclient quit"), 1);
+    EXPECT_EQ(Errors(), "a.pc:5: UI has not ended within five minutes\n");
+    EXPECT_EQ(Play("client quit\nservice install\nservice start\nservice stop"), 0) << Errors();
 }
 
 TEST_F(ScriptTest, ABadRegFileIsNamedAndChangesNothing)

@@ -89,6 +89,8 @@ Machine::Machine(const Options& options)
     : m_switched_on_at(*ParseCalendar(kFirstClock)),
       scheduler(*this, {.free = options.free, .seed = options.seed, .pace = options.pace}),
       faults(options.seed),
+      slowness(options.seed),
+      unwritten(*this, options.seed),
       m_facets(std::make_unique<Facets>(*this, options)),
       registry(m_facets->registry),
       devices(m_facets->devices),
@@ -163,9 +165,11 @@ void Machine::SetClock(CalendarTime local)
     announcer.TimeChanged();
 }
 
-// Effect "power switch": `what` was done, on or off.
+// Effect "power switch": `what` was done, on, off or cut.
 void Machine::Boot()
 {
+    Settle();
+    if (!std::exchange(m_on, true)) sleep.SwitchOn();
     journal.Record("power switch", {{"what", L"on"}});
     services.Boot();
     Settle();
@@ -182,7 +186,28 @@ void Machine::ShutDown()
     RunUntil([this] {
         return std::ranges::none_of(processes(), [](const auto& p) { return p->running(); });
     });
+    const Hold hold(*this);
+    m_on = false;
+    sleep.SwitchOff();
     journal.Record("power switch", {{"what", L"off"}});
+}
+
+void Machine::CutPower()
+{
+    const Hold hold(*this);
+    if (!std::exchange(m_on, false)) return;
+    journal.Record("power switch", {{"what", L"cut"}});
+    for (const auto& process : processes()) process->Terminate(1);
+    unwritten.Lose();
+    disk.Lose();
+    power.Lose();
+    session.SwitchOff();
+    sleep.SwitchOff();
+}
+
+void Machine::CutPowerAtCall(std::wstring_view program, std::uint64_t number)
+{
+    programs.AtCall(program, number, [this](Process&) { CutPower(); });
 }
 
 void Machine::Install(const Image& image) { programs.Install(image); }
@@ -206,6 +231,11 @@ Process& Machine::Start(const Image& image, std::wstring_view arguments)
 Process& Machine::Start(std::function<int()> entry, std::wstring_view command_line)
 {
     return programs.Start(std::move(entry), command_line);
+}
+
+void Machine::KillAtCall(std::wstring_view program, std::uint64_t number)
+{
+    programs.AtCall(program, number, [](Process& process) { process.Terminate(1); });
 }
 
 const std::vector<std::unique_ptr<Process>>& Machine::processes() const

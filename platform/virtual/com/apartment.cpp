@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "platform/virtual/core/leaving.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/core/thread.h"
@@ -44,13 +45,15 @@ HRESULT Exported::Learn(REFIID id)
     }
     if (!object) return RPC_E_DISCONNECTED;
     void* learned = nullptr;
-    const HRESULT result = object->QueryInterface(id, &learned);
+    HRESULT result = E_FAIL;
+    EnterProcess([&] { result = object->QueryInterface(id, &learned); });
     if (FAILED(result)) return result;
     {
         const Hold hold(Machine::Current());
         if (m_interfaces.emplace(id, static_cast<IUnknown*>(learned)).second) return S_OK;
     }
-    static_cast<IUnknown*>(learned)->Release();  // another thread has queried it meanwhile
+    // Another thread has queried it meanwhile.
+    EnterProcess([&] { static_cast<IUnknown*>(learned)->Release(); });
     return S_OK;
 }
 
@@ -90,7 +93,7 @@ void RemoteCall::Run()
         }
     } finishing{*this};
     try {
-        finishing.result = body();
+        EnterProcess([&] { finishing.result = body(); });
     } catch (const ThreadEnds&) {
         throw;
     } catch (...) {
@@ -174,6 +177,7 @@ void Apartment::Post(std::function<void()> body)
 
 HRESULT Apartment::Send(std::function<HRESULT()> body)
 {
+    const Boundary boundary;
     Thread& self = *Thread::Self();
     const auto call = std::make_shared<RemoteCall>();
     call->body = std::move(body);

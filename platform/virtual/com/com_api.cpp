@@ -118,6 +118,7 @@ HRESULT FindServer(Call& call, REFCLSID class_id, ExportedInterface& class_objec
 
 HRESULT CreateElsewhere(REFCLSID class_id, REFIID id, void** object)
 {
+    const Boundary boundary;
     ExportedInterface class_object;
     {
         Call call(fn_co_create_instance);
@@ -145,6 +146,7 @@ void WINAPI CoUninitialize()
     std::shared_ptr<Apartment> closing;
     {
         Call call(fn_co_uninitialize);
+        if (call.Void()) return;
         ApartmentMembership& membership = call.thread.membership;
         if (membership.entered == 0) {
             call.machine.NoteMisuse("CoUninitialize on a thread that is in no apartment");
@@ -246,6 +248,7 @@ ULONG WINAPI CoAddRefServerProcess()
 ULONG WINAPI CoReleaseServerProcess()
 {
     Call call(fn_co_release_server_process);
+    if (call.Void()) return 0;
     const ULONG left = call.machine.com.ChangeServerReferences(&call.process(), -1);
     if (left == 0) call.machine.com.SetSuspended(&call.process(), true);
     return left;

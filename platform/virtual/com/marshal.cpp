@@ -4,6 +4,7 @@
 
 #include "platform/virtual/com/proxy.h"
 #include "platform/virtual/com/variant.h"
+#include "platform/virtual/core/leaving.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/thread.h"
 
@@ -23,7 +24,9 @@ HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported
     const std::shared_ptr<Apartment> home = Thread::Self()->membership.apartment;
     if (!home) return CO_E_NOTINITIALIZED;
     IUnknown* identity = nullptr;
-    const HRESULT asked = object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity));
+    HRESULT asked = E_FAIL;
+    EnterProcess(
+        [&] { asked = object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)); });
     if (FAILED(asked)) return asked;
     bool known = true;
     {
@@ -36,7 +39,7 @@ HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported
             known = false;
         }
     }
-    if (known) identity->Release();
+    if (known) EnterProcess([&] { identity->Release(); });
     return exported.object->Learn(id);
 }
 
@@ -56,7 +59,7 @@ HRESULT ImportInterface(const ExportedInterface& exported, void** object)
         found = exported.object->Find(exported.id);
     }
     if (!found) return RPC_E_DISCONNECTED;
-    found->AddRef();
+    EnterProcess([&] { found->AddRef(); });
     *object = found;
     return S_OK;
 }

@@ -60,6 +60,7 @@ protected:
     template <class Body>
     HRESULT Remote(Function& function, Body body)
     {
+        const Boundary boundary;
         std::shared_ptr<Exported> object;
         if (const HRESULT begun = proxy().Begin(function, object); FAILED(begun)) return begun;
         return object->home->Send([object, id = m_id, body = std::move(body)]() -> HRESULT {
@@ -78,6 +79,7 @@ protected:
     HRESULT RemoteGiven(Function& function, REFIID id, Given** given, Body body)
     {
         if (!given) return E_POINTER;
+        const Boundary boundary;
         *given = nullptr;
         const auto parcel = std::make_shared<Parcel>();
         parcel->objects.resize(1);
@@ -464,10 +466,7 @@ Proxy::Proxy(std::shared_ptr<Exported> object, std::shared_ptr<Apartment> apartm
 
 void Proxy::Closed()
 {
-    const auto known = m_apartment->proxies.find(m_object.get());
-    if (known != m_apartment->proxies.end() && known->second == this) {
-        m_apartment->proxies.erase(known);
-    }
+    std::erase_if(m_apartment->proxies, [this](const auto& known) { return known.second == this; });
     m_object.reset();
 }
 
@@ -484,6 +483,7 @@ HRESULT Proxy::Query(REFIID id, void** interface)
 {
     if (!interface) return E_POINTER;
     *interface = nullptr;
+    const Boundary boundary;
     std::shared_ptr<Exported> object;
     if (const HRESULT begun = Begin(fn_query_interface, object); FAILED(begun)) return begun;
     FacetMaker make = nullptr;

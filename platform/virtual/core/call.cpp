@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <exception>
 
+#include "platform/virtual/core/process.h"
+
 namespace virtual_pc {
 namespace {
 
@@ -21,19 +23,43 @@ Thread& SelfOrDie(const Function& function)
 }  // namespace
 
 Call::Call(Function& function)
-    : machine(Machine::Current()),
-      thread(SelfOrDie(function)),
+    : Boundary(&SelfOrDie(function)),
+      machine(Machine::Current()),
+      thread(*m_thread),
       m_function(function),
       m_hold(machine)
 {
     machine.scheduler.Preempt(thread);
-    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
-    // ends the thread here.
-    if (thread.ends && function.role() != Role::releases && std::uncaught_exceptions() == 0) {
-        throw ThreadEnds{};
-    }
+    if (thread.process) thread.process->CountCall();
+    EndWithProcess();
+    if (m_void) return;
+    if (machine.slowness.any()) TakeTime();
     machine.LookAtWatch();
     m_error = machine.faults.OnCall(function);
+}
+
+void Call::EndWithProcess()
+{
+    if (EndIfKilled(thread) || (thread.process && thread.process->killed())) {
+        m_void = true;
+        m_error = m_function.DefaultError();
+        return;
+    }
+    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
+    // ends the thread here.
+    if (thread.ends && m_function.role() != Role::releases && std::uncaught_exceptions() == 0) {
+        throw ThreadEnds{};
+    }
+}
+
+// A thread that unwinds takes no time: it may not end by an exception from a wait then.
+void Call::TakeTime()
+{
+    if (!thread.process || thread.ends || std::uncaught_exceptions() > 0 || !Hold::Once()) return;
+    const Duration time = machine.slowness.Draw(m_function, thread);
+    if (time > Duration{0}) {
+        Waitable::WaitFor(machine, thread, {}, false, machine.now() + time);
+    }
 }
 
 bool Call::Fails()

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "platform/virtual/core/faults.h"
+#include "platform/virtual/core/leaving.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/thread.h"
 
@@ -11,7 +12,7 @@ namespace virtual_pc {
 
 // One call of a platform function. Making it
 // - may hand over to another thread (deterministic mode with a seed),
-// - ends the thread, by an exception, when its process has ended,
+// - ends the thread when its process has ended or been killed,
 // - holds the machine until the Call is destroyed,
 // - counts the call, and takes the fault that is set for it, if any.
 //
@@ -23,7 +24,7 @@ namespace virtual_pc {
 //         Event* event = call.Find<Event>(handle);      // null: ERROR_INVALID_HANDLE is set
 //         if (!event) return FALSE;
 //         ...
-class Call
+class Call : Boundary
 {
 public:
     explicit Call(Function& function);
@@ -33,6 +34,9 @@ public:
     bool Fails();
     // The code to fail with: for functions that return a status or an HRESULT.
     DWORD error() const { return *m_error; }
+    // Whether it must do nothing, as its process has been killed (leaving.h). It fails then; this
+    // is for functions that cannot.
+    bool Void() const { return m_void; }
 
     // Sets the last error and returns FALSE.
     BOOL Fail(DWORD error);
@@ -65,10 +69,13 @@ public:
 
 private:
     void BadHandle(HANDLE handle);
+    void EndWithProcess();
+    void TakeTime();
 
     Function& m_function;
     Hold m_hold;
     std::optional<DWORD> m_error;
+    bool m_void = false;
 };
 
 // The whole of a function that acts on the object of one handle. FALSE, with the last error set,

@@ -27,6 +27,11 @@ Hold::~Hold()
     if (--t_holds == 0) m_machine.m_mutex.unlock();
 }
 
+void Hold::Release()
+{
+    if (std::exchange(t_holds, 0) > 0) g_machine->m_mutex.unlock();
+}
+
 bool Hold::Once() { return t_holds == 1; }
 
 void Hold::Require()
@@ -88,6 +93,9 @@ std::vector<std::string> Machine::misuses() const
 void Machine::NoteMisuse(std::string what)
 {
     const Hold hold(*this);
+    // A killed process is past mistakes.
+    const Thread* self = Thread::Self();
+    if (self && self->process && self->process->killed()) return;
     m_misuses.push_back(std::move(what));
 }
 

@@ -28,6 +28,8 @@
 #include "platform/virtual/core/journal.h"
 #include "platform/virtual/core/launch.h"
 #include "platform/virtual/core/scheduler.h"
+#include "platform/virtual/core/slowness.h"
+#include "platform/virtual/core/unwritten.h"
 
 namespace virtual_pc {
 
@@ -64,6 +66,7 @@ class Machine
     std::unique_ptr<OneCore> m_one_core;  // null when threads run free
     mutable std::mutex m_mutex;
     CalendarTime m_switched_on_at;
+    bool m_on = true;
 
 public:
     struct Options
@@ -110,6 +113,13 @@ public:
     // Sends the services the shutdown control, waits for their processes for twenty seconds at
     // most, and terminates the processes that still run.
     void ShutDown();
+    // Cuts the power, in a call of a process as well: all processes are killed, and the disk, the
+    // registry and the power plans are left as they were written there (unwritten.h).
+    void CutPower();
+    // The same in place of a call, as KillAtCall.
+    void CutPowerAtCall(std::wstring_view program, std::uint64_t number);
+    // Whether the PC is on: from the start, and from Boot, to ShutDown or CutPower.
+    bool on() const { return m_on; }
 
     // --- Processes ---
     // Puts a program on the disk: an image, or a function of the host program that it runs.
@@ -120,9 +130,20 @@ public:
                             std::optional<Launch> launch = {});
     // Installs and starts a program. The image is loaded anew, so its process-wide data are fresh.
     Process& Start(const Image& image, std::wstring_view arguments = {});
-    // Starts a function of the host program as a process, as a test does.
+    // Runs a function of the host program as a process that has the path of the service's program,
+    // as a test does. The program on the disk stays what it is.
     Process& Start(std::function<int()> entry, std::wstring_view command_line = L"test.exe");
     const std::vector<std::unique_ptr<Process>>& processes() const;
+    // Kills a program's next process in place of its platform call with this number, counted from
+    // the process's start. For each call in turn:
+    //
+    //     for (std::uint64_t n = 1;; ++n) {
+    //         Machine pc;
+    //         pc.KillAtCall(image.path, n);
+    //         Process& process = pc.Start(image);
+    //         pc.RunUntilEnd(process);
+    //         if (!process.killed()) break;  // it has made process.calls() calls, fewer than n
+    void KillAtCall(std::wstring_view program, std::uint64_t number);
 
     // Called with the machine held: when a process's image is in memory and about to run; when all
     // its threads but the last have ended and the image is still loaded; and when it has ended.
@@ -151,6 +172,8 @@ public:
     HandleTable handles;
     Journal journal{*this};
     Faults faults;
+    Slowness slowness;
+    Unwritten unwritten;
 
     // The handle of each piece of memory that is handed out (memory.h).
     std::map<const void*, HANDLE> memory_handles;
@@ -212,6 +235,9 @@ public:
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
 
+    // Unlocks the machine, however often the calling thread holds it: for a thread that leaves the
+    // frames that hold it.
+    static void Release();
     // Whether the calling thread holds the machine exactly once, as it must to block.
     static bool Once();
     // Ends the host program when the calling thread does not hold the machine. For functions that

@@ -9,7 +9,10 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
+#include "platform/virtual/base/random.h"
+#include "platform/virtual/core/leaving.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/thread.h"
 
@@ -62,8 +65,9 @@ void* Process::Find(const char* symbol) const
     return m_loaded ? m_loaded->Find(symbol) : nullptr;
 }
 
-Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how)
-    : launch(std::move(how)), m_image(image), m_command_line(command_line)
+Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how,
+                 std::uint64_t start)
+    : launch(std::move(how)), m_image(image), m_command_line(command_line), m_start(start)
 {
 }
 
@@ -80,7 +84,7 @@ void Process::Begin(Machine& machine, std::function<int()> entry)
     m_first_thread = StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
         Thread& self = *Thread::Self();
         int exit_code = 1;
-        Guard(self, [&] { exit_code = entry ? entry() : RunImage(); });
+        Guard(self, [&] { exit_code = entry ? entry() : RunImage(self); });
         End(self, exit_code);
         return static_cast<DWORD>(exit_code);
     });
@@ -93,8 +97,11 @@ std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWO
     thread->id = machine.m_next_thread_id;
     machine.m_next_thread_id += 4;
     thread->process = this;
+    thread->key = ++m_threads_started + (m_start << 32);
+    for (const wchar_t letter : m_image.path) thread->key = Random(thread->key, letter).Next();
     thread->object = std::make_shared<ThreadObject>();
     thread->body = std::move(body);
+    thread->ends = thread->vanishes = m_killed.load();
     machine.scheduler.Start(thread);
     return thread;
 }
@@ -103,7 +110,7 @@ std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWO
 void Process::Guard(Thread& self, const std::function<void()>& body)
 {
     try {
-        body();
+        EnterProcess(body);
     } catch (const ThreadEnds&) {
     } catch (const RaisedException& raised) {
         EXCEPTION_RECORD record{};
@@ -116,9 +123,11 @@ void Process::Guard(Thread& self, const std::function<void()>& body)
     }
 }
 
-int Process::RunImage()
+int Process::RunImage(Thread& self)
 {
+    self.keeps_on = true;
     auto loaded = std::make_unique<LoadedImage>(m_image);
+    self.keeps_on = false;
     using Entry = int(WINAPI*)(HINSTANCE, HINSTANCE, LPWSTR, int);
     const auto entry = reinterpret_cast<Entry>(loaded->Find("wWinMain"));
     if (!entry) throw std::runtime_error(m_image.host_path + ": has no wWinMain");
@@ -145,13 +154,27 @@ void Process::Unhandled(Thread& self, EXCEPTION_RECORD record)
     EXCEPTION_POINTERS pointers{&record, nullptr};
     if (filter) {
         try {
-            filter(&pointers);
+            EnterProcess([&] { filter(&pointers); });
         } catch (const ThreadEnds&) {
             // Another thread has ended the process in the meantime.
         }
     }
     const Hold hold(machine);
+    m_killed = true;
     EndThreads(machine, &self);
+}
+
+void Process::DoDeed()
+{
+    m_deed_at = 0;
+    std::exchange(m_deed, {})(*this);
+}
+
+void Process::AtCall(std::uint64_t number, std::function<void(Process&)> deed)
+{
+    Hold::Require();
+    m_deed_at = number;
+    m_deed = std::move(deed);
 }
 
 void Process::EndThreads(Machine& machine, const Thread* but)
@@ -159,6 +182,7 @@ void Process::EndThreads(Machine& machine, const Thread* but)
     for (const auto& thread : machine.scheduler.threads()) {
         if (thread->process != this || thread.get() == but || thread.get() == m_last) continue;
         thread->ends = true;
+        thread->vanishes = m_killed.load();
         machine.scheduler.MakeReady(*thread);
     }
 }
@@ -181,17 +205,19 @@ DWORD Process::first_thread_id() const { return m_first_thread->id; }
 bool Process::Terminate(int exit_code)
 {
     Hold::Require();
-    if (m_ended || m_last || m_ended_with) return false;
-    m_ended_with = exit_code;
+    if (m_ended || m_killed) return false;
+    const bool ends_by_itself = m_last != nullptr;
+    m_killed = true;
+    if (!ends_by_itself) m_ended_with = exit_code;
     EndThreads(Machine::Current(), nullptr);
-    return true;
+    return !ends_by_itself;
 }
 
 void Process::Kill()
 {
     Machine& machine = Machine::Current();
     const Hold hold(machine);
-    EndThreads(machine, nullptr);
+    Terminate(1);
     machine.scheduler.RunMachine(kNever, [this] { return !running(); });
 }
 
@@ -201,7 +227,8 @@ void Process::End(Thread& last, int exit_code)
     std::unique_ptr<LoadedImage> loaded;
     {
         const Hold hold(machine);
-        last.ends = false;
+        last.ends = last.vanishes = false;
+        last.keeps_on = true;
         m_last = &last;
         EndThreads(machine, &last);
         for (const auto& thread : std::vector(machine.scheduler.threads())) {
@@ -211,15 +238,14 @@ void Process::End(Thread& last, int exit_code)
         if (machine.process_ending) machine.process_ending(*this);
         machine.LookAtWatch();
         if (m_loaded) machine.Watch(nullptr, {});
+        if (m_killed) CloseWhatIsOpen(machine);
         loaded = std::move(m_loaded);
     }
     // Unloading destroys its static objects, which may still call the platform.
     loaded.reset();
 
     const Hold hold(machine);
-    m_left_open = machine.handles.CloseAllOf(this);
-    std::erase_if(machine.memory_handles,
-                  [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
+    CloseWhatIsOpen(machine);
     m_exit_code = exit_code = m_ended_with.value_or(exit_code);
     m_ended = true;
     m_object->Signal();
@@ -228,6 +254,13 @@ void Process::End(Thread& last, int exit_code)
                                        {"path", m_image.path},
                                        {"id", std::uint64_t{m_id}},
                                        {"exit_code", std::int64_t{exit_code}}});
+}
+
+void Process::CloseWhatIsOpen(Machine& machine)
+{
+    for (LeftOpen& left : machine.handles.CloseAllOf(this)) m_left_open.push_back(std::move(left));
+    std::erase_if(machine.memory_handles,
+                  [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
 }
 
 }  // namespace virtual_pc

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -67,7 +68,9 @@ public:
 class Process
 {
 public:
-    Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how);
+    // `start` counts the starts of the program.
+    Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how,
+            std::uint64_t start);
 
     // Starts its first thread, which runs `entry` or, when that is empty, the image. Called once,
     // with the machine held.
@@ -78,9 +81,12 @@ public:
     std::wstring& command_line() { return m_command_line; }
     const std::wstring& command_line() const { return m_command_line; }
     bool running() const { return !m_ended; }
-    // Whether it has ended, or its first thread waits for the others to end; callers start no more
-    // threads in it then.
-    bool ending() const { return m_last != nullptr; }
+    // Whether it has ended, has been killed, or its first thread waits for the others to end;
+    // callers start no more threads in it then.
+    bool ending() const { return m_last != nullptr || m_killed; }
+    // Whether it was terminated from outside or has crashed. It runs nothing from then on, and its
+    // calls have no effect; the machine closes what it has open.
+    bool killed() const { return m_killed; }
     // Valid once it has ended.
     int exit_code() const { return m_exit_code; }
     // Whether an unhandled exception ended it.
@@ -94,9 +100,23 @@ public:
     // Whether the privilege to end other users' processes is enabled.
     bool debug_privilege = false;
 
-    // Terminates it as TerminateProcess does: its threads end at their next platform call. False
-    // when it has ended or is ending already. With the machine held.
+    // Kills it as TerminateProcess does. False when it has ended or is ending already. With the
+    // machine held.
     bool Terminate(int exit_code);
+
+    // How many platform functions its threads have called, from its start.
+    std::uint64_t calls() const { return m_calls; }
+    // Runs `deed` in place of the call with this number, counted from 1, with the machine held; the
+    // call goes on after it, unless the deed kills the process. One at a time. With the machine
+    // held, and not for a call that has been made.
+    void AtCall(std::uint64_t number, std::function<void(Process&)> deed);
+    // For Call.
+    void CountCall()
+    {
+        const std::uint64_t number = m_calls.load(std::memory_order_relaxed) + 1;
+        m_calls.store(number, std::memory_order_relaxed);
+        if (number == m_deed_at) DoDeed();
+    }
 
     std::shared_ptr<Waitable> object() const { return m_object; }
     std::shared_ptr<Waitable> first_thread() const;
@@ -122,11 +142,14 @@ private:
     friend class Machine;
     friend class Scheduler;
 
-    int RunImage();
+    int RunImage(Thread& self);
     void Unhandled(Thread& self, EXCEPTION_RECORD record);
+    void DoDeed();
     // Marks the process's threads, but one, to end at their next platform call.
     void EndThreads(Machine& machine, const Thread* but);
+    // For the driver: kills it, and runs the machine until it has ended.
     void Kill();
+    void CloseWhatIsOpen(Machine& machine);
     // On the process's first thread: waits for the others to end, and closes what is left open.
     void End(Thread& last, int exit_code);
 
@@ -139,6 +162,13 @@ private:
     std::optional<int> m_ended_with;  // the argument of Terminate
     int m_exit_code = 0;
     std::atomic<bool> m_ended = false;  // set last: a thread that reads true may read the rest
+    std::atomic<bool> m_killed = false;
+    // With the machine held, but for reading the count.
+    std::atomic<std::uint64_t> m_calls = 0;
+    std::uint64_t m_deed_at = 0;
+    const std::uint64_t m_start;
+    std::uint64_t m_threads_started = 0;
+    std::function<void(Process&)> m_deed;
     bool m_crashed = false;
     const Thread* m_last = nullptr;  // the thread that is in End
     std::vector<LeftOpen> m_left_open;

@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "platform/virtual/core/leaving.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/thread.h"
 
@@ -14,9 +15,9 @@ namespace {
 thread_local Thread* t_self = nullptr;
 
 // Ends a thread whose process has ended, by an exception, unless the thread is unwinding already.
-void EndIfEnding(const Thread& self)
+void EndIfEnding(Thread& self)
 {
-    if (self.ends && std::uncaught_exceptions() == 0) throw ThreadEnds{};
+    if (!EndIfKilled(self) && self.ends && std::uncaught_exceptions() == 0) throw ThreadEnds{};
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // A thread of the machine: a host thread, and what the machine keeps about it.
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +17,8 @@
 namespace virtual_pc {
 
 class Apartment;
+class Function;
+class ProcessEntry;
 class Process;
 
 // The COM apartment that a thread is in, and how many of its CoInitialize calls are still to be
@@ -37,7 +41,8 @@ public:
     virtual void Serve() = 0;
 };
 
-// Thrown to unwind a thread whose process has ended, so that its frames release what they hold.
+// Thrown to unwind a thread whose process has ended, so that its frames release what they hold; in
+// a killed process only the machine's frames (leaving.h).
 struct ThreadEnds
 {
 };
@@ -54,14 +59,24 @@ class Thread
 public:
     DWORD id = 0;
     Process* process = nullptr;  // null for the driver
+    // Names it by its process's program and by the order in which both were started: the same in
+    // two runs, however many threads other programs start.
+    std::uint64_t key = 0;
     std::function<DWORD()> body;
     std::shared_ptr<ThreadObject> object;
 
     // Only the thread itself touches these.
     DWORD last_error = 0;
     std::vector<void*> tls;
+    ProcessEntry* entry = nullptr;  // where the process was last entered (leaving.h)
+    int boundaries = 0;             // between there and here
+    // While it loads or unloads an image it cannot end: the platform calls of a killed process then
+    // do nothing and fail.
+    bool keeps_on = false;
+    bool leaving = false;  // ThreadEnds is under way in a killed process
 
     // With the machine held.
+    std::map<const Function*, std::uint64_t> slow_calls;  // while functions take time
     enum class State
     {
         ready,
@@ -71,6 +86,8 @@ public:
     };
     State state = State::ready;
     bool ends = false;  // its process is ending
+    // Its process has been killed. Set with the machine held; any thread may read it.
+    std::atomic<bool> vanishes = false;
     Wait wait;
     ApartmentMembership membership;
     std::shared_ptr<MessageServer> message_server;  // of the thread's window; null for none

@@ -13,6 +13,7 @@
 
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/unwritten.h"
 
 namespace virtual_pc {
 namespace {
@@ -107,6 +108,68 @@ void Disk::Write(std::wstring_view path, std::string_view bytes)
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     file.close();
     if (!file) throw std::runtime_error("\"" + ToUtf8(path) + "\" cannot be written");
+    if (const auto known = m_writes.find(host.string()); known != m_writes.end()) {
+        *known->second = {bytes.size()};
+    }
+}
+
+// --- What a power cut loses ---
+
+std::shared_ptr<FileWrites> Disk::WritesOf(const std::string& host)
+{
+    std::shared_ptr<FileWrites>& writes = m_writes[host];
+    if (!writes) writes = std::make_shared<FileWrites>();
+    return writes;
+}
+
+void Disk::Note(FileWrites& file, FileWrites::Write write)
+{
+    const Instant written = m_machine.now() - Unwritten::kLazyWrite;
+    while (!file.writes.empty() && file.writes.front().at <= written) file.writes.pop_front();
+    if (Unwritten::AtOnce()) {
+        file.writes.clear();
+    } else {
+        file.writes.push_back(std::move(write));
+    }
+}
+
+namespace {
+
+// Undoes a write but for its first bytes.
+void Undo(const std::string& host, const FileWrites::Write& write, std::uint64_t kept)
+{
+    std::error_code error;
+    if (write.creates) {
+        fs::remove(host, error);
+        return;
+    }
+    std::fstream file(host, std::ios::binary | std::ios::in | std::ios::out);
+    std::string stays(kept, '\0');
+    file.seekg(static_cast<std::streamoff>(write.offset));
+    file.read(stays.data(), static_cast<std::streamsize>(kept));
+    file.seekp(static_cast<std::streamoff>(write.offset));
+    file.write(write.before.data(), static_cast<std::streamsize>(write.before.size()));
+    file.seekp(static_cast<std::streamoff>(write.offset));
+    file.write(stays.data(), static_cast<std::streamsize>(kept));
+    file.close();
+    fs::resize_file(host, std::max(write.size_before, write.offset + kept), error);
+}
+
+}  // namespace
+
+void Disk::Lose()
+{
+    const Instant written = m_machine.now() - Unwritten::kLazyWrite;
+    for (const auto& [host, file] : m_writes) {
+        auto& writes = file->writes;
+        while (!writes.empty() && writes.front().at <= written) writes.pop_front();
+        const std::size_t kept = m_machine.unwritten.Kept(writes.size());
+        for (; writes.size() > kept; writes.pop_back()) {
+            const bool torn = writes.size() == kept + 1 && writes.back().length > 0;
+            Undo(host, writes.back(), torn ? m_machine.unwritten.Kept(writes.back().length) : 0);
+        }
+    }
+    m_writes.clear();
 }
 
 std::shared_ptr<PipeListener> Disk::Listen(std::wstring_view name)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 
 #include "platform/file.h"
 #include "platform/virtual/base/names.h"
+#include "platform/virtual/base/time.h"
 
 namespace virtual_pc {
 
@@ -31,6 +33,23 @@ public:
 
 private:
     std::wstring m_name;
+};
+
+// What was written to a file and is not on the disk yet (unwritten.h), latest last.
+struct FileWrites
+{
+    struct Write
+    {
+        Instant at;
+        std::uint64_t offset;
+        std::uint64_t length;
+        std::uint64_t size_before;
+        std::string before;    // the bytes that were written over, or cut off
+        bool creates = false;  // the file was not there before
+    };
+
+    std::uint64_t size = 0;  // of the file
+    std::deque<Write> writes = {};
 };
 
 class Disk
@@ -63,11 +82,21 @@ public:
     // over a file's old bytes takes none.
     std::optional<std::uint64_t> space_left;
 
+    // --- For the platform functions, with the machine held ---
+    // By the file's path on the host.
+    std::shared_ptr<FileWrites> WritesOf(const std::string& host);
+    // Notes a write before it is made.
+    void Note(FileWrites& file, FileWrites::Write write);
+    // The power was cut: of the writes that are not on the disk yet the first stay, as many as the
+    // seed says, and a part of the next.
+    void Lose();
+
 private:
     Machine& m_machine;
     std::string m_folder;
     bool m_own = false;
     std::map<std::wstring, std::shared_ptr<PipeListener>, NoCase> m_listeners;
+    std::map<std::string, std::shared_ptr<FileWrites>> m_writes;
 };
 
 }  // namespace virtual_pc

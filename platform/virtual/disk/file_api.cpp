@@ -63,6 +63,8 @@ public:
 
     // Writes as many bytes as it can and sets `written` to their number. Returns an error code.
     virtual DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) = 0;
+    // Puts what was written on the disk.
+    virtual void Flush() {}
 
 protected:
     // Effect "write": the `path` written to, the `offset` of the first byte and the bytes as
@@ -85,9 +87,10 @@ private:
 class DiskFile final : public Writable
 {
 public:
-    DiskFile(std::wstring name, DWORD access, int file)
-        : Writable(std::move(name), access), m_file(file)
+    DiskFile(std::wstring name, DWORD access, int file, std::shared_ptr<FileWrites> writes)
+        : Writable(std::move(name), access), m_file(file), m_writes(std::move(writes))
     {
+        m_writes->size = Size();
     }
     ~DiskFile() override { close(m_file); }
     std::string_view Kind() const override { return "file"; }
@@ -109,19 +112,38 @@ public:
         const std::uint64_t end = space ? std::max(Size(), m_position) : 0;
         if (space) bytes = bytes.substr(0, end - m_position + *space);
         if (bytes.empty()) return ERROR_DISK_FULL;
+        Note(machine, bytes.size());
         const ssize_t taken =
             pwrite(m_file, bytes.data(), bytes.size(), static_cast<off_t>(m_position));
         if (taken < 0) return ErrorOf(errno);
         bytes = bytes.substr(0, static_cast<std::size_t>(taken));
         Record(machine, m_position, bytes);
         m_position += bytes.size();
+        m_writes->size = std::max(m_writes->size, m_position);
         if (space && m_position > end) *space -= m_position - end;
         written = static_cast<DWORD>(bytes.size());
         return NO_ERROR;
     }
 
+    void Flush() override { m_writes->writes.clear(); }
+
 private:
+    // Before bytes are written at the position.
+    void Note(Machine& machine, std::uint64_t length)
+    {
+        const std::uint64_t size = m_writes->size;
+        FileWrites::Write write{machine.now(), m_position, length, size, {}, false};
+        if (m_position < size) {
+            write.before.resize(std::min(length, size - m_position));
+            const ssize_t read = pread(m_file, write.before.data(), write.before.size(),
+                                       static_cast<off_t>(m_position));
+            write.before.resize(static_cast<std::size_t>(std::max<ssize_t>(read, 0)));
+        }
+        machine.disk.Note(*m_writes, std::move(write));
+    }
+
     int m_file;
+    const std::shared_ptr<FileWrites> m_writes;
     std::uint64_t m_position = 0;
 };
 
@@ -230,10 +252,16 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
     if (fs::is_directory(*host, error)) return FailToOpen(call, ERROR_ACCESS_DENIED);
     const bool existed = fs::exists(*host, error);
     constexpr mode_t kMode = 0644;
+    FileWrites::Write opening{call.machine.now(), 0, 0, 0, {}, !existed};
+    if (existed && (how->flags & O_TRUNC))
+        opening.before = call.machine.disk.Read(path).value_or("");
+    opening.size_before = opening.before.size();
     const int file = open(host->c_str(), O_RDWR | O_CLOEXEC | how->flags, kMode);
     if (file < 0) return FailToOpen(call, ErrorOf(errno));
     if (how->tells) call.thread.last_error = existed ? ERROR_ALREADY_EXISTS : NO_ERROR;
-    return call.Open(std::make_shared<DiskFile>(path, access, file));
+    auto writes = call.machine.disk.WritesOf(host->string());
+    if (!existed || !opening.before.empty()) call.machine.disk.Note(*writes, std::move(opening));
+    return call.Open(std::make_shared<DiskFile>(path, access, file, std::move(writes)));
 }
 
 // A copy of the text for the caller, who frees it with CoTaskMemFree.
@@ -322,11 +350,11 @@ BOOL WINAPI FlushFileBuffers(HANDLE file)
 {
     Call call(fn_flush_file_buffers);
     if (call.Fails()) return FALSE;
-    const auto* target = call.Find<Writable>(file);
+    auto* target = call.Find<Writable>(file);
     if (!target) return FALSE;
-    // WriteFile has put the bytes into the host's file already, and that outlives the PC. Losses of
-    // the host itself are not modelled.
-    return target->MayWrite() ? TRUE : call.Fail(ERROR_ACCESS_DENIED);
+    if (!target->MayWrite()) return call.Fail(ERROR_ACCESS_DENIED);
+    target->Flush();
+    return TRUE;
 }
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)

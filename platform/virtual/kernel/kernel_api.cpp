@@ -175,6 +175,7 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wai
 void WINAPI Sleep(DWORD milliseconds)
 {
     Call call(fn_sleep);
+    if (call.Void()) return;
     if (milliseconds == 0) return call.machine.scheduler.Yield(call.thread);
     Waitable::WaitFor(call.machine, call.thread, {}, false, DeadlineOf(call.machine, milliseconds));
 }

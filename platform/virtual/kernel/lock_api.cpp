@@ -96,6 +96,7 @@ void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section)
 void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
 {
     Call call(fn_enter_critical_section);
+    if (call.Void()) return;
     const HANDLE self = OwnerOf(call.thread);
     if (section->RecursionCount > 0 && section->OwningThread == self) {
         ++section->RecursionCount;
@@ -116,6 +117,7 @@ void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
 void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section)
 {
     Call call(fn_leave_critical_section);
+    if (call.Void()) return;
     if (section->RecursionCount == 0 || section->OwningThread != OwnerOf(call.thread)) {
         if (call.thread.ends) return;
         call.machine.NoteMisuse("a critical section is left by a thread that does not have it");
@@ -132,6 +134,7 @@ void WINAPI LeaveCriticalSection(CRITICAL_SECTION* section)
 BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID parameter,
                                 PVOID* context)
 {
+    const Boundary boundary;
     Machine& machine = Machine::Current();
     std::shared_ptr<Once> mine;
     {
@@ -156,7 +159,7 @@ BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID p
     };
     BOOL done = FALSE;
     try {
-        done = function(once, parameter, context);
+        EnterProcess([&] { done = function(once, parameter, context); });
     } catch (...) {
         finish(false);
         throw;

@@ -55,6 +55,7 @@ BOOL WINAPI TranslateMessage(const MSG*)
 
 LRESULT WINAPI DispatchMessageW(const MSG* message)
 {
+    const Boundary boundary;
     std::shared_ptr<MessageServer> server;
     {
         const Call call(fn_dispatch_message);

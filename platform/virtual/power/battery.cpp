@@ -28,7 +28,7 @@ double Battery::Rate() const
     const Power& power = m_machine.power;
     if (!power.battery_present) return 0;
     if (power.source() == PowerSource::ac) return power.battery_percent < 100 ? m_charge : 0;
-    const bool runs = m_machine.sleep.phase() != SleepState::Phase::asleep;
+    const bool runs = m_machine.on() && m_machine.sleep.phase() != SleepState::Phase::asleep;
     return runs && power.battery_percent > 0 ? -m_drain : 0;
 }
 

@@ -5,7 +5,9 @@
 #include "platform/com.h"
 #include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/unwritten.h"
 #include "platform/virtual/power/sleep.h"
+#include "platform/virtual/registry/registry.h"
 
 namespace virtual_pc {
 
@@ -83,7 +85,10 @@ bool Power::Activate(const GUID& plan)
     const Hold hold(m_machine);
     const Announced before = Present();
     const std::wstring plan_before = active().name;
+    const GUID guid_before = active().guid;
     if (!m_plans.Activate(plan)) return false;
+    m_machine.unwritten.Note(Registry::kSystemHive,
+                             [this, guid_before] { m_plans.Activate(guid_before); });
     m_machine.journal.Record(
         "plan activated",
         {{"plan", active().name}, {"guid", FormatGuid(active().guid)}, {"before", plan_before}});
@@ -100,7 +105,11 @@ std::optional<DWORD> Power::Read(const GUID& plan, const GUID& setting, PowerSou
 bool Power::Write(const GUID& plan, const GUID& setting, PowerSource to, DWORD value)
 {
     const Hold hold(m_machine);
+    const std::optional<DWORD> was = m_plans.Read(plan, setting, to);
     if (!m_plans.Write(plan, setting, to, value)) return false;
+    m_machine.unwritten.Note(Registry::kSystemHive, [this, plan, setting, to, was] {
+        m_plans.Write(plan, setting, to, *was);
+    });
     m_machine.journal.Record("plan written",
                              {{"plan", FindPlan(plan)->name},
                               {"setting", std::wstring(PowerSettingName(setting))},
@@ -126,6 +135,15 @@ std::shared_ptr<PowerRequest> Power::NewRequest(std::wstring owner, std::wstring
     std::erase_if(m_requests, [](const auto& known) { return known.expired(); });
     m_requests.push_back(request);
     return request;
+}
+
+void Power::Lose()
+{
+    Hold::Require();
+    for (const auto& known : m_requests) {
+        if (const auto request = known.lock()) request->counts = {};
+    }
+    m_plans.Activate(active().guid);
 }
 
 namespace {

@@ -76,6 +76,10 @@ public:
     // When set, printed in place of that, as another version of Windows may print it.
     std::optional<std::wstring> listing_instead;
 
+    // The power was cut: no request is held, and the active plan is in force as it is on the disk.
+    // With the machine held.
+    void Lose();
+
 private:
     // The values whose changes are announced.
     struct Announced

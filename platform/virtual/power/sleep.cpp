@@ -165,6 +165,30 @@ void SleepState::OnInput()
     m_machine.announcer.SettingChanged(GUID_SYSTEM_AWAYMODE);
 }
 
+// --- The power switch ---
+
+void SleepState::SwitchOff()
+{
+    const Hold hold(m_machine);
+    m_machine.scheduler.Cancel(m_patience);
+    m_phase = Phase::awake;
+    m_away = m_unattended = false;
+    m_wake_timers = true;
+    m_machine.scheduler.GoOn();
+    m_resumed->Signal();
+    Reconsider();
+    m_machine.battery.Reconsider();
+}
+
+void SleepState::SwitchOn()
+{
+    const Hold hold(m_machine);
+    m_resumed_at = m_machine.now();
+    m_machine.processor.SetRunning(true);
+    m_machine.battery.Reconsider();
+    m_machine.user.SwitchOn();
+}
+
 // --- Idleness ---
 
 bool SleepState::KeptAwake() const
@@ -197,7 +221,9 @@ void SleepState::Reconsider()
     m_machine.user.Reconsider();
     m_machine.scheduler.Cancel(m_idle);
     const std::optional<Instant> deadline = IdleDeadline();
-    if (m_phase != Phase::awake || m_machine.user.works() || !deadline || KeptAwake()) return;
+    if (!m_machine.on() || m_phase != Phase::awake || m_machine.user.works() || !deadline ||
+        KeptAwake())
+        return;
     if (m_away && AwayHeld()) return;
     m_machine.scheduler.Set(m_idle, std::max(*deadline, m_machine.now()));
 }

@@ -52,6 +52,9 @@ public:
     // Sets the idle timers anew; called when requests, the user or the settings in force may have
     // changed.
     void Reconsider();
+    // The PC was switched off, asleep or not; or on, when its user is there.
+    void SwitchOff();
+    void SwitchOn();
     // Called by User when there is input.
     void OnInput();
 

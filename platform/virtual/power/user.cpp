@@ -51,6 +51,14 @@ void User::Leaves()
 
 Instant User::last_input() const { return m_works ? m_machine.now() : m_last_input; }
 
+void User::SwitchOn()
+{
+    m_last_input = m_machine.now();
+    m_display_on = true;
+    m_presence = kPresent;
+    m_machine.sleep.Reconsider();
+}
+
 void User::TurnDisplayOff()
 {
     SetDisplay(false);
@@ -61,7 +69,9 @@ void User::Reconsider()
 {
     const Hold hold(m_machine);
     m_machine.scheduler.Cancel(*this);
-    if (!m_display_on || m_works || m_machine.power.Held(PowerRequestDisplayRequired)) return;
+    if (!m_machine.on() || !m_display_on || m_works ||
+        m_machine.power.Held(PowerRequestDisplayRequired))
+        return;
     const DWORD seconds = m_machine.power.InForce(GUID_VIDEO_POWERDOWN_TIMEOUT).value_or(0);
     if (seconds == 0) return;
     const Instant due = m_last_input + std::chrono::seconds{seconds};

@@ -27,6 +27,9 @@ public:
     bool works() const { return m_works; }
     bool display_on() const { return m_display_on; }
 
+    // The PC is switched on, by its user.
+    void SwitchOn();
+
     // The display goes off, and the user counts as inactive.
     void TurnDisplayOff();
     // Sets the display's time-out anew; called when the requests, the plan in force or the power

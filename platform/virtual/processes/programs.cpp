@@ -70,17 +70,30 @@ Process& Programs::Start(const Image& image, std::wstring_view arguments)
 Process& Programs::Start(std::function<int()> entry, std::wstring_view command_line)
 {
     const Hold hold(m_machine);
-    Install(Image{}.path, std::move(entry));
-    return Begin(m_programs.back(), command_line);
+    const Image image;
+    if (!m_machine.disk.Read(image.path)) m_machine.disk.Write(image.path, "MZ");
+    return Begin({image, std::move(entry)}, command_line);
 }
 
 Process& Programs::Begin(const Program& program, std::wstring_view command_line,
                          std::optional<Launch> launch)
 {
+    const auto same = [&](const auto& known) { return known->path() == program.image.path; };
+    const auto start = static_cast<std::uint64_t>(std::ranges::count_if(m_processes, same));
     Process& process = *m_processes.emplace_back(
-        std::make_unique<Process>(program.image, command_line, std::move(launch)));
+        std::make_unique<Process>(program.image, command_line, std::move(launch), start));
+    if (auto planned = m_deeds.extract(program.image.path)) {
+        process.AtCall(planned.mapped().at_call, std::move(planned.mapped().deed));
+    }
     process.Begin(m_machine, program.entry);
     return process;
+}
+
+void Programs::AtCall(std::wstring_view path, std::uint64_t number,
+                      std::function<void(Process&)> deed)
+{
+    const Hold hold(m_machine);
+    m_deeds[std::wstring(path)] = {number, std::move(deed)};
 }
 
 std::vector<std::wstring> CandidatePrograms(std::wstring_view command_line)

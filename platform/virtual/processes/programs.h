@@ -1,13 +1,16 @@
 // The programs on the PC's disk, and the processes that were started from them.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/virtual/base/names.h"
 #include "platform/virtual/core/launch.h"
 #include "platform/virtual/core/process.h"
 
@@ -33,6 +36,9 @@ public:
     Process* StartCommandLine(std::wstring_view command_line, std::optional<Launch> launch,
                               DWORD& error);
 
+    // Process::AtCall for the next process that is started from `path`.
+    void AtCall(std::wstring_view path, std::uint64_t number, std::function<void(Process&)> deed);
+
     // In the order in which they were started, with those that have ended.
     const std::vector<std::unique_ptr<Process>>& processes() const { return m_processes; }
 
@@ -46,12 +52,18 @@ private:
         Image image;                 // its path, and what is loaded unless there is an entry
         std::function<int()> entry;  // what is run instead of an image
     };
+    struct Deed
+    {
+        std::uint64_t at_call;
+        std::function<void(Process&)> deed;
+    };
     Process& Begin(const Program& program, std::wstring_view command_line,
                    std::optional<Launch> launch = {});
 
     Machine& m_machine;
     std::vector<std::unique_ptr<Process>> m_processes;
     std::vector<Program> m_programs;
+    std::map<std::wstring, Deed, NoCase> m_deeds;  // by the path of the program to be started
 };
 
 // The paths that a command line without a separate application name may stand for, in the order in

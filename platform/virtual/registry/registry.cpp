@@ -8,6 +8,7 @@
 
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/unwritten.h"
 #include "platform/virtual/registry/reg_file.h"
 
 namespace virtual_pc {
@@ -35,6 +36,14 @@ constexpr const wchar_t* kFirstKeys[] = {
 };
 
 std::vector<std::wstring> KeyNames(std::wstring_view path) { return PartsOf(path, L'\\'); }
+
+// The key that a path's last name is in, and that name.
+std::pair<std::wstring_view, std::wstring_view> SplitLast(std::wstring_view path)
+{
+    const std::size_t last = path.rfind(L'\\');
+    if (last == path.npos) return {{}, path};
+    return {path.substr(0, last), path.substr(last + 1)};
+}
 
 }  // namespace
 
@@ -96,15 +105,15 @@ bool RegistryNode::Delete(std::wstring_view path)
     }
     const auto found = parent->keys.find(names.back());
     if (found == parent->keys.end()) return false;
-    found->second->MarkDeleted();
+    found->second->MarkDeleted(true);
     parent->keys.erase(found);
     return true;
 }
 
-void RegistryNode::MarkDeleted()
+void RegistryNode::MarkDeleted(bool so)
 {
-    deleted = true;
-    for (const auto& [name, child] : keys) child->MarkDeleted();
+    deleted = so;
+    for (const auto& [name, child] : keys) child->MarkDeleted(so);
 }
 
 // --- The registry ---
@@ -173,7 +182,61 @@ std::shared_ptr<RegistryNode> Registry::CreateKey(const RegistryPath& path)
             if (RootOf(parent.root)->Find(parent.path)) target.root = parent.root;
         }
     }
+    // The first of the keys that are missing on the way there takes the others along.
+    std::shared_ptr<RegistryNode> parent = RootOf(target.root);
+    for (const std::wstring& name : KeyNames(target.path)) {
+        if (const std::shared_ptr<RegistryNode> child = parent->Find(name)) {
+            parent = child;
+            continue;
+        }
+        m_machine.unwritten.Note(HiveOf(target), [parent, name] { parent->Delete(name); });
+        break;
+    }
     return RootOf(target.root)->Create(target.path);
+}
+
+std::wstring Registry::HiveOf(const RegistryPath& resolved)
+{
+    if (resolved.root == RegistryRoot::current_user) return L"user";
+    const std::wstring_view first = resolved.path;
+    return SameName(first.substr(0, first.find(L'\\')), kSystemHive) ? std::wstring(kSystemHive)
+                                                                     : L"SOFTWARE";
+}
+
+void Registry::Flush(const RegistryPath& path)
+{
+    const RegistryPath resolved = Resolve(path);
+    m_machine.unwritten.Flush(HiveOf(resolved));
+    // The root has no hive of its own.
+    if (resolved.path.empty()) m_machine.unwritten.Flush(kSystemHive);
+}
+
+void Registry::SetValue(const RegistryPath& path, std::wstring_view name, RegistryValue value)
+{
+    const std::shared_ptr<RegistryNode> key = CreateKey(path);
+    const auto [place, fresh] = key->values.try_emplace(std::wstring(name));
+    const auto was = fresh ? std::nullopt : std::optional(place->second);
+    m_machine.unwritten.Note(HiveOf(Resolve(path)), [key, name = place->first, was] {
+        if (was) {
+            key->values[name] = *was;
+        } else {
+            key->values.erase(name);
+        }
+    });
+    place->second = std::move(value);
+}
+
+bool Registry::DeleteValue(const RegistryPath& path, std::wstring_view name)
+{
+    const std::shared_ptr<RegistryNode> key = FindKey(path);
+    auto deleted =
+        key ? key->values.extract(std::wstring(name)) : decltype(key->values)::node_type();
+    if (!deleted) return false;
+    m_machine.unwritten.Note(HiveOf(Resolve(path)), [key, deleted_name = deleted.key(),
+                                                     was = std::move(deleted.mapped())] {
+        key->values[deleted_name] = was;
+    });
+    return true;
 }
 
 std::shared_ptr<RegistryNode> Registry::CreateKey(std::wstring_view path)
@@ -185,7 +248,7 @@ std::shared_ptr<RegistryNode> Registry::CreateKey(std::wstring_view path)
 void Registry::Set(std::wstring_view path, std::wstring_view name, RegistryValue value)
 {
     const Hold hold(m_machine);
-    CreateKey(path)->values[std::wstring(name)] = std::move(value);
+    SetValue(Parse(path), name, std::move(value));
 }
 
 void Registry::SetDword(std::wstring_view path, std::wstring_view name, DWORD value)
@@ -237,14 +300,21 @@ bool Registry::DeleteKey(std::wstring_view path)
 {
     const Hold hold(m_machine);
     const RegistryPath resolved = Resolve(Parse(path));
-    return RootOf(resolved.root)->Delete(resolved.path);
+    const std::shared_ptr<RegistryNode> key = RootOf(resolved.root)->Find(resolved.path);
+    if (!key || !RootOf(resolved.root)->Delete(resolved.path)) return false;
+    const auto [parent_path, name] = SplitLast(resolved.path);
+    m_machine.unwritten.Note(HiveOf(resolved), [parent = RootOf(resolved.root)->Find(parent_path),
+                                                name = std::wstring(name), key] {
+        parent->keys[name] = key;
+        key->MarkDeleted(false);
+    });
+    return true;
 }
 
 bool Registry::DeleteValue(std::wstring_view path, std::wstring_view name)
 {
     const Hold hold(m_machine);
-    const std::shared_ptr<RegistryNode> key = FindKey(Parse(path));
-    return key && key->values.erase(std::wstring(name)) > 0;
+    return DeleteValue(Parse(path), name);
 }
 
 // --- Files ---
@@ -263,10 +333,10 @@ void Registry::Import(const std::string& file)
                 DeleteKey(Spell(change.path));
                 break;
             case RegFileChange::What::value:
-                CreateKey(change.path)->values[change.name] = change.value;
+                SetValue(change.path, change.name, change.value);
                 break;
             case RegFileChange::What::delete_value:
-                DeleteValue(Spell(change.path), change.name);
+                DeleteValue(change.path, change.name);
                 break;
         }
     }

@@ -41,9 +41,8 @@ struct RegistryNode : std::enable_shared_from_this<RegistryNode>
     std::shared_ptr<RegistryNode> Create(std::wstring_view path);
     // With everything below it; false when it is not there.
     bool Delete(std::wstring_view path);
-
-private:
-    void MarkDeleted();
+    // Of this key and all below it.
+    void MarkDeleted(bool so);
 };
 
 enum class RegistryRoot
@@ -96,10 +95,18 @@ public:
     std::shared_ptr<RegistryNode> FindKey(const RegistryPath& path) const;
     // Finds it, or makes it and the keys on its way.
     std::shared_ptr<RegistryNode> CreateKey(const RegistryPath& path);
+    void SetValue(const RegistryPath& path, std::wstring_view name, RegistryValue value);
+    // False when it is not there.
+    bool DeleteValue(const RegistryPath& path, std::wstring_view name);
+    // Puts the hive of a key on the disk, so that a power cut takes nothing of it.
+    void Flush(const RegistryPath& path);
+    // The hive of the system, in which Windows keeps the power plans as well.
+    static constexpr std::wstring_view kSystemHive = L"SYSTEM";
 
 private:
     std::shared_ptr<RegistryNode> CreateKey(std::wstring_view path);
     RegistryPath Resolve(const RegistryPath& path) const;
+    static std::wstring HiveOf(const RegistryPath& resolved);
     std::shared_ptr<RegistryNode> RootOf(RegistryRoot root) const;
 
     Machine& m_machine;

@@ -38,6 +38,7 @@ Function fn_reg_query_value_ex{"RegQueryValueExW", Failing::status};
 Function fn_reg_delete_value{"RegDeleteValueW", Failing::status};
 Function fn_reg_delete_tree{"RegDeleteTreeW", Failing::status};
 Function fn_reg_set_value_ex{"RegSetValueExW", Failing::status};
+Function fn_reg_flush_key{"RegFlushKey", Failing::status};
 
 struct Root
 {
@@ -212,7 +213,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
                          {"type", std::uint64_t{type}},
                          {"data", text ? Value(value.Text()) : Value(std::uint64_t{number})}});
     }
-    call.machine.registry.CreateKey(path)->values[name ? name : L""] = std::move(value);
+    call.machine.registry.SetValue(path, name ? name : L"", std::move(value));
     return ERROR_SUCCESS;
 }
 
@@ -244,8 +245,18 @@ LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
-    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
-    return node && node->values.erase(name ? name : L"") ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+    return call.machine.registry.DeleteValue(path, name ? name : L"") ? ERROR_SUCCESS
+                                                                      : ERROR_FILE_NOT_FOUND;
+}
+
+LSTATUS WINAPI RegFlushKey(HKEY key)
+{
+    Call call(fn_reg_flush_key);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    call.machine.registry.Flush(path);
+    return ERROR_SUCCESS;
 }
 
 LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey)

@@ -56,6 +56,7 @@ extern "C" {
 
 BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
 {
+    const Boundary boundary;
     std::shared_ptr<Service> service;
     Machine& machine = Machine::Current();
     {
@@ -72,9 +73,11 @@ BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
     while (std::optional<ServiceControl> next = NextControl(machine, *Thread::Self(), *service)) {
         DWORD result = NO_ERROR;
         try {
-            result = service->handler(next->control, next->event,
-                                      next->data.empty() ? nullptr : next->data.data(),
-                                      service->context);
+            EnterProcess([&] {
+                result = service->handler(next->control, next->event,
+                                          next->data.empty() ? nullptr : next->data.data(),
+                                          service->context);
+            });
         } catch (...) {
             const Hold hold(machine);
             if (next->handled) next->handled(ERROR_PROCESS_ABORTED);

@@ -92,6 +92,8 @@ void ServiceManager::Boot()
     const Hold hold(m_machine);
     // The registry may have changed while the PC was off.
     const std::vector<std::wstring> all = names();
+    std::erase_if(m_services,
+                  [&](const auto& known) { return known.second->stopped() && !Read(known.first); });
     for (const std::wstring& name : all) {
         std::shared_ptr<Service>& service = m_services[name];
         if (!service) service = std::make_shared<Service>(name);
@@ -245,7 +247,11 @@ void ServiceManager::ProcessEnded(const Process& process)
     for (const ServiceControl& control : std::exchange(service->controls, {})) {
         if (control.handled) control.handled(ERROR_PROCESS_ABORTED);
     }
-    if (service->stopped()) {
+    if (!m_machine.on()) {
+        // The manager is gone as well.
+        service->waits = false;
+        service->status = {SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, 0, 0, 0, 0, 0};
+    } else if (service->stopped()) {
         RemoveIfMarked(*service);
     } else {
         SetState(*service, SERVICE_STOPPED,

@@ -68,6 +68,13 @@ void Session::Disconnect()
     m_console.reset();
 }
 
+void Session::SwitchOff()
+{
+    const Hold hold(m_machine);
+    m_user.clear();
+    m_locked = false;
+}
+
 void Session::InstallProgram(std::wstring_view path, std::optional<Duration> span, int exit_code)
 {
     m_machine.programs.Install(path, [span, exit_code] {

@@ -32,6 +32,8 @@ public:
     void Unlock();
     // Leaves the console without a session until the next logon, as while users are switched.
     void Disconnect();
+    // The PC was switched off: no user is logged on when it starts again.
+    void SwitchOff();
 
     // Puts a program on the disk that runs for `span`, or until it is ended when that is empty.
     void InstallProgram(std::wstring_view path, std::optional<Duration> span, int exit_code);

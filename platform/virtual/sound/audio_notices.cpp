@@ -174,7 +174,7 @@ void AudioNotices::Deliver(const Notice& notice)
             "sound notice", {{"callback", std::wstring(notice.name.begin(), notice.name.end())},
                              {"endpoint", notice.about}});
     }
-    notice.deliver();
+    EnterProcess(notice.deliver);
 }
 
 }  // namespace virtual_pc

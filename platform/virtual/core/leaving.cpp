@@ -1,0 +1,121 @@
+#include "platform/virtual/core/leaving.h"
+
+#include <cxxabi.h>
+
+#include <csetjmp>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "platform/virtual/core/machine.h"
+#include "platform/virtual/core/thread.h"
+
+namespace virtual_pc {
+namespace {
+
+// What the C++ runtime keeps of the exceptions of a thread: those that are being handled, and how
+// many are in flight. A thread that jumps out of handlers and unwinding leaves them behind.
+struct ExceptionsOfThread
+{
+    void* handled;
+    unsigned int in_flight;
+};
+
+ExceptionsOfThread& Exceptions()
+{
+    return *reinterpret_cast<ExceptionsOfThread*>(abi::__cxa_get_globals());
+}
+
+// The leak sanitizer must find what the abandoned frames held, since it went with its process: a
+// copy of the frames keeps it in use.
+#ifdef __SANITIZE_ADDRESS__
+__attribute__((no_sanitize("address"), noinline)) void KeepFrames(const void* from, const void* to)
+{
+    static std::mutex mutex;
+    static auto& kept = *new std::deque<std::vector<std::uintptr_t>>;
+    const std::lock_guard lock(mutex);
+    const auto* word = static_cast<const std::uintptr_t*>(from);
+    const auto count = static_cast<std::size_t>(static_cast<const std::uintptr_t*>(to) - word);
+    std::uintptr_t* copy = kept.emplace_back(count).data();
+    for (std::size_t i = 0; i < count; ++i) copy[i] = word[i];
+}
+#else
+void KeepFrames(const void*, const void*) {}
+#endif
+
+}  // namespace
+
+// Where a thread's process was entered.
+class ProcessEntry
+{
+public:
+    explicit ProcessEntry(Thread& thread)
+        : m_thread(thread),
+          m_outer(thread.entry),
+          m_boundaries(thread.boundaries),
+          m_exceptions(Exceptions())
+    {
+        thread.entry = this;
+        thread.boundaries = 0;
+    }
+    ~ProcessEntry()
+    {
+        m_thread.entry = m_outer;
+        m_thread.boundaries = m_boundaries;
+    }
+    ProcessEntry(const ProcessEntry&) = delete;
+    ProcessEntry& operator=(const ProcessEntry&) = delete;
+
+    [[noreturn]] void Return()
+    {
+        __builtin_unwind_init();  // puts the registers into the frames that are kept
+        KeepFrames(__builtin_frame_address(0), this);
+        Exceptions() = m_exceptions;
+        std::longjmp(place, 1);
+    }
+
+    std::jmp_buf place;
+
+private:
+    Thread& m_thread;
+    ProcessEntry* const m_outer;
+    const int m_boundaries;
+    const ExceptionsOfThread m_exceptions;
+};
+
+bool EndIfKilled(Thread& self)
+{
+    if (!self.vanishes) return false;
+    if (self.keeps_on || std::exchange(self.leaving, true)) return true;
+    throw ThreadEnds{};
+}
+
+void EnterProcess(const std::function<void()>& code)
+{
+    Thread* self = Thread::Self();
+    if (!self || !self->process) return code();
+    EndIfKilled(*self);
+    ProcessEntry entry(*self);
+    if (setjmp(entry.place) == 0) return code();
+    throw ThreadEnds{};
+}
+
+Boundary::Boundary() : Boundary(Thread::Self()) {}
+
+Boundary::Boundary(Thread* self) : m_thread(self)
+{
+    if (m_thread) ++m_thread->boundaries;
+}
+
+Boundary::~Boundary()
+{
+    if (!m_thread || --m_thread->boundaries > 0 || !m_thread->vanishes) return;
+    if (!m_thread->entry) return;
+    Hold::Release();
+    m_thread->entry->Return();
+}
+
+}  // namespace virtual_pc

@@ -1,0 +1,362 @@
+// The unkind PC: processes that are killed, wherever they are; what a power cut leaves; functions
+// that take time.
+
+#include <functional>
+#include <iterator>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "platform/file.h"
+#include "platform/owned.h"
+#include "platform/power.h"
+#include "platform/virtual/core/thread.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/registry/registry.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace virtual_pc;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr const wchar_t* kProgram = LR"(C:\Probe.exe)";
+constexpr const wchar_t* kKey = LR"(HKLM\Software\Probe)";
+constexpr const wchar_t* kFile = LR"(C:\ProgramData\probe.txt)";
+
+void SetValue(const wchar_t* name, DWORD value)
+{
+    OwnedKey key;
+    RegCreateKeyW(HKEY_LOCAL_MACHINE, LR"(Software\Probe)", key.Receive());
+    RegSetValueExW(key.Get(), name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
+                   sizeof(value));
+}
+
+void LeaveTrace()
+{
+    SetValue(L"Trace", 1);
+    const OwnedFile file(CreateFileW(kFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    DWORD written = 0;
+    WriteFile(file.Get(), "x", 1, &written, nullptr);
+}
+
+struct TraceAtEnd
+{
+    ~TraceAtEnd() { LeaveTrace(); }
+};
+
+// Each is killed while it runs, and tries everything to leave a trace then.
+DWORD WINAPI Waits(LPVOID)
+{
+    const TraceAtEnd trace;
+    try {
+        Sleep(INFINITE);
+    } catch (...) {
+        LeaveTrace();
+    }
+    LeaveTrace();
+    return 0;
+}
+
+DWORD WINAPI WaitsInAHandler(LPVOID)
+{
+    const TraceAtEnd trace;
+    try {
+        throw 1;
+    } catch (...) {
+        Waits(nullptr);
+    }
+    return 0;
+}
+
+DWORD WINAPI WaitsWhileUnwinding(LPVOID)
+{
+    struct Waiting
+    {
+        ~Waiting() { Waits(nullptr); }
+    };
+    try {
+        const Waiting waiting;
+        throw 1;
+    } catch (...) {
+        LeaveTrace();
+    }
+    return 0;
+}
+
+CRITICAL_SECTION g_lock;
+
+DWORD WINAPI WaitsForALock(LPVOID)
+{
+    const TraceAtEnd trace;
+    EnterCriticalSection(&g_lock);
+    const DWORD result = Waits(nullptr);
+    LeaveCriticalSection(&g_lock);
+    return result;
+}
+
+DWORD WINAPI WaitsInACallback(LPVOID)
+{
+    const TraceAtEnd trace;
+    INIT_ONCE once{};
+    return InitOnceExecuteOnce(
+        &once, [](INIT_ONCE*, void*, void**) -> BOOL { return Waits(nullptr) == 0; }, nullptr,
+        nullptr);
+}
+
+DWORD WINAPI IsAboutToStart(LPVOID)
+{
+    LeaveTrace();
+    return 0;
+}
+
+HANDLE NewRequest()
+{
+    wchar_t why[] = L"probe";
+    REASON_CONTEXT reason{};
+    reason.Version = POWER_REQUEST_CONTEXT_VERSION;
+    reason.Flags = POWER_REQUEST_CONTEXT_SIMPLE_STRING;
+    reason.Reason.SimpleReasonString = why;
+    const HANDLE request = PowerCreateRequest(&reason);
+    PowerSetRequest(request, PowerRequestSystemRequired);
+    return request;
+}
+
+class KillTest : public VirtualPcTest
+{
+protected:
+    KillTest() { left_open_is_expected = true; }
+
+    void Kill(Process& process)
+    {
+        {
+            const Hold hold(pc);
+            EXPECT_TRUE(process.Terminate(7));
+        }
+        pc.RunUntilEnd(process);
+        EXPECT_EQ(process.exit_code(), 7);
+    }
+
+    void ExpectNoTrace()
+    {
+        EXPECT_FALSE(pc.registry.HasKey(kKey));
+        EXPECT_FALSE(pc.disk.Read(kFile));
+        EXPECT_TRUE(pc.handles.List().empty());
+        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
+    }
+};
+
+TEST_F(KillTest, NothingOfAKilledProcessReachesThePc)
+{
+    const LPTHREAD_START_ROUTINE threads[] = {Waits,         WaitsInAHandler, WaitsWhileUnwinding,
+                                              WaitsForALock, WaitsForALock,   WaitsInACallback};
+    for (const LPTHREAD_START_ROUTINE first : threads) {
+        InitializeCriticalSection(&g_lock);
+        Process& process = pc.Start([&] {
+            const OwnedHandle request(NewRequest());
+            for (const auto thread : threads) CreateThread(nullptr, 0, thread, nullptr, 0, nullptr);
+            return static_cast<int>(first(nullptr));
+        });
+        pc.RunFor(1s);
+        EXPECT_TRUE(pc.power.Held(PowerRequestSystemRequired));
+        {
+            const Hold hold(pc);
+            process.StartThread(pc, [&process]() -> DWORD {
+                process.Guard(*Thread::Self(), [] { IsAboutToStart(nullptr); });
+                return 0;
+            });
+        }
+        Kill(process);
+        ExpectNoTrace();
+    }
+}
+
+// Writes how far it has come after each step, in a destructor that no exception may leave.
+int CountSteps()
+{
+    struct Step
+    {
+        DWORD number;
+        ~Step() { SetValue(L"Step", number); }
+    };
+    const OwnedHandle request(NewRequest());
+    for (DWORD i = 1; i <= 3; ++i) {
+        const Step step{i};
+        const auto other = [](LPVOID) -> DWORD { return GetCurrentProcessId(); };
+        const OwnedHandle thread(CreateThread(nullptr, 0, other, nullptr, 0, nullptr));
+        WaitForSingleObject(thread.Get(), INFINITE);
+    }
+    return 0;
+}
+
+TEST_F(KillTest, AProcessCanBeKilledAtEachOfItsCalls)
+{
+    DWORD steps_before = 0;
+    std::uint64_t n = 1;
+    for (;; ++n) {
+        pc.registry.DeleteKey(kKey);
+        pc.Install(kProgram, CountSteps);
+        pc.KillAtCall(kProgram, n);
+        Process& process = *pc.StartInstalled(kProgram, kProgram);
+        pc.RunUntilEnd(process);
+        EXPECT_TRUE(pc.handles.List().empty()) << "killed at call " << n;
+        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired)) << "killed at call " << n;
+        const DWORD steps = pc.registry.GetDword(kKey, L"Step").value_or(0);
+        if (!kRunFree) {
+            EXPECT_GE(steps, steps_before) << "killed at call " << n;
+            steps_before = steps;
+        }
+        if (!process.killed()) break;
+        EXPECT_GE(process.calls(), n);
+        EXPECT_EQ(process.exit_code(), 1);
+    }
+    EXPECT_EQ(steps_before, 3u);
+    EXPECT_GT(n, 20u);
+}
+
+// --- Power cuts ---
+
+void Append(HANDLE file, char digit)
+{
+    DWORD written = 0;
+    WriteFile(file, &digit, 1, &written, nullptr);
+}
+
+// Flushes after the third of six writes, and waits for the power cut.
+int WritesAndWaits()
+{
+    SetValue(L"Old", 1);
+    Sleep(61'000);
+    const OwnedFile file(CreateFileW(kFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    for (DWORD i = 1; i <= 6; ++i) {
+        SetValue(L"Step", i);
+        Append(file.Get(), static_cast<char>('0' + i));
+        if (i != 3) continue;
+        RegFlushKey(HKEY_LOCAL_MACHINE);
+        FlushFileBuffers(file.Get());
+    }
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, LR"(Software\Deleted)");
+    PowerWriteACValueIndex(nullptr, &GUID_TYPICAL_POWER_SAVINGS, &GUID_VIDEO_SUBGROUP,
+                           &GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, 10);
+    NewRequest();
+    Sleep(INFINITE);
+    return 0;
+}
+
+TEST(PowerCutTest, AFirstPartOfWhatWasWrittenStaysAndAllThatWasFlushed)
+{
+    std::set<DWORD> steps;
+    std::set<std::string> files;
+    bool plan_outlived_registry = false;
+    for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+        Machine pc({.free = kRunFree, .seed = seed});
+        pc.user.Works();
+        pc.registry.SetDword(LR"(HKLM\Software\Deleted\Below)", L"Value", 5);
+        const Process& process = pc.Start(WritesAndWaits);
+        pc.RunFor(62s);
+        pc.CutPower();
+        pc.Settle();
+        EXPECT_FALSE(pc.on());
+        EXPECT_FALSE(process.running());
+        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
+
+        EXPECT_EQ(pc.registry.GetDword(kKey, L"Old"), 1u) << "older than a minute";
+        const DWORD step = pc.registry.GetDword(kKey, L"Step").value_or(0);
+        const std::string file = pc.disk.Read(kFile).value_or("");
+        EXPECT_GE(step, 3u) << "seed " << seed;
+        EXPECT_GE(file.size(), 3u) << "seed " << seed;
+        EXPECT_TRUE(std::string("123456").starts_with(file)) << file;
+        const bool deleted = !pc.registry.HasKey(LR"(HKLM\Software\Deleted)");
+        EXPECT_TRUE(!deleted || step == 6) << "writes stay in their order";
+        EXPECT_EQ(pc.registry.GetDword(LR"(HKLM\Software\Deleted\Below)", L"Value").has_value(),
+                  !deleted);
+        const auto brightness = pc.power.Read(
+            GUID_TYPICAL_POWER_SAVINGS, GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, PowerSource::ac);
+        EXPECT_TRUE(brightness == 10u || brightness == 100u);
+        if (brightness == 10u && step < 6) plan_outlived_registry = true;
+        steps.insert(step);
+        files.insert(file);
+    }
+    EXPECT_EQ(steps, (std::set<DWORD>{3, 4, 5, 6}));
+    EXPECT_EQ(files.size(), 4u);
+    EXPECT_TRUE(plan_outlived_registry) << "the hives are written apart from each other";
+}
+
+TEST(PowerCutTest, AtACallItTakesTheCallAndAllAfterItAway)
+{
+    Machine pc({.free = kRunFree});
+    pc.Install(kProgram, [] {
+        for (DWORD i = 1; i <= 3; ++i) {
+            SetValue(L"Step", i);
+            RegFlushKey(HKEY_LOCAL_MACHINE);
+        }
+        return 0;
+    });
+    // Each round makes four calls: to create the key, set the value, close the key and flush.
+    pc.CutPowerAtCall(kProgram, 8);
+    pc.StartInstalled(kProgram, kProgram);
+    pc.RunFor(1h);
+    EXPECT_FALSE(pc.on());
+    EXPECT_TRUE(pc.registry.GetDword(kKey, L"Step").value_or(0) <= 2u);
+    EXPECT_GE(pc.registry.GetDword(kKey, L"Step").value_or(0), 1u);
+    pc.Boot();
+    EXPECT_TRUE(pc.on());
+}
+
+// --- Slow functions ---
+
+// When each of two threads has got the tick count five times, by the threads' numbers.
+std::map<int, std::vector<Instant>> TimesOfCalls(const std::function<void(Machine&)>& set_up,
+                                                 bool with_other)
+{
+    Machine pc({.free = kRunFree, .seed = 7});
+    pc.user.Works();
+    {
+        const Hold hold(pc);
+        set_up(pc);
+    }
+    std::map<int, std::vector<Instant>> times;
+    const auto body = [&](int number) {
+        for (int i = 0; i < 5; ++i) {
+            GetTickCount64();
+            const Hold hold(pc);
+            times[number].push_back(pc.now());
+        }
+        return 0;
+    };
+    const Process& first = pc.Start([&] { return body(1); });
+    pc.Install(kProgram, [&] { return body(2); });
+    if (with_other) pc.StartInstalled(kProgram, kProgram);
+    pc.RunUntilEnd(first);
+    pc.RunFor(1h);
+    return times;
+}
+
+TEST(SlowTest, EachCallTakesASpanOfItsOwnWhateverElseIsSlow)
+{
+    const auto none = TimesOfCalls([](Machine&) {}, true);
+    EXPECT_EQ(none.at(1).back(), Instant{0}) << "off unless asked for";
+
+    const auto slow = [](Machine& pc) { pc.slowness.Set("GetTickCount64", {2s}); };
+    const auto both = TimesOfCalls(slow, true);
+    EXPECT_GT(both.at(1).back(), Instant{5s});
+    EXPECT_LT(both.at(1).back(), Instant{15s});
+    EXPECT_NE(both.at(1), both.at(2));
+    EXPECT_EQ(TimesOfCalls(slow, false).at(1), both.at(1)) << "without the other program";
+    const auto more = [&](Machine& pc) {
+        slow(pc);
+        pc.slowness.Set("Sleep", {1s});
+        pc.slowness.SetAll();
+    };
+    EXPECT_EQ(TimesOfCalls(more, true), both) << "with other slow functions";
+
+    const auto hangs = [](Machine& pc) { pc.slowness.Set("GetTickCount64", {10min, 0.4}); };
+    std::set<Duration> spans;
+    const auto times = TimesOfCalls(hangs, true);
+    for (std::size_t i = 1; i < 5; ++i) spans.insert(times.at(1)[i] - times.at(1)[i - 1]);
+    EXPECT_TRUE(spans.contains(Duration{0}));
+    EXPECT_GE(*spans.rbegin(), 5min);
+    EXPECT_TRUE(Machine().slowness.Set("CloseHandle", {1s})) << "its callers may be destructors";
+}
+
+}  // namespace
