@@ -6,8 +6,16 @@
 #include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/power/sleep.h"
+#include "platform/virtual/registry/registry.h"
 
 namespace virtual_pc {
+namespace {
+
+// Where a group policy leaves the active plan's GUID.
+constexpr const wchar_t* kPolicyKey = LR"(HKLM\SOFTWARE\Policies\Microsoft\Power\PowerSettings)";
+constexpr const wchar_t* kActivePlan = L"ActivePowerScheme";
+
+}  // namespace
 
 Power::Power(Machine& machine, Announcer& announcer) : m_machine(machine)
 {
@@ -72,6 +80,12 @@ PowerPlan& Power::AddPlan(std::wstring_view name, const GUID& guid, const GUID& 
     return m_plans.Add(name, guid, like);
 }
 
+bool Power::DeletePlan(const GUID& plan)
+{
+    const Hold hold(m_machine);
+    return m_plans.Delete(plan);
+}
+
 std::optional<DWORD> Power::InForce(const GUID& setting) const
 {
     const Hold hold(m_machine);
@@ -81,6 +95,26 @@ std::optional<DWORD> Power::InForce(const GUID& setting) const
 bool Power::Activate(const GUID& plan)
 {
     const Hold hold(m_machine);
+    return !PolicyNamesPlan() && ActivateByPolicy(plan);
+}
+
+bool Power::SetPolicy(const GUID& plan)
+{
+    const Hold hold(m_machine);
+    if (!ActivateByPolicy(plan)) return false;
+    m_machine.registry.SetString(kPolicyKey, kActivePlan, FormatGuid(plan));
+    return true;
+}
+
+void Power::EndPolicy() { m_machine.registry.DeleteKey(kPolicyKey); }
+
+bool Power::PolicyNamesPlan() const
+{
+    return m_machine.registry.GetString(kPolicyKey, kActivePlan).has_value();
+}
+
+bool Power::ActivateByPolicy(const GUID& plan)
+{
     const Announced before = Present();
     const std::wstring plan_before = active().name;
     if (!m_plans.Activate(plan)) return false;

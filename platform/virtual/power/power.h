@@ -41,15 +41,24 @@ public:
     Power(Machine& machine, Announcer& announcer);
 
     // --- Plans ---
+    // A copy of another plan, which resembles the same predefined one.
     PowerPlan& AddPlan(std::wstring_view name, const GUID& guid, const GUID& like);
+    // False for an unknown plan, and for the active one, which cannot be deleted.
+    bool DeletePlan(const GUID& plan);
     const std::map<GUID, PowerPlan, GuidLess>& plans() const { return m_plans.all(); }
     PowerPlan* FindPlan(const GUID& guid) { return m_plans.Find(guid); }
     PowerPlan* FindPlan(std::wstring_view name) { return m_plans.Find(name); }
     const PowerPlan& active() const { return m_plans.active(); }
     // The value in force for the present power source.
     std::optional<DWORD> InForce(const GUID& setting) const;
-    // Activates a plan, as a user does in the control panel or a program by its function.
+    // Activates a plan, as a user does in the control panel or a program by its function. False
+    // when there is no such plan, and while a policy names the active one.
     bool Activate(const GUID& plan);
+    // Activates a plan by a policy, which no user or program can override until EndPolicy.
+    bool SetPolicy(const GUID& plan);
+    void EndPolicy();
+    // Whether the registry has such a policy.
+    bool PolicyNamesPlan() const;
     std::optional<DWORD> Read(const GUID& plan, const GUID& setting, PowerSource source);
     bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
 
@@ -84,6 +93,7 @@ private:
         GUID plan;  // whose personality is announced
         std::optional<DWORD> sleep_timeout;
     };
+    bool ActivateByPolicy(const GUID& plan);
     Announced Present() const;
     void AnnounceChangesSince(const Announced& before);
     void RecordSource();
