@@ -145,6 +145,14 @@ bool Power::Write(const GUID& plan, const GUID& setting, PowerSource to, DWORD v
 
 // --- Requests ---
 
+// The languages translate as much as is seen of them here.
+constexpr ListingWords kEnglishListing{
+    {L"DISPLAY:", L"SYSTEM:", L"AWAYMODE:", L"EXECUTION:", L"PERFBOOST:", L"ACTIVELOCKSCREEN:"},
+    L"None."};
+constexpr ListingWords kJapaneseListing{
+    {L"DISPLAY:", L"SYSTEM:", L"AWAYMODE:", L"\u5b9f\u884c:", L"PERFBOOST:", L"ACTIVELOCKSCREEN:"},
+    L"\u306a\u3057\u3002"};
+
 void PowerRequest::Closed()
 {
     Power& power = Machine::Current().power;
@@ -166,11 +174,32 @@ namespace {
 
 constexpr std::wstring_view kRequestNames[] = {L"display", L"system", L"away"};
 
+std::size_t SectionsOf(const Machine& machine)
+{
+    if (!machine.AtLeast(kWindows8)) return 3;
+    return machine.AtLeast(kWindows10) ? 6 : 5;
+}
+
+// Its lines in the listing. Drivers are named by their devices, and programs by their volume's
+// device, not by its letter.
+std::wstring Spell(const PowerRequest& request)
+{
+    static constexpr std::wstring_view kTags[] = {L"[PROCESS] ", L"[SERVICE] ", L"[DRIVER] "};
+    std::wstring lines(kTags[static_cast<std::size_t>(request.of)]);
+    lines += request.of == PowerRequest::Of::driver
+                 ? request.owner
+                 : LR"(\Device\HarddiskVolume1)" + request.owner.substr(2);
+    lines += L"\n";
+    if (!request.reason.empty()) lines += request.reason + L"\n";
+    return lines;
+}
+
 }  // namespace
 
 bool Power::SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
 {
     const Hold hold(m_machine);
+    request.ended[type] = false;
     const int count = ++request.counts[type];
     m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
                                          {"what", std::wstring(L"set")},
@@ -193,12 +222,29 @@ bool Power::ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
     return true;
 }
 
+void Power::EndRequests()
+{
+    const Hold hold(m_machine);
+    for (const auto& known : m_requests) {
+        const auto request = known.lock();
+        if (!request) continue;
+        for (const auto type : {PowerRequestDisplayRequired, PowerRequestSystemRequired}) {
+            if (!request->Holds(type)) continue;
+            request->ended[type] = true;
+            m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
+                                                 {"what", std::wstring(L"ended")},
+                                                 {"count", std::int64_t{request->counts[type]}},
+                                                 {"reason", request->reason}});
+        }
+    }
+}
+
 bool Power::Held(POWER_REQUEST_TYPE type) const
 {
     const Hold hold(m_machine);
     return std::ranges::any_of(m_requests, [&](const auto& known) {
         const auto request = known.lock();
-        return request && request->counts[type] > 0;
+        return request && request->Holds(type);
     });
 }
 
@@ -206,21 +252,17 @@ std::wstring Power::Listing() const
 {
     const Hold hold(m_machine);
     if (listing_instead) return *listing_instead;
-    static constexpr std::wstring_view kSections[] = {L"DISPLAY:\n", L"SYSTEM:\n", L"AWAYMODE:\n"};
     std::wstring listing;
-    for (std::size_t type = 0; type < std::size(kSections); ++type) {
-        listing += kSections[type];
+    for (std::size_t section = 0; section < SectionsOf(m_machine); ++section) {
+        listing += std::wstring(listing_words.headers[section]) + L"\n";
         bool any = false;
         for (const auto& known : m_requests) {
             const auto request = known.lock();
-            if (!request || request->counts[type] == 0) continue;
+            if (!request || section >= request->counts.size() || !request->Holds(section)) continue;
             any = true;
-            listing += request->service ? L"[SERVICE] " : L"[PROCESS] ";
-            // The system names programs by their volume's device, not by its letter.
-            listing += LR"(\Device\HarddiskVolume1)" + request->owner.substr(2) + L"\n";
-            if (!request->reason.empty()) listing += request->reason + L"\n";
+            listing += Spell(*request);
         }
-        if (!any) listing += L"None.\n";
+        if (!any) listing += std::wstring(listing_words.none) + L"\n";
         listing += L"\n";
     }
     return listing;
