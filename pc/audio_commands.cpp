@@ -97,6 +97,17 @@ Action ShowAudio(const ScriptLine&, const Arguments&)
     };
 }
 
+Action SetThreads(const ScriptLine& line, const Arguments& a)
+{
+    constexpr std::uint32_t kMost = 16;
+    const std::uint32_t count = NumberOf(line, a[0]);
+    if (count < 1 || count > kMost) throw ScriptError(line, "\"" + a[0] + "\" is not 1 to 16");
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        context.pc.audio.notices.threads_max = count;
+    };
+}
+
 }  // namespace
 
 std::vector<Command> AudioCommands()
@@ -113,6 +124,8 @@ std::vector<Command> AudioCommands()
         {"audio disable NAME", "switches an endpoint off in the control panel", On<Disable>},
         {"audio remove NAME", "takes an endpoint's device out of the PC", On<Remove>},
         {"audio default NAME", "makes an endpoint the default of its flow", On<MakeDefault>},
+        {"audio threads COUNT", "on how many threads the sound system calls back, 1 to 16",
+         SetThreads},
         {"expect mute NAME MUTED", "an endpoint is muted or unmuted", ExpectMute},
         {"show audio", "the endpoints", ShowAudio},
     };

@@ -33,6 +33,8 @@ struct ScriptContext
     Story& story;
     std::ostream& out;
     std::map<std::string, std::shared_ptr<virtual_pc::PipeListener>> pipes;
+    // The files that other programs have open, by their paths.
+    std::map<std::string, std::shared_ptr<virtual_pc::OpenMode>> files = {};
     // The power requests of other programs, by the names of the programs.
     std::map<std::string, std::shared_ptr<virtual_pc::PowerRequest>> requests = {};
 
@@ -69,7 +71,7 @@ Action Show(const ScriptLine&, const Arguments&)
 std::vector<Command> LifeCommands();      // clock, signal, run, say
 std::vector<Command> ServiceCommands();   // service, pc, cpu
 std::vector<Command> RegistryCommands();  // reg
-std::vector<Command> FaultCommands();     // fault, pipe
+std::vector<Command> FaultCommands();     // fault, pipe, file
 std::vector<Command> UnkindCommands();    // service kill, power cut, slow
 std::vector<Command> PowerCommands();     // power, plan
 std::vector<Command> SleepCommands();     // user, sleep, wake, processor, battery

@@ -1,4 +1,4 @@
-// Faults of platform functions, and listeners of pipes.
+// Faults of platform functions, listeners of pipes, and files that other programs use.
 
 #include "pc/commands.h"
 #include "platform/virtual/base/text.h"
@@ -52,11 +52,11 @@ Action Clear(const ScriptLine&, const Arguments& a)
 
 Action Listen(const ScriptLine& line, const Arguments& a)
 {
-    return [line, name = a[0]](ScriptContext& context) {
+    return [line, name = a[0], owner = a[1].empty() ? "SYSTEM" : a[1]](ScriptContext& context) {
         if (context.pipes.contains(name)) {
             throw ExpectationFailed(line, "pipe " + name + " has a listener already");
         }
-        context.pipes[name] = context.pc.disk.Listen(FromUtf8(name));
+        context.pipes[name] = context.pc.disk.Listen(FromUtf8(name), FromUtf8(owner));
     };
 }
 
@@ -72,6 +72,65 @@ Action Hangup(const ScriptLine& line, const Arguments& a)
     };
 }
 
+PipeListener& FindPipe(const ScriptLine& line, ScriptContext& context, const std::string& name)
+{
+    const auto pipe = context.pipes.find(name);
+    if (pipe == context.pipes.end()) {
+        throw ExpectationFailed(line, "nobody listens on pipe " + name);
+    }
+    return *pipe->second;
+}
+
+Action ReadAt(const ScriptLine& line, const Arguments& a)
+{
+    const std::uint32_t rate = NumberOf(line, a[1]);
+    return [=, name = a[0]](ScriptContext& context) {
+        FindPipe(line, context, name).ReadAt(context.pc, rate);
+        context.pc.Settle();
+    };
+}
+
+Action ReadAtOnce(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](ScriptContext& context) {
+        FindPipe(line, context, name).ReadAt(context.pc, std::nullopt);
+        context.pc.Settle();
+    };
+}
+
+// --- Files that other programs use ---
+
+Action OpenAlone(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](ScriptContext& context) {
+        auto open = context.pc.disk.OpenElsewhere(FromUtf8(name), GENERIC_READ | GENERIC_WRITE, 0);
+        if (!open) throw ExpectationFailed(line, name + " is open, and not shared so");
+        context.files[name] = std::move(open);
+    };
+}
+
+Action CloseFile(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](ScriptContext& context) {
+        if (context.files.erase(name) > 0) return;
+        throw ExpectationFailed(line, "no other program has " + name + " open");
+    };
+}
+
+Action SetOwner(const ScriptLine&, const Arguments& a)
+{
+    return [path = FromUtf8(a[0]), owner = FromUtf8(a[1])](ScriptContext& context) {
+        context.pc.disk.SetRights(path, {owner, std::vector{owner}});
+    };
+}
+
+Action LinkFile(const ScriptLine&, const Arguments& a)
+{
+    return [path = FromUtf8(a[0]), target = FromUtf8(a[1])](ScriptContext& context) {
+        context.pc.disk.Link(path, target);
+    };
+}
+
 }  // namespace
 
 std::vector<Command> FaultCommands()
@@ -82,7 +141,14 @@ std::vector<Command> FaultCommands()
         {"fault FUNCTION ERROR rate P", "makes each call fail with a probability", Rate},
         {"fault FUNCTION ERROR always", "makes every call fail", Always},
         {"fault clear [FUNCTION]", "removes the fault of a function, or all faults", Clear},
-        {"pipe listen NAME", R"(listens on \\.\pipe\NAME)", Listen},
+        {"pipe listen NAME [OWNER]", R"(listens on \\.\pipe\NAME, as a user's program)", Listen},
         {"pipe hangup NAME", "stops listening", Hangup},
+        {"pipe reads NAME at once", "reads what is written without delay, as at first", ReadAtOnce},
+        {"pipe reads NAME RATE", "how many bytes a second the listener reads; 0 for none", ReadAt},
+        {"file open PATH", "another program opens a file for itself alone", OpenAlone},
+        {"file close PATH", "it closes the file", CloseFile},
+        {"file owner PATH OWNER", "a file or folder gets an owner, who alone may write it",
+         SetOwner},
+        {"file link PATH TARGET", "makes a link to a file or folder", LinkFile},
     };
 }

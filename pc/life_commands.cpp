@@ -31,12 +31,11 @@ Action SetClock(const ScriptLine& line, const Arguments& arguments)
 
 Action SetVersion(const ScriptLine& line, const Arguments& arguments)
 {
-    const std::string& text = arguments[0];
-    const std::size_t dot = text.find('.');
-    if (dot == text.npos) throw ScriptError(line, "\"" + text + "\" is no version, like 6.1");
-    const DWORD version = NumberOf(line, text.substr(0, dot)) | NumberOf(line, text.substr(dot + 1))
-                                                                    << 8;
-    return [=](ScriptContext& context) { context.pc.os_version = version; };
+    const std::optional<DWORD> version = ParseOsVersion(arguments[0]);
+    if (!version) {
+        throw ScriptError(line, "\"" + arguments[0] + "\" is no version, like 6.1, 7 or 11");
+    }
+    return [=](ScriptContext& context) { context.pc.os_version = *version; };
 }
 
 Action Signal(const ScriptLine& line, const Arguments& arguments)
@@ -116,7 +115,7 @@ std::vector<Command> LifeCommands()
 {
     return {
         {"clock DATE TIME", "sets the PC's clock, like 2026-03-02 21:30", SetClock},
-        {"os VERSION", "sets the operating system's version, like 6.1", SetVersion},
+        {"os VERSION", "sets the version of Windows, like 6.1, 7, 8.1, 10 or 11", SetVersion},
         {"signal EVENT", "signals an event of the service, or makes one of its timers due", Signal},
         {"override ON", "on or off: sets the service's mark of a wake by the user", Override},
         {"run until end max SPAN", "runs the PC until the service's program has ended",

@@ -32,6 +32,29 @@ int Prompt(const PlayOptions& options)
     return 0;
 }
 
+// The options of a machine, for a command that switches one on.
+void AddOptions(CLI::App& command, PlayOptions& options)
+{
+    command.add_option("--root", options.machine.root,
+                       "Keep the PC's disk and registry in this folder between runs");
+    command.add_option("--trace", options.trace, "Write every effect here, as lines of JSON");
+    command.add_option("--seed", options.machine.seed,
+                       "Draw the thread that runs next from this seed; 0 is the fixed order");
+    command.add_option_function<std::string>(
+        "--os",
+        [&](const std::string& text) {
+            const auto version = virtual_pc::ParseOsVersion(text);
+            if (!version) throw CLI::ValidationError("--os", text + " is no version");
+            options.machine.os_version = *version;
+        },
+        "The version of Windows, like 7, 8.1, 10 or 11, where a script sets no other");
+    command.add_flag("--free", options.machine.free, "Let the PC's threads run at once");
+    command
+        .add_option("--speed", options.machine.pace,
+                    "Machine seconds for each second of the host; 0 does not wait")
+        ->check(CLI::NonNegativeNumber);
+}
+
 int Main(int argc, char** argv)
 {
     CLI::App app{"A virtual PC that runs the never-sleep service."};
@@ -39,26 +62,13 @@ int Main(int argc, char** argv)
     options.image =
         std::filesystem::canonical("/proc/self/exe").parent_path() / "libHOLVService.so";
     options.resources = HOLV_SOURCE_DIR "/resources";
-    const auto add_options = [&](CLI::App& command) {
-        command.add_option("--root", options.machine.root,
-                           "Keep the PC's disk and registry in this folder between runs");
-        command.add_option("--trace", options.trace, "Write every effect here, as lines of JSON");
-        command.add_option("--seed", options.machine.seed,
-                           "Draw the thread that runs next from this seed; 0 is the fixed order");
-        command.add_flag("--free", options.machine.free, "Let the PC's threads run at once");
-        command
-            .add_option("--speed", options.machine.pace,
-                        "Machine seconds for each second of the host; 0 does not wait")
-            ->check(CLI::NonNegativeNumber);
-    };
-
     std::vector<std::filesystem::path> scripts;
     CLI::App& run = *app.add_subcommand("run", "Play scripts and print the story of the day");
     run.add_option("SCRIPT", scripts, "The scripts, played one after the other on one PC")
         ->required();
-    add_options(run);
+    AddOptions(run, options);
     CLI::App& live = *app.add_subcommand("live", "Type commands at a prompt (also without a word)");
-    add_options(live);
+    AddOptions(live, options);
     std::string word;
     CLI::App& help = *app.add_subcommand("help", "List the commands of the script language");
     help.add_option("COMMAND", word, "Only those that begin with this word");

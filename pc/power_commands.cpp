@@ -55,25 +55,82 @@ Action ActivatePlan(const ScriptLine& line, const Arguments& a)
     return [line, name = a[0]](ScriptContext& context) {
         {
             const Hold hold(context.pc);
-            context.pc.power.Activate(FindPlan(line, context, name).guid);
+            if (!context.pc.power.Activate(FindPlan(line, context, name).guid)) {
+                throw ExpectationFailed(line, "a policy names the active plan");
+            }
         }
         context.pc.Settle();
     };
 }
 
-Action AddPlan(const ScriptLine& line, const Arguments& a)
+// A plan `name` like the plan `like`, under a GUID or, where that is empty, under one of its own.
+Action NewPlan(const ScriptLine& line, const std::string& like, const std::string& name,
+               const std::string& guid_text)
 {
-    const std::optional<GUID> named = ParseGuid(FromUtf8(a[1]));
-    if (!named && !a[1].empty()) {
-        throw ScriptError(line, "\"" + a[1] + "\" is no GUID of 36 characters");
+    const std::optional<GUID> named = ParseGuid(FromUtf8(guid_text));
+    if (!named && !guid_text.empty()) {
+        throw ScriptError(line, "\"" + guid_text + "\" is no GUID of 36 characters");
     }
-    return [=, name = a[0]](ScriptContext& context) {
+    return [=](ScriptContext& context) {
         const Hold hold(context.pc);
         Power& power = context.pc.power;
+        const GUID copied = FindPlan(line, context, like).guid;
         GUID guid{0x484F4C56, 0, 0x4000, {0x80}};
         guid.Data4[7] = static_cast<BYTE>(power.plans().size());
-        power.AddPlan(FromUtf8(name), named.value_or(guid), GUID_TYPICAL_POWER_SAVINGS);
+        power.AddPlan(FromUtf8(name), named.value_or(guid), copied);
     };
+}
+
+Action AddPlan(const ScriptLine& line, const Arguments& a)
+{
+    return NewPlan(line, "Balanced", a[0], a[1]);
+}
+
+Action CopyPlan(const ScriptLine& line, const Arguments& a)
+{
+    return NewPlan(line, a[0], a[1], a[2]);
+}
+
+Action DeletePlan(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](ScriptContext& context) {
+        const Hold hold(context.pc);
+        if (context.pc.power.DeletePlan(FindPlan(line, context, name).guid)) return;
+        throw ExpectationFailed(line, "the active plan cannot be deleted");
+    };
+}
+
+Action RenamePlan(const ScriptLine& line, const Arguments& a)
+{
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        FindPlan(line, context, a[0]).name = FromUtf8(a[1]);
+    };
+}
+
+Action TakeSetting(const ScriptLine& line, const Arguments& a)
+{
+    const GUID setting = SettingOf(line, a[1]);
+    return [=, name = a[0]](ScriptContext& context) {
+        const Hold hold(context.pc);
+        FindPlan(line, context, name).values.erase(setting);
+    };
+}
+
+Action SetPolicy(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](ScriptContext& context) {
+        {
+            const Hold hold(context.pc);
+            context.pc.power.SetPolicy(FindPlan(line, context, name).guid);
+        }
+        context.pc.Settle();
+    };
+}
+
+Action EndPolicy(const ScriptLine&, const Arguments&)
+{
+    return [](ScriptContext& context) { context.pc.power.EndPolicy(); };
 }
 
 // Like the control panel, activates the active plan again after a change, which puts the change
@@ -232,6 +289,12 @@ std::vector<Command> PowerCommands()
         {"plan set NAME SOURCE SETTING VALUE",
          "the user changes a setting, by its name in show plans, for ac or dc", SetPlan},
         {"plan add NAME [GUID]", "the user adds a plan, like Balanced", AddPlan},
+        {"plan copy FROM NAME [GUID]", "the user makes a plan from another", CopyPlan},
+        {"plan delete NAME", "the user deletes a plan that is not active", DeletePlan},
+        {"plan rename NAME OTHER", "the user gives a plan another name", RenamePlan},
+        {"plan lacks NAME SETTING", "takes a setting out of a plan", TakeSetting},
+        {"plan policy NAME", "a policy activates a plan, and refuses any other", SetPolicy},
+        {"plan free", "ends the policy about the active plan", EndPolicy},
         {"expect plan active NAME", "a plan is active", ExpectActivePlan},
         {"expect plan NAME SOURCE SETTING VALUE", "a setting of a plan is VALUE", ExpectPlan},
         {"show plans", "the power plans and their values", Show<ShowPlans>},

@@ -27,6 +27,14 @@ Action Logon(const ScriptLine&, const Arguments& arguments)
     };
 }
 
+Action Switch(const ScriptLine&, const Arguments& arguments)
+{
+    return [user = FromUtf8(arguments[0])](ScriptContext& context) {
+        context.pc.session.Switch(user);
+        context.pc.Settle();
+    };
+}
+
 // A program's path; a name without a folder is in the folder of the service's program.
 std::wstring PathOf(const ScriptContext& context, const std::string& name)
 {
@@ -154,6 +162,8 @@ std::vector<Command> SessionCommands()
 {
     return {
         {"session logon NAME", "a user logs on at the console", Logon},
+        {"session switch NAME", "another user takes the console; the one before stays logged on",
+         Switch},
         {"session logoff", "the user logs off, and the user's programs end",
          OnSession<&Session::Logoff>},
         {"session lock", "the workstation is locked", OnSession<&Session::Lock>},

@@ -31,7 +31,7 @@ Action OnUser(const ScriptLine&, const Arguments&)
 Action PutToSleep(const ScriptLine& line, const Arguments&)
 {
     return [line](ScriptContext& context) {
-        if (!context.pc.sleep.Ask(L"the user")) {
+        if (!context.pc.sleep.AskAsUser()) {
             throw ExpectationFailed(line, "the PC can neither sleep nor go into away mode");
         }
         context.pc.Settle();
@@ -42,7 +42,7 @@ template <void (SleepState::*operation)()>
 Action WakeUp(const ScriptLine& line, const Arguments&)
 {
     return [line](ScriptContext& context) {
-        if (context.pc.sleep.phase() == SleepState::Phase::awake) {
+        if (context.pc.sleep.phase() == SleepState::Phase::awake && !context.pc.sleep.stands_by()) {
             throw ExpectationFailed(line, "the PC is not asleep");
         }
         (context.pc.sleep.*operation)();
@@ -59,6 +59,7 @@ std::string HowItIs(const ScriptContext& context)
         case SleepState::Phase::asleep:
             return "asleep";
         default:
+            if (context.pc.sleep.stands_by()) return "standby";
             return context.pc.sleep.away() ? "away" : "awake";
     }
 }
@@ -92,9 +93,38 @@ void ShowSleep(ScriptContext& context)
                 << pc.processor.load() << " %\n";
 }
 
-// --- Requests of other programs ---
+Action SetSleepKind(const ScriptLine& line, const Arguments& a)
+{
+    const std::size_t kind = ChoiceOf(line, a[0], {"never", "s3", "modern"});
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        context.pc.power.s3_supported = kind == 1;
+        context.pc.power.modern_standby = kind == 2;
+        context.pc.sleep.Reconsider();
+    };
+}
 
-template <bool hold>
+// --- Requests of other programs and of drivers ---
+
+Action SetListingLanguage(const ScriptLine& line, const Arguments& a)
+{
+    const bool japanese = ChoiceOf(line, a[0], {"english", "japanese"}) == 1;
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        context.pc.power.listing_words = japanese ? kJapaneseListing : kEnglishListing;
+    };
+}
+
+Action SetListingTime(const ScriptLine& line, const Arguments& a)
+{
+    const Duration span = DurationOf(line, a[0]);
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        context.pc.power.listing_takes = span;
+    };
+}
+
+template <bool hold, PowerRequest::Of of = PowerRequest::Of::process>
 Action OnRequest(const ScriptLine& line, const Arguments& a)
 {
     const auto type =
@@ -102,7 +132,10 @@ Action OnRequest(const ScriptLine& line, const Arguments& a)
     return [=, name = a[1]](ScriptContext& context) {
         auto& request = context.requests[name];
         if (!request) {
-            request = context.pc.power.NewRequest(LR"(C:\Program Files\)" + FromUtf8(name), L"");
+            const bool driver = of == PowerRequest::Of::driver;
+            const std::wstring folder = driver ? L"" : LR"(C:\Program Files\)";
+            request = context.pc.power.NewRequest(folder + FromUtf8(name), L"");
+            request->of = of;
         }
         if (hold) {
             context.pc.power.SetRequest(*request, type);
@@ -156,13 +189,24 @@ std::vector<Command> SleepCommands()
          WakeUp<&SleepState::WakeByTimer>},
         {"expect asleep", "the PC is really asleep", ExpectHow},
         {"expect away", "the PC is in away mode", ExpectHow},
-        {"expect awake", "the PC is neither asleep nor in away mode", ExpectHow},
+        {"expect awake", "the PC is neither asleep nor in away mode or Modern Standby", ExpectHow},
+        {"expect standby", "the PC is in Modern Standby", ExpectHow},
+        {"pc sleeps HOW", "s3, modern (Modern Standby) or never: what kind of sleep the PC has",
+         SetSleepKind},
         {"expect display ON", "the display is on or off", ExpectDisplay},
         {"show sleep", "whether the PC sleeps, and how long before it does", Show<ShowSleep>},
         {"program requires TYPE NAME", "another program requests display, system or away",
          OnRequest<true>},
         {"program releases TYPE NAME", "another program withdraws such a request",
          OnRequest<false>},
+        {"driver requires TYPE NAME", "a driver does so",
+         OnRequest<true, PowerRequest::Of::driver>},
+        {"driver releases TYPE NAME", "a driver withdraws it",
+         OnRequest<false, PowerRequest::Of::driver>},
+        {"requests in LANGUAGE", "english or japanese: how the system lists requests",
+         SetListingLanguage},
+        {"requests take SPAN", "how long the system takes to list the requests, like 1s",
+         SetListingTime},
         {"processor load PERCENT", "how busy the processor is from now on", SetLoad},
         {"battery drain RATE", "by how much a running PC drains its battery, like 6/h",
          SetRate<&Battery::DrainAt>},

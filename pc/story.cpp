@@ -73,6 +73,7 @@ std::string TellSleep(const Effect& effect)
     const std::wstring what = effect.Text("what");
     const std::string why = ToUtf8(effect.Text("why"));
     if (what == L"suspends") return "the PC goes to sleep (" + why + ")";
+    if (what == L"stands by") return "the PC goes into Modern Standby (" + why + ")";
     return what == L"asleep" ? "the PC is asleep" : "the PC wakes (" + why + ")";
 }
 
@@ -89,6 +90,7 @@ std::string TellDisplay(const Effect& effect)
 std::string TellRequest(const Effect& effect)
 {
     const std::string type = ToUtf8(effect.Text("type"));
+    if (effect.Text("what") == L"ended") return "power request ended by the sleep: " + type;
     if (effect.Number("count") > 1) return {};
     return effect.Text("what") == L"set" ? "power request held: " + type
                                          : "power request released: " + type;

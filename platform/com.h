@@ -43,6 +43,7 @@ inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 #define RPC_E_WRONG_THREAD (static_cast<HRESULT>(0x8001010Eu))
 #define CO_E_NOTINITIALIZED (static_cast<HRESULT>(0x800401F0u))
 #define RPC_E_CHANGED_MODE (static_cast<HRESULT>(0x80010106u))
+#define RPC_E_TOO_LATE (static_cast<HRESULT>(0x80010119u))
 
 #define CLSCTX_INPROC_SERVER 0x1u
 #define CLSCTX_LOCAL_SERVER 0x4u
@@ -130,7 +131,10 @@ HRESULT WINAPI CoResumeClassObjects();
 ULONG WINAPI CoAddRefServerProcess();
 ULONG WINAPI CoReleaseServerProcess();
 
-// Sets the process's security for calls; with `services` -1 the system chooses the services.
+// Sets the process's security for calls; with `services` -1 the system chooses the services. Once
+// in a process, and before an interface comes into it or leaves one of its apartments:
+// RPC_E_TOO_LATE otherwise, and CO_E_NOTINITIALIZED on a thread that is in no apartment. Where no
+// thread calls it, only the server's own user and the local system may call.
 HRESULT WINAPI CoInitializeSecurity(LPVOID securityDescriptor, LONG services, LPVOID serviceList,
                                     LPVOID reserved1, DWORD authenticationLevel,
                                     DWORD impersonationLevel, LPVOID authenticationList,

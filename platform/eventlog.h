@@ -18,7 +18,8 @@ HANDLE WINAPI RegisterEventSourceW(LPCWSTR server, LPCWSTR source);
 BOOL WINAPI DeregisterEventSource(HANDLE log);
 
 // Reports one event with `stringCount` insertion strings and `dataSize` bytes of data. FALSE with
-// the last error set on failure.
+// the last error set on failure: 1734 for a string of more than 31,839 characters or more than
+// 61,440 bytes of data.
 BOOL WINAPI ReportEventW(HANDLE log, WORD type, WORD category, DWORD eventId, PSID user,
                          WORD stringCount, DWORD dataSize, LPCWSTR* strings, LPVOID data);
 }

@@ -18,6 +18,9 @@
 #define OPEN_EXISTING 3u
 #define OPEN_ALWAYS 4u
 #define FILE_ATTRIBUTE_NORMAL 0x00000080u
+#define SECURITY_SQOS_PRESENT 0x00100000u
+#define SECURITY_IDENTIFICATION 0x00010000u
+#define SECURITY_IMPERSONATION 0x00020000u
 #define FILE_BEGIN 0u
 #define FILE_CURRENT 1u
 #define FILE_END 2u
@@ -37,7 +40,10 @@ extern "C" {
 // Opens a file, or a pipe (\\.\pipe\NAME) that has a listener. Returns a handle for CloseHandle, or
 // INVALID_HANDLE_VALUE with the last error set: ERROR_FILE_NOT_FOUND for a missing file or
 // listener, ERROR_PATH_NOT_FOUND for a missing folder. OPEN_ALWAYS creates a missing file, and sets
-// ERROR_ALREADY_EXISTS for an existing one.
+// ERROR_ALREADY_EXISTS for an existing one. Links are followed. ERROR_ACCESS_DENIED where the
+// rights of the file, or of the folder of a new one, say so, and 32 where another program has it
+// open and one of the two excludes the other by its share mode. The listener of a pipe may act in
+// the caller's name unless the flags limit it.
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
                           DWORD disposition, DWORD flags, HANDLE templateFile);
 

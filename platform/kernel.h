@@ -47,8 +47,10 @@ using PINIT_ONCE_FN = BOOL(CALLBACK*)(PINIT_ONCE once, PVOID parameter, PVOID* c
 
 extern "C" {
 
-// Creates an event, unnamed here. Returns its handle, which the caller closes with CloseHandle, or
-// null with the last error set.
+// Creates an event, or opens the one that has the name: the last error is then
+// ERROR_ALREADY_EXISTS, otherwise 0. A name that begins with "Global\" is that of the whole PC, any
+// other that of the caller's session. Returns its handle, which the caller closes with CloseHandle,
+// or null with the last error set.
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState,
                            LPCWSTR name);
 
@@ -64,9 +66,10 @@ HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES attributes, BOOL manual
                                    LPCWSTR name);
 
 // Arms a timer, replacing its earlier due time and resetting its signal. `due` is in 100-ns units:
-// negative is relative to now, and counts time asleep too; positive is an absolute UTC time.
-// `period` is in milliseconds, 0 for a single expiry. With `resume` TRUE the timer wakes the
-// machine from sleep where wake timers are allowed. FALSE with the last error set on failure.
+// negative is relative to now, positive an absolute UTC time. On Windows 7 a relative time counts
+// the time asleep; from 8 on it does not. `period` is in milliseconds, 0 for a single expiry. With
+// `resume` TRUE the timer wakes the machine from sleep where wake timers are allowed. FALSE with
+// the last error set on failure.
 BOOL WINAPI SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period,
                              PTIMERAPCROUTINE completion, LPVOID argument, BOOL resume);
 
@@ -75,12 +78,13 @@ BOOL WINAPI SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period
 BOOL WINAPI CancelWaitableTimer(HANDLE timer);
 
 // Blocks until the object is signalled (WAIT_OBJECT_0) or `milliseconds` have passed
-// (WAIT_TIMEOUT; INFINITE never does). WAIT_FAILED with the last error set for a bad handle.
+// (WAIT_TIMEOUT; INFINITE never does). WAIT_FAILED with the last error set for a bad handle. On
+// Windows 7 the time asleep counts; from 8 on it does not.
 DWORD WINAPI WaitForSingleObject(HANDLE object, DWORD milliseconds);
 
 // The same for 1 to 64 objects. The result is WAIT_OBJECT_0 plus the index of the signalled object,
 // the lowest one if several are signalled when the wait begins. With waitAll TRUE it waits until
-// all are. A null or closed handle makes the whole wait fail.
+// all are, and no object may be named twice. A null or closed handle makes the whole wait fail.
 DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL waitAll,
                                     DWORD milliseconds);
 

@@ -184,9 +184,9 @@ enum POWER_REQUEST_TYPE
 extern "C" {
 
 // Read or write one setting of a plan, for AC or DC. They return a Win32 error code
-// (ERROR_FILE_NOT_FOUND for an unknown plan or setting) and leave the last error unchanged. Values
-// written to the active plan take effect when it is next activated. The root key is null. Any
-// thread.
+// (ERROR_FILE_NOT_FOUND for an unknown plan or setting, or another subgroup than the setting's) and
+// leave the last error unchanged. Values written to the active plan take effect when it is next
+// activated. The root key is null. Any thread.
 DWORD WINAPI PowerReadACValueIndex(HKEY root, const GUID* scheme, const GUID* subgroup,
                                    const GUID* setting, LPDWORD value);
 DWORD WINAPI PowerReadDCValueIndex(HKEY root, const GUID* scheme, const GUID* subgroup,
@@ -199,7 +199,8 @@ DWORD WINAPI PowerWriteDCValueIndex(HKEY root, const GUID* scheme, const GUID* s
 // The active plan, in memory that the caller frees with LocalFree.
 DWORD WINAPI PowerGetActiveScheme(HKEY root, GUID** scheme);
 
-// Activates a plan. Activating the active plan puts the values written to it into effect.
+// Activates a plan. Activating the active plan puts the values written to it into effect. 1260
+// where a group policy names the active plan.
 DWORD WINAPI PowerSetActiveScheme(HKEY root, const GUID* scheme);
 
 // Returns null on success.

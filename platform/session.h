@@ -90,6 +90,8 @@ static_assert(sizeof(void*) != 8 ||
 #define WTS_SESSION_LOCK 0x7
 #define WTS_SESSION_UNLOCK 0x8
 
+#define TOKEN_ASSIGN_PRIMARY 0x0001u
+#define TOKEN_DUPLICATE 0x0002u
 #define TOKEN_ADJUST_PRIVILEGES 0x0020u
 #define TOKEN_QUERY 0x0008u
 #define MAXIMUM_ALLOWED 0x02000000u

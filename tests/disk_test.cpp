@@ -25,8 +25,8 @@ constexpr DWORD kPipeBusy = 231;
 
 OwnedFile Open(const wchar_t* path, DWORD disposition = OPEN_ALWAYS, DWORD access = GENERIC_WRITE)
 {
-    return OwnedFile(CreateFileW(path, access, FILE_SHARE_READ, nullptr, disposition,
-                                 FILE_ATTRIBUTE_NORMAL, nullptr));
+    return OwnedFile(CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                 disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 // The number of bytes written; on failure the negative error code.
@@ -250,6 +250,112 @@ TEST_F(DiskTest, APipeTakesOneWriterUntilItsListenerHangsUp)
         EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
     });
     EXPECT_EQ(listener->heard, "one\r\rtwo");
+}
+
+TEST_F(DiskTest, AWriterWaitsForASlowReaderUntilItHangsUp)
+{
+    const auto listener = pc.disk.Listen(L"slow", L"alice");
+    EXPECT_EQ(listener->owner(), L"alice");
+    listener->ReadAt(pc, 1000);
+    Process& program = pc.Start([] {
+        const OwnedFile pipe = Open(LR"(\\.\pipe\slow)", OPEN_EXISTING);
+        const std::string text(4096, 'x');
+        const ULONGLONG before = GetTickCount64();
+        EXPECT_EQ(Write(pipe.Get(), text), 4096);
+        EXPECT_EQ(GetTickCount64(), before) << "it fits";
+        EXPECT_EQ(Write(pipe.Get(), text.substr(0, 2000)), 2000);
+        EXPECT_EQ(GetTickCount64() - before, 2000u);
+        Sleep(60'000);
+        EXPECT_EQ(Write(pipe.Get(), text), 4096);
+        EXPECT_EQ(GetTickCount64() - before, 62'000u) << "all was read meanwhile";
+        EXPECT_EQ(Write(pipe.Get(), text), -ERROR_NO_DATA);
+        return 0;
+    });
+    pc.RunFor(62s);
+    listener->ReadAt(pc, 0);
+    pc.RunFor(1h);
+    EXPECT_TRUE(program.running()) << "nobody reads";
+    pc.disk.Hangup(listener);
+    pc.RunUntilEnd(program);
+}
+
+TEST_F(DiskTest, APipesListenerMayActForItsWriterUnlessThatForbidsIt)
+{
+    const std::pair<DWORD, bool> cases[] = {{0, true}, {0x00110000, false}, {0x00120000, true}};
+    const auto listener = pc.disk.Listen(L"ear", L"alice");
+    for (const auto& [flags, may] : cases) {
+        RunAsProcess([flags = flags] {
+            EXPECT_TRUE(OwnedFile(CreateFileW(LR"(\\.\pipe\ear)", GENERIC_WRITE, 0, nullptr,
+                                              OPEN_EXISTING, flags, nullptr)));
+        });
+        EXPECT_EQ(listener->may_impersonate, may) << flags;
+    }
+}
+
+TEST_F(DiskTest, ProgramsShareAFileAsBothAllow)
+{
+    constexpr DWORD kRead = GENERIC_READ, kWrite = GENERIC_WRITE;
+    const struct
+    {
+        DWORD access, share;
+        DWORD other_access, other_share;
+        bool opens;
+    } cases[] = {
+        {kWrite, FILE_SHARE_READ | FILE_SHARE_WRITE, kWrite, FILE_SHARE_WRITE, true},
+        {kWrite, FILE_SHARE_READ, kWrite, FILE_SHARE_WRITE, false},
+        {kWrite, FILE_SHARE_WRITE, kWrite, FILE_SHARE_READ, false},
+        {kRead, FILE_SHARE_READ, kRead, FILE_SHARE_READ, true},
+        {kRead, FILE_SHARE_READ, kRead, 0, false},
+        {kRead, 0, kRead | kWrite, FILE_SHARE_READ | FILE_SHARE_WRITE, false},
+    };
+    pc.disk.Write(kFile, "here");
+    for (const auto& c : cases) {
+        auto other = pc.disk.OpenElsewhere(kFile, c.other_access, c.other_share);
+        RunAsProcess([&] {
+            const auto open = [&] {
+                return OwnedFile(CreateFileW(LR"(c:\PROGRAMDATA\notes.txt)", c.access, c.share,
+                                             nullptr, OPEN_EXISTING, 0, nullptr));
+            };
+            EXPECT_EQ(static_cast<bool>(open()), c.opens) << &c - cases;
+            EXPECT_TRUE(c.opens || GetLastError() == 32);
+            other.reset();
+            const OwnedFile first = open();
+            EXPECT_TRUE(first);
+        });
+    }
+}
+
+TEST_F(DiskTest, AFileHasAnOwnerRightsOfItsFolderAndMayBeALink)
+{
+    pc.disk.Write(LR"(C:\Windows\target.txt)", "system");
+    pc.disk.Link(kFile, LR"(C:\Windows\target.txt)");
+    RunAsProcess([] {
+        EXPECT_EQ(Write(Open(kFile).Get(), "changed"), 7);
+        EXPECT_TRUE(CreateDirectoryW(LR"(C:\Folder)", nullptr));
+        EXPECT_TRUE(Open(LR"(C:\Folder\old.txt)"));
+    });
+    EXPECT_EQ(pc.disk.Read(LR"(C:\Windows\target.txt)"), "changed") << "through the link";
+    EXPECT_EQ(pc.disk.OwnerOf(LR"(C:\Folder\old.txt)"), L"SYSTEM");
+    pc.disk.SetRights(LR"(C:\Folder)", {L"alice", std::vector<std::wstring>{L"alice"}});
+    RunAsProcess([] {
+        for (const wchar_t* path : {LR"(C:\Folder\old.txt)", LR"(C:\Folder\new.txt)"}) {
+            EXPECT_FALSE(Open(path));
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+        }
+        EXPECT_TRUE(Open(LR"(C:\Folder\old.txt)", OPEN_EXISTING, GENERIC_READ));
+        EXPECT_FALSE(CreateDirectoryW(LR"(C:\Folder\Below)", nullptr));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    });
+    pc.Install(LR"(C:\Editor.exe)", [] { return Open(LR"(C:\Folder\new.txt)") ? 0 : 1; });
+    Process* editor = nullptr;
+    {
+        const Hold hold(pc);
+        editor =
+            pc.StartInstalled(LR"(C:\Editor.exe)", L"", Launch{.session = 1, .user = L"Alice"});
+    }
+    pc.RunUntilEnd(*editor);
+    EXPECT_EQ(editor->exit_code(), 0);
+    EXPECT_EQ(pc.disk.OwnerOf(LR"(C:\Folder\new.txt)"), L"Alice");
 }
 
 TEST_F(DiskTest, TheConsoleGetsUtf8)

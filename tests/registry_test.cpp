@@ -92,7 +92,7 @@ TEST_F(RegistryTest, AValueIsReadOnlyAsOneOfTheTypesAskedFor)
         {L"text", RRF_RT_REG_SZ, 3 * kW, ERROR_SUCCESS, 3 * kW},
         {L"text", RRF_RT_REG_SZ, 2 * kW, ERROR_MORE_DATA, 3 * kW},
         {L"open end", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 3 * kW},
-        {L"expand", RRF_RT_REG_SZ, 8 * kW, ERROR_UNSUPPORTED_TYPE, 8 * kW},
+        {L"expand", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 4 * kW},
         {L"four", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
         {L"four", RRF_RT_REG_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 4},
         {L"eight", RRF_RT_DWORD, 8, ERROR_INVALID_DATA, 8},
@@ -111,6 +111,35 @@ TEST_F(RegistryTest, AValueIsReadOnlyAsOneOfTheTypesAskedFor)
             EXPECT_EQ(size, c.size) << std::string(c.name, c.name + std::wcslen(c.name));
         }
         EXPECT_EQ(GetLastError(), 17u) << "the registry leaves the last error alone";
+    });
+}
+
+TEST_F(RegistryTest, ATextWithVariablesIsReadAsTheTextThatTheyMake)
+{
+    const struct
+    {
+        const wchar_t* kept;
+        DWORD flags;
+        LSTATUS result;
+        const wchar_t* read;
+        DWORD type;
+    } cases[] = {
+        {LR"(%SYSTEMroot%\a%)", RRF_RT_REG_SZ, ERROR_SUCCESS, LR"(C:\Windows\a%)", REG_SZ},
+        {L"%ProgramData%%none%", RRF_RT_ANY, ERROR_SUCCESS, LR"(C:\ProgramData%none%)", REG_SZ},
+        {L"%windir%", RRF_RT_REG_SZ | RRF_NOEXPAND, ERROR_UNSUPPORTED_TYPE, L"", REG_EXPAND_SZ},
+        {L"%windir%", RRF_RT_ANY | RRF_NOEXPAND, ERROR_SUCCESS, L"%windir%", REG_EXPAND_SZ},
+    };
+    RunAsProcess([&] {
+        for (const auto& c : cases) {
+            pc.registry.Set(LR"(HKLM\A)", L"v", RegistryValue::String(c.kept, REG_EXPAND_SZ));
+            wchar_t text[40] = L"";
+            DWORD size = sizeof(text);
+            DWORD type = 0;
+            EXPECT_EQ(RegGetValueW(HKEY_LOCAL_MACHINE, L"A", L"v", c.flags, &type, text, &size),
+                      c.result);
+            EXPECT_STREQ(text, c.read);
+            EXPECT_EQ(type, c.type);
+        }
     });
 }
 

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "pc/player.h"
 #include "platform/owned.h"
@@ -36,20 +37,32 @@ std::vector<std::string> Scenarios()
     return names;
 }
 
-class ScenarioTest : public ::testing::TestWithParam<std::string>
+// On every version of Windows that the service supports and that behaves differently.
+class ScenarioTest : public ::testing::TestWithParam<std::tuple<std::string, std::string>>
 {
 };
 
 TEST_P(ScenarioTest, GoesAsItSays)
 {
+    const auto& [scenario, version] = GetParam();
+    PlayOptions options = Options();
+    options.machine.os_version = *virtual_pc::ParseOsVersion(version);
     std::ostringstream story;
     std::ostringstream errors;
-    const int status = PlayScripts({kScenarios / (GetParam() + ".pc")}, Options(), story, errors);
+    const int status = PlayScripts({kScenarios / (scenario + ".pc")}, options, story, errors);
     EXPECT_EQ(status, 0) << errors.str() << story.str();
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ScenarioTest, ::testing::ValuesIn(Scenarios()),
-                         [](const auto& scenario) { return scenario.param; });
+std::string NameOfCase(const ::testing::TestParamInfo<ScenarioTest::ParamType>& scenario)
+{
+    const auto& [name, version] = scenario.param;
+    return name + "_on_" + (version == "8.1" ? "8_1" : version);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ScenarioTest,
+                         ::testing::Combine(::testing::ValuesIn(Scenarios()),
+                                            ::testing::Values("7", "8.1", "10", "11")),
+                         NameOfCase);
 
 std::string TraceOf(const fs::path& script, std::uint64_t seed)
 {

@@ -54,6 +54,9 @@ DWORD WINAPI Handler(DWORD control, DWORD event, LPVOID data, LPVOID context)
         const auto* session = static_cast<const WTSSESSION_NOTIFICATION*>(data);
         EXPECT_EQ(session->cbSize, sizeof(*session));
         g_probe->told += ":" + std::to_string(session->dwSessionId);
+    } else if (control == SERVICE_CONTROL_TIMECHANGE) {
+        const auto* times = static_cast<const std::int64_t*>(data);  // the new and the old one
+        g_probe->told += ":" + std::to_string((times[0] - times[1]) / 600'000'000);
     } else if (data) {
         const auto* setting = static_cast<const POWERBROADCAST_SETTING*>(data);
         g_probe->told += ":" + std::to_string(setting->PowerSetting.Data1) + "=" +
@@ -161,6 +164,34 @@ TEST_F(ServiceManagerTest, AServiceLivesBetweenItsDispatcherAndItsMainRoutine)
         states.push_back(report.dwCurrentState);
     }
     EXPECT_EQ(states, (std::vector<DWORD>{SERVICE_RUNNING, SERVICE_STOP_PENDING, SERVICE_STOPPED}));
+}
+
+TEST_F(ServiceManagerTest, AShutdownWaitsAsLongAsTheVersionOrTheRegistrySays)
+{
+    const struct
+    {
+        DWORD version;
+        const wchar_t* set;
+        Duration patience;
+    } cases[] = {{kWindows7, nullptr, 20s},
+                 {kWindows10, nullptr, 5s},
+                 {kWindows10, L"12000", 12s},
+                 {kWindows10, L"soon", 5s}};
+    m_probe.stops = false;
+    m_probe.accepts |= SERVICE_ACCEPT_SHUTDOWN;
+    for (const auto& c : cases) {
+        pc.os_version = c.version;
+        if (c.set) {
+            pc.registry.SetString(LR"(HKLM\SYSTEM\CurrentControlSet\Control)",
+                                  L"WaitToKillServiceTimeout", c.set);
+        }
+        Start();
+        const Instant before = pc.now();
+        pc.ShutDown();
+        EXPECT_EQ(pc.now() - before, c.patience);
+        EXPECT_EQ(m_probe.told, "5:0 ");
+        m_probe.told.clear();
+    }
 }
 
 TEST_F(ServiceManagerTest, TheDatabaseIsInTheRegistryAndADeletedServiceGoesWhenNobodyHasIt)
@@ -334,7 +365,7 @@ TEST_F(ServiceManagerTest, AHandlerHearsWhatItAcceptsAndTheSettingsItAskedFor)
         pc.announcer.PowerEvent(PBT_APMSUSPEND, [&] { handled = true; });
         EXPECT_EQ(handled, (accepts & SERVICE_ACCEPT_POWEREVENT) == 0) << "only then at once";
         pc.session.Logon(L"alice");
-        pc.announcer.TimeChanged();
+        pc.announcer.TimeChanged(9min, 2min);
         value = 6;
         pc.announcer.SettingChanged(known);
         pc.announcer.SettingChanged(unknown);
@@ -349,7 +380,7 @@ TEST_F(ServiceManagerTest, AHandlerHearsWhatItAcceptsAndTheSettingsItAskedFor)
     };
     const std::string all = "13:32787:1=5/4 ";
     EXPECT_EQ(hears(SERVICE_ACCEPT_STOP), all + "13:32787:1=6/4 1:0 ");
-    EXPECT_EQ(hears(0x2C1), all + "13:4 14:5:2 16:0 13:32787:1=6/4 1:0 ");
+    EXPECT_EQ(hears(0x2C1), all + "13:4 14:5:2 16:0:7 13:32787:1=6/4 1:0 ");
     RunAsProcess([&] {
         EXPECT_EQ(RegisterPowerSettingNotification(nullptr, &known, DEVICE_NOTIFY_SERVICE_HANDLE),
                   nullptr);

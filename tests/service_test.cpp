@@ -12,6 +12,7 @@
 #include "platform/com.h"
 #include "platform/module.h"
 #include "platform/owned.h"
+#include "platform/virtual/com/com.h"
 #include "platform/virtual/console/outputs.h"
 #include "platform/virtual/core/thread.h"
 #include "platform/virtual/processes/libraries.h"
@@ -106,6 +107,13 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
     EXPECT_EQ(service.Find()->status.dwServiceType, SERVICE_WIN32_OWN_PROCESS);
     EXPECT_EQ(service.heard.Said("ServiceMain"), (Lines{"HOLV service global events are created",
                                                         "HOLV service state machine starts"}));
+    {
+        const Hold hold(pc);
+        const auto security = pc.com.SecurityOf(service.Find()->process);
+        ASSERT_TRUE(security && !security->implicit) << "clients of other users may call";
+        EXPECT_EQ(security->authentication, RPC_C_AUTHN_LEVEL_NONE);
+        EXPECT_EQ(security->impersonation, RPC_C_IMP_LEVEL_IDENTIFY);
+    }
     // In the order in which the settings are registered.
     EXPECT_EQ(Open("power setting registration"),
               L"98A7F580 5D3E9A59 245D8541 02731015 29F6C1DB 786E8A1D ");
@@ -303,7 +311,7 @@ int SwitchAmidStop(Machine& pc)
         others.push_back(&pc.Start([&pc, event] {
             for (int i = 0; i < 10; ++i) {
                 pc.announcer.PowerEvent(event);
-                pc.announcer.TimeChanged();
+                pc.announcer.TimeChanged(pc.clock(), pc.clock());
                 pc.services.Control(kService, SERVICE_CONTROL_INTERROGATE);
                 Sleep(0);
             }

@@ -72,6 +72,7 @@ TEST_F(SessionTest, AProgramStartsHiddenOnTheUsersDesktopWithHisRightsAndEnviron
     EXPECT_TRUE(program.running()) << "it outlives the object and the service that started it";
     EXPECT_EQ(program.command_line(), LR"("C:\Program Files\Orbeq\Holv\Helper.exe" D:1 T:30)");
     EXPECT_EQ(program.launch->session, 1u);
+    EXPECT_FALSE(program.launch->inherits_handles) << "the service's own are not for the user";
     EXPECT_EQ(program.launch->user, L"alice");
     EXPECT_EQ(program.launch->Variable(L"USERPROFILE"), LR"(C:\Users\alice)");
     EXPECT_EQ(program.launch->desktop, LR"(winsta0\default)");

@@ -182,6 +182,7 @@ const std::string kReady = "6 HOLV State Machine initialized";
 
 TEST_F(StateTest, StartsInNormalUseAndStopsWithoutLeaving)
 {
+    pc.os_version = kWindows7;
     Start();
     EXPECT_LINES(Said(),
                  (Lines{kNoOemKey, kNoDevice, "1 This system is running Windows 7 [6.1]",
@@ -199,7 +200,6 @@ TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
 {
     Set(L"EnableNeverSleep", 0);
     Set(L"DebugEnabled", 1);
-    pc.os_version = 0x0206;
     Start();
     EXPECT_LINES(Said(),
                  (Lines{kNoOemKey, kNoDevice, "1 This system is NOT running Windows 7 [6.2]",

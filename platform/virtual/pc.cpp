@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
 #include <exception>
 #include <filesystem>
 
@@ -37,6 +38,17 @@ constexpr std::string_view kFirstClock = "2026-03-02 08:00";  // a Monday
 std::string Kept(const std::string& root, const char* name)
 {
     return root.empty() ? root : (std::filesystem::path(root) / name).string();
+}
+
+// How long services have to stop when the PC shuts down.
+Duration ShutdownPatience(const Machine& machine)
+{
+    const Duration usual = std::chrono::seconds{machine.AtLeast(kWindows8) ? 5 : 20};
+    const auto set = machine.registry.GetString(LR"(HKLM\SYSTEM\CurrentControlSet\Control)",
+                                                L"WaitToKillServiceTimeout");
+    if (!set) return usual;
+    const long milliseconds = std::wcstol(set->c_str(), nullptr, 10);
+    return milliseconds > 0 ? Duration(std::chrono::milliseconds{milliseconds}) : usual;
 }
 
 }  // namespace
@@ -114,6 +126,9 @@ Machine::Machine(const Options& options)
       m_driver(std::make_shared<Thread>()),
       m_registry_file(Kept(options.root, "registry.reg"))
 {
+    os_version = options.os_version;
+    // Some seeds have the sound system call one callback after the other.
+    if (options.seed % 3 == 1) audio.notices.threads_max = 1;
     SwitchOn(options.free);
     ConnectFacets();
     services.AddSystemService();
@@ -160,9 +175,10 @@ Machine::~Machine()
 void Machine::SetClock(CalendarTime local)
 {
     const Hold hold(*this);
+    const CalendarTime before = clock();
     m_switched_on_at = local - now();
     journal.Record("clock", {});
-    announcer.TimeChanged();
+    announcer.TimeChanged(local, before);
 }
 
 // Effect "power switch": `what` was done, on, off or cut.
@@ -178,7 +194,7 @@ void Machine::Boot()
 void Machine::ShutDown()
 {
     services.Shutdown();
-    RunUntil([this] { return services.AllEnded(); }, std::chrono::seconds{20});
+    RunUntil([this] { return services.AllEnded(); }, ShutdownPatience(*this));
     {
         const Hold hold(*this);
         for (const auto& process : processes()) process->Terminate(1);

@@ -38,18 +38,22 @@ void Tell(const std::wstring& line)
 
 const wchar_t* Spell(PowerSource source) { return source == PowerSource::ac ? L" ac " : L" dc "; }
 
-DWORD Read(PowerSource source, const GUID* scheme, const GUID* setting, LPDWORD value)
+DWORD Read(PowerSource source, const GUID* scheme, const GUID* subgroup, const GUID* setting,
+           LPDWORD value)
 {
     const std::lock_guard lock(g_lock);
+    if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
     const std::optional<DWORD> read = g_plans.Read(*scheme, *setting, source);
     if (!read) return ERROR_FILE_NOT_FOUND;
     *value = *read;
     return ERROR_SUCCESS;
 }
 
-DWORD Write(PowerSource source, const GUID* scheme, const GUID* setting, DWORD value)
+DWORD Write(PowerSource source, const GUID* scheme, const GUID* subgroup, const GUID* setting,
+            DWORD value)
 {
     const std::lock_guard lock(g_lock);
+    if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
     if (!g_plans.Write(*scheme, *setting, source, value)) return ERROR_FILE_NOT_FOUND;
     Tell(L"write " + g_plans.Find(*scheme)->name + L": " +
          std::wstring(PowerSettingName(*setting)) + Spell(source) + std::to_wstring(value));
@@ -77,16 +81,16 @@ void TellWhatIsChanged()
 extern "C" {
 
 // The exports that read and write the values of one power source; `AC` is its place in their names.
-#define EXPORT_VALUES_OF(AC, source)                                               \
-    __declspec(dllexport) DWORD WINAPI PowerRead##AC##ValueIndex(                  \
-        HKEY, const GUID* scheme, const GUID*, const GUID* setting, LPDWORD value) \
-    {                                                                              \
-        return Read(source, scheme, setting, value);                               \
-    }                                                                              \
-    __declspec(dllexport) DWORD WINAPI PowerWrite##AC##ValueIndex(                 \
-        HKEY, const GUID* scheme, const GUID*, const GUID* setting, DWORD value)   \
-    {                                                                              \
-        return Write(source, scheme, setting, value);                              \
+#define EXPORT_VALUES_OF(AC, source)                                                        \
+    __declspec(dllexport) DWORD WINAPI PowerRead##AC##ValueIndex(                           \
+        HKEY, const GUID* scheme, const GUID* subgroup, const GUID* setting, LPDWORD value) \
+    {                                                                                       \
+        return Read(source, scheme, subgroup, setting, value);                              \
+    }                                                                                       \
+    __declspec(dllexport) DWORD WINAPI PowerWrite##AC##ValueIndex(                          \
+        HKEY, const GUID* scheme, const GUID* subgroup, const GUID* setting, DWORD value)   \
+    {                                                                                       \
+        return Write(source, scheme, subgroup, setting, value);                             \
     }
 EXPORT_VALUES_OF(AC, PowerSource::ac)
 EXPORT_VALUES_OF(DC, PowerSource::dc)

@@ -47,7 +47,13 @@ void Announcer::SessionEvent(DWORD event, DWORD session)
         {.control = SERVICE_CONTROL_SESSIONCHANGE, .event = event, .data = SettingBytes(session)});
 }
 
-void Announcer::TimeChanged() { Announce({.control = SERVICE_CONTROL_TIMECHANGE}); }
+void Announcer::TimeChanged(CalendarTime now, CalendarTime before)
+{
+    const std::int64_t times[] = {now.count(), before.count()};
+    std::vector<BYTE> data(sizeof(times));
+    std::memcpy(data.data(), times, sizeof(times));
+    Announce({.control = SERVICE_CONTROL_TIMECHANGE, .data = std::move(data)});
+}
 
 void Announcer::Provide(const GUID& setting, std::function<std::vector<BYTE>()> present)
 {
@@ -60,7 +66,9 @@ std::optional<std::vector<BYTE>> Announcer::Present(const GUID& setting) const
     const Hold hold(m_machine);
     const auto found = m_settings.find(setting);
     if (found == m_settings.end()) return std::nullopt;
-    return found->second();
+    std::vector<BYTE> value = found->second();
+    if (value.empty()) return std::nullopt;
+    return value;
 }
 
 void Announcer::SettingChanged(const GUID& setting)

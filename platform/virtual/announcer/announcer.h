@@ -10,6 +10,7 @@
 
 #include "platform/base.h"
 #include "platform/virtual/base/guid.h"
+#include "platform/virtual/base/time.h"
 
 namespace virtual_pc {
 
@@ -20,7 +21,7 @@ struct Announcement
     DWORD control;                     // SERVICE_CONTROL_...
     DWORD event = 0;                   // PBT_... or WTS_...
     std::optional<GUID> setting = {};  // the power setting that changed
-    std::vector<BYTE> data = {};       // its value, or the session's number
+    std::vector<BYTE> data = {};       // its value, the session's number, or the two times
 };
 
 class Announcer
@@ -51,13 +52,14 @@ public:
     void PowerEvent(DWORD event, std::function<void()> all_handled = {});
     // SERVICE_CONTROL_SESSIONCHANGE: WTS_SESSION_LOGON and the like, and the session's number.
     void SessionEvent(DWORD event, DWORD session);
-    // SERVICE_CONTROL_TIMECHANGE.
-    void TimeChanged();
+    // SERVICE_CONTROL_TIMECHANGE, with the new and the old time.
+    void TimeChanged(CalendarTime now, CalendarTime before);
 
     // --- Power settings that are announced when they change ---
 
     // Registers how to read a setting's present value; called by the facet that has the setting.
-    // `present` is called with the machine held.
+    // `present` is called with the machine held; it returns no bytes where the PC's version of
+    // Windows lacks the setting, which is then never announced.
     void Provide(const GUID& setting, std::function<std::vector<BYTE>()> present);
     // The value's bytes; nothing for a setting that no facet provides.
     std::optional<std::vector<BYTE>> Present(const GUID& setting) const;

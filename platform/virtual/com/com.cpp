@@ -17,6 +17,17 @@ public:
     std::string_view Kind() const override { return "wait for a class object"; }
 };
 
+class ClassRegistration final : public Object
+{
+public:
+    explicit ClassRegistration(const CLSID& class_id) : m_class(FormatGuid(class_id)) {}
+    std::string_view Kind() const override { return "registered class object"; }
+    std::wstring Name() const override { return m_class; }
+
+private:
+    const std::wstring m_class;
+};
+
 }  // namespace
 
 void Com::AddInProcessClass(REFCLSID class_id, Factory factory)
@@ -46,10 +57,27 @@ GUID Com::NewGuid()
     return guid;
 }
 
+std::optional<Com::CallSecurity> Com::SecurityOf(const Process* process) const
+{
+    Hold::Require();
+    const auto found = m_security.find(process);
+    if (found == m_security.end()) return std::nullopt;
+    return found->second;
+}
+
+bool Com::SettleSecurity(const Process* process, const CallSecurity& security)
+{
+    Hold::Require();
+    return m_security.emplace(process, security).second;
+}
+
 DWORD Com::Offer(REFCLSID class_id, ExportedInterface object, Process* process, bool suspended)
 {
     Hold::Require();
-    m_offered.push_back({m_next_registration, class_id, std::move(object), process, suspended});
+    const HANDLE handle =
+        m_machine.handles.Open(std::make_shared<ClassRegistration>(class_id), process);
+    m_offered.push_back(
+        {m_next_registration, class_id, std::move(object), process, suspended, handle});
     if (!suspended) SetSuspended(process, false);
     return m_next_registration++;
 }
@@ -64,6 +92,9 @@ const Com::Offered* Com::FindOffer(DWORD registration) const
 void Com::Withdraw(DWORD registration)
 {
     Hold::Require();
+    const Offered* offered = FindOffer(registration);
+    if (!offered) return;
+    m_machine.handles.Close(offered->handle);
     std::erase_if(m_offered, [&](const auto& o) { return o.registration == registration; });
 }
 
@@ -133,6 +164,7 @@ void Com::Forget(Process& process)
     std::erase_if(m_starting, [&](const auto& starting) { return starting.second == &process; });
     m_multithreaded.erase(&process);
     m_server_references.erase(&process);
+    m_security.erase(&process);
 }
 
 }  // namespace virtual_pc

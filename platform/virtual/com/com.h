@@ -48,7 +48,24 @@ public:
 
     TypeLibraries type_libraries;
 
+    // How a process secures its calls, as CoInitializeSecurity was asked to.
+    struct CallSecurity
+    {
+        bool implicit = false;  // set by the system at the first marshalling, with its defaults
+        bool descriptor = false;
+        LONG services = -1;
+        DWORD authentication = 0;
+        DWORD impersonation = 0;
+        DWORD capabilities = 0;
+    };
+    // Nothing while it is not settled. With the machine held.
+    std::optional<CallSecurity> SecurityOf(const Process* process) const;
+
     // --- For the platform functions; with the machine held ---
+
+    // Settles a process's security, once. False when it is settled already: by such a call, or
+    // because an interface has come into the process or left one of its apartments.
+    bool SettleSecurity(const Process* process, const CallSecurity& security);
 
     // A class object that a process has registered.
     struct Offered
@@ -58,6 +75,7 @@ public:
         ExportedInterface object;
         Process* process;
         bool suspended;
+        HANDLE handle;  // so that a registration that is left counts as open
     };
 
     DWORD Offer(REFCLSID class_id, ExportedInterface object, Process* process, bool suspended);
@@ -100,6 +118,7 @@ private:
     std::map<GUID, Process*, GuidLess> m_starting;
     std::vector<std::shared_ptr<Waitable>> m_awaiting;
     std::map<const Process*, ULONG> m_server_references;
+    std::map<const Process*, CallSecurity> m_security;
     std::map<const Process*, std::shared_ptr<Apartment>> m_multithreaded;
     std::vector<std::shared_ptr<Apartment>> m_apartments;  // of processes that have not ended
     std::vector<std::shared_ptr<Object>> m_released;

@@ -254,12 +254,26 @@ ULONG WINAPI CoReleaseServerProcess()
     return left;
 }
 
-// Security is not modelled: every call is allowed.
-HRESULT WINAPI CoInitializeSecurity(LPVOID, LONG, LPVOID, LPVOID, DWORD, DWORD, LPVOID, DWORD,
-                                    LPVOID)
+// Effect "com security": the levels and `capabilities` that a process has set. Calls are not
+// checked against them: every one is allowed.
+HRESULT WINAPI CoInitializeSecurity(LPVOID descriptor, LONG services, LPVOID, LPVOID reserved,
+                                    DWORD authentication, DWORD impersonation, LPVOID,
+                                    DWORD capabilities, LPVOID reservedToo)
 {
     Call call(fn_co_initialize_security);
-    return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
+    if (call.Fails()) return static_cast<HRESULT>(call.error());
+    if (reserved || reservedToo) return E_INVALIDARG;
+    if (!call.thread.membership.apartment) return CO_E_NOTINITIALIZED;
+    const Com::CallSecurity security{.descriptor = descriptor != nullptr,
+                                     .services = services,
+                                     .authentication = authentication,
+                                     .impersonation = impersonation,
+                                     .capabilities = capabilities};
+    if (!call.machine.com.SettleSecurity(&call.process(), security)) return RPC_E_TOO_LATE;
+    call.machine.journal.Record("com security", {{"authentication", std::uint64_t{authentication}},
+                                                 {"impersonation", std::uint64_t{impersonation}},
+                                                 {"capabilities", std::uint64_t{capabilities}}});
+    return S_OK;
 }
 
 HRESULT WINAPI CoCreateGuid(GUID* guid)

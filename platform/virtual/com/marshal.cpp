@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/virtual/com/com.h"
 #include "platform/virtual/com/proxy.h"
 #include "platform/virtual/com/variant.h"
 #include "platform/virtual/core/leaving.h"
@@ -9,6 +10,18 @@
 #include "platform/virtual/core/thread.h"
 
 namespace virtual_pc {
+namespace {
+
+// An interface that crosses the border of an apartment settles the security of the process: from
+// then on the system's defaults hold, unless the process has set its own.
+void SettleSecurity()
+{
+    const Thread& self = *Thread::Self();
+    const Hold hold(Machine::Current());
+    if (self.process) Machine::Current().com.SettleSecurity(self.process, {.implicit = true});
+}
+
+}  // namespace
 
 // --- References ---
 
@@ -16,6 +29,7 @@ HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported
 {
     exported = {};
     if (!object) return S_OK;
+    SettleSecurity();
     // A proxy is exported as the object that it stands for, so that no proxy stands for a proxy.
     if (const auto* facet = dynamic_cast<ProxyFacet*>(object)) {
         exported = {facet->proxy().object(), id};
@@ -47,6 +61,7 @@ HRESULT ImportInterface(const ExportedInterface& exported, void** object)
 {
     *object = nullptr;
     if (!exported.object) return S_OK;
+    SettleSecurity();
     const std::shared_ptr<Apartment> here = Thread::Self()->membership.apartment;
     if (!here) return CO_E_NOTINITIALIZED;
     if (here != exported.object->home) return ImportProxy(exported, *here, object);

@@ -47,6 +47,17 @@ public:
     Object* Find(HANDLE handle) const;
     std::shared_ptr<Object> FindShared(HANDLE handle) const;
 
+    // The open object of a kind that has this name; null when there is none.
+    template <class T>
+    std::shared_ptr<T> FindNamed(std::wstring_view name) const
+    {
+        for (const Entry& entry : m_entries) {
+            if (!entry.object || entry.object->Name() != name) continue;
+            if (auto found = std::dynamic_pointer_cast<T>(entry.object)) return found;
+        }
+        return nullptr;
+    }
+
     // False when the handle is not open.
     bool Close(HANDLE handle);
 

@@ -19,6 +19,8 @@ struct Launch
     DWORD startup_flags = 0;
     WORD show = 0;
     DWORD flags = 0;
+    // Whether it got a copy of each handle that its creator could pass on.
+    bool inherits_handles = false;
 
     // A variable's value; empty when it is not there.
     std::wstring Variable(std::wstring_view name) const;

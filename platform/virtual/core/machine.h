@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/virtual/base/os_version.h"
 #include "platform/virtual/base/time.h"
 #include "platform/virtual/core/faults.h"
 #include "platform/virtual/core/handles.h"
@@ -76,6 +77,7 @@ public:
         double pace = 0;
         // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
         std::string root = {};
+        DWORD os_version = kWindows10;
     };
 
     Machine() : Machine(Options{}) {}
@@ -110,8 +112,8 @@ public:
     // --- The power switch ---
     // Starts the services that start by themselves, as at power-on.
     void Boot();
-    // Sends the services the shutdown control, waits for their processes for twenty seconds at
-    // most, and terminates the processes that still run.
+    // Sends the services the shutdown control, waits for their processes, and terminates those that
+    // still run after the time that the registry allows: 5 seconds unless set, on Windows 7 20.
     void ShutDown();
     // Cuts the power, in a call of a process as well: all processes are killed, and the disk, the
     // registry and the power plans are left as they were written there (unwritten.h).
@@ -152,8 +154,9 @@ public:
     std::function<void(Process&)> process_ended;
 
     // --- The operating system ---
-    // Its version, 6.1 unless set: major in the low byte, minor in the next.
-    std::atomic<DWORD> os_version{0x0106};
+    // Its version, which decides what the PC announces, lists and counts (os_version.h).
+    std::atomic<DWORD> os_version{kWindows10};
+    bool AtLeast(DWORD version) const { return OsAtLeast(os_version, version); }
 
     // --- Misuse ---
     // Handles used or closed after their close, and the like: errors of the calling program.

@@ -39,7 +39,9 @@ void Scheduler::Set(Alarm& alarm, Instant when)
 {
     Hold::Require();
     Cancel(alarm);
-    alarm.m_place = m_alarms.emplace(when, &alarm);
+    alarm.m_postponed = m_still && !alarm.CountsSleep();
+    alarm.m_place = alarm.m_postponed ? m_postponed.emplace(Postponed(when), &alarm)
+                                      : m_alarms.emplace(when, &alarm);
     alarm.m_armed = true;
 }
 
@@ -47,7 +49,7 @@ void Scheduler::Cancel(Alarm& alarm)
 {
     Hold::Require();
     if (!alarm.m_armed) return;
-    m_alarms.erase(alarm.m_place);
+    (alarm.m_postponed ? m_postponed : m_alarms).erase(alarm.m_place);
     alarm.m_armed = false;
 }
 
@@ -173,9 +175,27 @@ void Scheduler::MakeReady(Thread& thread)
     }
 }
 
+void Scheduler::StandStill()
+{
+    m_still = true;
+    m_still_since = m_now;
+    for (auto at = m_alarms.begin(); at != m_alarms.end();) {
+        const auto here = at++;
+        Alarm& alarm = *here->second;
+        if (alarm.CountsSleep()) continue;
+        alarm.m_place = m_postponed.insert(m_alarms.extract(here));
+        alarm.m_postponed = true;
+    }
+}
+
 void Scheduler::GoOn()
 {
     m_still = false;
+    const Duration asleep = m_now - m_still_since;
+    for (const auto& [when, alarm] : std::exchange(m_postponed, {})) {
+        alarm->m_place = m_alarms.emplace(when + asleep, alarm);
+        alarm->m_postponed = false;
+    }
     if (!m_options.free) return;
     for (Thread* thread : std::exchange(m_ready, {})) {
         thread->state = Thread::State::running;

@@ -39,6 +39,8 @@ public:
     bool armed() const { return m_armed; }
     // Whether it would wake the machine from sleep.
     virtual bool Wakes() const { return false; }
+    // Whether the time asleep counts. Where it does not, the alarm comes later by the time asleep.
+    virtual bool CountsSleep() const { return true; }
 
 protected:
     // Called when the clock has reached the time that the alarm was set to; it is no longer armed.
@@ -48,6 +50,7 @@ private:
     friend class Scheduler;
     std::multimap<Instant, Alarm*>::iterator m_place;
     bool m_armed = false;
+    bool m_postponed = false;
 };
 
 // Thrown to the driver when all threads are blocked for ever, or block one another by their locks.
@@ -95,8 +98,9 @@ public:
     void Yield(Thread& self);
 
     // From now on only the driver runs, and the clock goes on. Ready threads are frozen, running
-    // ones at their next platform call, until GoOn. Alarms still fire at their times.
-    void StandStill() { m_still = true; }
+    // ones at their next platform call, until GoOn. Alarms that count sleep still fire at their
+    // times.
+    void StandStill();
     void GoOn();
 
     // Called by the driver: runs the machine until `deadline`, or until `condition`, which is
@@ -120,6 +124,7 @@ private:
         std::atomic<bool> done{false};
     };
 
+    Instant Postponed(Instant when) const { return when + (m_still_since - m_now); }
     void Advance();
     void FireNext();
     void Pace(Instant to);
@@ -139,6 +144,10 @@ private:
     Random m_random;
     Instant m_now{0};
     std::multimap<Instant, Alarm*> m_alarms;
+    // While the machine stands still, the alarms that do not count sleep, at the times at which
+    // they would come if it went on at m_still_since.
+    std::multimap<Instant, Alarm*> m_postponed;
+    Instant m_still_since{0};
     std::vector<std::shared_ptr<Thread>> m_threads;
 
     // Deterministic mode: the ready threads, longest ready first. Free mode: the threads that are

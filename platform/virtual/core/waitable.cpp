@@ -13,6 +13,7 @@ class Timeout final : public Alarm
 {
 public:
     explicit Timeout(Thread& thread) : m_thread(thread) {}
+    bool CountsSleep() const override { return !Machine::Current().AtLeast(kWindows8); }
 
 protected:
     void Due() override

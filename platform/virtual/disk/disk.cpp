@@ -172,10 +172,36 @@ void Disk::Lose()
     m_writes.clear();
 }
 
-std::shared_ptr<PipeListener> Disk::Listen(std::wstring_view name)
+void Disk::Link(std::wstring_view path, std::wstring_view target)
 {
     const Hold hold(m_machine);
-    auto listener = std::make_shared<PipeListener>(std::wstring(name));
+    const fs::path host = HostPath(path);
+    fs::create_directories(host.parent_path());
+    fs::create_symlink(HostPath(target), host);
+}
+
+void Disk::SetRights(std::wstring_view path, FileRights::Rights of_path)
+{
+    const Hold hold(m_machine);
+    rights.Set(fs::weakly_canonical(HostPath(path)).string(), std::move(of_path));
+}
+
+std::wstring Disk::OwnerOf(std::wstring_view path) const
+{
+    const Hold hold(m_machine);
+    return rights.OwnerOf(fs::weakly_canonical(HostPath(path)).string());
+}
+
+std::shared_ptr<OpenMode> Disk::OpenElsewhere(std::wstring_view path, DWORD access, DWORD share)
+{
+    const Hold hold(m_machine);
+    return rights.Open(fs::weakly_canonical(HostPath(path)).string(), access, share);
+}
+
+std::shared_ptr<PipeListener> Disk::Listen(std::wstring_view name, std::wstring_view owner)
+{
+    const Hold hold(m_machine);
+    auto listener = std::make_shared<PipeListener>(std::wstring(name), std::wstring(owner));
     const auto [place, fresh] = m_listeners.emplace(name, listener);
     if (!fresh) throw std::invalid_argument("pipe " + ToUtf8(name) + " has a listener already");
     return listener;
@@ -186,7 +212,7 @@ void Disk::Hangup(const std::shared_ptr<PipeListener>& listener)
     const Hold hold(m_machine);
     // After an earlier Hangup the name may belong to another listener.
     if (FindListener(listener->name()) == listener) m_listeners.erase(listener->name());
-    listener->listening = false;
+    listener->HangUp();
 }
 
 std::shared_ptr<PipeListener> Disk::FindListener(std::wstring_view name) const

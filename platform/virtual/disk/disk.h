@@ -12,28 +12,12 @@
 #include "platform/file.h"
 #include "platform/virtual/base/names.h"
 #include "platform/virtual/base/time.h"
+#include "platform/virtual/disk/file_rights.h"
+#include "platform/virtual/disk/pipe.h"
 
 namespace virtual_pc {
 
 class Machine;
-
-// The listening end of a named pipe, opened by a script or a test to read what the service writes.
-// It has one writer at a time: the next can connect once that has closed its end.
-class PipeListener
-{
-public:
-    explicit PipeListener(std::wstring name) : m_name(std::move(name)) {}
-    const std::wstring& name() const { return m_name; }
-    // Everything written so far.
-    std::string heard;
-    // Whether a writer has the other end open.
-    bool connected = false;
-    // False after Hangup.
-    bool listening = true;
-
-private:
-    std::wstring m_name;
-};
 
 // What was written to a file and is not on the disk yet (unwritten.h), latest last.
 struct FileWrites
@@ -73,8 +57,19 @@ public:
     // write it.
     void Write(std::wstring_view path, std::string_view bytes);
 
+    // Makes a file or folder that is a link to another place; links on the way are followed.
+    void Link(std::wstring_view path, std::wstring_view target);
+    // Gives a file or a folder an owner and writers, until the file is made anew.
+    void SetRights(std::wstring_view path, FileRights::Rights rights);
+    std::wstring OwnerOf(std::wstring_view path) const;
+    // Opens a file for another program; null when the service has it open and shares it not so.
+    std::shared_ptr<OpenMode> OpenElsewhere(std::wstring_view path, DWORD access, DWORD share);
+    // By the files' paths on the host, with links followed. With the machine held.
+    FileRights rights;
+
     // A listener of \\.\pipe\NAME, until Hangup. Writers then get ERROR_NO_DATA.
-    std::shared_ptr<PipeListener> Listen(std::wstring_view name);
+    std::shared_ptr<PipeListener> Listen(std::wstring_view name,
+                                         std::wstring_view owner = L"SYSTEM");
     void Hangup(const std::shared_ptr<PipeListener>& listener);
     std::shared_ptr<PipeListener> FindListener(std::wstring_view name) const;
 

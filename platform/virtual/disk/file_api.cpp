@@ -19,6 +19,7 @@
 #include "platform/virtual/console/outputs.h"
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/core/memory.h"
+#include "platform/virtual/core/process.h"
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/disk/disk.h"
 
@@ -29,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Codes that only this file returns.
+constexpr DWORD kErrorSharingViolation = 32;
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
 constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
@@ -62,7 +64,8 @@ public:
     bool MayWrite() const { return (m_access & GENERIC_WRITE) != 0; }
 
     // Writes as many bytes as it can and sets `written` to their number. Returns an error code.
-    virtual DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) = 0;
+    // Called on thread `self`, which may wait.
+    virtual DWORD Write(Machine& machine, Thread& self, std::string_view bytes, DWORD& written) = 0;
     // Puts what was written on the disk.
     virtual void Flush() {}
 
@@ -87,8 +90,12 @@ private:
 class DiskFile final : public Writable
 {
 public:
-    DiskFile(std::wstring name, DWORD access, int file, std::shared_ptr<FileWrites> writes)
-        : Writable(std::move(name), access), m_file(file), m_writes(std::move(writes))
+    DiskFile(std::wstring name, std::shared_ptr<OpenMode> mode, int file,
+             std::shared_ptr<FileWrites> writes)
+        : Writable(std::move(name), mode->access),
+          m_mode(std::move(mode)),
+          m_file(file),
+          m_writes(std::move(writes))
     {
         m_writes->size = Size();
     }
@@ -106,7 +113,7 @@ public:
         return static_cast<std::uint64_t>(status.st_size);
     }
 
-    DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) override
+    DWORD Write(Machine& machine, Thread&, std::string_view bytes, DWORD& written) override
     {
         std::optional<std::uint64_t>& space = machine.disk.space_left;
         const std::uint64_t end = space ? std::max(Size(), m_position) : 0;
@@ -125,6 +132,7 @@ public:
         return NO_ERROR;
     }
 
+    void Closed() override { m_mode.reset(); }
     void Flush() override { m_writes->writes.clear(); }
 
 private:
@@ -142,6 +150,7 @@ private:
         machine.disk.Note(*m_writes, std::move(write));
     }
 
+    std::shared_ptr<OpenMode> m_mode;
     int m_file;
     const std::shared_ptr<FileWrites> m_writes;
     std::uint64_t m_position = 0;
@@ -158,11 +167,11 @@ public:
     std::string_view Kind() const override { return "pipe"; }
     void Closed() override { m_listener->connected = false; }
 
-    DWORD Write(Machine& machine, std::string_view bytes, DWORD& written) override
+    DWORD Write(Machine& machine, Thread& self, std::string_view bytes, DWORD& written) override
     {
-        if (!m_listener->listening) return ERROR_NO_DATA;
+        if (!m_listener->listening()) return ERROR_NO_DATA;
         Record(machine, m_listener->heard.size(), bytes);
-        m_listener->heard += bytes;
+        if (const DWORD error = m_listener->Write(machine, self, bytes)) return error;
         written = static_cast<DWORD>(bytes.size());
         return NO_ERROR;
     }
@@ -201,13 +210,18 @@ std::optional<fs::path> HostPlace(Call& call, LPCWSTR path)
     return std::nullopt;
 }
 
+constexpr DWORD kImpersonationLevels = 0x00030000;
 constexpr std::wstring_view kPipes = LR"(\\.\pipe\)";
 
-HANDLE OpenPipe(Call& call, std::wstring_view path, DWORD access)
+HANDLE OpenPipe(Call& call, std::wstring_view path, DWORD access, DWORD flags)
 {
     auto listener = call.machine.disk.FindListener(path.substr(kPipes.size()));
     if (!listener) return FailToOpen(call, ERROR_FILE_NOT_FOUND);
     if (listener->connected) return FailToOpen(call, kErrorPipeBusy);
+    // Unless the caller limits it, the listener may act in the caller's name.
+    const DWORD level =
+        (flags & SECURITY_SQOS_PRESENT) ? flags & kImpersonationLevels : SECURITY_IMPERSONATION;
+    listener->may_impersonate = level >= SECURITY_IMPERSONATION;
     std::wstring name = std::wstring(kPipes) + listener->name();
     return call.Open(std::make_shared<PipeEnd>(std::move(name), access, std::move(listener)));
 }
@@ -217,14 +231,14 @@ HANDLE OpenPipe(Call& call, std::wstring_view path, DWORD access)
 struct DeviceNames
 {
     std::wstring_view beginning;
-    HANDLE (*open)(Call& call, std::wstring_view path, DWORD access);
+    HANDLE (*open)(Call& call, std::wstring_view path, DWORD access, DWORD flags);
 };
 constexpr DeviceNames kDeviceNames[] = {{kPipes, OpenPipe}};
 
-HANDLE OpenDevice(Call& call, std::wstring_view path, DWORD access)
+HANDLE OpenDevice(Call& call, std::wstring_view path, DWORD access, DWORD flags)
 {
     for (const DeviceNames& names : kDeviceNames) {
-        if (StartsWith(path, names.beginning)) return names.open(call, path, access);
+        if (StartsWith(path, names.beginning)) return names.open(call, path, access, flags);
     }
     DWORD error = NO_ERROR;
     std::shared_ptr<Object> device = call.machine.devices.OpenPath(path, error);
@@ -242,7 +256,22 @@ constexpr Disposition kDispositions[] = {{CREATE_ALWAYS, O_CREAT | O_TRUNC, true
                                          {OPEN_EXISTING, 0, false},
                                          {OPEN_ALWAYS, O_CREAT, true}};
 
-HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
+// The user whose rights the calling process has.
+std::wstring UserOf(const Call& call)
+{
+    const Process* process = call.thread.process;
+    return process && process->launch ? process->launch->user : L"SYSTEM";
+}
+
+// Where a file lies, with links followed; the path itself where it does not exist yet.
+std::string PlaceOf(const fs::path& host)
+{
+    std::error_code error;
+    const fs::path place = fs::weakly_canonical(host, error);
+    return (error ? host : place).string();
+}
+
+HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD share, DWORD disposition)
 {
     const auto how = std::ranges::find(kDispositions, disposition, &Disposition::disposition);
     if (how == std::end(kDispositions)) return FailToOpen(call, ERROR_INVALID_PARAMETER);
@@ -251,6 +280,14 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
     std::error_code error;
     if (fs::is_directory(*host, error)) return FailToOpen(call, ERROR_ACCESS_DENIED);
     const bool existed = fs::exists(*host, error);
+    FileRights& rights = call.machine.disk.rights;
+    const std::string place = PlaceOf(*host);
+    const bool creates = !existed && (how->flags & O_CREAT);
+    if ((access & GENERIC_WRITE || creates) && !rights.MayWrite(place, UserOf(call))) {
+        return FailToOpen(call, ERROR_ACCESS_DENIED);
+    }
+    auto mode = rights.Open(place, access, share);
+    if (!mode) return FailToOpen(call, kErrorSharingViolation);
     constexpr mode_t kMode = 0644;
     FileWrites::Write opening{call.machine.now(), 0, 0, 0, {}, !existed};
     if (existed && (how->flags & O_TRUNC))
@@ -258,10 +295,11 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD disposition)
     opening.size_before = opening.before.size();
     const int file = open(host->c_str(), O_RDWR | O_CLOEXEC | how->flags, kMode);
     if (file < 0) return FailToOpen(call, ErrorOf(errno));
+    if (creates) rights.Made(place, UserOf(call));
     if (how->tells) call.thread.last_error = existed ? ERROR_ALREADY_EXISTS : NO_ERROR;
     auto writes = call.machine.disk.WritesOf(host->string());
     if (!existed || !opening.before.empty()) call.machine.disk.Note(*writes, std::move(opening));
-    return call.Open(std::make_shared<DiskFile>(path, access, file, std::move(writes)));
+    return call.Open(std::make_shared<DiskFile>(path, std::move(mode), file, std::move(writes)));
 }
 
 // A copy of the text for the caller, who frees it with CoTaskMemFree.
@@ -285,15 +323,15 @@ Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
 
 extern "C" {
 
-HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUTES,
-                          DWORD disposition, DWORD, HANDLE)
+HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES,
+                          DWORD disposition, DWORD flags, HANDLE)
 {
     Call call(fn_create_file);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     if (StartsWith(path, LR"(\\.\)") || StartsWith(path, LR"(\\?\)")) {
-        return OpenDevice(call, path, access);
+        return OpenDevice(call, path, access, flags);
     }
-    return OpenFile(call, path, access, disposition);
+    return OpenFile(call, path, access, share, disposition);
 }
 
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
@@ -309,11 +347,11 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
         *written = size;
         return TRUE;
     }
-    auto* target = call.Find<Writable>(file);
+    const auto target = call.FindShared<Writable>(file);
     if (!target) return FALSE;
     if (!target->MayWrite()) return call.Fail(ERROR_ACCESS_DENIED);
     if (size == 0) return TRUE;
-    const DWORD error = target->Write(call.machine, bytes, *written);
+    const DWORD error = target->Write(call.machine, call.thread, bytes, *written);
     return error == NO_ERROR ? TRUE : call.Fail(error);
 }
 
@@ -363,8 +401,16 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
     if (call.Fails()) return FALSE;
     const std::optional<fs::path> host = HostPlace(call, path);
     if (!host) return FALSE;
+    FileRights& rights = call.machine.disk.rights;
+    const std::string place = PlaceOf(*host);
+    std::error_code error;
+    if (!fs::exists(*host, error) && !rights.MayWrite(place, UserOf(call))) {
+        return call.Fail(ERROR_ACCESS_DENIED);
+    }
     constexpr mode_t kMode = 0755;
-    return mkdir(host->c_str(), kMode) == 0 ? TRUE : call.Fail(ErrorOf(errno));
+    if (mkdir(host->c_str(), kMode) != 0) return call.Fail(ErrorOf(errno));
+    rights.Made(place, UserOf(call));
+    return TRUE;
 }
 
 HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE, PWSTR* path)

@@ -2,6 +2,8 @@
 
 #include "platform/eventlog.h"
 
+#include <cwchar>
+
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/eventlog/event_log.h"
 
@@ -11,6 +13,10 @@ namespace {
 
 // Only the log of this PC can be opened.
 constexpr DWORD kErrorServerUnavailable = 1722;
+
+constexpr DWORD kErrorInvalidBound = 1734;
+constexpr std::size_t kLongestString = 31'839;  // characters
+constexpr DWORD kMostData = 61'440;             // bytes
 
 class EventSource final : public Object
 {
@@ -58,6 +64,11 @@ BOOL WINAPI ReportEventW(HANDLE log, WORD type, WORD category, DWORD eventId, PS
     if ((stringCount > 0 && !strings) || (dataSize > 0 && !data)) {
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
+    bool too_long = dataSize > kMostData;
+    for (WORD i = 0; i < stringCount; ++i) {
+        too_long = too_long || (strings[i] && std::wcslen(strings[i]) > kLongestString);
+    }
+    if (too_long) return call.Fail(kErrorInvalidBound);
     EventRecord record{{}, source->Name(), type, category, eventId, {}, {}};
     for (WORD i = 0; i < stringCount; ++i) {
         record.strings.emplace_back(strings[i] ? strings[i] : L"");

@@ -2,6 +2,8 @@
 
 #include "platform/kernel.h"
 
+#include <algorithm>
+
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/core/waker.h"
@@ -13,26 +15,40 @@ namespace {
 class Event final : public Waitable
 {
 public:
-    using Waitable::Waitable;
+    explicit Event(Reset reset, std::wstring name = {}) : Waitable(reset), m_name(std::move(name))
+    {
+    }
     std::string_view Kind() const override { return "event"; }
+    std::wstring Name() const override { return m_name; }
+
+private:
+    const std::wstring m_name;
 };
 
 class Timer final : public Waitable, private Alarm
 {
 public:
-    using Waitable::Waitable;
+    explicit Timer(Reset reset, std::wstring name = {}) : Waitable(reset), m_name(std::move(name))
+    {
+    }
     std::string_view Kind() const override { return "waitable timer"; }
-    void Closed() override { Disarm(); }
+    std::wstring Name() const override { return m_name; }
+    void Closed() override
+    {
+        const bool shared = !m_name.empty() && weak_from_this().use_count() > 1;
+        if (!shared) Disarm();
+    }
 
-    void Arm(Instant due, Duration period, bool resume)
+    void Arm(Instant due, Duration period, bool resume, bool relative)
     {
         Unsignal();
+        Disarm();
+        m_relative = relative;
         m_period = period;
         m_resume = resume;
         Scheduler& scheduler = Machine::Current().scheduler;
         // A time that has passed signals the timer at once, and the periods count from now.
         if (due <= scheduler.now()) {
-            Disarm();
             Signal();
             if (m_period > Duration::zero()) scheduler.Set(*this, scheduler.now() + m_period);
         } else {
@@ -44,6 +60,11 @@ public:
 
 private:
     bool Wakes() const override { return m_resume && Machine::Current().waker.WakeTimersAllowed(); }
+    // A timer that is to wake the PC can only do so if it counts the time asleep.
+    bool CountsSleep() const override
+    {
+        return !m_relative || m_resume || !Machine::Current().AtLeast(kWindows8);
+    }
 
     void Due() override
     {
@@ -55,8 +76,10 @@ private:
         if (m_resume) machine.waker.WakeByTimer();
     }
 
+    const std::wstring m_name;
     Duration m_period{0};
     bool m_resume = false;
+    bool m_relative = false;
 };
 
 Waitable::Reset ResetOf(BOOL manual)
@@ -68,6 +91,49 @@ Instant DeadlineOf(const Machine& machine, DWORD milliseconds)
 {
     if (milliseconds == INFINITE) return kNever;
     return machine.now() + std::chrono::milliseconds{milliseconds};
+}
+
+bool HasDoubles(std::vector<std::shared_ptr<Waitable>> objects)
+{
+    std::ranges::sort(objects);
+    return std::ranges::adjacent_find(objects) != objects.end();
+}
+
+// The full name of a kernel object: that of one session, unless it begins with "Global\".
+std::wstring NameInSession(const Call& call, std::wstring_view name)
+{
+    constexpr std::wstring_view kGlobal = LR"(Global\)", kLocal = LR"(Local\)";
+    if (name.starts_with(kGlobal)) return std::wstring(name);
+    if (name.starts_with(kLocal)) name.remove_prefix(kLocal.size());
+    const Process* process = call.thread.process;
+    const DWORD session = process && process->launch ? process->launch->session : 0;
+    return LR"(Sessions\)" + std::to_wstring(session) + L"\\" + std::wstring(name);
+}
+
+// Creates an event or a timer, or opens the one that has the name. Names of all kinds of objects
+// are one set. Null with the last error set where another kind has the name.
+template <class T>
+HANDLE CreateNamed(Call& call, Waitable::Reset reset, LPCWSTR name, bool signalled)
+{
+    const std::wstring full = name && *name ? NameInSession(call, name) : std::wstring();
+    const auto known = full.empty() ? nullptr : call.machine.handles.FindNamed<Waitable>(full);
+    const auto same = std::dynamic_pointer_cast<T>(known);
+    if (known && !same) {
+        call.Fail(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    call.thread.last_error = same ? ERROR_ALREADY_EXISTS : NO_ERROR;
+    if (same) return call.Open(same);
+    auto made = std::make_shared<T>(reset, full);
+    if (signalled) made->Signal();
+    return call.Open(std::move(made));
+}
+
+// The system names no later version than 8 to a program without a manifest that names that version,
+// and no program here has one.
+DWORD VersionTold(const Machine& machine)
+{
+    return machine.AtLeast(kWindows81) ? kWindows8 : machine.os_version.load();
 }
 
 Function fn_create_event{"CreateEventW"};
@@ -95,13 +161,11 @@ extern "C" {
 DWORD WINAPI GetLastError() { return Thread::Self()->last_error; }
 void WINAPI SetLastError(DWORD error) { Thread::Self()->last_error = error; }
 
-HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCWSTR)
+HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCWSTR name)
 {
     Call call(fn_create_event);
     if (call.Fails()) return nullptr;
-    auto event = std::make_shared<Event>(ResetOf(manualReset));
-    if (initialState) event->Signal();
-    return call.Open(std::move(event));
+    return CreateNamed<Event>(call, ResetOf(manualReset), name, initialState != FALSE);
 }
 
 BOOL WINAPI SetEvent(HANDLE handle)
@@ -114,11 +178,11 @@ BOOL WINAPI ResetEvent(HANDLE handle)
     return ActOn<Event>(fn_reset_event, handle, [](Event& event) { event.Unsignal(); });
 }
 
-HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCWSTR)
+HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCWSTR name)
 {
     Call call(fn_create_waitable_timer);
     if (call.Fails()) return nullptr;
-    return call.Open(std::make_shared<Timer>(ResetOf(manualReset)));
+    return CreateNamed<Timer>(call, ResetOf(manualReset), name, false);
 }
 
 BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG period, PTIMERAPCROUTINE,
@@ -131,10 +195,10 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
     if (!due || period < 0) return call.Fail(ERROR_INVALID_PARAMETER);
     const Duration time{due->QuadPart};
     // The machine has no time zone: its UTC is its local time.
-    const Instant when = time < Duration::zero()
-                             ? call.machine.now() - time
-                             : call.machine.now() + (time - call.machine.clock());
-    timer->Arm(when, std::chrono::milliseconds{period}, resume != FALSE);
+    const bool relative = time < Duration::zero();
+    const Instant when =
+        relative ? call.machine.now() - time : call.machine.now() + (time - call.machine.clock());
+    timer->Arm(when, std::chrono::milliseconds{period}, resume != FALSE, relative);
     return TRUE;
 }
 
@@ -167,6 +231,10 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wai
     for (DWORD i = 0; i < count; ++i) {
         objects.push_back(call.FindShared<Waitable>(handles[i]));
         if (!objects.back()) return WAIT_FAILED;
+    }
+    if (waitAll && HasDoubles(objects)) {
+        call.Fail(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
     }
     return Waitable::WaitFor(call.machine, call.thread, std::move(objects), waitAll,
                              DeadlineOf(call.machine, milliseconds));
@@ -221,7 +289,7 @@ void WINAPI GetLocalTime(SYSTEMTIME* time)
 DWORD WINAPI GetVersion()
 {
     const Call call(fn_get_version);
-    return call.machine.os_version;
+    return VersionTold(call.machine);
 }
 
 BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version)
@@ -230,9 +298,9 @@ BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version)
     if (call.Fails()) return FALSE;
     if (version->dwOSVersionInfoSize != sizeof(*version))
         return call.Fail(ERROR_INSUFFICIENT_BUFFER);
-    const DWORD number = call.machine.os_version;
+    const DWORD number = VersionTold(call.machine);
     constexpr DWORD kWindowsNt = 2;
-    *version = {sizeof(*version), number & 0xFF, number >> 8 & 0xFF, 0, kWindowsNt, L""};
+    *version = {sizeof(*version), number & 0xFF, number >> 8 & 0xFF, number >> 16, kWindowsNt, L""};
     return TRUE;
 }
 

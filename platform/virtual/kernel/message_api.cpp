@@ -2,6 +2,8 @@
 
 #include "platform/message.h"
 
+#include <algorithm>
+
 #include "platform/virtual/console/outputs.h"
 #include "platform/virtual/core/call.h"
 
@@ -16,34 +18,64 @@ Function fn_translate_message{"TranslateMessage", Failing::never};
 Function fn_dispatch_message{"DispatchMessageW", Failing::never};
 Function fn_post_thread_message{"PostThreadMessageW"};
 
+constexpr std::size_t kMostMessages = 10'000;
+constexpr DWORD kErrorNotEnoughQuota = 1816;
+
+// What a thread looks for in its queue. A null window is any, and 0, 0 is every message; WM_QUIT
+// passes whatever its number.
+struct Filter
+{
+    HWND window;
+    UINT first, last;
+
+    bool Passes(const MSG& message) const
+    {
+        if (message.message == WM_QUIT) return true;
+        if (window && message.hwnd != window) return false;
+        return (first == 0 && last == 0) || (message.message >= first && message.message <= last);
+    }
+};
+
+auto Find(Thread& thread, const Filter& filter)
+{
+    return std::ranges::find_if(thread.messages,
+                                [&](const MSG& message) { return filter.Passes(message); });
+}
+
 }  // namespace
 
 extern "C" {
 
-BOOL WINAPI GetMessageW(MSG* message, HWND, UINT, UINT)
+BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last)
 {
     Call call(fn_get_message);
     if (call.Fails()) return -1;
     Thread& self = call.thread;
     self.has_queue = true;
-    while (self.messages.empty()) {
+    const Filter filter{window, first, last};
+    auto found = Find(self, filter);
+    while (found == self.messages.end()) {
         self.wait = {};
         self.wait.what = "for a message";
         self.wait.for_message = true;
         call.machine.scheduler.Block(self);
         self.wait.for_message = false;
+        found = Find(self, filter);
     }
-    *message = self.messages.front();
-    self.messages.pop_front();
+    *message = *found;
+    self.messages.erase(found);
     return message->message == WM_QUIT ? 0 : 1;
 }
 
-BOOL WINAPI PeekMessageW(MSG* message, HWND, UINT, UINT, UINT)
+BOOL WINAPI PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT remove)
 {
     const Call call(fn_peek_message);
-    call.thread.has_queue = true;
-    if (call.thread.messages.empty()) return FALSE;
-    *message = call.thread.messages.front();
+    Thread& self = call.thread;
+    self.has_queue = true;
+    const auto found = Find(self, {window, first, last});
+    if (found == self.messages.end()) return FALSE;
+    *message = *found;
+    if (remove & PM_REMOVE) self.messages.erase(found);
     return TRUE;
 }
 
@@ -81,6 +113,7 @@ BOOL WINAPI PostThreadMessageW(DWORD threadId, UINT number, WPARAM wParam, LPARA
     if (call.Fails()) return FALSE;
     Thread* thread = call.machine.scheduler.FindThread(threadId);
     if (!thread || !thread->has_queue) return call.Fail(ERROR_INVALID_THREAD_ID);
+    if (thread->messages.size() >= kMostMessages) return call.Fail(kErrorNotEnoughQuota);
     MSG message{};
     message.message = number;
     message.wParam = wParam;

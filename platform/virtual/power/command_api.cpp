@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/virtual/core/call.h"
+#include "platform/virtual/core/waitable.h"
 #include "platform/virtual/power/power.h"
 
 using namespace virtual_pc;
@@ -71,6 +72,9 @@ std::FILE* _wpopen(const wchar_t* command, const wchar_t*)
 {
     Call call(fn_wpopen);
     if (call.Fails()) return nullptr;
+    if (const Duration takes = call.machine.power.listing_takes; takes > Duration::zero()) {
+        Waitable::WaitFor(call.machine, call.thread, {}, false, call.machine.now() + takes);
+    }
     const auto output = std::make_shared<Output>(command, Run(call.machine, command));
     call.machine.memory_handles[output->file()] = call.Open(output);
     return output->file();

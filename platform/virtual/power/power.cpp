@@ -10,6 +10,13 @@
 #include "platform/virtual/registry/registry.h"
 
 namespace virtual_pc {
+namespace {
+
+// Where a group policy leaves the active plan's GUID.
+constexpr const wchar_t* kPolicyKey = LR"(HKLM\SOFTWARE\Policies\Microsoft\Power\PowerSettings)";
+constexpr const wchar_t* kActivePlan = L"ActivePowerScheme";
+
+}  // namespace
 
 Power::Power(Machine& machine, Announcer& announcer) : m_machine(machine)
 {
@@ -74,6 +81,12 @@ PowerPlan& Power::AddPlan(std::wstring_view name, const GUID& guid, const GUID& 
     return m_plans.Add(name, guid, like);
 }
 
+bool Power::DeletePlan(const GUID& plan)
+{
+    const Hold hold(m_machine);
+    return m_plans.Delete(plan);
+}
+
 std::optional<DWORD> Power::InForce(const GUID& setting) const
 {
     const Hold hold(m_machine);
@@ -83,6 +96,26 @@ std::optional<DWORD> Power::InForce(const GUID& setting) const
 bool Power::Activate(const GUID& plan)
 {
     const Hold hold(m_machine);
+    return !PolicyNamesPlan() && ActivateByPolicy(plan);
+}
+
+bool Power::SetPolicy(const GUID& plan)
+{
+    const Hold hold(m_machine);
+    if (!ActivateByPolicy(plan)) return false;
+    m_machine.registry.SetString(kPolicyKey, kActivePlan, FormatGuid(plan));
+    return true;
+}
+
+void Power::EndPolicy() { m_machine.registry.DeleteKey(kPolicyKey); }
+
+bool Power::PolicyNamesPlan() const
+{
+    return m_machine.registry.GetString(kPolicyKey, kActivePlan).has_value();
+}
+
+bool Power::ActivateByPolicy(const GUID& plan)
+{
     const Announced before = Present();
     const std::wstring plan_before = active().name;
     const GUID guid_before = active().guid;
@@ -120,6 +153,14 @@ bool Power::Write(const GUID& plan, const GUID& setting, PowerSource to, DWORD v
 
 // --- Requests ---
 
+// The languages translate as much as is seen of them here.
+constexpr ListingWords kEnglishListing{
+    {L"DISPLAY:", L"SYSTEM:", L"AWAYMODE:", L"EXECUTION:", L"PERFBOOST:", L"ACTIVELOCKSCREEN:"},
+    L"None."};
+constexpr ListingWords kJapaneseListing{
+    {L"DISPLAY:", L"SYSTEM:", L"AWAYMODE:", L"\u5b9f\u884c:", L"PERFBOOST:", L"ACTIVELOCKSCREEN:"},
+    L"\u306a\u3057\u3002"};
+
 void PowerRequest::Closed()
 {
     Power& power = Machine::Current().power;
@@ -150,11 +191,32 @@ namespace {
 
 constexpr std::wstring_view kRequestNames[] = {L"display", L"system", L"away"};
 
+std::size_t SectionsOf(const Machine& machine)
+{
+    if (!machine.AtLeast(kWindows8)) return 3;
+    return machine.AtLeast(kWindows10) ? 6 : 5;
+}
+
+// Its lines in the listing. Drivers are named by their devices, and programs by their volume's
+// device, not by its letter.
+std::wstring Spell(const PowerRequest& request)
+{
+    static constexpr std::wstring_view kTags[] = {L"[PROCESS] ", L"[SERVICE] ", L"[DRIVER] "};
+    std::wstring lines(kTags[static_cast<std::size_t>(request.of)]);
+    lines += request.of == PowerRequest::Of::driver
+                 ? request.owner
+                 : LR"(\Device\HarddiskVolume1)" + request.owner.substr(2);
+    lines += L"\n";
+    if (!request.reason.empty()) lines += request.reason + L"\n";
+    return lines;
+}
+
 }  // namespace
 
 bool Power::SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
 {
     const Hold hold(m_machine);
+    request.ended[type] = false;
     const int count = ++request.counts[type];
     m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
                                          {"what", std::wstring(L"set")},
@@ -177,12 +239,29 @@ bool Power::ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
     return true;
 }
 
+void Power::EndRequests()
+{
+    const Hold hold(m_machine);
+    for (const auto& known : m_requests) {
+        const auto request = known.lock();
+        if (!request) continue;
+        for (const auto type : {PowerRequestDisplayRequired, PowerRequestSystemRequired}) {
+            if (!request->Holds(type)) continue;
+            request->ended[type] = true;
+            m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
+                                                 {"what", std::wstring(L"ended")},
+                                                 {"count", std::int64_t{request->counts[type]}},
+                                                 {"reason", request->reason}});
+        }
+    }
+}
+
 bool Power::Held(POWER_REQUEST_TYPE type) const
 {
     const Hold hold(m_machine);
     return std::ranges::any_of(m_requests, [&](const auto& known) {
         const auto request = known.lock();
-        return request && request->counts[type] > 0;
+        return request && request->Holds(type);
     });
 }
 
@@ -190,21 +269,17 @@ std::wstring Power::Listing() const
 {
     const Hold hold(m_machine);
     if (listing_instead) return *listing_instead;
-    static constexpr std::wstring_view kSections[] = {L"DISPLAY:\n", L"SYSTEM:\n", L"AWAYMODE:\n"};
     std::wstring listing;
-    for (std::size_t type = 0; type < std::size(kSections); ++type) {
-        listing += kSections[type];
+    for (std::size_t section = 0; section < SectionsOf(m_machine); ++section) {
+        listing += std::wstring(listing_words.headers[section]) + L"\n";
         bool any = false;
         for (const auto& known : m_requests) {
             const auto request = known.lock();
-            if (!request || request->counts[type] == 0) continue;
+            if (!request || section >= request->counts.size() || !request->Holds(section)) continue;
             any = true;
-            listing += request->service ? L"[SERVICE] " : L"[PROCESS] ";
-            // The system names programs by their volume's device, not by its letter.
-            listing += LR"(\Device\HarddiskVolume1)" + request->owner.substr(2) + L"\n";
-            if (!request->reason.empty()) listing += request->reason + L"\n";
+            listing += Spell(*request);
         }
-        if (!any) listing += L"None.\n";
+        if (!any) listing += std::wstring(listing_words.none) + L"\n";
         listing += L"\n";
     }
     return listing;

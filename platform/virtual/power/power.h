@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/power.h"
+#include "platform/virtual/base/time.h"
 #include "platform/virtual/core/handles.h"
 #include "platform/virtual/power/power_plans.h"
 
@@ -29,11 +30,32 @@ public:
     std::wstring Name() const override { return reason; }
     void Closed() override;
 
-    const std::wstring owner;  // the program's path
+    // What the listing says of its owner.
+    enum class Of
+    {
+        process,
+        service,
+        driver,
+    };
+
+    const std::wstring owner;  // the program's path, or the driver's name
     const std::wstring reason;
-    bool service = false;
+    Of of = Of::process;
     std::array<int, 3> counts{};  // by POWER_REQUEST_TYPE
+    std::array<bool, 3> ended{};  // by a sleep; such a request holds nothing until it is set again
+
+    bool Holds(std::size_t type) const { return counts[type] > 0 && !ended[type]; }
 };
+
+// The words of "powercfg -requests" in a language of Windows, for the sections that each version
+// has: three on Windows 7, five from 8 on, six from 10 on.
+struct ListingWords
+{
+    std::array<std::wstring_view, 6> headers;
+    std::wstring_view none;
+};
+extern const ListingWords kEnglishListing;
+extern const ListingWords kJapaneseListing;
 
 class Power
 {
@@ -41,15 +63,24 @@ public:
     Power(Machine& machine, Announcer& announcer);
 
     // --- Plans ---
+    // A copy of another plan, which resembles the same predefined one.
     PowerPlan& AddPlan(std::wstring_view name, const GUID& guid, const GUID& like);
+    // False for an unknown plan, and for the active one, which cannot be deleted.
+    bool DeletePlan(const GUID& plan);
     const std::map<GUID, PowerPlan, GuidLess>& plans() const { return m_plans.all(); }
     PowerPlan* FindPlan(const GUID& guid) { return m_plans.Find(guid); }
     PowerPlan* FindPlan(std::wstring_view name) { return m_plans.Find(name); }
     const PowerPlan& active() const { return m_plans.active(); }
     // The value in force for the present power source.
     std::optional<DWORD> InForce(const GUID& setting) const;
-    // Activates a plan, as a user does in the control panel or a program by its function.
+    // Activates a plan, as a user does in the control panel or a program by its function. False
+    // when there is no such plan, and while a policy names the active one.
     bool Activate(const GUID& plan);
+    // Activates a plan by a policy, which no user or program can override until EndPolicy.
+    bool SetPolicy(const GUID& plan);
+    void EndPolicy();
+    // Whether the registry has such a policy.
+    bool PolicyNamesPlan() const;
     std::optional<DWORD> Read(const GUID& plan, const GUID& setting, PowerSource source);
     bool Write(const GUID& plan, const GUID& setting, PowerSource source, DWORD value);
 
@@ -62,7 +93,9 @@ public:
     BYTE battery_percent = 255;  // 255 unknown, as without a battery
     bool battery_present = false;
     bool batteries_short_term = false;  // an uninterruptible power supply
+    // How the PC sleeps. Without S3 and Modern Standby it does not.
     bool s3_supported = true;
+    bool modern_standby = false;
     PowerSource source() const { return line == 1 ? PowerSource::ac : PowerSource::dc; }
 
     // --- Requests ---
@@ -73,8 +106,13 @@ public:
     bool Held(POWER_REQUEST_TYPE type) const;
     // The listing of the outstanding requests, in the form of "powercfg -requests".
     std::wstring Listing() const;
+    // How long the command that prints it takes; no time unless set.
+    Duration listing_takes{0};
+    ListingWords listing_words = kEnglishListing;
     // When set, printed in place of that, as another version of Windows may print it.
     std::optional<std::wstring> listing_instead;
+    // Ends all requests but those for away mode, as a sleep that the user asks for does.
+    void EndRequests();
 
     // The power was cut: no request is held, and the active plan is in force as it is on the disk.
     // With the machine held.
@@ -88,6 +126,7 @@ private:
         GUID plan;  // whose personality is announced
         std::optional<DWORD> sleep_timeout;
     };
+    bool ActivateByPolicy(const GUID& plan);
     Announced Present() const;
     void AnnounceChangesSince(const Announced& before);
     void RecordSource();

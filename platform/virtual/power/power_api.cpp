@@ -32,26 +32,45 @@ Function fn_power_create_request{"PowerCreateRequest"};
 Function fn_power_set_request{"PowerSetRequest"};
 Function fn_power_clear_request{"PowerClearRequest"};
 
-DWORD ReadValue(Function& function, PowerSource source, const GUID* scheme, const GUID* setting,
-                LPDWORD value)
+constexpr DWORD kErrorDisabledByPolicy = 1260;
+
+DWORD ReadValue(Function& function, PowerSource source, const GUID* scheme, const GUID* subgroup,
+                const GUID* setting, LPDWORD value)
 {
     Call call(function);
     if (call.Fails()) return call.error();
     if (!scheme || !setting || !value) return ERROR_INVALID_PARAMETER;
+    if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
     const std::optional<DWORD> read = call.machine.power.Read(*scheme, *setting, source);
     if (!read) return ERROR_FILE_NOT_FOUND;
     *value = *read;
     return ERROR_SUCCESS;
 }
 
-DWORD WriteValue(Function& function, PowerSource source, const GUID* scheme, const GUID* setting,
-                 DWORD value)
+DWORD WriteValue(Function& function, PowerSource source, const GUID* scheme, const GUID* subgroup,
+                 const GUID* setting, DWORD value)
 {
     Call call(function);
     if (call.Fails()) return call.error();
     if (!scheme || !setting) return ERROR_INVALID_PARAMETER;
+    if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
     return call.machine.power.Write(*scheme, *setting, source, value) ? ERROR_SUCCESS
                                                                       : ERROR_FILE_NOT_FOUND;
+}
+
+// High above 66 %, low below 33 %, critical below 5 %, and charging.
+BYTE BatteryFlag(const Power& power)
+{
+    constexpr BYTE kHigh = 1, kLow = 2, kCritical = 4, kCharging = 8, kNone = 128, kUnknown = 255;
+    if (!power.battery_present) return kNone;
+    const BYTE percent = power.battery_percent;
+    if (percent > 100) return kUnknown;
+    BYTE flag = 0;
+    if (percent > 66) flag = kHigh;
+    if (percent < 33) flag = kLow;
+    if (percent < 5) flag = kCritical;
+    const bool charging = power.source() == PowerSource::ac && percent < 100;
+    return static_cast<BYTE>(flag | (charging ? kCharging : 0));
 }
 
 SYSTEM_POWER_CAPABILITIES Capabilities(const Power& power)
@@ -109,28 +128,28 @@ BOOL WINAPI GetSystemTimes(FILETIME* idle, FILETIME* kernel, FILETIME* user)
     return TRUE;
 }
 
-DWORD WINAPI PowerReadACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
-                                   LPDWORD value)
+DWORD WINAPI PowerReadACValueIndex(HKEY, const GUID* scheme, const GUID* subgroup,
+                                   const GUID* setting, LPDWORD value)
 {
-    return ReadValue(fn_power_read_ac, PowerSource::ac, scheme, setting, value);
+    return ReadValue(fn_power_read_ac, PowerSource::ac, scheme, subgroup, setting, value);
 }
 
-DWORD WINAPI PowerReadDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
-                                   LPDWORD value)
+DWORD WINAPI PowerReadDCValueIndex(HKEY, const GUID* scheme, const GUID* subgroup,
+                                   const GUID* setting, LPDWORD value)
 {
-    return ReadValue(fn_power_read_dc, PowerSource::dc, scheme, setting, value);
+    return ReadValue(fn_power_read_dc, PowerSource::dc, scheme, subgroup, setting, value);
 }
 
-DWORD WINAPI PowerWriteACValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
-                                    DWORD value)
+DWORD WINAPI PowerWriteACValueIndex(HKEY, const GUID* scheme, const GUID* subgroup,
+                                    const GUID* setting, DWORD value)
 {
-    return WriteValue(fn_power_write_ac, PowerSource::ac, scheme, setting, value);
+    return WriteValue(fn_power_write_ac, PowerSource::ac, scheme, subgroup, setting, value);
 }
 
-DWORD WINAPI PowerWriteDCValueIndex(HKEY, const GUID* scheme, const GUID*, const GUID* setting,
-                                    DWORD value)
+DWORD WINAPI PowerWriteDCValueIndex(HKEY, const GUID* scheme, const GUID* subgroup,
+                                    const GUID* setting, DWORD value)
 {
-    return WriteValue(fn_power_write_dc, PowerSource::dc, scheme, setting, value);
+    return WriteValue(fn_power_write_dc, PowerSource::dc, scheme, subgroup, setting, value);
 }
 
 DWORD WINAPI PowerGetActiveScheme(HKEY, GUID** scheme)
@@ -148,6 +167,7 @@ DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme)
     Call call(fn_power_set_active_scheme);
     if (call.Fails()) return call.error();
     if (!scheme) return ERROR_INVALID_PARAMETER;
+    if (call.machine.power.PolicyNamesPlan()) return kErrorDisabledByPolicy;
     return call.machine.power.Activate(*scheme) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }
 
@@ -158,7 +178,7 @@ BOOL WINAPI GetSystemPowerStatus(SYSTEM_POWER_STATUS* status)
     const Power& power = call.machine.power;
     *status = {};
     status->ACLineStatus = power.line;
-    status->BatteryFlag = power.battery_present ? 0 : 128;
+    status->BatteryFlag = BatteryFlag(power);
     status->BatteryLifePercent = power.battery_present ? power.battery_percent : 255;
     status->BatteryLifeTime = 0xFFFFFFFF;
     status->BatteryFullLifeTime = 0xFFFFFFFF;

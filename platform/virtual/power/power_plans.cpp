@@ -71,12 +71,30 @@ const std::vector<PowerSetting>& PowerSettings()
     return settings;
 }
 
+namespace {
+
+bool SameGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
+
+// Null for a setting that plans do not have.
+const PowerSetting* FindSetting(const GUID& setting)
+{
+    const auto known = std::ranges::find_if(
+        PowerSettings(), [&](const PowerSetting& s) { return SameGuid(s.setting, setting); });
+    return known != PowerSettings().end() ? &*known : nullptr;
+}
+
+}  // namespace
+
+bool StandsUnder(const GUID* subgroup, const GUID& setting)
+{
+    const PowerSetting* known = FindSetting(setting);
+    return known && SameGuid(known->subgroup, subgroup ? *subgroup : NO_SUBGROUP_GUID);
+}
+
 std::wstring_view PowerSettingName(const GUID& setting)
 {
-    const auto known = std::ranges::find_if(PowerSettings(), [&](const PowerSetting& s) {
-        return std::memcmp(&s.setting, &setting, sizeof(GUID)) == 0;
-    });
-    return known != PowerSettings().end() ? known->name : L"?";
+    const PowerSetting* known = FindSetting(setting);
+    return known ? known->name : L"?";
 }
 
 PowerPlans::PowerPlans()
@@ -98,6 +116,11 @@ PowerPlan& PowerPlans::Add(std::wstring_view name, const GUID& guid, const GUID&
     plan.guid = guid;
     plan.name = name;
     return m_plans[guid] = std::move(plan);
+}
+
+bool PowerPlans::Delete(const GUID& plan)
+{
+    return !SameGuid(plan, m_active) && m_plans.erase(plan) > 0;
 }
 
 PowerPlan* PowerPlans::Find(const GUID& guid)

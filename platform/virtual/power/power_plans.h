@@ -22,6 +22,9 @@ struct PowerSetting
     const GUID& setting;
 };
 const std::vector<PowerSetting>& PowerSettings();
+// Whether plans have the setting under this subgroup; no subgroup means those that stand under
+// none.
+bool StandsUnder(const GUID* subgroup, const GUID& setting);
 // The name that scripts use for a setting; "?" for one that plans do not have.
 std::wstring_view PowerSettingName(const GUID& setting);
 
@@ -53,8 +56,10 @@ class PowerPlans
 public:
     PowerPlans();
 
-    // A copy of a predefined plan under a name and a GUID of its own.
+    // A copy of the plan `like` under a name and a GUID of its own.
     PowerPlan& Add(std::wstring_view name, const GUID& guid, const GUID& like);
+    // False for an unknown plan, and for the active one, which cannot be deleted.
+    bool Delete(const GUID& plan);
     const std::map<GUID, PowerPlan, GuidLess>& all() const { return m_plans; }
     PowerPlan* Find(const GUID& guid);
     // By name, in any letter case.

@@ -23,7 +23,9 @@ public:
     std::string_view Kind() const override { return "resume"; }
 };
 
-constexpr Duration kPatience = std::chrono::seconds{20};
+// How long after the sleep time-out power requests end on a PC with Modern Standby that runs on its
+// battery.
+constexpr Duration kRequestsOutlastTimeOut = std::chrono::minutes{5};
 
 }  // namespace
 
@@ -55,7 +57,7 @@ bool SleepState::Hear(const Announcement& announcement, const std::function<void
 bool SleepState::AwayHeld() const
 {
     const Power& power = m_machine.power;
-    return power.Held(PowerRequestAwayModeRequired) &&
+    return power.s3_supported && power.Held(PowerRequestAwayModeRequired) &&
            power.InForce(GUID_ALLOW_AWAYMODE).value_or(0) != 0;
 }
 
@@ -71,6 +73,27 @@ bool SleepState::Ask(std::wstring_view why, bool wake_timers)
     m_wake_timers = wake_timers;
     Suspend(why);
     return true;
+}
+
+bool SleepState::AskAsUser()
+{
+    const Hold hold(m_machine);
+    const Power& power = m_machine.power;
+    const bool sleeps = power.s3_supported || power.modern_standby;
+    if (m_phase == Phase::awake && sleeps && !AwayHeld()) m_machine.power.EndRequests();
+    if (!power.modern_standby) return Ask(L"the user");
+    StandBy(L"the user");
+    return true;
+}
+
+void SleepState::StandBy(std::wstring_view why)
+{
+    if (m_stands_by) return;
+    m_stands_by = true;
+    m_machine.user.Leaves();
+    Record(L"stands by", why);
+    m_machine.user.TurnDisplayOff();
+    Reconsider();
 }
 
 void SleepState::EnterAway()
@@ -92,7 +115,7 @@ void SleepState::Suspend(std::wstring_view why)
     m_machine.scheduler.Cancel(m_idle);
     m_machine.user.Leaves();
     Record(L"suspends", why);
-    m_machine.scheduler.Set(m_patience, m_machine.now() + kPatience);
+    m_machine.scheduler.Set(m_patience, m_machine.now() + suspend_notice);
     m_machine.announcer.PowerEvent(PBT_APMSUSPEND, [this, sleep = ++m_sleeps] {
         if (m_phase == Phase::suspending && sleep == m_sleeps) FallAsleep();
     });
@@ -159,6 +182,7 @@ void SleepState::Wake(std::wstring_view by)
 void SleepState::OnInput()
 {
     if (m_phase != Phase::awake) return;
+    if (std::exchange(m_stands_by, false)) Record(L"wakes", L"the user");
     if (std::exchange(m_unattended, false)) m_machine.announcer.PowerEvent(PBT_APMRESUMESUSPEND);
     if (!std::exchange(m_away, false)) return;
     m_machine.journal.Record("away mode", {{"on", false}});
@@ -172,7 +196,7 @@ void SleepState::SwitchOff()
     const Hold hold(m_machine);
     m_machine.scheduler.Cancel(m_patience);
     m_phase = Phase::awake;
-    m_away = m_unattended = false;
+    m_away = m_unattended = m_stands_by = false;
     m_wake_timers = true;
     m_machine.scheduler.GoOn();
     m_resumed->Signal();
@@ -191,10 +215,13 @@ void SleepState::SwitchOn()
 
 // --- Idleness ---
 
-bool SleepState::KeptAwake() const
+// A request for the display alone does not keep the system awake.
+bool SleepState::KeptAwake() const { return m_machine.power.Held(PowerRequestSystemRequired); }
+
+// On its battery, a PC with Modern Standby ends the requests that outlast its sleep time-out.
+bool SleepState::EndsRequests() const
 {
-    const Power& power = m_machine.power;
-    return power.Held(PowerRequestSystemRequired) || power.Held(PowerRequestDisplayRequired);
+    return m_machine.power.modern_standby && m_machine.power.source() == PowerSource::dc;
 }
 
 std::optional<Instant> SleepState::IdleDeadline() const
@@ -221,15 +248,19 @@ void SleepState::Reconsider()
     m_machine.user.Reconsider();
     m_machine.scheduler.Cancel(m_idle);
     const std::optional<Instant> deadline = IdleDeadline();
-    if (!m_machine.on() || m_phase != Phase::awake || m_machine.user.works() || !deadline ||
-        KeptAwake())
+    if (!m_machine.on() || m_phase != Phase::awake || m_stands_by || m_machine.user.works() ||
+        !deadline)
         return;
+    if (KeptAwake() && !EndsRequests()) return;
     if (m_away && AwayHeld()) return;
-    m_machine.scheduler.Set(m_idle, std::max(*deadline, m_machine.now()));
+    const Instant due = *deadline + (KeptAwake() ? kRequestsOutlastTimeOut : Duration::zero());
+    m_machine.scheduler.Set(m_idle, std::max(due, m_machine.now()));
 }
 
 void SleepState::OnIdle()
 {
+    if (KeptAwake()) m_machine.power.EndRequests();
+    if (m_machine.power.modern_standby) return StandBy(L"idle");
     Ask(L"idle");
     // When the PC cannot sleep, the next Reconsider sets the timer again.
 }

@@ -14,10 +14,10 @@ namespace virtual_pc {
 class Machine;
 class Waitable;
 
-// A sleep, requested or by idleness, becomes away mode while an away-mode request is held and the
-// active plan allows it. Otherwise, when the PC supports S3, the services are notified that it
-// suspends; when they have handled that, all threads stand still, and the clock goes on, until a
-// timer that may wake the PC, or a person, does.
+// On a PC with S3, a sleep, requested or by idleness, becomes away mode while an away-mode request
+// is held and the active plan allows it. Otherwise the services are notified that the PC suspends;
+// when they have handled that, all threads stand still, and the clock goes on, until a timer that
+// may wake the PC, or a person, does. A PC with Modern Standby turns its display off and runs on.
 class SleepState final : public Waker, private Announcer::Listener
 {
 public:
@@ -33,10 +33,16 @@ public:
     Phase phase() const { return m_phase; }
     // A sleep does not end away mode, and neither does a wake timer: only input does.
     bool away() const { return m_away; }
+    bool stands_by() const { return m_stands_by; }
 
-    // Puts the PC to sleep, for a program or a person. False when it can neither sleep nor go into
-    // away mode. `why` is for the journal.
+    // Puts the PC to sleep, for a program. False when it can neither sleep nor go into away mode;
+    // programs cannot ask for Modern Standby. `why` is for the journal.
     bool Ask(std::wstring_view why, bool wake_timers = true);
+    // The same for the user. A sleep that does not become away mode ends the power requests but
+    // those for away mode.
+    bool AskAsUser();
+    // How long the services have for the notice that the PC suspends.
+    Duration suspend_notice = std::chrono::seconds{2};
     // Blocks a thread until the PC is neither asleep nor about to be. With the machine held once.
     void AwaitResume(Thread& self);
 
@@ -73,9 +79,11 @@ private:
     bool Hear(const Announcement& announcement, const std::function<void()>& handled) override;
     bool AwayHeld() const;
     bool KeptAwake() const;
+    bool EndsRequests() const;
     std::optional<Instant> IdleDeadline() const;
     void OnIdle();
     void EnterAway();
+    void StandBy(std::wstring_view why);
     void Suspend(std::wstring_view why);
     void FallAsleep();
     void Wake(std::wstring_view by);
@@ -84,6 +92,7 @@ private:
     Machine& m_machine;
     Phase m_phase = Phase::awake;
     bool m_away = false;
+    bool m_stands_by = false;
     bool m_wake_timers = true;
     bool m_unattended = false;  // there was no input since the PC woke
     bool m_button_pressed = false;

@@ -1,6 +1,7 @@
 #include "platform/virtual/power/user.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/core/machine.h"
@@ -19,7 +20,9 @@ constexpr DWORD kInactive = 2;
 User::User(Machine& machine, Announcer& announcer) : m_machine(machine), m_presence(kPresent)
 {
     announcer.Provide(GUID_MONITOR_POWER_ON, [this] { return SettingBytes(m_display_on ? 1 : 0); });
-    announcer.Provide(GUID_GLOBAL_USER_PRESENCE, [this] { return SettingBytes(m_presence); });
+    announcer.Provide(GUID_GLOBAL_USER_PRESENCE, [this] {
+        return m_machine.AtLeast(kWindows8) ? SettingBytes(m_presence) : std::vector<BYTE>{};
+    });
 }
 
 void User::Input()

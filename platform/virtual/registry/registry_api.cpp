@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+#include "platform/virtual/base/names.h"
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/registry/registry.h"
 
@@ -101,6 +103,34 @@ constexpr TypeBit kTypeBits[] = {
     {REG_DWORD, RRF_RT_REG_DWORD},         {REG_MULTI_SZ, RRF_RT_REG_MULTI_SZ},
     {REG_QWORD, RRF_RT_REG_QWORD}};
 
+// The variables that the system expands for a service; the names in capitals.
+constexpr std::pair<std::wstring_view, std::wstring_view> kVariables[] = {
+    {L"PROGRAMDATA", LR"(C:\ProgramData)"},
+    {L"PROGRAMFILES", LR"(C:\Program Files)"},
+    {L"SYSTEMDRIVE", L"C:"},
+    {L"SYSTEMROOT", LR"(C:\Windows)"},
+    {L"WINDIR", LR"(C:\Windows)"}};
+
+// The text with each %NAME% replaced by the variable of that name; an unknown one stays.
+std::wstring Expanded(const std::wstring& text)
+{
+    std::wstring expanded;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = text[at] == L'%' ? text.find(L'%', at + 1) : text.npos;
+        const std::wstring name =
+            end == text.npos ? std::wstring() : text.substr(at + 1, end - at - 1);
+        const auto known = std::ranges::find_if(
+            kVariables, [&](const auto& variable) { return SameName(variable.first, name); });
+        if (known == std::end(kVariables)) {
+            expanded += text[at++];
+        } else {
+            expanded += known->second;
+            at = end + 1;
+        }
+    }
+    return expanded;
+}
+
 LSTATUS CheckType(const RegistryValue& value, DWORD flags)
 {
     const auto known = std::ranges::find(kTypeBits, value.type, &TypeBit::type);
@@ -180,7 +210,11 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags,
     const auto found = node->values.find(name ? name : L"");
     if (found == node->values.end()) return ERROR_FILE_NOT_FOUND;
 
-    const RegistryValue& value = found->second;
+    RegistryValue value = found->second;
+    // Unless the caller forbids it, a text with variables is read as the text that they make.
+    if (value.type == REG_EXPAND_SZ && !(flags & RRF_NOEXPAND)) {
+        value = RegistryValue::String(Expanded(value.Text()));
+    }
     if (type) *type = value.type;
     if (const LSTATUS error = CheckType(value, flags)) return error;
     const std::vector<BYTE> bytes = Terminated(value);

@@ -24,12 +24,48 @@ void Session::Logon(std::wstring_view user)
     const Hold hold(m_machine);
     if (m_user == user) return;
     if (!m_user.empty()) Logoff();
+    if (Return(user)) return;
     if (!m_console) {
         m_console = m_next++;
         Announce(WTS_CONSOLE_CONNECT, L"connect");
     }
     m_user = user;
     Announce(WTS_SESSION_LOGON, L"logon");
+}
+
+// Connects the console to the user's session in the background; false when there is none.
+bool Session::Return(std::wstring_view user)
+{
+    const auto known = std::ranges::find(m_background, user, &Background::user);
+    if (known == m_background.end()) return false;
+    m_console = known->number;
+    m_user = known->user;
+    m_locked = known->locked;
+    m_background.erase(known);
+    Announce(WTS_CONSOLE_CONNECT, L"connect");
+    return true;
+}
+
+void Session::Switch(std::wstring_view user)
+{
+    const Hold hold(m_machine);
+    if (m_user == user) return;
+    if (!m_user.empty()) {
+        Announce(WTS_CONSOLE_DISCONNECT, L"disconnect");
+        m_background.push_back({*m_console, std::exchange(m_user, {}), m_locked});
+        m_console.reset();
+        m_locked = false;
+    }
+    Logon(user);
+}
+
+std::optional<std::wstring> Session::UserOf(DWORD session) const
+{
+    const Hold hold(m_machine);
+    if (m_console == session) return m_user;
+    const auto known = std::ranges::find(m_background, session, &Background::number);
+    if (known == m_background.end()) return std::nullopt;
+    return known->user;
 }
 
 void Session::Logoff()

@@ -22,10 +22,15 @@ public:
     std::optional<DWORD> console() const { return m_console; }
     const std::wstring& user() const { return m_user; }  // empty when no user is logged on
     bool locked() const { return m_locked; }
+    // The user of a session, at the console or not; nothing when there is no such session.
+    std::optional<std::wstring> UserOf(DWORD session) const;
 
     // Each is announced to the services, and does nothing when the session is in that state
     // already. Logging on while another user is logged on logs that user off first.
     void Logon(std::wstring_view user);
+    // Leaves the console to another user: the session of the one before stays, with its programs.
+    // Returns to that user's own session where there is one.
+    void Switch(std::wstring_view user);
     // Ends the programs of the session; the next logon screen is a new session.
     void Logoff();
     void Lock();
@@ -43,13 +48,23 @@ public:
     bool service_has_debug_privilege = true;
 
 private:
+    // A session that is not at the console.
+    struct Background
+    {
+        DWORD number;
+        std::wstring user;
+        bool locked;
+    };
+
     void Announce(DWORD event, const wchar_t* what);
+    bool Return(std::wstring_view user);
 
     Machine& m_machine;
     std::optional<DWORD> m_console = 1;
     DWORD m_next = 2;
     std::wstring m_user;
     bool m_locked = false;
+    std::vector<Background> m_background;
 };
 
 // The environment of a user, or of the system alone when it is empty.

@@ -76,9 +76,10 @@ BOOL WINAPI WTSQueryUserToken(ULONG session, PHANDLE token)
     const Session& current = call.machine.session;
     if (!token) return call.Fail(ERROR_INVALID_PARAMETER);
     if (!current.service_is_local_system) return call.Fail(ERROR_PRIVILEGE_NOT_HELD);
-    if (current.console() != session) return call.Fail(ERROR_FILE_NOT_FOUND);
-    if (current.user().empty()) return call.Fail(ERROR_NO_TOKEN);
-    *token = call.Open(std::make_shared<Token>(current.user(), session, MAXIMUM_ALLOWED));
+    const std::optional<std::wstring> user = current.UserOf(session);
+    if (!user) return call.Fail(ERROR_FILE_NOT_FOUND);
+    if (user->empty()) return call.Fail(ERROR_NO_TOKEN);
+    *token = call.Open(std::make_shared<Token>(*user, session, MAXIMUM_ALLOWED));
     return TRUE;
 }
 
@@ -90,6 +91,7 @@ BOOL WINAPI DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES,
     const Token* original = call.Find<Token>(token);
     if (!original) return FALSE;
     if (!copy) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (!original->Allows(TOKEN_DUPLICATE)) return call.Fail(ERROR_ACCESS_DENIED);
     auto made = std::make_shared<Token>(original->user, original->session, access);
     made->type = type;
     *copy = call.Open(std::move(made));
@@ -103,6 +105,9 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* environment, HANDLE token, BOOL inher
     const Token* whose = token ? call.Find<Token>(token) : nullptr;
     if (token && !whose) return FALSE;
     if (!environment) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (whose && !whose->Allows(TOKEN_DUPLICATE | TOKEN_QUERY)) {
+        return call.Fail(ERROR_ACCESS_DENIED);
+    }
     std::wstring block;
     const auto add = [&](const std::vector<std::wstring>& variables) {
         for (const std::wstring& variable : variables) block += variable + L'\0';
@@ -123,8 +128,8 @@ BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment)
 }
 
 BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR commandLine,
-                                 LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD flags,
-                                 LPVOID environment, LPCWSTR, LPSTARTUPINFOW startup,
+                                 LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL inherit,
+                                 DWORD flags, LPVOID environment, LPCWSTR, LPSTARTUPINFOW startup,
                                  LPPROCESS_INFORMATION information)
 {
     Call call(fn_create_process_as_user);
@@ -137,6 +142,9 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
         const Token* whose = call.Find<Token>(token);
         if (!whose) return FALSE;
         if (whose->type != TokenPrimary) return call.Fail(ERROR_BAD_TOKEN_TYPE);
+        if (!whose->Allows(TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_QUERY)) {
+            return call.Fail(ERROR_ACCESS_DENIED);
+        }
         launch.session = whose->session;
         launch.user = whose->user;
     }
@@ -150,6 +158,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
     launch.startup_flags = startup->dwFlags;
     launch.show = startup->wShowWindow;
     launch.flags = flags;
+    launch.inherits_handles = inherit != FALSE;
 
     DWORD error = ERROR_FILE_NOT_FOUND;
     Process* process = application

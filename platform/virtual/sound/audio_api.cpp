@@ -286,6 +286,18 @@ private:
 
 // --- The enumerator ---
 
+constexpr DWORD kAllStates = 0xF;
+
+// "{0.0.0.00000000}." and a GUID in braces, or any other text in braces behind it.
+bool LooksLikeAnId(std::wstring_view id)
+{
+    const std::size_t dot = id.find(L"}.{");
+    return id.starts_with(L'{') && id.ends_with(L'}') && dot != id.npos;
+}
+
+// It holds no reference to a client: a program keeps its client until it has unregistered it. A
+// client is registered with the process, so any enumerator of the process can unregister it.
+
 class Enumerator final : public Counted, public IMMDeviceEnumerator
 {
 public:
@@ -301,10 +313,12 @@ public:
     HRESULT EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                IMMDeviceCollection** collection) override
     {
+        if (!collection) return E_POINTER;
         *collection = nullptr;
         Operation call(fn_enum_audio_endpoints);
         if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
             return refused;
+        if (static_cast<DWORD>(flow) > eAll || (states & ~kAllStates)) return E_INVALIDARG;
         std::vector<Endpoint*> endpoints = call.machine.audio.All();
         std::erase_if(endpoints, [&](const Endpoint* endpoint) {
             return (flow != eAll && endpoint->flow() != flow) || !(endpoint->State() & states);
@@ -315,11 +329,13 @@ public:
 
     HRESULT GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice** device) override
     {
+        if (!device) return E_POINTER;
         *device = nullptr;
         Operation call(fn_get_default_audio_endpoint);
         if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
             return refused;
-        if (flow >= eAll || role >= ERole_enum_count) return E_INVALIDARG;
+        if (static_cast<DWORD>(flow) >= eAll || static_cast<DWORD>(role) >= ERole_enum_count)
+            return E_INVALIDARG;
         Endpoint* endpoint = call.machine.audio.Default(flow, role);
         if (!endpoint) return kNotFound;
         *device = HandOut<AudioDevice>(call.machine, *endpoint);
@@ -328,37 +344,29 @@ public:
 
     HRESULT GetDevice(LPCWSTR id, IMMDevice** device) override
     {
+        if (!id || !device) return E_POINTER;
         *device = nullptr;
-        if (!id) return E_POINTER;
         Operation call(fn_get_device);
         if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
             return refused;
         Endpoint* endpoint = call.machine.audio.FindById(id);
-        if (!endpoint) return kNotFound;
+        if (!endpoint) return LooksLikeAnId(id) ? kNotFound : E_INVALIDARG;
         *device = HandOut<AudioDevice>(call.machine, *endpoint);
         return S_OK;
     }
 
     HRESULT RegisterEndpointNotificationCallback(IMMNotificationClient* client) override
     {
-        if (!client) return E_POINTER;
-        client->AddRef();
-        const HRESULT result = DoRegister(client);
-        if (FAILED(result)) client->Release();
-        return result;
+        return client ? DoRegister(client) : E_POINTER;
     }
 
     HRESULT UnregisterEndpointNotificationCallback(IMMNotificationClient* client) override
     {
         if (!client) return E_POINTER;
-        {
-            Operation call(fn_unregister_endpoint);
-            if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
-                return refused;
-            if (!call.machine.audio.notices.Remove(call, this, client)) return kNotFound;
-        }
-        client->Release();
-        return S_OK;
+        Operation call(fn_unregister_endpoint);
+        if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
+            return refused;
+        return call.machine.audio.notices.Remove(call, &call.process(), client) ? S_OK : kNotFound;
     }
 
 private:
@@ -369,7 +377,7 @@ private:
             return refused;
         auto registration = std::make_shared<Registration>();
         registration->client = client;
-        registration->place = this;
+        registration->place = &call.process();
         call.machine.audio.notices.Add(call, registration);
         return S_OK;
     }

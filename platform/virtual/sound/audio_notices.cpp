@@ -124,7 +124,7 @@ void AudioNotices::Post(Notice notice)
     if (pool.idle > 0) {
         --pool.idle;
         pool.work->Signal();
-    } else if (pool.threads < kMaxThreads) {
+    } else if (pool.threads < threads_max) {
         ++pool.threads;
         process.StartThread(m_machine, [this, &process]() -> DWORD {
             process.Guard(*Thread::Self(), [&] { Work(process); });

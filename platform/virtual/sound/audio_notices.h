@@ -29,7 +29,7 @@ public:
     // Exactly one of these two is set.
     IMMNotificationClient* client = nullptr;
     IAudioEndpointVolumeCallback* callback = nullptr;
-    // The enumerator or endpoint volume object that it was registered with.
+    // The endpoint volume object that a callback was registered with, or the process of a client.
     const void* place = nullptr;
     const Endpoint* endpoint = nullptr;  // null for a client
     Process* process = nullptr;
@@ -49,6 +49,10 @@ class AudioNotices
 {
 public:
     explicit AudioNotices(Machine& machine) : m_machine(machine) {}
+
+    // How many threads the sound system has in a process. With one, all notifications come one
+    // after the other.
+    std::size_t threads_max = 4;
 
     // Registers `registration`, whose fields up to `endpoint` are set, for the calling process.
     void Add(Call& call, const std::shared_ptr<Registration>& registration);
@@ -72,7 +76,7 @@ private:
         std::function<void()> deliver;
         Instant due{0};
     };
-    // The sound system's threads in one process. They are started on demand, up to kMaxThreads, and
+    // The sound system's threads in one process. They are started on demand, up to threads_max, and
     // then wait for work until the process ends.
     struct Pool
     {
@@ -81,7 +85,6 @@ private:
         std::size_t idle = 0;
         std::shared_ptr<Waitable> work;
     };
-    static constexpr std::size_t kMaxThreads = 4;
     // The delay of notifications that a callback itself causes. Without it, two callbacks that undo
     // one another's change would go on for ever, and the clock would never move.
     static constexpr Duration kEcho = std::chrono::milliseconds{10};

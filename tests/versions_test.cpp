@@ -1,0 +1,191 @@
+// What differs between the versions of Windows: what is announced, which time asleep counts, how
+// power requests are listed, and which version a program is told of.
+
+#include "platform/command.h"
+#include "platform/kernel.h"
+#include "platform/owned.h"
+#include "platform/virtual/announcer/announcer.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/sleep.h"
+#include "tests/virtual_pc_test.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+class VersionsTest : public VirtualPcTest
+{
+protected:
+    std::string Sections() const
+    {
+        std::string sections;
+        RunListing([&](const std::string& line) {
+            if (line.ends_with(":")) sections += line;
+        });
+        return sections;
+    }
+
+    // The lines of the listing, as a program reads them.
+    template <class Take>
+    void RunListing(const Take& take) const
+    {
+        const OwnedCommandOutput output(_wpopen(L"powercfg -requests", L"rt"));
+        wchar_t line[200];
+        while (std::fgetws(line, 200, output.Get())) {
+            std::string text(line, line + std::wcslen(line));
+            if (text.ends_with("\n")) text.pop_back();
+            take(text);
+        }
+    }
+};
+
+TEST_F(VersionsTest, AVersionHasANameOrANumber)
+{
+    const std::pair<const char*, std::optional<DWORD>> cases[] = {
+        {"7", kWindows7},         {"8.1", kWindows81},        {"11", kWindows11},
+        {"6.1", OsVersion(6, 1)}, {"10.0.19045", kWindows10}, {"12", std::nullopt},
+        {"6.", std::nullopt},     {"6.1.2.3", std::nullopt},  {"", std::nullopt},
+        {"6.1a", std::nullopt},   {"6.300", std::nullopt},    {"ten", std::nullopt},
+    };
+    for (const auto& [text, version] : cases) EXPECT_EQ(ParseOsVersion(text), version) << text;
+    EXPECT_TRUE(OsAtLeast(kWindows10, kWindows81));
+    EXPECT_FALSE(OsAtLeast(kWindows7, kWindows8));
+    EXPECT_TRUE(OsAtLeast(OsVersion(6, 1), kWindows7));
+}
+
+TEST_F(VersionsTest, AProgramIsToldOfNoLaterVersionThanItsManifestNames)
+{
+    const std::pair<DWORD, DWORD> cases[] = {{kWindows7, kWindows7},
+                                             {kWindows8, kWindows8},
+                                             {kWindows81, kWindows8},
+                                             {kWindows10, kWindows8}};
+    for (const auto& [version, told] : cases) {
+        pc.os_version = version;
+        RunAsProcess([told = told] {
+            EXPECT_EQ(GetVersion(), told);
+            OSVERSIONINFOW information{};
+            information.dwOSVersionInfoSize = sizeof(information);
+            EXPECT_TRUE(GetVersionExW(&information));
+            EXPECT_EQ(OsVersion(information.dwMajorVersion, information.dwMinorVersion,
+                                information.dwBuildNumber),
+                      told);
+        });
+    }
+}
+
+TEST_F(VersionsTest, TheUsersPresenceIsAnnouncedFromWindows8On)
+{
+    struct Ears final : Announcer::Listener
+    {
+        bool Hear(const Announcement& said, const std::function<void()>&) override
+        {
+            if (said.setting && IsEqualGUID(*said.setting, GUID_GLOBAL_USER_PRESENCE)) ++presence;
+            if (said.setting && IsEqualGUID(*said.setting, GUID_MONITOR_POWER_ON)) ++display;
+            return false;
+        }
+        int presence = 0, display = 0;
+    };
+    for (const DWORD version : {kWindows7, kWindows8, kWindows81, kWindows10}) {
+        pc.os_version = version;
+        const bool announced = version != kWindows7;
+        Ears ears;
+        pc.announcer.Add(ears);
+        pc.user.Leaves();
+        pc.user.TurnDisplayOff();
+        pc.user.Input();
+        pc.announcer.Remove(ears);
+        EXPECT_EQ(ears.display, 2);
+        EXPECT_EQ(ears.presence, announced ? 2 : 0) << version;
+        EXPECT_EQ(pc.announcer.Present(GUID_GLOBAL_USER_PRESENCE).has_value(), announced);
+    }
+}
+
+// Waits for a timer of the calling process.
+void WaitForTimer(LONGLONG due, BOOL resume)
+{
+    const OwnedHandle timer(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+    LARGE_INTEGER time;
+    time.QuadPart = due;
+    EXPECT_TRUE(SetWaitableTimer(timer.Get(), &time, 0, nullptr, nullptr, resume));
+    WaitForSingleObject(timer.Get(), INFINITE);
+}
+
+// Waits of a minute, around an hour of sleep that begins after ten seconds.
+TEST_F(VersionsTest, FromWindows8OnNoRelativeWaitCountsTheTimeAsleep)
+{
+    constexpr LONGLONG kMinute = -600'000'000;
+    constexpr ULONGLONG kOnWaking = 3'610'000, kLate = 3'660'000;
+    const LONGLONG ten_minutes = (pc.clock() + 10min).count();
+    const struct
+    {
+        const char* what;
+        std::function<void()> wait;
+        ULONGLONG on_7, from_8_on;
+    } cases[] = {
+        {"sleep", [] { Sleep(60'000); }, kOnWaking, kLate},
+        {"event",
+         [] {
+             const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+             WaitForSingleObject(event.Get(), 60'000);
+         },
+         kOnWaking, kLate},
+        {"relative timer", [] { WaitForTimer(kMinute, FALSE); }, kOnWaking, kLate},
+        {"absolute timer", [=] { WaitForTimer(ten_minutes, FALSE); }, kOnWaking, kOnWaking},
+    };
+    for (const auto& c : cases) {
+        for (const bool seven : {true, false}) {
+            SCOPED_TRACE(std::string(c.what) + (seven ? " on 7" : " on 10"));
+            pc.os_version = seven ? kWindows7 : kWindows10;
+            pc.SetClock(CalendarTime(ten_minutes) - 10min);
+            Process& program = pc.Start([&] {
+                const ULONGLONG before = GetTickCount64();
+                c.wait();
+                EXPECT_EQ(GetTickCount64() - before, seven ? c.on_7 : c.from_8_on);
+                return 0;
+            });
+            pc.RunFor(10s);
+            pc.sleep.Ask(L"test");
+            pc.RunFor(1h);
+            pc.sleep.WakeByUser();
+            pc.RunUntilEnd(program);
+        }
+    }
+}
+
+TEST_F(VersionsTest, EachVersionListsTheRequestsInItsSections)
+{
+    const std::string seven = "DISPLAY:SYSTEM:AWAYMODE:";
+    const std::pair<DWORD, std::string> cases[] = {
+        {kWindows7, seven},
+        {kWindows8, seven + "EXECUTION:PERFBOOST:"},
+        {kWindows10, seven + "EXECUTION:PERFBOOST:ACTIVELOCKSCREEN:"},
+    };
+    RunAsProcess([&] {
+        for (const auto& [version, sections] : cases) {
+            pc.os_version = version;
+            EXPECT_EQ(Sections(), sections);
+        }
+        pc.power.listing_words = kJapaneseListing;
+        EXPECT_EQ(Sections(), seven + "??:PERFBOOST:ACTIVELOCKSCREEN:")
+            << "the console's code page lacks the letters";
+    });
+}
+
+TEST_F(VersionsTest, ADriversRequestIsListedWithItsDevice)
+{
+    const auto request =
+        pc.power.NewRequest(LR"(High Definition Audio Device (HDAUDIO\FUNC_01&VEN_10EC))",
+                            L"An audio stream is currently in use.");
+    request->of = PowerRequest::Of::driver;
+    pc.power.SetRequest(*request, PowerRequestSystemRequired);
+    std::string text;
+    RunAsProcess([&] { RunListing([&](const std::string& line) { text += line + "|"; }); });
+    EXPECT_NE(
+        text.find(R"(SYSTEM:|[DRIVER] High Definition Audio Device (HDAUDIO\FUNC_01&VEN_10EC)|)"
+                  "An audio stream is currently in use.||AWAYMODE:|None.|"),
+        std::string::npos)
+        << text;
+}
+
+}  // namespace
