@@ -9,6 +9,7 @@
 #include "settings/settings.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
+#include "state/state_change.h"
 
 namespace {
 
@@ -90,18 +91,27 @@ void StartUp()
     Log(6, kRun, L"HOLV State Machine initialized");
 }
 
-void LeaveCurrentState(const Slot& slot)
+// Leaves the current state where the slot says so. The change of state that begins with that is kept
+// in `change`.
+void LeaveCurrentState(const Slot& slot, std::optional<StateChange>& change)
 {
+    if (!slot.leave_dnd_for && !slot.leave_other_for) return;
+    change.emplace();
     const ESystemState state = S::m_eSystemState;
-    if (state == S0_NORMAL) return;
     const Target target = state == HOLV_DND ? slot.leave_dnd_for : slot.leave_other_for;
-    if (target) S::LeaveNeverSleepState(*target);
+    const bool leaves = state != S0_NORMAL && target && state != *target;
+    if (leaves) {
+        S::LeaveNeverSleepState(*target);
+    } else {
+        change.reset();
+    }
 }
 
 void Act(GlobalEvent signalled)
 {
     const Slot& slot = kSlots[signalled];
-    LeaveCurrentState(slot);
+    std::optional<StateChange> change;
+    LeaveCurrentState(slot, change);
     if (slot.line) {
         const ESystemState state = S::m_eSystemState;
         Log(slot.level, kRun, L"%s%s", slot.line, slot.names_state ? StateName(state) : L"");
