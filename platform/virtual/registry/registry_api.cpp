@@ -38,6 +38,7 @@ Function fn_reg_query_value_ex{"RegQueryValueExW", Failing::status};
 Function fn_reg_delete_value{"RegDeleteValueW", Failing::status};
 Function fn_reg_delete_tree{"RegDeleteTreeW", Failing::status};
 Function fn_reg_set_value_ex{"RegSetValueExW", Failing::status};
+Function fn_reg_flush_key{"RegFlushKey", Failing::status};
 
 struct Root
 {
@@ -214,6 +215,14 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
     }
     call.machine.registry.CreateKey(path)->values[name ? name : L""] = std::move(value);
     return ERROR_SUCCESS;
+}
+
+LSTATUS WINAPI RegFlushKey(HKEY key)
+{
+    Call call(fn_reg_flush_key);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    return PathOf(call, key, nullptr, path);
 }
 
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, BYTE* data,
