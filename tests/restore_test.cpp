@@ -1,8 +1,13 @@
 // The user gets everything back as it was, whenever and however the service ends: what it finds
 // after the next start, or at once after a stop, is what there was before the first.
 
+#include <filesystem>
+#include <set>
+
 #include "api/agent_api.h"
 #include "pc/agent_client.h"
+#include "pc/commands.h"
+#include "platform/kernel.h"
 #include "restore/journal_format.h"
 #include "tests/users_pc.h"
 
@@ -152,6 +157,32 @@ TEST(RestoreChoiceTest, APlanThatIsChosenWhileNeverSleepModeLastsStandsAfterTheR
         user.before["active plan"] = "High performance";
         EXPECT_EQ(user.Differences(), "");
     }
+}
+
+// The service is started while holvctl restores, or holvctl while the service does.
+TEST(RestoreTurnTest, TwoThatWouldRestoreAtOnceDoNoHarm)
+{
+    std::set<int> exits;
+    Storm({.seeds = 40, .free = kRunFree ? 20u : 0u}, [&](const Machine::Options& life) {
+        UsersPc user(life);
+        user.StartService();
+        user.Enter("HOLV_DND");
+        user.Kill();
+        const auto host_path = std::filesystem::path(HOLV_IMAGE).replace_filename("libholvctl.so");
+        user.pc.Install({.host_path = host_path, .path = kCtlPath});
+        if (life.seed % 4 == 0) user.pc.services.Start(kServiceName);
+        const Process& ctl = *user.pc.StartInstalled(kCtlPath, L"holvctl.exe restore");
+        if (life.seed % 4 == 1) user.pc.Settle();
+        if (life.seed % 4 != 0) user.pc.services.Start(kServiceName);
+        user.pc.RunFor(10s);
+        EXPECT_FALSE(ctl.running());
+        exits.insert(ctl.exit_code());
+        user.StopService();
+        EXPECT_EQ(user.Differences(), "");
+    });
+    const std::set<int> possible = {0, 3};
+    EXPECT_TRUE(std::ranges::includes(possible, exits)) << testing::PrintToString(exits);
+    EXPECT_TRUE(kRunFree || exits == possible) << "the moments differ";
 }
 
 // --- The journal itself ---
