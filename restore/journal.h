@@ -22,8 +22,14 @@ inline constexpr const wchar_t* kJournalValue = L"Journal";
 // get the value `to`. Does nothing where that is no change, or is written down already.
 void NoteChange(const Thing& thing, const ThingValue& now, const ThingValue& to);
 
-// `thing` has the value `value` now: its entry is removed if that is the user's.
+// `thing` has the value `value` now: its entry is removed if that is the user's, on the disk with
+// the next SettleJournal.
 void NoteChanged(const Thing& thing, const ThingValue& value);
+
+// Waits until what has been put back is on the disk, and then removes its entries there. In the
+// other order a power cut between the two would leave the service's values without an entry. Does
+// nothing where nothing was put back.
+void SettleJournal();
 
 // A copy of the entries, the oldest first.
 std::vector<JournalEntry> JournalEntries();
@@ -31,5 +37,5 @@ std::vector<JournalEntry> JournalEntries();
 // The entry of a thing; nothing when the service has not changed it.
 std::optional<JournalEntry> JournalEntryOf(const Thing& thing);
 
-// Removes entries, except those that have changed since they were copied.
+// Removes entries as NoteChanged does, except those that have changed since they were copied.
 void RemoveJournalEntries(const std::vector<JournalEntry>& entries);

@@ -151,9 +151,11 @@ RestoreCounts RestoreAndLog(const std::vector<JournalEntry>& entries, TellDevice
 RestoreCounts RestoreWhatIsTheUsers(TellDeviceMode tellDevice)
 {
     const LastErrorKeeper kept;
+    RestoreCounts counts;
     const std::vector<JournalEntry> entries = JournalEntries();
-    if (entries.empty()) return {};
-    return RestoreAndLog(entries, tellDevice, L"RestoreWhatIsTheUsers");
+    if (!entries.empty()) counts = RestoreAndLog(entries, tellDevice, L"RestoreWhatIsTheUsers");
+    SettleJournal();
+    return counts;
 }
 
 void RestoreValuesAfterLeave()
@@ -171,4 +173,5 @@ void RestorePlanAfterReturn()
     const LastErrorKeeper kept;
     const std::optional<JournalEntry> plan = JournalEntryOf(Thing::ActivePlan());
     if (plan) RestoreAndLog({*plan}, nullptr, L"RestorePlanAfterReturn");
+    SettleJournal();
 }

@@ -32,4 +32,5 @@ void RestoreValuesAfterLeave();
 
 // The active plan, also where the user has chosen another while never-sleep mode lasted. To be
 // called after the entry into normal use, in which the announcement of the plan counts as a choice.
+// Also settles the journal.
 void RestorePlanAfterReturn();
