@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <iterator>
 
+#include "power/driver_api.h"
 #include "power/machine_power.h"
+#include "restore/restoring.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
 #include "state/global_events.h"
@@ -18,6 +20,7 @@ void OnNeverSleep(DWORD before, DWORD now)
     if (now == before) return;
     if (now == 0) {
         S::StopNeverSleep();
+        RestoreWhatIsTheUsers(SendDeviceMode);
     } else {
         S::StartNeverSleep();
         SignalGlobalEvent(EVENT_ENTER_S0);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "audio/reference.h"
+#include "restore/changes.h"
 
 GUID CAudioManager::m_guidAudioContext{};
 OwnedInterface<IMMDeviceEnumerator> CAudioManager::m_pEnumerator;
@@ -315,6 +316,7 @@ BOOL CAudioManager::Insert(const wchar_t* id)
     BOOL muted = FALSE;
     // If this fails, the endpoint counts as not muted.
     entry->m_pEndpointVolume.Get()->GetMute(&muted);
+    muted = MuteStateOfTheUser(entry->m_pwszDeviceId, muted);
     entry->m_bMuted = muted != FALSE;
     Log(6, kFunction, L"Caching mute state %s", muted ? L"muted" : L"not muted");
     const bool registered = entry->RegisterEndpointVolumeCallback() != FALSE;

@@ -1,6 +1,7 @@
 #include "audio/registered_audio_device.h"
 
 #include "audio/reference.h"
+#include "restore/changes.h"
 #include "state/never_sleep_state.h"
 
 std::shared_ptr<RegisteredAudioDevice> RegisteredAudioDevice::Make(const wchar_t* id)
@@ -70,6 +71,8 @@ HRESULT RegisteredAudioDevice::SetDesiredMuteState(const GUID& context, BOOL& st
     if (!m_pEndpointVolume) return S_FALSE;
     stored = m_bMuted;
     desired = CNeverSleepState::GetDesiredMuteState(stored);
+    const JournaledChange change = ChangeOfMute(m_pwszDeviceId, *m_pEndpointVolume.Get(), desired);
     const HRESULT hr = m_pEndpointVolume.Get()->SetMute(desired, &context);
+    change.Made(SUCCEEDED(hr));
     return SUCCEEDED(hr) ? S_OK : hr;
 }

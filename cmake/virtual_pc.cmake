@@ -41,6 +41,12 @@ set_target_properties(service_objects PROPERTIES
 add_library(HOLVService SHARED $<TARGET_OBJECTS:service_objects>)
 target_link_libraries(HOLVService PRIVATE virtual_pc)
 
+# The administrator's program, of its own files and of some of the service's.
+add_library(holvctl SHARED ${HOLV_CTL_SOURCES})
+target_link_libraries(holvctl PRIVATE virtual_pc)
+target_compile_options(holvctl PRIVATE -fno-gnu-unique)
+target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 file(GLOB PC_SOURCES CONFIGURE_DEPENDS pc/*.cpp)
@@ -53,7 +59,7 @@ target_precompile_headers(pc PRIVATE ${standard_library} <filesystem>)
 set_target_properties(pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
 add_executable(holvpc pc/main.cpp)
 target_link_libraries(holvpc PRIVATE pc CLI11::CLI11)
-add_dependencies(holvpc HOLVService)
+add_dependencies(holvpc HOLVService holvctl)
 
 enable_testing()
 add_subdirectory(tests)

@@ -75,6 +75,12 @@ add_service(wine_HOLVService "${HOLV_WINE_CPU_VENDOR}")
 set_target_properties(wine_HOLVService PROPERTIES
     OUTPUT_NAME HOLVService RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
+# The administrator's program.
+add_executable(holvctl ${HOLV_CTL_SOURCES})
+target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+target_link_options(holvctl PRIVATE -municode -mconsole)
+target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 powrprof rpcrt4 setupapi shell32 uuid)
+
 # A stand-in for Wine's power library.
 add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power/power_plans.cpp
             platform/virtual/base/guid.cpp)
@@ -97,7 +103,7 @@ target_link_options(holv_client PRIVATE -municode -mconsole)
 target_link_libraries(holv_client PRIVATE ole32 oleaut32 uuid)
 
 # The package: the program, the clients to start from, and what an administrator needs.
-install(TARGETS HOLVService RUNTIME DESTINATION .)
+install(TARGETS HOLVService holvctl RUNTIME DESTINATION .)
 install(DIRECTORY package/ DESTINATION .)
 install(DIRECTORY examples DESTINATION .)
 install(TARGETS holv_client RUNTIME DESTINATION examples)

@@ -4,24 +4,12 @@
 #include "log/event_source.h"
 #include "log/log_file.h"
 #include "platform/eventlog.h"
+#include "platform/last_error.h"
 #include "platform/module.h"
 
 namespace {
 
 constexpr std::size_t kMessageSize = 1024;  // with the terminator
-
-// Restores the last error: callers often log before they read it.
-class LastErrorKeeper
-{
-public:
-    LastErrorKeeper() : m_error(GetLastError()) {}
-    ~LastErrorKeeper() { SetLastError(m_error); }
-    LastErrorKeeper(const LastErrorKeeper&) = delete;
-    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
-private:
-    DWORD m_error;
-};
 
 constexpr bool GoesToEventLog(DWORD level) { return level == 1 || level == 3 || level == 4; }
 
@@ -52,6 +40,7 @@ void WriteToOutputs(DWORD level, const wchar_t* function, const wchar_t* message
 void LogMessage(DWORD level, const wchar_t* function, const wchar_t* format,
                 std::span<const FormatArgument> arguments)
 {
+    // Callers often log before they read the last error.
     const LastErrorKeeper kept;
     try {
         wchar_t message[kMessageSize];

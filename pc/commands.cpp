@@ -62,6 +62,7 @@ const std::vector<Command>& AllCommands()
         std::vector<Command> all;
         Append(all, LifeCommands());
         Append(all, ServiceCommands());
+        Append(all, CtlCommands());
         Append(all, RegistryCommands());
         Append(all, PowerCommands());
         Append(all, SleepCommands());

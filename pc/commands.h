@@ -45,7 +45,14 @@ struct ScriptContext
     std::string client_answer = {};
 
     Observations remembered = {};
+
+    // Of the last holvctl.
+    int ctl_exit = 0;
+    std::string ctl_said = {};
 };
+
+// Where holvctl lies on the PC's disk.
+inline constexpr const wchar_t* kCtlPath = LR"(C:\Program Files\Orbeq\Holv\holvctl.exe)";
 
 using Action = std::function<void(ScriptContext&)>;
 using Arguments = std::vector<std::string>;
@@ -70,6 +77,7 @@ Action Show(const ScriptLine&, const Arguments&)
 // The rows of each facet.
 std::vector<Command> LifeCommands();      // clock, signal, run, say
 std::vector<Command> ServiceCommands();   // service, pc, cpu
+std::vector<Command> CtlCommands();       // ctl
 std::vector<Command> RegistryCommands();  // reg
 std::vector<Command> FaultCommands();     // fault, pipe, file
 std::vector<Command> UnkindCommands();    // service kill, power cut, slow

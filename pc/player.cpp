@@ -36,6 +36,10 @@ Player::Player(const PlayOptions& options, std::ostream& out)
 {
     if (m_trace.is_open()) TraceTo(m_pc, m_trace);
     m_pc.Install(m_image);
+    // It is built beside the service.
+    const std::filesystem::path ctl =
+        std::filesystem::path(options.image).replace_filename("libholvctl.so");
+    if (exists(ctl)) m_pc.Install(Image{.host_path = ctl, .path = kCtlPath});
 }
 
 void Player::Play(const ScriptLine& line)

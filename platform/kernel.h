@@ -60,6 +60,12 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, B
 BOOL WINAPI SetEvent(HANDLE event);
 BOOL WINAPI ResetEvent(HANDLE event);
 
+// Creates a mutex, or opens the one of that name: the last error is then ERROR_ALREADY_EXISTS, and
+// otherwise ERROR_SUCCESS. The name exists until its last handle is closed, at the latest by the
+// end of the processes that have it open. Returns a handle (CloseHandle), or null with the last
+// error set.
+HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES attributes, BOOL initialOwner, LPCWSTR name);
+
 // Creates a waitable timer, idle and unsignalled. With manualReset FALSE a satisfied wait resets
 // it. Returns its handle (CloseHandle) or null with the last error set.
 HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset,

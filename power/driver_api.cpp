@@ -10,6 +10,7 @@
 #include "log/log.h"
 #include "platform/device.h"
 #include "platform/file.h"
+#include "restore/changes.h"
 
 namespace {
 
@@ -114,11 +115,18 @@ BOOL CDriverApi::SetNeverSleepMode(DWORD mode)
 {
     SnsmRequest request{{'S', 'N', 'S', 'M'}, mode};
     DWORD returned = 0;  // required although there is no output
-    if (DeviceIoControl(m_hDriver.Get(), kSetNeverSleepMode, &request, sizeof(request), nullptr, 0,
-                        &returned, nullptr)) {
+    const JournaledChange change = ChangeOfDeviceMode(mode);
+    if (change.Made(DeviceIoControl(m_hDriver.Get(), kSetNeverSleepMode, &request, sizeof(request),
+                                    nullptr, 0, &returned, nullptr))) {
         return TRUE;
     }
     Log(2, L"CDriverApi::SetNeverSleepMode", L"*****SNSM operation Failed, Error=0x%x\n",
         GetLastError());
     return FALSE;
+}
+
+bool SendDeviceMode(DWORD mode)
+{
+    CDriverApi device;
+    return IsHolvDevicePresent() && device.Initialize() && device.SetNeverSleepMode(mode);
 }

@@ -41,3 +41,7 @@ private:
 
 // Whether the PC has the platform device.
 BOOL IsHolvDevicePresent();
+
+// Opens the platform device, sends it a mode, and closes it. False when there is none or it
+// refuses.
+bool SendDeviceMode(DWORD mode);

@@ -9,6 +9,7 @@
 
 #include "log/log.h"
 #include "power/plan_settings.h"
+#include "restore/changes.h"
 
 namespace {
 
@@ -124,7 +125,9 @@ BOOL Set(const Accessor& accessor, const GUID* scheme, BOOL bAc, DWORD value)
     const OperationName name(L"Set", accessor);
     if (!scheme) return RefuseInput(name);
     const auto function = bAc ? PowerWriteACValueIndex : PowerWriteDCValueIndex;
-    if (function(nullptr, scheme, accessor.subgroup, accessor.setting, value) != ERROR_SUCCESS) {
+    const JournaledChange change = ChangeOfPlanValue(*scheme, *accessor.setting, bAc, value);
+    if (!change.Made(function(nullptr, scheme, accessor.subgroup, accessor.setting, value) ==
+                     ERROR_SUCCESS)) {
         LogFailure(accessor.write_level, name,
                    bAc ? L"PowerWriteACValueIndex" : L"PowerWriteDCValueIndex", accessor);
         return FALSE;
@@ -233,7 +236,8 @@ void CPowerPolicyManager::SetActivePowerScheme(const GUID* scheme)
         Log(3, kFunction, L"Invalid parameter for SetActivePowerScheme");
         return;
     }
-    if (PowerSetActiveScheme(nullptr, scheme) != ERROR_SUCCESS) {
+    const JournaledChange change = ChangeOfActivePlan(*scheme);
+    if (!change.Made(PowerSetActiveScheme(nullptr, scheme) == ERROR_SUCCESS)) {
         Log(3, kFunction, L"PowerSetActiveScheme failed with error %d", GetLastError());
         return;
     }

@@ -5,10 +5,12 @@
 #include <optional>
 
 #include "log/log.h"
+#include "restore/restoring.h"
 #include "service/service_status.h"
 #include "settings/settings.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
+#include "state/state_change.h"
 
 namespace {
 
@@ -90,23 +92,36 @@ void StartUp()
     Log(6, kRun, L"HOLV State Machine initialized");
 }
 
-void LeaveCurrentState(const Slot& slot)
+// Leaves the current state where the slot says so, and returns whether it has. The change of state
+// that begins with that is kept in `change`.
+bool LeaveCurrentState(const Slot& slot, std::optional<StateChange>& change)
 {
+    if (!slot.leave_dnd_for && !slot.leave_other_for) return false;
+    change.emplace();
     const ESystemState state = S::m_eSystemState;
-    if (state == S0_NORMAL) return;
     const Target target = state == HOLV_DND ? slot.leave_dnd_for : slot.leave_other_for;
-    if (target) S::LeaveNeverSleepState(*target);
+    const bool leaves = state != S0_NORMAL && target && state != *target;
+    if (leaves) {
+        S::LeaveNeverSleepState(*target);
+        RestoreValuesAfterLeave();
+    } else {
+        change.reset();
+    }
+    return leaves;
 }
 
 void Act(GlobalEvent signalled)
 {
     const Slot& slot = kSlots[signalled];
-    LeaveCurrentState(slot);
+    std::optional<StateChange> change;
+    const bool left = LeaveCurrentState(slot, change);
     if (slot.line) {
         const ESystemState state = S::m_eSystemState;
         Log(slot.level, kRun, L"%s%s", slot.line, slot.names_state ? StateName(state) : L"");
     }
     if (slot.action) slot.action();
+    change.reset();
+    if (left && S::m_eSystemState == S0_NORMAL) RestorePlanAfterReturn();
     // Reset after the action, so that the same event signalled while the action runs counts as
     // handled by it.
     if (signalled < kFirstTimer) ResetGlobalEvent(signalled);

@@ -8,6 +8,7 @@
 #include "settings/settings.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
+#include "state/state_change.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ void OnBatteryLow()
     S::ConfigureAwayMode(FALSE);
     S::ConfigureSystemRequired(FALSE);
     LogOutstandingPowerRequests();
+    const ScopedLock lock(g_state_change);
     const ESystemState state = S::m_eSystemState;
     if (state == S0_NORMAL || state == HOLV_INIT || !S::m_bInAwayMode) return;
     if (const auto manager = S::m_pPowerPolicyManager.Get()) manager->TransitionFromHolvToS3();

@@ -33,11 +33,11 @@ const wchar_t* StateName(ESystemState state);
 // The event loop's thread runs most operations, but the control handler's thread, the control
 // interface's thread and short-lived threads call EnterNeverSleepState, EnterS3State,
 // StopNeverSleep and others while the loop is inside an operation. Therefore no operation holds a
-// lock. Every member is atomic, and a thread that uses an owned object holds a reference to it
-// (OwnedObject). Only a change of state takes a lock, for a moment: it covers m_eSystemState,
-// m_ePreviousState and their log line, so that in the log each change starts from the state where
-// the previous one ended. (The machine's start and end and switching the feature off change the
-// state without a log line.)
+// lock throughout. Every member is atomic, and a thread that uses an owned object holds a reference
+// to it (OwnedObject). Only a change of state takes a lock (state_change.h): it covers the leave of
+// the old state, m_eSystemState, m_ePreviousState and their log line, so that in the log each
+// change starts from the state where the previous one ended. (The machine's start and end and
+// switching the feature off change the state without a log line.)
 class CNeverSleepState
 {
 public:

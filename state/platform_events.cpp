@@ -20,6 +20,7 @@
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 #include "state/on_ac_power.h"
+#include "state/state_change.h"
 
 // AC power is assumed until the source is known, as elsewhere in the service.
 std::atomic<BOOL> g_bOnAcPower = TRUE;
@@ -86,10 +87,13 @@ void OnBattery()
 {
     S::MonitorBatteryUsage();
     if (!S::m_bBatteryThresholdCrossed) ConfigureRequests(FALSE);
-    if (g_bEnableHolvOnDC || S::m_eSystemState == S0_NORMAL) return;
-    const auto manager = S::m_pPowerPolicyManager.Get();
-    if (!manager) return;
-    manager->TransitionFromHolvToS3();
+    {
+        const ScopedLock lock(g_state_change);
+        if (g_bEnableHolvOnDC || S::m_eSystemState == S0_NORMAL) return;
+        const auto manager = S::m_pPowerPolicyManager.Get();
+        if (!manager) return;
+        manager->TransitionFromHolvToS3();
+    }
     LogOutstandingPowerRequests();
 }
 

@@ -11,6 +11,7 @@
 #include "state/do_not_disturb.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
+#include "state/state_change.h"
 
 namespace {
 
@@ -134,6 +135,7 @@ void CNeverSleepState::OnEnterNeverSleepDoNotDisturbTime()
     } else {
         ConfigureSystemRequired(OnAc());
     }
+    StateChange::End();  // an entry that was refused has not done it; the listing is waited for
     LogOutstandingPowerRequests();
 }
 

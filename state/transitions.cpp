@@ -4,13 +4,13 @@
 #include "audio/audio_manager.h"
 #include "log/log.h"
 #include "platform/com.h"
-#include "platform/lock.h"
 #include "power/driver_api.h"
 #include "power/never_sleep_away_mode.h"
 #include "power/power_policy_manager.h"
 #include "settings/settings.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
+#include "state/state_change.h"
 
 std::atomic<ESystemState> CNeverSleepState::m_eSystemState = HOLV_INIT;
 std::atomic<ESystemState> CNeverSleepState::m_ePreviousState = HOLV_INIT;
@@ -30,8 +30,6 @@ OwnedObject<CDriverApi> CNeverSleepState::m_pDriverApi;
 OwnedObject<CUserProcess> CNeverSleepState::m_pLyncMonitor;
 
 namespace {
-
-CriticalSection g_state_change;
 
 // Whether the state machine's thread has entered a COM apartment that it has to leave.
 bool g_in_apartment = false;
@@ -114,6 +112,7 @@ void CNeverSleepState::UpdateState(ESystemState state)
     SetStates(old, state);
     Log(1, L"CNeverSleepState::UpdateState", L"State update %s >>----->> %s happened here",
         StateName(old), StateName(state));
+    StateChange::End();
 }
 
 // --- The power requests ---

@@ -518,7 +518,6 @@ TEST_F(PowerPlansLeftTest, AnyOnePlatformCallMayFailAndOnlyItsOwnEffectIsMissing
             const Lines effects = Night();
             pc.faults.ClearAll();
             if (pc.faults.CallsOf(function) - calls < n) break;
-
             std::string excused = "none";
             if (!effect.empty()) {
                 Lines expected = whole;
@@ -529,9 +528,10 @@ TEST_F(PowerPlansLeftTest, AnyOnePlatformCallMayFailAndOnlyItsOwnEffectIsMissing
                 expected.erase(lost);
                 EXPECT_LINES(Shape(effects), Shape(expected));
             }
-            if (function != "PowerGetActiveScheme") {  // which is passed over in silence
-                ASSERT_EQ(Failures().size(), 1u);
-                const std::string line = Failures()[0];
+            // Reads of the active plan, and the restore journal's, fail in silence.
+            const Lines failures = function == "PowerGetActiveScheme" ? Lines{} : Failures();
+            ASSERT_TRUE(failures.size() == 1 || (effect.empty() && failures.empty()));
+            for (const std::string& line : failures) {
                 EXPECT_NE(line.find(function), line.npos) << line;
                 if (line.find("::GetRtcWakeValue ") != line.npos) {
                     excused = function[9] == 'A' ? "wake-timers ac 1" : "wake-timers dc 1";

@@ -1,0 +1,35 @@
+// Changes of the user's things, with the restore journal written ahead.
+//
+//     JournaledChange change = ChangeOfPlanValue(scheme, subgroup, setting, bAc, value);
+//     if (change.Made(PowerWriteACValueIndex(...) == ERROR_SUCCESS)) ...
+#pragma once
+
+#include <optional>
+
+#include "platform/audio.h"
+#include "restore/things.h"
+
+// A change that is about to be made. The thread's last error stays as it is.
+class JournaledChange
+{
+public:
+    // `now` is the present value; a change of a thing that cannot be read is not written down,
+    // because it could not be restored.
+    JournaledChange(Thing thing, const std::optional<ThingValue>& now, const ThingValue& to);
+
+    // To be called with whether the change was made. Returns that.
+    bool Made(bool made) const;
+
+private:
+    const Thing m_thing;
+    const ThingValue m_to;
+};
+
+JournaledChange ChangeOfPlanValue(const GUID& plan, const GUID& setting, BOOL bAc, DWORD value);
+JournaledChange ChangeOfActivePlan(const GUID& plan);
+JournaledChange ChangeOfMute(const std::wstring& id, IAudioEndpointVolume& volume, BOOL muted);
+JournaledChange ChangeOfDeviceMode(DWORD mode);
+
+// The user's mute state of an endpoint that is found to have the state `muted`: another one than
+// that where the service has set it and could not restore it yet.
+BOOL MuteStateOfTheUser(const std::wstring& id, BOOL muted);

@@ -1,0 +1,16 @@
+// The bytes of a journal.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "restore/things.h"
+
+inline constexpr DWORD kJournalVersion = 1;
+inline constexpr std::size_t kMostJournalBytes = 256 * 1024;
+
+std::vector<BYTE> WriteJournal(const std::vector<JournalEntry>& entries);
+
+// Nothing when the bytes are not those of a whole journal of this version, whose every entry is one
+// that the service could have written.
+std::optional<std::vector<JournalEntry>> ReadJournal(const std::vector<BYTE>& bytes);
