@@ -233,7 +233,8 @@ void CPowerPolicyManager::SetActivePowerScheme(const GUID* scheme)
         Log(3, kFunction, L"Invalid parameter for SetActivePowerScheme");
         return;
     }
-    if (PowerSetActiveScheme(nullptr, scheme) != ERROR_SUCCESS) {
+    m_bActivationFailed = PowerSetActiveScheme(nullptr, scheme) != ERROR_SUCCESS;
+    if (m_bActivationFailed) {
         Log(3, kFunction, L"PowerSetActiveScheme failed with error %d", GetLastError());
         return;
     }
