@@ -6,6 +6,7 @@
 #include "power/machine_power.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
+#include "state/activity.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 
@@ -83,6 +84,7 @@ void SetFeature(HOLVAgentFeatureEnum feature, DWORD value)
 {
     const Feature* known = FeatureOf(feature);
     if (!known || !known->setting) return;
+    const Activity change(Activity::Kind::fact);
     RegWriteDWord(known->value_name, value);
     const DWORD before = known->setting->exchange(value);
     if (known->changed) known->changed(before, value);

@@ -7,6 +7,7 @@
 #include "log/log.h"
 #include "service/service_status.h"
 #include "settings/settings.h"
+#include "state/activity.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 
@@ -74,6 +75,7 @@ constexpr std::array<Slot, kGlobalEventCount> kSlots{{
 
 void StartUp()
 {
+    const Activity start(Activity::Kind::fact);
     S::InitializeState();
     if (!g_bDebugEnabled && !S::m_pDriverApi.Get()) {
         Log(1, kRun, L"ACPI device is mssing. No hardware notification will be supported ....\n");
@@ -100,6 +102,7 @@ void LeaveCurrentState(const Slot& slot)
 
 void Act(GlobalEvent signalled)
 {
+    const Activity pass(Activity::Kind::pass);
     const Slot& slot = kSlots[signalled];
     LeaveCurrentState(slot);
     if (slot.line) {
@@ -128,6 +131,7 @@ void CNeverSleepState::Run()
         Act(static_cast<GlobalEvent>(signalled));
         stop_requested = signalled == EVENT_SERVICE_STOP;
     }
+    const Activity end(Activity::Kind::pass);
     StopNeverSleep();
     UninitializeState();
     Log(6, kRun, L"HOLV State Machine Exited");
