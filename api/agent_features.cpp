@@ -8,6 +8,7 @@
 #include "restore/restoring.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
+#include "state/activity.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 
@@ -86,6 +87,7 @@ void SetFeature(HOLVAgentFeatureEnum feature, DWORD value)
 {
     const Feature* known = FeatureOf(feature);
     if (!known || !known->setting) return;
+    const Activity change(Activity::Kind::fact);
     RegWriteDWord(known->value_name, value);
     const DWORD before = known->setting->exchange(value);
     if (known->changed) known->changed(before, value);

@@ -7,6 +7,7 @@
 #include "log/log.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
+#include "state/activity.h"
 #include "state/never_sleep_state.h"
 
 namespace {
@@ -141,6 +142,7 @@ HRESULT HOLVAgentApi::SetDoNotDisturbTimeInterval(UINT nStartTimeInMinutes, UINT
 {
     Log(1, L"HOLVAgentApi::SetDoNotDisturbTimeInterval",
         L"SetDoNotDisturbTimeInterval, Start=%d, End=%d\n", nStartTimeInMinutes, nEndTimeInMinutes);
+    const Activity change(Activity::Kind::fact);
     RegWriteDWord(L"DoNotDisturbStart", nStartTimeInMinutes);
     RegWriteDWord(L"DoNotDisturbEnd", nEndTimeInMinutes);
     g_dwDoNotDisturbStart = nStartTimeInMinutes;

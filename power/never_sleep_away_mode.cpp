@@ -123,3 +123,13 @@ BOOL CNeverSleepAwayMode::EnableIdleTimer()
                   L"No outstanding system reuired request to clear, returning.", nullptr, 2,
                   L"Unable to enable idle timer", L"Idle timer is now controlled by OS"});
 }
+
+BOOL CNeverSleepAwayMode::AreBoth(BOOL wanted)
+{
+    const ScopedLock lock(g_lock);
+    const auto is_wanted = [wanted](HANDLE request, BOOL requested) {
+        return request == INVALID_HANDLE_VALUE || requested == wanted;
+    };
+    return is_wanted(m_hAwayModeRequest, m_bAwayModeRequested) &&
+           is_wanted(m_hSystemRequiredRequest, m_bSystemRequiredRequested);
+}

@@ -25,6 +25,10 @@ public:
     static BOOL DisableIdleTimer();
     static BOOL EnableIdleTimer();
 
+    // Whether both requests are set, or both are not set, as `wanted` says; one that could not be
+    // created counts as wanted.
+    static BOOL AreBoth(BOOL wanted);
+
 private:
     struct Change;
     static BOOL Apply(const Change& change);

@@ -1,6 +1,7 @@
 // Changes the power plans for never-sleep mode, and restores them.
 #pragma once
 
+#include <atomic>
 #include <optional>
 
 #include "platform/lock.h"
@@ -89,6 +90,25 @@ public:
         return GetActiveSleepIdleTimeoutValue(IsOnAcNow());
     }
 
+    // --- What the reconciler compares and repeats (plan_facts.cpp) ---
+
+    struct Plans
+    {
+        bool user_saved;  // the plan in `user` is the user's
+        GUID user;
+        GUID never_sleep;
+        bool timeout_shortened;  // by TransitionFromHolvToS3, and not restored yet
+        bool leave_failed;       // the last leave could not restore a value
+        bool activation_failed;  // the last activation of a plan by the service
+    };
+    Plans GetPlans() const;
+
+    // The active plan; nothing when it cannot be read.
+    static std::optional<GUID> GetActiveScheme();
+
+    // Repeats the leave that could not restore a value; does nothing in a never-sleep state.
+    void RepeatLeave();
+
     // --- Access to plans (power_setting_accessors.cpp) ---
 
     // Activates a plan, which also puts the values written to it into effect.
@@ -136,7 +156,8 @@ private:
         const PowerSchemeConfig& read;  // nonzero where the value was ever read
 
         bool MayChange(const PlanSetting& setting, BOOL bAc) const;
-        void Set(const PlanSetting& setting, BOOL bAc, DWORD value) const;
+        // FALSE when the write failed.
+        BOOL Set(const PlanSetting& setting, BOOL bAc, DWORD value) const;
     };
     struct AcDcValues
     {
@@ -167,11 +188,11 @@ private:
     static void ConfigureSchemeForHolv(const ChangeablePlan& plan);
     AcDcValues ReadUserValues(const PlanSetting& setting) const;
     void SetHolvValues(const PlanSetting& setting, const AcDcValues& values) const;
-    void RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const;
-    void RestoreHolvValues(const PlanSetting& setting) const;
+    BOOL RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const;
+    BOOL RestoreHolvValues(const PlanSetting& setting) const;
     void LimitProcessor(BOOL bAc, DWORD maximumPercent) const;
-    void RestoreProcessor(BOOL bAc) const;
-    void RestoreOverriddenSleepTimeout();
+    BOOL RestoreProcessor(BOOL bAc) const;
+    BOOL RestoreOverriddenSleepTimeout();
 
     BOOL m_bUserOptionsSaved = FALSE;
     GUID m_UserScheme{};
@@ -194,5 +215,10 @@ private:
 
     BOOL m_bInNeverSleepState = FALSE;  // between an Enter and its Exit
 
-    CriticalSection m_lock;
+    // The leave that could not restore a value, and whether the sleep time-out was one of them.
+    void (CPowerPolicyManager::*m_pFailedLeave)() = nullptr;
+    BOOL m_bFailedWithTimeout = FALSE;
+    static std::atomic<BOOL> m_bActivationFailed;
+
+    mutable CriticalSection m_lock;
 };

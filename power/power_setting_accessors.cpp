@@ -237,7 +237,8 @@ void CPowerPolicyManager::SetActivePowerScheme(const GUID* scheme)
         return;
     }
     const JournaledChange change = ChangeOfActivePlan(*scheme);
-    if (!change.Made(PowerSetActiveScheme(nullptr, scheme) == ERROR_SUCCESS)) {
+    m_bActivationFailed = !change.Made(PowerSetActiveScheme(nullptr, scheme) == ERROR_SUCCESS);
+    if (m_bActivationFailed) {
         Log(3, kFunction, L"PowerSetActiveScheme failed with error %d", GetLastError());
         return;
     }

@@ -57,15 +57,15 @@ void CPowerPolicyManager::SetHolvValues(const PlanSetting& setting, const AcDcVa
     if (values.dc) plan.Set(setting, FALSE, *values.dc);
 }
 
-void CPowerPolicyManager::RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const
+BOOL CPowerPolicyManager::RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const
 {
-    HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
+    return HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
 }
 
-void CPowerPolicyManager::RestoreHolvValues(const PlanSetting& setting) const
+BOOL CPowerPolicyManager::RestoreHolvValues(const PlanSetting& setting) const
 {
-    RestoreHolvValue(setting, TRUE);
-    RestoreHolvValue(setting, FALSE);
+    const BOOL ac_restored = RestoreHolvValue(setting, TRUE);
+    return RestoreHolvValue(setting, FALSE) && ac_restored;
 }
 
 // Changes minimum and maximum together, or neither of them if one could not be restored.
@@ -77,18 +77,19 @@ void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
     plan.Set(kProcMax, bAc, maximumPercent);
 }
 
-void CPowerPolicyManager::RestoreProcessor(BOOL bAc) const
+BOOL CPowerPolicyManager::RestoreProcessor(BOOL bAc) const
 {
-    if (m_HolvConfig.*kProcMin.Field(bAc) == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return;
-    RestoreHolvValue(kProcMin, bAc);
-    RestoreHolvValue(kProcMax, bAc);
+    const DWORD minimum = m_HolvConfig.*kProcMin.Field(bAc);
+    if (minimum == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return TRUE;
+    const BOOL restored = RestoreHolvValue(kProcMin, bAc);
+    return RestoreHolvValue(kProcMax, bAc) && restored;
 }
 
-void CPowerPolicyManager::RestoreOverriddenSleepTimeout()
+BOOL CPowerPolicyManager::RestoreOverriddenSleepTimeout()
 {
-    if (!m_bSleepTimeoutOverridden) return;
+    if (!m_bSleepTimeoutOverridden) return TRUE;
     m_bSleepTimeoutOverridden = FALSE;
-    RestoreHolvValues(kSleepTimeout);
+    return RestoreHolvValues(kSleepTimeout);
 }
 
 // --- Control ---
@@ -145,14 +146,17 @@ void CPowerPolicyManager::ExitHolvState()
     constexpr const wchar_t* kFunction = L"CPowerPolicyManager::ExitHolvState";
     const Transition transition(m_lock, kFunction);
     m_bInNeverSleepState = FALSE;
-    RestoreOverriddenSleepTimeout();
-    RestoreHolvValues(kBrightness);
+    const BOOL shortened = m_bSleepTimeoutOverridden;
+    BOOL restored = RestoreOverriddenSleepTimeout();
+    restored &= RestoreHolvValues(kBrightness);
     Log(6, kFunction, L"Power saver AC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredAc);
     Log(6, kFunction, L"Power saver DC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredDc);
-    RestoreHolvValues(kPasswordRequired);
+    restored &= RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
+    m_pFailedLeave = restored ? nullptr : &CPowerPolicyManager::ExitHolvState;
+    m_bFailedWithTimeout = shortened;
 }
 
 // --- HOLV_DND ---
@@ -182,18 +186,22 @@ void CPowerPolicyManager::ExitDoNotDisturbState()
 {
     const Transition transition(m_lock, L"CPowerPolicyManager::ExitDoNotDisturbState");
     m_bInNeverSleepState = FALSE;
+    const BOOL shortened = m_bSleepTimeoutOverridden;
+    BOOL restored = TRUE;
     // Restore what the entry changed, even if the settings have changed since.
-    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) RestoreProcessor(FALSE);
-    RestoreProcessor(TRUE);
+    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) restored &= RestoreProcessor(FALSE);
+    restored &= RestoreProcessor(TRUE);
     if (g_bDndToS3 || m_bSleepAllowedInDnd) {
-        RestoreHolvValues(kSleepTimeout);
-        RestoreHolvValues(kRtcWake);
+        restored &= RestoreHolvValues(kSleepTimeout);
+        restored &= RestoreHolvValues(kRtcWake);
     }
-    m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
-    RestoreOverriddenSleepTimeout();
-    RestoreHolvValues(kBrightness);
-    RestoreHolvValues(kPasswordRequired);
+    restored &= RestoreOverriddenSleepTimeout();
+    restored &= RestoreHolvValues(kBrightness);
+    restored &= RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
+    if (restored) m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
+    m_pFailedLeave = restored ? nullptr : &CPowerPolicyManager::ExitDoNotDisturbState;
+    m_bFailedWithTimeout = shortened;
 }
 
 // --- Others ---
@@ -215,8 +223,12 @@ void CPowerPolicyManager::OnPowerOptionChanged(const GUID* newScheme)
     const ScopedLock lock(m_lock);
     Log(6, kFunction, L"CPowerPolicyManager::OnPowerOptionChanged");
     // The caller saw S0_NORMAL, but a never-sleep state may have been entered since. The active
-    // plan is then the service's, not the user's choice.
-    if (SameScheme(*newScheme, m_UserScheme) || m_bInNeverSleepState) {
+    // plan is then the service's, not the user's choice. TransitionFromHolvToS3 activates it too,
+    // also where the state before the sleep was S0_NORMAL.
+    const bool own_activation =
+        m_bInNeverSleepState ||
+        (m_bSleepTimeoutOverridden && SameScheme(*newScheme, m_HolvConfig.guidScheme));
+    if (SameScheme(*newScheme, m_UserScheme) || own_activation) {
         Log(6, kFunction, L"Doing nothing");
         return;
     }

@@ -10,9 +10,10 @@
 #include "log/log.h"
 #include "platform/power.h"
 #include "platform/session.h"
-#include "reconciler/user_return.h"
+#include "reconciler/facts.h"
 #include "service/module.h"
 #include "service/service_status.h"
+#include "state/activity.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 
@@ -41,30 +42,34 @@ T DataOf(const Setting& setting)
 // For settings whose value fits one byte (0 to 2).
 DWORD FirstByteOf(const Setting& setting) { return setting.Data[0]; }
 
-// A departure of the user is noted before the state machine acts on it, so that the watch over an
-// earlier return ends first; a return is noted after.
+// What the reconciler is to know of the user is noted with what the state machine does then.
 
 void OnAwayMode(DWORD state)
 {
     constexpr DWORD kEntered = 1;
-    if (state == kEntered) NoteUser(UserNotice::away_mode_on);
+    NoteUser(state == kEntered ? UserNotice::away_mode_on : UserNotice::away_mode_off);
     S::OnAwayModeEvent(state);
-    if (state != kEntered) NoteUser(UserNotice::away_mode_off);
+}
+
+void NotePresent()
+{
+    const Activity activity(Activity::Kind::fact);
+    NoteUser(UserNotice::present);
 }
 
 void OnUserPresence(DWORD presence)
 {
     constexpr DWORD kPresent = 0;
+    if (presence == kPresent) NotePresent();
     S::OnUserPresenceEvent(presence);
-    if (presence == kPresent) NoteUser(UserNotice::present);
 }
 
 void OnDisplay(DWORD state)
 {
     constexpr DWORD kOn = 1;
-    S::OnDisplayStateChange(state);
     // Windows 7 announces no presence.
-    if (state == kOn && S::m_bIsWindows7) NoteUser(UserNotice::present);
+    if (state == kOn && S::m_bIsWindows7) NotePresent();
+    S::OnDisplayStateChange(state);
 }
 
 void OnSuspend()
@@ -75,29 +80,43 @@ void OnSuspend()
 
 void OnResume(BOOL attended)
 {
-    S::OnResume(attended);
     NoteUser(attended ? UserNotice::attended_resume : UserNotice::unattended_resume);
+    S::OnResume(attended);
+}
+
+void OnPlanChange(const GUID& personality)
+{
+    NoteActivePlan();
+    S::OnPowerOptionChanged(personality);
 }
 
 // Handlers of setting changes; the first row with the setting's GUID is used.
 const struct SettingRow
 {
     const GUID* setting;
+    Activity::Kind kind;
     void (*action)(const Setting& setting);
 } kSettings[] = {
-    {&GUID_SYSTEM_AWAYMODE, [](const Setting& s) { OnAwayMode(FirstByteOf(s)); }},
-    {&GUID_POWERSCHEME_PERSONALITY,
-     [](const Setting& s) { S::OnPowerOptionChanged(DataOf<GUID>(s)); }},
-    {&GUID_GLOBAL_USER_PRESENCE, [](const Setting& s) { OnUserPresence(FirstByteOf(s)); }},
-    {&GUID_MONITOR_POWER_ON, [](const Setting& s) { OnDisplay(FirstByteOf(s)); }},
-    {&GUID_ACDC_POWER_SOURCE, [](const Setting& s) { S::OnPowerSourceChange(DataOf<DWORD>(s)); }},
-    {&GUID_STANDBY_TIMEOUT, [](const Setting& s) { S::OnSleepTimeoutChange(DataOf<DWORD>(s)); }},
+    {&GUID_SYSTEM_AWAYMODE, Activity::Kind::fact,
+     [](const Setting& s) { OnAwayMode(FirstByteOf(s)); }},
+    {&GUID_POWERSCHEME_PERSONALITY, Activity::Kind::notice,
+     [](const Setting& s) { OnPlanChange(DataOf<GUID>(s)); }},
+    {&GUID_GLOBAL_USER_PRESENCE, Activity::Kind::notice,
+     [](const Setting& s) { OnUserPresence(FirstByteOf(s)); }},
+    {&GUID_MONITOR_POWER_ON, Activity::Kind::notice,
+     [](const Setting& s) { OnDisplay(FirstByteOf(s)); }},
+    {&GUID_ACDC_POWER_SOURCE, Activity::Kind::fact,
+     [](const Setting& s) { S::OnPowerSourceChange(DataOf<DWORD>(s)); }},
+    {&GUID_STANDBY_TIMEOUT, Activity::Kind::notice,
+     [](const Setting& s) { S::OnSleepTimeoutChange(DataOf<DWORD>(s)); }},
 };
 
 void OnPowerSettingChange(const Setting& setting)
 {
     for (const SettingRow& row : kSettings) {
-        if (IsEqualGUID(*row.setting, setting.PowerSetting)) return row.action(setting);
+        if (!IsEqualGUID(*row.setting, setting.PowerSetting)) continue;
+        const Activity activity(row.kind);
+        return row.action(setting);
     }
     const GUID& guid = setting.PowerSetting;
     ULONGLONG last = 0;
@@ -127,7 +146,9 @@ void OnPowerEvent(DWORD event, const void* data)
         return;
     }
     const auto* row = std::ranges::find(kPowerEvents, event, &PowerEventRow::event);
-    if (row != std::end(kPowerEvents)) row->action();
+    if (row == std::end(kPowerEvents)) return;
+    const Activity activity(Activity::Kind::fact);
+    row->action();
 }
 
 using ControlAction = void (*)(DWORD eventType, const void* eventData);
@@ -138,7 +159,11 @@ void ChangeSession(DWORD eventType, const void* eventData)
 {
     S::OnSessionChange(eventType, static_cast<const WTSSESSION_NOTIFICATION*>(eventData));
 }
-void ChangeTime(DWORD, const void*) { S::OnSystemTimeChange(); }
+void ChangeTime(DWORD, const void*)
+{
+    const Activity activity(Activity::Kind::fact);
+    S::OnSystemTimeChange();
+}
 
 const struct ControlRow
 {

@@ -3,7 +3,7 @@
 #include "log/log.h"
 #include "platform/message.h"
 #include "platform/power.h"
-#include "reconciler/user_return.h"
+#include "reconciler/reconciler.h"
 #include "service/identity.h"
 #include "service/logging_library.h"
 #include "service/module.h"
@@ -48,7 +48,7 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
         Log(6, kServiceMain, L"HOLV service state machine starts");
         // The state machine's thread is what ends the message loop. Without it, end the loop here.
         if (!state_machine) PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
-        if (state_machine) StartUserReturnWatch();
+        if (state_machine) StartReconciler();
         SetExitCode(m_status, static_cast<DWORD>(RunMessageLoop(0)));
         EndService(state_machine);
     }
@@ -90,7 +90,7 @@ bool CNeverSleepModule::StartService()
 void CNeverSleepModule::EndService(const OwnedHandle& stateMachine)
 {
     for (OwnedPowerNotification& registration : m_powerNotifications) registration.Reset();
-    EndUserReturnWatch();
+    EndReconciler();
     // When no class object could be registered, the message loop ends early and the state machine
     // still runs. Stop it first: its events must not be closed while it waits for them.
     SignalGlobalEvent(EVENT_SERVICE_STOP);

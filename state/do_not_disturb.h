@@ -3,6 +3,9 @@
 
 #include "platform/base.h"
 
+// The present local time. Any thread.
+DWORD MinutesSinceMidnight();
+
 // The minutes from `start` up to but not including `end`, across midnight when `start` is the later
 // one. Values of 1440 and above are kept as they are: the clock never shows them.
 struct DoNotDisturbHours

@@ -8,6 +8,7 @@
 #include "restore/restoring.h"
 #include "service/service_status.h"
 #include "settings/settings.h"
+#include "state/activity.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 #include "state/state_change.h"
@@ -76,6 +77,7 @@ constexpr std::array<Slot, kGlobalEventCount> kSlots{{
 
 void StartUp()
 {
+    const Activity start(Activity::Kind::fact);
     S::InitializeState();
     if (!g_bDebugEnabled && !S::m_pDriverApi.Get()) {
         Log(1, kRun, L"ACPI device is mssing. No hardware notification will be supported ....\n");
@@ -112,6 +114,7 @@ bool LeaveCurrentState(const Slot& slot, std::optional<StateChange>& change)
 
 void Act(GlobalEvent signalled)
 {
+    const Activity pass(Activity::Kind::pass);
     const Slot& slot = kSlots[signalled];
     std::optional<StateChange> change;
     const bool left = LeaveCurrentState(slot, change);
@@ -143,6 +146,7 @@ void CNeverSleepState::Run()
         Act(static_cast<GlobalEvent>(signalled));
         stop_requested = signalled == EVENT_SERVICE_STOP;
     }
+    const Activity end(Activity::Kind::pass);
     StopNeverSleep();
     UninitializeState();
     Log(6, kRun, L"HOLV State Machine Exited");

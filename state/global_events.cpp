@@ -14,6 +14,9 @@ namespace {
 // ServiceMain closes the handles, and must not signal a closed one.
 CriticalSection g_lock;
 
+// When the timers fall due, in milliseconds; 0 where they are not armed. Under the lock.
+ULONGLONG g_due[kGlobalEventCount] = {};
+
 bool IsEvent(int slot) { return slot < kFirstTimer; }
 
 }  // namespace
@@ -37,6 +40,7 @@ void createGlobalEvents()
 void closeGlobalEvents()
 {
     const ScopedLock lock(g_lock);
+    for (ULONGLONG& due : g_due) due = 0;
     for (HANDLE& handle : g_hGlobalEvents) {
         const OwnedHandle closed(std::exchange(handle, nullptr));
     }
@@ -68,12 +72,27 @@ BOOL ArmGlobalTimer(GlobalEvent timer, LONGLONG due, DWORD periodMs, BOOL resume
     if (!g_hGlobalEvents[timer]) return FALSE;
     LARGE_INTEGER time;
     time.QuadPart = due;
-    return SetWaitableTimer(g_hGlobalEvents[timer], &time, static_cast<LONG>(periodMs), nullptr,
-                            nullptr, resume);
+    const BOOL armed = SetWaitableTimer(g_hGlobalEvents[timer], &time, static_cast<LONG>(periodMs),
+                                        nullptr, nullptr, resume);
+    constexpr LONGLONG kUnitsPerMs = kUnitsPerSecond / 1000;
+    if (armed) g_due[timer] = GetTickCount64() + static_cast<ULONGLONG>(-due / kUnitsPerMs);
+    return armed;
 }
 
 void CancelGlobalTimer(GlobalEvent timer)
 {
     const ScopedLock lock(g_lock);
-    if (g_hGlobalEvents[timer]) CancelWaitableTimer(g_hGlobalEvents[timer]);
+    const HANDLE handle = g_hGlobalEvents[timer];
+    if (!handle) return;
+    CancelWaitableTimer(handle);
+    g_due[timer] = 0;
+    // Does not wait: it resets a timer that is signalled.
+    WaitForSingleObject(handle, 0);
+}
+
+std::optional<ULONGLONG> GlobalTimerDue(GlobalEvent timer)
+{
+    const ScopedLock lock(g_lock);
+    if (g_due[timer] <= GetTickCount64()) return std::nullopt;
+    return g_due[timer];
 }

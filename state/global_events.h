@@ -2,6 +2,8 @@
 // them.
 #pragma once
 
+#include <optional>
+
 #include "platform/kernel.h"
 
 // The slots, in their order of priority: when several are signalled, the lowest is taken first.
@@ -55,5 +57,11 @@ void ResetGlobalEvent(GlobalEvent event);
 // 0 for a single expiry; with `resume` the timer may wake the PC. FALSE when it could not be armed.
 BOOL ArmGlobalTimer(GlobalEvent timer, LONGLONG due, DWORD periodMs, BOOL resume);
 
-// Disarms a timer; does nothing without a handle.
+// Disarms a timer, and takes back the signal of one that has fallen due unnoticed: a timer falls
+// due in a sleep too, and the loop must not act on it after it was cancelled. Does nothing without
+// a handle.
 void CancelGlobalTimer(GlobalEvent timer);
+
+// When a timer without a period falls due, in the milliseconds of GetTickCount64. Nothing where it
+// is not armed or has fallen due.
+std::optional<ULONGLONG> GlobalTimerDue(GlobalEvent timer);

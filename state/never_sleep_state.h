@@ -76,6 +76,9 @@ public:
     static void ConfigureSystemRequired(BOOL bAc);
     static void ConfigurePowerRequests();
 
+    // Whether never-sleep mode is allowed now.
+    static BOOL IsNeverSleepAllowed(BOOL bAc);
+
     // Whether the PC is on AC power; TRUE when there is no power policy manager to ask.
     static BOOL OnAc();
 

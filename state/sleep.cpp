@@ -10,6 +10,7 @@
 #include "platform/owned.h"
 #include "platform/power.h"
 #include "power/machine_power.h"
+#include "state/activity.h"
 #include "state/feature.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
@@ -52,6 +53,7 @@ DWORD WINAPI SuspendThreadProc(LPVOID)
         Log(6, kFunction, L"SetSuspendState failed gle:%d", GetLastError());
     }
     Log(6, kFunction, L"In suspend thread, resumed from suspend");
+    const Activity refresh(Activity::Kind::notice);
     // The do-not-disturb hours may have begun or ended during the sleep.
     CNeverSleepState::RefreshDoNotDisturbState();
     return 0;

@@ -19,13 +19,6 @@ constexpr DWORD kSecondsPerMinute = 60;
 constexpr DWORD kIdleRecheckSeconds = 30;
 constexpr DWORD kEntryDelaySeconds = 1;
 
-DWORD MinutesSinceMidnight()
-{
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    return now.wHour * 60u + now.wMinute;
-}
-
 DoNotDisturbHours Hours() { return {g_dwDoNotDisturbStart, g_dwDoNotDisturbEnd}; }
 
 // Takes time and hours as arguments, so that the caller continues with the same snapshot.
@@ -90,6 +83,13 @@ DWORD WINAPI EnterNeverSleepStateWithDelayProc(LPVOID)
 }  // namespace
 
 // --- Do-not-disturb hours ---
+
+DWORD MinutesSinceMidnight()
+{
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    return now.wHour * 60u + now.wMinute;
+}
 
 BOOL CNeverSleepState::CheckIfDoNotDisturbTime()
 {

@@ -135,6 +135,8 @@ void CNeverSleepState::ConfigureSystemRequired(BOOL bAc)
                      CNeverSleepAwayMode::DisableIdleTimer, CNeverSleepAwayMode::EnableIdleTimer);
 }
 
+BOOL CNeverSleepState::IsNeverSleepAllowed(BOOL bAc) { return DecisionInputs(bAc).Ready(); }
+
 void CNeverSleepState::ConfigurePowerRequests()
 {
     ConfigureAwayMode(OnAc());

@@ -165,8 +165,8 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
         {"CreateWaitableTimerW", 6, 5, "stopped", "running stopped stopped ",
          "CreateWaitabletimer (12) failed"},
         {"CreateThread", 1, 5, "stopped", "running stopped ", "Service stopped"},
-        // The service runs without the watch over the user's return.
-        {"CreateEventW", 9, 5, "running", "running ", "UserReturnWatch   Not started, GLE=5"},
+        // The service runs without the reconciler.
+        {"CreateEventW", 9, 5, "running", "running ", "Reconciler   Not started, GLE=5"},
         {"CoInitializeSecurity", 1, 5, "running", "running ", ""},
         {"CoResumeClassObjects", 1, 0x80004005, "stopped 2147500037", "running stopped stopped ",
          resumed_in_vain},

@@ -29,7 +29,10 @@ public:
         return static_cast<std::atomic<std::int32_t>*>(view.Symbol(symbol));
     }
 
-    int Signals() const { return heard.Times("The user is back but the state is"); }
+    int Signals() const
+    {
+        return heard.Times("The user is back but normal use has not begun, the state is");
+    }
 
     // The state machine enters normal use. Amid that, the PC goes to sleep, or into away mode, and
     // the user wakes it; only when the service has handled all of it does the entry go on.
@@ -77,21 +80,25 @@ protected:
 
 TEST_F(UserReturnTest, AReturnThatTheEntryIntoNormalUseAbsorbedLeadsThereAfterAQuietTime)
 {
-    Storm({.seeds = 10}, [](const Machine::Options& life) {
+    int absorbed = 0;
+    Storm({.seeds = 10}, [&](const Machine::Options& life) {
         for (const bool from_away_mode : {false, true}) {
             SCOPED_TRACE(from_away_mode ? "away" : "asleep");
             ReturnPc user(life);
             user.ReturnAmidTheEntry(from_away_mode);
-            ASSERT_EQ(user.State(), from_away_mode ? "HOLV_ACTIVE" : "HOLV_S3");
+            // Another thread may come upon the change first, and then the signal is not lost.
+            const bool lost = user.State() == (from_away_mode ? "HOLV_ACTIVE" : "HOLV_S3");
+            absorbed += lost;
             user.pc.RunFor(37s);
             EXPECT_EQ(user.Signals(), 0) << "the quiet time is not over";
             user.pc.RunFor(3s);
             user.ExpectNormalUse("after the quiet time");
             user.pc.RunFor(10min);
-            EXPECT_EQ(user.Signals(), 1);
+            EXPECT_EQ(user.Signals(), lost ? 1 : 0);
             user.StopService();
         }
     });
+    EXPECT_GT(absorbed, 0);
 }
 
 TEST_F(UserReturnTest, AUserWhoLeavesWithinTheQuietTimeIsNotBroughtBack)
@@ -134,7 +141,7 @@ TEST(UserReturnLimitTest, GivesUpAfterThreeAttemptsUntilTheNextReturn)
         user.pc.user.Input();
         user.pc.RunFor(1h);
         EXPECT_EQ(user.Signals(), 3 * returns);
-        EXPECT_EQ(user.heard.Times("giving up until the user returns again"), returns);
+        EXPECT_EQ(user.heard.Times("giving up until something changes"), returns);
     }
     user.pc.Watch(nullptr, {});
     user.StopService();

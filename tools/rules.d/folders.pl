@@ -7,7 +7,7 @@ use warnings;
 my %machines = map { $_ => 1 } qw(pc tests storm ctl bench fuzz);
 my %service_folder = map { $_ => 1 } @Tree::service;
 # Folders that may include only these others, and be included by those only.
-my %includes_only = (reconciler => [qw(reconciler state log settings platform)],
+my %includes_only = (reconciler => [qw(reconciler state power log settings platform)],
                      restore => [qw(restore log platform)]);
 my %included_by_only = (reconciler => [qw(reconciler service pc ctl storm tests)]);
 

@@ -1,0 +1,148 @@
+#include "reconciler/facts.h"
+
+#include "platform/kernel.h"
+#include "platform/power.h"
+#include "power/never_sleep_away_mode.h"
+#include "settings/settings.h"
+#include "state/global_events.h"
+#include "state/on_ac_power.h"
+
+namespace {
+
+using S = CNeverSleepState;
+
+// What was announced. Written within an Activity, read within a Standstill.
+UserFacts g_user;
+std::optional<GUID> g_chosen_plan;
+GUID g_chosen_over{};  // the user's plan at that time
+
+UserFacts After(UserNotice notice, UserFacts facts)
+{
+    switch (notice) {
+        case UserNotice::suspend:
+            facts.suspended = true;
+            facts.there = false;
+            break;
+        case UserNotice::unattended_resume:
+            facts.suspended = false;
+            break;
+        case UserNotice::attended_resume:
+            facts.suspended = false;
+            facts.there = true;
+            break;
+        case UserNotice::away_mode_on:
+            facts.away = true;
+            facts.there = false;
+            break;
+        case UserNotice::away_mode_off:
+            facts.away = false;
+            facts.there = !facts.suspended;
+            break;
+        case UserNotice::present:
+            // A program may turn the display on in away mode, and a notice may arrive late, when
+            // the PC is about to sleep.
+            if (!facts.away && !facts.suspended) facts.there = true;
+            break;
+    }
+    return facts;
+}
+
+std::optional<bool> ReadSource()
+{
+    constexpr BYTE kOffline = 0;
+    constexpr BYTE kOnline = 1;
+    SYSTEM_POWER_STATUS status{};
+    if (!GetSystemPowerStatus(&status)) return std::nullopt;
+    if (status.ACLineStatus != kOffline && status.ACLineStatus != kOnline) return std::nullopt;
+    return status.ACLineStatus == kOnline;
+}
+
+// A failed query counts as yes.
+bool ReadSleeps()
+{
+    SYSTEM_POWER_CAPABILITIES capabilities{};
+    return CallNtPowerInformation(SystemPowerCapabilities, nullptr, 0, &capabilities,
+                                  sizeof(capabilities)) != 0 ||
+           capabilities.SystemS3;
+}
+
+std::optional<ULONGLONG> TimeTo(GlobalEvent timer)
+{
+    const std::optional<ULONGLONG> due = GlobalTimerDue(timer);
+    if (!due) return std::nullopt;
+    const ULONGLONG now = GetTickCount64();
+    return *due > now ? *due - now : 0;
+}
+
+bool IsNeverSleepState(ESystemState state)
+{
+    return state == HOLV_ACTIVE || state == HOLV_IDLE || state == HOLV_DND;
+}
+
+void ReadHours(Facts& facts)
+{
+    facts.hours_enabled = g_bEnableDoNotDisturb != 0;
+    facts.hours = {g_dwDoNotDisturbStart, g_dwDoNotDisturbEnd};
+    facts.now = MinutesSinceMidnight();
+    facts.in_hours = facts.hours_enabled && facts.hours.Contain(facts.now);
+    facts.known_as_in_hours = S::m_bSeenDndStart != FALSE;
+    facts.to_start = TimeTo(TIMER_DND_START);
+    facts.to_end = TimeTo(TIMER_DND_END);
+}
+
+// Whether the user has chosen again since the plan was noted: another one in normal use, or his own
+// in never-sleep mode, which is at rest now.
+bool IsOutOfDate(const Facts& facts)
+{
+    const GUID& user = facts.plans.user;
+    if (!IsEqualGUID(user, g_chosen_over)) return true;
+    return IsNeverSleepState(facts.state) && facts.active_plan &&
+           IsEqualGUID(*facts.active_plan, user) && !IsEqualGUID(user, facts.plans.never_sleep);
+}
+
+}  // namespace
+
+void NoteUser(UserNotice notice) { g_user = After(notice, g_user); }
+
+// The plans of the user and of never-sleep mode also become active by the service's own leaves and
+// entries, and count as no choice.
+void NoteActivePlan()
+{
+    const ESystemState state = S::m_eSystemState;
+    const ESystemState previous = S::m_ePreviousState;
+    const auto manager = S::m_pPowerPolicyManager.Get();
+    if (!manager || !IsNeverSleepState(state == HOLV_S3 ? previous : state)) return;
+    const auto active = CPowerPolicyManager::GetActiveScheme();
+    const CPowerPolicyManager::Plans plans = manager->GetPlans();
+    if (!active || !plans.user_saved) return;
+    if (!IsEqualGUID(*active, plans.user) && !IsEqualGUID(*active, plans.never_sleep)) {
+        g_chosen_plan = active;
+        g_chosen_over = plans.user;
+    }
+}
+
+void ForgetChosenPlan() { g_chosen_plan.reset(); }
+
+Facts ReadFacts()
+{
+    Facts facts{};
+    facts.user = g_user;
+    const auto manager = S::m_pPowerPolicyManager.Get();
+    facts.running = manager != nullptr;
+    if (!manager) return facts;
+    facts.feature_on = g_bEnableNeverSleep != 0;
+    facts.state = S::m_eSystemState;
+    facts.sleeps = ReadSleeps();
+    facts.on_ac = ReadSource();
+    facts.known_as_on_ac = g_bOnAcPower != FALSE;
+    facts.battery_low = S::m_bBatteryThresholdCrossed != FALSE;
+    facts.allowed = S::IsNeverSleepAllowed(S::OnAc()) != FALSE;
+    facts.requests_as_allowed = CNeverSleepAwayMode::AreBoth(facts.allowed) != FALSE;
+    facts.requests_released = CNeverSleepAwayMode::AreBoth(FALSE) != FALSE;
+    ReadHours(facts);
+    facts.active_plan = CPowerPolicyManager::GetActiveScheme();
+    facts.plans = manager->GetPlans();
+    if (IsOutOfDate(facts)) ForgetChosenPlan();
+    facts.chosen_plan = g_chosen_plan;
+    return facts;
+}

@@ -1,0 +1,130 @@
+#include "reconciler/reconciler.h"
+
+#include <atomic>
+#include <utility>
+#include <vector>
+
+#include "log/log.h"
+#include "platform/owned.h"
+#include "reconciler/rules.h"
+#include "state/activity.h"
+
+namespace {
+
+constexpr const wchar_t* kReconciler = L"Reconciler";
+
+// Longer than the state machine itself waits before it acts: a second before a delayed entry, and
+// thirty before it looks again at an idle time that has run out. What is still wrong then stays so.
+constexpr DWORD kQuietMs = 40'000;
+// Until an operation that began within the quiet time has ended.
+constexpr DWORD kBusyMs = 1'000;
+// What three attempts have not cured, they cannot. A change of the facts begins a new count.
+constexpr int kAttemptsMax = 3;
+constexpr DWORD kEndMs = 5000;
+
+std::atomic<bool> g_ends = false;
+OwnedHandle g_changed;  // signalled at every change, and for the end
+OwnedHandle g_thread;
+
+struct Attempts
+{
+    unsigned facts = 0;  // the number of the change that they follow
+    int count = 0;
+    bool said = false;
+};
+
+class Reconciler
+{
+public:
+    // Looks after a change, or after a time-out, and returns the next time-out.
+    DWORD Look(bool timed_out)
+    {
+        const Standstill standstill;
+        const ChangeCounts changes = standstill.Changes();
+        const bool quiet = timed_out && changes.all == m_seen.all;
+        m_seen = changes;
+        if (!quiet) return kQuietMs;
+        if (!standstill.Complete()) return kBusyMs;
+        return Compare() ? kQuietMs : INFINITE;
+    }
+
+private:
+    // Whether a rule was broken that was tried to be cured.
+    bool Compare()
+    {
+        Facts facts = ReadFacts();
+        // Then the resume is the next change.
+        if (!facts.running || facts.user.suspended) return false;
+        bool tried = false;
+        for (std::size_t i = 0; i < m_attempts.size(); ++i) {
+            const Rule& rule = Rules()[i];
+            if (!rule.broken(facts) || !MayTry(m_attempts[i], rule, facts)) continue;
+            rule.cure(facts);
+            tried = true;
+            facts = ReadFacts();
+        }
+        return tried;
+    }
+
+    // Counts an attempt and says so, or that there will be no more.
+    bool MayTry(Attempts& attempts, const Rule& rule, const Facts& facts)
+    {
+        if (attempts.facts != m_seen.facts) attempts = {m_seen.facts, 0, attempts.said};
+        if (attempts.count > kAttemptsMax) return false;
+        if (++attempts.count > kAttemptsMax) {
+            Log(3, kReconciler, L"%s, giving up until something changes, the state is %s",
+                rule.wrong, StateName(facts.state));
+            return false;
+        }
+        if (rule.said_once && std::exchange(attempts.said, true)) return true;
+        Log(4, kReconciler, L"%s, the state is %s: %s, attempt %d", rule.wrong,
+            StateName(facts.state), rule.remedy, attempts.count);
+        return true;
+    }
+
+    ChangeCounts m_seen;
+    std::vector<Attempts> m_attempts{Rules().size()};
+};
+
+DWORD WINAPI ReconcilerProc(LPVOID changed)
+{
+    Reconciler reconciler;
+    for (DWORD timeout = reconciler.Look(false);;) {
+        const DWORD woken = WaitForSingleObject(changed, timeout);
+        if (g_ends) return 0;
+        if (woken == WAIT_FAILED) {
+            Log(3, kReconciler, L"The wait failed, GLE=%d: nothing is led back any more",
+                GetLastError());
+            return 0;
+        }
+        timeout = reconciler.Look(woken == WAIT_TIMEOUT);
+    }
+}
+
+}  // namespace
+
+void StartReconciler()
+{
+    g_ends = false;
+    g_changed.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    if (const HANDLE changed = g_changed.Get()) {
+        g_thread.Reset(CreateThread(nullptr, 0, ReconcilerProc, changed, 0, nullptr));
+    }
+    if (!g_thread) {
+        Log(4, kReconciler, L"Not started, GLE=%d", GetLastError());
+        return g_changed.Reset();
+    }
+    ObserveChanges(g_changed.Get());
+}
+
+void EndReconciler()
+{
+    ObserveChanges(nullptr);
+    if (!g_thread) return;
+    g_ends = true;
+    SetEvent(g_changed.Get());
+    const bool ended = WaitForSingleObject(g_thread.Get(), kEndMs) == WAIT_OBJECT_0;
+    g_thread.Reset();
+    // A thread that still runs waits on it, and the process's end closes it.
+    if (ended) g_changed.Reset();
+}

@@ -1,0 +1,16 @@
+// Leads back to what must hold.
+//
+// The state machine's operations, each right by itself, can leave a PC in a state that none of them
+// ends: the event loop resets an event after its action, so a signal that is raised meanwhile is
+// lost; a call of the system fails; a plug is pulled while the PC sleeps. A thread of its own
+// compares the facts with a table of what must hold (rules.h), some time after every change, and
+// where a rule is broken calls an operation or signals an event that there is. While nothing
+// changes it blocks without a time-out.
+#pragma once
+
+// Starts the thread. Where it cannot be started a line in the log says so, and the service goes on
+// without it.
+void StartReconciler();
+
+// Ends the thread and waits for its end, which comes at once. The global events must still be open.
+void EndReconciler();

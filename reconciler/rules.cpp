@@ -1,0 +1,188 @@
+#include "reconciler/rules.h"
+
+#include <cstdlib>
+#include <functional>
+
+#include "power/never_sleep_away_mode.h"
+#include "state/global_events.h"
+#include "state/on_ac_power.h"
+
+namespace {
+
+using S = CNeverSleepState;
+
+bool InUse(const Facts& f) { return f.feature_on && f.state != HOLV_INIT; }
+bool InNormalUse(const Facts& f) { return f.feature_on && f.state == S0_NORMAL; }
+bool NoUser(const Facts& f) { return InUse(f) && !f.user.there; }
+bool Same(const std::optional<GUID>& plan, const GUID& other)
+{
+    return plan && IsEqualGUID(*plan, other);
+}
+
+// Calls an operation of the power policy manager, if there is one.
+void Manage(const std::function<void(CPowerPolicyManager&)>& what)
+{
+    if (const auto manager = S::m_pPowerPolicyManager.Get()) what(*manager);
+}
+
+// --- The state ---
+
+bool AwayInNormalUse(const Facts& f) { return NoUser(f) && f.user.away && f.state == S0_NORMAL; }
+
+// The end of away mode counts only after its start was handled, so the start is handled again.
+void EnterAwayMode(const Facts&)
+{
+    constexpr DWORD kEntered = 1;
+    S::OnAwayModeEvent(kEntered);
+}
+
+bool AwakeButAsleep(const Facts& f) { return NoUser(f) && f.state == HOLV_S3; }
+
+bool NotByTheClock(const Facts& f)
+{
+    if (!NoUser(f)) return false;
+    const bool outside_state = f.state == HOLV_ACTIVE || f.state == HOLV_IDLE;
+    return f.in_hours ? outside_state : f.state == HOLV_DND;
+}
+
+void ChooseState(const Facts&) { S::EnterNeverSleepState(); }
+
+// --- The do-not-disturb hours ---
+
+bool HasBoundary(const Facts& f) { return InUse(f) && f.hours_enabled && !f.hours.Empty(); }
+
+bool StaleTimer(const Facts& f)
+{
+    const bool start_may = HasBoundary(f) && !f.in_hours;
+    const bool end_may = HasBoundary(f) && f.in_hours;
+    return (f.to_start && !start_may) || (f.to_end && !end_may);
+}
+
+void CancelStaleTimer(const Facts& f)
+{
+    if (!HasBoundary(f) || f.in_hours) CancelGlobalTimer(TIMER_DND_START);
+    if (!HasBoundary(f) || !f.in_hours) CancelGlobalTimer(TIMER_DND_END);
+}
+
+// The timers are set by whole minutes, so they differ from the boundary by up to one.
+bool NoTimerForTheBoundary(const Facts& f)
+{
+    if (!HasBoundary(f)) return false;
+    constexpr LONGLONG kMsPerMinute = 60'000;
+    const auto& armed = f.in_hours ? f.to_end : f.to_start;
+    const LONGLONG wanted = f.hours.MinutesToBoundary(f.now, f.in_hours) * kMsPerMinute;
+    return !armed || std::abs(static_cast<LONGLONG>(*armed) - wanted) > 2 * kMsPerMinute;
+}
+
+bool HoursNotNoticed(const Facts& f) { return InUse(f) && f.known_as_in_hours != f.in_hours; }
+
+// --- The power source and the requests ---
+
+bool SourceNotNoticed(const Facts& f)
+{
+    return InUse(f) && f.on_ac && (*f.on_ac != f.known_as_on_ac || (*f.on_ac && f.battery_low));
+}
+
+void ReadSourceAnew(const Facts& f)
+{
+    constexpr DWORD kSourceAc = 0;
+    g_bOnAcPower = FALSE;
+    // On battery the monitor runs since the feature went on.
+    if (*f.on_ac) S::OnPowerSourceChange(kSourceAc);
+}
+
+bool HeldWithoutSleep(const Facts& f) { return !f.sleeps && !f.requests_released; }
+
+void ReleaseRequests(const Facts&)
+{
+    CNeverSleepAwayMode::DisableAwayMode();
+    CNeverSleepAwayMode::EnableIdleTimer();
+}
+
+bool RequestsWrong(const Facts& f) { return f.sleeps && !f.requests_as_allowed; }
+
+// --- The plans ---
+
+bool LeaveUnfinished(const Facts& f) { return InNormalUse(f) && f.plans.leave_failed; }
+
+bool NeverSleepPlanInNormalUse(const Facts& f)
+{
+    if (!InNormalUse(f) || !f.plans.user_saved) return false;
+    const bool own = IsEqualGUID(f.plans.user, f.plans.never_sleep);
+    return f.plans.timeout_shortened || (!own && Same(f.active_plan, f.plans.never_sleep));
+}
+
+bool PlanNotActivated(const Facts& f)
+{
+    return InNormalUse(f) && f.plans.user_saved && f.plans.activation_failed;
+}
+
+bool ChoiceUndone(const Facts& f)
+{
+    return InNormalUse(f) && f.chosen_plan && Same(f.active_plan, f.plans.user);
+}
+
+bool ChoiceNotNoticed(const Facts& f)
+{
+    if (!InNormalUse(f) || !f.active_plan || Same(f.active_plan, f.plans.user)) return false;
+    return !f.plans.user_saved || !Same(f.active_plan, f.plans.never_sleep);
+}
+
+constexpr Rule kRules[] = {
+    {L"A PC with its user there is in normal use.",
+     L"The user is back but normal use has not begun", L"signalling EVENT_ENTER_S0",
+     [](const Facts& f) { return InUse(f) && f.user.there && f.state != S0_NORMAL; },
+     [](const Facts&) { SignalGlobalEvent(EVENT_ENTER_S0); }},
+    {L"A PC in away mode is in never-sleep mode.", L"Away mode is on but never-sleep mode is not",
+     L"entering it", AwayInNormalUse, EnterAwayMode},
+    {L"A PC that has woken without its user is in never-sleep mode, or sleeps again.",
+     L"The PC is awake but counts as asleep", L"choosing a state", AwakeButAsleep, ChooseState},
+    {L"A PC without its user is in HOLV_DND within the do-not-disturb hours, and only then.",
+     L"The state is not that for the time of day", L"choosing it", NotByTheClock, ChooseState},
+    {L"No other boundary of the do-not-disturb hours is awaited, and none while the feature is "
+     L"off.",
+     L"A boundary of the do-not-disturb hours is awaited that is not the next", L"cancelling it",
+     StaleTimer, CancelStaleTimer},
+    {L"The next boundary of the do-not-disturb hours is awaited.",
+     L"The next boundary of the do-not-disturb hours is not awaited", L"arming its timer",
+     NoTimerForTheBoundary, [](const Facts&) { S::CreateDoNotDisturbTimer(); }},
+    {L"The do-not-disturb hours begin and end by the clock.",
+     L"The do-not-disturb hours are not those of the clock", L"reading it anew", HoursNotNoticed,
+     [](const Facts&) { S::RefreshDoNotDisturbState(); }},
+    {L"The power source is the one that the system reports.",
+     L"The power source is not the one that the service knows", L"reading it anew",
+     SourceNotNoticed, ReadSourceAnew},
+    {L"A PC that cannot sleep in S3 is not held awake: never-sleep mode cannot work there.",
+     L"This PC does not support S3", L"releasing the power requests", HeldWithoutSleep,
+     ReleaseRequests, true},
+    {L"The power requests are held while never-sleep mode is allowed, and only then.",
+     L"The power requests are not as they should be", L"configuring them", RequestsWrong,
+     [](const Facts&) { S::ConfigurePowerRequests(); }},
+    {L"In normal use the never-sleep plan has its own values.",
+     L"A value of the never-sleep plan was not restored", L"repeating the leave", LeaveUnfinished,
+     [](const Facts&) { Manage([](auto& manager) { manager.RepeatLeave(); }); }},
+    {L"In normal use the user's plan is active.", L"The never-sleep plan is set up in normal use",
+     L"leaving it", NeverSleepPlanInNormalUse,
+     [](const Facts&) { Manage([](auto& manager) { manager.ExitHolvState(); }); }},
+    {L"In normal use the user's plan is in effect as the service set it up.",
+     L"The user's plan could not be activated", L"activating it", PlanNotActivated,
+     [](const Facts& f) { CPowerPolicyManager::SetActivePowerScheme(&f.plans.user); }},
+    {L"A plan that was chosen in the user's absence is active on the return.",
+     L"The plan that was chosen in the user's absence is not active", L"activating it",
+     ChoiceUndone,
+     [](const Facts& f) {
+         ForgetChosenPlan();
+         CPowerPolicyManager::SetActivePowerScheme(&*f.chosen_plan);
+     }},
+    {L"The plan that is active in normal use is the user's, and prepared for never-sleep mode.",
+     L"The active plan is not the one that the service knows as the user's", L"taking it over",
+     ChoiceNotNoticed,
+     [](const Facts& f) {
+         ForgetChosenPlan();
+         Manage([&f](auto& manager) { manager.OnPowerOptionChanged(&*f.active_plan); });
+     }},
+};
+
+}  // namespace
+
+std::span<const Rule> Rules() { return kRules; }

@@ -1,0 +1,65 @@
+// Spans in which a thread acts on the state machine, the timers, the power requests or the plans.
+//
+// The reconciler compares the facts with what must hold. It waits for the changes that spans leave
+// behind, and compares while no span is open, so that it never sees an operation half done.
+#pragma once
+
+#include "platform/base.h"
+#include "platform/lock.h"
+
+// One span, as long as the object. Spans of several threads may overlap; no caller holds a lock
+// when it opens one.
+class Activity
+{
+public:
+    enum class Kind
+    {
+        pass,    // of the event loop: a fact has changed if the state record says so afterwards
+        notice,  // what the service itself may have caused, and what bears on no rule by itself
+        fact,    // from outside: the user, the power source, the clock, a setting
+    };
+
+    explicit Activity(Kind kind);
+    ~Activity();
+    Activity(const Activity&) = delete;
+    Activity& operator=(const Activity&) = delete;
+
+private:
+    // The facts that the event loop finds by itself, by its timers.
+    struct Found
+    {
+        BOOL seen_dnd_start;
+        BOOL battery_low;
+        bool operator==(const Found&) const = default;
+    };
+    static Found Now();
+
+    const Kind m_kind;
+    const Found m_before;
+};
+
+// How many changes there were since the process started.
+struct ChangeCounts
+{
+    unsigned all = 0;
+    unsigned facts = 0;  // without the notices
+};
+
+// Has `changed` signalled after every change; null for none. The event must stay open until then.
+void ObserveChanges(HANDLE changed);
+
+// Keeps spans from opening during its lifetime, which must be short.
+class Standstill
+{
+public:
+    Standstill();
+    Standstill(const Standstill&) = delete;
+    Standstill& operator=(const Standstill&) = delete;
+
+    // Whether none is open that began before.
+    bool Complete() const;
+    ChangeCounts Changes() const;
+
+private:
+    const ScopedLock m_lock;
+};
