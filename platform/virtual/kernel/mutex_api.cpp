@@ -1,7 +1,6 @@
-// Named mutexes, as far as their names go: a name exists while a process has it open. Waits for
-// them are not modelled.
+// Named mutexes, as far as their names go: a global name exists while a process has it open. Waits
+// for them are not modelled.
 
-#include <map>
 #include <memory>
 #include <string>
 
@@ -23,13 +22,6 @@ private:
     const std::wstring m_name;
 };
 
-// With the machine held. The names of an earlier machine have expired with its handles.
-std::map<std::wstring, std::weak_ptr<Mutex>>& Names()
-{
-    static std::map<std::wstring, std::weak_ptr<Mutex>> names;
-    return names;
-}
-
 Function fn_create_mutex{"CreateMutexW"};
 
 }  // namespace
@@ -40,15 +32,10 @@ HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL, LPCWSTR name)
 {
     Call call(fn_create_mutex);
     if (call.Fails()) return nullptr;
-    call.thread.last_error = ERROR_SUCCESS;
-    if (!name) return call.Open(std::make_shared<Mutex>(L""));
-    std::weak_ptr<Mutex>& known = Names()[name];
-    std::shared_ptr<Mutex> mutex = known.lock();
-    if (mutex) {
-        call.thread.last_error = ERROR_ALREADY_EXISTS;
-    } else {
-        known = mutex = std::make_shared<Mutex>(name);
-    }
+    std::shared_ptr<Mutex> mutex;
+    if (name) mutex = call.machine.handles.FindNamed<Mutex>(name);
+    call.thread.last_error = mutex ? ERROR_ALREADY_EXISTS : NO_ERROR;
+    if (!mutex) mutex = std::make_shared<Mutex>(name ? name : L"");
     return call.Open(std::move(mutex));
 }
 }
