@@ -64,10 +64,6 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR value, DWORD reserved, DWORD type, const BYTE* data,
                               DWORD size);
 
-// Writes the key's changes to the disk before it returns. Costly: the whole file that holds the key
-// is written.
-LSTATUS WINAPI RegFlushKey(HKEY key);
-
 // Reads a value of any type, unchanged: a string may lack its terminator. ERROR_FILE_NOT_FOUND for
 // a missing value; ERROR_MORE_DATA, with the needed size in *size, when `data` is not null and too
 // small.

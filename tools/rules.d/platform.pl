@@ -19,7 +19,6 @@ my %no_call = (
 
 # Functions that the service does not call: who does, and why they are declared.
 my %for_others = (
-    RegFlushKey => [qr{^tests/}, 'for what must outlive a power cut'],
     wWinMain => [qr{^service/}, 'the service defines it, and the machine runs it'],
     SysStringLen => [qr{^platform/virtual/(?:.*/)?marshal\.cpp$}, 'strings between processes may hold zeros'],
     VariantClear => [qr{^pc/}, "for the PC's clients of the control interface"],

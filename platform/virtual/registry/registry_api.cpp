@@ -251,14 +251,6 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
     return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegFlushKey(HKEY key)
-{
-    Call call(fn_reg_flush_key);
-    if (call.Fails()) return static_cast<LSTATUS>(call.error());
-    RegistryPath path;
-    return PathOf(call, key, nullptr, path);
-}
-
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, BYTE* data,
                                 LPDWORD size)
 {
