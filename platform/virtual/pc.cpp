@@ -202,9 +202,6 @@ void Machine::ShutDown()
     RunUntil([this] {
         return std::ranges::none_of(processes(), [](const auto& p) { return p->running(); });
     });
-    const Hold hold(*this);
-    m_on = false;
-    sleep.SwitchOff();
     journal.Record("power switch", {{"what", L"off"}});
 }
 
