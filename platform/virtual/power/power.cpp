@@ -153,7 +153,7 @@ bool Power::Write(const GUID& plan, const GUID& setting, PowerSource to, DWORD v
 
 // --- Requests ---
 
-// The languages translate as much as is seen of them here.
+// Japanese translates EXECUTION; the other headers stay English there.
 constexpr ListingWords kEnglishListing{
     {L"DISPLAY:", L"SYSTEM:", L"AWAYMODE:", L"EXECUTION:", L"PERFBOOST:", L"ACTIVELOCKSCREEN:"},
     L"None."};

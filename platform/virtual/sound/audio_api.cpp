@@ -288,7 +288,7 @@ private:
 
 constexpr DWORD kAllStates = 0xF;
 
-// "{0.0.0.00000000}." and a GUID in braces, or any other text in braces behind it.
+// Whether a text has the form of an endpoint's id: two parts in braces, joined by a dot.
 bool LooksLikeAnId(std::wstring_view id)
 {
     const std::size_t dot = id.find(L"}.{");
