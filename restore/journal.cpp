@@ -60,14 +60,14 @@ void Load()
     }
 }
 
-// The plans' values. Another file of the registry than the journal's holds them, and reaches the
-// disk at another time.
-constexpr const wchar_t* kPlansKey = LR"(SYSTEM\CurrentControlSet\Control\Power)";
+// Another file of the registry than the journal's holds the plans, and reaches the disk at another
+// time. Any key in it serves to flush it whole.
+constexpr const wchar_t* kSystemKey = LR"(SYSTEM\CurrentControlSet)";
 
 void FlushPlans()
 {
     OwnedKey key;
-    if (RegOpenKeyW(HKEY_LOCAL_MACHINE, kPlansKey, key.Receive()) == ERROR_SUCCESS) {
+    if (RegOpenKeyW(HKEY_LOCAL_MACHINE, kSystemKey, key.Receive()) == ERROR_SUCCESS) {
         RegFlushKey(key.Get());
     }
 }

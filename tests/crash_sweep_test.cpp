@@ -8,6 +8,15 @@ using namespace virtual_pc;
 
 namespace {
 
+// Stops the service, if it still runs.
+void End(UsersPc& user)
+{
+    const Process* const service = user.view.service();
+    if (!service) return;
+    user.pc.services.Control(kServiceName, SERVICE_CONTROL_STOP);
+    user.pc.RunUntilEnd(*service);
+}
+
 // A day through all states: normal use, active, idle, do-not-disturb, asleep, normal use, the
 // feature's end.
 void Live(UsersPc& user)
@@ -23,62 +32,16 @@ void Live(UsersPc& user)
     user.pc.RunFor(1s);
     user.view.Raise(enter_active);
     user.pc.RunFor(1s);
-    if (const Process* service = user.view.service()) {
-        user.pc.services.Control(kServiceName, SERVICE_CONTROL_STOP);
-        user.pc.RunUntilEnd(*service);
-    }
+    End(user);
 }
 
-// Ends the service's process at its `nth` call of a function.
-void CrashAt(UsersPc& user, const std::string& function, std::uint64_t nth)
+// Starts the service once more, stops it, and looks at what is left.
+void ExpectNothingIsLeft(UsersPc& user)
 {
-    user.pc.faults.Set(function, {.error = 0xC0000005, .first = nth, .raise = true});
-}
-
-// Each function that the day calls, with the number of its calls.
-std::map<std::string, std::uint64_t> CallsOfADay()
-{
-    UsersPc user;
-    user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
-    std::map<std::string, std::uint64_t> calls;
-    for (const Function* function : Function::All()) {
-        if (function->failing() != Failing::never && function->role() != Role::releases) {
-            calls[function->name()] = user.pc.faults.CallsOf(function->name());
-        }
-    }
-    Live(user);
-    for (auto& [name, count] : calls) count = user.pc.faults.CallsOf(name) - count;
-    // The test signals events itself, and must not be what ends.
-    calls.erase("SetEvent");
-    return calls;
-}
-
-struct Moment
-{
-    std::string function;
-    std::uint64_t nth;
-};
-
-// A life that is cut short, and then the next start, too. Returns whether the last cut came.
-bool CutShort(const Moment& first, const std::optional<Moment>& second = {})
-{
-    UsersPc user;
-    user.crash_is_expected = true;
-    user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
-    CrashAt(user, first.function, first.nth);
-    Live(user);
-    user.pc.faults.ClearAll();
-    if (second) {
-        CrashAt(user, second->function, second->nth);
-        user.TryToStart();
-        user.pc.faults.ClearAll();
-    }
-    const bool cut = user.pc.processes().back()->crashed();
-    if (!user.view.service()) user.StartService();
+    user.StartService();
     user.StopService();
     EXPECT_EQ(user.Differences(), "");
     EXPECT_FALSE(user.HasJournal());
-    return cut;
 }
 
 class CrashSweepTest : public ::testing::Test
@@ -90,36 +53,44 @@ protected:
     }
 };
 
-// Every third call, by the day's seed; all are tried in three days.
-TEST_F(CrashSweepTest, AnEndAtAnyCallLeavesNothingBehindAfterTheNextStart)
+// Every tenth call, by the day's seed; all are tried in some weeks.
+constexpr std::uint64_t kStride = 10;
+std::uint64_t FirstCall() { return 1 + DrawnSchedule().seed % kStride; }
+
+TEST_F(CrashSweepTest, AKillAtAnyCallLeavesNothingBehindAfterTheNextStart)
 {
-    constexpr std::uint64_t kStride = 3;
-    std::uint64_t cuts = 0;
-    std::uint64_t tries = 0;
-    for (const auto& [function, calls] : CallsOfADay()) {
-        for (std::uint64_t nth = 1 + DrawnSchedule().seed % kStride;
-             nth <= calls && !testing::Test::HasFailure(); nth += kStride) {
-            SCOPED_TRACE(function + " " + std::to_string(nth));
-            cuts += CutShort({function, nth});
-            ++tries;
-        }
+    std::uint64_t kills = 0;
+    for (std::uint64_t n = FirstCall(); !HasFailure(); n += kStride, ++kills) {
+        SCOPED_TRACE("killed at call " + std::to_string(n));
+        UsersPc user;
+        user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
+        user.pc.KillAtCall(user.image.path, n);
+        Live(user);
+        const bool killed = user.pc.processes().back()->killed();
+        ExpectNothingIsLeft(user);
+        if (!killed) break;
     }
-    EXPECT_GE(cuts, 100u) << "of " << tries;
+    EXPECT_GE(kills, 100u);
 }
 
-TEST_F(CrashSweepTest, NeitherDoesASecondEndWhileTheNextStartRestores)
+TEST_F(CrashSweepTest, NeitherDoesASecondKillWhileTheNextProcessRestores)
 {
-    std::uint64_t cuts = 0;
-    for (const char* function :
-         {"RegGetValueW", "PowerReadACValueIndex", "PowerReadDCValueIndex", "PowerGetActiveScheme",
-          "PowerWriteACValueIndex", "PowerWriteDCValueIndex", "PowerSetActiveScheme", "SetMute",
-          "DeviceIoControl", "RegSetValueExW", "RegDeleteValueW"}) {
-        for (std::uint64_t again = 1; again <= 12 && !testing::Test::HasFailure(); ++again) {
-            SCOPED_TRACE(std::string(function) + " " + std::to_string(again));
-            cuts += CutShort({"DeviceIoControl", 3}, Moment{function, again});
-        }
+    std::uint64_t kills = 0;
+    for (std::uint64_t n = FirstCall(); !HasFailure(); n += kStride, ++kills) {
+        SCOPED_TRACE("the second time killed at call " + std::to_string(n));
+        UsersPc user;
+        user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
+        user.StartService();
+        user.Enter("HOLV_DND");
+        user.Kill();
+        user.pc.KillAtCall(user.image.path, n);
+        user.TryToStart();
+        End(user);
+        const bool killed = user.pc.processes().back()->killed();
+        ExpectNothingIsLeft(user);
+        if (!killed) break;
     }
-    EXPECT_GE(cuts, 60u);
+    EXPECT_GE(kills, 30u);
 }
 
 }  // namespace

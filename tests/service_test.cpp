@@ -187,8 +187,8 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
                   c.state != "starting" && std::string(c.fails) != "CreateThread");
         if (c.state == "running") service.Stop();
         pc.ShutDown();
-        // Without the event that waits for its end, ServiceMain is cut short.
-        if (std::string(c.fails) != "CreateEventW" || c.nth != 1) {
+        // Without the event, ServiceMain is cut short; half a start is killed by the shutdown.
+        if ((std::string(c.fails) != "CreateEventW" || c.nth != 1) && c.state != "starting") {
             EXPECT_EQ(LeftOpenBy(*pc.processes().back()), "");
         }
     }

@@ -90,7 +90,7 @@ public:
     ~UsersPc()
     {
         // A killed process has left open what it had.
-        ExpectNothingLeft(pc, true, crash_is_expected);
+        ExpectNothingLeft(pc, true);
     }
 
     void StartService() { EXPECT_EQ(TryToStart(), DWORD{ERROR_SUCCESS}); }
@@ -147,5 +147,4 @@ public:
     Heard heard{pc};
     ServiceView view{pc};
     Found before;
-    bool crash_is_expected = false;
 };
