@@ -99,12 +99,10 @@ TEST(TraceTest, ASeedGivesTheSameTraceOnAnUnkindPcToo)
                              "slow all\n"
                              "slow RegGetValueW 300ms rate 0.05\n"
                              "fault PowerWriteACValueIndex 5 rate 0.3\n"
-                             "service start\nuser leaves\nrun 40m\n"
-                             "wake user\nrun 1s\nservice kill\nrun 1s\nservice start\nrun 5m\n"
-                             "power cut\npc boot\nrun 40m\n"
-                             "wake user\nrun 1s\nservice kill\nrun 1s\n"
-                             "service kill at call 300\nservice start\nrun 1m\n"
-                             "power cut at call 500\nservice start\nrun 1m\n"
+                             "service kill at call 200\nservice start\nrun 1m\n"
+                             "expect service stopped\nservice start\nuser leaves\nrun 2h\n"
+                             "power cut\npc boot\nuser leaves\nrun 2h\n"
+                             "power cut\npower cut at call 250\npc boot\nrun 1m\n"
                              "expect power off\npc boot\nrun 1h\n";
     std::set<std::string> traces;
     for (const std::uint64_t seed : {1, 2, 3}) {
