@@ -120,7 +120,7 @@ public:
     void CutPower();
     // The same in place of a call, as KillAtCall.
     void CutPowerAtCall(std::wstring_view program, std::uint64_t number);
-    // Whether the PC is on: from the start, and from Boot, to ShutDown or CutPower.
+    // Whether the PC is on: from the start, and from Boot, to CutPower.
     bool on() const { return m_on; }
 
     // --- Processes ---
