@@ -139,7 +139,7 @@ sub locks {
             'platform/virtual/core/m.cpp' => qq{#include "platform/virtual/base/b.h"\n}
                 . qq{#include "platform/virtual/com/c.h"\n#include "platform/virtual/pc.h"\n},
             'platform/virtual/core/n.h' => qq{#include "platform/virtual/printers/p.h"\n},
-            'reconciler/r.cpp' => qq{#include "state/s.h"\n#include "audio/a.h"\n#include "pc/story.h"\n},
+            'reconciler/r.cpp' => qq{#include "state/s.h"\n#include "process/p.h"\n#include "pc/story.h"\n},
             'audio/b.cpp' => qq{#include "reconciler/r.h"\n},
         },
         found => [
@@ -156,7 +156,7 @@ sub locks {
                 . 'give it one in the table of @facets in tools/rules.d/folders.pl',
             'platform/virtual/v.cpp:1: includes power/p.h: platform knows no power; turn the arrow round with '
                 . "a listener or an interface of the platform's",
-            'reconciler/r.cpp:2: includes audio/a.h: reconciler may include only reconciler state power log '
+            'reconciler/r.cpp:2: includes process/p.h: reconciler may include only reconciler state power log '
                 . 'settings platform',
             'reconciler/r.cpp:3: includes pc/story.h: reconciler belongs to the service, which knows no pc',
             'state/s.cpp:1: includes platform/virtual/machine.h: the service knows no platform/virtual; use '

@@ -14,7 +14,6 @@
 #include "platform/virtual/core/thread.h"
 
 namespace virtual_pc {
-namespace {
 
 // What the C++ runtime keeps of the exceptions of a thread: those that are being handled, and how
 // many are in flight. A thread that jumps out of handlers and unwinding leaves them behind.
@@ -23,6 +22,8 @@ struct ExceptionsOfThread
     void* handled;
     unsigned int in_flight;
 };
+
+namespace {
 
 ExceptionsOfThread& Exceptions()
 {
