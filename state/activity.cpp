@@ -5,7 +5,7 @@
 
 namespace {
 
-CriticalSection g_lock;
+CriticalSection g_activity_lock;
 // Under the lock.
 int g_open = 0;
 ChangeCounts g_changes;
@@ -20,14 +20,14 @@ Activity::Found Activity::Now()
 
 Activity::Activity(Kind kind) : m_kind(kind), m_before(Now())
 {
-    const ScopedLock lock(g_lock);
+    const ScopedLock lock(g_activity_lock);
     ++g_open;
 }
 
 Activity::~Activity()
 {
     const bool is_fact = m_kind == Kind::fact || !(Now() == m_before);
-    const ScopedLock lock(g_lock);
+    const ScopedLock lock(g_activity_lock);
     --g_open;
     if (!is_fact && m_kind == Kind::pass) return;
     ++g_changes.all;
@@ -37,11 +37,11 @@ Activity::~Activity()
 
 void ObserveChanges(HANDLE changed)
 {
-    const ScopedLock lock(g_lock);
+    const ScopedLock lock(g_activity_lock);
     g_changed = changed;
 }
 
-Standstill::Standstill() : m_lock(g_lock) {}
+Standstill::Standstill() : m_lock(g_activity_lock) {}
 
 bool Standstill::Complete() const { return g_open == 0; }
 

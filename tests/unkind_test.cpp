@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr const wchar_t* kProgram = LR"(C:\Probe.exe)";
-constexpr const wchar_t* kKey = LR"(HKLM\Software\Probe)";
+constexpr const wchar_t* kProbeKey = LR"(HKLM\Software\Probe)";
 constexpr const wchar_t* kFile = LR"(C:\ProgramData\probe.txt)";
 
 void SetValue(const wchar_t* name, DWORD value)
@@ -139,7 +139,7 @@ protected:
 
     void ExpectNoTrace()
     {
-        EXPECT_FALSE(pc.registry.HasKey(kKey));
+        EXPECT_FALSE(pc.registry.HasKey(kProbeKey));
         EXPECT_FALSE(pc.disk.Read(kFile));
         EXPECT_TRUE(pc.handles.List().empty());
         EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
@@ -194,14 +194,14 @@ TEST_F(KillTest, AProcessCanBeKilledAtEachOfItsCalls)
     DWORD steps_before = 0;
     std::uint64_t n = 1;
     for (;; ++n) {
-        pc.registry.DeleteKey(kKey);
+        pc.registry.DeleteKey(kProbeKey);
         pc.Install(kProgram, CountSteps);
         pc.KillAtCall(kProgram, n);
         Process& process = *pc.StartInstalled(kProgram, kProgram);
         pc.RunUntilEnd(process);
         EXPECT_TRUE(pc.handles.List().empty()) << "killed at call " << n;
         EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired)) << "killed at call " << n;
-        const DWORD steps = pc.registry.GetDword(kKey, L"Step").value_or(0);
+        const DWORD steps = pc.registry.GetDword(kProbeKey, L"Step").value_or(0);
         if (!kRunFree) {
             EXPECT_GE(steps, steps_before) << "killed at call " << n;
             steps_before = steps;
@@ -260,8 +260,8 @@ TEST(PowerCutTest, AFirstPartOfWhatWasWrittenStaysAndAllThatWasFlushed)
         EXPECT_FALSE(process.running());
         EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
 
-        EXPECT_EQ(pc.registry.GetDword(kKey, L"Old"), 1u) << "older than a minute";
-        const DWORD step = pc.registry.GetDword(kKey, L"Step").value_or(0);
+        EXPECT_EQ(pc.registry.GetDword(kProbeKey, L"Old"), 1u) << "older than a minute";
+        const DWORD step = pc.registry.GetDword(kProbeKey, L"Step").value_or(0);
         const std::string file = pc.disk.Read(kFile).value_or("");
         EXPECT_GE(step, 3u) << "seed " << seed;
         EXPECT_GE(file.size(), 3u) << "seed " << seed;
@@ -297,8 +297,8 @@ TEST(PowerCutTest, AtACallItTakesTheCallAndAllAfterItAway)
     pc.StartInstalled(kProgram, kProgram);
     pc.RunFor(1h);
     EXPECT_FALSE(pc.on());
-    EXPECT_TRUE(pc.registry.GetDword(kKey, L"Step").value_or(0) <= 2u);
-    EXPECT_GE(pc.registry.GetDword(kKey, L"Step").value_or(0), 1u);
+    EXPECT_TRUE(pc.registry.GetDword(kProbeKey, L"Step").value_or(0) <= 2u);
+    EXPECT_GE(pc.registry.GetDword(kProbeKey, L"Step").value_or(0), 1u);
     pc.Boot();
     EXPECT_TRUE(pc.on());
 }
