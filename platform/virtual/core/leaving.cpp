@@ -33,8 +33,10 @@ ExceptionsOfThread& Exceptions()
 // The leak sanitizer must find what the abandoned frames held, since it went with its process: a
 // copy of the frames keeps it in use.
 #ifdef __SANITIZE_ADDRESS__
-__attribute__((no_sanitize("address"), noinline)) void KeepFrames(const void* from, const void* to)
+__attribute__((no_sanitize("address"), noinline)) void KeepFrames(const void* to)
 {
+    // Its caller has saved the registers above this frame; one may hold the exception in flight.
+    const void* const from = __builtin_frame_address(0);
     static std::mutex mutex;
     static auto& kept = *new std::deque<std::vector<std::uintptr_t>>;
     const std::lock_guard lock(mutex);
@@ -44,7 +46,7 @@ __attribute__((no_sanitize("address"), noinline)) void KeepFrames(const void* fr
     for (std::size_t i = 0; i < count; ++i) copy[i] = word[i];
 }
 #else
-void KeepFrames(const void*, const void*) {}
+void KeepFrames(const void*) {}
 #endif
 
 }  // namespace
@@ -72,8 +74,8 @@ public:
 
     [[noreturn]] void Return()
     {
-        __builtin_unwind_init();  // puts the registers into the frames that are kept
-        KeepFrames(__builtin_frame_address(0), this);
+        __builtin_unwind_init();  // saves the registers in this frame
+        KeepFrames(this);
         Exceptions() = m_exceptions;
         std::longjmp(place, 1);
     }
