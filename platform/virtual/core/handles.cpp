@@ -51,7 +51,8 @@ bool HandleTable::IsStale(HANDLE handle) const
     return index < m_entries.size() && !m_entries[index].object;
 }
 
-std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner)
+std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner,
+                                              std::vector<std::shared_ptr<Object>>& closed)
 {
     Hold::Require();
     std::vector<LeftOpen> left;
@@ -59,8 +60,8 @@ std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner)
         if (!entry.object || entry.owner != owner) continue;
         left.push_back(
             {std::string(entry.object->Kind()), entry.object->Name(), owner ? owner->id() : 0});
-        const std::shared_ptr<Object> object = std::exchange(entry.object, nullptr);
-        object->Closed();
+        closed.push_back(std::exchange(entry.object, nullptr));
+        closed.back()->Closed();
     }
     return left;
 }

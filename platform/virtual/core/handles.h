@@ -64,8 +64,9 @@ public:
     // Whether a handle was handed out once and has been closed since.
     bool IsStale(HANDLE handle) const;
 
-    // Closes what a process still has open, and returns a list of it.
-    std::vector<LeftOpen> CloseAllOf(Process* owner);
+    // Closes what a process still has open, and returns a list of it. The objects are added to
+    // `closed`, since code of the process may still call them while its image is unloaded.
+    std::vector<LeftOpen> CloseAllOf(Process* owner, std::vector<std::shared_ptr<Object>>& closed);
 
     // The objects that are open now.
     std::vector<LeftOpen> List() const;

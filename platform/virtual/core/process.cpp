@@ -225,6 +225,7 @@ void Process::End(Thread& last, int exit_code)
 {
     Machine& machine = Machine::Current();
     std::unique_ptr<LoadedImage> loaded;
+    std::vector<std::shared_ptr<Object>> closed;
     {
         const Hold hold(machine);
         last.ends = last.vanishes = false;
@@ -238,14 +239,15 @@ void Process::End(Thread& last, int exit_code)
         if (machine.process_ending) machine.process_ending(*this);
         machine.LookAtWatch();
         if (m_loaded) machine.Watch(nullptr, {});
-        if (m_killed) CloseWhatIsOpen(machine);
+        if (m_killed) CloseWhatIsOpen(machine, closed);
         loaded = std::move(m_loaded);
     }
     // Unloading destroys its static objects, which may still call the platform.
     loaded.reset();
 
     const Hold hold(machine);
-    CloseWhatIsOpen(machine);
+    CloseWhatIsOpen(machine, closed);
+    closed.clear();
     m_exit_code = exit_code = m_ended_with.value_or(exit_code);
     m_ended = true;
     m_object->Signal();
@@ -256,9 +258,11 @@ void Process::End(Thread& last, int exit_code)
                                        {"exit_code", std::int64_t{exit_code}}});
 }
 
-void Process::CloseWhatIsOpen(Machine& machine)
+void Process::CloseWhatIsOpen(Machine& machine, std::vector<std::shared_ptr<Object>>& closed)
 {
-    for (LeftOpen& left : machine.handles.CloseAllOf(this)) m_left_open.push_back(std::move(left));
+    for (LeftOpen& left : machine.handles.CloseAllOf(this, closed)) {
+        m_left_open.push_back(std::move(left));
+    }
     std::erase_if(machine.memory_handles,
                   [&](const auto& memory) { return machine.handles.IsStale(memory.second); });
 }

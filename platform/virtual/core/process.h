@@ -149,7 +149,7 @@ private:
     void EndThreads(Machine& machine, const Thread* but);
     // For the driver: kills it, and runs the machine until it has ended.
     void Kill();
-    void CloseWhatIsOpen(Machine& machine);
+    void CloseWhatIsOpen(Machine& machine, std::vector<std::shared_ptr<Object>>& closed);
     // On the process's first thread: waits for the others to end, and closes what is left open.
     void End(Thread& last, int exit_code);
 
