@@ -2,13 +2,9 @@
 
 #include <cxxabi.h>
 
+#include <atomic>
 #include <csetjmp>
-#include <cstdint>
-#include <cstring>
-#include <deque>
-#include <mutex>
 #include <utility>
-#include <vector>
 
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/thread.h"
@@ -30,24 +26,7 @@ ExceptionsOfThread& Exceptions()
     return *reinterpret_cast<ExceptionsOfThread*>(abi::__cxa_get_globals());
 }
 
-// The leak sanitizer must find what the abandoned frames held, since it went with its process: a
-// copy of the frames keeps it in use.
-#ifdef __SANITIZE_ADDRESS__
-__attribute__((no_sanitize("address"), noinline)) void KeepFrames(const void* to)
-{
-    // Its caller has saved the registers above this frame; one may hold the exception in flight.
-    const void* const from = __builtin_frame_address(0);
-    static std::mutex mutex;
-    static auto& kept = *new std::deque<std::vector<std::uintptr_t>>;
-    const std::lock_guard lock(mutex);
-    const auto* word = static_cast<const std::uintptr_t*>(from);
-    const auto count = static_cast<std::size_t>(static_cast<const std::uintptr_t*>(to) - word);
-    std::uintptr_t* copy = kept.emplace_back(count).data();
-    for (std::size_t i = 0; i < count; ++i) copy[i] = word[i];
-}
-#else
-void KeepFrames(const void*) {}
-#endif
+std::atomic<bool> g_abandoned = false;
 
 }  // namespace
 
@@ -74,8 +53,7 @@ public:
 
     [[noreturn]] void Return()
     {
-        __builtin_unwind_init();  // saves the registers in this frame
-        KeepFrames(this);
+        g_abandoned = true;
         Exceptions() = m_exceptions;
         std::longjmp(place, 1);
     }
@@ -88,6 +66,8 @@ private:
     const int m_boundaries;
     const ExceptionsOfThread m_exceptions;
 };
+
+bool FramesWereAbandoned() { return g_abandoned; }
 
 bool EndIfKilled(Thread& self)
 {

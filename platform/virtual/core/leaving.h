@@ -39,4 +39,7 @@ bool EndIfKilled(Thread& self);
 // meanwhile. For the driver it only runs the code.
 void EnterProcess(const std::function<void()>& code);
 
+// Whether a thread has jumped over frames, whose memory nothing frees any more.
+bool FramesWereAbandoned();
+
 }  // namespace virtual_pc
