@@ -41,7 +41,7 @@ public:
     // effect.
     RestoreCounts Run(std::vector<JournalEntry> entries)
     {
-        std::ranges::stable_partition(entries, [](const JournalEntry& entry) {
+        std::stable_partition(entries.begin(), entries.end(), [](const JournalEntry& entry) {
             return entry.thing.kind == ThingKind::plan_value;
         });
         for (const JournalEntry& entry : entries) {

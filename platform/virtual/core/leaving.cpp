@@ -13,7 +13,7 @@ namespace virtual_pc {
 
 // What the C++ runtime keeps of the exceptions of a thread: those that are being handled, and how
 // many are in flight. A thread that jumps out of handlers and unwinding leaves them behind.
-struct ExceptionsOfThread
+struct UnwindState
 {
     void* handled;
     unsigned int in_flight;
@@ -21,9 +21,9 @@ struct ExceptionsOfThread
 
 namespace {
 
-ExceptionsOfThread& Exceptions()
+UnwindState& StateOfUnwinding()
 {
-    return *reinterpret_cast<ExceptionsOfThread*>(abi::__cxa_get_globals());
+    return *reinterpret_cast<UnwindState*>(abi::__cxa_get_globals());
 }
 
 std::atomic<bool> g_abandoned = false;
@@ -38,7 +38,7 @@ public:
         : m_thread(thread),
           m_outer(thread.entry),
           m_boundaries(thread.boundaries),
-          m_exceptions(Exceptions())
+          m_unwind_state(StateOfUnwinding())
     {
         thread.entry = this;
         thread.boundaries = 0;
@@ -54,7 +54,7 @@ public:
     [[noreturn]] void Return()
     {
         g_abandoned = true;
-        Exceptions() = m_exceptions;
+        StateOfUnwinding() = m_unwind_state;
         std::longjmp(place, 1);
     }
 
@@ -64,7 +64,7 @@ private:
     Thread& m_thread;
     ProcessEntry* const m_outer;
     const int m_boundaries;
-    const ExceptionsOfThread m_exceptions;
+    const UnwindState m_unwind_state;
 };
 
 bool FramesWereAbandoned() { return g_abandoned; }
