@@ -54,7 +54,13 @@ inline std::string Differences(const Found& before, const Found& after)
     for (const auto& [name, value] : before) {
         const auto now = after.find(name);
         const std::string found = now == after.end() ? "gone" : now->second;
-        if (found != value) differences += name + " was " + value + ", is " + found + "\n";
+        if (found == value) continue;
+        differences += name;
+        differences += " was ";
+        differences += value;
+        differences += ", is ";
+        differences += found;
+        differences += "\n";
     }
     return differences;
 }
