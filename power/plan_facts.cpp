@@ -1,6 +1,4 @@
-// What the manager knows of the plans, and the leave that is to be repeated.
-
-#include <utility>
+// What the manager knows of the plans.
 
 #include "power/plan_settings.h"
 
@@ -9,9 +7,8 @@ std::atomic<BOOL> CPowerPolicyManager::m_bActivationFailed = FALSE;
 CPowerPolicyManager::Plans CPowerPolicyManager::GetPlans() const
 {
     const ScopedLock lock(m_lock);
-    return {m_bUserOptionsSaved != FALSE, m_UserScheme,
-            m_HolvConfig.guidScheme,      m_bSleepTimeoutOverridden != FALSE,
-            m_pFailedLeave != nullptr,    m_bActivationFailed != FALSE};
+    return {m_bUserOptionsSaved != FALSE, m_UserScheme, m_HolvConfig.guidScheme,
+            m_bSleepTimeoutOverridden != FALSE, m_bActivationFailed != FALSE};
 }
 
 std::optional<GUID> CPowerPolicyManager::GetActiveScheme()
@@ -19,12 +16,4 @@ std::optional<GUID> CPowerPolicyManager::GetActiveScheme()
     OwnedScheme active;
     if (PowerGetActiveScheme(nullptr, active.Receive()) != ERROR_SUCCESS || !active) return {};
     return *active.Get();
-}
-
-void CPowerPolicyManager::RepeatLeave()
-{
-    const ScopedLock lock(m_lock);
-    if (m_bInNeverSleepState || !m_pFailedLeave) return;
-    if (m_bFailedWithTimeout) m_bSleepTimeoutOverridden = TRUE;
-    (this->*std::exchange(m_pFailedLeave, nullptr))();
 }

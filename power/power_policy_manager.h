@@ -90,7 +90,7 @@ public:
         return GetActiveSleepIdleTimeoutValue(IsOnAcNow());
     }
 
-    // --- What the reconciler compares and repeats (plan_facts.cpp) ---
+    // --- What the reconciler compares (plan_facts.cpp) ---
 
     struct Plans
     {
@@ -98,16 +98,12 @@ public:
         GUID user;
         GUID never_sleep;
         bool timeout_shortened;  // by TransitionFromHolvToS3, and not restored yet
-        bool leave_failed;       // the last leave could not restore a value
         bool activation_failed;  // the last activation of a plan by the service
     };
     Plans GetPlans() const;
 
     // The active plan; nothing when it cannot be read.
     static std::optional<GUID> GetActiveScheme();
-
-    // Repeats the leave that could not restore a value; does nothing in a never-sleep state.
-    void RepeatLeave();
 
     // --- Access to plans (power_setting_accessors.cpp) ---
 
@@ -156,8 +152,7 @@ private:
         const PowerSchemeConfig& read;  // nonzero where the value was ever read
 
         bool MayChange(const PlanSetting& setting, BOOL bAc) const;
-        // FALSE when the write failed.
-        BOOL Set(const PlanSetting& setting, BOOL bAc, DWORD value) const;
+        void Set(const PlanSetting& setting, BOOL bAc, DWORD value) const;
     };
     struct AcDcValues
     {
@@ -188,11 +183,11 @@ private:
     static void ConfigureSchemeForHolv(const ChangeablePlan& plan);
     AcDcValues ReadUserValues(const PlanSetting& setting) const;
     void SetHolvValues(const PlanSetting& setting, const AcDcValues& values) const;
-    BOOL RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const;
-    BOOL RestoreHolvValues(const PlanSetting& setting) const;
+    void RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const;
+    void RestoreHolvValues(const PlanSetting& setting) const;
     void LimitProcessor(BOOL bAc, DWORD maximumPercent) const;
-    BOOL RestoreProcessor(BOOL bAc) const;
-    BOOL RestoreOverriddenSleepTimeout();
+    void RestoreProcessor(BOOL bAc) const;
+    void RestoreOverriddenSleepTimeout();
 
     BOOL m_bUserOptionsSaved = FALSE;
     GUID m_UserScheme{};
@@ -215,9 +210,6 @@ private:
 
     BOOL m_bInNeverSleepState = FALSE;  // between an Enter and its Exit
 
-    // The leave that could not restore a value, and whether the sleep time-out was one of them.
-    void (CPowerPolicyManager::*m_pFailedLeave)() = nullptr;
-    BOOL m_bFailedWithTimeout = FALSE;
     static std::atomic<BOOL> m_bActivationFailed;
 
     mutable CriticalSection m_lock;

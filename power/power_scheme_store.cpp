@@ -33,10 +33,10 @@ bool CPowerPolicyManager::ChangeablePlan::MayChange(const PlanSetting& setting, 
     return !saved || read.*setting.Field(bAc) != 0;
 }
 
-BOOL CPowerPolicyManager::ChangeablePlan::Set(const PlanSetting& setting, BOOL bAc,
+void CPowerPolicyManager::ChangeablePlan::Set(const PlanSetting& setting, BOOL bAc,
                                               DWORD value) const
 {
-    return !MayChange(setting, bAc) || setting.set(&scheme, bAc, value);
+    if (MayChange(setting, bAc)) setting.set(&scheme, bAc, value);
 }
 
 CPowerPolicyManager::ChangeablePlan CPowerPolicyManager::UserPlan() const

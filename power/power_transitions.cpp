@@ -57,15 +57,15 @@ void CPowerPolicyManager::SetHolvValues(const PlanSetting& setting, const AcDcVa
     if (values.dc) plan.Set(setting, FALSE, *values.dc);
 }
 
-BOOL CPowerPolicyManager::RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const
+void CPowerPolicyManager::RestoreHolvValue(const PlanSetting& setting, BOOL bAc) const
 {
-    return HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
+    HolvPlan().Set(setting, bAc, m_HolvConfig.*setting.Field(bAc));
 }
 
-BOOL CPowerPolicyManager::RestoreHolvValues(const PlanSetting& setting) const
+void CPowerPolicyManager::RestoreHolvValues(const PlanSetting& setting) const
 {
-    const BOOL ac_restored = RestoreHolvValue(setting, TRUE);
-    return RestoreHolvValue(setting, FALSE) && ac_restored;
+    RestoreHolvValue(setting, TRUE);
+    RestoreHolvValue(setting, FALSE);
 }
 
 // Changes minimum and maximum together, or neither of them if one could not be restored.
@@ -77,19 +77,18 @@ void CPowerPolicyManager::LimitProcessor(BOOL bAc, DWORD maximumPercent) const
     plan.Set(kProcMax, bAc, maximumPercent);
 }
 
-BOOL CPowerPolicyManager::RestoreProcessor(BOOL bAc) const
+void CPowerPolicyManager::RestoreProcessor(BOOL bAc) const
 {
-    const DWORD minimum = m_HolvConfig.*kProcMin.Field(bAc);
-    if (minimum == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return TRUE;
-    const BOOL restored = RestoreHolvValue(kProcMin, bAc);
-    return RestoreHolvValue(kProcMax, bAc) && restored;
+    if (m_HolvConfig.*kProcMin.Field(bAc) == 0 || m_HolvConfig.*kProcMax.Field(bAc) == 0) return;
+    RestoreHolvValue(kProcMin, bAc);
+    RestoreHolvValue(kProcMax, bAc);
 }
 
-BOOL CPowerPolicyManager::RestoreOverriddenSleepTimeout()
+void CPowerPolicyManager::RestoreOverriddenSleepTimeout()
 {
-    if (!m_bSleepTimeoutOverridden) return TRUE;
+    if (!m_bSleepTimeoutOverridden) return;
     m_bSleepTimeoutOverridden = FALSE;
-    return RestoreHolvValues(kSleepTimeout);
+    RestoreHolvValues(kSleepTimeout);
 }
 
 // --- Control ---
@@ -146,17 +145,14 @@ void CPowerPolicyManager::ExitHolvState()
     constexpr const wchar_t* kFunction = L"CPowerPolicyManager::ExitHolvState";
     const Transition transition(m_lock, kFunction);
     m_bInNeverSleepState = FALSE;
-    const BOOL shortened = m_bSleepTimeoutOverridden;
-    BOOL restored = RestoreOverriddenSleepTimeout();
-    restored &= RestoreHolvValues(kBrightness);
+    RestoreOverriddenSleepTimeout();
+    RestoreHolvValues(kBrightness);
     Log(6, kFunction, L"Power saver AC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredAc);
     Log(6, kFunction, L"Power saver DC value is %d for password before restore",
         m_HolvConfig.dwPasswordRequiredDc);
-    restored &= RestoreHolvValues(kPasswordRequired);
+    RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
-    m_pFailedLeave = restored ? nullptr : &CPowerPolicyManager::ExitHolvState;
-    m_bFailedWithTimeout = shortened;
 }
 
 // --- HOLV_DND ---
@@ -186,22 +182,18 @@ void CPowerPolicyManager::ExitDoNotDisturbState()
 {
     const Transition transition(m_lock, L"CPowerPolicyManager::ExitDoNotDisturbState");
     m_bInNeverSleepState = FALSE;
-    const BOOL shortened = m_bSleepTimeoutOverridden;
-    BOOL restored = TRUE;
     // Restore what the entry changed, even if the settings have changed since.
-    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) restored &= RestoreProcessor(FALSE);
-    restored &= RestoreProcessor(TRUE);
+    if (g_bEnableHolvOnDC || m_bProcessorLimitedOnDc) RestoreProcessor(FALSE);
+    RestoreProcessor(TRUE);
     if (g_bDndToS3 || m_bSleepAllowedInDnd) {
-        restored &= RestoreHolvValues(kSleepTimeout);
-        restored &= RestoreHolvValues(kRtcWake);
+        RestoreHolvValues(kSleepTimeout);
+        RestoreHolvValues(kRtcWake);
     }
-    restored &= RestoreOverriddenSleepTimeout();
-    restored &= RestoreHolvValues(kBrightness);
-    restored &= RestoreHolvValues(kPasswordRequired);
+    m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
+    RestoreOverriddenSleepTimeout();
+    RestoreHolvValues(kBrightness);
+    RestoreHolvValues(kPasswordRequired);
     SetActivePowerScheme(&m_UserScheme);
-    if (restored) m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
-    m_pFailedLeave = restored ? nullptr : &CPowerPolicyManager::ExitDoNotDisturbState;
-    m_bFailedWithTimeout = shortened;
 }
 
 // --- Others ---

@@ -3,6 +3,7 @@
 #include "platform/kernel.h"
 #include "platform/power.h"
 #include "power/never_sleep_away_mode.h"
+#include "restore/restoring.h"
 #include "settings/settings.h"
 #include "state/global_events.h"
 #include "state/on_ac_power.h"
@@ -13,8 +14,6 @@ using S = CNeverSleepState;
 
 // What was announced. Written within an Activity, read within a Standstill.
 UserFacts g_user;
-std::optional<GUID> g_chosen_plan;
-GUID g_chosen_over{};  // the user's plan at that time
 
 UserFacts After(UserNotice notice, UserFacts facts)
 {
@@ -74,11 +73,6 @@ std::optional<ULONGLONG> TimeTo(GlobalEvent timer)
     return *due > now ? *due - now : 0;
 }
 
-bool IsNeverSleepState(ESystemState state)
-{
-    return state == HOLV_ACTIVE || state == HOLV_IDLE || state == HOLV_DND;
-}
-
 void ReadHours(Facts& facts)
 {
     facts.hours_enabled = g_bEnableDoNotDisturb != 0;
@@ -90,38 +84,9 @@ void ReadHours(Facts& facts)
     facts.to_end = TimeTo(TIMER_DND_END);
 }
 
-// Whether the user has chosen again since the plan was noted: another one in normal use, or his own
-// in never-sleep mode, which is at rest now.
-bool IsOutOfDate(const Facts& facts)
-{
-    const GUID& user = facts.plans.user;
-    if (!IsEqualGUID(user, g_chosen_over)) return true;
-    return IsNeverSleepState(facts.state) && facts.active_plan &&
-           IsEqualGUID(*facts.active_plan, user) && !IsEqualGUID(user, facts.plans.never_sleep);
-}
-
 }  // namespace
 
 void NoteUser(UserNotice notice) { g_user = After(notice, g_user); }
-
-// The plans of the user and of never-sleep mode also become active by the service's own leaves and
-// entries, and count as no choice.
-void NoteActivePlan()
-{
-    const ESystemState state = S::m_eSystemState;
-    const ESystemState previous = S::m_ePreviousState;
-    const auto manager = S::m_pPowerPolicyManager.Get();
-    if (!manager || !IsNeverSleepState(state == HOLV_S3 ? previous : state)) return;
-    const auto active = CPowerPolicyManager::GetActiveScheme();
-    const CPowerPolicyManager::Plans plans = manager->GetPlans();
-    if (!active || !plans.user_saved) return;
-    if (!IsEqualGUID(*active, plans.user) && !IsEqualGUID(*active, plans.never_sleep)) {
-        g_chosen_plan = active;
-        g_chosen_over = plans.user;
-    }
-}
-
-void ForgetChosenPlan() { g_chosen_plan.reset(); }
 
 Facts ReadFacts()
 {
@@ -142,7 +107,6 @@ Facts ReadFacts()
     ReadHours(facts);
     facts.active_plan = CPowerPolicyManager::GetActiveScheme();
     facts.plans = manager->GetPlans();
-    if (IsOutOfDate(facts)) ForgetChosenPlan();
-    facts.chosen_plan = g_chosen_plan;
+    facts.values_left = AreValuesLeft();
     return facts;
 }

@@ -31,7 +31,6 @@ struct UserFacts
 struct Facts
 {
     UserFacts user;
-    std::optional<GUID> chosen_plan;  // by the user or a policy, while never-sleep mode was on
 
     bool running;  // the state machine is between its start and its end
     bool feature_on;
@@ -56,14 +55,11 @@ struct Facts
 
     std::optional<GUID> active_plan;
     CPowerPolicyManager::Plans plans;
+    bool values_left;  // of plans, which the last leave could not put back
 };
 
-// Keep what is announced. The control handler calls them within an Activity.
+// Keeps what is announced. The control handler calls it within an Activity.
 void NoteUser(UserNotice notice);
-void NoteActivePlan();
-
-// The plan that was noted is active, or is not wanted any more.
-void ForgetChosenPlan();
 
 // The facts of this moment. The caller has a complete Standstill.
 Facts ReadFacts();

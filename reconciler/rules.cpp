@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "power/never_sleep_away_mode.h"
+#include "restore/restoring.h"
 #include "state/global_events.h"
 #include "state/on_ac_power.h"
 
@@ -103,7 +104,7 @@ bool RequestsWrong(const Facts& f) { return f.sleeps && !f.requests_as_allowed; 
 
 // --- The plans ---
 
-bool LeaveUnfinished(const Facts& f) { return InNormalUse(f) && f.plans.leave_failed; }
+bool ValuesNotRestored(const Facts& f) { return InNormalUse(f) && f.values_left; }
 
 bool NeverSleepPlanInNormalUse(const Facts& f)
 {
@@ -115,11 +116,6 @@ bool NeverSleepPlanInNormalUse(const Facts& f)
 bool PlanNotActivated(const Facts& f)
 {
     return InNormalUse(f) && f.plans.user_saved && f.plans.activation_failed;
-}
-
-bool ChoiceUndone(const Facts& f)
-{
-    return InNormalUse(f) && f.chosen_plan && Same(f.active_plan, f.plans.user);
 }
 
 bool ChoiceNotNoticed(const Facts& f)
@@ -158,27 +154,18 @@ constexpr Rule kRules[] = {
     {L"The power requests are held while never-sleep mode is allowed, and only then.",
      L"The power requests are not as they should be", L"configuring them", RequestsWrong,
      [](const Facts&) { S::ConfigurePowerRequests(); }},
-    {L"In normal use the never-sleep plan has its own values.",
-     L"A value of the never-sleep plan was not restored", L"repeating the leave", LeaveUnfinished,
-     [](const Facts&) { Manage([](auto& manager) { manager.RepeatLeave(); }); }},
+    {L"In normal use the plans have their own values.", L"A value of a plan was not restored",
+     L"restoring it", ValuesNotRestored, [](const Facts&) { RestoreValuesAfterLeave(); }},
     {L"In normal use the user's plan is active.", L"The never-sleep plan is set up in normal use",
      L"leaving it", NeverSleepPlanInNormalUse,
      [](const Facts&) { Manage([](auto& manager) { manager.ExitHolvState(); }); }},
     {L"In normal use the user's plan is in effect as the service set it up.",
      L"The user's plan could not be activated", L"activating it", PlanNotActivated,
      [](const Facts& f) { CPowerPolicyManager::SetActivePowerScheme(&f.plans.user); }},
-    {L"A plan that was chosen in the user's absence is active on the return.",
-     L"The plan that was chosen in the user's absence is not active", L"activating it",
-     ChoiceUndone,
-     [](const Facts& f) {
-         ForgetChosenPlan();
-         CPowerPolicyManager::SetActivePowerScheme(&*f.chosen_plan);
-     }},
     {L"The plan that is active in normal use is the user's, and prepared for never-sleep mode.",
      L"The active plan is not the one that the service knows as the user's", L"taking it over",
      ChoiceNotNoticed,
      [](const Facts& f) {
-         ForgetChosenPlan();
          Manage([&f](auto& manager) { manager.OnPowerOptionChanged(&*f.active_plan); });
      }},
 };

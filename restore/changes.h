@@ -1,6 +1,6 @@
 // Changes of the user's things, with the restore journal written ahead.
 //
-//     JournaledChange change = ChangeOfPlanValue(scheme, subgroup, setting, bAc, value);
+//     JournaledChange change = ChangeOfPlanValue(plan, setting, bAc, value);
 //     if (change.Made(PowerWriteACValueIndex(...) == ERROR_SUCCESS)) ...
 #pragma once
 

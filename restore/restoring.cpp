@@ -136,6 +136,16 @@ bool IsHeldUnderControl(const Thing& thing)
            IsEqualGUID(thing.setting, GUID_ALLOW_RTC_WAKE);
 }
 
+// The values of plans that a leave of a never-sleep state should have put back.
+std::vector<JournalEntry> ValuesAfterLeave()
+{
+    std::vector<JournalEntry> entries = JournalEntries();
+    std::erase_if(entries, [](const JournalEntry& entry) {
+        return entry.thing.kind != ThingKind::plan_value || IsHeldUnderControl(entry.thing);
+    });
+    return entries;
+}
+
 RestoreCounts RestoreAndLog(const std::vector<JournalEntry>& entries, TellDeviceMode tellDevice,
                             const wchar_t* function)
 {
@@ -158,13 +168,12 @@ RestoreCounts RestoreWhatIsTheUsers(TellDeviceMode tellDevice)
     return counts;
 }
 
+bool AreValuesLeft() { return !ValuesAfterLeave().empty(); }
+
 void RestoreValuesAfterLeave()
 {
     const LastErrorKeeper kept;
-    std::vector<JournalEntry> entries = JournalEntries();
-    std::erase_if(entries, [](const JournalEntry& entry) {
-        return entry.thing.kind != ThingKind::plan_value || IsHeldUnderControl(entry.thing);
-    });
+    const std::vector<JournalEntry> entries = ValuesAfterLeave();
     if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreValuesAfterLeave");
 }
 

@@ -30,6 +30,9 @@ RestoreCounts RestoreWhatIsTheUsers(TellDeviceMode tellDevice);
 // after the leave, before the next entry saves the plans anew.
 void RestoreValuesAfterLeave();
 
+// Whether it has something to restore. In normal use that is what it could not restore before.
+bool AreValuesLeft();
+
 // The active plan, also where the user has chosen another while never-sleep mode lasted. To be
 // called after the entry into normal use, in which the announcement of the plan counts as a choice.
 // Also settles the journal.

@@ -84,12 +84,6 @@ void OnResume(BOOL attended)
     S::OnResume(attended);
 }
 
-void OnPlanChange(const GUID& personality)
-{
-    NoteActivePlan();
-    S::OnPowerOptionChanged(personality);
-}
-
 // Handlers of setting changes; the first row with the setting's GUID is used.
 const struct SettingRow
 {
@@ -100,7 +94,7 @@ const struct SettingRow
     {&GUID_SYSTEM_AWAYMODE, Activity::Kind::fact,
      [](const Setting& s) { OnAwayMode(FirstByteOf(s)); }},
     {&GUID_POWERSCHEME_PERSONALITY, Activity::Kind::notice,
-     [](const Setting& s) { OnPlanChange(DataOf<GUID>(s)); }},
+     [](const Setting& s) { S::OnPowerOptionChanged(DataOf<GUID>(s)); }},
     {&GUID_GLOBAL_USER_PRESENCE, Activity::Kind::notice,
      [](const Setting& s) { OnUserPresence(FirstByteOf(s)); }},
     {&GUID_MONITOR_POWER_ON, Activity::Kind::notice,
