@@ -74,6 +74,20 @@ Action Show(const ScriptLine&, const Arguments&)
     return show;
 }
 
+// Clears one of the machine's settings for platform functions (faults, slowness), or all of them.
+template <auto settings>
+Action Clear(const ScriptLine&, const Arguments& a)
+{
+    return [name = a[0]](ScriptContext& context) {
+        const virtual_pc::Hold hold(context.pc);
+        if (name.empty()) {
+            (context.pc.*settings).ClearAll();
+        } else {
+            (context.pc.*settings).Clear(name);
+        }
+    };
+}
+
 // The rows of each facet.
 std::vector<Command> LifeCommands();      // clock, signal, run, say
 std::vector<Command> ServiceCommands();   // service, pc, cpu

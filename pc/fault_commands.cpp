@@ -38,18 +38,6 @@ Action Rate(const ScriptLine& line, const Arguments& a)
     return SetFault(line, a, {.rate = RateOf(line, a[2])});
 }
 
-Action Clear(const ScriptLine&, const Arguments& a)
-{
-    return [name = a[0]](ScriptContext& context) {
-        const Hold hold(context.pc);
-        if (name.empty()) {
-            context.pc.faults.ClearAll();
-        } else {
-            context.pc.faults.Clear(name);
-        }
-    };
-}
-
 Action Listen(const ScriptLine& line, const Arguments& a)
 {
     return [line, name = a[0], owner = a[1].empty() ? "SYSTEM" : a[1]](ScriptContext& context) {
@@ -60,32 +48,29 @@ Action Listen(const ScriptLine& line, const Arguments& a)
     };
 }
 
-Action Hangup(const ScriptLine& line, const Arguments& a)
-{
-    return [line, name = a[0]](ScriptContext& context) {
-        const auto pipe = context.pipes.find(name);
-        if (pipe == context.pipes.end()) {
-            throw ExpectationFailed(line, "nobody listens on pipe " + name);
-        }
-        context.pc.disk.Hangup(pipe->second);
-        context.pipes.erase(pipe);
-    };
-}
-
-PipeListener& FindPipe(const ScriptLine& line, ScriptContext& context, const std::string& name)
+std::shared_ptr<PipeListener>& FindPipe(const ScriptLine& line, ScriptContext& context,
+                                        const std::string& name)
 {
     const auto pipe = context.pipes.find(name);
     if (pipe == context.pipes.end()) {
-        throw ExpectationFailed(line, "nobody listens on pipe " + name);
+        throw ExpectationFailed(line, "pipe " + name + " has no listener");
     }
-    return *pipe->second;
+    return pipe->second;
+}
+
+Action Hangup(const ScriptLine& line, const Arguments& a)
+{
+    return [line, name = a[0]](ScriptContext& context) {
+        context.pc.disk.Hangup(FindPipe(line, context, name));
+        context.pipes.erase(name);
+    };
 }
 
 Action ReadAt(const ScriptLine& line, const Arguments& a)
 {
     const std::uint32_t rate = NumberOf(line, a[1]);
     return [=, name = a[0]](ScriptContext& context) {
-        FindPipe(line, context, name).ReadAt(context.pc, rate);
+        FindPipe(line, context, name)->ReadAt(context.pc, rate);
         context.pc.Settle();
     };
 }
@@ -93,7 +78,7 @@ Action ReadAt(const ScriptLine& line, const Arguments& a)
 Action ReadAtOnce(const ScriptLine& line, const Arguments& a)
 {
     return [line, name = a[0]](ScriptContext& context) {
-        FindPipe(line, context, name).ReadAt(context.pc, std::nullopt);
+        FindPipe(line, context, name)->ReadAt(context.pc, std::nullopt);
         context.pc.Settle();
     };
 }
@@ -140,7 +125,8 @@ std::vector<Command> FaultCommands()
         {"fault FUNCTION ERROR times N", "makes the next N calls fail", Times},
         {"fault FUNCTION ERROR rate P", "makes each call fail with a probability", Rate},
         {"fault FUNCTION ERROR always", "makes every call fail", Always},
-        {"fault clear [FUNCTION]", "removes the fault of a function, or all faults", Clear},
+        {"fault clear [FUNCTION]", "removes the fault of a function, or all faults",
+         Clear<&Machine::faults>},
         {"pipe listen NAME [OWNER]", R"(listens on \\.\pipe\NAME, as a user's program)", Listen},
         {"pipe hangup NAME", "stops listening", Hangup},
         {"pipe reads NAME at once", "reads what is written without delay, as at first", ReadAtOnce},

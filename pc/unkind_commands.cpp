@@ -105,18 +105,6 @@ Action SlowAll(const ScriptLine&, const Arguments&)
     };
 }
 
-Action ClearSlow(const ScriptLine&, const Arguments& a)
-{
-    return [name = a[0]](ScriptContext& context) {
-        const Hold hold(context.pc);
-        if (name.empty()) {
-            context.pc.slowness.ClearAll();
-        } else {
-            context.pc.slowness.Clear(name);
-        }
-    };
-}
-
 Action ExpectPower(const ScriptLine& line, const Arguments& a)
 {
     const bool on = ChoiceOf(line, a[0], {"off", "on"}) == 1;
@@ -143,7 +131,7 @@ std::vector<Command> UnkindCommands()
         {"slow all", "lets platform functions take time, each by a distribution of its own",
          SlowAll},
         {"slow clear [FUNCTION]", "lets one function, or all of them, take no time again",
-         ClearSlow},
+         Clear<&Machine::slowness>},
         {"slow FUNCTION SPAN", "lets a platform function take about that long", Slow},
         {"slow FUNCTION SPAN rate P", "lets a share of its calls hang for about that long",
          SlowAtTimes},

@@ -1,6 +1,8 @@
 // The service's process ends at any call that it makes, in any state, and also while the next one
 // restores: after the next start and stop everything is as it was.
 
+#include <functional>
+
 #include "tests/users_pc.h"
 
 using namespace std::chrono_literals;
@@ -57,39 +59,42 @@ protected:
 constexpr std::uint64_t kStride = 10;
 std::uint64_t FirstCall() { return 1 + DrawnSchedule().seed % kStride; }
 
-TEST_F(CrashSweepTest, AKillAtAnyCallLeavesNothingBehindAfterTheNextStart)
+// Lives one life after the other, each with a kill at another call, until a life has fewer calls.
+// Returns how many were killed. `live` plans the kill, and ends with a service that does not run.
+std::uint64_t Sweep(const std::function<void(UsersPc& user, std::uint64_t call)>& live)
 {
     std::uint64_t kills = 0;
-    for (std::uint64_t n = FirstCall(); !HasFailure(); n += kStride, ++kills) {
+    for (std::uint64_t n = FirstCall(); !testing::Test::HasFailure(); n += kStride, ++kills) {
         SCOPED_TRACE("killed at call " + std::to_string(n));
         UsersPc user;
         user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
-        user.pc.KillAtCall(user.image.path, n);
-        Live(user);
+        live(user, n);
         const bool killed = user.pc.processes().back()->killed();
         ExpectNothingIsLeft(user);
         if (!killed) break;
     }
+    return kills;
+}
+
+TEST_F(CrashSweepTest, AKillAtAnyCallLeavesNothingBehindAfterTheNextStart)
+{
+    const std::uint64_t kills = Sweep([](UsersPc& user, std::uint64_t call) {
+        user.pc.KillAtCall(user.image.path, call);
+        Live(user);
+    });
     EXPECT_GE(kills, 100u);
 }
 
 TEST_F(CrashSweepTest, NeitherDoesASecondKillWhileTheNextProcessRestores)
 {
-    std::uint64_t kills = 0;
-    for (std::uint64_t n = FirstCall(); !HasFailure(); n += kStride, ++kills) {
-        SCOPED_TRACE("the second time killed at call " + std::to_string(n));
-        UsersPc user;
-        user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
+    const std::uint64_t kills = Sweep([](UsersPc& user, std::uint64_t call) {
         user.StartService();
         user.Enter("HOLV_DND");
         user.Kill();
-        user.pc.KillAtCall(user.image.path, n);
+        user.pc.KillAtCall(user.image.path, call);
         user.TryToStart();
         End(user);
-        const bool killed = user.pc.processes().back()->killed();
-        ExpectNothingIsLeft(user);
-        if (!killed) break;
-    }
+    });
     EXPECT_GE(kills, 30u);
 }
 

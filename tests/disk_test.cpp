@@ -274,7 +274,7 @@ TEST_F(DiskTest, AWriterWaitsForASlowReaderUntilItHangsUp)
     pc.RunFor(62s);
     listener->ReadAt(pc, 0);
     pc.RunFor(1h);
-    EXPECT_TRUE(program.running()) << "nobody reads";
+    EXPECT_TRUE(program.running()) << "the writer has ended although the listener reads nothing";
     pc.disk.Hangup(listener);
     pc.RunUntilEnd(program);
 }

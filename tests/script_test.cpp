@@ -115,7 +115,7 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
         {"service stop", "the stop is refused with error 1060"},
         {"service start", "the start is refused with error 1060"},
         {"expect service running", "expected the service to be running, but it is absent"},
-        {"pipe hangup A", "nobody listens on pipe A"},
+        {"pipe hangup A", "pipe A has no listener"},
         {"service kill", "the service's program does not run"},
         {"expect power off", "expected the PC to be off, but it is on"},
     };

@@ -112,7 +112,7 @@ TEST_F(SessionTest, TheStarterWaitsForTheEndButNoLongerThanItSays)
     }
 }
 
-// A program that somebody planted in C:\ must not start in the user's session.
+// A program that a user planted in C:\ must not run in another user's session.
 TEST_F(SessionTest, AProgramPlantedAtAPrefixOfThePathIsNeverStarted)
 {
     for (const wchar_t* prefix : {kPlanted, LR"(C:\Program Files\Orbeq\Holv.exe)"}) {
