@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -19,6 +20,14 @@
 namespace virtual_pc {
 
 // --- Images ---
+
+namespace {
+
+// The loader has such a lock of its own, which the thread sanitizer does not see: it would hold an
+// image that is loaded where another has just been unloaded against that one's threads.
+std::mutex g_loading;
+
+}  // namespace
 
 // The loader gives the same image to every load of a file, so each load gets a copy of the file, in
 // memory.
@@ -46,13 +55,19 @@ LoadedImage::LoadedImage(const Image& image)
     close(source);
     // By this process's number, so that the path means the same file to a debugger.
     const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_file);
-    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    {
+        const std::scoped_lock lock(g_loading);
+        m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    }
     if (!m_library) fail(dlerror());
 }
 
 LoadedImage::~LoadedImage()
 {
-    dlclose(m_library);
+    {
+        const std::scoped_lock lock(g_loading);
+        dlclose(m_library);
+    }
     close(m_file);
 }
 
