@@ -185,6 +185,23 @@ TEST(RestoreTurnTest, TwoThatWouldRestoreAtOnceDoNoHarm)
     EXPECT_TRUE(kRunFree || exits == possible) << "the moments differ";
 }
 
+// One program's image is unloaded while another's is loaded, perhaps in its place.
+TEST(RestoreTurnTest, ProgramsStartAndEndAtOnce)
+{
+    Machine pc({.free = kRunFree});
+    const auto host_path = std::filesystem::path(HOLV_IMAGE).replace_filename("libholvctl.so");
+    pc.Install({.host_path = host_path, .path = kCtlPath});
+    std::vector<const Process*> started;
+    for (int i = 0; i < 30; ++i) {
+        started.push_back(pc.StartInstalled(kCtlPath, L"holvctl.exe help"));
+    }
+    pc.RunFor(1s);
+    for (const Process* program : started) {
+        EXPECT_FALSE(program->running());
+        EXPECT_EQ(program->exit_code(), 2) << "the usage";
+    }
+}
+
 // --- The journal itself ---
 
 const JournalEntry kPlan{Thing::ActivePlan(),
