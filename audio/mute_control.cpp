@@ -95,8 +95,8 @@ BOOL CAudioManager::OnDefaultAudioDeviceMuteStateChange(
     return TRUE;
 }
 
-// Stop may run while either of these sleeps. The cache is then empty and accepts no entries, so the
-// steps after the sleep do nothing.
+// OnAudioDeviceActivated and OnDefaultDeviceChange sleep, and Stop may run meanwhile. The cache is
+// then empty and accepts no entries, so the steps after the sleep do nothing.
 
 void CAudioManager::OnAudioDeviceActivated(const wchar_t* id)
 {

@@ -52,7 +52,7 @@ constexpr const wchar_t* kMessage = L"Entering HOLV Registry Do Not Disturb time
 constexpr const wchar_t* kLogPath = LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)";
 constexpr off_t kWrapAt = 5 << 20;
 
-// A bare seek and write of as many bytes, to a file on the same disk.
+// The baseline: a bare seek and write of a line's bytes, to a file on the same disk.
 void SeekAndWrite(benchmark::State& state)
 {
     const Machine pc;

@@ -1,4 +1,4 @@
-// Runs the benchmarks several times in turn and prints the ratio of each pair's medians.
+// Runs the benchmarks, each several times, and prints the ratio of each pair's medians.
 
 #include <benchmark/benchmark.h>
 

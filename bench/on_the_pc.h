@@ -10,8 +10,7 @@
 
 inline constexpr int kRepetitions = 5;
 
-// Repetitions, interleaved by the library, so that a drift of the host's speed affects both of a
-// pair.
+// Repeats a benchmark, so that one disturbed repetition does not decide its median.
 inline void InPairs(benchmark::internal::Benchmark* bench)
 {
     bench->UseRealTime()->Repetitions(kRepetitions)->ReportAggregatesOnly(false);

@@ -37,7 +37,7 @@ std::wstring_view ArgumentsOf(std::wstring_view line)
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, LPWSTR, int)
 {
-    // What the parts of the service log is not for the console.
+    // The service's code, of which parts are linked in, logs; its lines are not for the console.
     g_dwLoggingEnabled = 0;
     const std::wstring_view arguments = ArgumentsOf(GetCommandLineW());
     for (const Command& command : kCommands) {

@@ -40,7 +40,7 @@ int RunRestore()
     constexpr DWORD kPatienceMs = 2000;
     const RestoreTurn turn(kPatienceMs);
     if (!turn.mine()) return Refuse(L"Another process is restoring.\n");
-    // Asked with the turn held: a service that starts meanwhile waits for the turn.
+    // Asked while this process has the turn: a service that starts now waits for it, half a second.
     if (!IsServiceStopped()) {
         return Refuse(L"The service runs, and restores everything when it stops. Stop it first.\n");
     }

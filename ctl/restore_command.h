@@ -1,7 +1,7 @@
-// holvctl restore.
+// The command "holvctl restore".
 #pragma once
 
-// Restores from the journal what is the user's, unless the service runs, which does so itself, or
-// another process is restoring. Prints what came of it. Returns the exit code: 0 when nothing is
-// left to restore, 1 when something is, 3 when it was refused.
+// Restores the user's values from the journal, and prints how many. Refuses while the service runs,
+// which restores them when it stops, and while another process restores them. Returns the exit
+// code: 0 when nothing is left to restore, 1 when something is, 3 when it was refused.
 int RunRestore();

@@ -63,7 +63,8 @@ Action ActivatePlan(const ScriptLine& line, const Arguments& a)
     };
 }
 
-// A plan `name` like the plan `like`, under a GUID or, where that is empty, under one of its own.
+// Adds a plan `name`, a copy of the plan `like`, with the GUID `guid_text`, or a drawn one where
+// that is empty.
 Action NewPlan(const ScriptLine& line, const std::string& like, const std::string& name,
                const std::string& guid_text)
 {

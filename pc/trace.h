@@ -5,5 +5,6 @@
 
 #include "platform/virtual/core/machine.h"
 
-// Writes the effects of `pc` to `out` from now on. Both must outlive the machine's last effect.
+// Writes the effects of `pc` to `out` from now on, the last while `pc` is destroyed: `out` must
+// live longer.
 void TraceTo(virtual_pc::Machine& pc, std::ostream& out);

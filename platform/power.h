@@ -186,7 +186,7 @@ extern "C" {
 // Read or write one setting of a plan, for AC or DC. They return a Win32 error code
 // (ERROR_FILE_NOT_FOUND for an unknown plan or setting, or another subgroup than the setting's) and
 // leave the last error unchanged. Values written to the active plan take effect when it is next
-// activated. The root key is null. Any thread.
+// activated. Callers pass null for the root key. Any thread.
 DWORD WINAPI PowerReadACValueIndex(HKEY root, const GUID* scheme, const GUID* subgroup,
                                    const GUID* setting, LPDWORD value);
 DWORD WINAPI PowerReadDCValueIndex(HKEY root, const GUID* scheme, const GUID* subgroup,

@@ -124,8 +124,8 @@ LONG CUserProcess::QuitProcess(HANDLE processHandle)
         Log(3, kFunction, L"Unable to lookup privilege value SE_DEBUG_NAME - %d\n", GetLastError());
         return -2;
     }
-    // The call succeeds even if the account lacks the privilege. That is no failure: the service
-    // may end processes that it has started without it.
+    // The call succeeds even if the account lacks the privilege, and the caller goes on: to end a
+    // process that the service has started needs no privilege.
     if (!AdjustTokenPrivileges(token.Get(), FALSE, &privileges, 0, nullptr, nullptr)) {
         Log(3, kFunction, L"Unable to adjust token privileges for current process - %d\n",
             GetLastError());

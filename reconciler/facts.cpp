@@ -12,7 +12,8 @@ namespace {
 
 using S = CNeverSleepState;
 
-// What was announced. Written within an Activity, read within a Standstill.
+// What the system has announced of the user. The control handler writes it while it has an Activity
+// open; the reconciler reads it in a complete Standstill, when none is open.
 UserFacts g_user;
 
 UserFacts After(UserNotice notice, UserFacts facts)
@@ -20,27 +21,27 @@ UserFacts After(UserNotice notice, UserFacts facts)
     switch (notice) {
         case UserNotice::suspend:
             facts.suspended = true;
-            facts.there = false;
+            facts.present = false;
             break;
         case UserNotice::unattended_resume:
             facts.suspended = false;
             break;
         case UserNotice::attended_resume:
             facts.suspended = false;
-            facts.there = true;
+            facts.present = true;
             break;
         case UserNotice::away_mode_on:
             facts.away = true;
-            facts.there = false;
+            facts.present = false;
             break;
         case UserNotice::away_mode_off:
             facts.away = false;
-            facts.there = !facts.suspended;
+            facts.present = !facts.suspended;
             break;
         case UserNotice::present:
             // A program may turn the display on in away mode, and a notice may arrive late, when
             // the PC is about to sleep.
-            if (!facts.away && !facts.suspended) facts.there = true;
+            if (!facts.away && !facts.suspended) facts.present = true;
             break;
     }
     return facts;

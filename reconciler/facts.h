@@ -25,7 +25,7 @@ struct UserFacts
 {
     bool away = false;
     bool suspended = false;
-    bool there = false;  // has come, and has not left since
+    bool present = false;  // has come back, and has not left since
 };
 
 struct Facts

@@ -125,6 +125,7 @@ void EndReconciler()
     SetEvent(g_changed.Get());
     const bool ended = WaitForSingleObject(g_thread.Get(), kEndMs) == WAIT_OBJECT_0;
     g_thread.Reset();
-    // A thread that still runs waits on it, and the process's end closes it.
+    // After a time-out the event stays open: the thread still waits on it, and Windows closes it
+    // when the process ends.
     if (ended) g_changed.Reset();
 }

@@ -12,5 +12,5 @@
 // without it.
 void StartReconciler();
 
-// Ends the thread and waits for its end, which comes at once. The global events must still be open.
+// Ends the thread, and waits for that a bounded time. The global events must still be open.
 void EndReconciler();

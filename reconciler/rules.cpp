@@ -14,7 +14,7 @@ using S = CNeverSleepState;
 
 bool InUse(const Facts& f) { return f.feature_on && f.state != HOLV_INIT; }
 bool InNormalUse(const Facts& f) { return f.feature_on && f.state == S0_NORMAL; }
-bool NoUser(const Facts& f) { return InUse(f) && !f.user.there; }
+bool NoUser(const Facts& f) { return InUse(f) && !f.user.present; }
 bool Same(const std::optional<GUID>& plan, const GUID& other)
 {
     return plan && IsEqualGUID(*plan, other);
@@ -127,7 +127,7 @@ bool ChoiceNotNoticed(const Facts& f)
 constexpr Rule kRules[] = {
     {L"A PC with its user there is in normal use.",
      L"The user is back but normal use has not begun", L"signalling EVENT_ENTER_S0",
-     [](const Facts& f) { return InUse(f) && f.user.there && f.state != S0_NORMAL; },
+     [](const Facts& f) { return InUse(f) && f.user.present && f.state != S0_NORMAL; },
      [](const Facts&) { SignalGlobalEvent(EVENT_ENTER_S0); }},
     {L"A PC in away mode is in never-sleep mode.", L"Away mode is on but never-sleep mode is not",
      L"entering it", AwayInNormalUse, EnterAwayMode},

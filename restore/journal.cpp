@@ -22,7 +22,7 @@ std::vector<JournalEntry> g_put_back;
 
 // --- In the registry ---
 
-// Nothing when there is no journal.
+// Reads the journal's value. ERROR_FILE_NOT_FOUND when there is none.
 LSTATUS ReadBytes(std::vector<BYTE>& bytes)
 {
     DWORD size = 0;
@@ -88,8 +88,8 @@ LSTATUS WriteEntries(const std::vector<JournalEntry>& entries, bool flush)
     return error == ERROR_SUCCESS && flush ? RegFlushKey(key.Get()) : error;
 }
 
-// A removal need not be on the disk at once: should it be lost, the thing is found to have the
-// user's value, and is left alone.
+// Writes the entries. Callers that only removed some need not flush: should a power cut lose the
+// removal, the next start finds the user's values in place, and changes nothing.
 void Save(bool flush)
 {
     std::vector<JournalEntry> entries = g_entries;
@@ -103,8 +103,8 @@ void Save(bool flush)
 
 auto Find(const Thing& thing) { return std::ranges::find(g_entries, thing, &JournalEntry::thing); }
 
-// The entry of a thing that is changed again before it was settled: with what the service had
-// written, as that may be what the disk has.
+// Takes back the entry of a thing that the service has restored, and changes again before
+// SettleJournal. It keeps the values that the service wrote before: one may still be on the disk.
 std::optional<JournalEntry> TakePutBack(const Thing& thing)
 {
     const auto found = std::ranges::find(g_put_back, thing, &JournalEntry::thing);

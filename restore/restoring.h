@@ -23,17 +23,18 @@ using TellDeviceMode = bool (*)(DWORD mode);
 // takes longer. On any thread; it enters a COM apartment for as long as it needs one.
 RestoreCounts RestoreWhatIsTheUsers(TellDeviceMode tellDevice);
 
-// The next two restore what a leave of a never-sleep state has not put back, and do nothing where
-// it was complete.
+// RestoreValuesAfterLeave and RestorePlanAfterReturn restore what the leave of a never-sleep state
+// has not put back, and do nothing where it put everything back.
 
-// The values of plans, except those that the service holds as long as it has control. To be called
-// after the leave, before the next entry saves the plans anew.
+// Restores the values of plans, except those that the service holds as long as it has control. The
+// caller has left the state, and has not yet entered another, which would save the plans anew.
 void RestoreValuesAfterLeave();
 
-// Whether it has something to restore. In normal use that is what it could not restore before.
+// Whether RestoreValuesAfterLeave has values to restore. In normal use those are values that an
+// earlier call failed to restore.
 bool AreValuesLeft();
 
-// The active plan, also where the user has chosen another while never-sleep mode lasted. To be
-// called after the entry into normal use, in which the announcement of the plan counts as a choice.
-// Also settles the journal.
+// Restores the active plan, or activates the one that the user has chosen while never-sleep mode
+// lasted, and settles the journal. The caller has entered normal use, in which the announcement of
+// the plan counts as a choice.
 void RestorePlanAfterReturn();

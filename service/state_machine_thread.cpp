@@ -26,7 +26,7 @@ DWORD WINAPI StateMachineThreadProc(LPVOID)
     // A process before this one may have been killed amid never-sleep mode.
     Restore();
     CNeverSleepState::Run();
-    // The state machine leaves no state at its end.
+    // Run ends without leaving the current state, so what that state changed is still in place.
     Restore();
     ReportServiceState(SERVICE_STOPPED);
     PostThreadMessageW(Module().service_thread_id(), WM_QUIT, 0, 0);

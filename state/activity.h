@@ -48,7 +48,7 @@ struct ChangeCounts
 // Has `changed` signalled after every change; null for none. The event must stay open until then.
 void ObserveChanges(HANDLE changed);
 
-// Keeps spans from opening during its lifetime, which must be short.
+// While it exists no Activity begins: the threads that would begin one wait, so keep it short.
 class Standstill
 {
 public:
@@ -56,7 +56,7 @@ public:
     Standstill(const Standstill&) = delete;
     Standstill& operator=(const Standstill&) = delete;
 
-    // Whether none is open that began before.
+    // Whether every Activity that began before this has ended.
     bool Complete() const;
     ChangeCounts Changes() const;
 

@@ -73,7 +73,7 @@ protected:
 
     std::vector<DebugLine> Debug() const { return pc.outputs.debug(); }
 
-    DWORD thread = 0;  // of the last process
+    DWORD thread = 0;  // that ran the latest body
 };
 
 TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)

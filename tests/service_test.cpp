@@ -159,7 +159,7 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
         {"RegisterServiceCtrlHandlerExW", 1, 5, "starting", "", "Handler not installed"},
         {"CoInitialize", 1, kChangedMode, "starting", "", no_com},
         {"RegisterPowerSettingNotification", 3, 5, "running", "running ", ""},
-        // The first is that of the program's end; the second is the first of the thirteen.
+        // Call 1 creates the event for the program's end, calls 2 to 8 create slots 0 to 6.
         {"CreateEventW", 1, 5, "running", "running ", ""},
         {"CreateEventW", 4, 5, "stopped", "running stopped stopped ", "CreateEvent (2) failed"},
         {"CreateWaitableTimerW", 6, 5, "stopped", "running stopped stopped ",

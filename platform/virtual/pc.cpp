@@ -135,7 +135,7 @@ Machine::Machine(const Options& options)
     if (!m_registry_file.empty()) registry.Load(m_registry_file);
 }
 
-// What a facet needs of one above it.
+// Sets the callbacks by which a facet reaches one above it, which it does not include.
 void Machine::ConnectFacets()
 {
     programs.installed = [this](const Image& image) {
@@ -154,7 +154,7 @@ void Machine::ConnectFacets()
 Machine::~Machine()
 {
     {
-        // No thread of a sleeping machine could run to its end.
+        // Wakes the machine first: none of its threads could run to its end while it sleeps.
         const Hold hold(*this);
         scheduler.GoOn();
     }

@@ -38,7 +38,7 @@ sub words {
 my $source = qr/\bspecificatio[n]s?\b|\bspec\.m[d]\b|\bthe\s+spe[c]\b|\bshared\/[a-z_]+\.m[d]\b
     |\b(?:Part|Chapter|Requirement)\s+[0-9]+(?:\.[0-9]+)+|\bsections?\s+[0-9]|§\s*[0-9]
     |\b(?:the|this|our)\s+(?:design|task)\s+(?:paper|brie[f]|page)\b/xi;
-# Places of one machine that are no other's.
+# Paths of a developer's machine.
 my $here = qr{(?:(?<![\w.\$\}~/*-])|(?<=-[IL]))/(?:wor[k]|roo[t]|hom[e])/};
 
 sub lines_with {

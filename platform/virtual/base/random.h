@@ -24,7 +24,7 @@ public:
         return z ^ (z >> 31);
     }
 
-    // Below a number that is not 0.
+    // A number below `bound`, which must not be 0.
     std::uint64_t Below(std::uint64_t bound) { return Next() % bound; }
 
     // From 0 up to, but not including, 1.

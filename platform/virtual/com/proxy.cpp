@@ -73,8 +73,8 @@ protected:
         });
     }
 
-    // For methods that return an interface: `body` stores the object's own, and the caller gets it
-    // marshaled.
+    // Remote for methods that return an interface: `body` stores the interface of the object's
+    // apartment, and the caller gets one of its own apartment.
     template <class Given, class Body>
     HRESULT RemoteGiven(Function& function, REFIID id, Given** given, Body body)
     {

@@ -61,7 +61,8 @@ public:
     // A new handle that belongs to the calling process.
     HANDLE Open(std::shared_ptr<Object> object);
 
-    // The calling process. The driver has none: a platform function that needs one aborts there.
+    // The calling process. The driver (a script or test) calls without one: then this aborts the
+    // program.
     Process& process();
 
     Machine& machine;

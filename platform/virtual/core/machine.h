@@ -200,7 +200,7 @@ public:
     Battery& battery;
     User& user;
     SleepState& sleep;
-    Waker& waker;  // the same, as timers know it
+    Waker& waker;  // `sleep`, by the interface that timers use
     Session& session;
     ServiceManager& services;
     Com& com;

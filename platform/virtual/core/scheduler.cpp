@@ -14,7 +14,8 @@ namespace {
 
 thread_local Thread* t_self = nullptr;
 
-// Ends a thread whose process has ended, by an exception, unless the thread is unwinding already.
+// Throws ThreadEnds when the thread's process has ended or has been killed, unless the thread is
+// unwinding already.
 void EndIfEnding(Thread& self)
 {
     if (!EndIfKilled(self) && self.ends && std::uncaught_exceptions() == 0) throw ThreadEnds{};

@@ -29,8 +29,8 @@ struct ApartmentMembership
     std::shared_ptr<Apartment> apartment = {};
 };
 
-// Handles the messages that are sent to a window. A thread's apartment is one: the calls that come
-// into it arrive as messages.
+// Handles the messages that are sent to a window. A single-threaded apartment is such a server: the
+// calls that come into it arrive as messages.
 class MessageServer
 {
 public:

@@ -59,12 +59,14 @@ public:
 
     // Makes a file or folder that is a link to another place; links on the way are followed.
     void Link(std::wstring_view path, std::wstring_view target);
-    // Gives a file or a folder an owner and writers, until the file is made anew.
+    // Sets the owner of a file or folder and the users who may write it. Creating the file anew
+    // resets both.
     void SetRights(std::wstring_view path, FileRights::Rights rights);
     std::wstring OwnerOf(std::wstring_view path) const;
-    // Opens a file for another program; null when the service has it open and shares it not so.
+    // Opens a file as another program would; null when the service has it open and does not share
+    // it for that access.
     std::shared_ptr<OpenMode> OpenElsewhere(std::wstring_view path, DWORD access, DWORD share);
-    // By the files' paths on the host, with links followed. With the machine held.
+    // Keyed by the files' paths on the host, after links. The caller holds the machine.
     FileRights rights;
 
     // A listener of \\.\pipe\NAME, until Hangup. Writers then get ERROR_NO_DATA.

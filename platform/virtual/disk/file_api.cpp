@@ -245,7 +245,8 @@ HANDLE OpenDevice(Call& call, std::wstring_view path, DWORD access, DWORD flags)
     return device ? call.Open(std::move(device)) : FailToOpen(call, error);
 }
 
-// The host's flags for a disposition, and whether the last error then says if the file existed.
+// A creation disposition, the host's flags for it, and whether CreateFileW sets the last error to
+// ERROR_ALREADY_EXISTS for a file that existed.
 struct Disposition
 {
     DWORD disposition;

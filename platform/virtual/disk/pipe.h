@@ -42,7 +42,7 @@ public:
     void HangUp();
 
     // Writes all bytes, and waits for room in between. ERROR_NO_DATA when nothing listens any more.
-    // With the machine held once.
+    // The caller holds the machine exactly once, as the wait releases it.
     DWORD Write(Machine& machine, Thread& self, std::string_view bytes);
 
 private:

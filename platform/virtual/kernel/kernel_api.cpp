@@ -129,8 +129,8 @@ HANDLE CreateNamed(Call& call, Waitable::Reset reset, LPCWSTR name, bool signall
     return call.Open(std::move(made));
 }
 
-// The system names no later version than 8 to a program without a manifest that names that version,
-// and no program here has one.
+// From 8.1 on, Windows tells a program that it is Windows 8, unless the program's manifest lists
+// the later version; no program here has a manifest.
 DWORD VersionTold(const Machine& machine)
 {
     return machine.AtLeast(kWindows81) ? kWindows8 : machine.os_version.load();

@@ -107,8 +107,8 @@ void WINAPI EnterCriticalSection(CRITICAL_SECTION* section)
     while (section->RecursionCount > 0) {
         const LockWait waiting(section, call.thread);
         call.machine.scheduler.Block(call.thread);
-        if (call.thread.ends)
-            return;  // unwinding, without the lock; LeaveCriticalSection allows for that
+        // The thread unwinds without the lock; LeaveCriticalSection does not count that as misuse.
+        if (call.thread.ends) return;
     }
     section->OwningThread = self;
     section->RecursionCount = 1;

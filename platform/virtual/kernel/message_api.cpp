@@ -21,8 +21,8 @@ Function fn_post_thread_message{"PostThreadMessageW"};
 constexpr std::size_t kMostMessages = 10'000;
 constexpr DWORD kErrorNotEnoughQuota = 1816;
 
-// What a thread looks for in its queue. A null window is any, and 0, 0 is every message; WM_QUIT
-// passes whatever its number.
+// What a thread looks for in its queue. A null window matches any window, and the range 0 to 0 any
+// message. WM_QUIT always matches.
 struct Filter
 {
     HWND window;

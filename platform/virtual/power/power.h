@@ -109,13 +109,13 @@ public:
     // How long the command that prints it takes; no time unless set.
     Duration listing_takes{0};
     ListingWords listing_words = kEnglishListing;
-    // When set, printed in place of that, as another version of Windows may print it.
+    // When set, the command prints this in place of Listing(), as another version of Windows may.
     std::optional<std::wstring> listing_instead;
     // Ends all requests but those for away mode, as a sleep that the user asks for does.
     void EndRequests();
 
-    // The power was cut: no request is held, and the active plan is in force as it is on the disk.
-    // With the machine held.
+    // After a power cut: ends all requests, and puts the active plan in force with the values that
+    // are on the disk. With the machine held.
     void Lose();
 
 private:

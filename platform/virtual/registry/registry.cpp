@@ -110,10 +110,10 @@ bool RegistryNode::Delete(std::wstring_view path)
     return true;
 }
 
-void RegistryNode::MarkDeleted(bool so)
+void RegistryNode::MarkDeleted(bool is_deleted)
 {
-    deleted = so;
-    for (const auto& [name, child] : keys) child->MarkDeleted(so);
+    deleted = is_deleted;
+    for (const auto& [name, child] : keys) child->MarkDeleted(is_deleted);
 }
 
 // --- The registry ---

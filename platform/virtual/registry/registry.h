@@ -41,8 +41,8 @@ struct RegistryNode : std::enable_shared_from_this<RegistryNode>
     std::shared_ptr<RegistryNode> Create(std::wstring_view path);
     // With everything below it; false when it is not there.
     bool Delete(std::wstring_view path);
-    // Of this key and all below it.
-    void MarkDeleted(bool so);
+    // Marks this key and all below it as deleted, or as there again.
+    void MarkDeleted(bool is_deleted);
 };
 
 enum class RegistryRoot

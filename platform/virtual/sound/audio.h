@@ -119,7 +119,7 @@ private:
     std::array<std::array<Endpoint*, kRoles>, kFlows> m_default{};
 };
 
-// The class of the sound system's enumerator; Com::Factory.
+// Creates the sound system's enumerator: a Com::Factory.
 HRESULT MakeEnumerator(REFIID id, void** object);
 
 }  // namespace virtual_pc

@@ -237,7 +237,7 @@ private:
             Fail("\"" + word + "\" is not understood");
         }
         type.name = FromUtf8(Word());
-        if (Take(';')) return;  // it is described elsewhere
+        if (Take(';')) return;  // a forward declaration
         type.guid = Identifier(attributes);
         type.help = Help(attributes);
         for (const auto& [name, argument] : attributes) {
