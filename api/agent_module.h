@@ -9,7 +9,8 @@ public:
     // Each object of the control interface holds one lock for as long as it lives; a client may
     // hold more through the class object.
     virtual void Lock() = 0;
-    // In a plain COM server, releasing the last lock ends the process.
+    // When the process runs as a COM server, and not as the service, releasing the last lock ends
+    // it.
     virtual void Unlock() = 0;
 
 protected:

@@ -8,8 +8,8 @@
 #include "platform/owned.h"
 
 // The connection point for one outgoing dispatch interface. It is part of its container and shares
-// its reference count. Call on the container's thread only. A sink may call back into it while it
-// is called.
+// its reference count. Call on the container's thread only. A sink that is being called may call
+// the connection point.
 class ConnectionPoint final : public IConnectionPoint
 {
 public:

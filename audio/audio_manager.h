@@ -92,7 +92,7 @@ private:
     // Return a reference for the caller; empty when there is none.
     static OwnedInterface<IMMDeviceEnumerator> Enumerator();
     static Entry At(std::size_t slot);
-    // As Enumerator; logs the line when there is none.
+    // The same as Enumerator; when there is no enumerator, logs `line` under `function`.
     static OwnedInterface<IMMDeviceEnumerator> EnumeratorOrLog(const wchar_t* function,
                                                                FormatFor<> line);
 

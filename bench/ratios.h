@@ -7,7 +7,7 @@
 struct Pair
 {
     std::string measure;   // a benchmark's name
-    std::string baseline;  // another's
+    std::string baseline;  // the name of the benchmark that it is compared with
     double aim;            // the ratio to stay within; 0 for none
     std::string what;
 };

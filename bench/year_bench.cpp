@@ -38,8 +38,8 @@ public:
         });
     }
 
-    // Counters "HOLV_IDLE/h" and so on, and "HOLV_IDLE battery/h" for the time on battery, when the
-    // service watches the charge too.
+    // Reports how often an hour the service wakes in each state: "HOLV_IDLE/h" on mains, "HOLV_IDLE
+    // battery/h" on battery, where it watches the charge too.
     void Report(benchmark::State& state)
     {
         Count();

@@ -167,7 +167,8 @@ AgentClient::Program::Program(Machine& machine, std::wstring_view known_as)
 {
 }
 
-// What a terminated program had is the machine's.
+// The machine has dropped a terminated program's references: to release one would be a call of a
+// process that is gone.
 AgentClient::Program::~Program() { object.Detach(); }
 
 int AgentClient::Program::Run()

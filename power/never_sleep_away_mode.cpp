@@ -61,8 +61,8 @@ BOOL CNeverSleepAwayMode::Initialize()
     return TRUE;
 }
 
-// The control handler's thread may call an operation after this one. It must find no handle: a
-// closed handle's number may already stand for another object.
+// The control handler's thread may call an operation after Uninitialize. That operation must find
+// no handle: a closed handle's number may already stand for another object.
 void CNeverSleepAwayMode::Uninitialize()
 {
     const ScopedLock lock(g_lock);

@@ -26,8 +26,8 @@ void ReadValue(const PlanSetting& setting, const GUID& scheme, BOOL bAc, DWORD& 
 
 // --- What may be changed ---
 
-// If no plan was ever saved, every write is allowed: `scheme` is then the null GUID, the writes
-// fail, and the log shows them.
+// A value may be changed only if it was read, and so can be restored. Where no plan was ever saved
+// every write is allowed: `scheme` is then the null GUID, the writes fail, and the log shows them.
 bool CPowerPolicyManager::ChangeablePlan::MayChange(const PlanSetting& setting, BOOL bAc) const
 {
     return !saved || read.*setting.Field(bAc) != 0;
@@ -123,9 +123,9 @@ void CPowerPolicyManager::SaveHolvPowerOptions()
         m_HolvConfig.dwProcMaxAc);
 }
 
-// The scheme's values from before EnterHolvControl changes them. If the user scheme is the same
-// plan, EnterHolvControl has already changed it, and the values saved of the user scheme are the
-// original ones.
+// Saves the never-sleep scheme's values. EnterHolvControl has changed the user scheme before this
+// call, and changes the never-sleep scheme after it. Where both are one plan, its original values
+// are those saved of the user scheme.
 void CPowerPolicyManager::SaveHolvRestoreValues()
 {
     const GUID& scheme = m_HolvConfig.guidScheme;

@@ -91,7 +91,7 @@ BOOL CUserProcess::ExecuteProcessAsUserByHandle(const std::wstring& path,
             WaitForSingleObject(m_processInformation.hProcess, MillisecondsOf(waitSeconds));
         }
     }
-    // Releasing the token and the environment may have changed it.
+    // Sets the last error again, which releasing the token and the environment may have changed.
     if (!created) SetLastError(error);
     return created;
 }

@@ -20,7 +20,7 @@ enum class UserNotice
     present,  // the user's presence, or on Windows 7 the display that comes on
 };
 
-// What was announced of the user so far. Away mode may last through a sleep.
+// What the system has announced of the user so far. `away` may last through a sleep.
 struct UserFacts
 {
     bool away = false;
@@ -40,8 +40,8 @@ struct Facts
     bool requests_released;
     bool sleeps;  // S3 is supported
 
-    std::optional<bool> on_ac;  // nothing when the system does not know
-    bool known_as_on_ac;        // by the service
+    std::optional<bool> on_ac;  // the source now; nothing when the system does not know
+    bool known_as_on_ac;        // what the service believes
     bool battery_low;
 
     bool hours_enabled;

@@ -30,7 +30,8 @@ void Manage(const std::function<void(CPowerPolicyManager&)>& what)
 
 bool AwayInNormalUse(const Facts& f) { return NoUser(f) && f.user.away && f.state == S0_NORMAL; }
 
-// The end of away mode counts only after its start was handled, so the start is handled again.
+// Handles the start of away mode, which an entry has absorbed: the state machine ignores the end of
+// away mode as long as it has not handled the start.
 void EnterAwayMode(const Facts&)
 {
     constexpr DWORD kEntered = 1;

@@ -21,7 +21,8 @@ OwnedInterface<IAudioEndpointVolume> Endpoints::VolumeOf(const std::wstring& id)
     OwnedInterface<IAudioEndpointVolume> volume;
     if (!m_tried) {
         m_tried = true;
-        // The thread may be in the other kind of apartment already, which serves as well.
+        // This fails where the thread is in a single-threaded apartment already, which serves as
+        // well.
         m_in_apartment = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_INPROC_SERVER,
                          IID_IMMDeviceEnumerator, ReceiveAny(m_enumerator));

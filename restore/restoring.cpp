@@ -100,7 +100,7 @@ private:
         });
     }
 
-    // Values written to the active plan take effect with its next activation.
+    // Activates the active plan anew where its values were written, which takes them into effect.
     void PutPlanIntoEffect()
     {
         if (m_written_plans.empty()) return;

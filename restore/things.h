@@ -98,8 +98,9 @@ struct JournalEntry
     bool operator==(const JournalEntry&) const = default;
 
     Thing thing;
-    ThingValue was;                 // the user's
-    std::vector<ThingValue> wrote;  // by the service since, the latest last
+    ThingValue was;  // the user's
+    // The values that the service has written since, the latest last.
+    std::vector<ThingValue> wrote;
 };
 
 // Bounds of a journal.

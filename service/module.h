@@ -42,7 +42,7 @@ public:
     // vetoes a suspend.
     static DWORD WINAPI OnServiceCtrlHandler(DWORD control, DWORD eventType, LPVOID eventData,
                                              LPVOID context);
-    // Tells the state machine to stop; the service ends with it.
+    // Tells the state machine to stop; when its thread ends, the service ends.
     void OnStop();
     // Registers for changes of the power settings that the state machine follows. A registration
     // that fails is ignored: the service runs without its notifications. Called by ServiceMain.
@@ -50,7 +50,8 @@ public:
 
     // --- Locks of the clients' objects; any thread ---
     void Lock() override;
-    // In a plain COM server, releasing the last lock ends the process.
+    // When the process runs as a COM server, and not as the service, releasing the last lock ends
+    // it.
     void Unlock() override;
 
 private:

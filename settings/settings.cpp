@@ -3,7 +3,8 @@
 // The values in use until RegInit has loaded the settings, and after it when it could not.
 
 Setting g_dwLoggingLevel{4};
-Setting g_dwLoggingEnabled{6};  // the loaded default is 7, which logs alike
+// RegInit's default is 7: bit 1 belongs to no output, so both values log to the same ones.
+Setting g_dwLoggingEnabled{6};
 Setting g_bEnableNeverSleep{1};
 Setting g_bMuteAudio{0};
 Setting g_bEnableDoNotDisturb{1};

@@ -11,7 +11,7 @@ void RegInit();
 
 // Writes a setting to the User key. FALSE, with a log line, when it cannot be written.
 BOOL RegWriteDWord(const wchar_t* name, DWORD value);
-// The same on an open key; FALSE at once for a null key.
+// The same in an open key; for a null key FALSE, without a line in the log.
 BOOL RegWriteDWord(HKEY key, const wchar_t* name, DWORD value);
 
 // The value of the User key, else of the OEM key, else `defaultValue`. A value of another type or

@@ -7,8 +7,8 @@
 #include "platform/base.h"
 #include "platform/lock.h"
 
-// One span, as long as the object. Spans of several threads may overlap; no caller holds a lock
-// when it opens one.
+// A span from its construction to its destruction. Spans of several threads may overlap; no caller
+// holds a lock when it opens one.
 class Activity
 {
 public:
@@ -42,7 +42,7 @@ private:
 struct ChangeCounts
 {
     unsigned all = 0;
-    unsigned facts = 0;  // without the notices
+    unsigned facts = 0;  // without those of kind notice
 };
 
 // Has `changed` signalled after every change; null for none. The event must stay open until then.

@@ -1,5 +1,5 @@
-// Whether the feature is on, for the handlers of what the system announces.
+// For the handlers of what the system announces: whether the feature is on.
 #pragma once
 
-// True, after a line in the log under the handler's name, while the feature is off.
+// True while the feature is off; then also logs a line under the handler's name.
 bool IsFeatureOff(const wchar_t* function);

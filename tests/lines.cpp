@@ -4,7 +4,8 @@
 
 namespace {
 
-// Of each pair of beginnings, at [i][j], how many lines the rests from i and j on have in common.
+// At [i][j]: how many lines the first list from line i on and the second from line j on have in
+// common, in order.
 using CommonTable = std::vector<std::vector<std::size_t>>;
 
 CommonTable CommonRests(const Lines& a, const Lines& b)

@@ -21,5 +21,5 @@ std::string Joined(const Lines& lines);
 // too many (+), each with its number and between lines that both have.
 testing::AssertionResult SameLines(const Lines& actual, const Lines& expected);
 
-// EXPECT_EQ for lists of which one would not see at a glance where they differ.
+// EXPECT_EQ for long lists: prints only the lines that differ.
 #define EXPECT_LINES(actual, ...) EXPECT_TRUE(SameLines(actual, __VA_ARGS__))

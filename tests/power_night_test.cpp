@@ -14,8 +14,8 @@ using namespace virtual_pc;
 
 namespace {
 
-// Each value that is not what it was, but for the never-sleep plan's processor maximum, which is
-// given back as 100.
+// The values of plans that differ from `before`. The never-sleep plan's processor maximum is not
+// listed when it is 100, to which the service restores it.
 std::vector<std::string> Changed(const std::map<GUID, PowerPlan, GuidLess>& before, Power& power)
 {
     std::vector<std::string> changed;
@@ -24,7 +24,9 @@ std::vector<std::string> Changed(const std::map<GUID, PowerPlan, GuidLess>& befo
             for (const PowerSource source : {PowerSource::ac, PowerSource::dc}) {
                 const std::optional<DWORD> value = power.Read(guid, setting, source);
                 if (value == values[source]) continue;
-                if (value == 100u && PowerSettingName(setting) == L"processor-max") continue;
+                if (value == 100u && PowerSettingName(setting) == L"processor-max" &&
+                    IsEqualGUID(guid, GUID_MAX_POWER_SAVINGS))
+                    continue;
                 changed.push_back(ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting)));
             }
         }

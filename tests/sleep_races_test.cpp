@@ -110,9 +110,9 @@ const Race kRaces[] = {
              race.Meanwhile(0s, [](Machine& pc) { pc.sleep.Ask(L"test"); });
              race.Meanwhile(race.Jitter() / 999, [](Machine& pc) { pc.user.Input(); });
          }
-         // If both events are signalled before the loop waits again, EVENT_ENTER_S0 has the lower
-         // slot and goes first. Never-sleep mode then stays until the user next returns from away
-         // mode.
+         // If EVENT_ENTER_S0 and the entry are signalled before the loop waits again,
+         // EVENT_ENTER_S0 has the lower slot and is handled first. Never-sleep mode then stays, so
+         // the user returns once more.
          race.pc.RunFor(1s);
          race.pc.user.Input();
      }},

@@ -65,8 +65,10 @@ for (sort keys %claimed) {
     push @wrong, "$_ has a row, but is not called" unless $declared{$_};
 }
 
-# Calls from our program's image, in the processes that open the service's settings. Every program's
-# image lies at the same address, and a process may reuse the id of an earlier one.
+# Reads a trace of Wine and returns the functions that are called from the service's image. All
+# programs' images lie at the same address, so a process counts as the service's when it opens the
+# service's settings. Ids of processes are used again: what an id has called is settled when the
+# next process attaches under it.
 sub called_in {
     my ($path) = @_;
     my (%calls, %ours, %called);

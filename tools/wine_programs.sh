@@ -1,8 +1,8 @@
 # Sourced by wine_check.sh: how the check starts and ends Wine, runs programs under it, and waits for
 # what they bring about.
 
-# await WHAT SECONDS COMMAND...: runs the command until it succeeds. What it prints is what it sees of
-# the awaited state: the last of it is left in `seen`, and told when the time is up.
+# await WHAT SECONDS COMMAND...: runs the command until it succeeds. The output of the last attempt
+# stays in `seen`, and is printed when the time is up.
 await() {
     local what=$1 seconds=$2
     local end=$((SECONDS + seconds))
@@ -18,8 +18,8 @@ await() {
 # Seconds that a state, or a program's end, may take on a machine that compiles beside the check.
 patience=60
 
-# wine_does PROGRAM...: prints what a program says on its standard output. One that fails, or does not
-# end in time, is told with its exit code and all that it said.
+# wine_does PROGRAM...: prints what a program says on its standard output. When it fails or does not
+# end in time, the command, its exit code and its output are printed.
 wine_does() {
     local code=0 says
     says=$(timeout $patience wine "$@" 2>"$complaints") || code=$?
@@ -157,12 +157,12 @@ make_prefix() {
     wine_does reg delete "$debug" /v RelayFromExclude /f >/dev/null
     add_value "$debug" RelayFromInclude REG_SZ HOLVService.exe
     # RpcSs first, as Windows starts it before what depends on it. Wine starts services in the order of
-    # their tags, whatever they depend on, and holds the lock for starting until the last has been
-    # started. A service that registers its class object earlier than RpcSs runs asks for that lock, for
-    # three seconds; without it the registration is lost, and no client ever reaches the service.
+    # their tags, taken as signed numbers, whatever they depend on, and holds the lock for starting until
+    # the last has been started. A service that registers its class object earlier than RpcSs runs waits
+    # three seconds for that lock; then its registration is lost, and no client ever reaches it.
     add_value "$services\\RpcSs" Start REG_DWORD 2
     add_value "$services\\RpcSs" Tag REG_DWORD 0xffffffff
-    # The event log last: when it runs, all have been started.
+    # The event log last: own_services_run takes it as the sign that all have been started.
     add_value "$services\\Eventlog" Tag REG_DWORD 0x10000
     wineserver -w
 }

@@ -34,7 +34,8 @@ namespace {
 
 constexpr std::string_view kFirstClock = "2026-03-02 08:00";  // a Monday
 
-// A file or folder of the folder that keeps the PC between runs; empty when nothing is kept.
+// The path of `name` in the folder of the host that keeps the PC between runs; empty when nothing
+// is kept.
 std::string Kept(const std::string& root, const char* name)
 {
     return root.empty() ? root : (std::filesystem::path(root) / name).string();
@@ -94,7 +95,8 @@ struct Facets
     ServiceManager services;
     Com com;
     Audio audio;
-    Programs programs;  // last: the processes end before what they use
+    // Declared last, so destroyed first: the processes end before the facets that they use.
+    Programs programs;
 };
 
 Machine::Machine(const Options& options)

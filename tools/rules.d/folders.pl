@@ -15,8 +15,8 @@ my %included_by_only = (reconciler => [qw(reconciler service pc ctl storm tests)
 my %small = map { $_ => 1 } qw(settings/settings service/service_status state/never_sleep_state
                                state/owned_object);
 
-# The folders of platform/virtual, bottom up: a facet includes those before it. What lies in
-# platform/virtual itself stands on all of them.
+# The folders of platform/virtual, bottom up: a facet includes those before it. Files in
+# platform/virtual itself may include all of them.
 my @facets = qw(base core registry devices eventlog announcer console disk processes kernel power
                 sessions services typelib com sound);
 my %floor = map { $facets[$_] => $_ } 0 .. $#facets;

@@ -12,7 +12,7 @@ my $policies = 'package/policies/Holv.admx';
 my $texts = 'package/policies/en-US/Holv.adml';
 my $defaults = 'package/defaults.reg';
 
-# A number of the tables: a product or a constant in C++.
+# The value of a number in the tables of settings, written in C++ as a literal or a product.
 sub number {
     my $value = 1;
     $value *= /^0x/i ? hex : $_ for split /\s*\*\s*/, $_[0] =~ s/\s+//gr;

@@ -19,7 +19,7 @@ std::mutex g_lock;
 PowerPlans g_plans;
 const PowerPlans g_at_start;
 
-// In the executable's folder, which need not be the current one.
+// The path of `name` in the executable's folder, which need not be the current one.
 std::wstring BesideTheExecutable(const wchar_t* name)
 {
     wchar_t path[MAX_PATH];

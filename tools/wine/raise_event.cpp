@@ -1,8 +1,8 @@
-// Signals events of the running service from outside, as a debugger does: under Wine the system
-// announces nothing that would. For the Wine check only.
-// Usage: raise_event PROGRAM ADDRESS SLOT... with the address of g_hGlobalEvents in the program's
-// image, in hexadecimal from its base. Waits for the program and its events, and for the program to
-// act on each; exit code 0, or 1 after telling what it has waited for in vain.
+// Signals events of the running service from outside, as a debugger does: Wine sends none of the
+// notifications at which the service signals them itself. For the Wine check only. Usage:
+// raise_event PROGRAM ADDRESS SLOT... with the address of g_hGlobalEvents in the program's image,
+// in hexadecimal from its base. Waits for the program and its events, and for the program to act on
+// each; exit code 0, or 1 after telling what it has waited for in vain.
 
 #include <windows.h>
 
@@ -32,7 +32,7 @@ DWORD FindProcess(const std::wstring& program)
     return found;
 }
 
-// Where its image lies; 0 when that cannot be told yet.
+// The address of the program's image in the process; 0 while its list of modules cannot be read.
 std::uintptr_t BaseOf(DWORD process, const std::wstring& program)
 {
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);

@@ -86,9 +86,9 @@ public:
     // How many threads have entered it. With the machine held.
     int threads = 0;
 
-    // Runs `body` in the apartment and returns its result. The calling thread waits; one in a
-    // single-threaded apartment runs the calls that come into that meanwhile. Without the machine
-    // held.
+    // Runs `body` in the apartment and returns its result. The calling thread waits. If its own
+    // apartment is single-threaded, it runs the calls that come into that apartment meanwhile.
+    // Without the machine held.
     HRESULT Send(std::function<HRESULT()> body);
     // Runs `body` there a little later, if it is still open. With the machine held.
     void Post(std::function<void()> body);

@@ -21,8 +21,8 @@ struct ExportedInterface
     IID id{};
 };
 
-// Exports an interface of an object of the caller's apartment, or of the object of a proxy; for
-// null, `exported` stays empty. Without the machine held.
+// Exports an interface of `object`, or of the object behind it when `object` is a proxy. For null,
+// `exported` stays empty. Without the machine held.
 HRESULT ExportInterface(IUnknown* object, REFIID id, ExportedInterface& exported);
 // Returns an interface that may be called in the caller's apartment, with a reference that the
 // caller must release; null when `exported` is empty. Without the machine held.

@@ -200,7 +200,7 @@ private:
     static HRESULT InvokeThere(IDispatch& target, Parcel& parcel, DISPID member, REFIID reserved,
                                LCID locale, WORD flags, bool wants_result)
     {
-        // Clears on every path what was unpacked on this side.
+        // What is unpacked in the object's process, cleared on every return.
         struct Made
         {
             std::vector<VARIANT> arguments;

@@ -34,8 +34,8 @@ public:
     bool Fails();
     // The code to fail with: for functions that return a status or an HRESULT.
     DWORD error() const { return *m_error; }
-    // Whether it must do nothing, as its process has been killed (leaving.h). It fails then; this
-    // is for functions that cannot.
+    // Whether the calling process has been killed: the function must then have no effect
+    // (leaving.h). Fails is true then as well; this is for functions that cannot report a failure.
     bool Void() const { return m_void; }
 
     // Sets the last error and returns FALSE.

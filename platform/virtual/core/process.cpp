@@ -53,7 +53,7 @@ LoadedImage::LoadedImage(const Image& image)
         }
     }
     close(source);
-    // By this process's number, so that the path means the same file to a debugger.
+    // Not by /proc/self: a debugger opens this path in its own process.
     const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_file);
     {
         const std::scoped_lock lock(g_loading);

@@ -66,7 +66,7 @@ public:
     // Writes as many bytes as it can and sets `written` to their number. Returns an error code.
     // Called on thread `self`, which may wait.
     virtual DWORD Write(Machine& machine, Thread& self, std::string_view bytes, DWORD& written) = 0;
-    // Puts what was written on the disk.
+    // Flushes the written bytes to the disk, where they outlive a power cut.
     virtual void Flush() {}
 
 protected:

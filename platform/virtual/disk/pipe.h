@@ -32,7 +32,7 @@ public:
     // Whether the last writer that connected lets the listener act in its name.
     bool may_impersonate = false;
 
-    // How many bytes may be written before they are read. A writer of more waits.
+    // The pipe's capacity in bytes. A writer waits while it is full.
     std::size_t buffer = 4096;
     // How many bytes a second are read, 0 for none; all at once unless set.
     void ReadAt(Machine& machine, std::optional<std::uint64_t> bytes_per_second);

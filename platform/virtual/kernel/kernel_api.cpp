@@ -60,7 +60,8 @@ public:
 
 private:
     bool Wakes() const override { return m_resume && Machine::Current().waker.WakeTimersAllowed(); }
-    // A timer that is to wake the PC can only do so if it counts the time asleep.
+    // Absolute times do, and before Windows 8 all timers. A timer that wakes the PC must, to fall
+    // due while the PC sleeps.
     bool CountsSleep() const override
     {
         return !m_relative || m_resume || !Machine::Current().AtLeast(kWindows8);
@@ -99,7 +100,8 @@ bool HasDoubles(std::vector<std::shared_ptr<Waitable>> objects)
     return std::ranges::adjacent_find(objects) != objects.end();
 }
 
-// The full name of a kernel object: that of one session, unless it begins with "Global\".
+// The full name of a kernel object: with the calling process's session before it, unless it begins
+// with "Global\".
 std::wstring NameInSession(const Call& call, std::wstring_view name)
 {
     constexpr std::wstring_view kGlobal = LR"(Global\)", kLocal = LR"(Local\)";

@@ -41,7 +41,7 @@ public:
     // The same for the user. A sleep that does not become away mode ends the power requests but
     // those for away mode.
     bool AskAsUser();
-    // How long the services have for the notice that the PC suspends.
+    // How long the PC waits for the services to handle PBT_APMSUSPEND before it falls asleep.
     Duration suspend_notice = std::chrono::seconds{2};
     // Blocks a thread until the PC is neither asleep nor about to be. With the machine held once.
     void AwaitResume(Thread& self);

@@ -37,7 +37,7 @@ constexpr const wchar_t* kFirstKeys[] = {
 
 std::vector<std::wstring> KeyNames(std::wstring_view path) { return PartsOf(path, L'\\'); }
 
-// The key that a path's last name is in, and that name.
+// Splits a path into its parent's path and its last name.
 std::pair<std::wstring_view, std::wstring_view> SplitLast(std::wstring_view path)
 {
     const std::size_t last = path.rfind(L'\\');

@@ -211,7 +211,7 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags,
     if (found == node->values.end()) return ERROR_FILE_NOT_FOUND;
 
     RegistryValue value = found->second;
-    // Unless the caller forbids it, a text with variables is read as the text that they make.
+    // REG_EXPAND_SZ is expanded to REG_SZ, unless RRF_NOEXPAND is given.
     if (value.type == REG_EXPAND_SZ && !(flags & RRF_NOEXPAND)) {
         value = RegistryValue::String(Expanded(value.Text()));
     }

@@ -58,7 +58,8 @@ public:
     SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, 0, 0, 0, 0, 0};
     std::vector<SERVICE_STATUS> reports;  // since it was started, in order
 
-    Process* process = nullptr;         // null when it has none, and for a part of the system
+    // Null while the service does not run, and always for a service of the system itself.
+    Process* process = nullptr;
     bool waits = false;                 // for the services it depends on
     std::vector<std::wstring> started;  // the arguments of its main routine
     bool connected = false;             // its program runs the dispatcher

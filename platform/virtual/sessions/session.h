@@ -28,14 +28,15 @@ public:
     // Each is announced to the services, and does nothing when the session is in that state
     // already. Logging on while another user is logged on logs that user off first.
     void Logon(std::wstring_view user);
-    // Leaves the console to another user: the session of the one before stays, with its programs.
-    // Returns to that user's own session where there is one.
+    // Switches the console to `user`, to that user's session where there is one. The previous
+    // user's session stays, with its programs.
     void Switch(std::wstring_view user);
     // Ends the programs of the session; the next logon screen is a new session.
     void Logoff();
     void Lock();
     void Unlock();
-    // Leaves the console without a session until the next logon, as while users are switched.
+    // Takes the session off the console, which has none until the next logon, as while users are
+    // switched.
     void Disconnect();
     // The PC was switched off: no user is logged on when it starts again.
     void SwitchOff();

@@ -148,7 +148,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
         launch.session = whose->session;
         launch.user = whose->user;
     }
-    // Without the flag the system would read the block as text of another kind.
+    // Without the flag the system reads the block as ANSI text, which a UTF-16 block is not.
     if (environment && !(flags & CREATE_UNICODE_ENVIRONMENT)) {
         return call.Fail(ERROR_INVALID_PARAMETER);
     }

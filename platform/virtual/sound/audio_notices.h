@@ -29,7 +29,7 @@ public:
     // Exactly one of these two is set.
     IMMNotificationClient* client = nullptr;
     IAudioEndpointVolumeCallback* callback = nullptr;
-    // The endpoint volume object that a callback was registered with, or the process of a client.
+    // Where it was registered: for `client` its process, for `callback` the endpoint volume object.
     const void* place = nullptr;
     const Endpoint* endpoint = nullptr;  // null for a client
     Process* process = nullptr;

@@ -30,7 +30,7 @@ constexpr struct
     {"VARIANT", VT_VARIANT},
 };
 
-// The attributes of what follows them, with their arguments as they are written.
+// The [attributes] before a declaration: their names, and their arguments as written.
 using Attributes = std::map<std::string, std::string>;
 
 class TypeLibraryReader
