@@ -225,13 +225,15 @@ BOOL CAudioManager::UnregisterMmClientCallbackEvent()
     if (!enumerator) return FALSE;
     const HRESULT hr =
         enumerator.Get()->UnregisterEndpointNotificationCallback(&m_NotificationClient);
+    // Where Core Audio does not know the client any more, the next Start has to register it again.
+    constexpr auto kNotRegistered = static_cast<HRESULT>(0x80070490u);
+    if (SUCCEEDED(hr) || hr == kNotRegistered) m_bRegistered = false;
     if (FAILED(hr)) {
         Log(4, kFunction,
             L"Unable to unregister default audio device change notification callback, status=0x%x",
             hr);
         return FALSE;
     }
-    m_bRegistered = false;
     Log(6, kFunction, L"Unregister default audio device callback successful");
     return TRUE;
 }

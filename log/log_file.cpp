@@ -6,6 +6,7 @@
 #include <cwchar>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include "platform/module.h"
 
@@ -237,17 +238,30 @@ void CLOGFile::WriteToFile(std::string_view line)
 
 // --- The trace pipe ---
 
+// Any user's program may listen. Identification keeps it from acting in the service's name, and
+// without waits one that does not read cannot hold up the threads that log.
 bool CLOGFile::CTracer::Connect()
 {
-    m_hPipe.Reset(CreateFileW(kTracePipe, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr));
-    return static_cast<bool>(m_hPipe);
+    OwnedFile pipe(CreateFileW(
+        kTracePipe, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+        FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+    DWORD mode = PIPE_READMODE_BYTE | PIPE_NOWAIT;
+    if (!pipe || !SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr)) return false;
+    m_hPipe = std::move(pipe);
+    return true;
 }
 
-BOOL CLOGFile::CTracer::Write(std::string_view text)
+BOOL CLOGFile::CTracer::Write(std::string_view line)
 {
+    char bytes[2 * sizeof(m_rest)];
+    std::memcpy(bytes, m_rest, m_restLength);
+    std::memcpy(bytes + m_restLength, line.data(), line.size());
+    const std::size_t size = m_restLength + line.size();
     DWORD written = 0;
-    return WriteFile(m_hPipe.Get(), text.data(), static_cast<DWORD>(text.size()), &written,
-                     nullptr) &&
-           written == text.size();
+    if (!WriteFile(m_hPipe.Get(), bytes, static_cast<DWORD>(size), &written, nullptr)) return FALSE;
+    // A line that was not begun is dropped.
+    const std::size_t begun = written > m_restLength ? size : m_restLength;
+    m_restLength = begun - std::min<std::size_t>(written, begun);
+    std::memcpy(m_rest, bytes + begun - m_restLength, m_restLength);
+    return written == size;
 }

@@ -49,13 +49,17 @@ private:
     public:
         virtual ~CTracer() = default;
 
-        // Connects to the pipe. False when no listener has opened it.
+        // Connects to the pipe. False when no listener has opened it, or writing to it could wait.
         bool Connect();
-        // TRUE when all the bytes were written.
-        BOOL Write(std::string_view text);
+        // Writes one line. TRUE when all its bytes were written. Never waits: a line for which the
+        // listener has no room is dropped. Of one that a byte pipe has begun to take, the rest is
+        // written before the next.
+        BOOL Write(std::string_view line);
 
     private:
         OwnedFile m_hPipe;
+        char m_rest[1023];
+        std::size_t m_restLength = 0;
     };
 
     static constexpr LONG kHeaderLevel = 5;

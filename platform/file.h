@@ -21,6 +21,8 @@
 #define SECURITY_SQOS_PRESENT 0x00100000u
 #define SECURITY_IDENTIFICATION 0x00010000u
 #define SECURITY_IMPERSONATION 0x00020000u
+#define PIPE_READMODE_BYTE 0x00000000u
+#define PIPE_NOWAIT 0x00000001u
 #define FILE_BEGIN 0u
 #define FILE_CURRENT 1u
 #define FILE_END 2u
@@ -48,10 +50,16 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
                           DWORD disposition, DWORD flags, HANDLE templateFile);
 
 // Writes at the handle's position and advances it. *written receives the number of bytes written,
-// fewer on a full disk. FALSE with the last error set on failure; ERROR_NO_DATA or
-// ERROR_BROKEN_PIPE when a pipe's listener has gone. Synchronous: `overlapped` is null.
+// fewer on a full disk and, with PIPE_NOWAIT, to a pipe without room for all: there a byte pipe
+// takes what fits, and a message pipe nothing, which succeeds. FALSE with the last error set on
+// failure; ERROR_NO_DATA or ERROR_BROKEN_PIPE when a pipe's listener has gone. Synchronous:
+// `overlapped` is null.
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
                       OVERLAPPED* overlapped);
+
+// Makes the calls on a pipe's handle wait or, with PIPE_NOWAIT, return at once. The handle must be
+// open for writing. `count` and `timeout` are null for a pipe of this PC.
+BOOL WINAPI SetNamedPipeHandleState(HANDLE pipe, LPDWORD mode, LPDWORD count, LPDWORD timeout);
 
 // Moves the position by `distance` bytes from `method` (FILE_BEGIN, FILE_CURRENT, FILE_END) and
 // returns the low 32 bits of the new one; INVALID_SET_FILE_POINTER with the last error set on

@@ -48,12 +48,7 @@ HRESULT CNeverSleepModule::RunMessageLoop(int show)
 
 HRESULT CNeverSleepModule::PreMessageLoop(int)
 {
-    if (m_bService) {
-        constexpr LONG kSystemChoosesServices = -1;
-        CoInitializeSecurity(nullptr, kSystemChoosesServices, nullptr, nullptr,
-                             RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_NONE,
-                             nullptr);
-    }
+    if (m_bService) SetCallSecurity();
     SetAgentModule(this);
     HRESULT hr =
         RegisterAgentClassObjects(CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED);
@@ -81,6 +76,25 @@ HRESULT CNeverSleepModule::PreMessageLoop(int)
     }
     if (FAILED(hr)) RevokeAgentClassObjects();
     return hr;
+}
+
+// --- The security of calls ---
+
+void CNeverSleepModule::SetCallSecurity()
+{
+    constexpr LONG kSystemChoosesServices = -1;
+    const HRESULT hr = CoInitializeSecurity(nullptr, kSystemChoosesServices, nullptr, nullptr,
+                                            RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY,
+                                            nullptr, EOAC_NONE, nullptr);
+    if (FAILED(hr)) {
+        Log(3, L"CNeverSleepModule::PreMessageLoop", L"CoInitializeSecurity failed, hr=0x%x", hr);
+    }
+    if (m_hCallSecuritySet) SetEvent(m_hCallSecuritySet.Get());
+}
+
+void CNeverSleepModule::AwaitCallSecurity() const
+{
+    if (m_hCallSecuritySet) WaitForSingleObject(m_hCallSecuritySet.Get(), 2 * kTimeOutMs);
 }
 
 // --- Ending a server that runs without the service ---

@@ -36,6 +36,12 @@ public:
     // The service's main routine, on a thread of the service control dispatcher.
     void ServiceMain(DWORD argc, LPWSTR* argv);
 
+    // Blocks until ServiceMain has set the security of calls. The system sets its own at the
+    // first interface that is marshalled, and then refuses the clients of standard users: a thread
+    // that is going to create objects waits here first. Ten seconds at most, so that a system call
+    // that hangs does not keep the state machine from working.
+    void AwaitCallSecurity() const;
+
     // --- Controls (control_handler.cpp), on the dispatcher's thread ---
 
     // The control handler. Returns NO_ERROR for every control, handled or not, so that it never
@@ -62,6 +68,8 @@ private:
     static void MakeMessageQueue();
     HRESULT RunMessageLoop(int show);
     HRESULT PreMessageLoop(int show);
+    // Lets clients of every user call the service, and opens the gate of AwaitCallSecurity.
+    void SetCallSecurity();
     // Starts the thread that ends the message loop when the last lock is released; empty on
     // failure.
     OwnedHandle StartMonitor();
@@ -90,6 +98,7 @@ private:
     // STOP_PENDING.
     std::atomic<bool> m_bLastReportMade = false;
     HANDLE m_hServiceMainEnded = nullptr;  // owned by RunService
+    OwnedHandle m_hCallSecuritySet;        // empty where it could not be created: none waits
 
     std::atomic<LONG> m_nLockCount = 0;
     CRITICAL_SECTION m_lock{};  // guards m_hEventShutdown

@@ -40,6 +40,7 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
     if (StartService()) {
         createGlobalEvents();
         Log(6, kServiceMain, L"HOLV service global events are created");
+        m_hCallSecuritySet.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         MakeMessageQueue();
         const OwnedHandle state_machine(
             CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));

@@ -23,6 +23,7 @@ void Restore()
 
 DWORD WINAPI StateMachineThreadProc(LPVOID)
 {
+    Module().AwaitCallSecurity();
     // A process before this one may have been killed amid never-sleep mode.
     Restore();
     CNeverSleepState::Run();

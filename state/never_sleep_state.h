@@ -172,5 +172,6 @@ private:
     static void SetStates(ESystemState previous, ESystemState state);
 };
 
-// Writes the system's list of outstanding power requests to the log.
-void LogOutstandingPowerRequests();
+// Writes the system's list of outstanding power requests to the log. With a limit, what has not
+// been printed after that many milliseconds is left out.
+void LogOutstandingPowerRequests(DWORD patienceMs = INFINITE);

@@ -1,11 +1,8 @@
-// Requests sleep, handles suspend and resume, and reads the system's list of power requests.
+// Requests sleep, and handles suspend and resume.
 
-#include <cwchar>
-#include <string_view>
-#include <utility>
+#include <algorithm>
 
 #include "log/log.h"
-#include "platform/command.h"
 #include "platform/kernel.h"
 #include "platform/owned.h"
 #include "platform/power.h"
@@ -16,33 +13,6 @@
 #include "state/never_sleep_state.h"
 
 namespace {
-
-constexpr const wchar_t* kListRequests = L"powercfg -requests";
-constexpr int kLineLength = 1024;  // characters, the terminator included
-
-// Starts the command that lists the power requests. Empty, after a log line, when it cannot be
-// started.
-OwnedCommandOutput RunListing(const wchar_t* function)
-{
-    OwnedCommandOutput output(_wpopen(kListRequests, L"rt"));
-    if (!output) {
-        Log(3, function, L"Failed to execute %s, error=%d\n", kListRequests, GetLastError());
-    }
-    return output;
-}
-
-// Logs each line of the output and passes it to `take`. A line longer than the buffer comes in
-// several parts; `begins` is true for the first.
-template <class Take>
-void ReadLines(const OwnedCommandOutput& output, const wchar_t* function, const Take& take)
-{
-    wchar_t line[kLineLength];
-    for (bool begins = true; std::fgetws(line, kLineLength, output.Get());) {
-        Log(6, function, L"%s", line);
-        take(std::wstring_view(line), begins);
-        begins = std::wcschr(line, L'\n') != nullptr;
-    }
-}
 
 // Runs until the PC has woken again, when SetSuspendState returns.
 DWORD WINAPI SuspendThreadProc(LPVOID)
@@ -80,9 +50,13 @@ void CNeverSleepState::OnSuspend()
     Log(1, kFunction, L"*****System is Suspending*****");
     if (IsFeatureOff(kFunction)) return;
     m_bAttendedWake = FALSE;
-    m_ullLastSusResEventTime = GetTickCount64();
+    const ULONGLONG arrived = GetTickCount64();
+    m_ullLastSusResEventTime = arrived;
     EnterS3State();
-    LogOutstandingPowerRequests();
+    // The system suspends the PC two seconds after the notice, whether it is answered or not.
+    constexpr ULONGLONG kToAnswerMs = 1500;
+    const ULONGLONG spent = std::min(GetTickCount64() - arrived, kToAnswerMs);
+    LogOutstandingPowerRequests(static_cast<DWORD>(kToAnswerMs - spent));
 }
 
 void CNeverSleepState::OnResume(BOOL attended)
@@ -95,46 +69,4 @@ void CNeverSleepState::OnResume(BOOL attended)
     m_bOverride = TRUE;
     m_bAttendedWake = TRUE;
     SignalGlobalEvent(EVENT_ENTER_S0);
-}
-
-// --- The list of power requests ---
-
-BOOL CNeverSleepState::IsDisplayRequiredSet()
-{
-    constexpr const wchar_t* kFunction = L"CNeverSleepState::IsDisplayRequiredSet";
-    enum class Section
-    {
-        none,
-        display,
-        system,
-        away_mode,
-    };
-    constexpr std::pair<const wchar_t*, Section> kHeaders[] = {
-        {L"DISPLAY:\n", Section::display},
-        {L"SYSTEM:\n", Section::system},
-        {L"AWAYMODE:\n", Section::away_mode},
-    };
-    Section section = Section::none;
-    int processes = 0;
-    const OwnedCommandOutput output = RunListing(kFunction);
-    if (!output) return FALSE;
-    ReadLines(output, kFunction, [&](std::wstring_view line, bool begins) {
-        for (const auto& [header, begun] : kHeaders) {
-            if (!begins || line != header) continue;
-            section = begun;
-            return;
-        }
-        const bool of_process = line.find(L"[PROCESS]") != line.npos;
-        if (of_process && section == Section::display) ++processes;
-    });
-    return processes > 0;
-}
-
-void LogOutstandingPowerRequests()
-{
-    constexpr const wchar_t* kFunction = L"LogOutstandingPowerRequests";
-    const OwnedCommandOutput output = RunListing(kFunction);
-    if (!output) return;
-    Log(6, kFunction, L"Output from %s", kListRequests);
-    ReadLines(output, kFunction, [](std::wstring_view, bool) {});
 }

@@ -209,6 +209,34 @@ TEST_F(LogTest, ATraceListenerHearsTheLinesInPlaceOfTheFile)
     EXPECT_FALSE(pc.disk.Read(kLogPath).has_value());
 }
 
+class DeafListenerTest : public LogTest, public ::testing::WithParamInterface<bool>
+{
+};
+
+// Four lines fit the pipe, and a byte pipe takes the beginning of a fifth.
+TEST_P(DeafListenerTest, HoldsNothingUpAndHearsWholeLines)
+{
+    const bool messages = GetParam();
+    const auto listener = pc.disk.Listen(kPipe, L"alice");
+    listener->takes_messages = messages;
+    listener->ReadAt(pc, 0);
+    RunAtTheTime([&] {
+        for (const wchar_t letter : std::wstring(L"abcdefg")) {
+            if (letter == L'g') listener->ReadAt(pc, 5000);
+            if (letter == L'g') Sleep(1000);
+            Log(2, L"F", L"%s", std::wstring(950, letter).c_str());
+        }
+    });
+    std::string expected;
+    for (const char letter : std::string(messages ? "abcdg" : "abcdeg")) {
+        expected += LineInFile(thread, std::string(950, letter), 2, "\r\r");
+    }
+    EXPECT_EQ(listener->heard, expected.replace(expected.rfind("27:512"), 2, "28"));
+    EXPECT_FALSE(listener->may_impersonate);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfBytesAndOfMessages, DeafListenerTest, ::testing::Bool());
+
 TEST_F(LogTest, AFailedOpenIsTriedAgainAndAlsoTheNextFolderServes)
 {
     constexpr const wchar_t* kOtherPath = LR"(C:\Program Files\Orbeq\Holv\Logs\HOLVLog.txt)";

@@ -166,8 +166,8 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
          "CreateWaitabletimer (12) failed"},
         {"CreateThread", 1, 5, "stopped", "running stopped ", "Service stopped"},
         // The service runs without the reconciler.
-        {"CreateEventW", 9, 5, "running", "running ", "Reconciler   Not started, GLE=5"},
-        {"CoInitializeSecurity", 1, 5, "running", "running ", ""},
+        {"CreateEventW", 10, 5, "running", "running ", "Reconciler   Not started, GLE=5"},
+        {"CoInitializeSecurity", 1, 0x80010119, "running", "running ", "failed, hr=0x80010119"},
         {"CoResumeClassObjects", 1, 0x80004005, "stopped 2147500037", "running stopped stopped ",
          resumed_in_vain},
         {"GetMessageW", 1, 5, "stopped", "running stopped stopped ", resumed_in_vain},
@@ -200,6 +200,30 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
     EXPECT_FALSE(service.heard.Has("InitializeCom failed"));
     service.Stop();
     EXPECT_EQ(service.State(), "stopped");
+}
+
+TEST_F(ServiceTest, CallsAreSecuredBeforeTheStateMachineCreatesObjects)
+{
+    const auto objects = [&] { return pc.faults.CallsOf("CoCreateInstance"); };
+    std::optional<std::uint64_t> objects_before;
+    pc.journal.Listen([&](const Effect& effect) {
+        if (effect.kind == "com security") objects_before = objects();
+    });
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    const std::uint64_t at_start = objects();
+    pc.slowness.Set("CoInitializeSecurity", {.typical = 1s});
+    service.Restart();
+    pc.RunFor(2s);
+    EXPECT_EQ(objects_before, at_start);
+    EXPECT_GT(objects(), at_start) << "the sound system's enumerator";
+    service.Stop();
+
+    pc.slowness.Set("CoInitializeSecurity", {.typical = 1h});
+    service.Restart();
+    pc.RunFor(11s);
+    EXPECT_TRUE(service.heard.Has("HOLV State Machine initialized")) << "although the call hangs";
+    pc.ShutDown();
+    left_open_is_expected = true;
 }
 
 TEST_F(ServiceTest, AStateMachineThatEndsByItselfEndsTheService)

@@ -184,6 +184,37 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
     });
 }
 
+TEST_F(TimersTest, ASlowListingHoldsUpNoSuspendNoticeAndLeavesNothing)
+{
+    const std::string name = "LogOutstandingPowerRequests";
+    const std::string too_late = "The rest of the listing comes too late";
+    pc.power.listing_instead = L"DISPLAY:\nNone.\n";
+    RunAsProcess([&] {
+        const auto suspend = [&] {
+            const ULONGLONG before = GetTickCount64();
+            heard.Forget();
+            S::OnSuspend();
+            return GetTickCount64() - before;
+        };
+        pc.power.listing_takes = 1s;
+        EXPECT_EQ(suspend(), 1000u);
+        EXPECT_EQ(heard.Take(name),
+                  (Lines{"Output from powercfg -requests", "DISPLAY:\n", "None.\n"}));
+        pc.power.listing_takes = 10min;
+        EXPECT_EQ(suspend(), 1500u);
+        EXPECT_EQ(heard.Take(name), Lines{too_late});
+        EXPECT_EQ(suspend(), 0u);
+        EXPECT_EQ(heard.Take(name), Lines{"powercfg -requests has not ended since the last time"});
+        Sleep(600'000);
+        pc.power.listing_takes = {};
+        EXPECT_EQ(suspend(), 0u);
+        EXPECT_EQ(heard.Take(name).size(), 3u);
+        pc.faults.Set("CreateThread", {.error = 8});
+        suspend();
+        EXPECT_TRUE(heard.TakeHas("Failed to execute powercfg -requests, error=8\n"));
+    });
+}
+
 // --- Monitors ---
 
 TEST_F(TimersTest, TheMachineIsIdleBelowTheThresholdOfItsUsageSinceItStarted)

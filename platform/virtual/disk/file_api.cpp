@@ -166,11 +166,18 @@ public:
     }
     std::string_view Kind() const override { return "pipe"; }
     void Closed() override { m_listener->connected = false; }
+    void Wait(bool waits) { m_waits = waits; }
 
     DWORD Write(Machine& machine, Thread& self, std::string_view bytes, DWORD& written) override
     {
         if (!m_listener->listening()) return ERROR_NO_DATA;
-        Record(machine, m_listener->heard.size(), bytes);
+        const std::uint64_t offset = m_listener->heard.size();
+        if (!m_waits) {
+            written = static_cast<DWORD>(m_listener->WriteAtOnce(machine, bytes));
+            if (written) Record(machine, offset, bytes.substr(0, written));
+            return NO_ERROR;
+        }
+        Record(machine, offset, bytes);
         if (const DWORD error = m_listener->Write(machine, self, bytes)) return error;
         written = static_cast<DWORD>(bytes.size());
         return NO_ERROR;
@@ -178,6 +185,7 @@ public:
 
 private:
     std::shared_ptr<PipeListener> m_listener;
+    bool m_waits = true;
 };
 
 // --- Opening ---
@@ -313,6 +321,7 @@ PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
 
 Function fn_create_file{"CreateFileW"};
 Function fn_write_file{"WriteFile"};
+Function fn_set_named_pipe_handle_state{"SetNamedPipeHandleState"};
 Function fn_set_file_pointer{"SetFilePointer"};
 Function fn_flush_file_buffers{"FlushFileBuffers"};
 Function fn_create_directory{"CreateDirectoryW"};
@@ -354,6 +363,21 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
     if (size == 0) return TRUE;
     const DWORD error = target->Write(call.machine, call.thread, bytes, *written);
     return error == NO_ERROR ? TRUE : call.Fail(error);
+}
+
+BOOL WINAPI SetNamedPipeHandleState(HANDLE handle, LPDWORD mode, LPDWORD count, LPDWORD timeout)
+{
+    Call call(fn_set_named_pipe_handle_state);
+    if (call.Fails()) return FALSE;
+    auto* pipe = call.Find<PipeEnd>(handle);
+    if (!pipe) return FALSE;
+    if (!pipe->MayWrite()) return call.Fail(ERROR_ACCESS_DENIED);
+    // Reading in messages, or a number of bytes after which to send, are for pipes that differ.
+    if (count || timeout || (mode && *mode & ~PIPE_NOWAIT)) {
+        return call.Fail(ERROR_INVALID_PARAMETER);
+    }
+    if (mode) pipe->Wait(!(*mode & PIPE_NOWAIT));
+    return TRUE;
 }
 
 DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* distanceHigh, DWORD method)

@@ -51,18 +51,35 @@ void PipeListener::HangUp()
     m_changed->Signal();
 }
 
+std::string_view PipeListener::Fitting(Instant now, std::string_view bytes) const
+{
+    if (!m_bytes_per_second) return bytes;
+    return bytes.substr(0, buffer - std::min<std::uint64_t>(buffer, Unread(now)));
+}
+
+void PipeListener::Take(Instant now, std::string_view bytes)
+{
+    m_unread = Unread(now) + bytes.size();
+    m_since = now;
+    heard += bytes;
+}
+
+std::size_t PipeListener::WriteAtOnce(Machine& machine, std::string_view bytes)
+{
+    Hold::Require();
+    const std::string_view fitting = Fitting(machine.now(), bytes);
+    if (takes_messages && fitting.size() < bytes.size()) return 0;
+    Take(machine.now(), fitting);
+    return fitting.size();
+}
+
 DWORD PipeListener::Write(Machine& machine, Thread& self, std::string_view bytes)
 {
     while (!bytes.empty()) {
         if (!m_listening) return ERROR_NO_DATA;
-        const std::uint64_t unread = Unread(machine.now());
-        const std::size_t room =
-            m_bytes_per_second ? buffer - std::min<std::uint64_t>(buffer, unread) : bytes.size();
-        if (const std::string_view taken = bytes.substr(0, room); !taken.empty()) {
-            heard += taken;
-            m_unread = unread + taken.size();
-            m_since = machine.now();
-            bytes.remove_prefix(taken.size());
+        if (const std::string_view fitting = Fitting(machine.now(), bytes); !fitting.empty()) {
+            Take(machine.now(), fitting);
+            bytes.remove_prefix(fitting.size());
             continue;
         }
         // Wakes when as much is read as is left to write, or fits.

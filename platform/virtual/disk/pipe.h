@@ -32,8 +32,10 @@ public:
     // Whether the last writer that connected lets the listener act in its name.
     bool may_impersonate = false;
 
-    // The pipe's capacity in bytes. A writer waits while it is full.
+    // The pipe's capacity in bytes. A writer waits while it is full, unless it has asked not to
+    // wait: then the pipe takes as many bytes as there is room for, but no part of a message.
     std::size_t buffer = 4096;
+    bool takes_messages = false;
     // How many bytes a second are read, 0 for none; all at once unless set.
     void ReadAt(Machine& machine, std::optional<std::uint64_t> bytes_per_second);
 
@@ -44,9 +46,14 @@ public:
     // Writes all bytes, and waits for room in between. ERROR_NO_DATA when nothing listens any more.
     // The caller holds the machine exactly once, as the wait releases it.
     DWORD Write(Machine& machine, Thread& self, std::string_view bytes);
+    // Writes what there is room for, and returns how many bytes that was.
+    std::size_t WriteAtOnce(Machine& machine, std::string_view bytes);
 
 private:
     std::uint64_t Unread(Instant now) const;
+    // The first of the bytes, as many as there is room for.
+    std::string_view Fitting(Instant now, std::string_view bytes) const;
+    void Take(Instant now, std::string_view bytes);
 
     const std::wstring m_name;
     const std::wstring m_owner;

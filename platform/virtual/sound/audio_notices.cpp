@@ -86,6 +86,16 @@ bool AudioNotices::Remove(Call& call, const void* place, const void* callback)
     return true;
 }
 
+void AudioNotices::LoseClients()
+{
+    const Hold hold(m_machine);
+    std::erase_if(m_registrations, [&](const std::shared_ptr<Registration>& registration) {
+        if (!registration->client) return false;
+        m_machine.handles.Close(registration->handle);
+        return true;
+    });
+}
+
 void AudioNotices::TellClients(std::string_view name, const Endpoint* about, const ToClient& tell)
 {
     for (const auto& known : std::vector(m_registrations)) {

@@ -59,6 +59,8 @@ public:
     // Ends the registration of `callback` (of either kind) at `place`, and waits until no other
     // thread is in a call to it. False when there is no such registration.
     bool Remove(Call& call, const void* place, const void* callback);
+    // Drops the registrations of all clients, which are not told.
+    void LoseClients();
 
     // Notifies every client, or every callback registered for the endpoint's volume. `name` is the
     // callback's operation, for the journal.
