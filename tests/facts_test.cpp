@@ -155,4 +155,107 @@ TEST_F(FactsTest, AReadTellsMoreThanItsResult)
     }
 }
 
+// --- Files and text ---
+
+HANDLE OpenFile(const wchar_t* path, DWORD disposition = OPEN_ALWAYS, DWORD access = GENERIC_WRITE)
+{
+    return CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, disposition, 0,
+                       nullptr);
+}
+
+TEST_F(FactsTest, PathsThatNameNoFileAreToldApart)
+{
+    pc.disk.Write(LR"(C:\A.txt)", "a");
+    RunAsProcess([] {
+        constexpr std::intptr_t kNone = -1;
+        Expect({
+            ANSWER(OpenFile(nullptr), kNone, 3),
+            ANSWER(OpenFile(L""), kNone, 3),
+            ANSWER(OpenFile(LR"(C:\A*.txt)"), kNone, 123),
+            ANSWER(OpenFile(LR"(C:\A?.txt)"), kNone, 123),
+            ANSWER(OpenFile(LR"(C:\A|B)"), kNone, 123),
+            ANSWER(OpenFile(LR"(C:\New\)"), kNone, 3),
+            ANSWER(OpenFile(LR"(C:\A.txt\B)"), kNone, 3),
+            ANSWER(OpenFile(LR"(C:\None\B)"), kNone, 3),
+            ANSWER(OpenFile(LR"(C:\None)", OPEN_EXISTING), kNone, 2),
+            ANSWER(OpenFile(LR"(C:\)", OPEN_EXISTING), kNone, 3),
+            ANSWER(OpenFile(LR"(C:\A.txt)", 0), kNone, 87),
+            ANSWER(OpenFile(LR"(C:\A.txt)", 9), kNone, 87),
+            ANSWER(OpenFile(LR"(\\.\none)", OPEN_EXISTING), kNone, 2),
+            ANSWER(OpenFile(LR"(\\.\pipe\none)", OPEN_EXISTING), kNone, 2),
+            ANSWER(CreateDirectoryW(nullptr, nullptr), FALSE, 3),
+            ANSWER(CreateDirectoryW(L"", nullptr), FALSE, 3),
+            ANSWER(CreateDirectoryW(LR"(C:\A*)", nullptr), FALSE, 123),
+            ANSWER(CreateDirectoryW(LR"(C:\A.txt)", nullptr), FALSE, 183),
+            ANSWER(CreateDirectoryW(LR"(C:\A.txt\B)", nullptr), FALSE, 3),
+            ANSWER(CreateDirectoryW(LR"(C:\None\B)", nullptr), FALSE, 3),
+            ANSWER(CreateDirectoryW(LR"(C:\B\)", nullptr), TRUE),
+            ANSWER(CreateDirectoryW(LR"(C:\B)", nullptr), FALSE, 183),
+            ANSWER(CloseHandle(OpenFile(LR"(C:\A.txt)")), TRUE, 183),
+            ANSWER(CloseHandle(OpenFile(LR"(C:\A.txt)", OPEN_EXISTING)), TRUE, 0),
+            ANSWER(CloseHandle(OpenFile(LR"(C:\C.txt)")), TRUE, 0),
+        });
+    });
+}
+
+TEST_F(FactsTest, FilesAndOtherObjectsAreWrittenAsTheyAllow)
+{
+    RunAsProcess([] {
+        const OwnedFile file(OpenFile(LR"(C:\A.txt)"));
+        const OwnedFile reads(OpenFile(LR"(C:\A.txt)", OPEN_EXISTING, GENERIC_READ));
+        const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        DWORD count = 7;
+        const auto write = [&](HANDLE to, const char* data, DWORD size) {
+            return WriteFile(to, data, size, &count, nullptr);
+        };
+        const auto seek = [](HANDLE in, LONG by, DWORD how) {
+            return static_cast<LONG>(SetFilePointer(in, by, nullptr, how));
+        };
+        Expect({
+            ANSWER(write(nullptr, "x", 1), FALSE, 6),
+            ANSWER(write(event.Get(), "x", 1), FALSE, 6),
+            ANSWER(write(reads.Get(), "x", 1), FALSE, 5),
+            ANSWER(write(file.Get(), nullptr, 4), FALSE, 1784),
+            ANSWER(write(file.Get(), nullptr, 0), TRUE),
+            ANSWER(seek(file.Get(), -1, FILE_BEGIN), -1, 131),
+            ANSWER(seek(file.Get(), 0, 9), -1, 87),
+            ANSWER(seek(nullptr, 0, FILE_BEGIN), -1, 6),
+            ANSWER(seek(event.Get(), 0, FILE_BEGIN), -1, 6),
+            ANSWER(seek(file.Get(), 100, FILE_END), 100),
+            ANSWER(seek(file.Get(), 0, FILE_END), 0),
+            ANSWER(FlushFileBuffers(file.Get()), TRUE),
+            ANSWER(FlushFileBuffers(reads.Get()), FALSE, 5),
+            ANSWER(FlushFileBuffers(event.Get()), FALSE, 6),
+            ANSWER(FlushFileBuffers(nullptr), FALSE, 6),
+            ANSWER(GetStdHandle(5), -1, 6),
+        });
+        EXPECT_EQ(count, 0u);
+    });
+}
+
+TEST_F(FactsTest, TextIsConvertedUpToItsCountOrItsEnd)
+{
+    RunAsProcess([] {
+        char bytes[8] = "";
+        const wchar_t lone = 0xD800;
+        const auto convert = [&](const wchar_t* text, int count, int room, const char* other = {}) {
+            return WideCharToMultiByte(CP_UTF8, 0, text, count, room ? bytes : nullptr,
+                                       std::abs(room), other, nullptr);
+        };
+        Expect({
+            ANSWER(convert(L"ab", -2002, 8), 3),
+            ANSWER(convert(L"ab", -1, 0), 3),
+            ANSWER(convert(L"ab", 2, 8), 2),
+            ANSWER(convert(L"ab", 0, 8), 0, 87),
+            ANSWER(convert(nullptr, 2, 8), 0, 87),
+            ANSWER(convert(L"abcdefghi", -1, 8), 0, 122),
+            ANSWER(convert(L"ab", -1, 8, "?"), 0, 87),
+            ANSWER(WideCharToMultiByte(CP_UTF8, 0, L"a", 1, nullptr, 8, nullptr, nullptr), 0, 87),
+            ANSWER(WideCharToMultiByte(CP_UTF8, 0, L"a", 1, bytes, -1, nullptr, nullptr), 0, 87),
+            ANSWER(convert(&lone, 1, 8), 3),
+        });
+        EXPECT_EQ(std::string(bytes, 3), "\xEF\xBF\xBD") << "what is no character";
+    });
+}
+
 }  // namespace
