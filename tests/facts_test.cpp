@@ -258,4 +258,69 @@ TEST_F(FactsTest, TextIsConvertedUpToItsCountOrItsEnd)
     });
 }
 
+// --- The kernel ---
+
+TEST_F(FactsTest, ObjectsRefuseWhatTheyAreNotMadeFor)
+{
+    RunAsProcess([] {
+        const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        const OwnedHandle timer(CreateWaitableTimerW(nullptr, TRUE, nullptr));
+        LARGE_INTEGER now{}, later{};
+        later.QuadPart = -10'000'000;
+        const auto set = [&](const LARGE_INTEGER* due, LONG period = 0) {
+            return SetWaitableTimer(timer.Get(), due, period, nullptr, nullptr, FALSE);
+        };
+        const auto wait = [&] { return WaitForSingleObject(timer.Get(), 0); };
+        Expect({
+            ANSWER(WaitForMultipleObjects(0, nullptr, FALSE, 0), DWORD{WAIT_FAILED}, 87),
+            ANSWER(WaitForSingleObject(nullptr, 0), DWORD{WAIT_FAILED}, 6),
+            ANSWER(SetEvent(timer.Get()), FALSE, 6),
+            ANSWER(ResetEvent(nullptr), FALSE, 6),
+            ANSWER(CancelWaitableTimer(event.Get()), FALSE, 6),
+            ANSWER(CloseHandle(nullptr), FALSE, 6),
+            ANSWER(CloseHandle(GetCurrentProcess()), TRUE),
+            ANSWER(set(nullptr), FALSE, 998),
+            ANSWER(set(&later, -1), FALSE, 87),
+            ANSWER(set(&now), TRUE),
+            ANSWER(wait(), WAIT_OBJECT_0),
+            ANSWER(CancelWaitableTimer(timer.Get()), TRUE),
+            ANSWER(wait(), WAIT_OBJECT_0),
+            ANSWER(set(&later), TRUE),
+            ANSWER(wait(), DWORD{WAIT_TIMEOUT}),
+        });
+    });
+}
+
+TEST_F(FactsTest, NamesBelongToOneKindOfObjectInTheirLetterCase)
+{
+    RunAsProcess([] {
+        const OwnedHandle mutex(CreateMutexW(nullptr, FALSE, L"Holv"));
+        const auto close = [](HANDLE made) { return made && CloseHandle(made); };
+        Expect({
+            ANSWER(close(CreateMutexW(nullptr, TRUE, L"Holv")), TRUE, 183),
+            ANSWER(close(CreateMutexW(nullptr, TRUE, LR"(Local\Holv)")), TRUE, 183),
+            ANSWER(close(CreateMutexW(nullptr, TRUE, LR"(Global\Holv)")), TRUE, 0),
+            ANSWER(close(CreateMutexW(nullptr, TRUE, L"HOLV")), TRUE, 0),
+            ANSWER(close(CreateEventW(nullptr, TRUE, TRUE, L"Holv")), FALSE, 6),
+            ANSWER(close(CreateWaitableTimerW(nullptr, TRUE, L"Holv")), FALSE, 6),
+            ANSWER(close(CreateEventW(nullptr, TRUE, TRUE, LR"(A\B)")), FALSE, 3),
+            ANSWER(close(CreateMutexW(nullptr, TRUE, LR"(Global\A\B)")), FALSE, 3),
+        });
+    });
+}
+
+TEST_F(FactsTest, ASlotReadClearsTheLastError)
+{
+    RunAsProcess([] {
+        const DWORD slot = TlsAlloc();
+        Expect({
+            ANSWER(TlsSetValue(slot, nullptr), TRUE),
+            ANSWER(TlsGetValue(slot), 0, 0),
+            ANSWER(TlsGetValue(99'999), 0, 87),
+            ANSWER(TlsSetValue(99'999, nullptr), FALSE, 87),
+            ANSWER(GetSystemTimes(nullptr, nullptr, nullptr), TRUE),
+        });
+    });
+}
+
 }  // namespace
