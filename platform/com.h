@@ -36,7 +36,6 @@ inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 #define REGDB_E_CLASSNOTREG (static_cast<HRESULT>(0x80040154u))
 #define REGDB_E_IIDNOTREG (static_cast<HRESULT>(0x80040155u))
 #define CO_E_CLASSSTRING (static_cast<HRESULT>(0x800401F3u))
-#define CO_E_OBJNOTREG (static_cast<HRESULT>(0x800401FBu))
 #define CO_E_SERVER_EXEC_FAILURE (static_cast<HRESULT>(0x80080005u))
 #define RPC_E_SERVERFAULT (static_cast<HRESULT>(0x80010105u))
 #define RPC_E_DISCONNECTED (static_cast<HRESULT>(0x80010108u))
@@ -120,7 +119,7 @@ HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId);
 // before CoResumeClassObjects.
 HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD context, DWORD flags,
                                      LPDWORD registration);
-// Ends a registration. CO_E_OBJNOTREG for an unknown number, RPC_E_WRONG_THREAD in another
+// Ends a registration. E_INVALIDARG for an unknown number, RPC_E_WRONG_THREAD in another
 // apartment.
 HRESULT WINAPI CoRevokeClassObject(DWORD registration);
 // Lets clients find all suspended class objects of the calling process.

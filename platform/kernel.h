@@ -134,7 +134,7 @@ BOOL WINAPI InitOnceExecuteOnce(PINIT_ONCE once, PINIT_ONCE_FN function, PVOID p
                                 PVOID* context);
 
 // A slot that holds one pointer for each thread, initially null. TLS_OUT_OF_INDEXES when none is
-// left; slots last until the process ends.
+// left; slots last until the process ends. Reading one clears the last error.
 DWORD WINAPI TlsAlloc();
 LPVOID WINAPI TlsGetValue(DWORD index);
 BOOL WINAPI TlsSetValue(DWORD index, LPVOID value);

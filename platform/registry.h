@@ -46,16 +46,18 @@ extern "C" {
 // caller closes it with RegCloseKey.
 LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
 
-// Opens an existing key; ERROR_FILE_NOT_FOUND when it is missing.
+// Opens an existing key; ERROR_FILE_NOT_FOUND, and a null handle, when it is missing. What the
+// handle may be used for is limited to `access`, otherwise to the caller's rights:
+// ERROR_ACCESS_DENIED for anything else.
 LSTATUS WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
 LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result);
 LSTATUS WINAPI RegCloseKey(HKEY key);
 
 // Reads a value of one of the types that `flags` (RRF_RT_...) allow. ERROR_UNSUPPORTED_TYPE for
-// another type, ERROR_FILE_NOT_FOUND for a missing value, ERROR_MORE_DATA for data longer than
+// another type (type, size and data are given all the same), ERROR_FILE_NOT_FOUND for a missing value, ERROR_MORE_DATA for data longer than
 // *size bytes: *size is then the size needed, and `data` undefined. RRF_RT_DWORD also accepts
-// REG_BINARY of exactly four bytes (otherwise ERROR_INVALID_DATA). Strings are always terminated,
-// and *size, in bytes, includes the terminator.
+// REG_BINARY of exactly four bytes (otherwise ERROR_DATATYPE_MISMATCH). Strings are terminated, and
+// *size, in bytes, includes the terminator; a string stored without a byte is read as none.
 LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
                             PVOID data, LPDWORD size);
 
@@ -74,8 +76,8 @@ LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR value, LPDWORD reserved, LPDWO
 // there. Without it the system does so a little later, and a power cut may lose the last of them.
 LSTATUS WINAPI RegFlushKey(HKEY key);
 
-// Delete a value; delete a key with everything below it. ERROR_FILE_NOT_FOUND when it does not
-// exist.
+// Delete a value; delete a key with everything below it, or, without a `subKey`, everything in and
+// below `key`. ERROR_FILE_NOT_FOUND when it does not exist.
 LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR value);
 LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey);
 }

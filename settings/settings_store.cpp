@@ -59,10 +59,13 @@ constexpr Bounds kBounds[] = {
     {&g_dwBatteryUsageCheckInterval, 5, 60}, {&g_dwCpuUsageCheckInterval, 5, 60},
 };
 
+// A REG_DWORD of another size is read without an error, and is no number.
 bool ReadDword(HKEY key, const wchar_t* name, DWORD& value)
 {
     DWORD size = sizeof(value);
-    return RegGetValueW(key, nullptr, name, RRF_RT_DWORD, nullptr, &value, &size) == ERROR_SUCCESS;
+    return RegGetValueW(key, nullptr, name, RRF_RT_DWORD, nullptr, &value, &size) ==
+               ERROR_SUCCESS &&
+           size == sizeof(value);
 }
 
 // Reads into a local buffer first: RegGetValueW may leave anything in it when the value does not

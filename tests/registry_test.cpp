@@ -88,14 +88,14 @@ TEST_F(RegistryTest, AValueIsReadOnlyAsOneOfTheTypesAskedFor)
         {L"number", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
         {L"number", RRF_RT_REG_SZ, 4, ERROR_UNSUPPORTED_TYPE, 4},
         {L"number", RRF_RT_DWORD, 2, ERROR_MORE_DATA, 4},
-        {L"text", RRF_RT_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 4},
+        {L"text", RRF_RT_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 3 * kW},
         {L"text", RRF_RT_REG_SZ, 3 * kW, ERROR_SUCCESS, 3 * kW},
         {L"text", RRF_RT_REG_SZ, 2 * kW, ERROR_MORE_DATA, 3 * kW},
         {L"open end", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 3 * kW},
         {L"expand", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 4 * kW},
         {L"four", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
         {L"four", RRF_RT_REG_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 4},
-        {L"eight", RRF_RT_DWORD, 8, ERROR_INVALID_DATA, 8},
+        {L"eight", RRF_RT_DWORD, 8, 1629, 8},
         {L"none", RRF_RT_ANY, 8, ERROR_FILE_NOT_FOUND, 8},
     };
     RunAsProcess([&] {
@@ -126,7 +126,8 @@ TEST_F(RegistryTest, ATextWithVariablesIsReadAsTheTextThatTheyMake)
     } cases[] = {
         {LR"(%SYSTEMroot%\a%)", RRF_RT_REG_SZ, ERROR_SUCCESS, LR"(C:\Windows\a%)", REG_SZ},
         {L"%ProgramData%%none%", RRF_RT_ANY, ERROR_SUCCESS, LR"(C:\ProgramData%none%)", REG_SZ},
-        {L"%windir%", RRF_RT_REG_SZ | RRF_NOEXPAND, ERROR_UNSUPPORTED_TYPE, L"", REG_EXPAND_SZ},
+        {L"%windir%", RRF_RT_REG_SZ | RRF_NOEXPAND, ERROR_UNSUPPORTED_TYPE, L"%windir%",
+         REG_EXPAND_SZ},
         {L"%windir%", RRF_RT_ANY | RRF_NOEXPAND, ERROR_SUCCESS, L"%windir%", REG_EXPAND_SZ},
     };
     RunAsProcess([&] {

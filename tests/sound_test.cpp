@@ -80,6 +80,7 @@ TEST_F(SoundTest, ANotificationClientIsNotHeldAndBelongsToTheProcess)
         EXPECT_EQ(enumerator.Get()->RegisterEndpointNotificationCallback(&client), S_OK);
         EXPECT_EQ(client.references, 1u);
         const auto other = Enumerator();
+        EXPECT_EQ(other.Get(), enumerator.Get()) << "a process has one";
         EXPECT_EQ(other.Get()->UnregisterEndpointNotificationCallback(&client), S_OK);
         EXPECT_EQ(client.references, 1u);
         EXPECT_EQ(enumerator.Get()->UnregisterEndpointNotificationCallback(&client), kNotFound);

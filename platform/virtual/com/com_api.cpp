@@ -168,6 +168,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
                                 LPVOID* object)
 {
     Com::Factory factory;
+    if (!object) return E_POINTER;
     *object = nullptr;
     {
         Call call(fn_co_create_instance);
@@ -183,6 +184,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context
 HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId)
 {
     Call call(fn_clsid_from_prog_id);
+    if (!programId || !classId) return E_INVALIDARG;
     *classId = GUID_NULL;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     const auto text =
@@ -222,7 +224,7 @@ HRESULT WINAPI CoRevokeClassObject(DWORD registration)
         Call call(fn_co_revoke_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         const Com::Offered* offered = call.machine.com.FindOffer(registration);
-        if (!offered || offered->process != call.thread.process) return CO_E_OBJNOTREG;
+        if (!offered || offered->process != call.thread.process) return E_INVALIDARG;
         if (offered->object.object->home != call.thread.membership.apartment)
             return RPC_E_WRONG_THREAD;
         given_back = offered->object;
@@ -279,6 +281,7 @@ HRESULT WINAPI CoInitializeSecurity(LPVOID descriptor, LONG services, LPVOID, LP
 HRESULT WINAPI CoCreateGuid(GUID* guid)
 {
     Call call(fn_co_create_guid);
+    if (!guid) return E_INVALIDARG;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     *guid = call.machine.com.NewGuid();
     return S_OK;

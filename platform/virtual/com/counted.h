@@ -20,6 +20,8 @@ public:
     // Both return the new count.
     ULONG AddRef();
     ULONG Release();
+    // Adds a reference for a function that hands the object out once more. With the machine held.
+    void Share() { ++m_count; }
 
 protected:
     // False, and noted as misuse, when the last reference has been released.

@@ -36,7 +36,7 @@ RPC_STATUS WINAPI UuidToStringW(const UUID* uuid, RPC_WSTR* text)
     Call call(fn_uuid_to_string);
     *text = nullptr;
     if (call.Fails()) return static_cast<RPC_STATUS>(call.error());
-    std::wstring form = FormatGuid(*uuid);
+    std::wstring form = FormatGuid(uuid ? *uuid : GUID{});
     std::erase_if(form, [](wchar_t c) { return c == L'{' || c == L'}'; });
     const std::size_t size = (form.size() + 1) * sizeof(wchar_t);
     *text = static_cast<wchar_t*>(Allocate(call, size, "identifier's string"));

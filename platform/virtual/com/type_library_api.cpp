@@ -323,6 +323,7 @@ extern "C" {
 HRESULT WINAPI LoadTypeLib(LPCOLESTR file, ITypeLib** library)
 {
     Call call(fn_load_type_lib);
+    if (!file || !library) return E_INVALIDARG;
     *library = nullptr;
     if (call.Fails()) return static_cast<HRESULT>(call.error());
     return Load(call, file, library);

@@ -6,11 +6,44 @@
 #include <cstring>
 #include <cwchar>
 #include <limits>
+#include <string>
+
+#include "platform/virtual/base/names.h"
 
 namespace virtual_pc {
 namespace {
 
 bool IsReference(VARTYPE type) { return type == VT_DISPATCH || type == VT_UNKNOWN; }
+
+// The number that a text shows, in decimal or after "&H" in hexadecimal digits, with blanks before
+// and after it; nothing for any other text.
+std::optional<double> NumberIn(std::wstring text)
+{
+    const std::size_t first = text.find_first_not_of(L' ');
+    if (first == text.npos) return std::nullopt;
+    text = text.substr(first, text.find_last_not_of(L' ') + 1 - first);
+    wchar_t* end = nullptr;
+    double number = 0;
+    if (text.starts_with(L"&H") || text.starts_with(L"&h")) {
+        number = static_cast<double>(std::wcstoul(text.c_str() + 2, &end, 16));
+    } else if (text.find_first_not_of(L"+-.0123456789eE") == text.npos) {
+        number = std::wcstod(text.c_str(), &end);
+    }
+    if (!end || end == text.c_str() || *end != L'\0') return std::nullopt;
+    return number;
+}
+
+// The truth that a text names.
+std::optional<bool> TruthIn(const std::wstring& text)
+{
+    for (const wchar_t* word : {L"True", L"#TRUE#"}) {
+        if (SameName(text, word)) return true;
+    }
+    for (const wchar_t* word : {L"False", L"#FALSE#"}) {
+        if (SameName(text, word)) return false;
+    }
+    return std::nullopt;
+}
 
 // A value as a number; nothing when it is not convertible.
 std::optional<double> NumberOf(const VARIANT& value)
@@ -28,7 +61,6 @@ std::optional<double> NumberOf(const VARIANT& value)
             return value.uiVal;
         case VT_I4:
         case VT_INT:
-        case VT_ERROR:
             return value.lVal;
         case VT_UI4:
         case VT_UINT:
@@ -47,10 +79,7 @@ std::optional<double> NumberOf(const VARIANT& value)
             break;
     }
     if (value.vt != VT_BSTR || !value.bstrVal) return std::nullopt;
-    wchar_t* end = nullptr;
-    const double number = std::wcstod(value.bstrVal, &end);
-    if (end == value.bstrVal || *end != L'\0') return std::nullopt;
-    return number;
+    return NumberIn(value.bstrVal);
 }
 
 // Rounds a number to type T, halves to the even neighbour.
@@ -99,14 +128,10 @@ HRESULT NumberTo(VARIANT& value, double number, VARTYPE type)
 
 HRESULT TextOf(const VARIANT& value, std::wstring& text)
 {
-    if (value.vt == VT_BOOL) {
-        text = value.boolVal ? L"True" : L"False";
-        return S_OK;
-    }
     const std::optional<double> number = NumberOf(value);
-    if (!number || value.vt == VT_ERROR) return DISP_E_TYPEMISMATCH;
+    if (!number) return DISP_E_TYPEMISMATCH;
     wchar_t digits[40];
-    std::swprintf(digits, std::size(digits), L"%.15g", *number);
+    std::swprintf(digits, std::size(digits), L"%.15G", *number);
     text = value.vt == VT_EMPTY ? L"" : digits;
     return S_OK;
 }
@@ -126,8 +151,10 @@ HRESULT Copy(VARIANT& destination, const VARIANT& source)
 HRESULT ConvertTo(VARIANT& destination, const VARIANT& source, VARTYPE type)
 {
     if (source.vt == type) return Copy(destination, source);
-    if (source.vt == VT_NULL || SizeOf(source.vt) == 0) {
-        if (source.vt != VT_EMPTY) return DISP_E_TYPEMISMATCH;
+    if (source.vt == VT_NULL) return DISP_E_TYPEMISMATCH;
+    if (source.vt != VT_EMPTY && SizeOf(source.vt) == 0) return DISP_E_BADVARTYPE;
+    if (type == VT_BOOL && source.vt == VT_BSTR && source.bstrVal) {
+        if (const auto truth = TruthIn(source.bstrVal)) return NumberTo(destination, *truth, type);
     }
     if (type == VT_BSTR) {
         std::wstring text;
@@ -136,7 +163,8 @@ HRESULT ConvertTo(VARIANT& destination, const VARIANT& source, VARTYPE type)
         return destination.bstrVal ? S_OK : E_OUTOFMEMORY;
     }
     if (IsReference(type)) {
-        if (!IsReference(source.vt) || !source.punkVal) return DISP_E_TYPEMISMATCH;
+        if (!IsReference(source.vt)) return DISP_E_TYPEMISMATCH;
+        if (!source.punkVal) return S_OK;
         return source.punkVal->QueryInterface(type == VT_DISPATCH ? IID_IDispatch : IID_IUnknown,
                                               reinterpret_cast<void**>(&destination.punkVal));
     }

@@ -58,6 +58,17 @@ public:
         return nullptr;
     }
 
+    // The first open object of a kind that belongs to a process; null when there is none.
+    template <class T>
+    std::shared_ptr<T> FindOf(const Process* owner) const
+    {
+        for (const Entry& entry : m_entries) {
+            if (!entry.object || entry.owner != owner) continue;
+            if (auto found = std::dynamic_pointer_cast<T>(entry.object)) return found;
+        }
+        return nullptr;
+    }
+
     // False when the handle is not open.
     bool Close(HANDLE handle);
 

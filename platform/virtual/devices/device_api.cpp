@@ -103,7 +103,8 @@ BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA
     if (call.Fails()) return FALSE;
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
-    if (!device || device->cbSize != sizeof(*device)) return call.Fail(kErrorInvalidUserBuffer);
+    if (!device) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (device->cbSize != sizeof(*device)) return call.Fail(kErrorInvalidUserBuffer);
     if (index >= set->devices.size()) return call.Fail(kErrorNoMoreItems);
     *device = {
         .cbSize = sizeof(*device), .ClassGuid = {}, .DevInst = set->devices[index], .Reserved = 0};

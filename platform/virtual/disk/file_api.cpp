@@ -31,8 +31,10 @@ namespace fs = std::filesystem;
 
 // Codes that only this file returns.
 constexpr DWORD kErrorSharingViolation = 32;
+constexpr DWORD kErrorInvalidName = 123;
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
+constexpr DWORD kErrorInvalidUserBuffer = 1784;
 constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
 
 constexpr const wchar_t* kProgramData = LR"(C:\ProgramData)";
@@ -204,9 +206,13 @@ bool StartsWith(std::wstring_view text, std::wstring_view beginning)
 }
 
 // The host's path of a path on the PC; nothing, with the last error set, for a path that is not on
-// the disk or whose folder is missing.
+// the disk, whose folder is missing, or that has a character which no name may have.
 std::optional<fs::path> HostPlace(Call& call, LPCWSTR path)
 {
+    if (std::wcspbrk(path, L"<>\"|?*")) {
+        call.Fail(kErrorInvalidName);
+        return std::nullopt;
+    }
     try {
         fs::path host = call.machine.disk.HostPath(path);
         std::error_code error;
@@ -284,6 +290,7 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD share, DWORD dispo
 {
     const auto how = std::ranges::find(kDispositions, disposition, &Disposition::disposition);
     if (how == std::end(kDispositions)) return FailToOpen(call, ERROR_INVALID_PARAMETER);
+    if (path[std::wcslen(path) - 1] == L'\\') return FailToOpen(call, ERROR_PATH_NOT_FOUND);
     const std::optional<fs::path> host = HostPlace(call, path);
     if (!host) return INVALID_HANDLE_VALUE;
     std::error_code error;
@@ -305,7 +312,7 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD share, DWORD dispo
     const int file = open(host->c_str(), O_RDWR | O_CLOEXEC | how->flags, kMode);
     if (file < 0) return FailToOpen(call, ErrorOf(errno));
     if (creates) rights.Made(place, UserOf(call));
-    if (how->tells) call.thread.last_error = existed ? ERROR_ALREADY_EXISTS : NO_ERROR;
+    call.thread.last_error = how->tells && existed ? ERROR_ALREADY_EXISTS : NO_ERROR;
     auto writes = call.machine.disk.WritesOf(host->string());
     if (!existed || !opening.before.empty()) call.machine.disk.Note(*writes, std::move(opening));
     return call.Open(std::make_shared<DiskFile>(path, std::move(mode), file, std::move(writes)));
@@ -338,6 +345,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 {
     Call call(fn_create_file);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
+    if (!path || !*path) return FailToOpen(call, ERROR_PATH_NOT_FOUND);
     if (StartsWith(path, LR"(\\.\)") || StartsWith(path, LR"(\\?\)")) {
         return OpenDevice(call, path, access, flags);
     }
@@ -351,7 +359,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
     if (!written || overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
     *written = 0;
     if (call.Fails()) return FALSE;
-    const std::string_view bytes(static_cast<const char*>(data), size);
+    const std::string_view bytes(static_cast<const char*>(data), data ? size : 0);
     if (file == kConsole) {
         call.machine.outputs.Console(bytes);
         *written = size;
@@ -361,6 +369,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
     if (!target) return FALSE;
     if (!target->MayWrite()) return call.Fail(ERROR_ACCESS_DENIED);
     if (size == 0) return TRUE;
+    if (!data) return call.Fail(kErrorInvalidUserBuffer);
     const DWORD error = target->Write(call.machine, call.thread, bytes, *written);
     return error == NO_ERROR ? TRUE : call.Fail(error);
 }
@@ -424,7 +433,11 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 {
     Call call(fn_create_directory);
     if (call.Fails()) return FALSE;
-    const std::optional<fs::path> host = HostPlace(call, path);
+    if (!path || !*path) return call.Fail(ERROR_PATH_NOT_FOUND);
+    std::wstring name = path;
+    constexpr std::size_t kRootLength = 3;  // of "C:\\"
+    if (name.size() > kRootLength && name.ends_with(L'\\')) name.pop_back();
+    const std::optional<fs::path> host = HostPlace(call, name.c_str());
     if (!host) return FALSE;
     FileRights& rights = call.machine.disk.rights;
     const std::string place = PlaceOf(*host);
@@ -465,11 +478,11 @@ int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount
     Call call(fn_wide_char_to_multi_byte);
     if (call.Fails()) return 0;
     const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
-    if (!understood || !wide || wideCount == 0 || wideCount < -1 || bytesCount < 0) {
+    if (!understood || !wide || wideCount == 0 || bytesCount < 0 || (bytesCount && !bytes)) {
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
     const std::size_t count =
-        wideCount == -1 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(wideCount);
+        wideCount < 0 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(wideCount);
     const std::string converted = ToUtf8({wide, count});
     const int needed = static_cast<int>(converted.size());
     if (bytesCount == 0) return needed;

@@ -7,6 +7,7 @@
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/core/waker.h"
+#include "platform/virtual/kernel/object_names.h"
 
 using namespace virtual_pc;
 
@@ -100,35 +101,16 @@ bool HasDoubles(std::vector<std::shared_ptr<Waitable>> objects)
     return std::ranges::adjacent_find(objects) != objects.end();
 }
 
-// The full name of a kernel object: with the calling process's session before it, unless it begins
-// with "Global\".
-std::wstring NameInSession(const Call& call, std::wstring_view name)
-{
-    constexpr std::wstring_view kGlobal = LR"(Global\)", kLocal = LR"(Local\)";
-    if (name.starts_with(kGlobal)) return std::wstring(name);
-    if (name.starts_with(kLocal)) name.remove_prefix(kLocal.size());
-    const Process* process = call.thread.process;
-    const DWORD session = process && process->launch ? process->launch->session : 0;
-    return LR"(Sessions\)" + std::to_wstring(session) + L"\\" + std::wstring(name);
-}
-
-// Creates an event or a timer, or opens the one that has the name. Names of all kinds of objects
-// are one set. Null with the last error set where another kind has the name.
+// Creates an event or a timer, or opens the one that has the name. Null with the last error set
+// where the name is taken or none.
 template <class T>
 HANDLE CreateNamed(Call& call, Waitable::Reset reset, LPCWSTR name, bool signalled)
 {
-    const std::wstring full = name && *name ? NameInSession(call, name) : std::wstring();
-    const auto known = full.empty() ? nullptr : call.machine.handles.FindNamed<Waitable>(full);
-    const auto same = std::dynamic_pointer_cast<T>(known);
-    if (known && !same) {
-        call.Fail(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    call.thread.last_error = same ? ERROR_ALREADY_EXISTS : NO_ERROR;
-    if (same) return call.Open(same);
-    auto made = std::make_shared<T>(reset, full);
-    if (signalled) made->Signal();
-    return call.Open(std::move(made));
+    return CreateOrOpen<T>(call, name, [&](std::wstring full) {
+        auto made = std::make_shared<T>(reset, std::move(full));
+        if (signalled) made->Signal();
+        return made;
+    });
 }
 
 // From 8.1 on, Windows tells a program that it is Windows 8, unless the program's manifest lists
@@ -137,6 +119,9 @@ DWORD VersionTold(const Machine& machine)
 {
     return machine.AtLeast(kWindows81) ? kWindows8 : machine.os_version.load();
 }
+
+constexpr DWORD kErrorNoAccess = 998;
+constexpr DWORD kMostSlots = 1088;  // of thread-local storage, in a process
 
 Function fn_create_event{"CreateEventW"};
 Function fn_set_event{"SetEvent"};
@@ -194,7 +179,8 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
     if (call.Fails()) return FALSE;
     Timer* timer = call.Find<Timer>(handle);
     if (!timer) return FALSE;
-    if (!due || period < 0) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (!due) return call.Fail(kErrorNoAccess);
+    if (period < 0) return call.Fail(ERROR_INVALID_PARAMETER);
     const Duration time{due->QuadPart};
     // The machine has no time zone: its UTC is its local time.
     const bool relative = time < Duration::zero();
@@ -265,7 +251,13 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE
     return call.Open(thread->object);
 }
 
-BOOL WINAPI CloseHandle(HANDLE handle) { return CloseHandleOf<Object>(fn_close_handle, handle); }
+// The number that stands for the calling process is no handle: closing it does nothing.
+BOOL WINAPI CloseHandle(HANDLE handle)
+{
+    if (handle != INVALID_HANDLE_VALUE) return CloseHandleOf<Object>(fn_close_handle, handle);
+    Call call(fn_close_handle);
+    return !call.Fails();
+}
 
 DWORD WINAPI GetCurrentThreadId() { return Thread::Self()->id; }
 
@@ -313,17 +305,19 @@ DWORD WINAPI TlsAlloc()
     return call.process().tls_slots++;
 }
 
-// Without a Call: these touch nothing but the calling thread's own record.
+// Without a Call: these touch nothing but the calling thread's own record. To tell a null pointer
+// from a failure, a read that succeeds clears the last error.
 LPVOID WINAPI TlsGetValue(DWORD index)
 {
-    const Thread& self = *Thread::Self();
+    Thread& self = *Thread::Self();
+    self.last_error = index < kMostSlots ? NO_ERROR : ERROR_INVALID_PARAMETER;
     return index < self.tls.size() ? self.tls[index] : nullptr;
 }
 
 BOOL WINAPI TlsSetValue(DWORD index, LPVOID value)
 {
     Thread& self = *Thread::Self();
-    if (index == TLS_OUT_OF_INDEXES) {
+    if (index >= kMostSlots) {
         self.last_error = ERROR_INVALID_PARAMETER;
         return FALSE;
     }

@@ -19,6 +19,7 @@ Function fn_dispatch_message{"DispatchMessageW", Failing::never};
 Function fn_post_thread_message{"PostThreadMessageW"};
 
 constexpr std::size_t kMostMessages = 10'000;
+constexpr DWORD kErrorInvalidWindow = 1400;
 constexpr DWORD kErrorNotEnoughQuota = 1816;
 
 // What a thread looks for in its queue. A null window matches any window, and the range 0 to 0 any
@@ -36,6 +37,12 @@ struct Filter
     }
 };
 
+// Null is any window; a thread has no other than that of its apartment.
+bool IsWindow(const Thread& thread, HWND window)
+{
+    return !window || (thread.message_server && window == thread.message_server->window());
+}
+
 auto Find(Thread& thread, const Filter& filter)
 {
     return std::ranges::find_if(thread.messages,
@@ -52,6 +59,10 @@ BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last)
     if (call.Fails()) return -1;
     Thread& self = call.thread;
     self.has_queue = true;
+    if (!IsWindow(self, window)) {
+        call.Fail(kErrorInvalidWindow);
+        return -1;
+    }
     const Filter filter{window, first, last};
     auto found = Find(self, filter);
     while (found == self.messages.end()) {
@@ -69,9 +80,10 @@ BOOL WINAPI GetMessageW(MSG* message, HWND window, UINT first, UINT last)
 
 BOOL WINAPI PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT remove)
 {
-    const Call call(fn_peek_message);
+    Call call(fn_peek_message);
     Thread& self = call.thread;
     self.has_queue = true;
+    if (!IsWindow(self, window)) return call.Fail(kErrorInvalidWindow);
     const auto found = Find(self, {window, first, last});
     if (found == self.messages.end()) return FALSE;
     *message = *found;

@@ -1,11 +1,12 @@
-// Named mutexes, as far as their names go: a global name exists while a process has it open. Waits
-// for them are not modelled.
+// Mutexes, as far as their names go: a name exists while a process has it open. Waits for them are
+// not modelled.
 
 #include <memory>
 #include <string>
 
 #include "platform/kernel.h"
 #include "platform/virtual/core/call.h"
+#include "platform/virtual/kernel/object_names.h"
 
 using namespace virtual_pc;
 
@@ -32,10 +33,7 @@ HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL, LPCWSTR name)
 {
     Call call(fn_create_mutex);
     if (call.Fails()) return nullptr;
-    std::shared_ptr<Mutex> mutex;
-    if (name) mutex = call.machine.handles.FindNamed<Mutex>(name);
-    call.thread.last_error = mutex ? ERROR_ALREADY_EXISTS : NO_ERROR;
-    if (!mutex) mutex = std::make_shared<Mutex>(name ? name : L"");
-    return call.Open(std::move(mutex));
+    return CreateOrOpen<Mutex>(
+        call, name, [](std::wstring full) { return std::make_shared<Mutex>(std::move(full)); });
 }
 }

@@ -29,6 +29,9 @@ Function fn_cpuid{"__cpuid", Failing::never};
 Function fn_get_command_line{"GetCommandLineW", Failing::never};
 Function fn_set_unhandled_exception_filter{"SetUnhandledExceptionFilter", Failing::never};
 
+// The handle of the running program, at the usual address of one.
+const HMODULE kProgram = reinterpret_cast<HMODULE>(std::uintptr_t{0x140000000});
+
 class Library final : public Object
 {
 public:
@@ -59,7 +62,9 @@ extern "C" {
 DWORD WINAPI GetModuleFileNameW(HMODULE, LPWSTR path, DWORD size)
 {
     Call call(fn_get_module_file_name);
-    if (call.Fails() || size == 0) return 0;
+    if (call.Fails()) return 0;
+    call.thread.last_error = size == 0 ? ERROR_INSUFFICIENT_BUFFER : NO_ERROR;
+    if (size == 0) return 0;
     const std::wstring& full = call.process().path();
     const std::size_t copied = std::min<std::size_t>(full.size(), size - 1);
     std::copy_n(full.begin(), copied, path);
@@ -86,6 +91,7 @@ HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
 {
     Call call(fn_get_module_handle);
     if (call.Fails()) return nullptr;
+    if (!name) return kProgram;
     const auto& resident = call.machine.libraries.resident;
     const auto found = std::ranges::find_if(
         resident, [&](const std::wstring& known) { return SameName(known, name); });
@@ -98,8 +104,8 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR path)
 {
     Call call(fn_load_library);
     if (call.Fails()) return nullptr;
-    if (!call.machine.libraries.on_disk.contains(path)) {
-        call.Fail(ERROR_MOD_NOT_FOUND);
+    if (!path || !call.machine.libraries.on_disk.contains(path)) {
+        call.Fail(path ? ERROR_MOD_NOT_FOUND : ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     return reinterpret_cast<HMODULE>(call.Open(std::make_shared<Library>(path)));
@@ -115,7 +121,10 @@ FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name)
     Call call(fn_get_proc_address);
     if (call.Fails()) return nullptr;
     const auto* loaded = call.Find<Library>(reinterpret_cast<HANDLE>(library));
-    if (!loaded) return nullptr;
+    if (!loaded) {
+        call.Fail(library ? ERROR_MOD_NOT_FOUND : ERROR_PROC_NOT_FOUND);
+        return nullptr;
+    }
     const Libraries::Functions& functions = call.machine.libraries.on_disk[loaded->path];
     const auto found = functions.find(name);
     if (found != functions.end()) return found->second;
@@ -123,10 +132,15 @@ FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name)
     return nullptr;
 }
 
-DWORD WINAPI FormatMessageW(DWORD, LPCVOID, DWORD message, DWORD, LPWSTR text, DWORD size, void*)
+DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID, DWORD message, DWORD, LPWSTR text, DWORD size,
+                            void*)
 {
     Call call(fn_format_message);
     if (call.Fails()) return 0;
+    if (!text || !(flags & FORMAT_MESSAGE_FROM_SYSTEM)) {
+        call.Fail(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
     const auto* found = std::ranges::find(kMessages, message, &Message::error);
     if (found == std::end(kMessages)) {
         call.Fail(ERROR_MR_MID_NOT_FOUND);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cwchar>
 #include <utility>
 
 #include "platform/virtual/base/names.h"
@@ -14,14 +15,20 @@ using namespace virtual_pc;
 
 namespace {
 
+// Codes that only this file returns.
+constexpr LSTATUS kErrorBadPathname = 161;
+constexpr LSTATUS kErrorNoAccess = 998;
 constexpr LSTATUS kErrorKeyDeleted = 1018;
+constexpr LSTATUS kErrorDatatypeMismatch = 1629;
+
+constexpr std::size_t kLongestValueName = 16'383;  // characters
 
 // What an open key's handle stands for.
 class OpenKey final : public Object
 {
 public:
-    OpenKey(RegistryPath key_path, std::shared_ptr<RegistryNode> key)
-        : path(std::move(key_path)), node(std::move(key))
+    OpenKey(RegistryPath key_path, std::shared_ptr<RegistryNode> key, REGSAM rights)
+        : path(std::move(key_path)), node(std::move(key)), access(rights)
     {
     }
     std::string_view Kind() const override { return "registry key"; }
@@ -29,6 +36,7 @@ public:
 
     const RegistryPath path;
     const std::shared_ptr<RegistryNode> node;
+    const REGSAM access;
 };
 
 Function fn_reg_create_key{"RegCreateKeyW", Failing::status};
@@ -53,9 +61,10 @@ const Root kRoots[] = {{HKEY_LOCAL_MACHINE, RegistryRoot::local_machine},
 
 bool IsRoot(HKEY key) { return std::ranges::find(kRoots, key, &Root::key) != std::end(kRoots); }
 
-// The path that a handle and a path below it lead to; an error when the handle is not open. The
+// The path that a handle and a path below it lead to; an error when the handle is not open or, for
+// the key itself, lacks a right. The rights of a handle do not limit what is opened below it. The
 // registry functions do not change the last error.
-LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path)
+LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path, REGSAM right = 0)
 {
     const auto root = std::ranges::find(kRoots, key, &Root::key);
     if (root != std::end(kRoots)) {
@@ -66,29 +75,38 @@ LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path)
         call.thread.last_error = last_error;
         if (!open) return ERROR_INVALID_HANDLE;
         if (open->node->deleted) return kErrorKeyDeleted;
+        if ((!below || !*below) && (open->access & right) != right) return ERROR_ACCESS_DENIED;
         path = open->path;
     }
+    const bool of_classes = path.root == RegistryRoot::classes && path.path.empty();
+    if (below && *below == L'\\' && !of_classes) return kErrorBadPathname;
     if (below && *below) path.path += (path.path.empty() ? L"" : L"\\") + std::wstring(below);
     return ERROR_SUCCESS;
 }
 
 LSTATUS OpenAt(Call& call, const RegistryPath& path, std::shared_ptr<RegistryNode> node,
-               HKEY* result)
+               REGSAM access, HKEY* result)
 {
+    *result = nullptr;
     if (!node) return ERROR_FILE_NOT_FOUND;
-    *result = reinterpret_cast<HKEY>(call.Open(std::make_shared<OpenKey>(path, std::move(node))));
+    *result =
+        reinterpret_cast<HKEY>(call.Open(std::make_shared<OpenKey>(path, std::move(node), access)));
     return ERROR_SUCCESS;
 }
 
-LSTATUS OpenExisting(Function& function, HKEY key, LPCWSTR subKey, HKEY* result)
+// With a bad handle it does not touch `result`.
+LSTATUS OpenExisting(Function& function, HKEY key, LPCWSTR subKey, REGSAM access, HKEY* result)
 {
     Call call(function);
     if (!result) return ERROR_INVALID_PARAMETER;
-    *result = nullptr;
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
-    return OpenAt(call, path, call.machine.registry.FindKey(path), result);
+    if (IsRoot(key) && (!subKey || !*subKey)) {
+        *result = key;
+        return ERROR_SUCCESS;
+    }
+    return OpenAt(call, path, call.machine.registry.FindKey(path), access, result);
 }
 
 // The type restrictions, one bit for each type.
@@ -139,14 +157,15 @@ LSTATUS CheckType(const RegistryValue& value, DWORD flags)
         return ERROR_UNSUPPORTED_TYPE;
     }
     // RRF_RT_DWORD also admits REG_BINARY, but only of the size of a DWORD.
-    const bool number_wanted = (flags & RRF_RT_ANY) == RRF_RT_DWORD;
-    if (number_wanted && value.data.size() != sizeof(DWORD)) return ERROR_INVALID_DATA;
+    const bool as_number = value.type == REG_BINARY && (flags & RRF_RT_ANY) == RRF_RT_DWORD;
+    if (as_number && value.data.size() != sizeof(DWORD)) return kErrorDatatypeMismatch;
     return ERROR_SUCCESS;
 }
 
 std::vector<BYTE> Terminated(const RegistryValue& value)
 {
     std::vector<BYTE> data = value.data;
+    if (data.empty()) return data;  // a text without a byte is read as no byte
     if (value.type != REG_SZ && value.type != REG_EXPAND_SZ && value.type != REG_MULTI_SZ) {
         return data;
     }
@@ -159,6 +178,41 @@ std::vector<BYTE> Terminated(const RegistryValue& value)
     return data;
 }
 
+// Whether the flags may read texts with variables only as they are, without RRF_NOEXPAND. Windows 7
+// takes this for a mistake; from 8 on no value is of that type.
+bool ForbidsAllTexts(const Call& call, DWORD flags)
+{
+    const bool unexpanded = (flags & RRF_RT_ANY) != RRF_RT_ANY && (flags & RRF_RT_REG_EXPAND_SZ) &&
+                            !(flags & RRF_NOEXPAND);
+    return unexpanded && !call.machine.AtLeast(kWindows8);
+}
+
+// Copies bytes to the caller, as far as it has given a place for them.
+LSTATUS GiveBytes(const std::vector<BYTE>& bytes, PVOID data, LPDWORD size)
+{
+    const DWORD room = size ? *size : 0;
+    if (size) *size = static_cast<DWORD>(bytes.size());
+    if (!data) return ERROR_SUCCESS;
+    if (room < bytes.size()) return ERROR_MORE_DATA;
+    std::ranges::copy(bytes, static_cast<BYTE*>(data));
+    return ERROR_SUCCESS;
+}
+
+// Deletes all that is below a key, and its values.
+LSTATUS Empty(Call& call, const RegistryPath& path)
+{
+    const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
+    if (!node) return ERROR_FILE_NOT_FOUND;
+    const std::wstring spelled = Registry::Spell(path);
+    while (!node->keys.empty()) {
+        call.machine.registry.DeleteKey(spelled + L"\\" + node->keys.begin()->first);
+    }
+    while (!node->values.empty()) {
+        call.machine.registry.DeleteValue(path, std::wstring(node->values.begin()->first));
+    }
+    return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 extern "C" {
@@ -167,21 +221,20 @@ LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
 {
     Call call(fn_reg_create_key);
     if (!result) return ERROR_INVALID_PARAMETER;
-    *result = nullptr;
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
-    return OpenAt(call, path, call.machine.registry.CreateKey(path), result);
+    return OpenAt(call, path, call.machine.registry.CreateKey(path), KEY_ALL_ACCESS, result);
 }
 
 LSTATUS WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
 {
-    return OpenExisting(fn_reg_open_key, key, subKey, result);
+    return OpenExisting(fn_reg_open_key, key, subKey, KEY_ALL_ACCESS, result);
 }
 
-LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, HKEY* result)
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, HKEY* result)
 {
-    return OpenExisting(fn_reg_open_key_ex, key, subKey, result);
+    return OpenExisting(fn_reg_open_key_ex, key, subKey, access, result);
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY key)
@@ -202,9 +255,9 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags,
 {
     Call call(fn_reg_get_value);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
-    if (data && !size) return ERROR_INVALID_PARAMETER;
+    if ((data && !size) || ForbidsAllTexts(call, flags)) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
-    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    if (const LSTATUS error = PathOf(call, key, subKey, path, KEY_QUERY_VALUE)) return error;
     const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
     if (!node) return ERROR_FILE_NOT_FOUND;
     const auto found = node->values.find(name ? name : L"");
@@ -216,14 +269,10 @@ LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags,
         value = RegistryValue::String(Expanded(value.Text()));
     }
     if (type) *type = value.type;
-    if (const LSTATUS error = CheckType(value, flags)) return error;
-    const std::vector<BYTE> bytes = Terminated(value);
-    const DWORD room = size ? *size : 0;
-    if (size) *size = static_cast<DWORD>(bytes.size());
-    if (!data) return ERROR_SUCCESS;
-    if (room < bytes.size()) return ERROR_MORE_DATA;
-    std::ranges::copy(bytes, static_cast<BYTE*>(data));
-    return ERROR_SUCCESS;
+    // A value of a type that is not allowed is given all the same, beside the error.
+    const LSTATUS refused = CheckType(value, flags);
+    const LSTATUS given = GiveBytes(Terminated(value), data, size);
+    return refused ? refused : given;
 }
 
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* data,
@@ -231,9 +280,10 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
 {
     Call call(fn_reg_set_value_ex);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
-    if (!data && size > 0) return ERROR_INVALID_PARAMETER;
+    if (!data && size > 0) return kErrorNoAccess;
+    if (name && std::wcslen(name) > kLongestValueName) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
-    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_SET_VALUE)) return error;
     RegistryValue value{type, {data, data + size}};
     // Effect "registry": the key's `path`, the value's `name` and `type`, and its `data`: the
     // number, the text, or how many bytes.
@@ -258,19 +308,16 @@ LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, B
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     if (data && !size) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
-    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_QUERY_VALUE)) return error;
     const std::shared_ptr<RegistryNode> node = call.machine.registry.FindKey(path);
     if (!node) return ERROR_FILE_NOT_FOUND;
     const auto found = node->values.find(name ? name : L"");
-    if (found == node->values.end()) return ERROR_FILE_NOT_FOUND;
-    const std::vector<BYTE>& bytes = found->second.data;
+    if (found == node->values.end()) {
+        if (size && !data) *size = 0;
+        return ERROR_FILE_NOT_FOUND;
+    }
     if (type) *type = found->second.type;
-    const DWORD room = size ? *size : 0;
-    if (size) *size = static_cast<DWORD>(bytes.size());
-    if (!data) return ERROR_SUCCESS;
-    if (room < bytes.size()) return ERROR_MORE_DATA;
-    std::ranges::copy(bytes, data);
-    return ERROR_SUCCESS;
+    return GiveBytes(found->second.data, data, size);
 }
 
 LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
@@ -278,7 +325,7 @@ LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
     Call call(fn_reg_delete_value);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     RegistryPath path;
-    if (const LSTATUS error = PathOf(call, key, nullptr, path)) return error;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_SET_VALUE)) return error;
     return call.machine.registry.DeleteValue(path, name ? name : L"") ? ERROR_SUCCESS
                                                                       : ERROR_FILE_NOT_FOUND;
 }
@@ -297,9 +344,9 @@ LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR subKey)
 {
     Call call(fn_reg_delete_tree);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
-    if (!subKey || !*subKey) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    if (!subKey || !*subKey) return Empty(call, path);
     const std::wstring spelled = Registry::Spell(path);
     return call.machine.registry.DeleteKey(spelled) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }

@@ -36,6 +36,15 @@ bool IsName(std::wstring_view name)
     return !name.empty() && name.size() <= kLongest && name.find_first_of(L"/\\") == name.npos;
 }
 
+// A program has a process of its own or shares one, and only drivers start before the manager.
+bool CanStart(DWORD type, DWORD start)
+{
+    constexpr DWORD kOwn = SERVICE_WIN32_OWN_PROCESS, kShared = 0x20;
+    const bool program = (type & (kOwn | kShared)) != 0;
+    return (type & (kOwn | kShared)) != (kOwn | kShared) &&
+           !(program && start < SERVICE_AUTO_START);
+}
+
 }  // namespace
 
 std::wstring ServiceManager::KeyOf(std::wstring_view name)
@@ -61,7 +70,8 @@ DWORD ServiceManager::Create(const ServiceConfig& config)
     if (const auto known = Find(config.name)) {
         return known->marked ? ERROR_SERVICE_MARKED_FOR_DELETE : ERROR_SERVICE_EXISTS;
     }
-    if (config.path.empty() || config.start > 4 || config.error_control > 3) {
+    if (config.path.empty() || config.start > 4 || config.error_control > 3 ||
+        !CanStart(config.type, config.start)) {
         return ERROR_INVALID_PARAMETER;
     }
     for (const std::wstring& name : names()) {

@@ -1,5 +1,6 @@
 // What programs ask of the service control manager.
 
+#include "platform/virtual/base/names.h"
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/services/service_manager.h"
 
@@ -31,6 +32,10 @@ public:
     const std::shared_ptr<Service> service;
     const DWORD access;
 };
+
+// Codes that only this file returns.
+constexpr DWORD kErrorInvalidAddress = 487;
+constexpr DWORD kErrorServerUnavailable = 1722;  // only this PC's manager can be opened
 
 Function fn_open_manager{"OpenSCManagerW"};
 Function fn_open_service{"OpenServiceW"};
@@ -76,10 +81,15 @@ std::vector<std::wstring> NamesInBlock(const wchar_t* list)
 
 extern "C" {
 
-SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR, LPCWSTR, DWORD access)
+SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access)
 {
     Call call(fn_open_manager);
     if (call.Fails()) return nullptr;
+    DWORD error = NO_ERROR;
+    if (machine && *machine) error = kErrorServerUnavailable;
+    if (database && !SameName(database, L"ServicesActive")) error = ERROR_INVALID_NAME;
+    call.thread.last_error = error;
+    if (error) return nullptr;
     return OpenFor(call, std::make_shared<ManagerHandle>(access));
 }
 
@@ -88,6 +98,10 @@ SC_HANDLE WINAPI OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access)
     Call call(fn_open_service);
     if (call.Fails()) return nullptr;
     if (!call.Find<ManagerHandle>(reinterpret_cast<HANDLE>(manager))) return nullptr;
+    if (!name || !*name) {
+        call.Fail(name ? ERROR_INVALID_NAME : kErrorInvalidAddress);
+        return nullptr;
+    }
     std::shared_ptr<Service> service = call.machine.services.Find(name);
     if (!service) {
         call.Fail(ERROR_SERVICE_DOES_NOT_EXIST);
@@ -105,13 +119,15 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display
     const auto* handle = call.Find<ManagerHandle>(reinterpret_cast<HANDLE>(manager));
     if (!handle) return nullptr;
     DWORD error = ERROR_ACCESS_DENIED;
-    if (handle->access & SC_MANAGER_CREATE_SERVICE) {
+    if (!name || !path) {
+        error = kErrorInvalidAddress;
+    } else if (handle->access & SC_MANAGER_CREATE_SERVICE) {
         error = call.machine.services.Create({.name = name,
                                               .display_name = displayName ? displayName : name,
                                               .type = type,
                                               .start = start,
                                               .error_control = errorControl,
-                                              .path = path ? path : L"",
+                                              .path = path,
                                               .dependencies = NamesInBlock(dependencies),
                                               .account = account ? account : L"LocalSystem"});
     }

@@ -16,6 +16,7 @@ namespace {
 constexpr const wchar_t* kSystem = L"SYSTEM";
 constexpr DWORD kDebugPrivilege = 20;
 constexpr DWORD kNoSession = 0xFFFFFFFF;
+constexpr DWORD kErrorNoAccess = 998;
 
 class Token final : public Object
 {
@@ -209,8 +210,8 @@ BOOL WINAPI LookupPrivilegeValueW(LPCWSTR, LPCWSTR name, PLUID luid)
 {
     Call call(fn_lookup_privilege_value);
     if (call.Fails()) return FALSE;
-    if (!name || !luid) return call.Fail(ERROR_INVALID_PARAMETER);
-    if (!SameName(name, SE_DEBUG_NAME)) return call.Fail(ERROR_NO_SUCH_PRIVILEGE);
+    if (!luid) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (!name || !SameName(name, SE_DEBUG_NAME)) return call.Fail(ERROR_NO_SUCH_PRIVILEGE);
     *luid = {kDebugPrivilege, 0};
     return TRUE;
 }
@@ -223,7 +224,7 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE handle, BOOL disableAll, PTOKEN_PRIVILE
     const Token* token = call.Find<Token>(handle);
     if (!token) return FALSE;
     if (!token->Allows(TOKEN_ADJUST_PRIVILEGES)) return call.Fail(ERROR_ACCESS_DENIED);
-    if (!disableAll && !state) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (!disableAll && !state) return call.Fail(kErrorNoAccess);
     const bool has = token->process && !token->process->launch &&
                      call.machine.session.service_has_debug_privilege;
     call.thread.last_error = ERROR_SUCCESS;

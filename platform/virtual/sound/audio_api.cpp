@@ -387,10 +387,18 @@ private:
 
 HRESULT virtual_pc::MakeEnumerator(REFIID id, void** object)
 {
+    // While a process has an enumerator, it gets no other one.
     Enumerator* enumerator = nullptr;
     {
-        const Hold hold(Machine::Current());
-        enumerator = HandOut<Enumerator>(Machine::Current());
+        Machine& machine = Machine::Current();
+        const Hold hold(machine);
+        const auto known = machine.handles.FindOf<Enumerator>(Thread::Self()->process);
+        enumerator = known.get();
+        if (known) {
+            known->Share();
+        } else {
+            enumerator = HandOut<Enumerator>(machine);
+        }
     }
     const HRESULT result = enumerator->QueryInterface(id, object);
     enumerator->Release();
