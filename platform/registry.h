@@ -54,10 +54,11 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM acc
 LSTATUS WINAPI RegCloseKey(HKEY key);
 
 // Reads a value of one of the types that `flags` (RRF_RT_...) allow. ERROR_UNSUPPORTED_TYPE for
-// another type (type, size and data are given all the same), ERROR_FILE_NOT_FOUND for a missing value, ERROR_MORE_DATA for data longer than
-// *size bytes: *size is then the size needed, and `data` undefined. RRF_RT_DWORD also accepts
-// REG_BINARY of exactly four bytes (otherwise ERROR_DATATYPE_MISMATCH). Strings are terminated, and
-// *size, in bytes, includes the terminator; a string stored without a byte is read as none.
+// another type (type, size and data are given all the same), ERROR_FILE_NOT_FOUND for a missing
+// value, ERROR_MORE_DATA for data longer than *size bytes: *size is then the size needed, and
+// `data` undefined. RRF_RT_DWORD also accepts REG_BINARY of exactly four bytes (otherwise
+// ERROR_DATATYPE_MISMATCH). Strings are terminated, and *size, in bytes, includes the terminator; a
+// string stored without a byte is read as none.
 LSTATUS WINAPI RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
                             PVOID data, LPDWORD size);
 
