@@ -7,18 +7,62 @@ using namespace virtual_pc;
 
 namespace {
 
-Action SetFault(const ScriptLine& line, const Arguments& a, Faults::Fault fault)
+// Sets the fault, for a span when that is not zero.
+Action Set(const ScriptLine& line, const std::string& name, Faults::Fault fault, Duration span = {})
 {
-    const Function* function = Function::Find(a[0]);
+    const Function* function = Function::Find(name);
     if (!function || function->failing() == Failing::never) {
-        throw ScriptError(line, function ? a[0] + " cannot fail"
-                                         : "there is no platform function \"" + a[0] + "\"");
+        throw ScriptError(line, function ? name + " cannot fail"
+                                         : "there is no platform function \"" + name + "\"");
     }
-    fault.error = NumberOf(line, a[1]);
-    return [name = a[0], fault](ScriptContext& context) {
+    if (fault.lie != Lie::none && function->role() != Role::acts) {
+        throw ScriptError(line, name + " cannot lie");
+    }
+    return [name, fault, span](ScriptContext& context) {
         const Hold hold(context.pc);
-        context.pc.faults.Set(name, fault);
+        Faults::Fault set = fault;
+        if (span > Duration{0}) set.until = context.pc.now() + span;
+        context.pc.faults.Set(name, set);
     };
+}
+
+Action SetFault(const ScriptLine& line, const Arguments& a, Faults::Fault fault, Duration span = {})
+{
+    fault.error = NumberOf(line, a[1]);
+    return Set(line, a[0], fault, span);
+}
+
+Action ForSpan(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.count = Faults::kAlways}, DurationOf(line, a[2]));
+}
+
+Action OnceOn(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.object = FromUtf8(a[2])});
+}
+
+Action AlwaysOn(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.count = Faults::kAlways, .object = FromUtf8(a[2])});
+}
+
+Action ForSpanOn(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.count = Faults::kAlways, .object = FromUtf8(a[3])},
+                    DurationOf(line, a[2]));
+}
+
+template <std::uint64_t count>
+Action Pretend(const ScriptLine& line, const Arguments& a)
+{
+    return Set(line, a[0], {.count = count, .lie = Lie::pretends});
+}
+
+template <std::uint64_t count>
+Action Deny(const ScriptLine& line, const Arguments& a)
+{
+    return SetFault(line, a, {.count = count, .lie = Lie::denies});
 }
 
 Action Once(const ScriptLine& line, const Arguments& a) { return SetFault(line, a, {}); }
@@ -121,6 +165,20 @@ Action LinkFile(const ScriptLine&, const Arguments& a)
 std::vector<Command> FaultCommands()
 {
     return {
+        {"fault FUNCTION pretends once", "makes the next call answer success and do nothing",
+         Pretend<1>},
+        {"fault FUNCTION pretends always", "makes every call answer success and do nothing",
+         Pretend<Faults::kAlways>},
+        {"fault FUNCTION ERROR done once", "makes the next call answer an error and do its work",
+         Deny<1>},
+        {"fault FUNCTION ERROR done always", "makes every call answer an error and do its work",
+         Deny<Faults::kAlways>},
+        {"fault FUNCTION ERROR for SPAN", "makes every call fail for a time", ForSpan},
+        {"fault FUNCTION ERROR for SPAN on OBJECT",
+         "the same, about one object: a plan, an endpoint, a key, a request's reason, a file",
+         ForSpanOn},
+        {"fault FUNCTION ERROR once on OBJECT", "makes the next call about an object fail", OnceOn},
+        {"fault FUNCTION ERROR always on OBJECT", "makes every call about it fail", AlwaysOn},
         {"fault FUNCTION ERROR once", "makes the next call of a platform function fail", Once},
         {"fault FUNCTION ERROR times N", "makes the next N calls fail", Times},
         {"fault FUNCTION ERROR rate P", "makes each call fail with a probability", Rate},

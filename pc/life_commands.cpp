@@ -104,6 +104,19 @@ Action RunUntilEnd(const ScriptLine& line, const Arguments& arguments)
     };
 }
 
+Action Meanwhile(const ScriptLine&, const Arguments&)
+{
+    return [](ScriptContext& context) { context.pc.at_one_instant = true; };
+}
+
+Action EndMeanwhile(const ScriptLine&, const Arguments&)
+{
+    return [](ScriptContext& context) {
+        context.pc.at_one_instant = false;
+        context.pc.Settle();
+    };
+}
+
 Action Say(const ScriptLine&, const Arguments& arguments)
 {
     return [text = arguments[0]](ScriptContext& context) { context.story.Tell("-- " + text); };
@@ -125,6 +138,8 @@ std::vector<Command> LifeCommands()
          RunUntilState},
         {"run until TIME", "runs the PC until its clock shows a time of day", RunUntilTime},
         {"run SPAN", "runs the PC for a time, like 30m or 1h30m", RunFor},
+        {"meanwhile {", "lets the commands up to the next } happen at one instant", Meanwhile},
+        {"}", "ends that: now the programs can run", EndMeanwhile},
         {"say TEXT", "prints a line in the story", Say},
     };
 }

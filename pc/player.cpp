@@ -1,5 +1,6 @@
 #include "pc/player.h"
 
+#include <algorithm>
 #include <filesystem>
 
 using namespace virtual_pc;
@@ -24,7 +25,40 @@ void Repeat(const PlayOptions& options, const std::vector<std::filesystem::path>
     errors << "\n";
 }
 
+// Commands that cannot happen at one instant, as they run the machine: their first words.
+const std::vector<std::vector<std::string>> kTakeTime = {{"run"},
+                                                         {"client"},
+                                                         {"ctl"},
+                                                         {"pc", "boot"},
+                                                         {"pc", "shutdown"},
+                                                         {"service", "install"},
+                                                         {"service", "uninstall"},
+                                                         {"service", "run"},
+                                                         {"service", "stop"}};
+
 }  // namespace
+
+void InstantBlocks::Next(const ScriptLine& line)
+{
+    const auto begins_with = [&](const std::vector<std::string>& words) {
+        return line.words.size() >= words.size() &&
+               std::equal(words.begin(), words.end(), line.words.begin());
+    };
+    const bool begins = begins_with({"meanwhile"});
+    const bool ends = begins_with({"}"});
+    if (begins && m_open) throw ScriptError(line, "it is in a block of meanwhile already");
+    if (ends && !m_open) throw ScriptError(line, "no block of meanwhile is open");
+    if (m_open && std::ranges::any_of(kTakeTime, begins_with)) {
+        throw ScriptError(line, "\"" + line.words[0] + "\" cannot happen at one instant");
+    }
+    if (begins) m_open = line;
+    if (ends) m_open.reset();
+}
+
+void InstantBlocks::End() const
+{
+    if (m_open) throw ScriptError(*m_open, "the block is never closed");
+}
 
 Player::Player(const PlayOptions& options, std::ostream& out)
     : m_trace(OpenTrace(options.trace)),
@@ -45,7 +79,9 @@ Player::Player(const PlayOptions& options, std::ostream& out)
 void Player::Play(const ScriptLine& line)
 {
     try {
-        Bind(line)(m_context);
+        const Action action = Bind(line);
+        m_blocks.Next(line);
+        action(m_context);
     } catch (const StuckMachine& stuck) {
         throw StuckMachine(line.Place() + ": " + stuck.what());
     }
@@ -60,7 +96,12 @@ int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOpt
             for (ScriptLine& line : ReadScript(script)) lines.push_back(std::move(line));
         }
         // Check every line before playing the first.
-        for (const ScriptLine& line : lines) Bind(line);
+        InstantBlocks blocks;
+        for (const ScriptLine& line : lines) {
+            Bind(line);
+            blocks.Next(line);
+        }
+        blocks.End();
         Player player(options, out);
         for (const ScriptLine& line : lines) player.Play(line);
     } catch (const ScriptError& error) {

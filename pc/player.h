@@ -19,6 +19,19 @@ struct PlayOptions
     std::filesystem::path resources;  // the image's
 };
 
+// Where the blocks of commands that happen at one instant begin and end.
+class InstantBlocks
+{
+public:
+    // Takes the next line. Throws ScriptError for a line that may not stand here.
+    void Next(const ScriptLine& line);
+    // After the last line. Throws ScriptError when a block is open.
+    void End() const;
+
+private:
+    std::optional<ScriptLine> m_open;  // the line that opened the present block
+};
+
 class Player
 {
 public:
@@ -35,6 +48,7 @@ private:
     ServiceView m_view;
     Story m_story;
     ScriptContext m_context;
+    InstantBlocks m_blocks;
 };
 
 // Reads all scripts, and then plays one after the other on one PC. Returns the exit status: 0, 1

@@ -1,6 +1,7 @@
 // What an unkind PC does: it kills the service, its power is cut, and its functions take time.
 
 #include "pc/commands.h"
+#include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/base/names.h"
 #include "platform/virtual/base/text.h"
 
@@ -105,6 +106,26 @@ Action SlowAll(const ScriptLine&, const Arguments&)
     };
 }
 
+// --- Notices ---
+
+Action Late(const ScriptLine& line, const Arguments& a)
+{
+    return [span = DurationOf(line, a[0])](ScriptContext& context) {
+        context.pc.announcer.delivery.late = span;
+    };
+}
+
+template <bool NoticeDelivery::*how>
+Action Deliver(const ScriptLine&, const Arguments&)
+{
+    return [](ScriptContext& context) { context.pc.announcer.delivery.*how = true; };
+}
+
+Action DeliverAsEver(const ScriptLine&, const Arguments&)
+{
+    return [](ScriptContext& context) { context.pc.announcer.delivery = {}; };
+}
+
 Action ExpectPower(const ScriptLine& line, const Arguments& a)
 {
     const bool on = ChoiceOf(line, a[0], {"off", "on"}) == 1;
@@ -135,6 +156,11 @@ std::vector<Command> UnkindCommands()
         {"slow FUNCTION SPAN", "lets a platform function take about that long", Slow},
         {"slow FUNCTION SPAN rate P", "lets a share of its calls hang for about that long",
          SlowAtTimes},
+        {"notices late SPAN", "lets the system's notices come to programs later", Late},
+        {"notices doubled", "lets each notice come twice", Deliver<&NoticeDelivery::doubled>},
+        {"notices merged", "lets a notice replace one of its kind that still waits",
+         Deliver<&NoticeDelivery::merged>},
+        {"notices clear", "lets notices come at once, and once each", DeliverAsEver},
         {"expect power STATE", "on or off: whether the PC is switched on", ExpectPower},
     };
 }

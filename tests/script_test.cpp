@@ -46,6 +46,15 @@ protected:
         return text;
     }
 
+    // The line is refused with these words and its place, and nothing is played.
+    void ExpectRefused(const std::string& line, const std::string& words)
+    {
+        EXPECT_EQ(Play("say first\n\n" + line + "\n"), 2) << line;
+        EXPECT_TRUE(Errors().starts_with("a.pc:3: ")) << line << ": " << Errors();
+        EXPECT_NE(Errors().find(words), std::string::npos) << line << ": " << Errors();
+        EXPECT_EQ(story.str(), "") << line;
+    }
+
     fs::path m_folder;
     std::ostringstream story;
     std::ostringstream errors;
@@ -78,18 +87,30 @@ TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
         {"plan add Mine {1}", "\"{1}\" is no GUID of 36 characters"},
         {"plan set Balanced ac brightnes 5", "\"brightnes\" is none of: sleep-timeout wake-timers"},
         {"expect request sleep held", "\"sleep\" is none of: display system away"},
-        {"fault NoSuchFunction 5 once", "there is no platform function \"NoSuchFunction\""},
-        {"fault GetTickCount64 5 once", "GetTickCount64 cannot fail"},
-        {"fault WriteFile 5 rate 2", "\"2\" is no rate"},
         {"say \"never closed", "the quotation mark before \"never closed\" is never closed"},
         {"say \"glued\"on", "a blank is missing after \"glued\""},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(Play("say first\n\n" + std::string(c.line) + "\n"), 2) << c.line;
-        EXPECT_TRUE(Errors().starts_with("a.pc:3: ")) << c.line << ": " << Errors();
-        EXPECT_NE(Errors().find(c.words), std::string::npos) << c.line << ": " << Errors();
-        EXPECT_EQ(story.str(), "") << c.line;
-    }
+    for (const Case& c : cases) ExpectRefused(c.line, c.words);
+}
+
+TEST_F(ScriptTest, WhatAnUnkindPcCannotDoIsNamedWithItsPlaceAndWord)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"fault NoSuchFunction 5 once", "there is no platform function \"NoSuchFunction\""},
+        {"fault GetTickCount64 5 once", "GetTickCount64 cannot fail"},
+        {"fault GetLocalTime 5 for 1h on A", "GetLocalTime cannot fail"},
+        {"fault CreateEventW pretends once", "CreateEventW cannot lie"},
+        {"slow CloseHandle 1s", "CloseHandle takes no time"},
+        {"fault WriteFile 5 rate 2", "\"2\" is no rate"},
+        {"fault SetMute 5 for soon", "\"soon\" is no time span"},
+        {"fault SetMute five always on Desk", "\"five\" is no number"},
+        {"fault GetMute 5 done once", "GetMute cannot lie"},
+        {"notices late early", "\"early\" is no time span"},
+        {"notices tripled", "\"notices\" is used in one of these forms:"},
+        {"meanwhile {", "the block is never closed"},
+        {"}", "no block of meanwhile is open"},
+    };
+    for (const auto& [line, words] : cases) ExpectRefused(line, words);
 }
 
 TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
@@ -152,6 +173,19 @@ TEST_F(ScriptTest, ACommandThatWaitsGivesUpInTime)
     EXPECT_EQ(Play("battery charge 1/h\npower battery 50\npower ac\nsleep\nclient quit"), 1);
     EXPECT_EQ(Errors(), "a.pc:5: UI has not ended within five minutes\n");
     EXPECT_EQ(Play("client quit\nservice install\nservice start\nservice stop"), 0) << Errors();
+}
+
+TEST_F(ScriptTest, CommandsMeanwhileHappenAtOneInstant)
+{
+    EXPECT_EQ(Play("meanwhile {\nsay a\nrun 1s\n}"), 2);
+    EXPECT_EQ(Errors(), "a.pc:3: \"run\" cannot happen at one instant\n");
+    const std::string start = "service install\nservice start\nuser works\nrun 1m\n";
+    // The first signal is answered before the second is given, unless both are given at once.
+    EXPECT_EQ(Play(start + "signal EVENT_ENTER_ACTIVE\nexpect state HOLV_ACTIVE\n"), 0);
+    EXPECT_EQ(Play(start + "meanwhile {\nsignal EVENT_ENTER_ACTIVE\nexpect state S0_NORMAL\n}\n"
+                           "expect state HOLV_ACTIVE\n"),
+              0)
+        << Errors();
 }
 
 TEST_F(ScriptTest, ABadRegFileIsNamedAndChangesNothing)

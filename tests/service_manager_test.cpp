@@ -388,4 +388,37 @@ TEST_F(ServiceManagerTest, AHandlerHearsWhatItAcceptsAndTheSettingsItAskedFor)
     });
 }
 
+TEST_F(ServiceManagerTest, AnnouncementsComeLateDoubledAndMerged)
+{
+    const GUID known{1, 2, 3, {}};
+    DWORD value = 5;
+    pc.announcer.Provide(known, [&] { return SettingBytes(value); });
+    m_probe.accepts = SERVICE_ACCEPT_STOP;
+    m_probe.settings = {known};
+    const auto hears = [&](const NoticeDelivery& how, Duration soon) {
+        Start();
+        pc.RunFor(100ms);
+        m_probe.told.clear();
+        {
+            const Hold hold(pc);
+            pc.announcer.delivery = how;
+            for (value = 6; value < 8; ++value) pc.announcer.SettingChanged(known);
+        }
+        pc.RunFor(soon);
+        const std::string told = m_probe.told;
+        pc.announcer.delivery = {};
+        Stop();
+        pc.RunFor(1h);
+        return told;
+    };
+    const std::string six = "13:32787:1=6/4 ";
+    const std::string seven = "13:32787:1=7/4 ";
+    EXPECT_EQ(hears({}, 100ms), six + seven);
+    EXPECT_EQ(hears({.doubled = true}, 100ms), six + six + seven + seven);
+    EXPECT_EQ(hears({.merged = true}, 100ms), seven);
+    EXPECT_EQ(hears({.late = 2s}, 1999ms), "");
+    EXPECT_EQ(hears({.late = 2s}, 2100ms), six + seven);
+    EXPECT_EQ(hears({.late = 2s, .doubled = true, .merged = true}, 3s), seven);
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include "platform/counted_object.h"
 #include "platform/kernel.h"
 #include "platform/owned.h"
+#include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/sound/audio.h"
 #include "tests/virtual_pc_test.h"
 
@@ -163,6 +164,71 @@ TEST_F(SoundTest, AVolumeCallbackIsHeldAndHearsOnlyOfChanges)
         EXPECT_EQ(callback.heard, 1);
         EXPECT_EQ(volume.Get()->UnregisterControlChangeNotify(&callback), S_OK);
         EXPECT_EQ(callback.references, 1u);
+    });
+}
+
+TEST_F(SoundTest, NotificationsComeLateDoubledAndMerged)
+{
+    Endpoint& desk = pc.audio.Add(L"Desk");
+    const auto hears = [&](const NoticeDelivery& how, DWORD soon_ms) {
+        int done = 0;
+        RunInApartment([&] {
+            Client client;
+            const auto enumerator = Enumerator();
+            enumerator.Get()->RegisterEndpointNotificationCallback(&client);
+            {
+                const Hold hold(pc);
+                pc.announcer.delivery = how;
+                desk.SetState(DEVICE_STATE_UNPLUGGED);
+                desk.SetState(DEVICE_STATE_ACTIVE);
+                pc.announcer.delivery = {};
+            }
+            Sleep(soon_ms);
+            done = client.done;
+            Sleep(60'000);
+            enumerator.Get()->UnregisterEndpointNotificationCallback(&client);
+        });
+        return done;
+    };
+    // The client takes a second for each.
+    EXPECT_EQ(hears({}, 5000), 2);
+    EXPECT_EQ(hears({.doubled = true}, 5000), 4);
+    EXPECT_EQ(hears({.merged = true}, 5000), 1);
+    EXPECT_EQ(hears({.late = 20s}, 20'500), 0);
+    EXPECT_EQ(hears({.late = 20s}, 25'000), 2);
+}
+
+TEST_F(SoundTest, AFaultStrikesOneEndpointAndSetMuteCanLie)
+{
+    pc.audio.Add(L"Desk", eRender, {.id = L"{0.0.0.00000000}.{a}"});
+    pc.audio.Add(L"Hall", eRender, {.id = L"{0.0.0.00000000}.{b}"});
+    const auto set = [&](const Faults::Fault& fault) {
+        const Hold hold(pc);
+        EXPECT_EQ(pc.faults.Set("SetMute", fault), std::nullopt);
+    };
+    RunInApartment([&] {
+        const auto enumerator = Enumerator();
+        const auto mute = [&](const wchar_t* id, BOOL muted) {
+            OwnedInterface<IMMDevice> device;
+            enumerator.Get()->GetDevice(id, device.Receive());
+            OwnedInterface<IAudioEndpointVolume> volume;
+            device.Get()->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr,
+                                   reinterpret_cast<void**>(volume.Receive()));
+            const HRESULT result = volume.Get()->SetMute(muted, nullptr);
+            BOOL now = FALSE;
+            EXPECT_EQ(volume.Get()->GetMute(&now), S_OK);
+            return std::pair(result, now);
+        };
+        const wchar_t* desk = L"{0.0.0.00000000}.{a}";
+        const wchar_t* hall = L"{0.0.0.00000000}.{b}";
+        using Is = std::pair<HRESULT, BOOL>;
+        set({.error = 0x88890004, .count = Faults::kAlways, .object = L"Desk"});
+        EXPECT_EQ(mute(hall, TRUE), Is(S_OK, TRUE));
+        EXPECT_EQ(mute(desk, TRUE), Is(static_cast<HRESULT>(0x88890004), FALSE));
+        set({.lie = Lie::pretends});
+        EXPECT_EQ(mute(desk, TRUE), Is(S_OK, FALSE));
+        set({.error = 0x88890004, .lie = Lie::denies});
+        EXPECT_EQ(mute(desk, TRUE), Is(static_cast<HRESULT>(0x88890004), TRUE));
     });
 }
 

@@ -360,4 +360,120 @@ TEST(SlowTest, EachCallTakesASpanOfItsOwnWhateverElseIsSlow)
     EXPECT_TRUE(Machine().slowness.Set("CloseHandle", {1s})) << "its callers may be destructors";
 }
 
+// --- Faults ---
+
+// For each of two threads, which of its calls are struck, as a digit each.
+std::map<int, std::string> StruckCalls(const std::function<void(Machine&)>& set_up, bool with_other)
+{
+    Machine pc({.free = kRunFree, .seed = 7});
+    pc.user.Works();
+    {
+        const Hold hold(pc);
+        set_up(pc);
+    }
+    std::map<int, std::string> struck;
+    const auto body = [&](int number) {
+        for (int i = 0; i < 30; ++i) {
+            const bool made = OwnedHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr)).Get();
+            const Hold hold(pc);
+            struck[number] += made ? '0' : '1';
+        }
+        return 0;
+    };
+    const Process& first = pc.Start([&] { return body(1); });
+    pc.Install(kProgram, [&] { return body(2); });
+    if (with_other) pc.StartInstalled(kProgram, kProgram);
+    pc.RunUntilEnd(first);
+    pc.RunFor(1h);
+    return struck;
+}
+
+TEST(FaultDrawTest, EachThreadDrawsOnItsOwnWhateverElseFails)
+{
+    const auto some = [](Machine& pc) {
+        pc.faults.Set("CreateEventW", {.count = Faults::kAlways, .rate = 0.5});
+    };
+    const auto both = StruckCalls(some, true);
+    EXPECT_NE(both.at(1), both.at(2));
+    EXPECT_NE(both.at(1).find('0'), std::string::npos);
+    EXPECT_NE(both.at(1).find('1'), std::string::npos);
+    EXPECT_EQ(StruckCalls(some, false).at(1), both.at(1)) << "without the other program";
+    const auto more = [&](Machine& pc) {
+        some(pc);
+        pc.faults.Set("CloseHandle", {.count = Faults::kAlways, .rate = 1e-9});
+        pc.slowness.SetAll();
+    };
+    EXPECT_EQ(StruckCalls(more, true), both) << "with another fault, and slow functions";
+}
+
+class UnkindFaultTest : public VirtualPcTest
+{
+protected:
+    void Set(const char* function, const Faults::Fault& fault)
+    {
+        const Hold hold(pc);
+        EXPECT_EQ(pc.faults.Set(function, fault), std::nullopt);
+    }
+
+    static DWORD WriteBrightness(const GUID& plan, DWORD value)
+    {
+        return PowerWriteACValueIndex(nullptr, &plan, &GUID_VIDEO_SUBGROUP,
+                                      &GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, value);
+    }
+
+    DWORD Brightness(const GUID& plan)
+    {
+        return pc.power.Read(plan, GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, PowerSource::ac)
+            .value_or(0);
+    }
+};
+
+TEST_F(UnkindFaultTest, AFaultEndsWithItsTimeAndStrikesOnlyItsObject)
+{
+    RunAsProcess([&] {
+        Set("CreateEventW", {.error = 5, .count = Faults::kAlways, .until = pc.now() + 10s});
+        EXPECT_EQ(OwnedHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr)).Get(), nullptr);
+        Sleep(10'000);
+        EXPECT_NE(OwnedHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr)).Get(), nullptr);
+
+        Set("PowerWriteACValueIndex",
+            {.error = 5, .count = Faults::kAlways, .object = L"power saver"});
+        EXPECT_EQ(WriteBrightness(GUID_TYPICAL_POWER_SAVINGS, 1), DWORD{ERROR_SUCCESS});
+        EXPECT_EQ(WriteBrightness(GUID_MAX_POWER_SAVINGS, 1), 5u);
+        EXPECT_EQ(Brightness(GUID_MAX_POWER_SAVINGS), 60u);
+
+        Set("PowerSetRequest", {.error = 5, .count = 1, .object = L"probe"});
+        const OwnedHandle request(NewRequest());
+        EXPECT_EQ(GetLastError(), 5u);
+        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
+        EXPECT_TRUE(PowerSetRequest(request.Get(), PowerRequestSystemRequired));
+
+        Set("RegSetValueExW", {.error = 5, .count = 1, .object = L"HKLM\\Software\\Probe"});
+        SetValue(L"Lost", 1);
+        SetValue(L"There", 1);
+    });
+    EXPECT_FALSE(pc.registry.GetDword(kProbeKey, L"Lost"));
+    EXPECT_TRUE(pc.registry.GetDword(kProbeKey, L"There"));
+}
+
+TEST_F(UnkindFaultTest, AFunctionThatActsCanLieEitherWay)
+{
+    RunAsProcess([&] {
+        Set("PowerWriteACValueIndex", {.lie = Lie::pretends});
+        EXPECT_EQ(WriteBrightness(GUID_MAX_POWER_SAVINGS, 1), DWORD{ERROR_SUCCESS});
+        EXPECT_EQ(Brightness(GUID_MAX_POWER_SAVINGS), 60u);
+        Set("PowerWriteACValueIndex", {.error = 5, .lie = Lie::denies});
+        EXPECT_EQ(WriteBrightness(GUID_MAX_POWER_SAVINGS, 1), 5u);
+        EXPECT_EQ(Brightness(GUID_MAX_POWER_SAVINGS), 1u);
+
+        Set("PowerSetRequest", {.lie = Lie::pretends});
+        const OwnedHandle request(NewRequest());
+        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
+        Set("PowerSetRequest", {.error = 5, .lie = Lie::denies});
+        EXPECT_FALSE(PowerSetRequest(request.Get(), PowerRequestSystemRequired));
+        EXPECT_EQ(GetLastError(), 5u);
+        EXPECT_TRUE(pc.power.Held(PowerRequestSystemRequired));
+    });
+}
+
 }  // namespace

@@ -24,9 +24,23 @@ struct Announcement
     std::vector<BYTE> data = {};       // its value, the session's number, or the two times
 };
 
+// How notices of the system come to programs when they do not come at once, and once each: these
+// announcements, and those of the sound system.
+struct NoticeDelivery
+{
+    Duration late{0};
+    bool doubled = false;
+    // A notice replaces an earlier one of its kind that is still waiting: a power setting's value,
+    // a sound endpoint's change.
+    bool merged = false;
+};
+
 class Announcer
 {
 public:
+    // With the machine held.
+    NoticeDelivery delivery;
+
     // Receives every announcement until it is removed.
     class Listener
     {

@@ -35,7 +35,7 @@ Call::Call(Function& function)
     if (m_void) return;
     if (machine.slowness.any()) TakeTime();
     machine.LookAtWatch();
-    m_error = machine.faults.OnCall(function);
+    Take(machine.faults.OnCall(function, thread, machine.now()));
 }
 
 void Call::EndWithProcess()
@@ -62,9 +62,30 @@ void Call::TakeTime()
     }
 }
 
+bool Call::Take(const std::optional<Faults::Struck>& struck)
+{
+    if (!struck) return false;
+    m_error = struck->error;
+    m_lie = struck->lie;
+    return true;
+}
+
+bool Call::FailsFor(std::wstring_view object)
+{
+    if (m_void || !m_function.faulty()) return false;
+    return Take(machine.faults.OnObject(m_function, object, thread, machine.now())) && Fails();
+}
+
+bool Call::Denies()
+{
+    if (m_lie != Lie::denies) return false;
+    if (m_function.failing() == Failing::last_error) thread.last_error = *m_error;
+    return true;
+}
+
 bool Call::Fails()
 {
-    if (!m_error) return false;
+    if (!m_error || m_lie != Lie::none) return false;
     if (m_function.failing() == Failing::last_error) thread.last_error = *m_error;
     return true;
 }

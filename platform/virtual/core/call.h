@@ -32,6 +32,14 @@ public:
     // Whether a fault makes the call fail. Sets the thread's last error for functions that report
     // so.
     bool Fails();
+    // Whether a fault is set for the function: asked before a name is put together for FailsFor.
+    bool faulty() const { return m_function.faulty(); }
+    // The same as Fails for a fault of the object that the call concerns, by its name.
+    bool FailsFor(std::wstring_view object);
+    // For functions that act, after Fails and FailsFor: whether a fault makes the call answer
+    // success and do nothing; whether it must answer the error although it has done its work.
+    bool Pretends() const { return m_lie == Lie::pretends; }
+    bool Denies();
     // The code to fail with: for functions that return a status or an HRESULT.
     DWORD error() const { return *m_error; }
     // Whether the calling process has been killed: the function must then have no effect
@@ -42,19 +50,21 @@ public:
     BOOL Fail(DWORD error);
 
     // The object of a handle; null, with ERROR_INVALID_HANDLE as last error, when the handle is not
-    // open or stands for another kind of thing. The use of a closed handle is noted as misuse.
+    // open or stands for another kind of thing, and with the fault's error when a fault of the
+    // object makes the call fail. The use of a closed handle is noted as misuse.
     template <class T>
     T* Find(HANDLE handle)
     {
         T* object = dynamic_cast<T*>(machine.handles.Find(handle));
         if (!object) BadHandle(handle);
-        return object;
+        return object && m_function.faulty() && FailsFor(object->Name()) ? nullptr : object;
     }
     template <class T>
     std::shared_ptr<T> FindShared(HANDLE handle)
     {
         auto object = std::dynamic_pointer_cast<T>(machine.handles.FindShared(handle));
         if (!object) BadHandle(handle);
+        if (object && m_function.faulty() && FailsFor(object->Name())) object = nullptr;
         return object;
     }
 
@@ -72,10 +82,12 @@ private:
     void BadHandle(HANDLE handle);
     void EndWithProcess();
     void TakeTime();
+    bool Take(const std::optional<Faults::Struck>& struck);
 
     Function& m_function;
     Hold m_hold;
     std::optional<DWORD> m_error;
+    Lie m_lie = Lie::none;
     bool m_void = false;
 };
 

@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "platform/base.h"
-#include "platform/virtual/base/random.h"
+#include "platform/virtual/base/time.h"
 
 namespace virtual_pc {
+
+class Thread;
 
 // How a function reports failure, and with which code when a fault names none.
 enum class Failing
@@ -30,6 +32,16 @@ enum class Role
     // It releases something, so destructors call it while a thread unwinds: it never ends its
     // thread.
     releases,
+    // It does something and answers only whether it did; a fault may let that be a lie.
+    acts,
+};
+
+// What a fault answers.
+enum class Lie
+{
+    none,      // an error, and nothing is done
+    pretends,  // success, and nothing is done
+    denies,    // an error, although it is done
 };
 
 // A platform function: its name and what the machine keeps about it. Each function has one such
@@ -45,6 +57,8 @@ public:
     const char* name() const { return m_name; }
     Failing failing() const { return m_failing; }
     Role role() const { return m_role; }
+    // Whether a fault is set for it. With the machine held.
+    bool faulty() const { return m_faulty; }
     DWORD DefaultError() const;
 
     // By name; null when no function has it.
@@ -80,16 +94,30 @@ public:
         // Fails calls `first` to `first + count - 1` from now on, counted from 1.
         std::uint64_t first = 1;
         std::uint64_t count = 1;
-        // Or, when above 0, fails each call with this probability.
+        // Or, when above 0, fails each call with this probability: drawn from the seed, the
+        // function, the thread and the count of its calls.
         double rate = 0;
         // Raises an exception with the code `error` instead of failing.
         bool raise = false;
+        // Nothing fails after this time.
+        Instant until = kNever;
+        // Only calls about the object of this name fail: a power plan, a sound endpoint, a registry
+        // key ("HKLM\\..."), a power request's reason, a file. Any when empty.
+        std::wstring object = {};
+        Lie lie = Lie::none;
+    };
+
+    // What a call must do.
+    struct Struck
+    {
+        DWORD error;
+        Lie lie;
     };
 
     static constexpr std::uint64_t kAlways = UINT64_MAX;
 
     // Sets the fault of a function, in place of an earlier one. Returns the text of an error when
-    // there is no such function or it cannot fail; nothing on success.
+    // there is no such function, or it cannot fail or lie; nothing on success.
     std::optional<std::string> Set(std::string_view function, const Fault& fault);
     void Clear(std::string_view function);
     void ClearAll();
@@ -104,8 +132,11 @@ public:
     // Calls of a function since the machine was switched on.
     std::uint64_t CallsOf(std::string_view function) const;
 
-    // For Call: counts the call, and returns the error that it must fail with, if any.
-    std::optional<DWORD> OnCall(Function& function);
+    // For Call: counts the call, and returns what a fault of the function makes of it, if any.
+    std::optional<Struck> OnCall(Function& function, Thread& thread, Instant now);
+    // The same for a fault of the object that the call concerns.
+    std::optional<Struck> OnObject(Function& function, std::wstring_view object, Thread& thread,
+                                   Instant now);
 
 private:
     struct Armed
@@ -114,7 +145,9 @@ private:
         std::uint64_t calls = 0;
     };
 
-    Random m_random;
+    std::optional<Struck> Strike(Function& function, Armed& armed, Thread& thread, Instant now);
+
+    const std::uint64_t m_seed;
     std::map<Function*, Armed> m_set;
     std::uint64_t m_fail_nth = 0;
     std::uint64_t m_fallible_calls = 0;

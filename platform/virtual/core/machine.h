@@ -107,7 +107,12 @@ public:
     bool RunUntil(const std::function<bool()>& condition, Duration max = Duration::max());
     void RunUntilEnd(const Process& process);
     // Runs the threads that can run, until all are blocked, without moving the clock.
-    void Settle() { RunFor(Duration{0}); }
+    void Settle()
+    {
+        if (!at_one_instant) RunFor(Duration{0});
+    }
+    // While it is set, Settle does nothing: what the driver does happens at one instant.
+    bool at_one_instant = false;
 
     // --- The power switch ---
     // Starts the services that start by themselves, as at power-on.

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "platform/virtual/base/random.h"
+#include "platform/virtual/core/draws.h"
 #include "platform/virtual/core/faults.h"
 #include "platform/virtual/core/thread.h"
 
@@ -13,13 +13,6 @@ constexpr double kRareRate = 1.0 / 500;
 constexpr double kRareTimes = 1000;
 constexpr double kHangRate = 1.0 / 20'000;
 constexpr double kHangSeconds = 60;
-
-std::uint64_t KeyOf(std::string_view text)
-{
-    std::uint64_t key = 0;
-    for (const char letter : text) key = Random(key, static_cast<unsigned char>(letter)).Next();
-    return key;
-}
 
 Duration Seconds(double seconds)
 {
@@ -64,9 +57,8 @@ void Slowness::ClearAll()
 Duration Slowness::Draw(const Function& function, Thread& thread) const
 {
     if (function.role() == Role::releases) return Duration{0};
-    const std::uint64_t by_function = KeyOf(function.name()) + m_seed;
-    const std::uint64_t by_thread = Random(by_function, thread.key).Next();
-    Random draw(by_thread, ++thread.slow_calls[&function]);
+    const std::uint64_t by_function = SeedOf(m_seed, function);
+    Random draw = DrawOf(by_function, thread, ++thread.slow_calls[&function]);
     const auto found = m_paces.find(function.name());
     if (found == m_paces.end()) {
         const bool takes_time = m_all && function.failing() != Failing::never;

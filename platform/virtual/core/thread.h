@@ -77,6 +77,8 @@ public:
 
     // With the machine held.
     std::map<const Function*, std::uint64_t> slow_calls;  // while functions take time
+    // Calls that a fault with a rate may strike.
+    std::map<const Function*, std::uint64_t> doubtful_calls;
     enum class State
     {
         ready,

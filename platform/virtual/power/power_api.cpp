@@ -18,10 +18,10 @@ namespace {
 
 Function fn_power_read_ac{"PowerReadACValueIndex", Failing::status};
 Function fn_power_read_dc{"PowerReadDCValueIndex", Failing::status};
-Function fn_power_write_ac{"PowerWriteACValueIndex", Failing::status};
-Function fn_power_write_dc{"PowerWriteDCValueIndex", Failing::status};
+Function fn_power_write_ac{"PowerWriteACValueIndex", Failing::status, Role::acts};
+Function fn_power_write_dc{"PowerWriteDCValueIndex", Failing::status, Role::acts};
 Function fn_power_get_active_scheme{"PowerGetActiveScheme", Failing::status};
-Function fn_power_set_active_scheme{"PowerSetActiveScheme", Failing::status};
+Function fn_power_set_active_scheme{"PowerSetActiveScheme", Failing::status, Role::acts};
 Function fn_get_system_power_status{"GetSystemPowerStatus"};
 Function fn_get_pwr_capabilities{"GetPwrCapabilities"};
 Function fn_call_nt_power_information{"CallNtPowerInformation", Failing::status};
@@ -29,8 +29,22 @@ Function fn_set_suspend_state{"SetSuspendState"};
 Function fn_get_system_times{"GetSystemTimes"};
 Function fn_local_free{"LocalFree", Failing::never, Role::releases};
 Function fn_power_create_request{"PowerCreateRequest"};
-Function fn_power_set_request{"PowerSetRequest"};
-Function fn_power_clear_request{"PowerClearRequest"};
+Function fn_power_set_request{"PowerSetRequest", Failing::last_error, Role::acts};
+Function fn_power_clear_request{"PowerClearRequest", Failing::last_error, Role::acts};
+
+// Whether a fault of the plan makes a call fail.
+bool FailsForPlan(Call& call, const GUID& guid)
+{
+    const PowerPlan* plan = call.faulty() ? call.machine.power.FindPlan(guid) : nullptr;
+    return plan && call.FailsFor(plan->name);
+}
+
+// What a call answers that has `done` its work, or has not found what it was for.
+DWORD Answer(Call& call, bool done)
+{
+    if (!done) return ERROR_FILE_NOT_FOUND;
+    return call.Denies() ? call.error() : ERROR_SUCCESS;
+}
 
 constexpr DWORD kErrorDisabledByPolicy = 1260;
 
@@ -41,6 +55,7 @@ DWORD ReadValue(Function& function, PowerSource source, const GUID* scheme, cons
     if (call.Fails()) return call.error();
     if (!scheme || !setting || !value) return ERROR_INVALID_PARAMETER;
     if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
+    if (FailsForPlan(call, *scheme)) return call.error();
     const std::optional<DWORD> read = call.machine.power.Read(*scheme, *setting, source);
     if (!read) return ERROR_FILE_NOT_FOUND;
     *value = *read;
@@ -54,8 +69,9 @@ DWORD WriteValue(Function& function, PowerSource source, const GUID* scheme, con
     if (call.Fails()) return call.error();
     if (!scheme || !setting) return ERROR_INVALID_PARAMETER;
     if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
-    return call.machine.power.Write(*scheme, *setting, source, value) ? ERROR_SUCCESS
-                                                                      : ERROR_FILE_NOT_FOUND;
+    if (FailsForPlan(call, *scheme)) return call.error();
+    return Answer(call,
+                  call.Pretends() || call.machine.power.Write(*scheme, *setting, source, value));
 }
 
 // High above 66 %, low below 33 %, critical below 5 %, and charging.
@@ -168,7 +184,8 @@ DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme)
     if (call.Fails()) return call.error();
     if (!scheme) return ERROR_INVALID_PARAMETER;
     if (call.machine.power.PolicyNamesPlan()) return kErrorDisabledByPolicy;
-    return call.machine.power.Activate(*scheme) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+    if (FailsForPlan(call, *scheme)) return call.error();
+    return Answer(call, call.Pretends() || call.machine.power.Activate(*scheme));
 }
 
 BOOL WINAPI GetSystemPowerStatus(SYSTEM_POWER_STATUS* status)
@@ -245,7 +262,8 @@ BOOL WINAPI PowerSetRequest(HANDLE handle, POWER_REQUEST_TYPE type)
     if (call.Fails()) return FALSE;
     auto* request = call.Find<PowerRequest>(handle);
     if (!request) return FALSE;
-    return call.machine.power.SetRequest(*request, type);
+    if (call.Pretends()) return TRUE;
+    return call.machine.power.SetRequest(*request, type) && !call.Denies();
 }
 
 BOOL WINAPI PowerClearRequest(HANDLE handle, POWER_REQUEST_TYPE type)
@@ -254,6 +272,8 @@ BOOL WINAPI PowerClearRequest(HANDLE handle, POWER_REQUEST_TYPE type)
     if (call.Fails()) return FALSE;
     auto* request = call.Find<PowerRequest>(handle);
     if (!request) return FALSE;
-    return call.machine.power.ClearRequest(*request, type) || call.Fail(ERROR_INVALID_PARAMETER);
+    if (call.Pretends()) return TRUE;
+    if (!call.machine.power.ClearRequest(*request, type)) return call.Fail(ERROR_INVALID_PARAMETER);
+    return !call.Denies();
 }
 }

@@ -47,7 +47,7 @@ Function fn_reg_get_value{"RegGetValueW", Failing::status};
 Function fn_reg_query_value_ex{"RegQueryValueExW", Failing::status};
 Function fn_reg_delete_value{"RegDeleteValueW", Failing::status};
 Function fn_reg_delete_tree{"RegDeleteTreeW", Failing::status};
-Function fn_reg_set_value_ex{"RegSetValueExW", Failing::status};
+Function fn_reg_set_value_ex{"RegSetValueExW", Failing::status, Role::acts};
 Function fn_reg_flush_key{"RegFlushKey", Failing::status};
 
 struct Root
@@ -73,15 +73,17 @@ LSTATUS PathOf(Call& call, HKEY key, LPCWSTR below, RegistryPath& path, REGSAM r
         const DWORD last_error = call.thread.last_error;
         const auto* open = call.Find<OpenKey>(reinterpret_cast<HANDLE>(key));
         call.thread.last_error = last_error;
-        if (!open) return ERROR_INVALID_HANDLE;
+        if (!open) return call.Fails() ? static_cast<LSTATUS>(call.error()) : ERROR_INVALID_HANDLE;
         if (open->node->deleted) return kErrorKeyDeleted;
         if ((!below || !*below) && (open->access & right) != right) return ERROR_ACCESS_DENIED;
         path = open->path;
     }
     const bool of_classes = path.root == RegistryRoot::classes && path.path.empty();
     if (below && *below == L'\\' && !of_classes) return kErrorBadPathname;
-    if (below && *below) path.path += (path.path.empty() ? L"" : L"\\") + std::wstring(below);
-    return ERROR_SUCCESS;
+    if (!below || !*below) return ERROR_SUCCESS;
+    path.path += (path.path.empty() ? L"" : L"\\") + std::wstring(below);
+    const bool fails = call.faulty() && call.FailsFor(Registry::Spell(path));
+    return fails ? static_cast<LSTATUS>(call.error()) : ERROR_SUCCESS;
 }
 
 LSTATUS OpenAt(Call& call, const RegistryPath& path, std::shared_ptr<RegistryNode> node,
@@ -284,6 +286,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
     if (name && std::wcslen(name) > kLongestValueName) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_SET_VALUE)) return error;
+    if (call.Pretends()) return ERROR_SUCCESS;
     RegistryValue value{type, {data, data + size}};
     // Effect "registry": the key's `path`, the value's `name` and `type`, and its `data`: the
     // number, the text, or how many bytes.
@@ -298,7 +301,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
                          {"data", text ? Value(value.Text()) : Value(std::uint64_t{number})}});
     }
     call.machine.registry.SetValue(path, name ? name : L"", std::move(value));
-    return ERROR_SUCCESS;
+    return call.Denies() ? static_cast<LSTATUS>(call.error()) : ERROR_SUCCESS;
 }
 
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, BYTE* data,

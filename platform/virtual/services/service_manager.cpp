@@ -78,6 +78,36 @@ std::wstring_view ServiceStateName(DWORD state)
     return state < std::size(kStateNames) ? kStateNames[state] : L"";
 }
 
+// A control that is still on its way to the service.
+class ServiceManager::LateControl final : public Alarm
+{
+public:
+    LateControl(ServiceManager& manager, std::shared_ptr<Service> service, ServiceControl control)
+        : m_manager(manager),
+          m_service(std::move(service)),
+          m_run(m_service->handle),
+          m_control(std::move(control))
+    {
+    }
+
+private:
+    void Due() override
+    {
+        if (m_service->handler && m_service->handle == m_run) {
+            m_manager.QueueMerged(*m_service, std::move(m_control));
+        } else if (m_control.handled) {
+            m_control.handled(ERROR_PROCESS_ABORTED);
+        }
+        // Destroys this alarm.
+        std::erase_if(m_manager.m_late, [this](const auto& late) { return late.get() == this; });
+    }
+
+    ServiceManager& m_manager;
+    const std::shared_ptr<Service> m_service;
+    const SERVICE_STATUS_HANDLE m_run;
+    ServiceControl m_control;
+};
+
 ServiceManager::ServiceManager(Machine& machine, Announcer& announcer) : m_machine(machine)
 {
     announcer.Add(*this);
@@ -335,6 +365,39 @@ std::shared_ptr<PowerSettingRegistration> ServiceManager::Register(
     return registration;
 }
 
+// --- Announcements that come late, doubled or merged ---
+
+void ServiceManager::Deliver(const std::shared_ptr<Service>& service, const ServiceControl& control)
+{
+    const NoticeDelivery& how = m_machine.announcer.delivery;
+    ServiceControl second = control;
+    second.handled = {};
+    for (const ServiceControl& sent : {control, second}) {
+        if (how.late > Duration{0}) {
+            m_late.push_back(std::make_unique<LateControl>(*this, service, sent));
+            m_machine.scheduler.Set(*m_late.back(), m_machine.now() + how.late);
+        } else {
+            QueueMerged(*service, sent);
+        }
+        if (!how.doubled) return;
+    }
+}
+
+void ServiceManager::QueueMerged(Service& service, ServiceControl control)
+{
+    const auto same = [&](const ServiceControl& known) {
+        return control.event == PBT_POWERSETTINGCHANGE && known.control == control.control &&
+               known.event == control.event && !known.data.empty() &&
+               std::memcmp(known.data.data(), control.data.data(), sizeof(GUID)) == 0;
+    };
+    const auto waiting = std::ranges::find_if(service.controls, same);
+    if (!m_machine.announcer.delivery.merged || waiting == service.controls.end()) {
+        return Queue(service, std::move(control));
+    }
+    waiting->data = control.data;
+    if (control.handled) control.handled(NO_ERROR);
+}
+
 bool ServiceManager::Hear(const Announcement& said, const std::function<void()>& handled)
 {
     const Acceptance* row = FindAcceptance(said.control);
@@ -360,9 +423,9 @@ bool ServiceManager::Hear(const Announcement& said, const std::function<void()>&
     if (said.control == SERVICE_CONTROL_SESSIONCHANGE) data = SessionRecord(said.data);
     const auto left = std::make_shared<std::size_t>(recipients.size());
     for (const std::shared_ptr<Service>& service : recipients) {
-        Queue(*service, {said.control, said.event, data, [left, handled](DWORD) {
-                             if (--*left == 0) handled();
-                         }});
+        Deliver(service, {said.control, said.event, data, [left, handled](DWORD) {
+                              if (--*left == 0) handled();
+                          }});
     }
     return !recipients.empty();
 }

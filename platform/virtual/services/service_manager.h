@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -146,6 +147,8 @@ public:
 
 private:
     static std::wstring KeyOf(std::wstring_view name);
+    void Deliver(const std::shared_ptr<Service>& service, const ServiceControl& control);
+    void QueueMerged(Service& service, ServiceControl control);
     void RemoveIfMarked(Service& service);
     bool DependsOn(std::wstring_view name, std::wstring_view other, int depth = 8) const;
     DWORD StartDependencies(const ServiceConfig& config);
@@ -154,7 +157,10 @@ private:
     void SetState(Service& service, DWORD state, DWORD exit_code);
     void Record(const Service& service, DWORD before) const;
 
+    class LateControl;
+
     Machine& m_machine;
+    std::list<std::unique_ptr<LateControl>> m_late;
     std::map<std::wstring, std::shared_ptr<Service>, NoCase> m_services;
     std::vector<std::weak_ptr<PowerSettingRegistration>> m_registrations;
     std::uintptr_t m_last_run = 0;

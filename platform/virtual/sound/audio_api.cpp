@@ -31,7 +31,7 @@ Function fn_unregister_control{"UnregisterControlChangeNotify", Failing::hresult
 Function fn_get_channel_count{"GetChannelCount", Failing::hresult};
 Function fn_set_volume{"SetMasterVolumeLevelScalar", Failing::hresult};
 Function fn_get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
-Function fn_set_mute{"SetMute", Failing::hresult};
+Function fn_set_mute{"SetMute", Failing::hresult, Role::acts};
 Function fn_get_mute{"GetMute", Failing::hresult};
 
 // An object that belongs to an endpoint; reports list it by the name of the endpoint.
@@ -141,7 +141,10 @@ public:
     {
         Operation call(fn_set_mute);
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
-        return m_endpoint.SetMute(muted, context ? *context : GUID_NULL) ? S_OK : S_FALSE;
+        if (call.Pretends()) return S_OK;
+        const bool changed = m_endpoint.SetMute(muted, context ? *context : GUID_NULL);
+        if (call.Denies()) return static_cast<HRESULT>(call.error());
+        return changed ? S_OK : S_FALSE;
     }
 
     HRESULT GetMute(BOOL* muted) override
@@ -156,6 +159,7 @@ private:
     HRESULT Begin(Operation& call) const
     {
         const HRESULT refused = call.Refused(CheckUsable(call));
+        if (call.FailsFor(m_endpoint.name())) return static_cast<HRESULT>(call.error());
         return SUCCEEDED(refused) && !m_endpoint.Active() ? kInvalidated : refused;
     }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/com/com.h"
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/core/process.h"
@@ -125,10 +126,18 @@ void AudioNotices::Post(Notice notice)
     // A process that is ending gets no notifications.
     if (notice.to->removed || process.ending()) return;
     const Instant now = m_machine.now();
-    notice.due =
-        std::max(IsInsideACallback(*Thread::Self()) ? now + kEcho : now, notice.to->last_due);
+    const NoticeDelivery& how = m_machine.announcer.delivery;
+    notice.due = std::max((IsInsideACallback(*Thread::Self()) ? now + kEcho : now) + how.late,
+                          notice.to->last_due);
     notice.to->last_due = notice.due;
     Pool& pool = m_pools[&process];
+    if (how.merged) {
+        std::erase_if(pool.due, [&](const Notice& known) {
+            return known.to == notice.to && known.name == notice.name &&
+                   known.about == notice.about;
+        });
+    }
+    if (how.doubled) pool.due.push_back(notice);
     if (!pool.work) pool.work = std::make_shared<virtual_pc::Work>(Waitable::Reset::automatic);
     pool.due.push_back(std::move(notice));
     if (pool.idle > 0) {
