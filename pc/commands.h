@@ -24,6 +24,9 @@ class AgentClient;
 // Observed values by name.
 using Observations = std::map<std::string, std::string>;
 
+// The registry, the power plans and the mute states, each by a name that a person can read.
+Observations Observe(virtual_pc::Machine& pc);
+
 // What a running command works on.
 struct ScriptContext
 {

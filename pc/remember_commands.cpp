@@ -24,28 +24,6 @@ void AddKey(const RegistryNode& key, const std::string& path, Observations& obse
         AddKey(*below, path + "\\" + ToUtf8(name), observations);
 }
 
-// The registry, the power plans and the mute states, each by a name that a person can read.
-Observations Observe(Machine& pc)
-{
-    const Hold hold(pc);
-    Observations observations;
-    for (const wchar_t* root : {L"HKLM", L"HKCU"}) {
-        const auto key = pc.registry.FindKey(Registry::Parse(root));
-        if (key) AddKey(*key, ToUtf8(root), observations);
-    }
-    observations["active plan"] = ToUtf8(pc.power.active().name);
-    for (const auto& [guid, plan] : pc.power.plans()) {
-        for (const auto& [setting, value] : plan.values) {
-            observations["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
-                std::to_string(value.ac) + " " + std::to_string(value.dc);
-        }
-    }
-    for (const Endpoint* endpoint : pc.audio.All()) {
-        observations["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
-    }
-    return observations;
-}
-
 // The beginnings of names that may differ, from a list with semicolons.
 std::vector<std::string> BeginningsOf(const std::string& text)
 {
@@ -93,6 +71,27 @@ Action ExpectRemembered(const ScriptLine& line, const Arguments& a)
 }
 
 }  // namespace
+
+Observations Observe(Machine& pc)
+{
+    const Hold hold(pc);
+    Observations observations;
+    for (const wchar_t* root : {L"HKLM", L"HKCU"}) {
+        const auto key = pc.registry.FindKey(Registry::Parse(root));
+        if (key) AddKey(*key, ToUtf8(root), observations);
+    }
+    observations["active plan"] = ToUtf8(pc.power.active().name);
+    for (const auto& [guid, plan] : pc.power.plans()) {
+        for (const auto& [setting, value] : plan.values) {
+            observations["plan " + ToUtf8(plan.name) + " " + ToUtf8(PowerSettingName(setting))] =
+                std::to_string(value.ac) + " " + std::to_string(value.dc);
+        }
+    }
+    for (const Endpoint* endpoint : pc.audio.All()) {
+        observations["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
+    }
+    return observations;
+}
 
 std::vector<Command> RememberCommands()
 {

@@ -1,7 +1,5 @@
-// The service's process ends at any call that it makes, in any state, and also while the next one
-// restores: after the next start and stop everything is as it was.
-
-#include <functional>
+// The service's process ends, or the PC's power, at any call that the service makes, in any state,
+// and also while the next process restores: after the next start and stop everything is as it was.
 
 #include "tests/users_pc.h"
 
@@ -9,6 +7,19 @@ using namespace std::chrono_literals;
 using namespace virtual_pc;
 
 namespace {
+
+// Starts the service, if it does not start by itself with a PC that is off.
+DWORD Start(UsersPc& user)
+{
+    DWORD error = ERROR_SUCCESS;
+    if (user.pc.on()) {
+        error = user.pc.services.Start(kServiceName);
+    } else {
+        user.pc.Boot();
+    }
+    user.pc.RunFor(1s);
+    return error;
+}
 
 // Stops the service, if it still runs.
 void End(UsersPc& user)
@@ -23,7 +34,7 @@ void End(UsersPc& user)
 // feature's end.
 void Live(UsersPc& user)
 {
-    user.TryToStart();
+    Start(user);
     for (const int slot : {enter_active, enter_idle, enter_dnd}) {
         user.view.Raise(slot);
         user.pc.RunFor(1s);
@@ -37,65 +48,83 @@ void Live(UsersPc& user)
     End(user);
 }
 
-// Starts the service once more, stops it, and looks at what is left.
+// Starts the service once more, and looks at what is left when the user is back.
 void ExpectNothingIsLeft(UsersPc& user)
 {
-    user.StartService();
+    EXPECT_EQ(Start(user), DWORD{ERROR_SUCCESS});
+    user.pc.user.Input();
+    user.view.Raise(enter_s0);
+    user.pc.RunFor(1s);
+    EXPECT_EQ(user.State(), "S0_NORMAL");
+    ASSERT_TRUE(user.view.service()) << "it has not started";
     user.StopService();
     EXPECT_EQ(user.Differences(), "");
     EXPECT_FALSE(user.HasJournal());
 }
 
-class CrashSweepTest : public ::testing::Test
+struct Blow
+{
+    const char* name;
+    void (Machine::*at_call)(std::wstring_view program, std::uint64_t number);
+    void (*now)(UsersPc& user);
+};
+
+void PrintTo(const Blow& blow, std::ostream* out) { *out << blow.name; }
+
+constexpr Blow kBlows[] = {
+    {"Kill", &Machine::KillAtCall, [](UsersPc& user) { user.Kill(); }},
+    {"PowerCut", &Machine::CutPowerAtCall, [](UsersPc& user) { user.pc.CutPower(); }},
+};
+
+class CrashSweepTest : public ::testing::TestWithParam<Blow>
 {
 protected:
     void SetUp() override
     {
         if (kRunFree) GTEST_SKIP() << "needs a day that makes the same calls each time";
     }
+
+    // Each life with the blow at another call. `before` lives until the process starts that it
+    // strikes, and `live` from then on.
+    static void SweepCalls(std::uint64_t least, const std::function<void(UsersPc& user)>& before,
+                           const std::function<void(UsersPc& user)>& live)
+    {
+        constexpr std::uint64_t kStride = 20;
+        Sweep(kStride, least, [&](std::uint64_t call) {
+            UsersPc user(DrawnSchedule(), 0);
+            user.pc.RunFor(Unwritten::kLazyWrite);
+            before(user);
+            (user.pc.*GetParam().at_call)(user.image.path, call);
+            live(user);
+            const bool struck = user.pc.processes().back()->killed();
+            ExpectNothingIsLeft(user);
+            return struck;
+        });
+    }
 };
 
-// Every tenth call, by the day's seed; all are tried in some weeks.
-constexpr std::uint64_t kStride = 10;
-std::uint64_t FirstCall() { return 1 + DrawnSchedule().seed % kStride; }
-
-// Lives one life after the other, each with a kill at another call, until a life has fewer calls.
-// Returns how many were killed. `live` plans the kill, and ends with a service that does not run.
-std::uint64_t Sweep(const std::function<void(UsersPc& user, std::uint64_t call)>& live)
+TEST_P(CrashSweepTest, ABlowAtAnyCallLeavesNothingBehindAfterTheNextStart)
 {
-    std::uint64_t kills = 0;
-    for (std::uint64_t n = FirstCall(); !testing::Test::HasFailure(); n += kStride, ++kills) {
-        SCOPED_TRACE("killed at call " + std::to_string(n));
-        UsersPc user;
-        user.pc.registry.SetDword(kUserKey, L"LoggingEnabled", 0);
-        live(user, n);
-        const bool killed = user.pc.processes().back()->killed();
-        ExpectNothingIsLeft(user);
-        if (!killed) break;
-    }
-    return kills;
+    SweepCalls(
+        1000, [](UsersPc&) {}, Live);
 }
 
-TEST_F(CrashSweepTest, AKillAtAnyCallLeavesNothingBehindAfterTheNextStart)
+TEST_P(CrashSweepTest, NeitherDoesASecondOneWhileTheNextProcessRestores)
 {
-    const std::uint64_t kills = Sweep([](UsersPc& user, std::uint64_t call) {
-        user.pc.KillAtCall(user.image.path, call);
-        Live(user);
-    });
-    EXPECT_GE(kills, 100u);
+    SweepCalls(
+        300,
+        [](UsersPc& user) {
+            Start(user);
+            user.Enter("HOLV_DND");
+            GetParam().now(user);
+        },
+        [](UsersPc& user) {
+            Start(user);
+            End(user);
+        });
 }
 
-TEST_F(CrashSweepTest, NeitherDoesASecondKillWhileTheNextProcessRestores)
-{
-    const std::uint64_t kills = Sweep([](UsersPc& user, std::uint64_t call) {
-        user.StartService();
-        user.Enter("HOLV_DND");
-        user.Kill();
-        user.pc.KillAtCall(user.image.path, call);
-        user.TryToStart();
-        End(user);
-    });
-    EXPECT_GE(kills, 30u);
-}
+INSTANTIATE_TEST_SUITE_P(By, CrashSweepTest, ::testing::ValuesIn(kBlows),
+                         [](const auto& blow) { return std::string(blow.param.name); });
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include "api/agent_api.h"
 #include "pc/agent_client.h"
-#include "pc/commands.h"
 #include "platform/kernel.h"
 #include "restore/journal_format.h"
 #include "tests/users_pc.h"
@@ -51,7 +50,7 @@ TEST_P(RestoreTest, TheStartAfterAKillRestoresEverything)
     user.Kill();
     EXPECT_TRUE(user.HasJournal());
     user.StartService();
-    const Found now = Find(user.pc);
+    const Observations now = Find(user.pc);
     for (const char* name : {"active plan", "mute Desk", "mute Headphones", "mute Monitor", "mode",
                              "plan Power saver sleep-timeout", "plan Power saver brightness",
                              "plan Power saver processor-min"}) {
@@ -98,7 +97,7 @@ TEST(RestoreChoiceTest, WhatALeaveHasNotPutBackIsRestoredAfterIt)
     user.view.Raise(enter_s0);
     user.pc.RunFor(1s);
     EXPECT_EQ(user.State(), "S0_NORMAL");
-    Found now = Find(user.pc);
+    Observations now = Find(user.pc);
     EXPECT_EQ(now["plan Power saver processor-min"], "5 0");
     EXPECT_EQ(now["plan Power saver processor-max"], "100 100");
     user.StopService();

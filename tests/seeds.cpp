@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <optional>
 #include <ostream>
 #include <string_view>
@@ -61,6 +62,22 @@ SeedRange SeedsOf(std::uint64_t count)
     const std::string day = Variable("HOLV_SEED");
     const std::uint64_t first = day.empty() ? 1 : Hash(day) % kDays + 1;
     return {first, first + count - 1};
+}
+
+// The first place of a sweep, and how far apart the places are.
+std::pair<std::uint64_t, std::uint64_t> PlacesOf(std::uint64_t stride)
+{
+    const std::string sweep = Variable("HOLV_SWEEP");
+    if (sweep == "all") return {1, 1};
+    if (const std::size_t slash = sweep.find('/'); slash != sweep.npos) {
+        return {std::stoull(sweep), std::stoull(sweep.substr(slash + 1))};
+    }
+    return {1 + DrawnSchedule().seed % stride, stride};
+}
+
+int FailuresSoFar()
+{
+    return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
 }
 
 std::uint64_t FreeLives(std::uint64_t count)
@@ -131,4 +148,29 @@ void StormOnPc(const StormSize& size,
         live(pc, life);
         ExpectNothingLeft(pc);
     });
+}
+
+// --- Sweeps ---
+
+void Sweep(std::uint64_t stride, std::uint64_t least,
+           const std::function<bool(std::uint64_t place)>& live)
+{
+    // One failure is enough in a sample; in a whole sweep, several show what they share.
+    const int most_failing = Variable("HOLV_SWEEP").empty() ? 1 : 20;
+    const auto [first, apart] = PlacesOf(stride);
+    std::uint64_t place = first;
+    int lives = 0;
+    int failing = 0;
+    for (bool found = true; found && failing < most_failing; place += apart, ++lives) {
+        const std::string number = std::to_string(place);
+        SCOPED_TRACE("at place " + number + "; repeat: HOLV_SWEEP=" + number + "/1000000 " +
+                     RepeatCommand());
+        const int failures = FailuresSoFar();
+        found = live(place);
+        if (FailuresSoFar() > failures) ++failing;
+    }
+    std::cout << lives << " lives, " << failing << " failed\n";
+    if (failing == 0) {
+        EXPECT_GT(place, least) << "the places of a whole sweep";
+    }
 }

@@ -4,6 +4,7 @@
 //   HOLV_SEED=N    the day's seed, mixed into the seed of every test.
 //   HOLV_SEEDS=    how many seeds a storm tries: "500" as many, "x10" so many times its own number,
 //                  "17-17" those from the first to the last alone.
+//   HOLV_SWEEP=    which lives a sweep lives: "all", or "K/N" for the K-th and each N-th after it.
 #pragma once
 
 #include <cstdint>
@@ -56,3 +57,11 @@ void Storm(const StormSize& size, const std::function<void(virtual_pc::Machine::
 void StormOnPc(
     const StormSize& size,
     const std::function<void(virtual_pc::Machine&, const virtual_pc::Machine::Options&)>& live);
+
+// --- Sweeps: one life after the other, each struck at another place ---
+
+// Calls `live` with 1, 2, 3 and so on until it returns false, because it had no such place. Unless
+// HOLV_SWEEP says otherwise it leaves out all but every `stride`-th, from one that the day's seed
+// chooses; all are tried in some weeks. A sweep has at least `least` places.
+void Sweep(std::uint64_t stride, std::uint64_t least,
+           const std::function<bool(std::uint64_t place)>& live);

@@ -1,10 +1,10 @@
 // A PC whose every plan, endpoint and device would show that the service has left something behind.
 #pragma once
 
-#include <map>
 #include <string>
 
 #include "log/log.h"
+#include "pc/commands.h"
 #include "pc/service_view.h"
 #include "platform/service.h"
 #include "platform/virtual/announcer/announcer.h"
@@ -20,47 +20,31 @@
 inline constexpr const wchar_t* kRestoreKey = LR"(HKLM\Software\Orbeq\Holv\Restore)";
 
 // What the user has of the PC, by names that a person can read.
-using Found = std::map<std::string, std::string>;
-
-inline Found Find(virtual_pc::Machine& pc)
+inline Observations Find(virtual_pc::Machine& pc)
 {
+    Observations found = Observe(pc);
+    std::erase_if(found, [](const auto& named) {
+        return named.first.starts_with(R"(HKLM\SOFTWARE\Orbeq\Holv\Restore)");
+    });
+    // Never-sleep mode leaves its plan with the full processor.
+    std::string& most = found["plan Power saver processor-max"];
+    if (most == "100 75") most = "100 100";
     const virtual_pc::Hold hold(pc);
-    Found found;
-    found["active plan"] = virtual_pc::ToUtf8(pc.power.active().name);
-    for (const auto& [guid, plan] : pc.power.plans()) {
-        for (const auto& [setting, value] : plan.values) {
-            std::string text = std::to_string(value.ac) + " " + std::to_string(value.dc);
-            // Never-sleep mode leaves its plan with the full processor.
-            if (IsEqualGUID(setting, GUID_PROCESSOR_THROTTLE_MAXIMUM)) {
-                if (text == "100 75" && plan.name == L"Power saver") text = "100 100";
-            }
-            found["plan " + virtual_pc::ToUtf8(plan.name) + " " +
-                  virtual_pc::ToUtf8(virtual_pc::PowerSettingName(setting))] = text;
-        }
-    }
-    for (const virtual_pc::Endpoint* endpoint : pc.audio.All()) {
-        found["mute " + virtual_pc::ToUtf8(endpoint->name())] =
-            endpoint->Muted() ? "muted" : "unmuted";
-    }
-    for (const auto& device : pc.devices.All()) {
-        found["mode"] = std::to_string(device->Mode().value_or(0));
+    found["mode"] = std::to_string(pc.devices.All().front()->Mode().value_or(0));
+    for (const auto type : {PowerRequestSystemRequired, PowerRequestAwayModeRequired}) {
+        found["request " + std::to_string(type)] = pc.power.Held(type) ? "held" : "released";
     }
     return found;
 }
 
-inline std::string Differences(const Found& before, const Found& after)
+// What of the user's is not as it was. New registry keys are the program's own.
+inline std::string Differences(const Observations& before, const Observations& after)
 {
     std::string differences;
     for (const auto& [name, value] : before) {
         const auto now = after.find(name);
         const std::string found = now == after.end() ? "gone" : now->second;
-        if (found == value) continue;
-        differences += name;
-        differences += " was ";
-        differences += value;
-        differences += ", is ";
-        differences += found;
-        differences += "\n";
+        if (found != value) differences += name + " was " + value + ", is " + found + "\n";
     }
     return differences;
 }
@@ -76,9 +60,11 @@ enum Slot : int
 class UsersPc
 {
 public:
-    explicit UsersPc(const virtual_pc::Machine::Options& life = DrawnSchedule()) : pc(life)
+    explicit UsersPc(const virtual_pc::Machine::Options& life = DrawnSchedule(),
+                     DWORD log_to = kLogToDebugger)
+        : pc(life)
     {
-        pc.registry.SetDword(kUserKey, L"LoggingEnabled", kLogToDebugger);
+        pc.registry.SetDword(kUserKey, L"LoggingEnabled", log_to);
         pc.registry.SetDword(kUserKey, L"MuteAudio", 1);
         pc.registry.SetDword(kUserKey, L"DndToS3", 1);
         pc.user.Works();
@@ -152,5 +138,5 @@ public:
     virtual_pc::Machine pc;
     Heard heard{pc};
     ServiceView view{pc};
-    Found before;
+    Observations before;
 };
