@@ -17,6 +17,11 @@ check "the packaged program is smaller than 1.5 MiB" yes \
     "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"
 wine_does reg import "$(dirname "$product")/defaults.reg" >/dev/null
 look_at "$user_key"
-check "its file of built-in settings can be imported" "REG_DWORD 0x528" \
+check "its file of built-in settings sets nothing as it is" "" "$(value DoNotDisturbStart)"
+sed 's/^;\(["[]\)/\1/' "$(dirname "$product")/defaults.reg" >"$unpacked/uncommented.reg"
+wine_does reg import "$unpacked/uncommented.reg" >/dev/null
+look_at "$user_key"
+check "its values can be imported when they are uncommented" "REG_DWORD 0x528" \
     "$(value DoNotDisturbStart)"
 wine_does reg delete "$user_key" /f >/dev/null
+wine_does reg delete "${user_key%User}OEM" /f >/dev/null
