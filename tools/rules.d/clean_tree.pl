@@ -2,6 +2,7 @@
 # violations into it.
 use strict;
 use warnings;
+use Messages;
 use Settings;
 
 my $settings = "Level | User | bounded 0 to 50 | 6 | start | Level\n    How much.\n"
@@ -26,5 +27,6 @@ my %papers = Settings::papers("# Page\n\n| value | key |\n|---|---|\n", Settings
         . "    {L\"Level\", &g_dwLevel, 2 * 3}, {kPlan, nullptr, 0}, {L\"Mute\", &g_bMute, 1},\n};\n"
         . "Bounds b[] = {{&g_dwLevel, 0, 50}};\n",
     %papers,
+    'package/events.md' => Messages::page_of(),
     'tools/settings.txt' => $settings,
 }
