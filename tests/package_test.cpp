@@ -100,9 +100,11 @@ TEST_F(PackageTest, TheFileOfDefaultsHidesNoMakersValueUntilALineIsUncommented)
     for (const auto& [name, value] : built_in) {
         pc.registry.SetDword(kOemKey, std::wstring(name.begin(), name.end()), 11);
     }
+    pc.registry.SetDword(kOemKey, L"DisableLockScreen", 1);
     const std::map<std::string, DWORD> makers = Load();
     pc.registry.Import(std::string(HOLV_SOURCE_DIR) + "/package/defaults.reg");
     EXPECT_EQ(Load(), makers) << "imported as it is, it sets nothing";
+    EXPECT_EQ(pc.registry.GetDword(kOemKey, L"DisableLockScreen"), 1u);
 
     const std::string uncommented = testing::TempDir() + "defaults_uncommented.reg";
     std::ofstream(uncommented, std::ios::binary)
