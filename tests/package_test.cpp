@@ -1,8 +1,11 @@
 // What the package offers an administrator is what the service does: the file of defaults, and the
 // bounds of the policies.
 
+#include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
+#include <set>
 #include <sstream>
 
 #include "platform/virtual/registry/registry.h"
@@ -71,6 +74,13 @@ std::map<std::string, DWORD> Loaded()
     };
 }
 
+// Settings that nothing in the service reads.
+constexpr const char* kNotOffered[] = {"EnableSoftwareUpdate", "LyncInstalled",
+                                       "LastUpdateVersion"};
+
+// Settings that are read when they are needed, not at the service's start.
+const std::set<std::string> kReadAlone = {"LogFileSizeMB", "DisableLockScreen"};
+
 class PackageTest : public VirtualPcTest
 {
 protected:
@@ -84,14 +94,27 @@ protected:
     }
 };
 
-TEST_F(PackageTest, TheFileOfDefaultsHoldsEverySettingWithItsBuiltInValue)
+TEST_F(PackageTest, TheFileOfDefaultsHidesNoMakersValueUntilALineIsUncommented)
 {
-    const std::map<std::string, DWORD> built_in = Load();
+    std::map<std::string, DWORD> built_in = Load();
     for (const auto& [name, value] : built_in) {
         pc.registry.SetDword(kOemKey, std::wstring(name.begin(), name.end()), 11);
     }
+    pc.registry.SetDword(kOemKey, L"DisableLockScreen", 1);
+    const std::map<std::string, DWORD> makers = Load();
     pc.registry.Import(std::string(HOLV_SOURCE_DIR) + "/package/defaults.reg");
-    EXPECT_EQ(Load(), built_in) << "a value that differs or is missing shows the OEM's 11";
+    EXPECT_EQ(Load(), makers) << "imported as it is, it sets nothing";
+    EXPECT_EQ(pc.registry.GetDword(kOemKey, L"DisableLockScreen"), 1u);
+
+    const std::string uncommented = testing::TempDir() + "defaults_uncommented.reg";
+    std::ofstream(uncommented, std::ios::binary)
+        << std::regex_replace(PackageFile("defaults.reg"), std::regex("\n;([\"[])"), "\n$1");
+    pc.registry.Import(uncommented);
+    std::filesystem::remove(uncommented);
+    for (const char* not_offered : kNotOffered) built_in[not_offered] = makers.at(not_offered);
+    EXPECT_EQ(Load(), built_in) << "a value that differs or is missing shows the maker's 11";
+    EXPECT_EQ(pc.registry.GetDword(kOemKey, L"DisableLockScreen"), 0u);
+    EXPECT_EQ(pc.registry.GetDword(kUserKey, L"LogFileSizeMB"), 5u);
 }
 
 TEST_F(PackageTest, ThePoliciesLetNothingThroughThatTheServiceWouldNotTakeAsItIs)
@@ -100,7 +123,8 @@ TEST_F(PackageTest, ThePoliciesLetNothingThroughThatTheServiceWouldNotTakeAsItIs
     int numbers = 0;
     for (const std::string& number : Tags(policies, "decimal")) {
         const std::string name = Attribute(number, "valueName");
-        if (name.empty()) continue;  // what a policy writes when it is switched on or off
+        // No name: what a policy writes when it is switched on or off.
+        if (name.empty() || kReadAlone.contains(name)) continue;
         ++numbers;
         EXPECT_EQ(Attribute(number, "required"), "true") << name;
         for (const char* bound_name : {"minValue", "maxValue"}) {
@@ -120,7 +144,9 @@ TEST_F(PackageTest, EveryPolicyIsASettingAndHasItsTexts)
     const Lines found = Tags(policies, "policy");
     for (const std::string& policy : found) {
         const std::string name = Attribute(policy, "name");
-        EXPECT_TRUE(settings.contains(name) || name == "OemPowerScheme") << name;
+        EXPECT_TRUE(settings.contains(name) || kReadAlone.contains(name) ||
+                    name == "OemPowerScheme")
+            << name;
         for (const std::string& id : {name, name + "_Help"}) {
             EXPECT_NE(texts.find("<string id=\"" + id + "\">"), std::string::npos) << id;
         }

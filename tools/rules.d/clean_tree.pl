@@ -2,9 +2,12 @@
 # violations into it.
 use strict;
 use warnings;
+use Messages;
+use Settings;
 
-my $counts = 'Takes effect when the service next starts.';
-my $switch = '<enabledValue><decimal value="1"/></enabledValue><disabledValue><decimal value="0"/></disabledValue>';
+my $settings = "Level | User | bounded 0 to 50 | 6 | start | Level\n    How much.\n"
+    . "Plan | User | text | 0 | start | Plan\n    Which.\nMute | User | switch | 1 | start | Mute\n    Whether.\n";
+my %papers = Settings::papers("# Page\n\n| value | key |\n|---|---|\n", Settings::parse($settings));
 {
     'run' => "#!/bin/sh\n# Plays a day of it. Usage: ./run\n",
     'docs/decisions.md' => "| place | choice | why |\n|---|---|---|\n| `log/log.cpp` `Log` | `SetEvent` once. | |\n| `machine` | | |\n",
@@ -23,16 +26,7 @@ my $switch = '<enabledValue><decimal value="1"/></enabledValue><disabledValue><d
     'settings/settings_store.cpp' => "constexpr const wchar_t* kPlan = L\"Plan\";\nStoredSetting k[] = {\n"
         . "    {L\"Level\", &g_dwLevel, 2 * 3}, {kPlan, nullptr, 0}, {L\"Mute\", &g_bMute, 1},\n};\n"
         . "Bounds b[] = {{&g_dwLevel, 0, 50}};\n",
-    'package/administration.md' => "# Page\n\n## Settings\n\n|---|---|---|---|\n| `Level` | 6 | 0 to 50 | How much. |\n"
-        . "| `Plan` | none | text | Which. |\n| `Mute` | 1 | 0, 1 | Whether. |\n",
-    'package/policies/Holv.admx' =>
-        '<policy name="Level" presentation="$(presentation.Level)"><decimal id="Level" valueName="Level" required="true" minValue="0" maxValue="50"/></policy>'
-        . "\n" . '<policy name="Plan" presentation="$(presentation.Plan)"><text id="Plan" valueName="Plan"/></policy>' . "\n"
-        . "<policy name=\"Mute\" valueName=\"Mute\">$switch</policy>\n",
-    'package/policies/en-US/Holv.adml' => join("\n",
-        '<string id="Level">Level</string>', "<string id=\"Level_Help\">How much. From 0 to 50. Built-in: 6. $counts</string>",
-        '<string id="Plan">Plan</string>', "<string id=\"Plan_Help\">Which. Built-in: none. $counts</string>",
-        '<string id="Mute">Mute</string>', "<string id=\"Mute_Help\">Whether. Built-in: on. $counts</string>",
-        '<presentation id="Level"><decimalTextBox defaultValue="6"/></presentation>', '<presentation id="Plan"></presentation>', ''),
-    'package/defaults.reg' => "\"Level\"=dword:00000006\r\n\"Plan\"=\"0\"\r\n\"Mute\"=dword:00000001\r\n",
+    %papers,
+    'package/events.md' => Messages::page_of(),
+    'tools/settings.txt' => $settings,
 }

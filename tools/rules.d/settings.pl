@@ -1,16 +1,12 @@
-# The settings in every place that an administrator meets them: the page, the policies and the file of
-# defaults say what the tables of settings/ say.
+# The settings in every place that an administrator meets them: the table in tools/settings.txt says what
+# the code of the service says, and the page, the policies and the file of defaults say what the table says.
 use strict;
 use warnings;
+use Settings;
 
 # Settings that the service loads and an administrator has no use for, and why.
 my %kept_from_administrators = map { $_ => 'is loaded, and nothing in the service reads it' }
     qw(EnableSoftwareUpdate LyncInstalled LastUpdateVersion);
-
-my $page = 'package/administration.md';
-my $policies = 'package/policies/Holv.admx';
-my $texts = 'package/policies/en-US/Holv.adml';
-my $defaults = 'package/defaults.reg';
 
 # The value of a number in the tables of settings, written in C++ as a literal or a product.
 sub number {
@@ -38,164 +34,110 @@ sub tables {
     return \%settings;
 }
 
-# What each setting's range is called on the page.
-sub range_of {
-    my ($setting) = @_;
-    return $setting->{text} ? 'text' : $setting->{bool} ? '0, 1'
-         : defined $setting->{least} ? "$setting->{least} to $setting->{most}" : 'any';
+# What the table says of a setting that the service loads with all others at its start.
+sub check_loaded {
+    my ($s, $loaded, $say) = @_;
+    my ($name, $kind) = @$s{qw(name kind)};
+    $say->("$name is loaded from User; its key is not $s->{key}") if $s->{key} ne 'User';
+    $say->("$name is loaded at the start; it takes effect then") if $s->{effect} ne 'start';
+    $say->("$name is built in as $loaded->{default}, not $s->{default}") if $s->{default} ne $loaded->{default};
+    my $actual = $loaded->{text} ? 'text' : $loaded->{bool} ? 'switch'
+               : defined $loaded->{least} ? "bounded $loaded->{least} to $loaded->{most}" : 'number';
+    my $given = $kind eq 'bounded' ? "bounded $s->{least} to $s->{most}" : $kind;
+    $say->("$name is $actual in the service, not $given") if $given ne $actual;
 }
 
-sub check_page {
-    my ($tree, $settings, $report) = @_;
-    my (%meanings, $section);
-    my $line = 0;
-    for (split /\n/, $tree->text($page)) {
-        ++$line;
-        $section = $1 if /^## (.*)/;
-        next unless ($section // '') eq 'Settings' and /^\| `(\w+)` \| (.*?) \| (.*?) \| (.*?) \|$/;
-        my ($name, $built_in, $range, $meaning) = ($1, $2, $3, $4);
-        $meanings{$name} = $meaning;
-        my $setting = $settings->{$name};
-        if (not $setting) {
-            $report->($page, $line, "the service loads no $name; remove the row");
-            next;
-        }
-        my $default = $setting->{text} ? 'none' : $setting->{default};
-        $report->($page, $line, "$name is built in as $default, not $built_in") if $built_in ne $default;
-        my $actual = range_of($setting);
-        $report->($page, $line, "the range of $name is $actual, not $range") if $range ne $actual;
+# What the table says of a setting that the service reads by itself: the key is named in the same file.
+sub check_read_alone {
+    my ($tree, $s, $say) = @_;
+    for my $file ($tree->files(qr{$Tree::service.*\.cpp$})) {
+        my $code = $tree->code_with_strings($file);
+        next unless $code =~ /RegGetValueW\([^;]*L"$s->{name}"/;
+        my $path = quotemeta 'Software\\Orbeq\\Holv\\';
+        my ($key) = $code =~ /$path(\w+)/;
+        return $say->("$file reads $s->{name} from $key, not $s->{key}") if ($key // '') ne $s->{key};
+        return;
     }
-    for my $name (sort keys %$settings) {
-        $report->($page, 1, "$name has no row; add one, or say in tools/rules.d/settings.pl why it has none")
-            unless $meanings{$name} or $kept_from_administrators{$name};
-    }
-    return \%meanings;
+    $say->("the service reads no $s->{name}; remove it");
 }
 
-# What a policy's explanation is, from the page's meaning and the tables.
-sub explanation {
-    my ($setting, $meaning) = @_;
-    $meaning =~ tr{`}{}d;  # A policy's text has no markup.
-    my $range = range_of($setting) =~ / to / ? ' From ' . range_of($setting) . '.' : '';
-    my $built_in = $setting->{text} ? 'none' : !$setting->{bool} ? $setting->{default}
-                 : $setting->{default} ? 'on' : 'off';
-    return "$meaning$range Built-in: $built_in. Takes effect when the service next starts.";
+# Values that the service reads outside its table of settings.
+sub read_alone {
+    my ($tree) = @_;
+    return map { $tree->code_with_strings($_) =~ /RegGetValueW\(\s*key\.Get\(\)\s*,\s*nullptr\s*,\s*L"(\w+)"/g }
+        $tree->files(qr{^(?:log|state)/.*\.cpp$});
 }
 
-sub check_policy {
-    my ($name, $body, $setting, $say) = @_;
-    my ($on, $off) = map { qr{<$_->[0]><decimal value="$_->[1]"/></$_->[0]>} }
-        ['enabledValue', 1], ['disabledValue', 0];
-    if ($setting->{bool}) {
-        $say->("$name is a switch; its enabled value is 1 and its disabled value 0")
-            unless $body =~ /valueName="$name".*$on\s*$off/s;
-    } elsif ($setting->{text}) {
-        $say->("$name is a text; it needs a text element") unless $body =~ /<text id="$name" valueName="$name"/;
-    } else {
-        my ($least, $most) = $body =~ /<decimal\ id="$name"\ valueName="$name"\ required="true"
-                                        \ minValue="(\d+)"\ maxValue="(\d+)"/x
-            or return $say->("$name is a number; it needs a decimal element with its bounds");
-        $say->("the policy lets $name be $least to $most, the service $setting->{least} to $setting->{most}")
-            if defined $setting->{least} and ($least != $setting->{least} or $most != $setting->{most});
-    }
-}
-
-sub check_texts {
-    my ($name, $body, $setting, $help, $strings, $presentation, $say) = @_;
-    $say->("the policy $name has no name; add string $name") unless $strings->{$name};
-    my $text = $strings->{"${name}_Help"} // 'nothing';
-    $say->("the policy $name is explained by \"$text\"; the page and the tables have \"$help\"")
-        if $text ne $help;
-    my $refers = $body =~ /\$\(presentation\.$name\)/;
-    $say->("the policy $name lacks its presentation; add it") if $refers and not defined $presentation;
-    $say->("the policy $name refers to no presentation; remove it") if not $refers and defined $presentation;
-    $say->("the presentation of $name offers $1, built in is $setting->{default}")
-        if ($presentation // '') =~ /defaultValue="(\d+)"/ and $1 != $setting->{default};
-}
-
-sub check_policies {
-    my ($tree, $settings, $meanings, $report) = @_;
-    my ($admx, $adml) = ($tree->text($policies), $tree->text($texts));
-    my %strings = $adml =~ m{<string id="(\w+)">(.*?)</string>}g;
-    my %presentations = $adml =~ m{<presentation id="(\w+)">(.*?)</presentation>}gs;
-    my %found;
-    while ($admx =~ m{<policy name="(\w+)"(.*?)</policy>}gs) {
-        my ($name, $body, $line) = ($1, $2, Tree::line_of($admx, $-[0]));
-        $found{$name} = 1;
-        my $setting = $settings->{$name};
-        if (not $setting) {
-            $report->($policies, $line, "the service loads no $name; remove the policy");
-            next;
-        }
-        check_policy($name, $body, $setting, sub { $report->($policies, $line, $_[0]) });
-        check_texts($name, $body, $setting, explanation($setting, $meanings->{$name} // ''), \%strings,
-                    $presentations{$name}, sub { $report->($texts, 1, $_[0]) });
-    }
-    for my $name (sort keys %$settings) {
-        $report->($policies, 1, "$name has no policy; add one, or say in tools/rules.d/settings.pl why it has none")
-            unless $found{$name} or $kept_from_administrators{$name};
-    }
-}
-
-sub check_defaults {
-    my ($tree, $settings, $report) = @_;
-    my (%found, $line);
-    for (split /\r?\n/, $tree->text($defaults)) {
-        ++$line;
-        my ($name, $value) = /^"(\w+)"=(.*)/ or next;
-        $found{$name} = 1;
-        my $setting = $settings->{$name};
-        if (not $setting) {
-            $report->($defaults, $line, "the service loads no $name; remove the line");
-            next;
-        }
-        my $built_in = $setting->{text} ? "\"$setting->{default}\"" : sprintf 'dword:%08x', $setting->{default};
-        $report->($defaults, $line, "$name is built in as $built_in, not $value") if $value ne $built_in;
-    }
-    for my $name (sort keys %$settings) {
-        $report->($defaults, 1, "$name is missing; add its built-in value") unless $found{$name};
-    }
+# The first line in which a paper differs from what the table makes of it.
+sub compare {
+    my ($path, $actual, $expected, $report) = @_;
+    return if $actual eq $expected;
+    my @actual = split /\r?\n/, $actual;
+    my @expected = split /\r?\n/, $expected;
+    my $at = 0;
+    ++$at while $at < @actual and $at < @expected and $actual[$at] eq $expected[$at];
+    my ($is, $should) = map { defined ? '"' . s/^\s+//r . '"' : 'nothing' } $actual[$at], $expected[$at];
+    $report->($path, $at + 1, "is $is, and $Settings::table makes $should; run tools/settings_papers");
 }
 
 sub settings {
     my ($tree) = @_;
     my @found;
     my $report = sub { push @found, [@_] };
-    my $settings = tables($tree);
+    my $loaded = tables($tree);
     return ['settings/settings_store.cpp', 1, 'no table of settings is found; teach tools/rules.d/settings.pl its form']
-        unless %$settings;
-    for my $name (sort keys %kept_from_administrators) {
-        $report->($page, 1, "$name has a row; remove its exception in tools/rules.d/settings.pl")
-            if $tree->text($page) =~ /^\| `$name` \|/m;
+        unless %$loaded;
+    my @settings = Settings::parse($tree->text($Settings::table));
+    my %named = map { $_->{name} => 1 } @settings;
+    for my $s (@settings) {
+        my $say = sub { $report->($Settings::table, $s->{line}, $_[0]) };
+        $say->("$s->{name} is kept from administrators; remove it here or in tools/rules.d/settings.pl")
+            if $kept_from_administrators{$s->{name}};
+        $loaded->{$s->{name}} ? check_loaded($s, $loaded->{$s->{name}}, $say) : check_read_alone($tree, $s, $say);
     }
-    my $meanings = check_page($tree, $settings, $report);
-    check_policies($tree, $settings, $meanings, $report);
-    check_defaults($tree, $settings, $report);
+    for my $name (sort keys %$loaded, read_alone($tree)) {
+        $report->($Settings::table, 1, "$name is missing; add it, or say in tools/rules.d/settings.pl why not")
+            unless $named{$name} or $kept_from_administrators{$name};
+    }
+    my %papers = Settings::papers($tree->text($Settings::page), @settings);
+    compare($_, $tree->text($_), $papers{$_}, $report) for sort keys %papers;
+    $report->($Settings::page, 1, 'has no table of settings')
+        unless index($tree->text($Settings::page), join '', map { Settings::row($_) } @settings) >= 0;
     return @found;
 }
+
+my $run = 'run tools/settings_papers';
 
 (
     {
         name => 'settings',
-        says => "the administrator's page, the policies and the defaults agree with the tables of settings/",
+        says => "the table of settings agrees with the code, and the administrator's page, the policies and the defaults with it",
         check => \&settings,
         planted => {
             'settings/settings_store.cpp' => qq|constexpr const wchar_t* kPlan = L"Plan";\nStoredSetting k[] = {\n|
-                . qq|    {L"Level", &g_dwLevel, 2 * 3}, {kPlan, nullptr, 0}, {L"Mute", &g_bMute, 1}, {L"New", &g_bNew, 0},\n};\n|
+                . qq|    {L"Level", &g_dwLevel, 2 * 4}, {kPlan, nullptr, 0}, {L"Mute", &g_dwMute, 1}, {L"New", &g_bNew, 0},\n};\n|
                 . qq|Bounds b[] = {{&g_dwLevel, 0, 60}};\n|,
-            'package/defaults.reg' => qq|"Level"=dword:00000007\n"Plan"="0"\n"Mute"=dword:00000001\n"Old"=dword:00000000\n|,
+            'log/size.cpp' => qq|auto key = LR"(Software\\Orbeq\\Holv\\User)";\n|
+                . qq|int size = RegGetValueW(key.Get(), nullptr, L"Size", 0);\nint a = RegGetValueW(key.Get(), nullptr, L"Other", 0);\n|,
+            'tools/settings.txt' => "Level | User | bounded 0 to 50 | 6 | start | Level\n    How much.\n"
+                . "Plan | User | text | 0 | start | Plan\n    Which.\nMute | User | switch | 1 | start | Mute\n    Whether.\n"
+                . "Size | OEM | switch | 0 | start | Size\n    How large.\nOld | OEM | switch | 0 | start | Old\n    Gone.\n",
         },
         found => [
-            'package/administration.md:1: New has no row; add one, or say in tools/rules.d/settings.pl why it has none',
-            'package/administration.md:6: the range of Level is 0 to 60, not 0 to 50',
-            'package/defaults.reg:1: Level is built in as dword:00000006, not dword:00000007',
-            'package/defaults.reg:1: New is missing; add its built-in value',
-            'package/defaults.reg:4: the service loads no Old; remove the line',
-            'package/policies/Holv.admx:1: New has no policy; add one, or say in tools/rules.d/settings.pl why it has none',
-            'package/policies/Holv.admx:1: the policy lets Level be 0 to 50, the service 0 to 60',
-            'package/policies/en-US/Holv.adml:1: the policy Level is explained by "How much. From 0 to 50. Built-in: 6. '
-                . 'Takes effect when the service next starts."; the page and the tables have "How much. From 0 to 60. '
-                . 'Built-in: 6. Takes effect when the service next starts."',
+            'tools/settings.txt:1: Level is bounded 0 to 60 in the service, not bounded 0 to 50',
+            'tools/settings.txt:1: Level is built in as 8, not 6',
+            'tools/settings.txt:1: New is missing; add it, or say in tools/rules.d/settings.pl why not',
+            'tools/settings.txt:1: Other is missing; add it, or say in tools/rules.d/settings.pl why not',
+            'tools/settings.txt:5: Mute is number in the service, not switch',
+            'tools/settings.txt:7: log/size.cpp reads Size from User, not OEM',
+            'tools/settings.txt:9: the service reads no Old; remove it',
+            qq{package/administration.md:8: is nothing, and tools/settings.txt makes "| `Size` | OEM | 0 | 0, 1 | How large. |"; $run},
+            'package/administration.md:1: has no table of settings',
+            "package/defaults.reg:10: is nothing, and tools/settings.txt makes \"\"; $run",
+            qq{package/policies/Holv.admx:31: is "</policies>", and tools/settings.txt makes }
+                . qq{"<policy name="Size" class="Machine" displayName="\$(string.Size)" explainText="\$(string.Size_Help)" }
+                . qq{key="Software\\Orbeq\\Holv\\OEM" valueName="Size">"; $run},
+            qq{package/policies/en-US/Holv.adml:16: is "</stringTable>", and tools/settings.txt makes "<string id="Size">Size</string>"; $run},
         ],
     },
 )
