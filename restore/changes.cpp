@@ -11,7 +11,7 @@ JournaledChange::JournaledChange(Thing thing, const std::optional<ThingValue>& n
     : m_thing(std::move(thing)), m_to(to)
 {
     const LastErrorKeeper kept;
-    if (now) NoteChange(m_thing, *now, to);
+    NoteChange(m_thing, now, to);
 }
 
 bool JournaledChange::Made(bool made) const
@@ -43,9 +43,11 @@ JournaledChange ChangeOfActivePlan(const GUID& plan)
 JournaledChange ChangeOfMute(const std::wstring& id, IAudioEndpointVolume& volume, BOOL muted)
 {
     const LastErrorKeeper kept;
-    // Muting is what never-sleep mode does. It unmutes only where the user wants to hear.
-    const std::optional<ThingValue> now = muted ? PresentMute(volume) : std::nullopt;
-    return {Thing::EndpointMute(id), now, ThingValue(DWORD{muted != FALSE})};
+    const ThingValue to(DWORD{muted != FALSE});
+    // Muting is what never-sleep mode does. It unmutes only where the user wants to hear, which is
+    // no change of the user's.
+    const std::optional<ThingValue> now = muted ? PresentMute(volume) : to;
+    return {Thing::EndpointMute(id), now, to};
 }
 
 // The device cannot be asked for its mode. Before the service's first change it is in normal use.

@@ -13,8 +13,7 @@
 class JournaledChange
 {
 public:
-    // `now` is the present value; a change of a thing that cannot be read is not written down,
-    // because it could not be restored.
+    // `now` is the present value; empty where it cannot be read (NoteChange).
     JournaledChange(Thing thing, const std::optional<ThingValue>& now, const ThingValue& to);
 
     // To be called with whether the change was made. Returns that.

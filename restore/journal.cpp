@@ -19,6 +19,8 @@ bool g_failure_logged = false;
 std::vector<JournalEntry> g_entries;
 // Put back, but perhaps not on the disk yet: written with the entries until SettleJournal.
 std::vector<JournalEntry> g_put_back;
+// What the service has written where it could not read what was there, one value for a thing.
+std::vector<std::pair<Thing, ThingValue>> g_unread;
 
 // --- In the registry ---
 
@@ -120,24 +122,45 @@ void AddWritten(JournalEntry& entry, const ThingValue& value)
     entry.wrote.push_back(value);
 }
 
-}  // namespace
-
-void NoteChange(const Thing& thing, const ThingValue& now, const ThingValue& to)
+// The user's value, as an earlier change has found it.
+std::optional<ThingValue> LastKnown(const Thing& thing)
 {
-    const ScopedLock lock(g_lock);
-    Load();
+    for (const auto* entries : {&g_entries, &g_put_back}) {
+        const auto found = std::ranges::find(*entries, thing, &JournalEntry::thing);
+        if (found != entries->end()) return found->was;
+    }
+    return std::nullopt;
+}
+
+// Whether `now` is the service's own, written where it could not read the user's. To be called when
+// it is about to be changed.
+bool TakeUnread(const Thing& thing, const ThingValue& now)
+{
+    bool own = false;
+    std::erase_if(g_unread, [&](const auto& unread) {
+        if (unread.first != thing) return false;
+        own = unread.second == now;
+        return true;
+    });
+    return own;
+}
+
+// Enters a change into the entries. False when they stay as they are.
+bool Enter(const Thing& thing, const ThingValue& now, const ThingValue& to)
+{
     const auto entry = Find(thing);
     if (entry == g_entries.end()) {
-        if (now == to || g_entries.size() + g_put_back.size() >= kMostEntries ||
+        if (TakeUnread(thing, now) || now == to ||
+            g_entries.size() + g_put_back.size() >= kMostEntries ||
             thing.endpoint.size() > kMostIdLength) {
-            return;
+            return false;
         }
         JournalEntry fresh = TakePutBack(thing).value_or(JournalEntry{thing, now, {}});
         if (fresh.was != now) fresh = {thing, now, {}};
         if (!fresh.Wrote(to)) AddWritten(fresh, to);
         g_entries.push_back(std::move(fresh));
     } else if (now == entry->was || entry->Wrote(now)) {
-        if (to == entry->was || entry->Wrote(to)) return;
+        if (to == entry->was || entry->Wrote(to)) return false;
         AddWritten(*entry, to);
     } else if (now != to) {
         // The user, or a policy, has changed it since: that is now the user's value.
@@ -145,7 +168,21 @@ void NoteChange(const Thing& thing, const ThingValue& now, const ThingValue& to)
     } else {
         g_entries.erase(entry);
     }
-    Save(true);
+    return true;
+}
+
+}  // namespace
+
+void NoteChange(const Thing& thing, const std::optional<ThingValue>& now, const ThingValue& to)
+{
+    const ScopedLock lock(g_lock);
+    Load();
+    if (const std::optional<ThingValue> known = now ? now : LastKnown(thing)) {
+        if (Enter(thing, *known, to)) Save(true);
+    } else {
+        TakeUnread(thing, to);
+        g_unread.emplace_back(thing, to);
+    }
 }
 
 void NoteChanged(const Thing& thing, const ThingValue& value)

@@ -20,7 +20,11 @@ inline constexpr const wchar_t* kJournalValue = L"Journal";
 
 // Writes down, on the disk when it returns, that `thing`, which has the value `now`, is about to
 // get the value `to`. Does nothing where that is no change, or is written down already.
-void NoteChange(const Thing& thing, const ThingValue& now, const ThingValue& to);
+//
+// `now` is empty where it cannot be read. Then what is known already counts: the user's value of an
+// earlier change. Where nothing is known, the change is not written down, as it could not be
+// restored, and its value is not taken for the user's when the service changes it back.
+void NoteChange(const Thing& thing, const std::optional<ThingValue>& now, const ThingValue& to);
 
 // `thing` has the value `value` now: its entry is removed if that is the user's, on the disk with
 // the next SettleJournal.

@@ -156,7 +156,7 @@ void Sweep(std::uint64_t stride, std::uint64_t least,
            const std::function<bool(std::uint64_t place)>& live)
 {
     // One failure is enough in a sample; in a whole sweep, several show what they share.
-    const int most_failing = Variable("HOLV_SWEEP").empty() ? 1 : 20;
+    const int most_failing = Variable("HOLV_SWEEP").empty() ? 1 : 100;
     const auto [first, apart] = PlacesOf(stride);
     std::uint64_t place = first;
     int lives = 0;

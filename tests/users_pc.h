@@ -24,7 +24,8 @@ inline Observations Find(virtual_pc::Machine& pc)
 {
     Observations found = Observe(pc);
     std::erase_if(found, [](const auto& named) {
-        return named.first.starts_with(R"(HKLM\SOFTWARE\Orbeq\Holv\Restore)");
+        return named.first.starts_with(R"(HKLM\SOFTWARE\Orbeq\Holv\Restore)") ||
+               named.first.starts_with(R"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog)");
     });
     // Never-sleep mode leaves its plan with the full processor.
     std::string& most = found["plan Power saver processor-max"];
