@@ -125,3 +125,29 @@ check "a program planted at C:\Program.exe is not started" no \
 check "do-not-disturb ends the helper" gone "$helper_end"
 rm -f "$helper" "$planted"
 for key in "$lync_key" "$oem_key" "$user_key"; do wine_does reg delete "$key" /f >/dev/null; done
+
+# Killed in never-sleep mode, while the plans are kept: the next start restores what is the user's. Wine's
+# service manager does not notice that the process has died, so all of Wine is ended too, as when a PC
+# loses its power. The service starts with the system.
+: >"$installed/powrprof.plans"
+start_service >/dev/null
+raise $active
+check "never-sleep mode has its own plan active" "activate $saver" "$(grep '^activate' "$diary" | tail -n 1)"
+wine_does taskkill /f /im HOLVService.exe >/dev/null
+check "the process can be killed in never-sleep mode" gone "$(until_gone)"
+end_wine
+rm -f "$diary"
+start_wine
+await "HOLVService to be RUNNING" $patience service_is RUNNING || true
+stop_service >/dev/null
+check "the start after a kill restores the user's plan and its values, before it takes control" \
+    "$(
+        for plan in Balanced "$saver"; do
+            each "$plan" away-mode 0 0
+            each "$plan" wake-timers 0 0
+        done
+        each "$saver" brightness 60 20
+        printf "activate $saver\nactivate Balanced\n"
+    )" "$(sed -n '1,/^activate Balanced/p' "$diary")"
+check "and nothing of never-sleep mode is left after it" "$(given_back | tail -n 2)" "$(tail -n 2 "$diary")"
+rm -f "$installed/powrprof.plans"

@@ -3,7 +3,10 @@
 // beside the executable there and is no part of the product.
 //
 // It tells what it is asked in powrprof.log beside the executable: a line for each write and each
-// activation, and at the process's end a line for each value that is not what it was at its start.
+// activation, and at the process's end a line for each value that is not as Windows ships it.
+//
+// Each process finds the plans as Windows ships them, unless there is a file powrprof.plans beside
+// the executable: the plans are kept there, and outlive a process that is killed.
 
 #include <cstdio>
 #include <mutex>
@@ -17,7 +20,7 @@ namespace {
 
 std::mutex g_lock;
 PowerPlans g_plans;
-const PowerPlans g_at_start;
+const PowerPlans g_shipped;
 
 // The path of `name` in the executable's folder, which need not be the current one.
 std::wstring BesideTheExecutable(const wchar_t* name)
@@ -34,6 +37,41 @@ void Tell(const std::wstring& line)
     for (const wchar_t character : line) std::fputc(static_cast<char>(character), log);
     std::fputc('\n', log);
     std::fclose(log);
+}
+
+// A value that a plan has had since; with no setting, the plan that has been active since.
+struct Kept
+{
+    GUID scheme;
+    GUID setting;
+    DWORD source;
+    DWORD value;
+};
+
+constexpr const wchar_t* kKeptPlans = L"powrprof.plans";
+
+void Keep(const Kept& kept)
+{
+    std::FILE* file = _wfopen(BesideTheExecutable(kKeptPlans).c_str(), L"r+b");
+    if (!file) return;
+    std::fseek(file, 0, SEEK_END);
+    std::fwrite(&kept, sizeof(kept), 1, file);
+    std::fclose(file);
+}
+
+void LoadKept()
+{
+    std::FILE* file = _wfopen(BesideTheExecutable(kKeptPlans).c_str(), L"rb");
+    if (!file) return;
+    for (Kept kept{}; std::fread(&kept, sizeof(kept), 1, file) == 1;) {
+        if (IsEqualGUID(kept.setting, GUID_NULL)) {
+            g_plans.Activate(kept.scheme);
+        } else {
+            g_plans.Write(kept.scheme, kept.setting, static_cast<PowerSource>(kept.source),
+                          kept.value);
+        }
+    }
+    std::fclose(file);
 }
 
 const wchar_t* Spell(PowerSource source) { return source == PowerSource::ac ? L" ac " : L" dc "; }
@@ -55,6 +93,7 @@ DWORD Write(PowerSource source, const GUID* scheme, const GUID* subgroup, const 
     const std::lock_guard lock(g_lock);
     if (!StandsUnder(subgroup, *setting)) return ERROR_FILE_NOT_FOUND;
     if (!g_plans.Write(*scheme, *setting, source, value)) return ERROR_FILE_NOT_FOUND;
+    Keep({*scheme, *setting, static_cast<DWORD>(source), value});
     Tell(L"write " + g_plans.Find(*scheme)->name + L": " +
          std::wstring(PowerSettingName(*setting)) + Spell(source) + std::to_wstring(value));
     return ERROR_SUCCESS;
@@ -62,7 +101,7 @@ DWORD Write(PowerSource source, const GUID* scheme, const GUID* subgroup, const 
 
 void TellWhatIsChanged()
 {
-    for (const auto& [guid, before] : g_at_start.all()) {
+    for (const auto& [guid, before] : g_shipped.all()) {
         for (const auto& [setting, values] : before.values) {
             for (const PowerSource source : {PowerSource::ac, PowerSource::dc}) {
                 const DWORD now = *g_plans.Read(guid, setting, source);
@@ -108,6 +147,7 @@ __declspec(dllexport) DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme
 {
     const std::lock_guard lock(g_lock);
     if (!g_plans.Activate(*scheme)) return ERROR_FILE_NOT_FOUND;
+    Keep({*scheme, GUID_NULL, 0, 0});
     Tell(L"activate " + g_plans.active().name);
     return ERROR_SUCCESS;
 }
@@ -148,6 +188,7 @@ __declspec(dllexport) BOOLEAN WINAPI SetSuspendState(BOOLEAN, BOOLEAN, BOOLEAN)
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
 {
+    if (reason == DLL_PROCESS_ATTACH) LoadKept();
     if (reason == DLL_PROCESS_DETACH) TellWhatIsChanged();
     return TRUE;
 }
