@@ -8,7 +8,8 @@ using namespace virtual_pc;
 namespace {
 
 // Sets the fault, for a span when that is not zero.
-Action Set(const ScriptLine& line, const std::string& name, Faults::Fault fault, Duration span = {})
+Action Set(const ScriptLine& line, const std::string& name, const Faults::Fault& fault,
+           Duration span = {})
 {
     const Function* function = Function::Find(name);
     if (!function || function->failing() == Failing::never) {

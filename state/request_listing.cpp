@@ -59,7 +59,7 @@ public:
             Log(6, kLogRequests, L"%s has not ended since the last time", kListRequests);
             return nullptr;
         }
-        const auto listing = std::make_shared<TimedListing>();
+        auto listing = std::make_shared<TimedListing>();
         auto passed = std::make_unique<std::shared_ptr<TimedListing>>(listing);
         const OwnedHandle thread(CreateThread(nullptr, 0, Proc, passed.get(), 0, nullptr));
         if (!thread) {
@@ -68,7 +68,8 @@ public:
             s_reads = false;
             return nullptr;
         }
-        passed.release();
+        // The thread owns it now.
+        static_cast<void>(passed.release());
         return listing;
     }
 

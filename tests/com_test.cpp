@@ -191,7 +191,7 @@ std::wstring Converted(VARIANT value, VARTYPE type)
     if (SUCCEEDED(result)) result = VariantChangeType(&shown, &made, 0, VT_BSTR);
     wchar_t code[12];
     std::swprintf(code, std::size(code), L"%X", static_cast<unsigned>(result));
-    const std::wstring text = FAILED(result) ? code : std::wstring(shown.bstrVal);
+    std::wstring text = FAILED(result) ? code : std::wstring(shown.bstrVal);
     for (VARIANT* each : {&value, &made, &shown}) VariantClear(each);
     return text;
 }

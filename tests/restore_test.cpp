@@ -1,6 +1,7 @@
 // The user gets everything back as it was, whenever and however the service ends: what it finds
 // after the next start, or at once after a stop, is what there was before the first.
 
+#include <array>
 #include <filesystem>
 #include <set>
 
@@ -190,9 +191,9 @@ TEST(RestoreTurnTest, ProgramsStartAndEndAtOnce)
     Machine pc({.free = kRunFree});
     const auto host_path = std::filesystem::path(HOLV_IMAGE).replace_filename("libholvctl.so");
     pc.Install({.host_path = host_path, .path = kCtlPath});
-    std::vector<const Process*> started;
-    for (int i = 0; i < 30; ++i) {
-        started.push_back(pc.StartInstalled(kCtlPath, L"holvctl.exe help"));
+    std::array<const Process*, 30> started{};
+    for (const Process*& program : started) {
+        program = pc.StartInstalled(kCtlPath, L"holvctl.exe help");
     }
     pc.RunFor(1s);
     for (const Process* program : started) {

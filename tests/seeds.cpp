@@ -163,8 +163,8 @@ void Sweep(std::uint64_t stride, std::uint64_t least,
     int failing = 0;
     for (bool found = true; found && failing < most_failing; place += apart, ++lives) {
         const std::string number = std::to_string(place);
-        SCOPED_TRACE("at place " + number + "; repeat: HOLV_SWEEP=" + number + "/1000000 " +
-                     RepeatCommand());
+        SCOPED_TRACE(::testing::Message() << "at place " << number << "; repeat: HOLV_SWEEP="
+                                          << number << "/1000000 " << RepeatCommand());
         const int failures = FailuresSoFar();
         found = live(place);
         if (FailuresSoFar() > failures) ++failing;

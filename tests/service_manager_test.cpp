@@ -405,7 +405,7 @@ TEST_F(ServiceManagerTest, AnnouncementsComeLateDoubledAndMerged)
             for (value = 6; value < 8; ++value) pc.announcer.SettingChanged(known);
         }
         pc.RunFor(soon);
-        const std::string told = m_probe.told;
+        std::string told = m_probe.told;
         pc.announcer.delivery = {};
         Stop();
         pc.RunFor(1h);

@@ -45,7 +45,10 @@ inline std::string Differences(const Observations& before, const Observations& a
     for (const auto& [name, value] : before) {
         const auto now = after.find(name);
         const std::string found = now == after.end() ? "gone" : now->second;
-        if (found != value) differences += name + " was " + value + ", is " + found + "\n";
+        if (found != value) {
+            differences.append(name).append(" was ").append(value);
+            differences.append(", is ").append(found).append("\n");
+        }
     }
     return differences;
 }
