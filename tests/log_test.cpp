@@ -380,28 +380,28 @@ class EventSourceTest : public LogTest
 {
 };
 
-constexpr const wchar_t* kSourceKey =
+constexpr const wchar_t* kEventSourceKey =
     LR"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orbeq( R ) HOLV)";
 
 TEST_F(EventSourceTest, TheSourceIsRegisteredWithItsMessageFile)
 {
     const std::wstring executable = Image{}.path;
     RunAsProcess([] { InstallEventLogSource(0); });
-    EXPECT_FALSE(pc.registry.Get(kSourceKey, L"CategoryCount").has_value());
-    EXPECT_FALSE(pc.registry.Get(kSourceKey, L"CategoryMessageFile").has_value());
+    EXPECT_FALSE(pc.registry.Get(kEventSourceKey, L"CategoryCount").has_value());
+    EXPECT_FALSE(pc.registry.Get(kEventSourceKey, L"CategoryMessageFile").has_value());
 
     RunAsProcess([] { InstallEventLogSource(1); });
-    EXPECT_EQ(pc.registry.GetDword(kSourceKey, L"TypesSupported"), 7u);
-    EXPECT_EQ(pc.registry.GetDword(kSourceKey, L"CategoryCount"), 1u);
+    EXPECT_EQ(pc.registry.GetDword(kEventSourceKey, L"TypesSupported"), 7u);
+    EXPECT_EQ(pc.registry.GetDword(kEventSourceKey, L"CategoryCount"), 1u);
     for (const wchar_t* name : {L"EventMessageFile", L"CategoryMessageFile"}) {
-        const auto value = pc.registry.Get(kSourceKey, name);
+        const auto value = pc.registry.Get(kEventSourceKey, name);
         ASSERT_TRUE(value.has_value());
         EXPECT_EQ(value->type, REG_EXPAND_SZ);
         EXPECT_EQ(value->data.size(), (executable.size() + 1) * sizeof(wchar_t));
-        EXPECT_EQ(pc.registry.GetString(kSourceKey, name), executable);
+        EXPECT_EQ(pc.registry.GetString(kEventSourceKey, name), executable);
     }
     EXPECT_EQ(Debug().back().text,
-              L"EventSource (" + std::wstring(kSourceKey + 5) + L") is registered\n");
+              L"EventSource (" + std::wstring(kEventSourceKey + 5) + L") is registered\n");
 
     pc.faults.Set("RegCreateKeyW", {.error = 5});
     RunAsProcess([] { InstallEventLogSource(1); });

@@ -22,7 +22,7 @@ namespace {
 
 constexpr const wchar_t* kProgram = LR"(C:\Probe.exe)";
 constexpr const wchar_t* kProbeKey = LR"(HKLM\Software\Probe)";
-constexpr const wchar_t* kFile = LR"(C:\ProgramData\probe.txt)";
+constexpr const wchar_t* kTraceFile = LR"(C:\ProgramData\probe.txt)";
 
 void SetValue(const wchar_t* name, DWORD value)
 {
@@ -35,7 +35,8 @@ void SetValue(const wchar_t* name, DWORD value)
 void LeaveTrace()
 {
     SetValue(L"Trace", 1);
-    const OwnedFile file(CreateFileW(kFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    const OwnedFile file(
+        CreateFileW(kTraceFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
     DWORD written = 0;
     WriteFile(file.Get(), "x", 1, &written, nullptr);
 }
@@ -140,7 +141,7 @@ protected:
     void ExpectNoTrace()
     {
         EXPECT_FALSE(pc.registry.HasKey(kProbeKey));
-        EXPECT_FALSE(pc.disk.Read(kFile));
+        EXPECT_FALSE(pc.disk.Read(kTraceFile));
         EXPECT_TRUE(pc.handles.List().empty());
         EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
     }
@@ -228,7 +229,8 @@ int WritesAndWaits()
 {
     SetValue(L"Old", 1);
     Sleep(61'000);
-    const OwnedFile file(CreateFileW(kFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    const OwnedFile file(
+        CreateFileW(kTraceFile, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
     for (DWORD i = 1; i <= 6; ++i) {
         SetValue(L"Step", i);
         Append(file.Get(), static_cast<char>('0' + i));
@@ -263,7 +265,7 @@ TEST(PowerCutTest, AFirstPartOfWhatWasWrittenStaysAndAllThatWasFlushed)
 
         EXPECT_EQ(pc.registry.GetDword(kProbeKey, L"Old"), 1u) << "older than a minute";
         const DWORD step = pc.registry.GetDword(kProbeKey, L"Step").value_or(0);
-        const std::string file = pc.disk.Read(kFile).value_or("");
+        const std::string file = pc.disk.Read(kTraceFile).value_or("");
         EXPECT_GE(step, 3u) << "seed " << seed;
         EXPECT_GE(file.size(), 3u) << "seed " << seed;
         EXPECT_TRUE(std::string("123456").starts_with(file)) << file;

@@ -14,8 +14,6 @@ namespace {
 
 // Codes that only this file returns.
 constexpr DWORD kErrorNoMoreItems = 259;
-constexpr DWORD kErrorNoAccess = 998;
-constexpr DWORD kErrorInvalidUserBuffer = 1784;
 constexpr CONFIGRET kInvalidPointer = 0x03;
 constexpr CONFIGRET kInvalidFlag = 0x04;
 constexpr CONFIGRET kInvalidDevice = 0x05;
@@ -104,7 +102,7 @@ BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA
     const auto* set = call.Find<DeviceInfoSet>(handle);
     if (!set) return FALSE;
     if (!device) return call.Fail(ERROR_INVALID_PARAMETER);
-    if (device->cbSize != sizeof(*device)) return call.Fail(kErrorInvalidUserBuffer);
+    if (device->cbSize != sizeof(*device)) return call.Fail(ERROR_INVALID_USER_BUFFER);
     if (index >= set->devices.size()) return call.Fail(kErrorNoMoreItems);
     *device = {
         .cbSize = sizeof(*device), .ClassGuid = {}, .DevInst = set->devices[index], .Reserved = 0};
@@ -147,7 +145,7 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO handle,
     if (!found) return FALSE;
     if (device) return call.Fail(ERROR_INVALID_PARAMETER);
     if (detail ? detail->cbSize != sizeof(*detail) : size != 0) {
-        return call.Fail(kErrorInvalidUserBuffer);
+        return call.Fail(ERROR_INVALID_USER_BUFFER);
     }
     const std::size_t path_size = (found->path.size() + 1) * sizeof(wchar_t);
     const std::size_t needed = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + path_size;
@@ -179,7 +177,7 @@ BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD input
     if (!returned) {
         // Windows always writes the count, so a null pointer would end the program.
         call.machine.NoteMisuse("DeviceIoControl without a place for the count of bytes returned");
-        return call.Fail(kErrorNoAccess);
+        return call.Fail(ERROR_NOACCESS);
     }
     *returned = 0;
     if (call.Fails()) return FALSE;

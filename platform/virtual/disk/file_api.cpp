@@ -34,7 +34,6 @@ constexpr DWORD kErrorSharingViolation = 32;
 constexpr DWORD kErrorInvalidName = 123;
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
-constexpr DWORD kErrorInvalidUserBuffer = 1784;
 constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
 
 constexpr const wchar_t* kProgramData = LR"(C:\ProgramData)";
@@ -369,7 +368,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
     if (!target) return FALSE;
     if (!target->MayWrite()) return call.Fail(ERROR_ACCESS_DENIED);
     if (size == 0) return TRUE;
-    if (!data) return call.Fail(kErrorInvalidUserBuffer);
+    if (!data) return call.Fail(ERROR_INVALID_USER_BUFFER);
     const DWORD error = target->Write(call.machine, call.thread, bytes, *written);
     return error == NO_ERROR ? TRUE : call.Fail(error);
 }

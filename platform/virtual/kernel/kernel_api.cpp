@@ -120,7 +120,6 @@ DWORD VersionTold(const Machine& machine)
     return machine.AtLeast(kWindows81) ? kWindows8 : machine.os_version.load();
 }
 
-constexpr DWORD kErrorNoAccess = 998;
 constexpr DWORD kMostSlots = 1088;  // of thread-local storage, in a process
 
 Function fn_create_event{"CreateEventW"};
@@ -179,7 +178,7 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
     if (call.Fails()) return FALSE;
     Timer* timer = call.Find<Timer>(handle);
     if (!timer) return FALSE;
-    if (!due) return call.Fail(kErrorNoAccess);
+    if (!due) return call.Fail(ERROR_NOACCESS);
     if (period < 0) return call.Fail(ERROR_INVALID_PARAMETER);
     const Duration time{due->QuadPart};
     // The machine has no time zone: its UTC is its local time.

@@ -17,7 +17,6 @@ namespace {
 
 // Codes that only this file returns.
 constexpr LSTATUS kErrorBadPathname = 161;
-constexpr LSTATUS kErrorNoAccess = 998;
 constexpr LSTATUS kErrorKeyDeleted = 1018;
 constexpr LSTATUS kErrorDatatypeMismatch = 1629;
 
@@ -282,7 +281,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
 {
     Call call(fn_reg_set_value_ex);
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
-    if (!data && size > 0) return kErrorNoAccess;
+    if (!data && size > 0) return ERROR_NOACCESS;
     if (name && std::wcslen(name) > kLongestValueName) return ERROR_INVALID_PARAMETER;
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_SET_VALUE)) return error;

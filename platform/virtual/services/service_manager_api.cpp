@@ -35,7 +35,7 @@ public:
 
 // Codes that only this file returns.
 constexpr DWORD kErrorInvalidAddress = 487;
-constexpr DWORD kErrorServerUnavailable = 1722;  // only this PC's manager can be opened
+constexpr DWORD kErrorNoSuchServer = 1722;  // only this PC's manager can be opened
 
 Function fn_open_manager{"OpenSCManagerW"};
 Function fn_open_service{"OpenServiceW"};
@@ -86,7 +86,7 @@ SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access)
     Call call(fn_open_manager);
     if (call.Fails()) return nullptr;
     DWORD error = NO_ERROR;
-    if (machine && *machine) error = kErrorServerUnavailable;
+    if (machine && *machine) error = kErrorNoSuchServer;
     if (database && !SameName(database, L"ServicesActive")) error = ERROR_INVALID_NAME;
     call.thread.last_error = error;
     if (error) return nullptr;

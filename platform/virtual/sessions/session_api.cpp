@@ -13,10 +13,9 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr const wchar_t* kSystem = L"SYSTEM";
+constexpr const wchar_t* kLocalSystem = L"SYSTEM";
 constexpr DWORD kDebugPrivilege = 20;
 constexpr DWORD kNoSession = 0xFFFFFFFF;
-constexpr DWORD kErrorNoAccess = 998;
 
 class Token final : public Object
 {
@@ -113,7 +112,7 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* environment, HANDLE token, BOOL inher
     const auto add = [&](const std::vector<std::wstring>& variables) {
         for (const std::wstring& variable : variables) block += variable + L'\0';
     };
-    if (inherit) add(EnvironmentOf(kSystem));
+    if (inherit) add(EnvironmentOf(kLocalSystem));
     add(EnvironmentOf(whose ? whose->user : L""));
     block += L'\0';
     *environment = Allocate(call, block.size() * sizeof(wchar_t), "environment block");
@@ -154,7 +153,7 @@ BOOL WINAPI CreateProcessAsUserW(HANDLE token, LPCWSTR application, LPWSTR comma
         return call.Fail(ERROR_INVALID_PARAMETER);
     }
     launch.environment =
-        environment ? Texts(static_cast<const wchar_t*>(environment)) : EnvironmentOf(kSystem);
+        environment ? Texts(static_cast<const wchar_t*>(environment)) : EnvironmentOf(kLocalSystem);
     launch.desktop = startup->lpDesktop ? startup->lpDesktop : L"";
     launch.startup_flags = startup->dwFlags;
     launch.show = startup->wShowWindow;
@@ -224,7 +223,7 @@ BOOL WINAPI AdjustTokenPrivileges(HANDLE handle, BOOL disableAll, PTOKEN_PRIVILE
     const Token* token = call.Find<Token>(handle);
     if (!token) return FALSE;
     if (!token->Allows(TOKEN_ADJUST_PRIVILEGES)) return call.Fail(ERROR_ACCESS_DENIED);
-    if (!disableAll && !state) return call.Fail(kErrorNoAccess);
+    if (!disableAll && !state) return call.Fail(ERROR_NOACCESS);
     const bool has = token->process && !token->process->launch &&
                      call.machine.session.service_has_debug_privilege;
     call.thread.last_error = ERROR_SUCCESS;
