@@ -15,6 +15,8 @@ check "the packaged program does nothing on another vendor's processor" "1 witho
 size=$(stat -c %s "$product")
 check "the packaged program is smaller than 1.5 MiB" yes \
     "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"
+# The client's check has left its settings.
+wine_does reg delete "$user_key" /f >/dev/null
 wine_does reg import "$(dirname "$product")/defaults.reg" >/dev/null
 look_at "$user_key"
 check "its file of built-in settings sets nothing as it is" "" "$(value DoNotDisturbStart)"

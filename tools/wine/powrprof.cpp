@@ -64,7 +64,7 @@ void LoadKept()
     std::FILE* file = _wfopen(BesideTheExecutable(kKeptPlans).c_str(), L"rb");
     if (!file) return;
     for (Kept kept{}; std::fread(&kept, sizeof(kept), 1, file) == 1;) {
-        if (IsEqualGUID(kept.setting, GUID_NULL)) {
+        if (IsEqualGUID(kept.setting, GUID{})) {
             g_plans.Activate(kept.scheme);
         } else {
             g_plans.Write(kept.scheme, kept.setting, static_cast<PowerSource>(kept.source),
@@ -147,7 +147,7 @@ __declspec(dllexport) DWORD WINAPI PowerSetActiveScheme(HKEY, const GUID* scheme
 {
     const std::lock_guard lock(g_lock);
     if (!g_plans.Activate(*scheme)) return ERROR_FILE_NOT_FOUND;
-    Keep({*scheme, GUID_NULL, 0, 0});
+    Keep({*scheme, GUID{}, 0, 0});
     Tell(L"activate " + g_plans.active().name);
     return ERROR_SUCCESS;
 }
