@@ -308,6 +308,16 @@ TEST(PowerCutTest, AtACallItTakesTheCallAndAllAfterItAway)
 
 // --- Slow functions ---
 
+// Runs body(1) in one program and, if wanted, body(2) in another, to their ends.
+void LiveSideBySide(Machine& pc, const std::function<int(int)>& body, bool with_other)
+{
+    const Process& first = pc.Start([&] { return body(1); });
+    pc.Install(kProgram, [&] { return body(2); });
+    if (with_other) pc.StartInstalled(kProgram, kProgram);
+    pc.RunUntilEnd(first);
+    pc.RunFor(1h);
+}
+
 // When each of two threads has got the tick count five times, by the threads' numbers.
 std::map<int, std::vector<Instant>> TimesOfCalls(const std::function<void(Machine&)>& set_up,
                                                  bool with_other)
@@ -327,11 +337,7 @@ std::map<int, std::vector<Instant>> TimesOfCalls(const std::function<void(Machin
         }
         return 0;
     };
-    const Process& first = pc.Start([&] { return body(1); });
-    pc.Install(kProgram, [&] { return body(2); });
-    if (with_other) pc.StartInstalled(kProgram, kProgram);
-    pc.RunUntilEnd(first);
-    pc.RunFor(1h);
+    LiveSideBySide(pc, body, with_other);
     return times;
 }
 
@@ -382,11 +388,7 @@ std::map<int, std::string> StruckCalls(const std::function<void(Machine&)>& set_
         }
         return 0;
     };
-    const Process& first = pc.Start([&] { return body(1); });
-    pc.Install(kProgram, [&] { return body(2); });
-    if (with_other) pc.StartInstalled(kProgram, kProgram);
-    pc.RunUntilEnd(first);
-    pc.RunFor(1h);
+    LiveSideBySide(pc, body, with_other);
     return struck;
 }
 

@@ -11,8 +11,9 @@
 
 namespace virtual_pc {
 
-// The full name of a kernel object: that of one session, unless it begins with "Global\". Empty for
-// an object without a name; nothing, with the last error set, for a name with another backslash.
+// The full name of a kernel object: with the calling process's session before it, unless it begins
+// with "Global\". Empty for an object without a name; nothing, with the last error set, for a name
+// with another backslash.
 inline std::optional<std::wstring> NameInSession(Call& call, LPCWSTR given)
 {
     std::wstring_view name = given ? given : L"";
