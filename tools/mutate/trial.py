@@ -1,0 +1,145 @@
+"""Runs the tests on faults."""
+
+import concurrent.futures
+import os
+import pathlib
+import re
+import resource
+import subprocess
+import tempfile
+import time
+
+import workshop
+
+REACHED_BYTES = 8 + 4096
+BATCH_SECONDS = 2.0  # how long the tests of one process take together
+SLOW_SECONDS = 4.0  # tests that take longer run only where asked for
+
+
+def suites_of(folder):
+    """The suites of the tests that bear on a folder."""
+    for line in (workshop.ROOT / 'tests/bears_on.txt').read_text().splitlines():
+        if line.startswith(f'{folder}:'):
+            names = set()
+            for file in line.split(':')[1].split():
+                text = (workshop.ROOT / f'tests/{file}_test.cpp').read_text()
+                names.update(re.findall(r'^TEST(?:_F|_P)?\((\w+),', text, re.MULTILINE))
+            return names
+    raise SystemExit(f'mutate: {folder} has no line in tests/bears_on.txt')
+
+
+def tests_of(folder):
+    """The full names of these tests."""
+    listed = workshop.run([workshop.TESTS, '--gtest_list_tests'])
+    suites = suites_of(folder)
+    tests, suite = [], ''
+    for line in listed.splitlines():
+        name = line.split('#')[0].rstrip()
+        if not line.startswith(' '):
+            suite = name if name.rstrip('.').split('/')[-1] in suites or \
+                name.rstrip('.').split('/')[0] in suites else ''
+        elif suite:
+            tests.append(suite + name.strip())
+    return tests
+
+
+class Run:
+    """One process of tests."""
+
+    def __init__(self, tests, seconds, **variables):
+        # The processor time is a last resort, for loops without a question in them.
+        limit = int(60 + 20 * seconds)
+        self.seconds = 0.0
+        started = time.monotonic()
+        with tempfile.TemporaryDirectory() as folder:
+            try:
+                done = subprocess.run(
+                    [workshop.TESTS, f'--gtest_filter={":".join(tests)}', '--gtest_fail_fast'],
+                    env={**os.environ, **variables}, cwd=folder, text=True, errors='replace',
+                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=10 * limit, check=False,
+                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (limit, limit)))
+                self.output, self.code = done.stdout, done.returncode
+            except subprocess.TimeoutExpired as error:
+                self.output, self.code = (error.stdout or b'').decode(errors='replace'), -1
+        self.seconds = time.monotonic() - started
+
+    def failed_test(self):
+        failed = re.findall(r'^\[  FAILED  \] ([\w/.]+)', self.output, re.MULTILINE)
+        began = re.findall(r'^\[ RUN      \] ([\w/.]+)', self.output, re.MULTILINE)
+        return failed[0] if failed else began[-1] if began else 'the start'
+
+    def message(self):
+        """What the failing test says first."""
+        found = re.search(r': Failure\n(.*?)\n(?:\n|\[)', self.output, re.DOTALL)
+        return ' '.join((found[1] if found else self.output[-300:]).split())[:300]
+
+
+class Test:
+    def __init__(self, name, run, bits):
+        self.name = name
+        self.seconds = run.seconds
+        self.questions = int.from_bytes(bits[:8], 'little')
+        self.reached = {number for number, bit in enumerate(bits[8:]) if bit}
+
+
+class Trial:
+    """The tests of a folder, and which faults of the present build each of them reaches."""
+
+    def __init__(self, folder, workers, slow):
+        self.slow = slow
+        self.pool = concurrent.futures.ThreadPoolExecutor(workers)
+        self.names = tests_of(folder)
+        self.too_slow = set()
+        self.tests = []
+
+    def record(self):
+        """Runs each test once, without a fault. One that fails is of no use."""
+        self.tests = []
+        names = [name for name in self.names if name not in self.too_slow]
+        for test in self.pool.map(self.record_one, names):
+            if test and (self.slow or test.seconds <= SLOW_SECONDS):
+                self.tests.append(test)
+            elif test:
+                self.too_slow.add(test.name)
+        self.tests.sort(key=lambda test: test.seconds)
+        return len(self.tests)
+
+    def record_one(self, name):
+        with tempfile.NamedTemporaryFile() as reached:
+            reached.write(bytes(REACHED_BYTES))
+            reached.flush()
+            run = Run([name], 10, HOLV_FAULTS_REACHED=reached.name)
+            bits = pathlib.Path(reached.name).read_bytes()
+        if run.code:
+            print(f'  left out, because it fails without a fault: {name}', flush=True)
+            return None
+        return Test(name, run, bits)
+
+    def batches(self, tests):
+        batch, seconds = [], 0.0
+        for test in tests:
+            if batch and seconds + test.seconds > BATCH_SECONDS:
+                yield batch
+                batch, seconds = [], 0.0
+            batch.append(test)
+            seconds += test.seconds
+        if batch:
+            yield batch
+
+    def try_fault(self, fault):
+        """The result of a fault: which test noticed it, and what it said."""
+        if fault.at_build:
+            tests, variables = self.tests, {}
+        else:
+            tests = [test for test in self.tests if fault.id in test.reached]
+            variables = {'HOLV_FAULT': str(fault.id)}
+        if not tests:
+            return {'result': 'unreached'}
+        for batch in self.batches(tests):
+            if not fault.at_build:
+                most = 10 * sum(test.questions for test in batch) + 100000
+                variables['HOLV_FAULT_QUESTIONS'] = str(most)
+            run = Run([test.name for test in batch], sum(test.seconds for test in batch), **variables)
+            if run.code:
+                return {'result': 'noticed', 'by': run.failed_test(), 'says': run.message()}
+        return {'result': 'survived', 'tests': len(tests)}
