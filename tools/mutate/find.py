@@ -38,6 +38,7 @@ class Fault:
     old: str
     new: str
     line: int
+    column: int
     at_build: bool = False  # in what the compiler computes: needs a build of its own
     statement: bool = False  # `start` to `end` is a whole statement, with its semicolon
     id: int = 0
@@ -49,7 +50,7 @@ class Fault:
     @property
     def name(self):
         """The same from run to run, as long as the line stays where it is."""
-        return f'{self.line} {self.kind}: {self.change}'
+        return f'{self.line}:{self.column} {self.kind}: {self.change}'
 
 
 class Finder:
@@ -89,9 +90,12 @@ class Finder:
             end = semicolon.end()
         old = self.source(start, end)
         if old != new and end > start:
-            line = self.text.count(b'\n', 0, start) + 1
-            fault = Fault(kind, start, end, old, new, line, at_build, statement)
+            fault = Fault(kind, start, end, old, new, *self.place(start), at_build, statement)
             self.faults.setdefault((start, end, new), fault)
+
+    def place(self, offset):
+        """Line and column, from 1."""
+        return self.text.count(b'\n', 0, offset) + 1, offset - self.text.rfind(b'\n', 0, offset)
 
     # --- The walk ---
 
@@ -236,10 +240,9 @@ class Finder:
         between = self.source(first.extent.end.offset, second.extent.start.offset)
         if between.strip() != ';' or not self.source(end, end + 1) == ';':
             return
-        line = self.text.count(b'\n', 0, start) + 1
-        new = f'{self.of(second)}; {self.of(first)};'
-        self.faults[(start, end + 1, new)] = Fault('order', start, end + 1, self.source(start, end + 1),
-                                                   new, line, statement=True)
+        old, new = self.source(start, end + 1), f'{self.of(second)}; {self.of(first)};'
+        self.faults[(start, end + 1, new)] = Fault('order', start, end + 1, old, new, *self.place(start),
+                                                   statement=True)
 
 
 def bare(node):

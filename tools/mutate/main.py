@@ -29,6 +29,7 @@ def arguments():
     parser.add_argument('--minutes', type=float, help='try no further fault after so many')
     parser.add_argument('--builds', type=int, default=4,
                         help='how many faults of a file are tried that need a build of their own (4)')
+    parser.add_argument('--sample', type=int, help='try so many faults of each file, the same every time')
     parser.add_argument('--slow', action='store_true',
                         help=f'also run the tests that take more than {trial.SLOW_SECONDS:.0f} s')
     parser.add_argument('--again', action='store_true', help='try survivors again')
@@ -77,11 +78,14 @@ class Campaign:
         return self.until is not None and time.monotonic() > self.until
 
     def try_file(self, file, lines=None):
-        faults = find.find(workshop.TREE / file, self.shop.arguments(file))
+        faults = find.find(workshop.ROOT / file, self.shop.arguments(file))
         known = results.Results(file)
         if self.options.again:
             known.faults = {n: r for n, r in known.faults.items() if r['result'] == 'noticed'}
-        due = [f for f in faults if f.name not in known.faults and (not lines or f.line in lines)]
+        chosen = [f for f in faults if not lines or f.line in lines]
+        if self.options.sample:
+            chosen = sampled(chosen, self.options.sample)
+        due = [f for f in chosen if f.name not in known.faults]
         if not due:
             return known
         started = time.monotonic()
@@ -143,7 +147,7 @@ def main():
     shop = workshop.Workshop()
     if options.list:
         for file in work:
-            for fault in find.find(workshop.TREE / file, shop.arguments(file)):
+            for fault in find.find(workshop.ROOT / file, shop.arguments(file)):
                 print(f'{file}:{fault.name}')
         return 0
     campaign = Campaign(options, shop)
@@ -154,7 +158,7 @@ def main():
             print(f'mutate: no time was left for {file}')
             continue
         done = campaign.try_file(file, lines)
-        tried = {n: r for n, r in done.faults.items() if not lines or int(n.split()[0]) in lines}
+        tried = {n: r for n, r in done.faults.items() if not lines or int(n.split(':')[0]) in lines}
         left += len(results.survivors(file, tried, known))
     print(results.table())
     print(f'{left} survive without a reason')

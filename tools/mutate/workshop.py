@@ -1,4 +1,4 @@
-"""The copy of the tree in which faults are built."""
+"""The copy of the debug build in which faults are built."""
 
 import fcntl
 import json
@@ -6,18 +6,21 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 
 import schema
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HOME = ROOT / 'build/mutate'
-TREE = HOME / 'tree'
-BUILD = TREE / 'build/debug'
+PLAIN = ROOT / 'build/debug'
+# As long a name as that of the plain build, whose path is in the test programs.
+BUILD = ROOT / 'build/fault'
 TESTS = BUILD / 'tests/service_tests'
 TARGETS = ['HOLVService', 'holvctl', 'service_tests']
-# Other builds on the same host can be told to wait, and this one for them: "flock FILE", "nice".
-BUILDS_UNDER = shlex.split(os.environ.get('HOLV_BUILDS_UNDER', ''))
+OUTPUTS = ['libHOLVService.so', 'libholvctl.so', 'tests/service_tests']
+# Other builds on the same host can be told to wait, and the build for them: "flock FILE", "nice".
+BUILD_UNDER = shlex.split(os.environ.get('HOLV_BUILD_UNDER', ''))
 
 
 class DoesNotBuild(Exception):
@@ -32,59 +35,64 @@ def run(command, **options):
 
 
 def shell(commands):
-    return run([*BUILDS_UNDER, 'bash', '-c', 'set -e\n' + '\n'.join(commands)], cwd=BUILD)
+    return run(['bash', '-c', 'set -e\n' + '\n'.join(commands)], cwd=BUILD)
 
 
 class Workshop:
-    """Holds the lock of the copy while it lives."""
+    """Builds what is missing of the plain build, and holds a copy of it. Never writes into the tree:
+    a source file with faults lies in build/mutate/source."""
 
     def __init__(self):
-        TREE.mkdir(parents=True, exist_ok=True)
-        self.lock = open(HOME / 'lock', 'w')
+        HOME.mkdir(parents=True, exist_ok=True)
+        self.lock = open(HOME / 'lock', 'w', encoding='utf-8')
         try:
             fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
             raise SystemExit('mutate: another run works in build/mutate') from None
-        self.synchronize()
-        if not (BUILD / 'build.ninja').exists():
-            run(['cmake', '--preset', 'debug'], cwd=TREE)
-        run([*BUILDS_UNDER, 'cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=TREE)
+        if not (PLAIN / 'build.ninja').exists():
+            run(['cmake', '--preset', 'debug'], cwd=ROOT)
+        run([*BUILD_UNDER, 'cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=ROOT)
+        # Links to the files, so that the plain build may go on: a compiler writes a new file.
+        shutil.rmtree(BUILD, ignore_errors=True)
+        run(['cp', '-al', PLAIN, BUILD])
         self.runtime = HOME / 'runtime.o'
         shell([f'c++ -std=c++20 -O1 -fPIC -c {ROOT}/tools/mutate/runtime.cpp -o {self.runtime}'])
         self.links = [self.link_of(target) for target in TARGETS]
-        self.commands = json.loads((BUILD / 'compile_commands.json').read_text())
-
-    def synchronize(self):
-        """Copies what differs, with a new time, so that the build sees it: also after a fault."""
-        files = run(['git', 'ls-files', '-z', '--cached', '--others', '--exclude-standard'], cwd=ROOT)
-        present = '\0'.join(f for f in files.split('\0') if f and (ROOT / f).is_file())
-        run(['rsync', '-rlpc', '--from0', '--files-from=-', f'{ROOT}/', f'{TREE}/'], input=present)
-        kept = set(present.split('\0'))
-        for path in TREE.rglob('*.cpp'):
-            name = str(path.relative_to(TREE))
-            if name not in kept and not name.startswith('build/'):
-                path.unlink()
+        self.commands = json.loads((PLAIN / 'compile_commands.json').read_text())
 
     def link_of(self, target):
         """The command that links a target, with the runtime."""
-        last = run(['ninja', '-t', 'commands', target], cwd=BUILD).strip().split('\n')[-1]
-        return re.sub(r'( -o \S+)', rf'\1 {self.runtime}', last, count=1)
+        command = run(['ninja', '-t', 'commands', target], cwd=PLAIN).strip().split('\n')[-1]
+        return re.sub(r'( -o \S+)', rf'\1 {self.runtime}', command.replace(str(PLAIN), str(BUILD)), count=1)
 
     def compilations(self, file):
-        return [e for e in self.commands if e['file'] == str(TREE / file)]
+        """(command, object) of each target that has the file in it."""
+        for entry in self.commands:
+            if entry['file'] == str(ROOT / file):
+                made = re.search(r' -o (\S+)', entry['command'])[1]
+                yield entry['command'].replace(f'-c {ROOT}/{file}', f'-c {HOME}/source/{file}'), BUILD / made
 
     def arguments(self, file):
         """What the compiler is told, for libclang."""
-        entry = self.compilations(file)[0]
-        return [a for a in shlex.split(entry['command'].replace('\\"', '\\"'))
-                if a.startswith(('-D', '-I', '-std'))]
+        command, _ = next(self.compilations(file))
+        return [a for a in shlex.split(command) if a.startswith(('-D', '-I', '-std'))]
 
     def build(self, file, text):
         """Compiles and links the copy with this text of a file, without the warnings it may have."""
-        (TREE / file).write_text(text)
-        compile_commands = [e['command'] + ' -w' for e in self.compilations(file)]
-        shell(compile_commands)
+        source = HOME / 'source' / file
+        source.parent.mkdir(parents=True, exist_ok=True)
+        source.write_text(text)
+        compilations = list(self.compilations(file))
+        for _, made in compilations:
+            if not made.with_suffix('.whole').exists():
+                made.rename(made.with_suffix('.whole'))
+            made.unlink(missing_ok=True)
+        shell([f'{command} -w' for command, _ in compilations])
+        for output in OUTPUTS:
+            (BUILD / output).unlink(missing_ok=True)
         shell(self.links)
+        program = TESTS.read_bytes()
+        TESTS.write_bytes(program.replace(b'/build/debug/libHOLV', b'/build/fault/libHOLV'))
 
     def build_schema(self, file, faults):
         """Builds all faults of a file at once. Those that cannot stand beside the code they replace
@@ -101,7 +109,7 @@ class Workshop:
         raise SystemExit(f'mutate: the faults of {file} do not build')
 
     def set_apart(self, file, lines, faults, errors):
-        numbers = [int(n) for n in re.findall(rf'{re.escape(file)}:(\d+):\d+: error', errors)]
+        numbers = [int(n) for n in re.findall(rf'{re.escape(file)}:(\d+):\d+:', errors)]
         apart = set()
         for number in numbers:
             for line in lines[max(0, number - 5):number][::-1]:
@@ -118,5 +126,7 @@ class Workshop:
         self.build(file, schema.with_fault((ROOT / file).read_bytes(), fault))
 
     def restore(self, file):
-        """The file as it is, built again."""
-        (TREE / file).write_bytes((ROOT / file).read_bytes())
+        """The object of the file without faults, for the next one's build."""
+        for _, made in self.compilations(file):
+            if made.with_suffix('.whole').exists():
+                made.with_suffix('.whole').rename(made)
