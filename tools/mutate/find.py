@@ -260,8 +260,5 @@ def kind_of(argument):
 
 
 def find(path, arguments):
-    """The faults of a file, in the order of their places, numbered from 1."""
-    faults = sorted(Finder(path, arguments).faults.values(), key=lambda f: (f.start, -f.end, f.new))
-    for number, fault in enumerate(faults, 1):
-        fault.id = number
-    return faults
+    """The faults of a file, in the order of their places."""
+    return sorted(Finder(path, arguments).faults.values(), key=lambda f: (f.start, -f.end, f.new))

@@ -66,69 +66,67 @@ def sampled(faults, count):
 
 
 class Campaign:
-    """The faults of some files, one file after the other."""
+    """The faults of some files."""
 
-    def __init__(self, options, shop):
+    def __init__(self, options, shop, work):
         self.options = options
         self.shop = shop
-        self.trials = {}
         self.until = time.monotonic() + 60 * options.minutes if options.minutes else None
+        self.faults = {file: find.find(workshop.ROOT / file, shop.arguments(file)) for file in work}
+        self.known = {file: results.Results(file) for file in work}
+        self.due = {file: self.due_of(file, lines) for file, lines in work.items()}
+        # A file of which nothing is due is built as it is.
+        self.faults = {file: faults for file, faults in self.faults.items() if self.due[file]}
+        for number, fault in enumerate((f for faults in self.faults.values() for f in faults), 1):
+            fault.id = number
+
+    def due_of(self, file, lines):
+        known = self.known[file].faults
+        if self.options.again:
+            known = {n: r for n, r in known.items() if r['result'] == 'noticed'}
+        chosen = [f for f in self.faults[file] if not lines or f.line in lines]
+        if self.options.sample:
+            chosen = sampled(chosen, self.options.sample)
+        return [f for f in chosen if f.name not in known]
 
     def over(self):
         return self.until is not None and time.monotonic() > self.until
 
-    def try_file(self, file, lines=None):
-        faults = find.find(workshop.ROOT / file, self.shop.arguments(file))
-        known = results.Results(file)
-        if self.options.again:
-            known.faults = {n: r for n, r in known.faults.items() if r['result'] == 'noticed'}
-        chosen = [f for f in faults if not lines or f.line in lines]
-        if self.options.sample:
-            chosen = sampled(chosen, self.options.sample)
-        due = [f for f in chosen if f.name not in known.faults]
-        if not due:
-            return known
-        started = time.monotonic()
-        self.shop.build_schema(file, faults)
-        try:
-            folder = file.split('/')[0]
-            if folder not in self.trials:
-                self.trials[folder] = trial.Trial(folder, self.options.jobs, self.options.slow)
-            tests = self.trials[folder].record()
-            print(f'{file}: {len(faults)} faults, {len(due)} to try with {tests} tests', flush=True)
-            self.at_once(known, [f for f in due if not f.at_build], self.trials[folder])
-            done = sum(f.at_build and f.name in known.faults for f in faults)
-            self.one_by_one(known, sampled([f for f in due if f.at_build], self.options.builds - done),
-                            self.trials[folder], file)
-        finally:
-            self.shop.restore(file)
-        noticed = sum(r['result'] == 'noticed' for r in known.faults.values())
-        print(f'{file}: {noticed} of {len(known.faults)} noticed, {time.monotonic() - started:.0f} s', flush=True)
-        return known
+    def run(self):
+        if not self.faults:
+            return
+        self.shop.build_all(self.faults, self.options.jobs)
+        tests = trial.Trial(list(self.faults), self.options.jobs, self.options.slow)
+        due = [(file, fault) for file in self.faults for fault in self.due[file]]
+        print(f'{len(due)} faults to try, with {len(tests.tests)} tests', flush=True)
+        self.at_once(tests, [pair for pair in due if not pair[1].at_build])
+        for file in self.faults:
+            apart = [f for f in self.due[file] if f.at_build]
+            for fault in sampled(apart, self.options.builds):
+                self.by_itself(tests, file, fault)
 
-    def at_once(self, known, faults, tests):
-        def one(fault):
-            return None if self.over() else tests.try_fault(fault)
+    def at_once(self, tests, due):
+        def one(pair):
+            return None if self.over() else tests.try_fault(*pair)
         with concurrent.futures.ThreadPoolExecutor(self.options.jobs) as pool:
-            for fault, result in zip(faults, pool.map(one, faults)):
+            for (file, fault), result in zip(due, pool.map(one, due)):
                 if result:
-                    self.tell(known, fault, result)
+                    self.tell(file, fault, result)
 
-    def one_by_one(self, known, faults, tests, file):
-        for fault in faults:
-            if self.over():
-                return
-            try:
-                self.shop.build_one(file, fault)
-            except workshop.DoesNotBuild:
-                known.put(fault, {'result': 'does not build'})
-                continue
-            self.tell(known, fault, tests.try_fault(fault))
+    def by_itself(self, tests, file, fault):
+        if self.over():
+            return
+        try:
+            self.shop.build_one(file, fault)
+        except workshop.DoesNotBuild:
+            self.known[file].put(fault, {'result': 'does not build'})
+            return
+        self.tell(file, fault, tests.try_fault(file, fault))
 
-    def tell(self, known, fault, result):
-        known.put(fault, result)
+    def tell(self, file, fault, result):
+        self.known[file].put(fault, result)
         if result['result'] != 'noticed':
-            print(f'  {result["result"]}: {known.file}:{fault.name}', flush=True)
+            print(f'  {result["result"]}: {file}:{fault.name}', flush=True)
 
 
 def main():
@@ -145,20 +143,20 @@ def main():
         print('mutate: no line of the service has changed')
         return 0
     shop = workshop.Workshop()
+    campaign = Campaign(options, shop, work)
     if options.list:
-        for file in work:
-            for fault in find.find(workshop.ROOT / file, shop.arguments(file)):
+        for file, faults in campaign.due.items():
+            for fault in faults:
                 print(f'{file}:{fault.name}')
         return 0
-    campaign = Campaign(options, shop)
+    campaign.run()
+    if campaign.over():
+        print('mutate: there was no time for all')
     known = results.known_survivors()
     left = 0
     for file, lines in work.items():
-        if campaign.over():
-            print(f'mutate: no time was left for {file}')
-            continue
-        done = campaign.try_file(file, lines)
-        tried = {n: r for n, r in done.faults.items() if not lines or int(n.split(':')[0]) in lines}
+        tried = {n: r for n, r in campaign.known[file].faults.items()
+                 if not lines or int(n.split(':')[0]) in lines}
         left += len(results.survivors(file, tried, known))
     print(results.table())
     print(f'{left} survive without a reason')

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t kMostFaults = 4096;
+constexpr std::size_t kMostFaults = 16384;
 
 struct Reached
 {

@@ -11,35 +11,39 @@ import threading
 
 import workshop
 
-REACHED_BYTES = 8 + 4096
+REACHED_BYTES = 8 + 16384
 BATCH_SECONDS = 2.0  # of the processor, for the tests of one process
 SLOW_SECONDS = 2.5  # tests that take longer run only where asked for
 
 
-def suites_of(folder):
-    """The suites of the tests that bear on a folder."""
+def suites_of(file):
+    """The suites of the tests that bear on a file: those of its folder, and those of its own line."""
+    names = set()
     for line in (workshop.ROOT / 'tests/bears_on.txt').read_text().splitlines():
-        if line.startswith(f'{folder}:'):
-            names = set()
-            for file in line.split(':')[1].split():
-                text = (workshop.ROOT / f'tests/{file}_test.cpp').read_text()
-                names.update(re.findall(r'^TEST(?:_F|_P)?\((\w+),', text, re.MULTILINE))
-            return names
-    raise SystemExit(f'mutate: {folder} has no line in tests/bears_on.txt')
+        if not line.startswith((f'{file.split("/")[0]}:', f'{file}:')):
+            continue
+        for tests in line.split(':')[1].split():
+            text = (workshop.ROOT / f'tests/{tests}_test.cpp').read_text()
+            names.update(re.findall(r'^TEST(?:_F|_P)?\((\w+),', text, re.MULTILINE))
+    if not names:
+        raise SystemExit(f'mutate: {file} has no tests in tests/bears_on.txt')
+    return names
 
 
-def tests_of(folder):
-    """The full names of these tests."""
-    listed = workshop.run([workshop.TESTS, '--gtest_list_tests'])
-    suites = suites_of(folder)
+def suite_of(test):
+    """`All/SomeTest.Name/1` is of SomeTest."""
+    *before, last = test.split('.')[0].split('/')
+    return last if last.endswith('Test') or not before else before[0]
+
+
+def all_tests():
     tests, suite = [], ''
-    for line in listed.splitlines():
+    for line in workshop.run([workshop.TESTS, '--gtest_list_tests']).splitlines():
         name = line.split('#')[0].rstrip()
-        if not line.startswith(' '):
-            suite = name if name.rstrip('.').split('/')[-1] in suites or \
-                name.rstrip('.').split('/')[0] in suites else ''
-        elif suite:
+        if line.startswith(' '):
             tests.append(suite + name.strip())
+        else:
+            suite = name
     return tests
 
 
@@ -79,34 +83,24 @@ class Run:
 class Test:
     def __init__(self, name, run, bits):
         self.name = name
+        self.suite = suite_of(name)
         self.seconds = run.seconds
         self.questions = int.from_bytes(bits[:8], 'little')
         self.reached = {number for number, bit in enumerate(bits[8:]) if bit}
 
 
 class Trial:
-    """The tests of a folder, and which faults of the present build each of them reaches."""
+    """The tests that bear on some files, and which of the faults each of them reaches."""
 
-    def __init__(self, folder, workers, slow):
-        self.slow = slow
-        self.pool = concurrent.futures.ThreadPoolExecutor(workers)
-        self.names = tests_of(folder)
-        self.too_slow = set()
-        self.tests = []
-
-    def record(self):
-        """Runs each test once, without a fault. One that fails is of no use."""
-        self.tests = []
-        names = [name for name in self.names if name not in self.too_slow]
-        for test in self.pool.map(self.record_one, names):
-            if test and (self.slow or test.seconds <= SLOW_SECONDS):
-                self.tests.append(test)
-            elif test:
-                self.too_slow.add(test.name)
-        self.tests.sort(key=lambda test: test.seconds)
-        return len(self.tests)
+    def __init__(self, files, workers, slow):
+        self.suites = {file: suites_of(file) for file in files}
+        names = [name for name in all_tests() if suite_of(name) in set().union(*self.suites.values())]
+        with concurrent.futures.ThreadPoolExecutor(workers) as pool:
+            tests = [test for test in pool.map(self.record_one, names) if test]
+        self.tests = sorted((t for t in tests if slow or t.seconds <= SLOW_SECONDS), key=lambda t: t.seconds)
 
     def record_one(self, name):
+        """Runs a test without a fault. One that fails then is of no use."""
         with tempfile.NamedTemporaryFile() as reached:
             reached.write(bytes(REACHED_BYTES))
             reached.flush()
@@ -128,12 +122,12 @@ class Trial:
         if batch:
             yield batch
 
-    def try_fault(self, fault):
+    def try_fault(self, file, fault):
         """The result of a fault: which test noticed it, and what it said."""
-        if fault.at_build:
-            tests, variables = self.tests, {}
-        else:
-            tests = [test for test in self.tests if fault.id in test.reached]
+        tests = [test for test in self.tests if test.suite in self.suites[file]]
+        variables = {}
+        if not fault.at_build:
+            tests = [test for test in tests if fault.id in test.reached]
             variables = {'HOLV_FAULT': str(fault.id)}
         if not tests:
             return {'result': 'unreached'}

@@ -1,5 +1,7 @@
 """The copy of the debug build in which faults are built."""
 
+import concurrent.futures
+import contextlib
 import fcntl
 import json
 import os
@@ -19,8 +21,8 @@ BUILD = ROOT / 'build/fault'
 TESTS = BUILD / 'tests/service_tests'
 TARGETS = ['HOLVService', 'holvctl', 'service_tests']
 OUTPUTS = ['libHOLVService.so', 'libholvctl.so', 'tests/service_tests']
-# Other builds on the same host can be told to wait, and the build for them: "flock FILE", "nice".
-BUILD_UNDER = shlex.split(os.environ.get('HOLV_BUILD_UNDER', ''))
+# A file whose lock is held during builds, where several run on one host (as `flock FILE` does).
+BUILD_LOCK = os.environ.get('HOLV_BUILD_LOCK')
 
 
 class DoesNotBuild(Exception):
@@ -34,8 +36,18 @@ def run(command, **options):
     return done.stdout
 
 
-def shell(commands):
-    return run(['bash', '-c', 'set -e\n' + '\n'.join(commands)], cwd=BUILD)
+def shell(command):
+    return run(['bash', '-c', command], cwd=BUILD)
+
+
+@contextlib.contextmanager
+def building():
+    if not BUILD_LOCK:
+        yield
+        return
+    with open(BUILD_LOCK, 'w', encoding='utf-8') as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
 
 
 class Workshop:
@@ -51,12 +63,13 @@ class Workshop:
             raise SystemExit('mutate: another run works in build/mutate') from None
         if not (PLAIN / 'build.ninja').exists():
             run(['cmake', '--preset', 'debug'], cwd=ROOT)
-        run([*BUILD_UNDER, 'cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=ROOT)
+        with building():
+            run(['cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=ROOT)
         # Links to the files, so that the plain build may go on: a compiler writes a new file.
         shutil.rmtree(BUILD, ignore_errors=True)
         run(['cp', '-al', PLAIN, BUILD])
         self.runtime = HOME / 'runtime.o'
-        shell([f'c++ -std=c++20 -O1 -fPIC -c {ROOT}/tools/mutate/runtime.cpp -o {self.runtime}'])
+        shell(f'c++ -std=c++20 -O1 -fPIC -c {ROOT}/tools/mutate/runtime.cpp -o {self.runtime}')
         self.links = [self.link_of(target) for target in TARGETS]
         self.commands = json.loads((PLAIN / 'compile_commands.json').read_text())
 
@@ -77,56 +90,68 @@ class Workshop:
         command, _ = next(self.compilations(file))
         return [a for a in shlex.split(command) if a.startswith(('-D', '-I', '-std'))]
 
-    def build(self, file, text):
-        """Compiles and links the copy with this text of a file, without the warnings it may have."""
+    def compile(self, file, text):
+        """Compiles the file with this text, without the warnings it may have."""
         source = HOME / 'source' / file
         source.parent.mkdir(parents=True, exist_ok=True)
         source.write_text(text)
-        compilations = list(self.compilations(file))
-        for _, made in compilations:
+        for command, made in self.compilations(file):
             if not made.with_suffix('.whole').exists():
                 made.rename(made.with_suffix('.whole'))
             made.unlink(missing_ok=True)
-        shell([f'{command} -w' for command, _ in compilations])
+            shell(f'{command} -w')
+
+    def link(self):
         for output in OUTPUTS:
             (BUILD / output).unlink(missing_ok=True)
-        shell(self.links)
+        for link in self.links:
+            shell(link)
         program = TESTS.read_bytes()
         TESTS.write_bytes(program.replace(b'/build/debug/libHOLV', b'/build/fault/libHOLV'))
 
-    def build_schema(self, file, faults):
-        """Builds all faults of a file at once. Those that cannot stand beside the code they replace
-        (in a constant, say) are marked as needing a build of their own."""
+    def build_all(self, faults_of, workers):
+        """Builds all faults at once, {file: its faults}. Those that cannot stand beside the code they
+        replace (in a constant, say) are marked as needing a build of their own."""
+        with building(), concurrent.futures.ThreadPoolExecutor(workers) as pool:
+            for done in pool.map(lambda pair: self.compile_schema(*pair), faults_of.items()):
+                assert done is None
+            self.link()
+
+    def compile_schema(self, file, faults):
         source = (ROOT / file).read_bytes()
         for _ in range(20):
             text = schema.Schema(source, [f for f in faults if not f.at_build]).text()
             for fault in faults:
                 fault.at_build = fault.at_build or schema.asked(fault) not in text
             try:
-                return self.build(file, text)
+                return self.compile(file, text)
             except DoesNotBuild as error:
-                self.set_apart(file, text.split('\n'), faults, str(error))
+                set_apart(file, text.split('\n'), faults, str(error))
         raise SystemExit(f'mutate: the faults of {file} do not build')
 
-    def set_apart(self, file, lines, faults, errors):
-        numbers = [int(n) for n in re.findall(rf'{re.escape(file)}:(\d+):\d+:', errors)]
-        apart = set()
-        for number in numbers:
-            for line in lines[max(0, number - 5):number][::-1]:
-                found = [int(n) for n in re.findall(r'HolvFault\((\d+)\)', line)]
-                if found:
-                    apart.update(found)
-                    break
-        if not apart:
-            raise SystemExit(f'mutate: {file}: {errors}')
-        for fault in faults:
-            fault.at_build = fault.at_build or fault.id in apart
-
     def build_one(self, file, fault):
-        self.build(file, schema.with_fault((ROOT / file).read_bytes(), fault))
+        """Builds a fault that needs a build of its own, with all other files as they are."""
+        with building():
+            self.restore()
+            self.compile(file, schema.with_fault((ROOT / file).read_bytes(), fault))
+            self.link()
 
-    def restore(self, file):
-        """The object of the file without faults, for the next one's build."""
-        for _, made in self.compilations(file):
-            if made.with_suffix('.whole').exists():
-                made.with_suffix('.whole').rename(made)
+    def restore(self):
+        """The objects without faults."""
+        for whole in (BUILD / 'CMakeFiles').rglob('*.whole'):
+            whole.rename(whole.with_suffix('.o'))
+
+
+def set_apart(file, lines, faults, errors):
+    """Marks the faults on the lines, or just before them, of which the compiler complains."""
+    apart = set()
+    for number in re.findall(rf'{re.escape(file)}:(\d+):\d+:', errors):
+        for line in lines[max(0, int(number) - 5):int(number)][::-1]:
+            found = [int(n) for n in re.findall(r'HolvFault\((\d+)\)', line)]
+            if found:
+                apart.update(found)
+                break
+    if not apart:
+        raise SystemExit(f'mutate: {file}: {errors}')
+    for fault in faults:
+        fault.at_build = fault.at_build or fault.id in apart
