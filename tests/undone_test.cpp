@@ -3,6 +3,7 @@
 
 #include "api/agent_features.h"
 #include "platform/virtual/power/power_plans.h"
+#include "platform/virtual/sessions/session.h"
 #include "tests/never_sleep_pc_test.h"
 #include "tests/running_service.h"
 
@@ -13,7 +14,10 @@ namespace {
 
 using S = CNeverSleepState;
 
+// Events of the state machine, as the debugger raises them in an image.
 constexpr int kEnterActive = 1;
+constexpr int kEnterIdle = 2;
+constexpr int kEnterDnd = 3;
 
 Instant At(const char* time) { return *ParseCalendar(std::string("2026-03-02 ") + time); }
 
@@ -76,6 +80,29 @@ TEST(UndoneTest, HoursThatAreSleptThroughReleaseTheRequestsAndTheirEndHoldsThemA
         EXPECT_EQ(evening.State(), state);
         EXPECT_EQ(evening.Held(PowerRequestAwayModeRequired), held);
         EXPECT_EQ(evening.Held(PowerRequestSystemRequired), held);
+    }
+    evening.StopService();
+}
+
+TEST(UndoneTest, OneLyncHelperRunsHoweverOftenActiveUseOfTheNightBeginsAndNoneInTheHours)
+{
+    EveningPc evening("20:00", false);
+    Machine& pc = evening.pc;
+    pc.registry.SetDword(LR"(HKLM\Software\Microsoft\Communicator\4.0)", L"x", 1);
+    pc.session.Logon(L"alice");
+    pc.session.InstallProgram(LR"(C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe)",
+                              std::nullopt, 0);
+    const auto helpers = [&] {
+        return std::ranges::count_if(pc.processes(), [](const auto& process) {
+            return process->launch && process->running();
+        });
+    };
+    for (const auto& [event, running] :
+         {std::pair{kEnterActive, 1}, {kEnterIdle, 1}, {kEnterActive, 1}, {kEnterDnd, 0}}) {
+        evening.view.Raise(event);
+        evening.Run(1s);
+        EXPECT_EQ(helpers(), running)
+            << "helpers after event " << event << " in " << evening.State();
     }
     evening.StopService();
 }
