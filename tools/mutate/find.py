@@ -210,8 +210,8 @@ class Finder:
                 self.add('constant', node, text.removesuffix(name) + following, at_build)
 
     def statements(self, kind, children):
-        if kind != K.COMPOUND_STMT and children and children[0].kind.is_expression():
-            children = children[1:]  # the condition
+        if kind not in (K.COMPOUND_STMT, K.IF_STMT):
+            children = children[-1:]  # the body; of `if`, what is no statement has no semicolon
         previous = None
         for child in children:
             node = bare(child)
