@@ -12,6 +12,7 @@
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/registry/registry.h"
+#include "tests/fresh_service.h"
 
 using namespace virtual_pc;
 
@@ -71,6 +72,7 @@ void PutValues(Machine& pc, Bytes bytes)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static Machine pc;
+    FreshService(true);
     PutValues(pc, Bytes(TextOf(data, size)));
     Process& process = pc.Start([] {
         RegInit();
