@@ -22,7 +22,8 @@ using HostTime = std::chrono::steady_clock::time_point;
 // A number that two processes of the host see.
 Pulse& NewPulse()
 {
-    void* const memory = mmap(nullptr, sizeof(Pulse), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* const memory =
+        mmap(nullptr, sizeof(Pulse), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
     return *new (memory) Pulse(0);
 }
@@ -30,7 +31,7 @@ Pulse& NewPulse()
 // What the child does; it never returns.
 [[noreturn]] void BeChild(const Pool::Work& work, Pulse& pulse, int out)
 {
-    // Whoever ends the storm ends its lives.
+    // The lives end with the storm, also where that is killed.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::signal(SIGINT, SIG_IGN);
     std::string said;
@@ -95,9 +96,11 @@ struct Pool::Child
         if (hung) {
             ended.failure = "no time of the PC passes any more";
         } else if (WIFSIGNALED(status)) {
-            ended.failure = std::string("the host process was ended: ") + strsignal(WTERMSIG(status));
+            ended.failure =
+                std::string("the host process was ended: ") + strsignal(WTERMSIG(status));
         } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-            ended.failure = "the host process has ended with status " + std::to_string(WEXITSTATUS(status));
+            ended.failure =
+                "the host process has ended with status " + std::to_string(WEXITSTATUS(status));
         } else if (said.starts_with("!")) {
             ended.failure = said.substr(1);
         }
@@ -108,7 +111,8 @@ struct Pool::Child
 Pool::Child Pool::Begin(const Work& work, std::size_t number)
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
     Pulse& pulse = NewPulse();
     const pid_t pid = fork();
     if (pid < 0) throw std::system_error(errno, std::generic_category(), "fork");
@@ -134,7 +138,8 @@ void Pool::Watch(Child& child)
 }
 
 void Pool::Run(const std::function<std::optional<Work>()>& next,
-               const std::function<void(std::size_t, const Ended&)>& done, const std::function<void()>& tick)
+               const std::function<void(std::size_t, const Ended&)>& done,
+               const std::function<void()>& tick)
 {
     std::vector<Child> children;
     std::size_t number = 0;

@@ -3,7 +3,8 @@
 #include <iostream>
 
 StormCommand::StormCommand(CLI::App& app, const PlayOptions& defaults)
-    : m_command(*app.add_subcommand("storm", "Live random lives from a seed, and find what breaks a promise"))
+    : m_command(*app.add_subcommand(
+          "storm", "Live random lives from a seed, and find what breaks a promise"))
 {
     m_options.play = defaults;
     m_options.gaps = HOLV_SOURCE_DIR "/storm/known_gaps.txt";
@@ -11,13 +12,17 @@ StormCommand::StormCommand(CLI::App& app, const PlayOptions& defaults)
     m_command.add_option("--lives", m_options.lives, "How many lives")->check(CLI::PositiveNumber);
     m_command.add_option("--days", m_options.days, "The days of each life; drawn unless given")
         ->check(CLI::NonNegativeNumber);
-    m_command.add_option("--days-in-all", m_options.days_in_all, "Lives go on until so many days are lived")
+    m_command
+        .add_option("--days-in-all", m_options.days_in_all,
+                    "Lives go on until so many days are lived")
         ->check(CLI::NonNegativeNumber);
-    m_command.add_option("--jobs", m_options.jobs, "How many lives at a time")->check(CLI::Range(1, 1024));
+    m_command.add_option("--jobs", m_options.jobs, "How many lives at a time")
+        ->check(CLI::Range(1, 1024));
     m_command.add_option("--minutes", m_options.minutes, "No life begins after so many minutes")
         ->check(CLI::NonNegativeNumber);
     m_command.add_option("--out", m_options.out, "Writes what was found to this file, for --merge");
-    m_command.add_option("--keep", m_options.keep, "Writes each finding's shrunk script into this folder");
+    m_command.add_option("--keep", m_options.keep,
+                         "Writes each finding's shrunk script into this folder");
     m_command.add_option("--known-gaps", m_options.gaps, "The file of known gaps; \"\" for none");
     m_command.add_option_function<int>(
         "--shrink", [this](int seconds) { m_options.shrinking = std::chrono::seconds{seconds}; },
@@ -31,8 +36,10 @@ StormCommand::StormCommand(CLI::App& app, const PlayOptions& defaults)
 
 void StormCommand::AddWays()
 {
-    m_life = m_command.add_option("--life", m_options.seed, "Lives this seed's life alone, and prints its script");
-    m_command.add_option("--trace", m_options.play.trace, "With --life: writes every effect here, as lines of JSON");
+    m_life = m_command.add_option("--life", m_options.seed,
+                                  "Lives this seed's life alone, and prints its script");
+    m_command.add_option("--trace", m_options.play.trace,
+                         "With --life: writes every effect here, as lines of JSON");
     m_command.add_flag("--gaps", m_gaps, "Plays the script of each known gap, which must show it");
     m_command.add_option("--watch", m_watched, "Plays scripts, and looks as at a life");
     m_command.add_option("--merge", m_merged, "Adds up what several storms wrote");

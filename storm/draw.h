@@ -16,8 +16,8 @@ public:
     bool Chance(unsigned percent) { return m_random.Below(100) < percent; }
     std::int64_t Between(std::int64_t least, std::int64_t most)
     {
-        return least +
-               static_cast<std::int64_t>(m_random.Below(static_cast<std::uint64_t>(most - least + 1)));
+        return least + static_cast<std::int64_t>(
+                           m_random.Below(static_cast<std::uint64_t>(most - least + 1)));
     }
     std::uint64_t Next() { return m_random.Next(); }
 
@@ -36,10 +36,7 @@ public:
     }
 
     // A number of the drawn size: many are small, few are large.
-    std::int64_t Some(std::int64_t most)
-    {
-        return Between(0, Between(0, most));
-    }
+    std::int64_t Some(std::int64_t most) { return Between(0, Between(0, most)); }
 
 private:
     virtual_pc::Random m_random;

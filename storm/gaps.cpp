@@ -69,18 +69,22 @@ std::vector<Gap> ReadGaps(const std::filesystem::path& file)
                 Read(gaps.back(), words[0], rest);
             }
         } catch (const std::exception& error) {
-            throw std::runtime_error(file.string() + ":" + std::to_string(number) + ": " + error.what());
+            throw std::runtime_error(file.string() + ":" + std::to_string(number) + ": " +
+                                     error.what());
         }
     }
     for (const Gap& gap : gaps) {
-        if (!gap.promise.empty() && !gap.object.empty() && !gap.deeds.empty() && !gap.reason.empty()) continue;
+        if (!gap.promise.empty() && !gap.object.empty() && !gap.deeds.empty() &&
+            !gap.reason.empty())
+            continue;
         throw std::runtime_error(file.string() + ": gap " + gap.name +
                                  " lacks its promise, object, deeds or reason");
     }
     return gaps;
 }
 
-const Gap* Explains(const std::vector<Gap>& gaps, const Finding& finding, const std::vector<Done>& done)
+const Gap* Explains(const std::vector<Gap>& gaps, const Finding& finding,
+                    const std::vector<Done>& done)
 {
     for (const Gap& gap : gaps) {
         if (!Like(gap.promise, finding.promise) || !Like(gap.object, finding.object)) continue;
@@ -120,7 +124,8 @@ std::vector<std::string> PuttingRight(const Finding& finding)
     if (finding.object == "active plan") return {"plan active " + Quoted(finding.promised)};
     if (named.kind == "plan") return {"plan set " + named.rest + " " + finding.promised};
     if (named.kind == "mute") {
-        return {"audio " + std::string(finding.promised == "muted" ? "mute " : "unmute ") + Quoted(named.rest)};
+        return {"audio " + std::string(finding.promised == "muted" ? "mute " : "unmute ") +
+                Quoted(named.rest)};
     }
     return {};
 }

@@ -1,5 +1,5 @@
-// Known gaps: what the storm finds and the service is not yet the better for. Each has a reason, and
-// a script of its own that shows it.
+// Known gaps: what the storm finds and the service is not yet the better for. Each has a reason,
+// and a script of its own that shows it.
 #pragma once
 
 #include <filesystem>
@@ -26,12 +26,13 @@ struct Gap
 // A command of the life, and when it was done.
 using Done = std::pair<virtual_pc::Instant, std::string>;
 
-// Reads the file of gaps; their scripts lie in the folder gaps beside it. Throws std::runtime_error,
-// with the line, for one that cannot be understood.
+// Reads the file of gaps; their scripts lie in the folder gaps beside it. Throws
+// std::runtime_error, with the line, for one that cannot be understood.
 std::vector<Gap> ReadGaps(const std::filesystem::path& file);
 
 // The gap that explains the finding, after these commands; null for none.
-const Gap* Explains(const std::vector<Gap>& gaps, const Finding& finding, const std::vector<Done>& done);
+const Gap* Explains(const std::vector<Gap>& gaps, const Finding& finding,
+                    const std::vector<Done>& done);
 
 // The commands by which the storm's person puts what a finding has found right; none when a person
 // cannot.

@@ -62,7 +62,10 @@ Duration Absence(Draw& draw)
 class Drawing
 {
 public:
-    Drawing(std::uint64_t seed, const Home& home, const Swarm& swarm) : m_seed(seed), m_home(home), m_swarm(swarm) {}
+    Drawing(std::uint64_t seed, const Home& home, const Swarm& swarm)
+        : m_seed(seed), m_home(home), m_swarm(swarm)
+    {
+    }
 
     void Day(Duration midnight, Draw& draw);
     std::vector<Deed> deeds;
@@ -95,7 +98,9 @@ void Drawing::AddAny(Duration at)
 
 void Drawing::Day(Duration midnight, Draw& draw)
 {
-    const auto any_time = [&] { return midnight + std::chrono::milliseconds{draw.Between(0, 86'399'999)}; };
+    const auto any_time = [&] {
+        return midnight + std::chrono::milliseconds{draw.Between(0, 86'399'999)};
+    };
     const auto close = [&](Duration to) {
         if (!draw.Chance(m_swarm.close_percent)) return;
         const Duration apart = Apart(draw);
@@ -144,7 +149,8 @@ Life DrawLife(std::uint64_t seed, int days)
               {"Desk", "Monitor", "Headphones", "Mic"}};
     Life life;
     life.machine.seed = seed;
-    life.machine.priorities = swarm_draw.Chance(40) ? static_cast<int>(swarm_draw.Between(2, 4)) : 0;
+    life.machine.priorities =
+        swarm_draw.Chance(40) ? static_cast<int>(swarm_draw.Between(2, 4)) : 0;
     life.span = 24h * days;
     life.kinds = swarm.names;
     for (const std::string& line : SetUp(home_draw, home)) {

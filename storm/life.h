@@ -1,5 +1,5 @@
-// A life: the deeds of a PC's person, of its programs and of the PC itself, drawn from a seed before
-// any is played.
+// A life: the deeds of a PC's person, of its programs and of the PC itself, drawn from a seed
+// before any is played.
 #pragma once
 
 #include <cstdint>

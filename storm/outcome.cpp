@@ -9,8 +9,9 @@ namespace {
 
 json JsonOf(const Finding& finding)
 {
-    return {{"promise", finding.promise}, {"object", finding.object},       {"promised", finding.promised},
-            {"is", finding.is},           {"since", finding.since.count()}, {"at", finding.at.count()},
+    return {{"promise", finding.promise},     {"object", finding.object},
+            {"promised", finding.promised},   {"is", finding.is},
+            {"since", finding.since.count()}, {"at", finding.at.count()},
             {"clock", finding.clock}};
 }
 
@@ -29,9 +30,10 @@ Finding FindingOf(const json& from)
 
 std::string ToJson(const Outcome& outcome)
 {
-    json to = {{"gaps", outcome.gaps},     {"lived", outcome.lived.count()}, {"deeds", outcome.deeds},
-               {"due", outcome.due},       {"situations", outcome.situations}, {"met", outcome.met},
-               {"script", outcome.script}};
+    json to = {
+        {"gaps", outcome.gaps},    {"lived", outcome.lived.count()},   {"deeds", outcome.deeds},
+        {"due", outcome.due},      {"situations", outcome.situations}, {"met", outcome.met},
+        {"script", outcome.script}};
     if (outcome.finding) to["finding"] = JsonOf(*outcome.finding);
     return to.dump(-1, ' ', false, json::error_handler_t::replace);
 }

@@ -18,12 +18,31 @@ namespace {
 constexpr std::array<Duration, 4> kLooks = {16s, 61s, 301s, 3601s};
 
 // A life's end: every fault off, one leave and return, and a stop.
-const std::vector<std::string> kEnd = {
-    "fault clear",  "slow clear",   "notices clear", "requests take 0ms", "device fails 0",
-    "plan free",    "program releases display Film.exe", "program releases system Film.exe",
-    "program releases away Film.exe", "pc boot",  "service start", "session logon alice", "session unlock",
-    "wake user", "user works", "run 3m", "user leaves", "sleep", "run 3m", "wake user", "user works",
-    "run 3m", "client quit", "service stop", "run 1m"};
+const std::vector<std::string> kEnd = {"fault clear",
+                                       "slow clear",
+                                       "notices clear",
+                                       "requests take 0ms",
+                                       "device fails 0",
+                                       "plan free",
+                                       "program releases display Film.exe",
+                                       "program releases system Film.exe",
+                                       "program releases away Film.exe",
+                                       "pc boot",
+                                       "service start",
+                                       "session logon alice",
+                                       "session unlock",
+                                       "wake user",
+                                       "user works",
+                                       "run 3m",
+                                       "user leaves",
+                                       "sleep",
+                                       "run 3m",
+                                       "wake user",
+                                       "user works",
+                                       "run 3m",
+                                       "client quit",
+                                       "service stop",
+                                       "run 1m"};
 
 std::ostream& Nowhere()
 {
@@ -45,7 +64,7 @@ public:
     Outcome Result();
 
 private:
-    Instant Now() const { return m_player.pc().now(); }
+    Instant Now() { return m_player.pc().now(); }
     // Plays a command. False when the PC refuses it.
     bool Do(const std::string& command);
     void Keep(const std::string& command, bool refused, bool had_effect);
@@ -77,9 +96,7 @@ PlayOptions On(const PlayOptions& options, const Machine::Options& machine)
 }
 
 Playing::Playing(const PlayPlan& plan, const Machine::Options& machine)
-    : m_plan(plan),
-      m_player(On(plan.options, machine), Nowhere()),
-      m_situations(m_player.pc())
+    : m_plan(plan), m_player(On(plan.options, machine), Nowhere()), m_situations(m_player.pc())
 {
     m_player.pc().journal.Listen([this](const Effect& effect) {
         ++m_effects;
@@ -163,10 +180,7 @@ void Playing::RunTo(Instant when)
 
 // --- Looks ---
 
-void Playing::Quiet()
-{
-    Look(m_promised->Check());
-}
+void Playing::Quiet() { Look(m_promised->Check()); }
 
 void Playing::Look(const std::vector<Broken>& broken)
 {
@@ -178,7 +192,8 @@ void Playing::Look(const std::vector<Broken>& broken)
 void Playing::Note(const Broken& broken)
 {
     const std::string clock = FormatCalendar(m_player.pc().clock());
-    const Finding finding{broken.promise, broken.object, broken.promised, broken.is, broken.since, Now(), clock};
+    const Finding finding{broken.promise, broken.object, broken.promised, broken.is, broken.since,
+                          Now(),          clock};
     const Gap* const gap = Explains(m_plan.gaps, finding, m_done);
     if (!gap) {
         m_outcome.finding = finding;

@@ -19,7 +19,8 @@ std::string PlanValue(Draw& draw)
         case 3:
             return source + "password-on-wake " + draw.Of({"0", "1"});
         case 4:
-            return source + draw.Of({"away-mode ", "wake-timers ", "hybrid-sleep "}) + draw.Of({"0", "1"});
+            return source + draw.Of({"away-mode ", "wake-timers ", "hybrid-sleep "}) +
+                   draw.Of({"0", "1"});
         default:
             return source + "display-timeout " + draw.Of({"0", "60", "600"});
     }
@@ -27,7 +28,10 @@ std::string PlanValue(Draw& draw)
 
 // --- Plans ---
 
-Lines ChoosePlan(const DeedDraw& deed) { return {"plan active " + Quoted(deed.draw.Of(deed.home.plans))}; }
+Lines ChoosePlan(const DeedDraw& deed)
+{
+    return {"plan active " + Quoted(deed.draw.Of(deed.home.plans))};
+}
 
 Lines EditPlan(const DeedDraw& deed)
 {
@@ -48,7 +52,10 @@ Lines DropPlan(const DeedDraw& deed)
     return {"plan delete " + Quoted("Made " + std::to_string(deed.draw.Between(1, 3)))};
 }
 
-Lines PlanPolicy(const DeedDraw& deed) { return {"plan policy " + Quoted(deed.draw.Of(deed.home.plans))}; }
+Lines PlanPolicy(const DeedDraw& deed)
+{
+    return {"plan policy " + Quoted(deed.draw.Of(deed.home.plans))};
+}
 Lines NoPolicy(const DeedDraw&) { return {"plan free"}; }
 
 // --- Settings ---
@@ -56,7 +63,8 @@ Lines NoPolicy(const DeedDraw&) { return {"plan free"}; }
 std::string Interval(Draw& draw)
 {
     const std::int64_t from = draw.Between(0, 1440);
-    return draw.Chance(50) ? "1320 360" : std::to_string(from) + " " + std::to_string(draw.Between(0, 1440));
+    return draw.Chance(50) ? "1320 360"
+                           : std::to_string(from) + " " + std::to_string(draw.Between(0, 1440));
 }
 
 Lines ByClient(const DeedDraw& deed)
@@ -73,7 +81,8 @@ Lines FeatureOn(const DeedDraw&) { return {"client set E_HOLV_STATE 1"}; }
 
 Lines OtherClient(const DeedDraw& deed)
 {
-    const std::string reaction = deed.draw.Of({"listens", "cancels", "clears", "fails", "calls-back", "leaves"});
+    const std::string reaction =
+        deed.draw.Of({"listens", "cancels", "clears", "fails", "calls-back", "leaves"});
     switch (deed.draw.Between(0, 5)) {
         case 0:
             return {"client advise A " + reaction};
@@ -96,14 +105,16 @@ Lines Setting(const DeedDraw& deed)
     const std::string root = R"(reg set HKLM\Software\Orbeq\Holv\User )";
     switch (deed.draw.Between(0, 3)) {
         case 0:
-            return {root + "SuspendBatteryThreshold dword " + std::to_string(deed.draw.Between(0, 100))};
+            return {root + "SuspendBatteryThreshold dword " +
+                    std::to_string(deed.draw.Between(0, 100))};
         case 1:
             return {root + "MaxCpuPowerLimit dword " + std::to_string(deed.draw.Between(0, 100))};
         case 2:
             return {root + "LoggingLevel dword " + std::to_string(deed.draw.Between(0, 6))};
         default:
-            return {root + deed.draw.Of({"MuteAudio", "DndToS3", "EnableHOLVOnDc", "EnableNeverSleep",
-                                         "EnableDoNotDisturb"}) +
+            return {root +
+                    deed.draw.Of({"MuteAudio", "DndToS3", "EnableHOLVOnDc", "EnableNeverSleep",
+                                  "EnableDoNotDisturb"}) +
                     " dword " + deed.draw.Of({"0", "1"})};
     }
 }
@@ -121,7 +132,10 @@ Lines Volume(const DeedDraw& deed)
             std::to_string(deed.draw.Between(0, 100))};
 }
 
-Lines Default(const DeedDraw& deed) { return {"audio default " + deed.draw.Of(deed.home.endpoints)}; }
+Lines Default(const DeedDraw& deed)
+{
+    return {"audio default " + deed.draw.Of(deed.home.endpoints)};
+}
 
 Lines TakeEndpoint(const DeedDraw& deed)
 {
@@ -192,7 +206,8 @@ std::vector<DeedKind> SettingKinds()
 Lines SetUp(Draw& draw, const Home& home)
 {
     const std::string root = R"(reg set HKLM\Software\Orbeq\Holv\User )";
-    Lines lines = {"os " + draw.Of({"7", "8.1", "10", "11"}), "clock " + virtual_pc::FormatCalendar(home.clock).substr(0, 19),
+    Lines lines = {"os " + draw.Of({"7", "8.1", "10", "11"}),
+                   "clock " + virtual_pc::FormatCalendar(home.clock).substr(0, 19),
                    "session logon alice", root + "LoggingEnabled dword 4",
                    root + "LoggingLevel dword " + std::to_string(draw.Between(1, 6))};
     if (draw.Chance(10)) lines.push_back("pc sleeps " + draw.Of({"modern", "never"}));
@@ -202,7 +217,8 @@ Lines SetUp(Draw& draw, const Home& home)
         lines.push_back("audio add " + name + flow + draw.Of({"unmuted", "unmuted", "muted"}) +
                         (name == "Desk" || name == "Mic" ? " default" : ""));
     }
-    for (const std::string name : {"MuteAudio", "DndToS3", "EnableHOLVOnDc", "EnableDoNotDisturb"}) {
+    for (const std::string name :
+         {"MuteAudio", "DndToS3", "EnableHOLVOnDc", "EnableDoNotDisturb"}) {
         if (draw.Chance(50)) lines.push_back(root + name + " dword " + draw.Of({"0", "1"}));
     }
     if (draw.Chance(30)) {
@@ -210,8 +226,9 @@ Lines SetUp(Draw& draw, const Home& home)
         lines.push_back(root + "DoNotDisturbEnd dword " + std::to_string(draw.Between(0, 1440)));
     }
     for (std::size_t i = 3; i < home.plans.size(); ++i) {
-        lines.push_back("plan copy " + Quoted(home.plans[static_cast<std::size_t>(draw.Between(0, 2))]) + " " + home.plans[i] +
-                        " 5D0C0001-0000-4000-8000-00000000000" + std::to_string(i));
+        lines.push_back("plan copy " +
+                        Quoted(home.plans[static_cast<std::size_t>(draw.Between(0, 2))]) + " " +
+                        home.plans[i] + " 5D0C0001-0000-4000-8000-00000000000" + std::to_string(i));
     }
     for (auto count = draw.Between(0, 6); count > 0; --count) {
         lines.push_back("plan set " + Quoted(draw.Of(home.plans)) + PlanValue(draw));

@@ -11,8 +11,12 @@ constexpr std::chrono::seconds kPatience{20};
 class Shrinking
 {
 public:
-    Shrinking(const Life& life, const Finding& finding, const PlayPlan& plan, int jobs, std::chrono::seconds most)
-        : m_key(finding.Key()), m_plan(plan), m_jobs(jobs), m_until(std::chrono::steady_clock::now() + most)
+    Shrinking(const Life& life, const Finding& finding, const LifePlayer& play, int jobs,
+              std::chrono::seconds most)
+        : m_key(finding.Key()),
+          m_play(play),
+          m_jobs(jobs),
+          m_until(std::chrono::steady_clock::now() + most)
     {
         m_shrunk.life = life;
     }
@@ -20,7 +24,8 @@ public:
     Shrunk Do();
 
 private:
-    // Plays the lives, some at a time, and takes the first that comes to the finding. False for none.
+    // Plays the lives, some at a time, and takes the first that comes to the finding. False for
+    // none.
     bool TakeFirst(const std::vector<Life>& lives);
     bool TimeIsUp() const { return g_storm_stops || std::chrono::steady_clock::now() > m_until; }
     void LeaveOut();
@@ -30,7 +35,7 @@ private:
     Life Without(std::size_t from, std::size_t count) const;
 
     std::string m_key;
-    const PlayPlan& m_plan;
+    const LifePlayer& m_play;
     int m_jobs;
     std::chrono::steady_clock::time_point m_until;
     Shrunk m_shrunk;
@@ -46,11 +51,7 @@ bool Shrinking::TakeFirst(const std::vector<Life>& lives)
         [&]() -> std::optional<Pool::Work> {
             if (next == lives.size() || found || TimeIsUp()) return std::nullopt;
             const Life& life = lives[next++];
-            return [&life, this](Pulse& pulse) {
-                PlayPlan plan = m_plan;
-                plan.pulse = &pulse;
-                return ToJson(Play(life, plan));
-            };
+            return [&life, this](Pulse& pulse) { return ToJson(m_play(life, pulse)); };
         },
         [&](std::size_t number, const Ended& ended) {
             ++m_shrunk.tries;
@@ -75,7 +76,8 @@ Life Shrinking::Without(std::size_t from, std::size_t count) const
     Life life = m_shrunk.life;
     const std::size_t deeds = life.deeds.size();
     const auto cut = [](std::vector<Deed>& list, std::size_t begin, std::size_t end) {
-        list.erase(list.begin() + static_cast<std::ptrdiff_t>(begin), list.begin() + static_cast<std::ptrdiff_t>(end));
+        list.erase(list.begin() + static_cast<std::ptrdiff_t>(begin),
+                   list.begin() + static_cast<std::ptrdiff_t>(end));
     };
     const std::size_t to = std::min(from + count, deeds + life.home.size());
     if (to > deeds) cut(life.home, std::max(from, deeds) - deeds, to - deeds);
@@ -89,7 +91,8 @@ void Shrinking::LeaveOut()
         bool less = false;
         for (std::size_t from = 0; from < Size() && !TimeIsUp();) {
             std::vector<Life> lives;
-            for (int i = 0; i < m_jobs && from + static_cast<std::size_t>(i) * count < Size(); ++i) {
+            for (int i = 0; i < m_jobs && from + static_cast<std::size_t>(i) * count < Size();
+                 ++i) {
                 lives.push_back(Without(from + static_cast<std::size_t>(i) * count, count));
             }
             if (TakeFirst(lives)) {
@@ -115,8 +118,10 @@ void Shrinking::Hurry()
     for (std::size_t i = 0; i <= m_shrunk.life.deeds.size() && !TimeIsUp(); ++i) {
         const auto& deeds = m_shrunk.life.deeds;
         const virtual_pc::Duration before = i == 0 ? 0ms : deeds[i - 1].at;
-        const virtual_pc::Duration gap = (i == deeds.size() ? m_shrunk.life.span : deeds[i].at) - before;
-        for (const virtual_pc::Duration left : {virtual_pc::Duration{2s}, virtual_pc::Duration{2min}, virtual_pc::Duration{10min}}) {
+        const virtual_pc::Duration gap =
+            (i == deeds.size() ? m_shrunk.life.span : deeds[i].at) - before;
+        for (const virtual_pc::Duration left :
+             {virtual_pc::Duration{2s}, virtual_pc::Duration{2min}, virtual_pc::Duration{10min}}) {
             if (gap > 2 * left && TakeFirst({sooner(i, gap - left)})) break;
         }
     }
@@ -135,7 +140,8 @@ Shrunk Shrinking::Do()
 
 }  // namespace
 
-Shrunk Shrink(const Life& life, const Finding& finding, const PlayPlan& plan, int jobs, std::chrono::seconds most)
+Shrunk Shrink(const Life& life, const Finding& finding, const LifePlayer& play, int jobs,
+              std::chrono::seconds most)
 {
-    return Shrinking(life, finding, plan, jobs, most).Do();
+    return Shrinking(life, finding, play, jobs, most).Do();
 }

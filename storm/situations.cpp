@@ -23,7 +23,7 @@ std::wstring TextOf(const Effect& effect)
 
 std::size_t PlaceOf(std::string_view name)
 {
-    const auto& marks = AllMarks();
+    const std::span<const Mark> marks = AllMarks();
     const auto found = std::ranges::find(marks, name, &Mark::name);
     if (found == marks.end()) throw std::logic_error("no mark is called " + std::string(name));
     return static_cast<std::size_t>(found - marks.begin());
@@ -32,17 +32,15 @@ std::size_t PlaceOf(std::string_view name)
 // What is counted against the state: what reaches the service's loop.
 bool MeetsTheLoop(std::string_view kind)
 {
-    return kind == "service control" || kind == "power source" || kind == "sleep" || kind == "away mode" ||
-           kind == "presence" || kind == "client call" || kind == "plan activated" || kind == "mute";
+    return kind == "service control" || kind == "power source" || kind == "sleep" ||
+           kind == "away mode" || kind == "presence" || kind == "client call" ||
+           kind == "plan activated" || kind == "mute";
 }
 
 }  // namespace
 
 Situations::Situations(Machine& pc)
-    : m_pc(pc),
-      m_last(AllMarks().size(), Instant{-1}),
-      m_ends(AllMarks().size()),
-      m_met(AllSituations().size())
+    : m_pc(pc), m_last(AllMarks().size(), Instant{-1}), m_ends(AllMarks().size())
 {
     for (std::size_t i = 0; i < AllSituations().size(); ++i) {
         const Situation& situation = AllSituations()[i];
@@ -68,9 +66,10 @@ void Situations::Happens(std::size_t mark)
 void Situations::Deed(const std::string& command)
 {
     const std::string::size_type first = command.find(' ');
-    const std::string::size_type second = first == command.npos ? first : command.find(' ', first + 1);
+    const std::string::size_type second =
+        first == command.npos ? first : command.find(' ', first + 1);
     ++m_pairs[ToUtf8(m_state) + ": " + command.substr(0, second)];
-    const auto& marks = AllMarks();
+    const std::span<const Mark> marks = AllMarks();
     for (std::size_t i = 0; i < marks.size(); ++i) {
         if (marks[i].command.empty() || !command.starts_with(marks[i].command)) continue;
         if (marks[i].state.empty() || marks[i].state == m_state) Happens(i);
@@ -80,7 +79,7 @@ void Situations::Deed(const std::string& command)
 void Situations::Hear(const Effect& effect)
 {
     std::wstring text;
-    const auto& marks = AllMarks();
+    const std::span<const Mark> marks = AllMarks();
     for (std::size_t i = 0; i < marks.size(); ++i) {
         if (marks[i].effect != effect.kind) continue;
         if (!marks[i].state.empty() && marks[i].state != m_state) continue;
@@ -89,5 +88,6 @@ void Situations::Hear(const Effect& effect)
     }
     if (effect.kind == "state") m_state = effect.Text("to");
     if (effect.kind == "debug" || !MeetsTheLoop(effect.kind)) return;
-    ++m_pairs[ToUtf8(m_state) + ": " + std::string(effect.kind) + " " + ToUtf8(effect.Text("what"))];
+    ++m_pairs[ToUtf8(m_state) + ": " + std::string(effect.kind) + " " +
+              ToUtf8(effect.Text("what"))];
 }

@@ -1,9 +1,9 @@
 // Rare situations, by name: a storm counts how often its lives have met each.
 #pragma once
 
-#include <array>
-#include <map>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/virtual/core/machine.h"
@@ -29,8 +29,8 @@ struct Situation
     virtual_pc::Duration within;
 };
 
-const std::vector<Situation>& AllSituations();
-const std::vector<Mark>& AllMarks();
+std::span<const Situation> AllSituations();
+std::span<const Mark> AllMarks();
 
 class Situations
 {
@@ -55,7 +55,6 @@ private:
     // For each mark, the situations of which it is the second half.
     std::vector<std::vector<std::size_t>> m_ends;
     std::vector<std::size_t> m_first;  // by the situations: the mark of the first half
-    std::vector<std::uint64_t> m_met;
     Counts m_counts;
     Counts m_pairs;
 };

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <iomanip>
@@ -24,11 +25,11 @@ double SecondsSince(std::chrono::steady_clock::time_point start)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-std::string LifeJson(const Life& life, const PlayPlan& plan, Pulse& pulse)
+Outcome PlayWithPulse(const Life& life, const PlayPlan& plan, Pulse& pulse)
 {
     PlayPlan own = plan;
     own.pulse = &pulse;
-    return ToJson(Play(life, own));
+    return Play(life, own);
 }
 
 // The line of progress: rewritten on a terminal, now and then elsewhere.
@@ -36,7 +37,10 @@ class Progress
 {
 public:
     Progress(const StormOptions& options, const Tally& tally, std::ostream& out)
-        : m_options(options), m_tally(tally), m_out(out), m_terminal(&out == &std::cout && isatty(STDOUT_FILENO))
+        : m_options(options),
+          m_tally(tally),
+          m_out(out),
+          m_terminal(&out == &std::cout && isatty(STDOUT_FILENO))
     {
     }
 
@@ -46,9 +50,10 @@ public:
         const double apart = m_terminal ? 0.5 : 30;
         if (seconds - m_said < apart) return;
         m_said = seconds;
-        m_out << (m_terminal ? "\r\033[K" : "") << m_tally.lives << " lives, " << std::fixed << std::setprecision(0)
-              << m_tally.days << " days, " << m_tally.days / seconds << " days a second, " << m_tally.findings.size()
-              << " findings, " << Left(seconds) << " s left" << (m_terminal ? "" : "\n") << std::flush;
+        m_out << (m_terminal ? "\r\033[K" : "") << m_tally.lives << " lives, " << std::fixed
+              << std::setprecision(0) << m_tally.days << " days, " << m_tally.days / seconds
+              << " days a second, " << m_tally.findings.size() << " findings, " << Left(seconds)
+              << " s left" << (m_terminal ? "" : "\n") << std::flush;
     }
     void End()
     {
@@ -59,11 +64,12 @@ private:
     // By the lives or the days that are still to be lived, and by the minutes.
     double Left(double seconds) const
     {
-        const double part = m_options.days_in_all > 0
-                                ? m_tally.days / m_options.days_in_all
-                                : static_cast<double>(m_tally.lives) / static_cast<double>(m_options.lives);
+        const double part = m_options.days_in_all > 0 ? m_tally.days / m_options.days_in_all
+                                                      : static_cast<double>(m_tally.lives) /
+                                                            static_cast<double>(m_options.lives);
         const double by_work = part > 0 ? seconds * (1 - part) / part : 0;
-        return m_options.minutes > 0 ? std::min(by_work, m_options.minutes * 60 - seconds) : by_work;
+        return m_options.minutes > 0 ? std::min(by_work, m_options.minutes * 60 - seconds)
+                                     : by_work;
     }
 
     const StormOptions& m_options;
@@ -83,11 +89,13 @@ Tally LiveAll(const StormOptions& options, const PlayPlan& plan, std::ostream& o
     Pool pool(options.jobs, kHangs);
     pool.Run(
         [&]() -> std::optional<Pool::Work> {
-            const bool enough = options.days_in_all > 0 ? tally.days >= options.days_in_all : begun == options.lives;
-            if (enough || (options.minutes > 0 && SecondsSince(start) > options.minutes * 60)) return std::nullopt;
+            const bool enough = options.days_in_all > 0 ? tally.days >= options.days_in_all
+                                                        : begun == options.lives;
+            if (enough || (options.minutes > 0 && SecondsSince(start) > options.minutes * 60))
+                return std::nullopt;
             const std::uint64_t seed = options.seed + begun++;
             return [seed, &options, &plan](Pulse& pulse) {
-                return LifeJson(DrawLife(seed, options.days), plan, pulse);
+                return ToJson(PlayWithPulse(DrawLife(seed, options.days), plan, pulse));
             };
         },
         [&](std::size_t number, const Ended& ended) {
@@ -115,27 +123,30 @@ std::string FileName(const Finding& finding, std::uint64_t seed)
 std::vector<std::string> CommandsOf(const Life& life)
 {
     std::vector<std::string> commands;
-    for (const Deed& deed : life.home) commands.insert(commands.end(), deed.lines.begin(), deed.lines.end());
+    for (const Deed& deed : life.home)
+        commands.insert(commands.end(), deed.lines.begin(), deed.lines.end());
     commands.insert(commands.end(), {"service install", "service start", "user works"});
     virtual_pc::Duration now{};
     for (const Deed& deed : life.deeds) {
         const auto wait = std::chrono::ceil<std::chrono::milliseconds>(deed.at - now);
         if (wait > 0ms) commands.push_back("run " + std::to_string(wait.count()) + "ms");
         now = std::max(now, deed.at);
-        for (const std::string& line : deed.lines) commands.push_back(line == "}" || line[0] == 'm' ? line : "try " + line);
+        for (const std::string& line : deed.lines)
+            commands.push_back(line == "}" || line[0] == 'm' ? line : "try " + line);
     }
     return commands;
 }
 
 std::vector<std::string> ScriptOf(const Life& life, const Outcome& outcome, const Finding& finding)
 {
-    std::vector<std::string> script = {"# " + finding.promise + ": " + finding.object + " should be " +
-                                           finding.promised + ", but is " + finding.is,
-                                       "# holvpc run --seed " + std::to_string(life.machine.seed) +
-                                           (life.machine.priorities > 0
-                                                ? " --priorities " + std::to_string(life.machine.priorities)
-                                                : "") +
-                                           " THIS_SCRIPT"};
+    std::vector<std::string> script = {
+        "# " + finding.promise + ": " + finding.object + " should be " + finding.promised +
+            ", but is " + finding.is,
+        "# holvpc run --seed " + std::to_string(life.machine.seed) +
+            (life.machine.priorities > 0
+                 ? " --priorities " + std::to_string(life.machine.priorities)
+                 : "") +
+            " THIS_SCRIPT"};
     const auto commands = outcome.script.empty() ? CommandsOf(life) : outcome.script;
     script.insert(script.end(), commands.begin(), commands.end());
     const std::string expects = Expectation(finding);
@@ -156,13 +167,17 @@ void ShrinkAll(const StormOptions& options, const PlayPlan& plan, Tally& tally, 
     for (auto& [key, found] : tally.findings) {
         if (g_storm_stops || shrunk_so_far++ == options.shrink_most) return;
         const Life life = DrawLife(found.seed, found.days);
-        const Shrunk shrunk = Shrink(life, found.finding, plan, options.jobs, options.shrinking);
+        const Shrunk shrunk = Shrink(
+            life, found.finding,
+            [&](const Life& one, Pulse& pulse) { return PlayWithPulse(one, plan, pulse); },
+            options.jobs, options.shrinking);
         if (!shrunk.outcome.finding) {
             out << "seed " << found.seed << " does not repeat its finding: " << key << "\n";
             continue;
         }
         found.script = ScriptOf(shrunk.life, shrunk.outcome, *shrunk.outcome.finding);
-        if (!options.keep.empty()) Write(options.keep / FileName(found.finding, found.seed), found.script);
+        if (!options.keep.empty())
+            Write(options.keep / FileName(found.finding, found.seed), found.script);
     }
 }
 
@@ -170,7 +185,8 @@ int Conclude(const StormOptions& options, const Tally& tally, std::ostream& out)
 {
     Print(tally, options.details, out);
     if (!options.out.empty()) std::ofstream(options.out) << tally.Json() << "\n";
-    const bool rare = std::ranges::any_of(tally.situations, [](const auto& met) { return met.second < 10; });
+    const bool rare =
+        std::ranges::any_of(tally.situations, [](const auto& met) { return met.second < 10; });
     return tally.findings.empty() && !(options.rare_is_red && rare) ? 0 : 1;
 }
 
@@ -200,7 +216,8 @@ int RunLife(const StormOptions& options, std::ostream& out)
 {
     const std::vector<Gap> gaps = GapsOf(options);
     const Life life = DrawLife(options.seed, options.days);
-    out << "the life of seed " << options.seed << ": " << life.deeds.size() << " deeds of these kinds:";
+    out << "the life of seed " << options.seed << ": " << life.deeds.size()
+        << " deeds of these kinds:";
     for (const std::string& kind : life.kinds) out << " " << kind << ";";
     const Outcome outcome = Play(life, PlayPlan{options.play, gaps});
     out << "\n";
@@ -223,7 +240,8 @@ int RunGaps(const StormOptions& options, std::ostream& out)
             [&]() -> std::optional<Pool::Work> {
                 if (std::exchange(begun, true)) return std::nullopt;
                 return [&](Pulse& pulse) {
-                    return ToJson(PlayUnderWatch(ReadScript(gap.script), PlayPlan{options.play, only, &pulse}));
+                    return ToJson(PlayUnderWatch(ReadScript(gap.script),
+                                                 PlayPlan{options.play, only, &pulse}));
                 };
             },
             [&](std::size_t, const Ended& ended) { outcome = OutcomeOf(ended); });
@@ -235,7 +253,8 @@ int RunGaps(const StormOptions& options, std::ostream& out)
     return passed > 0 ? 1 : 0;
 }
 
-int RunWatched(const StormOptions& options, const std::vector<std::filesystem::path>& scripts, std::ostream& out)
+int RunWatched(const StormOptions& options, const std::vector<std::filesystem::path>& scripts,
+               std::ostream& out)
 {
     const std::vector<Gap> gaps = GapsOf(options);
     std::vector<ScriptLine> lines;
@@ -247,7 +266,8 @@ int RunWatched(const StormOptions& options, const std::vector<std::filesystem::p
     return Conclude(options, tally, out);
 }
 
-int Merge(const StormOptions& options, const std::vector<std::filesystem::path>& files, std::ostream& out)
+int Merge(const StormOptions& options, const std::vector<std::filesystem::path>& files,
+          std::ostream& out)
 {
     Tally all;
     for (const auto& file : files) all.Add(Tally::Read(file));

@@ -29,12 +29,18 @@ void Join(Found& to, const Found& from)
 json JsonOfFound(const Found& found)
 {
     const Finding& finding = found.finding;
-    return {{"promise", finding.promise}, {"object", finding.object},
-            {"promised", finding.promised}, {"is", finding.is},
-            {"since", finding.since.count()}, {"at", finding.at.count()},
-            {"clock", finding.clock},       {"seed", found.seed},
-            {"days", found.days},           {"deeds", found.deeds},
-            {"lives", found.lives},         {"script", found.script},
+    return {{"promise", finding.promise},
+            {"object", finding.object},
+            {"promised", finding.promised},
+            {"is", finding.is},
+            {"since", finding.since.count()},
+            {"at", finding.at.count()},
+            {"clock", finding.clock},
+            {"seed", found.seed},
+            {"days", found.days},
+            {"deeds", found.deeds},
+            {"lives", found.lives},
+            {"script", found.script},
             {"repeat", found.repeat}};
 }
 
@@ -71,11 +77,12 @@ std::string SpanOf(virtual_pc::Duration span)
 void PrintFound(const Found& found, std::ostream& out)
 {
     const Finding& finding = found.finding;
-    out << "\nfinding, in " << found.lives << (found.lives == 1 ? " life: " : " lives: ") << finding.promise
-        << "\n  " << finding.object;
+    out << "\nfinding, in " << found.lives << (found.lives == 1 ? " life: " : " lives: ")
+        << finding.promise << "\n  " << finding.object;
     if (!finding.promised.empty()) out << " should be " << finding.promised << ", but";
-    out << " is " << finding.is << ", at " << finding.clock << ", for " << SpanOf(finding.at - finding.since)
-        << "\n  seed " << found.seed << "; repeat: " << found.repeat << "\n";
+    out << " is " << finding.is << ", at " << finding.clock << ", for "
+        << SpanOf(finding.at - finding.since) << "\n  seed " << found.seed
+        << "; repeat: " << found.repeat << "\n";
     for (const std::string& line : found.script) out << "    " << line << "\n";
 }
 
@@ -112,8 +119,14 @@ void Tally::Add(const Tally& other)
 
 std::string Tally::Json() const
 {
-    json all = {{"lives", lives}, {"lives_without_gap", lives_without_gap}, {"deeds", deeds}, {"days", days},
-                {"core_seconds", core_seconds}, {"gaps", gaps}, {"situations", situations}, {"met", met}};
+    json all = {{"lives", lives},
+                {"lives_without_gap", lives_without_gap},
+                {"deeds", deeds},
+                {"days", days},
+                {"core_seconds", core_seconds},
+                {"gaps", gaps},
+                {"situations", situations},
+                {"met", met}};
     all["findings"] = json::array();
     for (const auto& [key, found] : findings) all["findings"].push_back(JsonOfFound(found));
     return all.dump(1, ' ', false, json::error_handler_t::replace);
@@ -147,12 +160,14 @@ void Print(const Tally& tally, bool details, std::ostream& out)
 {
     for (const auto& [key, found] : tally.findings) PrintFound(found, out);
     if (!tally.gaps.empty()) out << "\nknown gaps met:\n";
-    for (const auto& [name, count] : tally.gaps) out << std::setw(8) << count << "  " << name << "\n";
+    for (const auto& [name, count] : tally.gaps)
+        out << std::setw(8) << count << "  " << name << "\n";
 
     constexpr std::uint64_t kFew = 10;
-    const auto rare = std::ranges::count_if(tally.situations, [&](const auto& s) { return s.second < kFew; });
-    out << "\nrare situations: " << tally.situations.size() << ", " << rare << " of them met fewer than "
-        << kFew << " times\n";
+    const auto rare =
+        std::ranges::count_if(tally.situations, [&](const auto& s) { return s.second < kFew; });
+    out << "\nrare situations: " << tally.situations.size() << ", " << rare
+        << " of them met fewer than " << kFew << " times\n";
     for (const auto& [name, count] : tally.situations) {
         if (details || count < kFew) out << std::setw(8) << count << "  " << name << "\n";
     }
@@ -160,9 +175,14 @@ void Print(const Tally& tally, bool details, std::ostream& out)
     for (const auto& [pair, count] : tally.met) {
         if (details) out << std::setw(8) << count << "  " << pair << "\n";
     }
-    const double share = tally.lives ? 100.0 * static_cast<double>(tally.lives_without_gap) / static_cast<double>(tally.lives) : 0;
-    out << "\n" << tally.lives << " lives, " << std::fixed << std::setprecision(0) << tally.days << " days, "
-        << tally.deeds << " deeds; " << (tally.core_seconds > 0 ? tally.days / tally.core_seconds : 0)
-        << " days a second and core; " << share << " % of the lives met neither a gap nor a finding; "
-        << tally.findings.size() << " findings; " << tally.met.size() << " pairs of state and event\n";
+    const double share = tally.lives ? 100.0 * static_cast<double>(tally.lives_without_gap) /
+                                           static_cast<double>(tally.lives)
+                                     : 0;
+    out << "\n"
+        << tally.lives << " lives, " << std::fixed << std::setprecision(0) << tally.days
+        << " days, " << tally.deeds << " deeds; "
+        << (tally.core_seconds > 0 ? tally.days / tally.core_seconds : 0)
+        << " days a second and core; " << share
+        << " % of the lives met neither a gap nor a finding; " << tally.findings.size()
+        << " findings; " << tally.met.size() << " pairs of state and event\n";
 }

@@ -98,7 +98,8 @@ Lines Slow(const DeedDraw& deed)
 {
     if (deed.draw.Chance(25)) return {"slow all"};
     const std::string function = AnyFaulty(deed.draw).function;
-    return {"slow " + function + deed.draw.Of({" 100ms", " 1s", " 5s", " 1s rate 0.1", " 20s rate 0.02"})};
+    return {"slow " + function +
+            deed.draw.Of({" 100ms", " 1s", " 5s", " 1s rate 0.1", " 20s rate 0.02"})};
 }
 Lines Quick(const DeedDraw&) { return {"slow clear"}; }
 
@@ -110,8 +111,8 @@ Lines NoticesAtOnce(const DeedDraw&) { return {"notices clear"}; }
 
 Lines Listing(const DeedDraw& deed)
 {
-    return {deed.draw.Of({"requests take 1s", "requests take 5s", "requests take 0ms", "requests in japanese",
-                          "requests in english"})};
+    return {deed.draw.Of({"requests take 1s", "requests take 5s", "requests take 0ms",
+                          "requests in japanese", "requests in english"})};
 }
 
 }  // namespace

@@ -14,14 +14,16 @@ Lines Plug(const DeedDraw&) { return {"power ac"}; }
 
 Lines Unplug(const DeedDraw& deed)
 {
-    const std::int64_t charge = deed.draw.Chance(50) ? deed.draw.Between(10, 25) : deed.draw.Between(1, 100);
+    const std::int64_t charge =
+        deed.draw.Chance(50) ? deed.draw.Between(10, 25) : deed.draw.Between(1, 100);
     return {(deed.draw.Chance(10) ? "power ups " : "power battery ") + std::to_string(charge)};
 }
 
 Lines Rates(const DeedDraw& deed)
 {
-    return {deed.draw.Chance(50) ? "battery drain " + std::to_string(deed.draw.Between(0, 60)) + "/h"
-                            : "battery charge " + std::to_string(deed.draw.Between(0, 90)) + "/h"};
+    return {deed.draw.Chance(50)
+                ? "battery drain " + std::to_string(deed.draw.Between(0, 60)) + "/h"
+                : "battery charge " + std::to_string(deed.draw.Between(0, 90)) + "/h"};
 }
 
 // Whose requests end by `EndFilm`.
@@ -39,12 +41,14 @@ Lines EndFilm(const DeedDraw&)
 
 Lines Load(const DeedDraw& deed)
 {
-    return {"processor load " + std::to_string(deed.draw.Chance(40) ? 0 : deed.draw.Between(0, 100))};
+    return {"processor load " +
+            std::to_string(deed.draw.Chance(40) ? 0 : deed.draw.Between(0, 100))};
 }
 
 Lines Session(const DeedDraw& deed)
 {
-    return {"session " + deed.draw.Of({"lock", "unlock", "logoff", "none", "switch bob", "switch alice"})};
+    return {"session " +
+            deed.draw.Of({"lock", "unlock", "logoff", "none", "switch bob", "switch alice"})};
 }
 Lines SessionAgain(const DeedDraw&) { return {"session unlock", "session logon alice"}; }
 
@@ -78,16 +82,11 @@ Lines ComeBack(const DeedDraw& deed)
 std::vector<DeedKind> UserKinds()
 {
     return {
-        {"input", 6, Input},
-        {"button", 4, WakeByButton},
-        {"timer", 6, WakeByTimer},
-        {"sleep", 6, PutToSleep},
-        {"plug", 8, Plug},
-        {"unplug", 8, Unplug, Plug},
-        {"rates", 2, Rates},
-        {"film", 8, StartFilm, EndFilm},
-        {"load", 3, Load},
-        {"session", 6, Session, SessionAgain},
+        {"input", 6, Input},       {"button", 4, WakeByButton},
+        {"timer", 6, WakeByTimer}, {"sleep", 6, PutToSleep},
+        {"plug", 8, Plug},         {"unplug", 8, Unplug, Plug},
+        {"rates", 2, Rates},       {"film", 8, StartFilm, EndFilm},
+        {"load", 3, Load},         {"session", 6, Session, SessionAgain},
         {"at once", 8, AtOnce},
     };
 }

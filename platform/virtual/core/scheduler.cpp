@@ -127,8 +127,8 @@ Thread& Scheduler::Choose()
     return next;
 }
 
-// Nothing is drawn for a thread that is alone, so that a driver that looks at the machine more often
-// changes nothing of its history.
+// Nothing is drawn for a thread that is alone, so that a driver that looks at the machine more
+// often changes nothing of its history.
 std::size_t Scheduler::PlaceOfNext()
 {
     if (m_options.seed == 0 || m_ready.size() == 1) return 0;
