@@ -3,6 +3,7 @@
 
 #include "api/agent_features.h"
 #include "platform/virtual/power/power_plans.h"
+#include "platform/virtual/power/processor.h"
 #include "platform/virtual/sessions/session.h"
 #include "tests/never_sleep_pc_test.h"
 #include "tests/running_service.h"
@@ -29,6 +30,7 @@ struct EveningPc : NeverSleepPc
         Set(L"DndToS3", sleeps_in_the_hours);
         pc.SetClock(At(time));
         pc.user.Works();
+        pc.processor.SetLoad(100);  // never idle
         StartService();
     }
 
@@ -70,17 +72,24 @@ TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
 TEST(UndoneTest, HoursThatAreSleptThroughReleaseTheRequestsAndTheirEndHoldsThemAgain)
 {
     EveningPc evening("21:59", true);
-    evening.view.Raise(kEnterActive);
-    evening.Run(1s);
-    for (const auto& [when, state, held] : {std::tuple{0min, "HOLV_ACTIVE", true},
-                                            {1min, "HOLV_DND", false},
-                                            {8 * 60min, "HOLV_ACTIVE", true}}) {
-        evening.Run(when);
+    evening.pc.user.Leaves();
+    evening.pc.sleep.Ask(L"test");  // which becomes away mode
+    const auto expect = [&](const char* state, bool held) {
         SCOPED_TRACE(FormatCalendar(evening.pc.clock()));
         EXPECT_EQ(evening.State(), state);
         EXPECT_EQ(evening.Held(PowerRequestAwayModeRequired), held);
         EXPECT_EQ(evening.Held(PowerRequestSystemRequired), held);
-    }
+    };
+    evening.Run(1s);
+    expect("HOLV_ACTIVE", true);
+    evening.Run(1min);
+    expect("HOLV_DND", false);
+    evening.Run(10min);
+    EXPECT_TRUE(evening.Asleep()) << "with nothing to hold it awake";
+    evening.Run(7h + 50min);
+    expect("HOLV_ACTIVE", true);
+    evening.pc.user.Works();
+    evening.Run(1min);
     evening.StopService();
 }
 
@@ -114,6 +123,7 @@ class UndoneInServiceTest : public RunningServiceTest
 // The service goes on without the feature, and nothing that it had planned takes place.
 TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappens)
 {
+    pc.processor.SetLoad(100);  // the monitor of its usage goes on, and would enter HOLV_IDLE
     for (const auto& [time, event] : {std::pair{"21:00", EVENT_ENTER_S0},
                                       {"21:00", EVENT_ENTER_ACTIVE},
                                       {"23:00", EVENT_ENTER_DND}}) {

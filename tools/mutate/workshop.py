@@ -149,7 +149,7 @@ def set_apart(file, lines, faults, errors):
     """Marks the faults on the lines, or just before them, of which the compiler complains."""
     apart = set()
     for number in re.findall(rf'{re.escape(file)}:(\d+):\d+:', errors):
-        for line in lines[max(0, int(number) - 5):int(number)][::-1]:
+        for line in lines[max(0, int(number) - 5):int(number) + 1][::-1]:
             found = [int(n) for n in re.findall(r'HolvFault\((\d+)\)', line)]
             if found:
                 apart.update(found)
