@@ -96,6 +96,7 @@ TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
                 if (check.film) pc.power.SetRequest(*film, PowerRequestDisplayRequired);
                 heard.Forget();
                 S::MonitorIdleTimer();
+                EXPECT_EQ(heard.Has("Output from powercfg -requests"), check.then == Then::sleeps);
                 EXPECT_EQ(heard.TakeHas("Creating suspend thread"), check.then == Then::sleeps);
                 EXPECT_EQ(S::m_bDisplayRequired != FALSE, check.film);
                 if (check.then != Then::sleeps) {
