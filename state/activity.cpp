@@ -1,5 +1,7 @@
 #include "state/activity.h"
 
+#include <atomic>
+
 #include "platform/kernel.h"
 #include "state/never_sleep_state.h"
 
@@ -10,6 +12,8 @@ CriticalSection g_activity_lock;
 int g_open = 0;
 ChangeCounts g_changes;
 HANDLE g_changed = nullptr;
+
+std::atomic<void (*)(Activity::Kind kind)> g_after = nullptr;
 
 }  // namespace
 
@@ -27,6 +31,7 @@ Activity::Activity(Kind kind) : m_kind(kind), m_before(Now())
 Activity::~Activity()
 {
     const bool is_fact = m_kind == Kind::fact || !(Now() == m_before);
+    CallAfterActivity(m_kind);
     const ScopedLock lock(g_activity_lock);
     --g_open;
     if (!is_fact && m_kind == Kind::pass) return;
@@ -39,6 +44,13 @@ void ObserveChanges(HANDLE changed)
 {
     const ScopedLock lock(g_activity_lock);
     g_changed = changed;
+}
+
+void CallAfterActivities(void (*changed)(Activity::Kind kind)) { g_after = changed; }
+
+void CallAfterActivity(Activity::Kind kind)
+{
+    if (auto* const changed = g_after.load()) changed(kind);
 }
 
 Standstill::Standstill() : m_lock(g_activity_lock) {}

@@ -133,6 +133,15 @@ public:
         return NO_ERROR;
     }
 
+    bool MayRead() const { return m_mode && (m_mode->access & GENERIC_READ) != 0; }
+    DWORD Read(void* data, DWORD size)
+    {
+        const ssize_t taken = pread(m_file, data, size, static_cast<off_t>(m_position));
+        const auto count = static_cast<DWORD>(std::max<ssize_t>(taken, 0));
+        m_position += count;
+        return count;
+    }
+
     void Closed() override { m_mode.reset(); }
     void Flush() override { m_writes->writes.clear(); }
 
@@ -327,6 +336,7 @@ PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
 
 Function fn_create_file{"CreateFileW"};
 Function fn_write_file{"WriteFile"};
+Function fn_read_file{"ReadFile"};
 Function fn_set_named_pipe_handle_state{"SetNamedPipeHandleState"};
 Function fn_set_file_pointer{"SetFilePointer"};
 Function fn_flush_file_buffers{"FlushFileBuffers"};
@@ -371,6 +381,20 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
     if (!data) return call.Fail(ERROR_INVALID_USER_BUFFER);
     const DWORD error = target->Write(call.machine, call.thread, bytes, *written);
     return error == NO_ERROR ? TRUE : call.Fail(error);
+}
+
+BOOL WINAPI ReadFile(HANDLE handle, LPVOID data, DWORD size, LPDWORD read, OVERLAPPED* overlapped)
+{
+    Call call(fn_read_file);
+    if (!read || overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
+    *read = 0;
+    if (call.Fails()) return FALSE;
+    auto* file = call.Find<DiskFile>(handle);
+    if (!file) return FALSE;
+    if (!file->MayRead()) return call.Fail(ERROR_ACCESS_DENIED);
+    if (!data && size > 0) return call.Fail(ERROR_NOACCESS);
+    *read = file->Read(data, size);
+    return TRUE;
 }
 
 BOOL WINAPI SetNamedPipeHandleState(HANDLE handle, LPDWORD mode, LPDWORD count, LPDWORD timeout)
