@@ -4,17 +4,24 @@
 
 #include "platform/file.h"
 
-void Print(std::wstring_view text)
+std::string ToUtf8Bytes(std::wstring_view text)
 {
-    const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
-    if (!console || console == INVALID_HANDLE_VALUE || text.empty()) return;
     constexpr std::size_t kBytesMost = 4;  // of a character
     std::string bytes(text.size() * kBytesMost, '\0');
     const int count =
         WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes.data(),
                             static_cast<int>(bytes.size()), nullptr, nullptr);
+    bytes.resize(static_cast<std::size_t>(std::max(count, 0)));
+    return bytes;
+}
+
+void Print(std::wstring_view text)
+{
+    const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+    if (!console || console == INVALID_HANDLE_VALUE || text.empty()) return;
+    const std::string bytes = ToUtf8Bytes(text);
     DWORD written = 0;
-    if (count > 0) WriteFile(console, bytes.data(), static_cast<DWORD>(count), &written, nullptr);
+    WriteFile(console, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
 
 int EndWith(ExitCode code, std::wstring_view line)

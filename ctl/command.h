@@ -26,6 +26,9 @@ using CommandArguments = std::vector<std::wstring>;
 // Writes the text as UTF-8. A text may be longer than what PrintToConsole takes.
 void Print(std::wstring_view text);
 
+// In UTF-8.
+std::string ToUtf8Bytes(std::wstring_view text);
+
 // Prints the line and returns the code, for a command that ends with it.
 int EndWith(ExitCode code, std::wstring_view line);
 

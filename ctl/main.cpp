@@ -5,8 +5,10 @@
 
 #include "ctl/agent.h"
 #include "ctl/command.h"
+#include "ctl/report_command.h"
 #include "ctl/restore_command.h"
 #include "ctl/status_command.h"
+#include "ctl/watch_command.h"
 #include "log/log.h"
 #include "platform/module.h"
 
@@ -21,6 +23,9 @@ const struct Command
 } kCommands[] = {
     {L"status", L"[--json]", L"the state, why the PC is awake, and what comes next", RunStatus},
     {L"why", L"", L"the chain of reasons, and what would have to change", RunWhy},
+    {L"watch", L"[CHANGES]", L"tells each change as it happens, without end or so many", RunWatch},
+    {L"report", L"[--days N] [--html FILE] [--json]", L"what the PC did, of the last 7 days",
+     RunReport},
     {L"get", L"[FEATURE]", L"a feature's value, or all of them", RunGet},
     {L"set", L"FEATURE on|off", L"switches a feature", RunSet},
     {L"interval", L"[START END]", L"the do-not-disturb hours, like 22:00 06:00", RunInterval},

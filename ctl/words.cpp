@@ -145,6 +145,12 @@ std::wstring RequestsSentence(const JsonValue& record)
            (release ? std::wstring(L": ") + release->because : std::wstring()) + L".";
 }
 
+std::wstring ReleaseReason(const JsonValue& record)
+{
+    const ReleaseRow* release = ReleaseOf(record);
+    return release ? release->because : L"";
+}
+
 std::vector<std::wstring> ReasonChain(const PublishedState& state)
 {
     const JsonValue& record = state.record;

@@ -12,6 +12,9 @@ std::wstring WhySentence(const PublishedState& state);
 // What the service does with its power requests, and why.
 std::wstring RequestsSentence(const JsonValue& record);
 
+// Why the service may hold no power request; "" where never-sleep mode is allowed.
+std::wstring ReleaseReason(const JsonValue& record);
+
 // The chain of reasons, and what would have to change, a sentence each.
 std::vector<std::wstring> ReasonChain(const PublishedState& state);
 

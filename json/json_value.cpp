@@ -1,5 +1,6 @@
 #include "json/json_value.h"
 
+#include <algorithm>
 #include <cstdint>
 
 class JsonReader
@@ -50,7 +51,7 @@ private:
             if (named && (!ReadText(name) || !Take(L':'))) return false;
             JsonValue member;
             if (!Read(member, depth + 1)) return false;
-            if (named) value.m_at[name] = value.m_elements.size();
+            if (named) value.m_names.push_back(std::move(name));
             value.m_elements.push_back(std::move(member));
         } while (Take(L','));
         return Take(end);
@@ -160,6 +161,7 @@ std::optional<JsonValue> JsonValue::Read(std::wstring_view text)
 const JsonValue& JsonValue::operator[](std::wstring_view name) const
 {
     static const JsonValue nothing;
-    const auto found = m_at.find(name);
-    return found == m_at.end() ? nothing : m_elements[found->second];
+    // Objects here have few members: a search is quicker than an index.
+    const auto found = std::ranges::find(m_names, name);
+    return found == m_names.end() ? nothing : m_elements[static_cast<std::size_t>(found - m_names.begin())];
 }

@@ -1,7 +1,6 @@
 // Reads JSON: a line of the history, or the published state.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,6 +44,6 @@ private:
     bool m_flag = false;
     std::int64_t m_number = 0;
     std::wstring m_text;
-    std::vector<JsonValue> m_elements;                     // of an array, or an object's values
-    std::map<std::wstring, std::size_t, std::less<>> m_at;  // where in them, by their names
+    std::vector<JsonValue> m_elements;  // of an array, or an object's values
+    std::vector<std::wstring> m_names;  // of an object's values
 };
