@@ -18,9 +18,9 @@ const struct Feature
     std::wstring_view name;
     bool read_only;
 } kFeatures[] = {
-    {L"never-sleep", false},     {L"mute-audio", false},      {L"do-not-disturb", false},
-    {L"app-suspend", false},     {L"lync-installed", true},   {L"display-on-lync", false},
-    {L"sleep-in-hours", false},  {L"on-battery", false},      {L"has-battery", true},
+    {L"never-sleep", false},    {L"mute-audio", false},    {L"do-not-disturb", false},
+    {L"app-suspend", false},    {L"lync-installed", true}, {L"display-on-lync", false},
+    {L"sleep-in-hours", false}, {L"on-battery", false},    {L"has-battery", true},
 };
 static_assert(std::size(kFeatures) == E_BATTERY_PRESENT + 1);
 
@@ -59,8 +59,8 @@ HOLVAgentFeatureEnum IdOf(const Feature& feature)
 
 int UnknownFeature(const std::wstring& name)
 {
-    return EndWith(kUnknownName,
-                   L"There is no feature \"" + name + L"\". The features are:" + NamesOf(kFeatures));
+    return EndWith(kUnknownName, L"There is no feature \"" + name + L"\". The features are:" +
+                                     NamesOf(kFeatures));
 }
 
 int ReportFailure(HRESULT result)
@@ -85,8 +85,9 @@ public:
     {
         m_in_apartment = SUCCEEDED(m_result);
         if (m_in_apartment) {
-            m_result = CoCreateInstance(CLSID_HOLVAgentApi, nullptr, CLSCTX_LOCAL_SERVER,
-                                        IID_IHOLVAgent, reinterpret_cast<void**>(m_agent.Receive()));
+            m_result =
+                CoCreateInstance(CLSID_HOLVAgentApi, nullptr, CLSCTX_LOCAL_SERVER, IID_IHOLVAgent,
+                                 reinterpret_cast<void**>(m_agent.Receive()));
         }
     }
     ~Agent()
@@ -138,9 +139,9 @@ int RaiseEvent(const Agent& agent, const EventCode& event, bool refuse)
     if (FAILED(result)) return ReportFailure(result);
     const auto current = std::ranges::find(kEventCodes, now, &EventCode::code);
     Print(sink.heard());
-    return EndWith(kDone, L"The event code is " + (current == std::end(kEventCodes)
-                                                       ? std::to_wstring(now)
-                                                       : std::wstring(current->name)) +
+    return EndWith(kDone, L"The event code is " +
+                              (current == std::end(kEventCodes) ? std::to_wstring(now)
+                                                                : std::wstring(current->name)) +
                               L".");
 }
 
@@ -189,8 +190,8 @@ int RunInterval(const CommandArguments& arguments)
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const long minutes = TimeOfDayIn(arguments[i]);
         if (minutes < 0) {
-            return EndWith(kOutOfRange, L"\"" + arguments[i] +
-                                            L"\" is no time of day between 00:00 and 23:59.");
+            return EndWith(kOutOfRange,
+                           L"\"" + arguments[i] + L"\" is no time of day between 00:00 and 23:59.");
         }
         hours[i] = static_cast<UINT>(minutes);
     }

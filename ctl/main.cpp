@@ -72,9 +72,9 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, LPWSTR, int)
     // The service's code, of which parts are linked in, logs; its lines are not for the console.
     g_dwLoggingEnabled = 0;
     CommandArguments arguments = ArgumentsOf(GetCommandLineW());
-    const auto command =
-        arguments.empty() ? std::end(kCommands)
-                          : std::ranges::find(kCommands, arguments.front(), &Command::name);
+    const auto command = arguments.empty()
+                             ? std::end(kCommands)
+                             : std::ranges::find(kCommands, arguments.front(), &Command::name);
     if (command == std::end(kCommands)) {
         PrintUsage();
         return kUsage;

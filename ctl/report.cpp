@@ -13,10 +13,14 @@ const struct SpentRow
     const wchar_t* name;
     const wchar_t* title;
 } kSpent[] = {
-    {L"S0_NORMAL", L"normal use"},          {L"HOLV_ACTIVE", L"kept awake"},
-    {L"HOLV_IDLE", L"kept awake, idle"},    {L"HOLV_DND", L"quiet hours"},
-    {L"HOLV_S3", L"asleep"},                {L"HOLV_INIT", L"switched off"},
-    {L"stopped", L"service stopped"},       {L"unknown", L"not known"},
+    {L"S0_NORMAL", L"normal use"},
+    {L"HOLV_ACTIVE", L"kept awake"},
+    {L"HOLV_IDLE", L"kept awake, idle"},
+    {L"HOLV_DND", L"quiet hours"},
+    {L"HOLV_S3", L"asleep"},
+    {L"HOLV_INIT", L"switched off"},
+    {L"stopped", L"service stopped"},
+    {L"unknown", L"not known"},
 };
 static_assert(std::size(kSpent) == kSpentCount);
 
@@ -62,7 +66,7 @@ public:
         for (const JsonValue& holder : from.line[L"holders"].Elements()) {
             ForDays(LocalAt(from, from.tick), to.tick - from.tick,
                     [&](ReportDay& day, std::int64_t, std::int64_t part) {
-                        day.held_ms[holder[L"name"].Text()] += part;
+                        day.held_ms[HolderName(holder[L"name"].Text())] += part;
                     });
         }
     }
@@ -90,8 +94,9 @@ private:
         const bool stopped = IsEvent(from, L"stop");
         Add(stopped ? Spent::stopped : Spent::unknown, from, from.tick, to.tick - from.tick);
         if (!stopped) {
-            Tell(to, L"gap", L"the service was killed before this start; its last word is of " +
-                                 LocalText(from.utc, MinutesAhead(from)));
+            Tell(to, L"gap",
+                 L"the service was killed before this start; its last word is of " +
+                     LocalText(from.utc, MinutesAhead(from)));
         }
     }
 
@@ -116,8 +121,9 @@ private:
         constexpr std::int64_t kMostMs = 1000;
         const std::int64_t set = LocalAt(to, to.tick) - LocalAt(from, to.tick);
         if (set <= kMostMs && set >= -kMostMs) return;
-        Tell(to, L"clock", std::wstring(L"the clock was set ") + (set > 0 ? L"forward" : L"back") +
-                               L" by " + std::to_wstring((set > 0 ? set : -set) / 1000) + L" s");
+        Tell(to, L"clock",
+             std::wstring(L"the clock was set ") + (set > 0 ? L"forward" : L"back") + L" by " +
+                 std::to_wstring((set > 0 ? set : -set) / 1000) + L" s");
     }
 
     void TakeUser(const HistoryRecord& from, const HistoryRecord& to)
@@ -126,9 +132,9 @@ private:
         const bool now = to.line[L"user"][L"suspended"].Flag();
         if (!before && now) Tell(to, L"sleep", L"the PC went to sleep: " + SleepCause(from));
         if (before && !now) {
-            Tell(to, L"wake", to.line[L"user"][L"present"].Flag()
-                                  ? L"the user woke the PC"
-                                  : L"a timer or a device woke the PC");
+            Tell(to, L"wake",
+                 to.line[L"user"][L"present"].Flag() ? L"the user woke the PC"
+                                                     : L"a timer or a device woke the PC");
         }
     }
 
@@ -147,8 +153,9 @@ private:
         }
         const std::int64_t mutes = to.line[L"mutes"].Number();
         if (from.line[L"mutes"].Number() != mutes) {
-            Tell(to, L"mute", mutes == 0 ? L"what was muted sounds again"
-                                         : std::to_wstring(mutes) + L" kept muted");
+            Tell(to, L"mute",
+                 mutes == 0 ? L"what was muted sounds again"
+                            : std::to_wstring(mutes) + L" kept muted");
         }
     }
 
@@ -202,8 +209,8 @@ void LeaveDays(Report& report, int days)
     const std::int64_t first = report.days.rbegin()->first - days + 1;
     report.days.erase(report.days.begin(), report.days.lower_bound(first));
     std::erase_if(report.events, [&](const ReportEvent& event) {
-        const auto local = static_cast<std::int64_t>(event.utc / kUnitsPerMs) +
-                           event.minutes_ahead * 60'000LL;
+        const auto local =
+            static_cast<std::int64_t>(event.utc / kUnitsPerMs) + event.minutes_ahead * 60'000LL;
         return local / kMsPerDay < first;
     });
 }

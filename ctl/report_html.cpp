@@ -9,7 +9,8 @@
 namespace {
 
 // The colours and the heights differ, so that the timeline reads without colours, too.
-constexpr const wchar_t* kHead = LR"(<!DOCTYPE html>
+constexpr const wchar_t* kHead =
+    LR"(<!DOCTYPE html>
 <html lang="en"><head><meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <title>What this PC did</title>
@@ -92,8 +93,8 @@ void AddDay(std::wstring& html, std::int64_t number, const ReportDay& day, int t
             if (static_cast<int>(stretch.spent) != spent) continue;
             const std::int64_t begin = stretch.begin % kMsPerDay;
             const int from = std::max(drawn_to, static_cast<int>(begin / kMsPerMinute));
-            const int to = static_cast<int>((begin + stretch.length + kMsPerMinute - 1) /
-                                            kMsPerMinute);
+            const int to =
+                static_cast<int>((begin + stretch.length + kMsPerMinute - 1) / kMsPerMinute);
             if (to <= from) continue;
             path += Bar(kLeft + from, kLeft + to, top + kRow - 3 - height, height);
             drawn_to = to;
@@ -172,11 +173,12 @@ void AddHolders(std::wstring& html, const Report& report)
 {
     const auto holders = HoldersOf(report);
     if (holders.empty()) return;
-    html += L"<h2>Other programs that held the PC awake</h2>\n"
-            L"<p>As far as the listings tell that the service makes.</p>\n<table>";
+    html +=
+        L"<h2>Other programs that held the PC awake</h2>\n"
+        L"<p>As far as the listings tell that the service makes.</p>\n<table>";
     for (const auto& [name, ms] : holders) {
-        html += L"<tr><td class=\"w\">" + Escape(name) + L"</td><td>" + HoursText(ms) +
-                L"</td></tr>\n";
+        html +=
+            L"<tr><td class=\"w\">" + Escape(name) + L"</td><td>" + HoursText(ms) + L"</td></tr>\n";
     }
     html += L"</table>\n";
 }
@@ -186,8 +188,9 @@ void AddEvents(std::wstring& html, const Report& report)
     constexpr std::size_t kMost = 2000;
     const std::size_t left_out = report.events.size() > kMost ? report.events.size() - kMost : 0;
     html += L"<h2>What happened</h2>\n";
-    if (left_out > 0) html += L"<p>The first " + Number(static_cast<std::int64_t>(left_out)) +
-                              L" are left out.</p>\n";
+    if (left_out > 0)
+        html += L"<p>The first " + Number(static_cast<std::int64_t>(left_out)) +
+                L" are left out.</p>\n";
     html += L"<table>";
     for (std::size_t i = left_out; i < report.events.size(); ++i) {
         const ReportEvent& event = report.events[i];
@@ -217,7 +220,8 @@ std::vector<std::pair<std::wstring, std::int64_t>> HoldersOf(const Report& repor
         for (const auto& [name, ms] : day.held_ms) held[name] += ms;
     }
     std::vector<std::pair<std::wstring, std::int64_t>> holders(held.begin(), held.end());
-    std::ranges::stable_sort(holders, [](const auto& a, const auto& b) { return a.second > b.second; });
+    std::ranges::stable_sort(holders,
+                             [](const auto& a, const auto& b) { return a.second > b.second; });
     return holders;
 }
 
@@ -235,7 +239,8 @@ std::wstring ReportHtml(const Report& report)
     AddHolders(html, report);
     AddEvents(html, report);
     if (report.torn_lines > 0) {
-        html += L"<p>" + Number(report.torn_lines) + L" line(s) of the history cannot be read.</p>\n";
+        html +=
+            L"<p>" + Number(report.torn_lines) + L" line(s) of the history cannot be read.</p>\n";
     }
     return html + L"</body></html>\n";
 }

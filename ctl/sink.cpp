@@ -50,7 +50,8 @@ SinkConnection::SinkConnection(IHOLVAgent* agent, bool refuse)
     m_result = agent->QueryInterface(IID_IConnectionPointContainer,
                                      reinterpret_cast<void**>(container.Receive()));
     if (SUCCEEDED(m_result)) {
-        m_result = container.Get()->FindConnectionPoint(DIID__HOLVAgentSinkEvent, m_point.Receive());
+        m_result =
+            container.Get()->FindConnectionPoint(DIID__HOLVAgentSinkEvent, m_point.Receive());
     }
     if (SUCCEEDED(m_result)) m_result = m_point.Get()->Advise(m_sink, &m_cookie);
 }

@@ -7,6 +7,7 @@
 #include "ctl/words.h"
 #include "json/json_writer.h"
 #include "platform/power.h"
+#include "power/never_sleep_away_mode.h"
 
 namespace {
 
@@ -71,8 +72,9 @@ void AddHolders(std::wstring& text, const Present& present)
         return AddRow(text, L"Held by", L"not known: the system lists that to administrators");
     }
     for (const RequestHolder& holder : *present.holders) {
+        if (holder.reason == kRequestReason) continue;
         AddRow(text, L"Held by",
-               holder.name + L" (" + holder.kind + L", " + holder.request + L")" +
+               HolderName(holder.name) + L" (" + holder.kind + L", " + holder.request + L")" +
                    (holder.reason.empty() ? std::wstring() : L": " + holder.reason));
     }
 }
@@ -244,8 +246,9 @@ int RunWhy(const CommandArguments& arguments)
     if (state.service == Published::running) {
         const auto holders = ListRequestHolders();
         for (const RequestHolder& holder : holders.value_or(std::vector<RequestHolder>())) {
-            Print(L"A power request is held: " + holder.name + L" (" + holder.kind + L", " +
-                  holder.request + L").\n");
+            if (holder.reason == kRequestReason) continue;
+            Print(L"Another program holds a request: " + HolderName(holder.name) + L" (" +
+                  holder.kind + L", " + holder.request + L").\n");
         }
     }
     return CodeOf(state.service);

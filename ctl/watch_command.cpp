@@ -36,9 +36,8 @@ public:
     {
         const auto id = static_cast<DWORD>(state.record[L"process"][L"id"].Number());
         // A standard user may not wait for the process, and sees its end at the next start.
-        const OwnedHandle process(state.service == Published::running
-                                      ? OpenProcess(SYNCHRONIZE, FALSE, id)
-                                      : nullptr);
+        const OwnedHandle process(
+            state.service == Published::running ? OpenProcess(SYNCHRONIZE, FALSE, id) : nullptr);
         const HANDLE all[] = {m_changed.Get(), process.Get()};
         return WaitForMultipleObjects(process ? 2 : 1, all, FALSE, INFINITE) != WAIT_FAILED;
     }
@@ -75,7 +74,8 @@ int RunWatch(const CommandArguments& arguments)
     std::wstring told;
     for (long changes = -1; most == 0 || changes < most;) {
         if (const LSTATUS error = watch.Begin()) {
-            if (error == ERROR_ACCESS_DENIED) return EndWith(kDenied, L"The system refuses access.");
+            if (error == ERROR_ACCESS_DENIED)
+                return EndWith(kDenied, L"The system refuses access.");
             return EndWith(kNotInstalled, L"Nothing is published on this PC.");
         }
         const PublishedState state = ReadPublishedState();

@@ -13,11 +13,11 @@ const struct ReasonRow
     std::wstring_view reason;
     const wchar_t* sentence;
 } kReasons[] = {
-    {L"feature_off", L"Never-sleep mode is switched off: Windows alone decides when this PC sleeps."},
+    {L"feature_off",
+     L"Never-sleep mode is switched off: Windows alone decides when this PC sleeps."},
     {L"starting", L"The service is starting."},
     {L"user_there", L"The PC is in normal use: its user is there."},
-    {L"nobody_left",
-     L"The PC is in normal use: nobody has left it since the service started."},
+    {L"nobody_left", L"The PC is in normal use: nobody has left it since the service started."},
     {L"away_mode",
      L"The PC is kept awake in never-sleep mode: it would be asleep, and is in away mode instead."},
     {L"woken", L"The PC is in never-sleep mode: it is awake, and its user is not there."},
@@ -34,8 +34,7 @@ const struct ReleaseRow
     const wchar_t* because;
     const wchar_t* to_change;  // what would have the PC left awake
 } kReleases[] = {
-    {[](const JsonValue& r) { return !r[L"feature"].Flag(); },
-     L"never-sleep mode is switched off",
+    {[](const JsonValue& r) { return !r[L"feature"].Flag(); }, L"never-sleep mode is switched off",
      L"To have it kept awake: holvctl set never-sleep on."},
     {[](const JsonValue& r) {
          return !r[L"power"][L"mains"].Flag() && !r[L"power"][L"battery_allowed"].Flag();
@@ -79,7 +78,8 @@ std::wstring NotRunningSentence(const PublishedState& state)
         case Published::stopped:
             return L"The service has stopped: Windows alone decides when this PC sleeps.";
         case Published::killed:
-            return L"The service was ended without a word (killed, or crashed): what it had changed "
+            return L"The service was ended without a word (killed, or crashed): what it had "
+                   L"changed "
                    L"stays until it starts again, or until holvctl restore.";
         case Published::not_running:
             return L"The service does not run: Windows alone decides when this PC sleeps.";
@@ -97,7 +97,8 @@ std::wstring WhatToChange(const JsonValue& record)
         return L"To let it sleep: holvctl set never-sleep off, or set sleep-in-hours on for the "
                L"do-not-disturb hours. The user's return ends never-sleep mode by itself.";
     }
-    return L"When its user has been away for the plan's sleep time-out, never-sleep mode begins and "
+    return L"When its user has been away for the plan's sleep time-out, never-sleep mode begins "
+           L"and "
            L"keeps it awake. To let it sleep then: holvctl set never-sleep off.";
 }
 
@@ -122,8 +123,8 @@ std::wstring WhySentence(const PublishedState& state)
     const JsonValue& record = state.record;
     if (state.service != Published::running) return NotRunningSentence(state);
     const auto row = std::ranges::find(kReasons, record[L"reason"].Text(), &ReasonRow::reason);
-    std::wstring sentence = row == std::end(kReasons) ? L"The state is " + record[L"state"].Text()
-                                                      : row->sentence;
+    std::wstring sentence =
+        row == std::end(kReasons) ? L"The state is " + record[L"state"].Text() : row->sentence;
     if (InNeverSleepMode(record) && record[L"requests"].Text() == L"released") {
         const ReleaseRow* release = ReleaseOf(record);
         sentence = std::wstring(L"The PC is in never-sleep mode, but may sleep: ") +
@@ -203,6 +204,12 @@ std::wstring CorrectionSentence(const JsonValue& record)
     return L"At " + LocalTimeText(*time, MinutesAhead(record)) +
            L" the service corrected itself: " + correction[L"wrong"].Text() + L"; it tried " +
            correction[L"remedy"].Text() + L".";
+}
+
+std::wstring HolderName(std::wstring_view name)
+{
+    const std::size_t last = name.rfind(L'\\');
+    return std::wstring(last == name.npos ? name : name.substr(last + 1));
 }
 
 std::wstring HoursText(const JsonValue& record)

@@ -15,6 +15,9 @@ std::wstring RequestsSentence(const JsonValue& record);
 // Why the service may hold no power request; "" where never-sleep mode is allowed.
 std::wstring ReleaseReason(const JsonValue& record);
 
+// A holder of a power request by its file's name, without the path.
+std::wstring HolderName(std::wstring_view name);
+
 // The chain of reasons, and what would have to change, a sentence each.
 std::vector<std::wstring> ReasonChain(const PublishedState& state);
 

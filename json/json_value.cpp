@@ -83,8 +83,7 @@ private:
         std::uint32_t code = 0;
         for (int digit = 0; digit < 4; ++digit) {
             if (m_at == m_text.size()) return false;
-            const std::size_t value =
-                std::wstring_view(L"0123456789abcdef").find(m_text[m_at++]);
+            const std::size_t value = std::wstring_view(L"0123456789abcdef").find(m_text[m_at++]);
             if (value == std::wstring_view::npos) return false;
             code = code * 16 + static_cast<std::uint32_t>(value);
         }
@@ -99,8 +98,7 @@ private:
         const bool pair = sizeof(wchar_t) > 2 && last >= 0xD800 && last < 0xDC00 &&
                           code >= 0xDC00 && code < 0xE000;
         if (pair) {
-            text.back() =
-                static_cast<wchar_t>(0x10000 + ((last - 0xD800) << 10) + (code - 0xDC00));
+            text.back() = static_cast<wchar_t>(0x10000 + ((last - 0xD800) << 10) + (code - 0xDC00));
         } else {
             text += static_cast<wchar_t>(code);
         }
@@ -163,5 +161,6 @@ const JsonValue& JsonValue::operator[](std::wstring_view name) const
     static const JsonValue nothing;
     // Objects here have few members: a search is quicker than an index.
     const auto found = std::ranges::find(m_names, name);
-    return found == m_names.end() ? nothing : m_elements[static_cast<std::size_t>(found - m_names.begin())];
+    return found == m_names.end() ? nothing
+                                  : m_elements[static_cast<std::size_t>(found - m_names.begin())];
 }

@@ -35,9 +35,9 @@ int MinutesAheadOfUtc()
 {
     SYSTEMTIME local{};
     GetLocalTime(&local);
-    const UtcTime shown =
-        FromDate(local.wYear, local.wMonth, local.wDay) +
-        (local.wHour * 60u + local.wMinute) * kUnitsPerMinute + local.wSecond * kUnitsPerSecondOfDay;
+    const UtcTime shown = FromDate(local.wYear, local.wMonth, local.wDay) +
+                          (local.wHour * 60u + local.wMinute) * kUnitsPerMinute +
+                          local.wSecond * kUnitsPerSecondOfDay;
     // The clock is read twice: the difference is rounded to whole minutes.
     const auto ahead = static_cast<double>(static_cast<std::int64_t>(shown - UtcNow()));
     return static_cast<int>(std::lround(ahead / static_cast<double>(kUnitsPerMinute)));

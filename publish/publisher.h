@@ -9,5 +9,6 @@
 // Begins with the state as it is. Called before the state machine's thread is started.
 void StartPublishing();
 
-// Publishes that the service has stopped. Called after the threads that change something have ended.
+// Publishes that the service has stopped. Called after the threads that change something have
+// ended.
 void EndPublishing();

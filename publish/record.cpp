@@ -22,9 +22,8 @@ void AddHead(JsonObject& record, const RecordHead& head)
         .Text(L"boot", head.boot)
         .Number(L"number", static_cast<std::int64_t>(head.number))
         .Number(L"tick", static_cast<std::int64_t>(head.tick))
-        .Object(L"process", JsonObject()
-                                .Number(L"id", head.process_id)
-                                .Time(L"started", head.process_started));
+        .Object(L"process",
+                JsonObject().Number(L"id", head.process_id).Time(L"started", head.process_started));
 }
 
 void AddFacts(JsonObject& record, const Snapshot& now)
@@ -45,8 +44,7 @@ void AddFacts(JsonObject& record, const Snapshot& now)
                               .Number(L"end", now.hours_end)
                               .Flag(L"inside", now.in_hours)
                               .Flag(L"sleep", now.sleeps_in_hours))
-        .Object(L"plan",
-                JsonObject().Text(L"user", now.user_plan).Text(L"active", now.active_plan))
+        .Object(L"plan", JsonObject().Text(L"user", now.user_plan).Text(L"active", now.active_plan))
         .Number(L"mutes", now.kept_mutes);
 }
 

@@ -11,7 +11,7 @@
 struct RecordHead
 {
     UtcTime utc;
-    int minutes_ahead;  // of UTC
+    int minutes_ahead;   // of UTC
     std::uint64_t tick;  // the milliseconds of GetTickCount64 at `utc`
     std::wstring boot;
     std::uint64_t number;  // of the record, since the PC was started

@@ -19,9 +19,9 @@ namespace {
 using S = CNeverSleepState;
 
 // Indexed by Reason. A name that a rule of the reconciler's has, too, is that rule's.
-constexpr const wchar_t* kReasonNames[] = {L"feature_off", L"starting",  L"user_there",
-                                           L"nobody_left", L"away_mode", L"woken",
-                                           L"processor_idle", L"hours",  L"asleep"};
+constexpr const wchar_t* kReasonNames[] = {L"feature_off",    L"starting",  L"user_there",
+                                           L"nobody_left",    L"away_mode", L"woken",
+                                           L"processor_idle", L"hours",     L"asleep"};
 static_assert(std::size(kReasonNames) == static_cast<std::size_t>(Reason::asleep) + 1);
 
 std::wstring TextOf(const GUID& plan)

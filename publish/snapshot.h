@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "platform/com.h"
+#include "power/request_holders.h"
 #include "reconciler/facts.h"
 #include "reconciler/reconciler.h"
-#include "power/request_holders.h"
 
 // Why the state is what it is.
 enum class Reason
@@ -14,7 +14,7 @@ enum class Reason
     feature_off,
     starting,
     user_there,
-    nobody_left,     // in normal use, and nobody has left or come since the service started
+    nobody_left,     // in normal use, and no user has left or come since the service started
     away_mode,       // the PC would sleep, and is in away mode instead
     woken,           // from sleep, without a user
     processor_idle,  // in never-sleep mode, with little to do

@@ -39,7 +39,7 @@ void SettleJournal();
 std::vector<JournalEntry> JournalEntries();
 
 // How many endpoints' mute states wait to be restored, as the last change left it. Reads no
-// registry and waits for nobody.
+// registry and takes no lock.
 int KeptMutes();
 
 // The entry of a thing; nothing when the service has not changed it.

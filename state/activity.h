@@ -48,8 +48,8 @@ struct ChangeCounts
 // Has `changed` signalled after every change; null for none. The event must stay open until then.
 void ObserveChanges(HANDLE changed);
 
-// Has `changed` called after each Activity, on the thread that had it open; null for none. It may be
-// called by several threads at once.
+// Has `changed` called after each Activity, on the thread that had it open; null for none. It may
+// be called by several threads at once.
 void CallAfterActivities(void (*changed)(Activity::Kind kind));
 // Calls that function. For a thread that changes something without an Activity.
 void CallAfterActivity(Activity::Kind kind);

@@ -17,6 +17,6 @@ struct StateNote
 void NoteState(ESystemState state);
 
 // How many changes were noted so far, and those from the given number on, the oldest first, as far
-// as they are kept. Any thread; waits for nobody.
+// as they are kept. Any thread; takes no lock.
 std::uint64_t StatesNoted();
 std::vector<StateNote> StateNotesFrom(std::uint64_t number);

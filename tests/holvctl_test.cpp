@@ -1,10 +1,11 @@
-// What holvctl says of the service: by the state that it publishes, by its control interface, and by
-// its history.
+// What holvctl says of the service: by the state that it publishes, by its control interface, and
+// by its history.
 
 #include <map>
 #include <nlohmann/json.hpp>
 
 #include "platform/owned.h"
+#include "platform/virtual/disk/disk.h"
 #include "tests/ctl.h"
 #include "tests/users_pc.h"
 
@@ -127,17 +128,22 @@ TEST(FeatureCommandTest, FeaturesAreReadAndSwitchedByNameAndEachErrorHasItsCode)
     EXPECT_EQ(RunCtl(user.pc, "get 0").said, "0\n");
     const CtlAnswer off = RunCtl(user.pc, "status");
     EXPECT_NE(off.said.find("Never-sleep mode is switched off"), std::string::npos) << off.said;
-    EXPECT_EQ(RunCtl(user.pc, "interval 21:30 05:45").said,
-              "do not disturb from 21:30 to 05:45\n");
+    EXPECT_EQ(RunCtl(user.pc, "interval 21:30 05:45").said, "do not disturb from 21:30 to 05:45\n");
     EXPECT_EQ(RunCtl(user.pc, "interval").said, "do not disturb from 21:30 to 05:45\n");
     EXPECT_EQ(RunCtl(user.pc, "event state-change").said,
               "heard event code 1\nThe event code is state-change.\n");
     EXPECT_EQ(RunCtl(user.pc, "event 2 refuse").said,
               "heard event code 2 and refused it\nThe event code is update-available.\n");
     const std::map<std::string, int> codes = {
-        {"get nonsense", 7},        {"set nonsense on", 7},       {"set has-battery on", 9},
-        {"set mute-audio maybe", 8}, {"interval 24:00 06:00", 8}, {"interval 22:00", 2},
-        {"event 3", 7},             {"", 2},                      {"status --xml", 2},
+        {"get nonsense", 7},
+        {"set nonsense on", 7},
+        {"set has-battery on", 9},
+        {"set mute-audio maybe", 8},
+        {"interval 24:00 06:00", 8},
+        {"interval 22:00", 2},
+        {"event 3", 7},
+        {"", 2},
+        {"status --xml", 2},
         {"report --days 0", 2},
     };
     for (const auto& [command, code] : codes) {

@@ -18,8 +18,8 @@ constexpr std::wstring_view kHistory = LR"(C:\ProgramData\Orbeq\Holv\History\)";
 
 using Times = std::map<std::string, Duration>;
 
-// Counts the time in each state from the changes that the machine itself sees. What a killed service
-// did after its last line in the history nobody can tell.
+// Counts the time in each state from the changes that the machine itself sees. What a killed
+// service did after its last line in the history cannot be told.
 class Oracle
 {
 public:

@@ -1,4 +1,5 @@
-// What "holvctl status --json" prints in every scenario, against the schema that its users are given.
+// What "holvctl status --json" prints in every scenario, against the schema that its users are
+// given.
 
 #include <filesystem>
 #include <fstream>

@@ -1,4 +1,4 @@
-// Files, folders, pipes, the standard output, known folders and conversion to UTF-8.
+// Files, folders, pipes, the standard output and known folders.
 
 #include "platform/file.h"
 
@@ -343,7 +343,6 @@ Function fn_flush_file_buffers{"FlushFileBuffers"};
 Function fn_create_directory{"CreateDirectoryW"};
 Function fn_get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
 Function fn_get_std_handle{"GetStdHandle"};
-Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
 
 }  // namespace
 
@@ -493,24 +492,5 @@ HANDLE WINAPI GetStdHandle(DWORD which)
     Call call(fn_get_std_handle);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     return which == STD_OUTPUT_HANDLE ? kConsole : FailToOpen(call, ERROR_INVALID_HANDLE);
-}
-
-int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount, LPSTR bytes,
-                               int bytesCount, LPCSTR defaultChar, BOOL* usedDefault)
-{
-    Call call(fn_wide_char_to_multi_byte);
-    if (call.Fails()) return 0;
-    const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
-    if (!understood || !wide || wideCount == 0 || bytesCount < 0 || (bytesCount && !bytes)) {
-        return call.Fail(ERROR_INVALID_PARAMETER);
-    }
-    const std::size_t count =
-        wideCount < 0 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(wideCount);
-    const std::string converted = ToUtf8({wide, count});
-    const int needed = static_cast<int>(converted.size());
-    if (bytesCount == 0) return needed;
-    if (bytesCount < needed) return call.Fail(ERROR_INSUFFICIENT_BUFFER);
-    std::ranges::copy(converted, bytes);
-    return needed;
 }
 }

@@ -272,15 +272,15 @@ LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HAN
     if (call.Fails()) return static_cast<LSTATUS>(call.error());
     RegistryPath path;
     if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_NOTIFY)) return error;
-    // Nobody waits here without an event.
+    // A wait without an event is not modelled.
     if (!asynchronous) return ERROR_INVALID_PARAMETER;
     const DWORD last_error = call.thread.last_error;
     const auto signalled = call.FindShared<Waitable>(event);
     call.thread.last_error = last_error;
     if (!signalled) return ERROR_INVALID_HANDLE;
     // Closing the handle signals the event, too: the watch ends with whichever comes first.
-    auto* const open = dynamic_cast<OpenKey*>(
-        call.machine.handles.Find(reinterpret_cast<HANDLE>(key)));
+    auto* const open =
+        dynamic_cast<OpenKey*>(call.machine.handles.Find(reinterpret_cast<HANDLE>(key)));
     const std::weak_ptr<Waitable> told = signalled;
     const auto tell = [told] {
         if (const auto waitable = told.lock()) waitable->Signal();

@@ -196,7 +196,7 @@ HANDLE WINAPI OpenProcess(DWORD, BOOL, DWORD id)
     return nullptr;
 }
 
-// Without the times of its threads, which nobody here asks for.
+// Without the times of its threads, which no program here asks for.
 BOOL WINAPI GetProcessTimes(HANDLE handle, FILETIME* started, FILETIME* ended, FILETIME* kernel,
                             FILETIME* user)
 {
