@@ -47,22 +47,33 @@ struct Attempts
 class Reconciler
 {
 public:
-    // Looks after a change, or after a time-out, and returns the next time-out.
-    DWORD Look(bool timed_out)
+    // Looks after a change, or when the time-out is over, and returns the next time-out. While one
+    // runs, changes do not wake this thread: it finds them here.
+    DWORD Look()
     {
-        const Standstill standstill;
-        const ChangeCounts changes = standstill.Changes();
-        const bool quiet = timed_out && changes.all == m_seen.all;
-        m_seen = changes;
-        if (!quiet) return kQuietMs;
+        Standstill standstill;
+        const Changes before = std::exchange(m_seen, standstill.Seen());
+        const DWORD left = m_seen.all != before.all ? QuietLeft() : 0;
+        if (left > 0) return left;
         if (!standstill.Complete()) return kBusyMs;
-        return Compare() ? kQuietMs : INFINITE;
+        if (Compare()) return kQuietMs;
+        standstill.AwaitChange();
+        return INFINITE;
     }
 
     // Whether a rule was cured since the last call.
     bool TakeCorrected() { return std::exchange(m_corrected, false); }
 
 private:
+    // How long it must still be quiet after the last change. The clock counts time asleep, which is
+    // not quiet: what is clearly more than was waited for counts as nothing.
+    DWORD QuietLeft() const
+    {
+        const ULONGLONG passed = GetTickCount64() - m_seen.last_ms;
+        if (passed >= kQuietMs + kBusyMs) return kQuietMs;
+        return passed < kQuietMs ? kQuietMs - static_cast<DWORD>(passed) : 0;
+    }
+
     // Whether a rule was broken that was tried to be cured.
     bool Compare()
     {
@@ -98,7 +109,7 @@ private:
         return true;
     }
 
-    ChangeCounts m_seen;
+    Changes m_seen;
     bool m_corrected = false;
     std::vector<Attempts> m_attempts{Rules().size()};
 };
@@ -106,7 +117,7 @@ private:
 DWORD WINAPI ReconcilerProc(LPVOID changed)
 {
     Reconciler reconciler;
-    for (DWORD timeout = reconciler.Look(false);;) {
+    for (DWORD timeout = kQuietMs;;) {
         const DWORD woken = WaitForSingleObject(changed, timeout);
         if (g_ends) return 0;
         if (woken == WAIT_FAILED) {
@@ -114,7 +125,7 @@ DWORD WINAPI ReconcilerProc(LPVOID changed)
                 GetLastError());
             return 0;
         }
-        timeout = reconciler.Look(woken == WAIT_TIMEOUT);
+        timeout = reconciler.Look();
         if (reconciler.TakeCorrected()) CallAfterActivity(Activity::Kind::notice);
     }
 }
