@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "api/agent_api.h"
+#include "ctl/agent_object.h"
 #include "ctl/service_process.h"
 #include "ctl/sink.h"
 #include "log/format.h"
-#include "platform/com.h"
-#include "platform/owned.h"
 
 namespace {
 
@@ -77,36 +75,6 @@ int ReportFailure(HRESULT result)
     return EndWith(kFailed, line);
 }
 
-// The service's object, in a COM apartment of this thread's.
-class Agent
-{
-public:
-    Agent() : m_result(CoInitialize(nullptr))
-    {
-        m_in_apartment = SUCCEEDED(m_result);
-        if (m_in_apartment) {
-            m_result =
-                CoCreateInstance(CLSID_HOLVAgentApi, nullptr, CLSCTX_LOCAL_SERVER, IID_IHOLVAgent,
-                                 reinterpret_cast<void**>(m_agent.Receive()));
-        }
-    }
-    ~Agent()
-    {
-        m_agent.Reset();
-        if (m_in_apartment) CoUninitialize();
-    }
-    Agent(const Agent&) = delete;
-    Agent& operator=(const Agent&) = delete;
-
-    HRESULT result() const { return m_result; }
-    IHOLVAgent* operator->() const { return m_agent.Get(); }
-
-private:
-    HRESULT m_result;
-    bool m_in_apartment = false;
-    OwnedInterface<IHOLVAgent> m_agent;
-};
-
 // "on", "off" or a number; -1 for anything else.
 long ValueIn(const std::wstring& text)
 {
@@ -129,13 +97,13 @@ long TimeOfDayIn(const std::wstring& text)
     return minutes < kMinutesPerDay ? minutes : -1;
 }
 
-int RaiseEvent(const Agent& agent, const EventCode& event, bool refuse)
+int RaiseEvent(const AgentObject& agent, const EventCode& event, bool refuse)
 {
-    SinkConnection sink(agent.operator->(), refuse);
+    SinkConnection sink(agent.object(), refuse);
     if (FAILED(sink.result())) return ReportFailure(sink.result());
     HOLVAgentEventCodeEnum now{};
-    HRESULT result = agent->put_NeverSleepEventCode(event.code);
-    if (SUCCEEDED(result)) result = agent->get_NeverSleepEventCode(&now);
+    HRESULT result = agent.SetEventCode(event.code);
+    if (SUCCEEDED(result)) result = agent.GetEventCode(&now);
     if (FAILED(result)) return ReportFailure(result);
     const auto current = std::ranges::find(kEventCodes, now, &EventCode::code);
     Print(sink.heard());
@@ -152,12 +120,12 @@ int RunGet(const CommandArguments& arguments)
     if (arguments.size() > 1) return kUsage;
     const Feature* asked = arguments.empty() ? nullptr : FindFeature(arguments[0]);
     if (!arguments.empty() && !asked) return UnknownFeature(arguments[0]);
-    const Agent agent;
+    const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
     for (const Feature& feature : kFeatures) {
         if (asked && asked != &feature) continue;
         LONG value = 0;
-        const HRESULT result = agent->GetNeverSleepParam(IdOf(feature), &value);
+        const HRESULT result = agent.GetParam(IdOf(feature), &value);
         if (FAILED(result)) return ReportFailure(result);
         Print((asked ? std::wstring() : std::wstring(feature.name) + L" ") +
               std::to_wstring(value) + L"\n");
@@ -176,9 +144,9 @@ int RunSet(const CommandArguments& arguments)
     if (value != 0 && value != 1) {
         return EndWith(kOutOfRange, name + L" is on or off, not \"" + arguments[1] + L"\".");
     }
-    const Agent agent;
+    const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
-    const HRESULT result = agent->SetNeverSleepParam(IdOf(*feature), value);
+    const HRESULT result = agent.SetParam(IdOf(*feature), value);
     if (FAILED(result)) return ReportFailure(result);
     return EndWith(kDone, name + (value ? L" is on." : L" is off."));
 }
@@ -195,11 +163,11 @@ int RunInterval(const CommandArguments& arguments)
         }
         hours[i] = static_cast<UINT>(minutes);
     }
-    const Agent agent;
+    const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
     HRESULT result = S_OK;
-    if (!arguments.empty()) result = agent->SetDoNotDisturbTimeInterval(hours[0], hours[1]);
-    if (SUCCEEDED(result)) result = agent->GetDoNotDisturbTimeInterval(&hours[0], &hours[1]);
+    if (!arguments.empty()) result = agent.SetInterval(hours[0], hours[1]);
+    if (SUCCEEDED(result)) result = agent.GetInterval(&hours[0], &hours[1]);
     if (FAILED(result)) return ReportFailure(result);
     wchar_t line[64];
     FormatText(line, L"do not disturb from %02u:%02u to %02u:%02u", hours[0] / 60, hours[0] % 60,
@@ -220,7 +188,7 @@ int RunEvent(const CommandArguments& arguments)
         return EndWith(kUnknownName, L"There is no event code \"" + arguments[0] +
                                          L"\". The codes are:" + NamesOf(kEventCodes));
     }
-    const Agent agent;
+    const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
     return RaiseEvent(agent, *event, refuse);
 }

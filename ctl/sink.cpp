@@ -43,7 +43,7 @@ HRESULT SinkConnection::Sink::Invoke(DISPID member, REFIID, LCID, WORD, DISPPARA
     return S_OK;
 }
 
-SinkConnection::SinkConnection(IHOLVAgent* agent, bool refuse)
+SinkConnection::SinkConnection(IDispatch* agent, bool refuse)
     : m_owned(new Sink(refuse)), m_sink(m_owned.Get())
 {
     OwnedInterface<IConnectionPointContainer> container;

@@ -13,7 +13,7 @@ class SinkConnection
 {
 public:
     // `refuse` makes the sink cancel every event code.
-    SinkConnection(IHOLVAgent* agent, bool refuse);
+    SinkConnection(IDispatch* agent, bool refuse);
     ~SinkConnection();
     SinkConnection(const SinkConnection&) = delete;
     SinkConnection& operator=(const SinkConnection&) = delete;
