@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "pc/player.h"
+#include "pc/report.h"
 #include "storm/command.h"
 
 namespace {
@@ -76,6 +77,16 @@ int Main(int argc, char** argv)
     std::string word;
     CLI::App& help = *app.add_subcommand("help", "List the commands of the script language");
     help.add_option("COMMAND", word, "Only those that begin with this word");
+    ReportOptions report;
+    CLI::App& report_command =
+        *app.add_subcommand("report", "Tell what a PC did, from the disk that a run has left");
+    report_command.add_option("--root", options.machine.root, "The folder of that run")
+        ->required()
+        ->check(CLI::ExistingDirectory);
+    report_command.add_option("--days", report.days, "So many days, up to the last")
+        ->check(CLI::Range(1, 366));
+    report_command.add_option("--html", report.html, "Write a page with a timeline here");
+    report_command.add_flag("--json", report.json, "Print it as JSON");
     StormCommand storm(app, options);
     app.require_subcommand(0, 1);
 
@@ -89,6 +100,7 @@ int Main(int argc, char** argv)
         return 0;
     }
     if (run) return PlayScripts(scripts, options, std::cout, std::cerr);
+    if (report_command) return ReportOfRun(options, report, std::cout, std::cerr);
     if (storm) return storm.Run();
     return Prompt(options);
 }

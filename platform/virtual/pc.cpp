@@ -192,6 +192,7 @@ void Machine::Boot()
     Settle();
     if (!std::exchange(m_on, true)) sleep.SwitchOn();
     journal.Record("power switch", {{"what", L"on"}});
+    registry.DeleteVolatileKeys();
     services.Boot();
     Settle();
 }
@@ -217,6 +218,7 @@ void Machine::CutPower()
     journal.Record("power switch", {{"what", L"cut"}});
     for (const auto& process : processes()) process->Terminate(1);
     unwritten.Lose();
+    registry.DeleteVolatileKeys();
     disk.Lose();
     power.Lose();
     session.SwitchOff();
