@@ -59,6 +59,7 @@ target_precompile_headers(pc PRIVATE ${standard_library} <filesystem>)
 set_target_properties(pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
 add_executable(holvpc pc/main.cpp)
 target_link_libraries(holvpc PRIVATE pc CLI11::CLI11)
+target_compile_definitions(holvpc PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 add_dependencies(holvpc HOLVService holvctl)
 
 enable_testing()

@@ -96,12 +96,16 @@ Action Bind(const ScriptLine& line)
                       "\"" + line.words.front() + "\" is used in one of these forms:" + forms);
 }
 
-void PrintHelp(std::ostream& out, std::string_view word)
+bool PrintHelp(std::ostream& out, std::string_view word)
 {
+    bool known = false;
     for (const Command& command : AllCommands()) {
         if (!word.empty() && FirstWord(command.pattern) != word) continue;
+        known = true;
         out << std::left << std::setw(44) << command.pattern << command.help << "\n";
     }
+    if (!known) out << "there is no command \"" << Printable(word) << "\"\n";
+    return known;
 }
 
 // --- Arguments ---

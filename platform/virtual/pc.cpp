@@ -101,7 +101,10 @@ struct Facets
 
 Machine::Machine(const Options& options)
     : m_switched_on_at(*ParseCalendar(kFirstClock)),
-      scheduler(*this, {.free = options.free, .seed = options.seed, .pace = options.pace}),
+      scheduler(*this, {.free = options.free,
+                        .seed = options.seed,
+                        .pace = options.pace,
+                        .go_on = options.go_on}),
       faults(options.seed),
       slowness(options.seed),
       unwritten(*this, options.seed),
@@ -159,6 +162,7 @@ Machine::~Machine()
         // Wakes the machine first: none of its threads could run to its end while it sleeps.
         const Hold hold(*this);
         scheduler.GoOn();
+        scheduler.GoOnToTheEnd();
     }
     for (const auto& process : processes()) {
         if (process->running()) process->Kill();
@@ -168,7 +172,11 @@ Machine::~Machine()
         try {
             registry.Save(m_registry_file);
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
+            if (not_kept) {
+                not_kept(error.what());
+            } else {
+                std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
+            }
         }
     }
     SwitchOff();
