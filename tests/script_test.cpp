@@ -113,6 +113,23 @@ TEST_F(ScriptTest, WhatAnUnkindPcCannotDoIsNamedWithItsPlaceAndWord)
     for (const auto& [line, words] : cases) ExpectRefused(line, words);
 }
 
+TEST_F(ScriptTest, AFileOfAnEditorOfWindowsIsReadAndOneThatIsNoTextIsNotEchoed)
+{
+    EXPECT_EQ(Play("\xEF\xBB\xBFsay hi\r\n\r\nexpect service absent\r\n"), 0) << Errors();
+    EXPECT_NE(story.str().find("-- hi"), std::string::npos);
+    const std::pair<std::string, const char*> refused[] = {
+        {std::string("\xFF\xFEs\0a\0", 6), "a.pc: is UTF-16; save it as UTF-8\n"},
+        {"say \x1b[2J", "a.pc:1: this is no text: it has the byte \\x1b\n"},
+        {std::string("say a\n\0\n", 8), "a.pc:2: this is no text: it has the byte \\x00\n"},
+        {"say \xC2\x9B", "a.pc:1: this is no text: it has the byte \\x9b\n"},
+    };
+    for (const auto& [text, words] : refused) {
+        EXPECT_EQ(Play(text), 2);
+        EXPECT_EQ(Errors(), words);
+    }
+    EXPECT_EQ(Play("say \xC3\x9B"), 0) << Errors();
+}
+
 TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
 {
     struct Case
