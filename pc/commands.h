@@ -113,7 +113,8 @@ const std::vector<Command>& AllCommands();
 // none of them.
 Action Bind(const ScriptLine& line);
 
-// Prints the commands, those whose first word is `word` or all of them. Returns false, and prints
+// Prints the commands: all of them, or those whose first word is `word`, with an example of each.
+// Returns false, and prints
 // that, when there is none.
 bool PrintHelp(std::ostream& out, std::string_view word);
 

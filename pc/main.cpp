@@ -13,6 +13,7 @@
 
 #include "pc/player.h"
 #include "pc/prompt.h"
+#include "pc/screen.h"
 #include "pc/stop_signals.h"
 
 namespace {
@@ -50,6 +51,13 @@ bool ReadNumber(const std::string& text, Number& number)
     return parsed.ec == std::errc{} && parsed.ptr == end;
 }
 
+std::string KindsWithCommas()
+{
+    std::string kinds;
+    for (const std::string& kind : AllTraceKinds()) kinds += (kinds.empty() ? "" : ",") + kind;
+    return kinds;
+}
+
 PlayOptions OwnFiles()
 {
     PlayOptions options;
@@ -68,6 +76,12 @@ std::shared_ptr<PlayOptions> AddPcOptions(CLI::App& command)
     AddRead(command, "--root", "Keep the PC's disk and registry in this folder between runs",
             "folder", [&](const std::string& text) { return !(machine.root = text).empty(); });
     command.add_option("--trace", options->trace, "Write every effect here, as lines of JSON");
+    AddRead(command, "--trace-only", "Trace these kinds of effects only, like state,sleep",
+            "list of kinds: " + KindsWithCommas(), [&, options](const std::string& text) {
+                const auto kinds = ReadTraceKinds(text);
+                options->trace_only = kinds.value_or(TraceKinds{});
+                return kinds.has_value();
+            });
     AddRead(command, "--seed",
             "Draw the thread that runs next from this seed; 0 is the fixed order",
             "whole number from 0 to 18446744073709551615",
@@ -81,10 +95,10 @@ std::shared_ptr<PlayOptions> AddPcOptions(CLI::App& command)
             });
     command.add_flag("--free", machine.free, "Let the PC's threads run at once");
     AddRead(command, "--speed", "Machine seconds for each second of the host; 0 does not wait",
-            kSpeedWords, [&](const std::string& text) {
-                const std::optional<double> speed = ReadSpeed(text);
-                machine.pace = speed.value_or(0);
-                return speed.has_value();
+            kSpeedWords, [options](const std::string& text) {
+                options->speed = ReadSpeed(text);
+                options->machine.pace = options->speed.value_or(0);
+                return options->speed.has_value();
             });
     return options;
 }
@@ -97,7 +111,11 @@ Run AddRun(CLI::App& command)
     const auto scripts = std::make_shared<std::vector<std::filesystem::path>>();
     command.add_option("SCRIPT", *scripts, "The scripts, played one after the other on one PC")
         ->required();
-    return [=] { return PlayScripts(*scripts, *options, std::cout, std::cerr); };
+    return [=] {
+        Screen screen;
+        options->watcher = screen.progress();
+        return PlayScripts(*scripts, *options, screen.out(), std::cerr);
+    };
 }
 
 Run AddLive(CLI::App& command)

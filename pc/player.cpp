@@ -11,10 +11,14 @@ namespace {
 
 // The options with a go_on that stops at an output that cannot be written, too.
 std::unique_ptr<Machine> SwitchOn(const PlayOptions& options, const std::ostream& out,
-                                  const TraceFile& trace)
+                                  const TraceFile& trace, const std::function<void()>& flush_story)
 {
     Machine::Options machine = options.machine;
-    machine.go_on = [&out, &trace, go_on = options.machine.go_on] {
+    machine.go_on = [&out, &trace, &flush_story, watcher = options.watcher,
+                     go_on = options.machine.go_on] {
+        // All threads are blocked: what is to happen at this instant has happened.
+        if (flush_story) flush_story();
+        if (watcher) watcher->Tick(Machine::Current());
         return out.good() && trace.good() && (!go_on || go_on());
     };
     const std::string root = machine.root.empty() ? "" : "--root " + machine.root + ": ";
@@ -90,16 +94,18 @@ TraceFile::~TraceFile()
 
 Player::Player(const PlayOptions& options, std::ostream& out, Losses& losses)
     : m_out(out),
+      m_watcher(options.watcher),
       m_folder(options.machine.root),
       m_trace(options.trace, losses),
-      m_machine(SwitchOn(options, out, m_trace)),
+      m_machine(SwitchOn(options, out, m_trace, m_flush_story)),
       m_pc(*m_machine),
       m_image{.host_path = options.image, .resources = options.resources},
       m_view(m_pc),
       m_story(m_pc, out),
       m_context{m_pc, m_image, m_view, m_story, out, {}}
 {
-    if (std::ostream* trace = m_trace.stream()) TraceTo(m_pc, *trace);
+    if (std::ostream* trace = m_trace.stream()) TraceTo(m_pc, *trace, options.trace_only);
+    m_flush_story = [this] { m_story.Flush(); };
     m_pc.not_kept = [&losses, root = options.machine.root](const std::string& why) {
         losses.push_back("--root " + root + ": the registry was not kept: " + why);
     };
@@ -110,12 +116,29 @@ Player::Player(const PlayOptions& options, std::ostream& out, Losses& losses)
     if (exists(ctl)) m_pc.Install(Image{.host_path = ctl, .path = kCtlPath});
 }
 
+Player::~Player() { m_story.End(); }
+
+void Player::Act(const ScriptLine& line)
+{
+    const Action action = Bind(line);
+    m_blocks.Next(line);
+    struct Watched
+    {
+        RunWatcher* watcher;
+        ~Watched()
+        {
+            if (watcher) watcher->End();
+        }
+    } watched{m_watcher};
+    if (m_watcher) m_watcher->Begin(m_pc);
+    action(m_context);
+    m_story.Flush();
+}
+
 void Player::Play(const ScriptLine& line)
 {
     try {
-        const Action action = Bind(line);
-        m_blocks.Next(line);
-        action(m_context);
+        Act(line);
     } catch (const StuckMachine& stuck) {
         throw StuckMachine(line.Place() + ": " + stuck.what());
     } catch (const Interrupted&) {
@@ -123,6 +146,12 @@ void Player::Play(const ScriptLine& line)
         throw Stopped(line.Place() + ": stopped at " + FormatCalendar(m_pc.clock()).substr(0, 19));
     }
     if (!m_out || !m_trace.good()) throw Stopped(line.Place() + ": stopped");
+}
+
+void Player::Live(Duration duration)
+{
+    if (!m_pc.at_one_instant) m_pc.RunFor(duration);
+    m_story.Flush();
 }
 
 namespace {

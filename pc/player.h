@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -40,10 +41,24 @@ enum Status
     kNotWritten = 3,  // the story, the trace or the kept PC could not be written
 };
 
+// Follows the commands that are played, as far as they run the PC.
+class RunWatcher
+{
+public:
+    virtual ~RunWatcher() = default;
+    virtual void Begin(const virtual_pc::Machine& pc) = 0;
+    // With the machine held, whenever all of its threads are blocked. Must not block.
+    virtual void Tick(const virtual_pc::Machine& pc) = 0;
+    virtual void End() = 0;
+};
+
 struct PlayOptions
 {
     virtual_pc::Machine::Options machine;
     std::filesystem::path trace;      // empty for none
+    TraceKinds trace_only;            // empty for all
+    std::optional<double> speed;      // machine.pace where it was asked for
+    RunWatcher* watcher = nullptr;    // null for none
     std::filesystem::path image;      // of the service, on the host
     std::filesystem::path resources;  // the image's
 };
@@ -89,13 +104,26 @@ public:
     // cannot be set up.
     Player(const PlayOptions& options, std::ostream& out, Losses& losses);
 
+    ~Player();
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
     // Plays a line. Throws ScriptError, ExpectationFailed, StuckMachine or Stopped.
     void Play(const ScriptLine& line);
+    // Lets the PC live for a time, unless a block of meanwhile is open. Throws StuckMachine or
+    // virtual_pc::Interrupted.
+    void Live(virtual_pc::Duration duration);
+
+    ScriptContext& context() { return m_context; }
 
 private:
+    void Act(const ScriptLine& line);
+
     std::ostream& m_out;
+    RunWatcher* m_watcher;
     KeptFolder m_folder;
     TraceFile m_trace;
+    std::function<void()> m_flush_story;
     std::unique_ptr<virtual_pc::Machine> m_machine;
     virtual_pc::Machine& m_pc;
     virtual_pc::Image m_image;

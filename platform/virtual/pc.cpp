@@ -191,7 +191,7 @@ void Machine::SetClock(CalendarTime local)
     announcer.TimeChanged(local, before);
 }
 
-// Effect "power switch": `what` was done, on, off or cut.
+// Effect "power switch": `what` is done, on, shuts down, off or cut.
 void Machine::Boot()
 {
     Settle();
@@ -203,6 +203,7 @@ void Machine::Boot()
 
 void Machine::ShutDown()
 {
+    journal.Record("power switch", {{"what", L"shuts down"}});
     services.Shutdown();
     RunUntil([this] { return services.AllEnded(); }, ShutdownPatience(*this));
     {

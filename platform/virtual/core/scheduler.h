@@ -85,6 +85,8 @@ public:
     Scheduler(Machine& machine, const Options& options);
 
     Instant now() const { return m_now; }
+    // When the driver's present run ends at the latest.
+    Instant driver_deadline() const { return m_driver_deadline; }
 
     void Set(Alarm& alarm, Instant when);
     void Cancel(Alarm& alarm);
