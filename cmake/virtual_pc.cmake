@@ -57,8 +57,16 @@ target_link_libraries(pc PUBLIC virtual_pc nlohmann_json::nlohmann_json)
 target_compile_definitions(pc PUBLIC HOLV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_precompile_headers(pc PRIVATE ${standard_library} <filesystem>)
 set_target_properties(pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
+
+# Random lives, and what their user was promised.
+file(GLOB_RECURSE STORM_SOURCES CONFIGURE_DEPENDS storm/*.cpp)
+add_library(storm STATIC ${STORM_SOURCES})
+target_link_libraries(storm PUBLIC pc CLI11::CLI11)
+target_precompile_headers(storm PRIVATE ${standard_library} <filesystem>)
+set_target_properties(storm PROPERTIES UNITY_BUILD ${HOLV_UNITY})
+
 add_executable(holvpc pc/main.cpp)
-target_link_libraries(holvpc PRIVATE pc CLI11::CLI11)
+target_link_libraries(holvpc PRIVATE storm)
 add_dependencies(holvpc HOLVService holvctl)
 
 enable_testing()
