@@ -43,7 +43,11 @@ set_source_files_properties(${generated}/HOLVService.rc PROPERTIES
 add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
 add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections>
                     $<$<COMPILE_LANGUAGE:CXX>:-fdata-sections>)
-add_link_options(-static -Wl,--gc-sections $<$<CONFIG:Release>:-s>)
+# The programs hold neither the time of the build nor its folder, so that two builds of one source are the
+# same bytes. SOURCE_DATE_EPOCH sets the compile time that the log tells.
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>"
+                    "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>")
+add_link_options(-static -Wl,--gc-sections -Wl,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
 
 # All of the service but the one file that knows whose processors it accepts.
 list(REMOVE_ITEM HOLV_SERVICE_SOURCES ${CMAKE_SOURCE_DIR}/service/platform_check.cpp)
