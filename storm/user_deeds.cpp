@@ -45,7 +45,7 @@ Lines Load(const DeedDraw& deed)
             std::to_string(deed.draw.Chance(40) ? 0 : deed.draw.Between(0, 100))};
 }
 
-Lines Session(const DeedDraw& deed)
+Lines UseSession(const DeedDraw& deed)
 {
     return {"session " +
             deed.draw.Of({"lock", "unlock", "logoff", "none", "switch bob", "switch alice"})};
@@ -86,7 +86,7 @@ std::vector<DeedKind> UserKinds()
         {"timer", 6, WakeByTimer}, {"sleep", 6, PutToSleep},
         {"plug", 8, Plug},         {"unplug", 8, Unplug, Plug},
         {"rates", 2, Rates},       {"film", 8, StartFilm, EndFilm},
-        {"load", 3, Load},         {"session", 6, Session, SessionAgain},
+        {"load", 3, Load},         {"session", 6, UseSession, SessionAgain},
         {"at once", 8, AtOnce},
     };
 }
