@@ -7,7 +7,6 @@ namespace {
 Lines Input(const DeedDraw&) { return {"user input"}; }
 
 Lines WakeByButton(const DeedDraw&) { return {"wake user"}; }
-Lines WakeByTimer(const DeedDraw&) { return {"wake timer"}; }
 Lines PutToSleep(const DeedDraw&) { return {"sleep"}; }
 
 Lines Plug(const DeedDraw&) { return {"power ac"}; }
@@ -66,6 +65,8 @@ Lines AtOnce(const DeedDraw& deed)
 }
 
 }  // namespace
+
+Lines WakeByTimer(const DeedDraw&) { return {"wake timer"}; }
 
 Lines Leave(const DeedDraw& deed)
 {
