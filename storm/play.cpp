@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ostream>
+#include <streambuf>
 
 #include "pc/commands.h"
 #include "platform/virtual/base/text.h"
@@ -45,10 +46,18 @@ const std::vector<std::string> kEnd = {"fault clear",
                                        "service stop",
                                        "run 1m"};
 
-std::ostream& Nowhere()
+// Takes every character, and keeps none.
+class Nowhere : public std::streambuf
 {
-    static std::ostream nowhere(nullptr);
-    return nowhere;
+    int_type overflow(int_type letter) override { return traits_type::not_eof(letter); }
+    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+};
+
+std::ostream& OutNowhere()
+{
+    static Nowhere nowhere;
+    static std::ostream out(&nowhere);
+    return out;
 }
 
 // Whether the command cannot be done now: programs do nothing on a PC that sleeps, and only the
@@ -108,6 +117,7 @@ private:
     void Found(const std::string& promise, const std::string& object, const std::string& is);
 
     const PlayPlan& m_plan;
+    Losses m_losses;
     Player m_player;
     Situations m_situations;
     std::optional<Promised> m_promised;
@@ -127,7 +137,9 @@ PlayOptions On(const PlayOptions& options, const Machine::Options& machine)
 }
 
 Playing::Playing(const PlayPlan& plan, const Machine::Options& machine)
-    : m_plan(plan), m_player(On(plan.options, machine), Nowhere()), m_situations(m_player.pc())
+    : m_plan(plan),
+      m_player(On(plan.options, machine), OutNowhere(), m_losses),
+      m_situations(m_player.pc())
 {
     m_player.pc().journal.Listen([this](const Effect& effect) {
         ++m_effects;
@@ -181,7 +193,7 @@ void Playing::RunFor(Duration span)
 {
     const auto whole = std::chrono::ceil<std::chrono::milliseconds>(span);
     if (whole <= 0ms) return;
-    m_player.pc().RunFor(whole);
+    m_player.Live(whole);
     if (m_plan.pulse) m_plan.pulse->store(Now().count(), std::memory_order_relaxed);
     // Spans that follow one another are one command.
     static const std::string kRun = "run ";
