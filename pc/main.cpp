@@ -13,8 +13,10 @@
 
 #include "pc/player.h"
 #include "pc/prompt.h"
+#include "pc/report.h"
 #include "pc/screen.h"
 #include "pc/stop_signals.h"
+#include "storm/command.h"
 
 namespace {
 
@@ -86,6 +88,9 @@ std::shared_ptr<PlayOptions> AddPcOptions(CLI::App& command)
             "Draw the thread that runs next from this seed; 0 is the fixed order",
             "whole number from 0 to 18446744073709551615",
             [&](const std::string& text) { return ReadNumber(text, machine.seed); });
+    command.add_option("--priorities", machine.priorities,
+                       "With a seed: run the thread of the highest priority, which changes at so "
+                       "many calls less one in some thousands");
     AddRead(command, "--os",
             "The version of Windows, like 7, 8.1, 10 or 11, where a script sets no other",
             "version of Windows, like 7, 8.1, 10 or 11", [&](const std::string& text) {
@@ -131,10 +136,32 @@ Run AddHelp(CLI::App& command)
     return [=] { return PrintHelp(std::cout, *word) ? kDone : kRefused; };
 }
 
+Run AddReport(CLI::App& command)
+{
+    const auto options = std::make_shared<PlayOptions>(OwnFiles());
+    const auto report = std::make_shared<ReportOptions>();
+    command.add_option("--root", options->machine.root, "The folder of that run")
+        ->required()
+        ->check(CLI::ExistingDirectory);
+    command.add_option("--days", report->days, "So many days, up to the last")
+        ->check(CLI::Range(1, 366));
+    command.add_option("--html", report->html, "Write a page with a timeline here");
+    command.add_flag("--json", report->json, "Print it as JSON");
+    return [=] { return ReportOfRun(*options, *report, std::cout, std::cerr); };
+}
+
+Run AddStorm(CLI::App& command)
+{
+    const auto storm = std::make_shared<StormCommand>(command, OwnFiles());
+    return [=] { return storm->Run(); };
+}
+
 constexpr Subcommand kSubcommands[] = {
     {"run", "Play scripts and print the story of the day", AddRun},
     {"live", "Type commands at a prompt (also without a word)", AddLive},
     {"help", "List the commands of the script language", AddHelp},
+    {"report", "Tell what a PC did, from the disk that a run has left", AddReport},
+    {"storm", "Live random lives from a seed, and find what breaks a promise", AddStorm},
 };
 
 // --- The command line ---

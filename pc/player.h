@@ -116,6 +116,9 @@ public:
 
     ScriptContext& context() { return m_context; }
 
+    virtual_pc::Machine& pc() { return m_pc; }
+    const ServiceView& view() const { return m_view; }
+
 private:
     void Act(const ScriptLine& line);
 

@@ -26,6 +26,17 @@ std::atomic<bool> g_ends = false;
 OwnedHandle g_changed;  // signalled at every change, and for the end
 OwnedHandle g_thread;
 
+// Written by the reconciler's thread only; the time first, so that a reader who sees the new rule
+// sees its time.
+std::atomic<ULONGLONG> g_corrected_at = 0;
+std::atomic<const Rule*> g_corrected = nullptr;
+
+void NoteCorrection(const Rule& rule)
+{
+    g_corrected_at = GetTickCount64();
+    g_corrected = &rule;
+}
+
 struct Attempts
 {
     unsigned facts = 0;  // the number of the change that they follow
@@ -36,19 +47,33 @@ struct Attempts
 class Reconciler
 {
 public:
-    // Looks after a change, or after a time-out, and returns the next time-out.
-    DWORD Look(bool timed_out)
+    // Looks after a change, or when the time-out is over, and returns the next time-out. While one
+    // runs, changes do not wake this thread: it finds them here.
+    DWORD Look()
     {
-        const Standstill standstill;
-        const ChangeCounts changes = standstill.Changes();
-        const bool quiet = timed_out && changes.all == m_seen.all;
-        m_seen = changes;
-        if (!quiet) return kQuietMs;
+        Standstill standstill;
+        const Changes before = std::exchange(m_seen, standstill.Seen());
+        const DWORD left = m_seen.all != before.all ? QuietLeft() : 0;
+        if (left > 0) return left;
         if (!standstill.Complete()) return kBusyMs;
-        return Compare() ? kQuietMs : INFINITE;
+        if (Compare()) return kQuietMs;
+        standstill.AwaitChange();
+        return INFINITE;
     }
 
+    // Whether a rule was cured since the last call.
+    bool TakeCorrected() { return std::exchange(m_corrected, false); }
+
 private:
+    // How long it must still be quiet after the last change. The clock counts time asleep, which is
+    // not quiet: what is clearly more than was waited for counts as nothing.
+    DWORD QuietLeft() const
+    {
+        const ULONGLONG passed = GetTickCount64() - m_seen.last_ms;
+        if (passed >= kQuietMs + kBusyMs) return kQuietMs;
+        return passed < kQuietMs ? kQuietMs - static_cast<DWORD>(passed) : 0;
+    }
+
     // Whether a rule was broken that was tried to be cured.
     bool Compare()
     {
@@ -60,6 +85,8 @@ private:
             const Rule& rule = Rules()[i];
             if (!rule.broken(facts) || !MayTry(m_attempts[i], rule, facts)) continue;
             rule.cure(facts);
+            NoteCorrection(rule);
+            m_corrected = true;
             tried = true;
             facts = ReadFacts();
         }
@@ -82,14 +109,15 @@ private:
         return true;
     }
 
-    ChangeCounts m_seen;
+    Changes m_seen;
+    bool m_corrected = false;
     std::vector<Attempts> m_attempts{Rules().size()};
 };
 
 DWORD WINAPI ReconcilerProc(LPVOID changed)
 {
     Reconciler reconciler;
-    for (DWORD timeout = reconciler.Look(false);;) {
+    for (DWORD timeout = kQuietMs;;) {
         const DWORD woken = WaitForSingleObject(changed, timeout);
         if (g_ends) return 0;
         if (woken == WAIT_FAILED) {
@@ -97,7 +125,8 @@ DWORD WINAPI ReconcilerProc(LPVOID changed)
                 GetLastError());
             return 0;
         }
-        timeout = reconciler.Look(woken == WAIT_TIMEOUT);
+        timeout = reconciler.Look();
+        if (reconciler.TakeCorrected()) CallAfterActivity(Activity::Kind::notice);
     }
 }
 
@@ -116,6 +145,8 @@ void StartReconciler()
     }
     ObserveChanges(g_changed.Get());
 }
+
+Correction LastCorrection() { return {g_corrected, g_corrected_at}; }
 
 void EndReconciler()
 {

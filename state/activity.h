@@ -33,20 +33,29 @@ private:
         bool operator==(const Found&) const = default;
     };
     static Found Now();
+    static void NoteChange(bool is_fact);
 
     const Kind m_kind;
     const Found m_before;
 };
 
-// How many changes there were since the process started.
-struct ChangeCounts
+// The changes since the process started.
+struct Changes
 {
     unsigned all = 0;
-    unsigned facts = 0;  // without those of kind notice
+    unsigned facts = 0;     // without those of kind notice
+    ULONGLONG last_ms = 0;  // when the last one was, on the clock of GetTickCount64
 };
 
-// Has `changed` signalled after every change; null for none. The event must stay open until then.
+// Has `changed` signalled at the first change after each Standstill::AwaitChange; null for none.
+// The event must stay open until then.
 void ObserveChanges(HANDLE changed);
+
+// Has `changed` called after each Activity, on the thread that had it open; null for none. It may
+// be called by several threads at once.
+void CallAfterActivities(void (*changed)(Activity::Kind kind));
+// Calls that function. For a thread that changes something without an Activity.
+void CallAfterActivity(Activity::Kind kind);
 
 // While it exists no Activity begins: the threads that would begin one wait, so keep it short.
 class Standstill
@@ -58,7 +67,9 @@ public:
 
     // Whether every Activity that began before this has ended.
     bool Complete() const;
-    ChangeCounts Changes() const;
+    Changes Seen() const;
+    // Has the observer's event signalled at the next change, once.
+    void AwaitChange();
 
 private:
     const ScopedLock m_lock;

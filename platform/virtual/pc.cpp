@@ -103,6 +103,7 @@ Machine::Machine(const Options& options)
     : m_switched_on_at(*ParseCalendar(kFirstClock)),
       scheduler(*this, {.free = options.free,
                         .seed = options.seed,
+                        .priorities = options.priorities,
                         .pace = options.pace,
                         .go_on = options.go_on}),
       faults(options.seed),
@@ -197,6 +198,7 @@ void Machine::Boot()
     Settle();
     if (!std::exchange(m_on, true)) sleep.SwitchOn();
     journal.Record("power switch", {{"what", L"on"}});
+    registry.DeleteVolatileKeys();
     services.Boot();
     Settle();
 }
@@ -223,6 +225,7 @@ void Machine::CutPower()
     journal.Record("power switch", {{"what", L"cut"}});
     for (const auto& process : processes()) process->Terminate(1);
     unwritten.Lose();
+    registry.DeleteVolatileKeys();
     disk.Lose();
     power.Lose();
     session.SwitchOff();

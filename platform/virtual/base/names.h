@@ -8,10 +8,18 @@
 
 namespace virtual_pc {
 
+// Nearly every letter of a name on the PC is ASCII, for which the host's tables are not asked.
+inline std::wint_t UpperCase(wchar_t c)
+{
+    if (c >= L'a' && c <= L'z') return static_cast<std::wint_t>(c - L'a' + L'A');
+    return c < 0x80 ? static_cast<std::wint_t>(c) : std::towupper(static_cast<std::wint_t>(c));
+}
+
 inline bool SameName(std::wstring_view a, std::wstring_view b)
 {
-    return std::ranges::equal(
-        a, b, [](wchar_t x, wchar_t y) { return std::towupper(x) == std::towupper(y); });
+    return a.size() == b.size() && std::ranges::equal(a, b, [](wchar_t x, wchar_t y) {
+               return UpperCase(x) == UpperCase(y);
+           });
 }
 
 // Orders names for maps.
@@ -20,7 +28,7 @@ struct NoCase
     bool operator()(const std::wstring& a, const std::wstring& b) const
     {
         return std::ranges::lexicographical_compare(
-            a, b, [](wchar_t x, wchar_t y) { return std::towupper(x) < std::towupper(y); });
+            a, b, [](wchar_t x, wchar_t y) { return UpperCase(x) < UpperCase(y); });
     }
 };
 

@@ -91,6 +91,7 @@ void Process::Begin(Machine& machine, std::function<int()> entry)
     Hold::Require();
     m_id = machine.m_next_process_id;
     machine.m_next_process_id += 4;
+    m_started = machine.clock() - kEastOfUtc;
     machine.journal.Record("process", {{"what", L"started"},
                                        {"path", m_image.path},
                                        {"command_line", m_command_line},

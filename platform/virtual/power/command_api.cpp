@@ -7,6 +7,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/virtual/core/call.h"
 #include "platform/virtual/core/waitable.h"
@@ -18,6 +19,34 @@ namespace {
 
 Function fn_wpopen{"_wpopen"};
 Function fn_pclose{"_pclose", Failing::never, Role::releases};
+
+// A file of the host in its memory, because the host cannot read wide characters from its memory
+// streams. Making one takes longer than all else about a command, so the next command gets it
+// again.
+class SpareFile
+{
+public:
+    SpareFile()
+    {
+        if (Idle().empty()) Idle().push_back(memfd_create("output", MFD_CLOEXEC));
+        m_file = Idle().back();
+        Idle().pop_back();
+    }
+    ~SpareFile() { Idle().push_back(m_file); }
+    SpareFile(const SpareFile&) = delete;
+    SpareFile& operator=(const SpareFile&) = delete;
+    int get() const { return m_file; }
+
+private:
+    // With the machine held.
+    static std::vector<int>& Idle()
+    {
+        static std::vector<int> idle;
+        return idle;
+    }
+
+    int m_file;
+};
 
 class Output final : public Object
 {
@@ -37,18 +66,19 @@ public:
     std::FILE* file() const { return m_file; }
 
 private:
-    // A file, because the host cannot read wide characters from its memory streams.
-    static std::FILE* FileOf(const std::string& text)
+    std::FILE* FileOf(const std::string& text)
     {
-        const int file = memfd_create("output", MFD_CLOEXEC);
-        const auto size = static_cast<ssize_t>(text.size());
-        std::FILE* stream =
-            pwrite(file, text.data(), text.size(), 0) == size ? fdopen(file, "r") : nullptr;
+        const int file = dup(m_spare.get());
+        const auto size = static_cast<off_t>(text.size());
+        const bool written = pwrite(file, text.data(), text.size(), 0) == size &&
+                             ftruncate(file, size) == 0 && lseek(file, 0, SEEK_SET) == 0;
+        std::FILE* stream = written ? fdopen(file, "r") : nullptr;
         if (!stream) throw std::runtime_error("the host has no file for a command's output");
         return stream;
     }
 
     const std::wstring m_command;
+    const SpareFile m_spare;
     std::FILE* m_file;
 };
 

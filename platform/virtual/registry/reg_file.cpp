@@ -295,6 +295,7 @@ std::vector<RegFileChange> ReadRegFile(const std::string& file)
 
 void RegFileWriter::Add(const RegistryPath& path, const RegistryNode& key)
 {
+    if (key.is_volatile) return;
     if (!path.path.empty()) {
         const std::wstring root =
             path.root == RegistryRoot::current_user ? L"HKEY_CURRENT_USER" : L"HKEY_LOCAL_MACHINE";
