@@ -138,8 +138,7 @@ check "the log stays" HOLVLog.txt "$(ls "$data")"
 # An installation by the switch whose service runs is taken over, and everything can be taken away.
 mkdir -p "$installed"
 cp "$work"/files/*.exe "$installed"
-run_switch -Service >/dev/null
-start_service >/dev/null
+check "the switch installs after the package" "0 RUNNING" "$(run_switch -Service) $(start_service)"
 check "the package installs over a running service of the switch" 0 "$(msi /i "$first")"
 check "the service runs again" RUNNING "$(service_state)"
 check "a removal with PURGE=1 succeeds" 0 "$(msi /x "$first" PURGE=1)"
