@@ -56,7 +56,8 @@ what_is_registered() {
     done | sed -E "/^ +ImagePath/s/\"//g; /Holv.Restore\r?$/d; /^ +Journal/d; s/\r//; /^$/d"
 }
 differences() { diff <(echo "$1") <(echo "$2") || true; }
-files() { (cd "$installed" 2>/dev/null && find . -type f | sed 's/^..//' | sort | tr '\n' ' '); }
+# The program's files; the stand-in for Wine's power library keeps a list of its calls beside them.
+files() { (cd "$installed" 2>/dev/null && find . -type f ! -name powrprof.log | sed 's/^..//' | sort | tr '\n' ' '); }
 product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe policies/Holv.admx policies/en-US/Holv.adml "
 
 end_wine
@@ -103,7 +104,7 @@ wine_does reg delete "$source_key" /f >/dev/null
 check "the package installs silently" 0 "$(msi /i "$first")"
 check "the service runs" RUNNING "$(service_state)"
 check "the registry is the one that the switch leaves" "" "$(differences "$by_switch" "$(what_is_registered)")"
-check "the files have their places" "$product_files" "$(files | sed 's/powrprof.log //')"
+check "the files have their places" "$product_files" "$(files)"
 
 add_value "$holv_key\\User" MuteAudio REG_DWORD 1
 before=$(processes "$service_process" | head -n 1)
@@ -132,7 +133,7 @@ check "the service is gone" "" "$(service_state)"
 wine_does reg delete "$holv_key\\User" /v MuteAudio /f >/dev/null
 check "the registry is the one that the switch for removal leaves" "" \
     "$(differences "$after_switch" "$(what_is_registered)")"
-check "the program's files are gone" "" "$(files | sed 's/powrprof.log //')"
+check "the program's files are gone" "" "$(files)"
 check "the log stays" HOLVLog.txt "$(ls "$data")"
 
 # An installation by the switch is taken over, and everything can be taken away. The service is stopped before
@@ -148,6 +149,11 @@ check "a removal with PURGE=1 succeeds" 0 "$(msi /x "$first" PURGE=1)"
 check "nothing is left in the registry" "11 gone of 11 keys" \
     "$(what_is_registered | sed -E 's/.* is (gone)$/\1/' | sort | uniq -c | sed 's/^ *//') of 11 keys"
 check "nothing is left of the log" gone "$([ -e "$data" ] || echo gone)"
+
+# The product itself, whose service does not start on this machine's processor.
+product=$(winepath -w "$build"/packages/Holv-*-x64.msi)
+check "on an unsupported processor the installation fails" failed "$([ "$(msi /i "$product")" = 0 ] || echo failed)"
+check "and is undone: no service, no files" ", " "$(service_state), $(files)"
 
 echo "$passed checks passed, $failed failed"
 [ "$failed" -eq 0 ]
