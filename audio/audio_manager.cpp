@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "audio/reference.h"
+#include "audio/sound_thread.h"
 #include "restore/changes.h"
 
 GUID CAudioManager::m_guidAudioContext{};
@@ -140,6 +141,7 @@ void CAudioManager::DoStart()
         CacheAll(*endpoints.Get(), count);
         RecordDefaultDeviceId();
     }
+    SoundThread::Start();
     RegisterMmClientCallbackEvent();
     SafeRelease(endpoints, kFunction);
 }
@@ -166,6 +168,7 @@ void CAudioManager::CacheAll(IMMDeviceCollection& endpoints, UINT count)
 void CAudioManager::DoStop()
 {
     UnregisterMmClientCallbackEvent();
+    SoundThread::End();
     ClearDeviceArray();
 }
 
@@ -369,41 +372,49 @@ BOOL CAudioManager::IsDefaultAudioDevice(const wchar_t* id)
 
 BOOL CAudioManager::RecordDefaultDeviceId()
 {
+    DefaultEndpoint endpoint;
+    FindDefaultEndpoint(endpoint);
+    if (!endpoint.found) return FALSE;
+    CacheDefaultEndpoint(endpoint);
+    return TRUE;
+}
+
+void CAudioManager::FindDefaultEndpoint(DefaultEndpoint& endpoint)
+{
     constexpr const wchar_t* kFunction = L"CAudioManager::RecordDefaultDeviceId";
-    const OwnedInterface<IMMDeviceEnumerator> enumerator = Enumerator();
-    if (!enumerator) return FALSE;
+    endpoint.enumerator = Enumerator();
+    if (!endpoint.enumerator) return;
     ULONGLONG query = 0;
     {
         const ScopedLock lock(m_lock);
         query = ++m_ullLastQuery;
     }
-    OwnedInterface<IMMDevice> device;
-    const HRESULT hr =
-        enumerator.Get()->GetDefaultAudioEndpoint(eRender, eConsole, device.Receive());
-    if (FAILED(hr)) {
-        Log(4, kFunction, L"GetDefaultAudioEndpoint failed, hr=0x%x", hr);
-        return FALSE;
-    }
+    const HRESULT hr = endpoint.enumerator.Get()->GetDefaultAudioEndpoint(
+        eRender, eConsole, endpoint.device.Receive());
+    if (FAILED(hr)) return Log(4, kFunction, L"GetDefaultAudioEndpoint failed, hr=0x%x", hr);
+    endpoint.found = true;
     OwnedTaskString id;
-    if (device) {
-        device.Get()->GetId(id.Receive());
+    if (endpoint.device) {
+        endpoint.device.Get()->GetId(id.Receive());
         if (!id) Log(4, kFunction, L"Unable to record default deviceId string");
     }
-    std::wstring default_id;
     {
         const ScopedLock lock(m_lock);
-        if (device && query > m_ullLastAnswered) {
+        if (endpoint.device && query > m_ullLastAnswered) {
             m_ullLastAnswered = query;
             m_DefaultDeviceId = id ? id.Get() : L"";
         }
-        default_id = m_DefaultDeviceId;
+        endpoint.id = m_DefaultDeviceId;
     }
-    const wchar_t* const recorded = default_id.empty() ? nullptr : default_id.c_str();
-    if (recorded) Log(6, kFunction, L"m_DefaultDeviceId updated to %s", recorded);
-    id.Reset();
-    SafeRelease(device, kFunction);
-    FindOrInsert(recorded);
-    return TRUE;
+    if (endpoint.id.empty()) return;
+    Log(6, kFunction, L"m_DefaultDeviceId updated to %s", endpoint.id.c_str());
+}
+
+void CAudioManager::CacheDefaultEndpoint(DefaultEndpoint& endpoint)
+{
+    SafeRelease(endpoint.device, L"CAudioManager::RecordDefaultDeviceId");
+    endpoint.enumerator.Reset();
+    FindOrInsert(endpoint.id.empty() ? nullptr : endpoint.id.c_str());
 }
 
 void CAudioManager::ClearDeviceArray()

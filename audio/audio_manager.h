@@ -31,7 +31,8 @@ public:
     static BOOL Uninitialize();
 
     // Start caches the active render endpoints and registers for notifications. Stop unregisters
-    // and empties the cache; it waits for notifications that are being handled, a second at most.
+    // and empties the cache; it waits for notifications that are being handled, and a second at
+    // most for what they have left to the manager's own thread (audio/sound_thread.h).
     // If another thread is inside Start, Stop or Uninitialize, the call is queued for that thread
     // and returns at once.
     static void Start();
@@ -58,9 +59,10 @@ public:
     static BOOL ConfigureAudioDeviceMuteState(
         const std::shared_ptr<RegisteredAudioDevice>& pRegDevice);
 
-    // Handle notifications, on Core Audio's threads. OnAudioDeviceActivated and
-    // OnDefaultDeviceChange sleep 1000 ms on that thread, so that the endpoint settles, before they
-    // set anything.
+    // Handle notifications, on Core Audio's threads, which they do not hold up: what waits until
+    // an endpoint has settled, 1000 ms, and what caches an endpoint goes to the manager's own
+    // thread.
+    static void OnDeviceAdded(const wchar_t* id);
     static void OnAudioDeviceActivated(const wchar_t* id);
     static void OnDefaultDeviceChange(const wchar_t* id);
     static BOOL OnAudioDeviceMuteStateChange(
@@ -88,6 +90,18 @@ private:
     static void ClearDeviceArray();
     static BOOL RegisterMmClientCallbackEvent();
     static BOOL UnregisterMmClientCallbackEvent();
+
+    // The two halves of RecordDefaultDeviceId: the first looks the endpoint up and stores its id,
+    // the second releases the references, of which each may be the last, and caches the endpoint.
+    struct DefaultEndpoint
+    {
+        OwnedInterface<IMMDeviceEnumerator> enumerator;
+        OwnedInterface<IMMDevice> device;
+        std::wstring id;     // empty for none
+        bool found = false;  // whether the look-up succeeded
+    };
+    static void FindDefaultEndpoint(DefaultEndpoint& endpoint);
+    static void CacheDefaultEndpoint(DefaultEndpoint& endpoint);
 
     // Return a reference for the caller; empty when there is none.
     static OwnedInterface<IMMDeviceEnumerator> Enumerator();

@@ -1,13 +1,13 @@
 // Sets the endpoints' mute states, and handles notifications of changes.
 
 #include "audio/audio_manager.h"
+#include "audio/sound_thread.h"
 #include "log/log.h"
 #include "state/never_sleep_state.h"
 
 namespace {
 
-// How long a new default or activated endpoint gets to settle. The wait blocks the notifying
-// thread: Core Audio has others, and Stop would have to wait for a thread of ours anyway.
+// How long a new default or activated endpoint gets to settle.
 constexpr DWORD kSettlingMs = 1000;
 
 const wchar_t* MutedText(BOOL muted) { return muted ? L"muted" : L"not muted"; }
@@ -95,26 +95,39 @@ BOOL CAudioManager::OnDefaultAudioDeviceMuteStateChange(
     return TRUE;
 }
 
-// OnAudioDeviceActivated and OnDefaultDeviceChange sleep, and Stop may run meanwhile. The cache is
-// then empty and accepts no entries, so the steps after the sleep do nothing.
+// Core Audio forbids its notifications to wait, to register and to release an object for the last
+// time. They write their lines, take the time stamps and decide on the thread that notifies; the
+// rest they leave to the manager's thread, which works in the order in which it is asked. A Stop
+// cuts the waits short.
+
+void CAudioManager::OnDeviceAdded(const wchar_t* id)
+{
+    SoundThread::Do(0, [added = std::wstring(id)] { FindOrInsert(added.c_str()); });
+}
 
 void CAudioManager::OnAudioDeviceActivated(const wchar_t* id)
 {
     constexpr const wchar_t* kFunction = L"CAudioManager::OnAudioDeviceActivated";
     Log(6, kFunction, L"OnAudioDeviceActivated entry");
     CNeverSleepState::OnDefaultAudioDeviceCallbackReceived();
-    Sleep(kSettlingMs);
-    // An endpoint that is new to the cache keeps its mute state.
-    if (!FindOrInsert(id)) ConfigureAudioDeviceMuteState(FindDevicePair(id));
-    Log(6, kFunction, L"OnAudioDeviceActivated exit");
+    SoundThread::Do(kSettlingMs, [activated = std::wstring(id)] {
+        // An endpoint that is new to the cache keeps its mute state.
+        const wchar_t* const settled = activated.c_str();
+        if (!FindOrInsert(settled)) ConfigureAudioDeviceMuteState(FindDevicePair(settled));
+        Log(6, kFunction, L"OnAudioDeviceActivated exit");
+    });
 }
 
 void CAudioManager::OnDefaultDeviceChange(const wchar_t* id)
 {
     Log(6, L"CAudioManager::OnDefaultDeviceChange", L"OnDefaultDeviceChange called with to %s",
         id ? id : L"NULL");
-    RecordDefaultDeviceId();
+    auto endpoint = std::make_shared<DefaultEndpoint>();
+    FindDefaultEndpoint(*endpoint);
+    // Moved, so that the references end where the work does.
+    SoundThread::Do(0, [moved = std::move(endpoint)] {
+        if (moved->found) CacheDefaultEndpoint(*moved);
+    });
     if (!CNeverSleepState::EnforceHolvMuteState()) return;
-    Sleep(kSettlingMs);
-    ConfigureAudioDeviceMuteStates();
+    SoundThread::Do(kSettlingMs, ConfigureAudioDeviceMuteStates);
 }

@@ -24,7 +24,7 @@ HRESULT CMMNotificationClient::OnDeviceAdded(LPCWSTR id)
         return S_OK;
     }
     Log(6, kFunction, L"**** OnDeviceAdded callback received, deviceID: %s", id);
-    CAudioManager::FindOrInsert(id);
+    CAudioManager::OnDeviceAdded(id);
     return S_OK;
 }
 

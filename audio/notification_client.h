@@ -7,7 +7,7 @@
 
 // The one instance lies in static storage; its first reference is never released, so that it is
 // never deleted. Core Audio calls it on several threads at once. It logs every notification and
-// passes on the relevant ones to CAudioManager, which may block the thread for a second.
+// passes on the relevant ones to CAudioManager.
 class CMMNotificationClient final
     : public CountedObject<IMMNotificationClient, IID_IMMNotificationClient, CMMNotificationClient>
 {

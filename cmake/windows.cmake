@@ -49,8 +49,14 @@ add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_BINARY_
                     "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>")
 add_link_options(-static -Wl,--gc-sections -Wl,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
 
+# The log swallows faults of the processor, and releases its locks then.
+file(GLOB log_sources CONFIGURE_DEPENDS log/*.cpp)
+set_source_files_properties(${log_sources} PROPERTIES COMPILE_OPTIONS -fnon-call-exceptions)
+set(fault_source platform/fault.cpp)
+
 # All of the service but the one file that knows whose processors it accepts.
 list(REMOVE_ITEM HOLV_SERVICE_SOURCES ${CMAKE_SOURCE_DIR}/service/platform_check.cpp)
+list(APPEND HOLV_SERVICE_SOURCES ${fault_source})
 add_library(service_parts OBJECT ${HOLV_SERVICE_SOURCES})
 target_compile_definitions(service_parts PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 
@@ -80,10 +86,10 @@ set_target_properties(wine_HOLVService PROPERTIES
     OUTPUT_NAME HOLVService RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
 # The administrator's program.
-add_executable(holvctl ${HOLV_CTL_SOURCES})
+add_executable(holvctl ${HOLV_CTL_SOURCES} ${fault_source})
 target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 target_link_options(holvctl PRIVATE -municode -mconsole)
-target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 powrprof rpcrt4 setupapi shell32 uuid)
+target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 oleaut32 powrprof rpcrt4 setupapi shell32 uuid)
 
 # A stand-in for Wine's power library.
 add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power/power_plans.cpp
@@ -93,13 +99,38 @@ set_target_properties(wine_powrprof PROPERTIES
     PREFIX "" OUTPUT_NAME powrprof RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
 # Programs for the Wine check: one signals the running service's events, which it finds by the
-# linker's map; one stands for a helper and tells how it was started.
-foreach(program raise_event tell_start)
+# linker's map; one stands for a helper and tells how it was started; one listens on the trace pipe
+# and does not read.
+foreach(program raise_event tell_start deaf_listener)
     add_executable(wine_${program} tools/wine/${program}.cpp)
     target_link_options(wine_${program} PRIVATE -municode -mconsole)
     set_target_properties(wine_${program} PROPERTIES
         OUTPUT_NAME ${program} RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 endforeach()
+
+# A stand-in for the logging library.
+add_library(wine_vexlog SHARED tools/wine/vexlog.cpp)
+set_target_properties(wine_vexlog PROPERTIES
+    PREFIX "" OUTPUT_NAME vexlog_stand_in RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+
+# A platform device's driver.
+add_library(wine_platform_device SHARED tools/wine/platform_device.cpp)
+target_compile_options(wine_platform_device PRIVATE -fno-exceptions -fno-stack-protector)
+target_link_options(wine_platform_device PRIVATE
+    -nostdlib -Wl,--subsystem,native -Wl,-e,DriverEntry)
+target_link_libraries(wine_platform_device PRIVATE ntoskrnl)
+set_target_properties(wine_platform_device PROPERTIES PREFIX "" SUFFIX ".sys"
+    OUTPUT_NAME platform_device RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+
+# The service's log alone, amid faults.
+add_executable(wine_log_faults tools/wine/log_faults.cpp ${log_sources} ${fault_source}
+               settings/settings.cpp)
+target_compile_definitions(wine_log_faults PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+target_compile_options(wine_log_faults PRIVATE -fnon-call-exceptions)
+target_link_options(wine_log_faults PRIVATE -municode -mconsole)
+target_link_libraries(wine_log_faults PRIVATE advapi32 ole32 shell32 uuid)
+set_target_properties(wine_log_faults PROPERTIES
+    OUTPUT_NAME log_faults RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
 # The example client.
 add_executable(holv_client examples/holv_client.cpp)

@@ -4,6 +4,7 @@
 #include "log/event_source.h"
 #include "log/log_file.h"
 #include "platform/eventlog.h"
+#include "platform/fault.h"
 #include "platform/last_error.h"
 #include "platform/module.h"
 
@@ -43,9 +44,12 @@ void LogMessage(DWORD level, const wchar_t* function, const wchar_t* format,
     // Callers often log before they read the last error.
     const LastErrorKeeper kept;
     try {
-        wchar_t message[kMessageSize];
-        FormatPacked(message, format, arguments);
-        WriteToOutputs(level, function, message);
+        // A text may be at a bad address, and an output may run into a fault of its own.
+        ThrowFaultsOf([&] {
+            wchar_t message[kMessageSize];
+            FormatPacked(message, format, arguments);
+            WriteToOutputs(level, function, message);
+        });
     } catch (...) {
         OutputDebugStringA("fault inside logging function, exception caught");
     }

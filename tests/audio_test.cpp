@@ -260,7 +260,7 @@ TEST_F(AudioTest, TheFeatureGoesOffWhileANotificationWaitsAndComesOnAgain)
     pc.RunFor(100ms);
     const Instant asked = pc.now();
     InService([] { S::StopNeverSleep(); });
-    EXPECT_EQ(pc.now() - asked, Duration(900ms)) << "the notification is waited for";
+    EXPECT_EQ(pc.now() - asked, Duration(0s)) << "what waits is done at once";
     heard.Forget();
     desk.SetMute(false);
     pc.RunFor(5s);

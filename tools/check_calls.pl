@@ -27,7 +27,7 @@ sub slurp {
 
 # The functions that the platform headers declare and the service's folders, owned.h or lock.h use.
 my $rooms = join '', map { slurp($_) }
-    glob("$root/{service,settings,state,restore,reconciler,power,audio,api,log,process}/*.{h,cpp}"), "$root/platform/owned.h",
+    glob("$root/{service,settings,state,restore,reconciler,power,audio,api,log,process,json,publish,history}/*.{h,cpp}"), "$root/platform/owned.h",
     "$root/platform/lock.h";
 my %declared;
 for my $header (glob "$root/platform/*.h") {
@@ -58,6 +58,12 @@ for (split /\n/, slurp("$root/docs/windows.md")) {
 }
 
 my @wrong;
+my %count;
+$count{$_}++ for values %claimed;
+my $counts = sprintf '%d functions that the service calls, %d are proven under Wine, %d are stood in for, '
+    . '%d are unproven', scalar keys %claimed, map { $count{$_} // 0 } qw(Wine stand-in unproven);
+my ($says) = slurp("$root/docs/windows.md") =~ /^Of (\d+ functions that .*)\.$/m;
+push @wrong, "says $says, and has $counts" if defined $says and $says ne $counts;
 for (sort keys %declared) {
     push @wrong, "$_ ($declared{$_}) has no row" unless $claimed{$_};
 }

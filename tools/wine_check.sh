@@ -12,6 +12,9 @@ export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
 # No sound driver: without a sound card it would complain on the standard error.
 export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 unset DISPLAY
+# A sound server listens there in one of the scripts alone.
+pulse=$PWD/build/wine_pulse
+export PULSE_SERVER=unix:$pulse/socket
 # Shift the time zone so that it is late in the morning for the service: no do-not-disturb hours
 # begin or end.
 TZ=LOCAL$(($(date -u +%-H) - 10))
@@ -99,6 +102,8 @@ check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_chec
 
 wine_does reg delete "$oem_key" /f >/dev/null
 source tools/wine_states_check.sh
+source tools/wine_neighbours_check.sh
+source tools/wine_devices_check.sh
 source tools/wine_client_check.sh
 source tools/wine_words_check.sh
 check "the switch for removal leaves with exit code 0" 0 \

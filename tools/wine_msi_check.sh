@@ -42,8 +42,8 @@ msi() {
 }
 
 # what_is_registered: every key and value of the service's, as text. Without the quotes around the
-# service's program, which Windows' installer writes and Wine's does not, and without the journal of a
-# service that runs.
+# service's program, which Windows' installer writes and Wine's does not, and without what a service
+# that runs writes down.
 what_is_registered() {
     local key
     for key in 'HKLM\SYSTEM\CurrentControlSet\Services\HOLVService' "$source_key" "$holv_key" \
@@ -53,7 +53,7 @@ what_is_registered() {
         "$classes\\Interface\\{9D4E2C71-5A8B-4F3E-B0C6-73E1A2D94F58}" \
         "$classes\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}"; do
         if [ "$(key_is "$key")" = there ]; then wine reg query "$key" /s; else echo "$key is gone"; fi
-    done | sed -E "/^ +ImagePath/s/\"//g; /Holv.Restore\r?$/d; /^ +Journal/d; s/\r//; /^$/d"
+    done | tr -d '\r' | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
 }
 differences() { diff <(echo "$1") <(echo "$2") || true; }
 # The program's files; the stand-in for Wine's power library keeps a list of its calls beside them.
@@ -134,7 +134,7 @@ wine_does reg delete "$holv_key\\User" /v MuteAudio /f >/dev/null
 check "the registry is the one that the switch for removal leaves" "" \
     "$(differences "$after_switch" "$(what_is_registered)")"
 check "the program's files are gone" "" "$(files)"
-check "the log stays" HOLVLog.txt "$(ls "$data")"
+check "the log stays" "$data/HOLVLog.txt" "$(ls "$data/HOLVLog.txt")"
 
 # An installation by the switch is taken over, and everything can be taken away. The service is stopped before
 # by hand: Wine's installer sends it the stop, and then starts it without waiting for its end.

@@ -155,7 +155,7 @@ make_prefix() {
     add_value "$debug" RelayExclude REG_SZ none
     # Wine's own choice of programs that are not traced goes before the one of those that are.
     wine_does reg delete "$debug" /v RelayFromExclude /f >/dev/null
-    add_value "$debug" RelayFromInclude REG_SZ HOLVService.exe
+    add_value "$debug" RelayFromInclude REG_SZ 'HOLVService.exe;log_faults.exe'
     # RpcSs first, as Windows starts it before what depends on it. Wine starts services in the order of
     # their tags, taken as signed numbers, whatever they depend on, and holds the lock for starting until
     # the last has been started. A service that registers its class object earlier than RpcSs runs waits

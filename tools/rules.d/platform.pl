@@ -23,6 +23,8 @@ my %for_others = (
     SysStringLen => [qr{^platform/virtual/(?:.*/)?marshal\.cpp$}, 'strings between processes may hold zeros'],
     VariantClear => [qr{^pc/}, "for the PC's clients of the control interface"],
     VariantChangeType => [qr{^pc/}, "for the PC's clients of the control interface"],
+    RegNotifyChangeKeyValue => [qr{^ctl/}, 'holvctl watch waits by it'],
+    OpenProcess => [qr{^ctl/}, 'holvctl asks whether the service was killed'],
     CLSIDFromProgID => [qr{^(?:pc|examples)/}, 'for clients of the control interface'],
 );
 
@@ -130,9 +132,11 @@ sub calls {
         says => 'docs/windows.md has a row for each function of Windows that the service calls, and no other',
         check => \&calls,
         planted => {
-            'docs/windows.md' => "| `CloseHandle`, `Sleep` | Wine | |\n",
+            'docs/windows.md' => "Of 3 functions that we call.\n| `CloseHandle`, `Sleep` | Wine | |\n",
         },
         found => [
+            'docs/windows.md:1: says 3 functions that we call, and has 2 functions that the service calls, '
+                . '2 are proven under Wine, 0 are stood in for, 0 are unproven; mend the table of calls',
             'docs/windows.md:1: SetEvent (kernel.h) has no row; mend the table of calls',
             'docs/windows.md:1: Sleep has a row, but is not called; mend the table of calls',
         ],

@@ -179,9 +179,11 @@ __declspec(dllexport) LONG WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL
     return 0;
 }
 
-__declspec(dllexport) BOOLEAN WINAPI SetSuspendState(BOOLEAN, BOOLEAN, BOOLEAN)
+__declspec(dllexport) BOOLEAN WINAPI
+    SetSuspendState(BOOLEAN hibernate, BOOLEAN force, BOOLEAN wake_disabled)
 {
-    Tell(L"sleep");
+    Tell(L"sleep: hibernate " + std::to_wstring(hibernate) + L", force " + std::to_wstring(force) +
+         L", wake disabled " + std::to_wstring(wake_disabled));
     SetLastError(ERROR_NOT_SUPPORTED);
     return FALSE;
 }

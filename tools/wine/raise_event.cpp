@@ -1,8 +1,9 @@
-// Signals events of the running service from outside, as a debugger does: Wine sends none of the
-// notifications at which the service signals them itself. For the Wine check only. Usage:
-// raise_event PROGRAM ADDRESS SLOT... with the address of g_hGlobalEvents in the program's image,
-// in hexadecimal from its base. Waits for the program and its events, and for the program to act on
-// each; exit code 0, or 1 after telling what it has waited for in vain.
+// Signals events of the running service from outside, and lets its timers expire, as a debugger
+// does: Wine sends none of the notifications at which the service signals its events itself, and
+// the check does not wait for its timers. For the Wine check only. Usage: raise_event PROGRAM
+// ADDRESS SLOT... with the address of g_hGlobalEvents in the program's image, in hexadecimal from
+// its base. Waits for the program and its events, and for the program to act on each; exit code 0,
+// or 1 after telling what it has waited for in vain.
 
 #include <windows.h>
 
@@ -69,6 +70,10 @@ Raised Raise(const std::wstring& program, std::uintptr_t address, int slot)
                         DUPLICATE_SAME_ACCESS) &&
         SetEvent(ours)) {
         raised = Raised::yes;
+    } else if (const LARGE_INTEGER at_once{.QuadPart = -1};
+               ours && SetWaitableTimer(ours, &at_once, 0, nullptr, nullptr, FALSE)) {
+        // A timer is reset by the wait that it ends, so only the service may wait for it.
+        raised = Raised::acted_on;
     }
     // The service takes the signal back once it has acted on it, and only then the next may come.
     for (int tries = 0; raised == Raised::yes && tries < kTries; ++tries) {

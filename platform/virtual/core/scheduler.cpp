@@ -57,7 +57,7 @@ void Scheduler::Cancel(Alarm& alarm)
 void Scheduler::FireNext()
 {
     const Instant when = m_alarms.begin()->first;
-    Pace(when);
+    if (!Pace(when)) return;
     m_now = std::max(m_now, when);
     while (!m_alarms.empty() && m_alarms.begin()->first <= m_now) {
         Alarm& alarm = *m_alarms.begin()->second;
@@ -67,12 +67,21 @@ void Scheduler::FireNext()
     }
 }
 
-void Scheduler::Pace(Instant to)
+// Waits until the host's clock is where the machine's is about to jump. Returns false when the run
+// is stopped meanwhile.
+bool Scheduler::Pace(Instant to)
 {
-    if (m_options.pace <= 0 || to == kNever) return;
+    if (m_options.pace <= 0 || to == kNever) return true;
+    using Clock = std::chrono::steady_clock;
+    constexpr Clock::duration kSlice = std::chrono::milliseconds{50};
     const auto host = std::chrono::duration<double>(to - m_paced_from) / m_options.pace;
-    std::this_thread::sleep_until(
-        m_paced_from_host + std::chrono::duration_cast<std::chrono::steady_clock::duration>(host));
+    const Clock::time_point until =
+        m_paced_from_host + std::chrono::duration_cast<Clock::duration>(host);
+    while (Clock::now() < until) {
+        if (Stopped()) return false;
+        std::this_thread::sleep_until(std::min(until, Clock::now() + kSlice));
+    }
+    return true;
 }
 
 // Called when all threads are blocked: wakes the driver when its condition holds or its deadline
@@ -81,12 +90,16 @@ void Scheduler::Advance()
 {
     const Instant next = m_alarms.empty() ? kNever : m_alarms.begin()->first;
     if (m_machine_runs) {
+        if (Stopped()) {
+            m_interrupted = true;
+            return MakeReady(*m_driver);
+        }
         if (m_driver_condition && *m_driver_condition && (*m_driver_condition)()) {
             m_condition_held = true;
             return MakeReady(*m_driver);
         }
         if (m_driver_deadline < next) {
-            Pace(m_driver_deadline);
+            if (!Pace(m_driver_deadline)) return;
             m_now = std::max(m_now, m_driver_deadline);
             return MakeReady(*m_driver);
         }
@@ -120,14 +133,37 @@ bool Scheduler::AnyThreadMayRun() const
 Thread& Scheduler::Choose()
 {
     while (!AnyThreadMayRun()) Advance();
-    const auto place =
-        m_still
-            ? std::ranges::find(m_ready, m_driver)
-            : m_ready.begin() +
-                  static_cast<std::ptrdiff_t>(m_options.seed ? m_random.Below(m_ready.size()) : 0);
+    const auto place = m_still ? std::ranges::find(m_ready, m_driver)
+                               : m_ready.begin() + static_cast<std::ptrdiff_t>(PlaceOfNext());
     Thread& next = **place;
     m_ready.erase(place);
     return next;
+}
+
+// Nothing is drawn for a thread that is alone, so that a driver that looks at the machine more
+// often changes nothing of its history.
+std::size_t Scheduler::PlaceOfNext()
+{
+    if (m_options.seed == 0 || m_ready.size() == 1) return 0;
+    return m_options.priorities > 0 ? PlaceOfHighest() : m_random.Below(m_ready.size());
+}
+
+std::size_t Scheduler::PlaceOfHighest() const
+{
+    const auto highest = std::ranges::max_element(m_ready, {}, &Thread::priority);
+    return static_cast<std::size_t>(highest - m_ready.begin());
+}
+
+// Counts a call, at some of which the running thread's priority falls below all others.
+void Scheduler::LowerInTurn(Thread& self)
+{
+    constexpr std::uint64_t kWindow = 4096;
+    if (m_options.priorities < 2) return;
+    if (m_calls_to_change == 0) {
+        const auto changes = static_cast<std::uint64_t>(m_options.priorities) - 1;
+        m_calls_to_change = 1 + m_random.Below(2 * kWindow / changes);
+    }
+    if (--m_calls_to_change == 0) self.priority = --m_lowest;
 }
 
 // Passes the baton. Unlocks the machine before the wake-up, so that the woken thread does not block
@@ -158,6 +194,7 @@ void Scheduler::Block(Thread& self)
     } else {
         self.state = Thread::State::running;
     }
+    if (&self == m_driver && std::exchange(m_interrupted, false)) throw Interrupted{};
     if (&self == m_driver && !m_stuck.empty()) throw StuckMachine(std::exchange(m_stuck, {}));
     EndIfEnding(self);
 }
@@ -228,6 +265,12 @@ void Scheduler::Preempt(Thread& self)
 {
     if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
+    if (m_options.priorities > 0) {
+        LowerInTurn(self);
+        const std::size_t highest = PlaceOfHighest();
+        if (m_ready[highest]->priority > self.priority) LetRun(self, highest);
+        return;
+    }
     const std::uint64_t drawn = m_random.Below(m_ready.size() + 1);
     if (drawn < m_ready.size()) LetRun(self, drawn);
 }
@@ -272,6 +315,9 @@ void Scheduler::Start(std::shared_ptr<Thread> thread)
 {
     JoinHostThreads(false);
     thread->state = Thread::State::blocked;
+    if (m_options.priorities > 0) {
+        thread->priority = static_cast<std::int64_t>(m_random.Below(1'000'000));
+    }
     MakeReady(*thread);
 
     HostThread& host = m_host_threads.emplace_back();

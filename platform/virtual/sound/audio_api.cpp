@@ -34,8 +34,23 @@ Function fn_get_volume{"GetMasterVolumeLevelScalar", Failing::hresult};
 Function fn_set_mute{"SetMute", Failing::hresult, Role::acts};
 Function fn_get_mute{"GetMute", Failing::hresult};
 
+// An object that is not released for the last time inside a callback.
+class OfSound : public Counted
+{
+protected:
+    ULONG GiveBack()
+    {
+        const ULONG left = Counted::Release();
+        if (left == 0) {
+            Machine::Current().audio.notices.ForbidInCallbacks(
+                "an object is released for the last time");
+        }
+        return left;
+    }
+};
+
 // An object that belongs to an endpoint; reports list it by the name of the endpoint.
-class OfEndpoint : public Counted
+class OfEndpoint : public OfSound
 {
 public:
     explicit OfEndpoint(const Endpoint& endpoint) : m_whose(endpoint) {}
@@ -58,7 +73,7 @@ public:
         return Answer<IAudioEndpointVolume>(id, IID_IAudioEndpointVolume, this, object);
     }
     ULONG AddRef() override { return Counted::AddRef(); }
-    ULONG Release() override { return Counted::Release(); }
+    ULONG Release() override { return GiveBack(); }
 
     HRESULT RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override
     {
@@ -74,6 +89,7 @@ public:
         if (!callback) return E_POINTER;
         {
             Operation call(fn_unregister_control);
+            call.machine.audio.notices.ForbidInCallbacks("a callback is unregistered");
             if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
                 return refused;
             if (!call.machine.audio.notices.Remove(call, this, callback)) return kNotFound;
@@ -166,6 +182,7 @@ private:
     HRESULT DoRegister(IAudioEndpointVolumeCallback* callback)
     {
         Operation call(fn_register_control);
+        call.machine.audio.notices.ForbidInCallbacks("a callback is registered");
         if (const HRESULT refused = Begin(call); FAILED(refused)) return refused;
         auto registration = std::make_shared<Registration>();
         registration->callback = callback;
@@ -198,7 +215,7 @@ public:
         return Answer<IMMDevice>(id, IID_IMMDevice, this, object);
     }
     ULONG AddRef() override { return Counted::AddRef(); }
-    ULONG Release() override { return Counted::Release(); }
+    ULONG Release() override { return GiveBack(); }
 
     HRESULT Activate(REFIID id, DWORD, PROPVARIANT*, void** object) override
     {
@@ -251,7 +268,7 @@ private:
     Endpoint& m_endpoint;
 };
 
-class AudioDevices final : public Counted, public IMMDeviceCollection
+class AudioDevices final : public OfSound, public IMMDeviceCollection
 {
 public:
     explicit AudioDevices(std::vector<Endpoint*> endpoints) : m_endpoints(std::move(endpoints)) {}
@@ -262,7 +279,7 @@ public:
         return Answer<IMMDeviceCollection>(id, IID_IMMDeviceCollection, this, object);
     }
     ULONG AddRef() override { return Counted::AddRef(); }
-    ULONG Release() override { return Counted::Release(); }
+    ULONG Release() override { return GiveBack(); }
 
     HRESULT GetCount(UINT* count) override
     {
@@ -302,7 +319,7 @@ bool LooksLikeAnId(std::wstring_view id)
 // It holds no reference to a client: a program keeps its client until it has unregistered it. A
 // client is registered with the process, so any enumerator of the process can unregister it.
 
-class Enumerator final : public Counted, public IMMDeviceEnumerator
+class Enumerator final : public OfSound, public IMMDeviceEnumerator
 {
 public:
     std::string_view Kind() const override { return "audio device enumerator"; }
@@ -312,7 +329,7 @@ public:
         return Answer<IMMDeviceEnumerator>(id, IID_IMMDeviceEnumerator, this, object);
     }
     ULONG AddRef() override { return Counted::AddRef(); }
-    ULONG Release() override { return Counted::Release(); }
+    ULONG Release() override { return GiveBack(); }
 
     HRESULT EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                IMMDeviceCollection** collection) override
@@ -368,6 +385,7 @@ public:
     {
         if (!client) return E_POINTER;
         Operation call(fn_unregister_endpoint);
+        call.machine.audio.notices.ForbidInCallbacks("a callback is unregistered");
         if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
             return refused;
         return call.machine.audio.notices.Remove(call, &call.process(), client) ? S_OK : kNotFound;
@@ -377,6 +395,7 @@ private:
     HRESULT DoRegister(IMMNotificationClient* client)
     {
         Operation call(fn_register_endpoint);
+        call.machine.audio.notices.ForbidInCallbacks("a callback is registered");
         if (const HRESULT refused = call.Refused(CheckUsable(call)); FAILED(refused))
             return refused;
         auto registration = std::make_shared<Registration>();

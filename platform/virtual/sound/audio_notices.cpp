@@ -120,6 +120,14 @@ bool AudioNotices::IsInsideACallback(const Thread& thread) const
     });
 }
 
+void AudioNotices::ForbidInCallbacks(std::string_view what) const
+{
+    const Hold hold(m_machine);
+    const Thread* const self = Thread::Self();
+    if (!self || !IsInsideACallback(*self)) return;
+    m_machine.NoteMisuse(std::string(what) + " inside a callback of the sound system");
+}
+
 void AudioNotices::Post(Notice notice)
 {
     Process& process = *notice.to->process;

@@ -59,6 +59,9 @@ public:
     // Ends the registration of `callback` (of either kind) at `place`, and waits until no other
     // thread is in a call to it. False when there is no such registration.
     bool Remove(Call& call, const void* place, const void* callback);
+    // Notes as misuse what the sound system forbids its callbacks, when the calling thread is
+    // inside one: real PCs may hang then.
+    void ForbidInCallbacks(std::string_view what) const;
     // Drops the registrations of all clients, which are not told.
     void LoseClients();
 
