@@ -13,7 +13,7 @@ sub exit_codes {
     my ($tree) = @_;
     my @found;
     for my $file ($tree->files(qr{^package/.*\.ps1$})) {
-        my ($head, $body) = $tree->text($file) =~ /\A((?:#.*\n)*)(.*)\z/s;
+        my ($head, $body) = $tree->text($file) =~ /\A((?:#[^\n]*\n)*)(.*)\z/s;
         my %listed = listed($head);
         my $line = () = $head =~ /\n/g;
         my %used;
@@ -57,7 +57,7 @@ sub brackets {
 
 (
     {
-        name => 'exit codes',
+        name => 'exit_codes',
         says => "a script's head lists the exit codes with which it ends",
         check => \&exit_codes,
         planted => {
@@ -69,13 +69,13 @@ sub brackets {
         ],
     },
     {
-        name => 'brackets of scripts',
+        name => 'brackets',
         says => 'every bracket of a script is closed',
         check => \&brackets,
         planted => {
             'package/a.ps1' => "# Does it. Exit codes: 0 done.\nif (\$a) { '}' # }\nexit 0\n",
-            'package/b.ps1' => "# Does it. Exit codes: 0 done.\nexit (0}\n",
+            'package/b.ps1' => "# Does it. Exit codes: 0 done.\nexit 0\n(}\n",
         },
-        found => ['package/a.ps1:2: { is not closed', 'package/b.ps1:2: } closes nothing'],
+        found => ['package/a.ps1:2: { is not closed', 'package/b.ps1:3: } closes nothing'],
     },
 )
