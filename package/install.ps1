@@ -31,8 +31,12 @@ function Wait-Service([string]$state) {
 # Runs the switch. When it shows a message box, nobody is there to close it, so that it is ended when
 # the time is up.
 function Invoke-Switch([string]$argument) {
-    $process = Start-Process (Join-Path $Folder 'HOLVService.exe') $argument -WindowStyle Hidden -PassThru
-    $null = $process.Handle
+    try {
+        $process = Start-Process (Join-Path $Folder 'HOLVService.exe') $argument -WindowStyle Hidden -PassThru
+    } catch {
+        return -1
+    }
+    $null = $process.Handle  # keeps the exit code readable
     if (-not $process.WaitForExit($Seconds * 1000)) {
         $process.Kill()
         return -1

@@ -19,8 +19,12 @@ if (-not $user.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator))
 
 # Runs a program of the folder, and ends it when the time is up: a message box that nobody closes.
 function Invoke-Program([string]$program, [string]$argument) {
-    $process = Start-Process (Join-Path $Folder $program) $argument -WindowStyle Hidden -PassThru
-    $null = $process.Handle
+    try {
+        $process = Start-Process (Join-Path $Folder $program) $argument -WindowStyle Hidden -PassThru
+    } catch {
+        return -1
+    }
+    $null = $process.Handle  # keeps the exit code readable
     if (-not $process.WaitForExit($Seconds * 1000)) {
         $process.Kill()
         return -1
