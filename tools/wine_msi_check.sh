@@ -37,13 +37,13 @@ classes='HKLM\Software\Classes'
 # msi ARGUMENT...: the exit code of a silent run of the installer.
 msi() {
     local code=0
-    timeout 300 wine msiexec "$@" /qn >/dev/null 2>&1 || code=$?
+    timeout 300 wine msiexec "$@" /qn "/l*v" "C:\\msi.log" >/dev/null 2>&1 || code=$?
     echo "$code"
 }
 
 # what_is_registered: every key and value of the service's, as text. Without the quotes around the
-# service's program, which Windows' installer writes and Wine's does not, and without the journal of a
-# service that runs.
+# service's program, which Windows' installer writes and Wine's does not, and without what a service
+# that runs writes down.
 what_is_registered() {
     local key
     for key in 'HKLM\SYSTEM\CurrentControlSet\Services\HOLVService' "$source_key" "$holv_key" \
@@ -53,11 +53,12 @@ what_is_registered() {
         "$classes\\Interface\\{9D4E2C71-5A8B-4F3E-B0C6-73E1A2D94F58}" \
         "$classes\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}"; do
         if [ "$(key_is "$key")" = there ]; then wine reg query "$key" /s; else echo "$key is gone"; fi
-    done | sed -E "/^ +ImagePath/s/\"//g; /Holv.Restore\r?$/,/^ +Journal/d; s/\r//; /^$/d"
+    done | tr -d '\r' | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
 }
 differences() { diff <(echo "$1") <(echo "$2") || true; }
-files() { (cd "$installed" 2>/dev/null && find . -type f | sed 's/^..//' | sort | tr '\n' ' '); }
-product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holvctl.exe policies/Holv.admx policies/en-US/Holv.adml "
+# The program's files; the stand-in for Wine's power library keeps a list of its calls beside them.
+files() { (cd "$installed" 2>/dev/null && find . -type f ! -name powrprof.log | sed 's/^..//' | sort | tr '\n' ' '); }
+product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe policies/Holv.admx policies/en-US/Holv.adml "
 
 end_wine
 if [ "$(cat "$WINEPREFIX/.made" 2>/dev/null)" != 1 ]; then
@@ -70,7 +71,9 @@ start_wine
 # The package with the program for this machine's processor, and one of a later version.
 work=$build/msi_check
 rm -rf "$work"
-cmake --install "$build" --prefix "$work/files" >/dev/null
+mkdir -p "$work"
+(cd "$work" && cmake -E tar xf "$build"/packages/Holv-*-x64.zip)
+mv "$work"/Holv-*-x64 "$work/files"
 cp "$build/wine/HOLVService.exe" "$work/files"
 installer/make_msi "$work/files" 1.1.70.537 "$work/first.msi"
 installer/make_msi "$work/files" 1.1.71.1 "$work/second.msi"
@@ -101,7 +104,7 @@ wine_does reg delete "$source_key" /f >/dev/null
 check "the package installs silently" 0 "$(msi /i "$first")"
 check "the service runs" RUNNING "$(service_state)"
 check "the registry is the one that the switch leaves" "" "$(differences "$by_switch" "$(what_is_registered)")"
-check "the files have their places" "$product_files" "$(files | sed 's/powrprof.log //')"
+check "the files have their places" "$product_files" "$(files)"
 
 add_value "$holv_key\\User" MuteAudio REG_DWORD 1
 before=$(processes "$service_process" | head -n 1)
@@ -114,29 +117,43 @@ check "the upgrade keeps the settings" "REG_DWORD 0x1" "$(value MuteAudio)"
 check "an older version is refused" "yes RUNNING" "$([ "$(msi /i "$first")" != 0 ] && echo yes) $(service_state)"
 
 # Killed, the service leaves what is to be restored; the removal restores it.
+# Wine's manager learns of the kill when all of Wine is started anew.
+add_value 'HKLM\SYSTEM\CurrentControlSet\Services\HOLVService' Start REG_DWORD 3
 kill -9 "$after"
-await "HOLVService to be STOPPED" $patience service_is STOPPED || true
-check "the killed service has left something to restore" there "$(key_is "$holv_key\\Restore")"
+end_wine
+start_wine
+journal() {
+    look_at "$holv_key\\Restore"
+    if [ -n "$(value Journal)" ]; then echo there; else echo gone; fi
+}
+check "the killed service has left something to restore" "STOPPED there" "$(service_state) $(journal)"
 check "the removal succeeds" 0 "$(msi /x "$second")"
-check "the removal has restored it" gone "$(key_is "$holv_key\\Restore")"
+check "the removal has restored it" gone "$(journal)"
 check "the service is gone" "" "$(service_state)"
 wine_does reg delete "$holv_key\\User" /v MuteAudio /f >/dev/null
 check "the registry is the one that the switch for removal leaves" "" \
     "$(differences "$after_switch" "$(what_is_registered)")"
-check "the program's files are gone" "" "$(files | sed 's/powrprof.log //')"
-check "the log stays" HOLVLog.txt "$(ls "$data")"
+check "the program's files are gone" "" "$(files)"
+check "the log stays" "$data/HOLVLog.txt" "$(ls "$data/HOLVLog.txt")"
 
-# An installation by the switch whose service runs is taken over, and everything can be taken away.
+# An installation by the switch is taken over, and everything can be taken away. The service is stopped before
+# by hand: Wine's installer sends it the stop, and then starts it without waiting for its end.
 mkdir -p "$installed"
 cp "$work"/files/*.exe "$installed"
-run_switch -Service >/dev/null
-start_service >/dev/null
-check "the package installs over a running service of the switch" 0 "$(msi /i "$first")"
-check "the service runs again" RUNNING "$(service_state)"
+check "the switch installs after the package" "0 RUNNING" "$(run_switch -Service) $(start_service)"
+stop_service >/dev/null
+await "HOLVService to be STOPPED" $patience service_is STOPPED || true
+check "with RECOVERY=1 the package installs over an installation of the switch" 0 "$(msi /i "$first" RECOVERY=1)"
+check "the service runs then" RUNNING "$(service_state)"
 check "a removal with PURGE=1 succeeds" 0 "$(msi /x "$first" PURGE=1)"
 check "nothing is left in the registry" "11 gone of 11 keys" \
     "$(what_is_registered | sed -E 's/.* is (gone)$/\1/' | sort | uniq -c | sed 's/^ *//') of 11 keys"
 check "nothing is left of the log" gone "$([ -e "$data" ] || echo gone)"
+
+# The product itself, whose service does not start on this machine's processor.
+product=$(winepath -w "$build"/packages/Holv-*-x64.msi)
+check "on an unsupported processor the installation fails" failed "$([ "$(msi /i "$product")" = 0 ] || echo failed)"
+check "and is undone: no service, no files" ", " "$(service_state), $(files)"
 
 echo "$passed checks passed, $failed failed"
 [ "$failed" -eq 0 ]
