@@ -111,6 +111,8 @@ set_target_properties(wine_vexlog PROPERTIES
 
 # A platform device's driver.
 add_library(wine_platform_device SHARED tools/wine/platform_device.cpp)
+find_path(HOLV_DRIVER_HEADERS wdm.h PATH_SUFFIXES ddk REQUIRED)
+target_include_directories(wine_platform_device SYSTEM PRIVATE ${HOLV_DRIVER_HEADERS})
 target_compile_options(wine_platform_device PRIVATE -fno-exceptions -fno-stack-protector)
 target_link_options(wine_platform_device PRIVATE
     -nostdlib -Wl,--subsystem,native -Wl,-e,DriverEntry)
