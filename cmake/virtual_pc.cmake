@@ -23,10 +23,15 @@ target_compile_definitions(virtual_pc PUBLIC HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}
 target_precompile_headers(virtual_pc PRIVATE ${standard_library})
 set_target_properties(virtual_pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
 
-# The service: compiled once, for the image and for the tests that call into it. Symbols must not
-# be unique to the host process, or an image could never be unloaded and loaded afresh.
+# Symbols must not be unique to the host process, or an image could never be unloaded and loaded afresh;
+# clang makes none.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set(image_options -fno-gnu-unique)
+endif()
+
+# The service: compiled once, for the image and for the tests that call into it.
 add_library(service_objects OBJECT ${HOLV_SERVICE_SOURCES})
-target_compile_options(service_objects PRIVATE -fno-gnu-unique)
+target_compile_options(service_objects PRIVATE ${image_options})
 target_compile_definitions(service_objects PRIVATE
     HOLV_BUILD_VERSION="${PROJECT_VERSION}" HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}")
 
@@ -44,7 +49,7 @@ target_link_libraries(HOLVService PRIVATE virtual_pc)
 # The administrator's program, of its own files and of some of the service's.
 add_library(holvctl SHARED ${HOLV_CTL_SOURCES})
 target_link_libraries(holvctl PRIVATE virtual_pc)
-target_compile_options(holvctl PRIVATE -fno-gnu-unique)
+target_compile_options(holvctl PRIVATE ${image_options})
 target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 
 find_package(nlohmann_json REQUIRED)
@@ -57,10 +62,22 @@ target_link_libraries(pc PUBLIC virtual_pc nlohmann_json::nlohmann_json)
 target_compile_definitions(pc PUBLIC HOLV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_precompile_headers(pc PRIVATE ${standard_library} <filesystem>)
 set_target_properties(pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
+
+# Random lives, and what their user was promised.
+file(GLOB_RECURSE STORM_SOURCES CONFIGURE_DEPENDS storm/*.cpp)
+add_library(storm STATIC ${STORM_SOURCES})
+target_link_libraries(storm PUBLIC pc CLI11::CLI11)
+target_precompile_headers(storm PRIVATE ${standard_library} <filesystem>)
+set_target_properties(storm PROPERTIES UNITY_BUILD ${HOLV_UNITY})
+
 add_executable(holvpc pc/main.cpp)
-target_link_libraries(holvpc PRIVATE pc CLI11::CLI11)
+target_link_libraries(holvpc PRIVATE storm)
 add_dependencies(holvpc HOLVService holvctl)
 
+if(HOLV_FUZZ)
+    add_subdirectory(fuzz)
+    return()
+endif()
 enable_testing()
 add_subdirectory(tests)
 add_subdirectory(bench)

@@ -122,6 +122,19 @@ Action Say(const ScriptLine&, const Arguments& arguments)
     return [text = arguments[0]](ScriptContext& context) { context.story.Tell("-- " + text); };
 }
 
+Action Try(const ScriptLine& line, const Arguments&)
+{
+    ScriptLine tried = line;
+    tried.words.erase(tried.words.begin());
+    return [action = Bind(tried)](ScriptContext& context) {
+        try {
+            action(context);
+        } catch (const ExpectationFailed& refused) {
+            context.story.Tell(std::string("refused: ") + refused.what());
+        }
+    };
+}
+
 }  // namespace
 
 std::vector<Command> LifeCommands()
@@ -140,6 +153,8 @@ std::vector<Command> LifeCommands()
         {"run SPAN", "runs the PC for a time, like 30m or 1h30m", RunFor},
         {"meanwhile {", "lets the commands up to the next } happen at one instant", Meanwhile},
         {"}", "ends that: now the programs can run", EndMeanwhile},
+        {"try COMMAND [WORD] [WORD] [WORD] [WORD] [WORD] [WORD] [WORD] [WORD]",
+         "does a command, and goes on where the PC refuses it", Try},
         {"say TEXT", "prints a line in the story", Say},
     };
 }

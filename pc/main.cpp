@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "pc/player.h"
+#include "storm/command.h"
 
 namespace {
 
@@ -40,6 +41,9 @@ void AddOptions(CLI::App& command, PlayOptions& options)
     command.add_option("--trace", options.trace, "Write every effect here, as lines of JSON");
     command.add_option("--seed", options.machine.seed,
                        "Draw the thread that runs next from this seed; 0 is the fixed order");
+    command.add_option("--priorities", options.machine.priorities,
+                       "With a seed: run the thread of the highest priority, which changes at so "
+                       "many calls less one in some thousands");
     command.add_option_function<std::string>(
         "--os",
         [&](const std::string& text) {
@@ -72,6 +76,7 @@ int Main(int argc, char** argv)
     std::string word;
     CLI::App& help = *app.add_subcommand("help", "List the commands of the script language");
     help.add_option("COMMAND", word, "Only those that begin with this word");
+    StormCommand storm(app, options);
     app.require_subcommand(0, 1);
 
     try {
@@ -84,6 +89,7 @@ int Main(int argc, char** argv)
         return 0;
     }
     if (run) return PlayScripts(scripts, options, std::cout, std::cerr);
+    if (storm) return storm.Run();
     return Prompt(options);
 }
 

@@ -41,6 +41,9 @@ public:
     // Plays a line. Throws ScriptError, ExpectationFailed or StuckMachine.
     void Play(const ScriptLine& line);
 
+    virtual_pc::Machine& pc() { return m_pc; }
+    const ServiceView& view() const { return m_view; }
+
 private:
     std::ofstream m_trace;
     virtual_pc::Machine m_pc;

@@ -77,6 +77,8 @@ TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
          {true, false, Then::checks},
          {true, false, Then::sleeps}},
         {{true, false, Then::checks}, {false, true, Then::waits}, {true, true, Then::checks}},
+        // A sleep that did not come is asked for after two more checks, not after one.
+        {{true, false, Then::checks}, {true, false, Then::sleeps}, {true, false, Then::checks}},
     };
     const auto film = pc.power.NewRequest(L"C:\\Film.exe", L"");
     WithEvents([&] {

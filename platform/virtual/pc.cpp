@@ -101,7 +101,10 @@ struct Facets
 
 Machine::Machine(const Options& options)
     : m_switched_on_at(*ParseCalendar(kFirstClock)),
-      scheduler(*this, {.free = options.free, .seed = options.seed, .pace = options.pace}),
+      scheduler(*this, {.free = options.free,
+                        .seed = options.seed,
+                        .priorities = options.priorities,
+                        .pace = options.pace}),
       faults(options.seed),
       slowness(options.seed),
       unwritten(*this, options.seed),

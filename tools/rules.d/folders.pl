@@ -13,7 +13,7 @@ my %included_by_only = (reconciler => [qw(reconciler service pc ctl storm tests)
 
 # What two folders need of one another is a small folder of its own, on a lower floor.
 my %small = map { $_ => 1 } qw(settings/settings service/service_status state/never_sleep_state
-                               state/owned_object);
+                               state/owned_object pc/main);
 
 # The folders of platform/virtual, bottom up: a facet includes those before it. Files in
 # platform/virtual itself may include all of them.

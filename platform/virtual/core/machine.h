@@ -74,6 +74,7 @@ public:
     {
         bool free = false;
         std::uint64_t seed = 0;
+        int priorities = 0;  // as the scheduler's
         double pace = 0;
         // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
         std::string root = {};

@@ -120,14 +120,37 @@ bool Scheduler::AnyThreadMayRun() const
 Thread& Scheduler::Choose()
 {
     while (!AnyThreadMayRun()) Advance();
-    const auto place =
-        m_still
-            ? std::ranges::find(m_ready, m_driver)
-            : m_ready.begin() +
-                  static_cast<std::ptrdiff_t>(m_options.seed ? m_random.Below(m_ready.size()) : 0);
+    const auto place = m_still ? std::ranges::find(m_ready, m_driver)
+                               : m_ready.begin() + static_cast<std::ptrdiff_t>(PlaceOfNext());
     Thread& next = **place;
     m_ready.erase(place);
     return next;
+}
+
+// Nothing is drawn for a thread that is alone, so that a driver that looks at the machine more
+// often changes nothing of its history.
+std::size_t Scheduler::PlaceOfNext()
+{
+    if (m_options.seed == 0 || m_ready.size() == 1) return 0;
+    return m_options.priorities > 0 ? PlaceOfHighest() : m_random.Below(m_ready.size());
+}
+
+std::size_t Scheduler::PlaceOfHighest() const
+{
+    const auto highest = std::ranges::max_element(m_ready, {}, &Thread::priority);
+    return static_cast<std::size_t>(highest - m_ready.begin());
+}
+
+// Counts a call, at some of which the running thread's priority falls below all others.
+void Scheduler::LowerInTurn(Thread& self)
+{
+    constexpr std::uint64_t kWindow = 4096;
+    if (m_options.priorities < 2) return;
+    if (m_calls_to_change == 0) {
+        const auto changes = static_cast<std::uint64_t>(m_options.priorities) - 1;
+        m_calls_to_change = 1 + m_random.Below(2 * kWindow / changes);
+    }
+    if (--m_calls_to_change == 0) self.priority = --m_lowest;
 }
 
 // Passes the baton. Unlocks the machine before the wake-up, so that the woken thread does not block
@@ -228,6 +251,12 @@ void Scheduler::Preempt(Thread& self)
 {
     if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
+    if (m_options.priorities > 0) {
+        LowerInTurn(self);
+        const std::size_t highest = PlaceOfHighest();
+        if (m_ready[highest]->priority > self.priority) LetRun(self, highest);
+        return;
+    }
     const std::uint64_t drawn = m_random.Below(m_ready.size() + 1);
     if (drawn < m_ready.size()) LetRun(self, drawn);
 }
@@ -272,6 +301,9 @@ void Scheduler::Start(std::shared_ptr<Thread> thread)
 {
     JoinHostThreads(false);
     thread->state = Thread::State::blocked;
+    if (m_options.priorities > 0) {
+        thread->priority = static_cast<std::int64_t>(m_random.Below(1'000'000));
+    }
     MakeReady(*thread);
 
     HostThread& host = m_host_threads.emplace_back();

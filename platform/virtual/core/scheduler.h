@@ -68,6 +68,9 @@ public:
         bool free = false;
         // Draws the thread that runs next from this seed; 0 keeps the fixed order.
         std::uint64_t seed = 0;
+        // Above 0, and with a seed: each thread has a drawn priority, the highest runs, and the
+        // running one falls below all others at so many calls less one in some thousands.
+        int priorities = 0;
         // Machine seconds for each second of the host's clock; 0 does not wait for it at all.
         double pace = 0;
     };
@@ -132,6 +135,9 @@ private:
     bool AnyThreadMayRun() const;
     bool NothingWakes() const;
     Thread& Choose();
+    std::size_t PlaceOfNext();
+    std::size_t PlaceOfHighest() const;
+    void LowerInTurn(Thread& self);
     void SwitchTo(Thread& next);
     void LetRun(Thread& self, std::size_t place);
     void AwaitGoOn(Thread& self);
@@ -142,6 +148,8 @@ private:
     Machine& m_machine;
     Options m_options;
     Random m_random;
+    std::uint64_t m_calls_to_change = 0;  // until the running thread's priority falls
+    std::int64_t m_lowest = 0;            // the last priority given to one that fell
     Instant m_now{0};
     std::multimap<Instant, Alarm*> m_alarms;
     // While the machine stands still, the alarms that do not count sleep, at the times at which

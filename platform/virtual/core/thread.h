@@ -76,6 +76,7 @@ public:
     bool leaving = false;  // ThreadEnds is under way in a killed process
 
     // With the machine held.
+    std::int64_t priority = 0;                            // where the scheduler runs the highest
     std::map<const Function*, std::uint64_t> slow_calls;  // while functions take time
     // Calls that a fault with a rate may strike.
     std::map<const Function*, std::uint64_t> doubtful_calls;

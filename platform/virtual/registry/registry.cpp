@@ -66,7 +66,7 @@ RegistryValue RegistryValue::String(std::wstring_view text, DWORD type)
 std::wstring RegistryValue::Text() const
 {
     std::wstring text(data.size() / sizeof(wchar_t), L'\0');
-    std::memcpy(text.data(), data.data(), text.size() * sizeof(wchar_t));
+    if (!data.empty()) std::memcpy(text.data(), data.data(), text.size() * sizeof(wchar_t));
     return text.substr(0, text.find(L'\0'));
 }
 

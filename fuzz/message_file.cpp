@@ -1,0 +1,16 @@
+// A message file: whatever it is, its texts are read, or it is refused with its place.
+
+#include "platform/virtual/eventlog/message_file.h"
+
+#include "fuzz/input.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const InputFile file(TextOf(data, size));
+    try {
+        virtual_pc::ReadMessageFile(file.path());
+    } catch (const std::runtime_error& error) {
+        ExpectPlace(error, file.path());
+    }
+    return 0;
+}

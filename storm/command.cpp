@@ -1,0 +1,55 @@
+#include "storm/command.h"
+
+#include <iostream>
+
+StormCommand::StormCommand(CLI::App& app, const PlayOptions& defaults)
+    : m_command(*app.add_subcommand(
+          "storm", "Live random lives from a seed, and find what breaks a promise"))
+{
+    m_options.play = defaults;
+    m_options.gaps = HOLV_SOURCE_DIR "/storm/known_gaps.txt";
+    m_command.add_option("--seed", m_options.seed, "The first life's seed; the others follow it");
+    m_command.add_option("--lives", m_options.lives, "How many lives")->check(CLI::PositiveNumber);
+    m_command.add_option("--days", m_options.days, "The days of each life; drawn unless given")
+        ->check(CLI::NonNegativeNumber);
+    m_command
+        .add_option("--days-in-all", m_options.days_in_all,
+                    "Lives go on until so many days are lived")
+        ->check(CLI::NonNegativeNumber);
+    m_command.add_option("--jobs", m_options.jobs, "How many lives at a time")
+        ->check(CLI::Range(1, 1024));
+    m_command.add_option("--minutes", m_options.minutes, "No life begins after so many minutes")
+        ->check(CLI::NonNegativeNumber);
+    m_command.add_option("--out", m_options.out, "Writes what was found to this file, for --merge");
+    m_command.add_option("--keep", m_options.keep,
+                         "Writes each finding's shrunk script into this folder");
+    m_command.add_option("--known-gaps", m_options.gaps, "The file of known gaps; \"\" for none");
+    m_command.add_option_function<int>(
+        "--shrink", [this](int seconds) { m_options.shrinking = std::chrono::seconds{seconds}; },
+        "Seconds for the shrinking of each finding; 40 unless given");
+    m_command.add_flag("--details", m_options.details, "Prints every count");
+    m_command.add_flag("--rare-is-red", m_options.rare_is_red,
+                       "Exit status 1 where a rare situation was met fewer than ten times");
+    m_command.add_flag("--free", m_options.play.machine.free, "Lets the PC's threads run at once");
+    AddWays();
+}
+
+void StormCommand::AddWays()
+{
+    m_life = m_command.add_option("--life", m_options.seed,
+                                  "Lives this seed's life alone, and prints its script");
+    m_command.add_option("--trace", m_options.play.trace,
+                         "With --life: writes every effect here, as lines of JSON");
+    m_command.add_flag("--gaps", m_gaps, "Plays the script of each known gap, which must show it");
+    m_command.add_option("--watch", m_watched, "Plays scripts, and looks as at a life");
+    m_command.add_option("--merge", m_merged, "Adds up what several storms wrote");
+}
+
+int StormCommand::Run()
+{
+    if (!m_merged.empty()) return Merge(m_options, m_merged, std::cout);
+    if (!m_watched.empty()) return RunWatched(m_options, m_watched, std::cout);
+    if (m_gaps) return RunGaps(m_options, std::cout);
+    if (m_life->count() > 0) return RunLife(m_options, std::cout);
+    return RunStorm(m_options, std::cout);
+}

@@ -1,0 +1,28 @@
+// `holvpc storm`.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "storm/storm.h"
+
+class StormCommand
+{
+public:
+    // Adds the subcommand and its options to the application.
+    StormCommand(CLI::App& app, const PlayOptions& defaults);
+
+    explicit operator bool() const { return m_command.parsed(); }
+    // Returns the exit status: 0 without findings, 1 with.
+    int Run();
+
+private:
+    void AddWays();
+
+    StormOptions m_options;
+    std::vector<std::filesystem::path> m_merged;
+    std::vector<std::filesystem::path> m_watched;
+    bool m_gaps = false;
+    CLI::App& m_command;
+    CLI::Option* m_life = nullptr;
+};

@@ -1,0 +1,135 @@
+// What the service has begun ends with its cause: timers, requests and delayed entries that would
+// otherwise act on a PC whose user has other plans.
+
+#include "api/agent_features.h"
+#include "platform/virtual/power/power_plans.h"
+#include "tests/never_sleep_pc_test.h"
+#include "tests/running_service.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+using S = CNeverSleepState;
+
+constexpr int kEnterActive = 1;
+
+Instant At(const char* time) { return *ParseCalendar(std::string("2026-03-02 ") + time); }
+
+// A PC whose user leaves it at a time of the day, with hours from 22:00 to 6:00.
+struct EveningPc : NeverSleepPc
+{
+    EveningPc(const char* time, bool sleeps_in_the_hours) : NeverSleepPc(DrawnSchedule())
+    {
+        Set(L"DndToS3", sleeps_in_the_hours);
+        pc.SetClock(At(time));
+        pc.user.Works();
+        StartService();
+    }
+
+    bool Asleep() const { return pc.sleep.phase() == SleepState::Phase::asleep; }
+    bool Held(POWER_REQUEST_TYPE type) const { return pc.power.Held(type); }
+    void Run(Duration time) { pc.RunFor(time); }
+};
+
+TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
+{
+    const struct
+    {
+        const char* slept_at;
+        bool sleeps_in_the_hours;
+        bool wakes;
+    } cases[] = {{"20:00", false, false},
+                 {"20:00", true, false},
+                 {"23:00", false, false},
+                 {"23:00", true, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << "asleep from " << c.slept_at
+                                          << ", sleeps in the hours: " << c.sleeps_in_the_hours);
+        EveningPc evening(c.slept_at, c.sleeps_in_the_hours);
+        const GUID plan = evening.pc.power.active().guid;
+        evening.pc.power.Write(plan, GUID_ALLOW_AWAYMODE, PowerSource::ac, 0);
+        evening.pc.power.Activate(plan);
+        evening.pc.sleep.AskAsUser();
+        evening.Run(6h + 50min);
+        EXPECT_TRUE(evening.Asleep()) << "nothing wakes the PC before the hours' end";
+        evening.Run(c.slept_at == std::string("20:00") ? 5h : 20min);
+        EXPECT_EQ(evening.Asleep(), !c.wakes) << "at the hours' end";
+        if (evening.Asleep()) evening.pc.sleep.WakeByUser();
+        evening.pc.user.Works();
+        evening.Run(2min);
+        evening.StopService();
+    }
+}
+
+TEST(UndoneTest, HoursThatAreSleptThroughReleaseTheRequestsAndTheirEndHoldsThemAgain)
+{
+    EveningPc evening("21:59", true);
+    evening.view.Raise(kEnterActive);
+    evening.Run(1s);
+    for (const auto& [when, state, held] : {std::tuple{0min, "HOLV_ACTIVE", true},
+                                            {1min, "HOLV_DND", false},
+                                            {8 * 60min, "HOLV_ACTIVE", true}}) {
+        evening.Run(when);
+        SCOPED_TRACE(FormatCalendar(evening.pc.clock()));
+        EXPECT_EQ(evening.State(), state);
+        EXPECT_EQ(evening.Held(PowerRequestAwayModeRequired), held);
+        EXPECT_EQ(evening.Held(PowerRequestSystemRequired), held);
+    }
+    evening.StopService();
+}
+
+class UndoneInServiceTest : public RunningServiceTest
+{
+};
+
+// The service goes on without the feature, and nothing that it had planned takes place.
+TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappens)
+{
+    for (const auto& [time, event] : {std::pair{"21:00", EVENT_ENTER_S0},
+                                      {"21:00", EVENT_ENTER_ACTIVE},
+                                      {"23:00", EVENT_ENTER_DND}}) {
+        SCOPED_TRACE(::testing::Message() << "at " << time << " after event " << event);
+        pc.SetClock(At(time));
+        const GUID plan = pc.power.active().guid;
+        Set(L"EnableNeverSleep", 1);
+        Start();
+        Go(pc, event);
+        InService([] { SetFeature(E_HOLV_STATE, 0); });
+        pc.RunFor(1s);
+        const ESystemState state = S::m_eSystemState;
+        for (const GlobalEvent timer : {TIMER_IDLE, TIMER_DND_START, TIMER_DND_END}) {
+            EXPECT_FALSE(GlobalTimerDue(timer)) << "timer " << timer << " is still armed";
+        }
+        pc.RunFor(12h);
+        EXPECT_EQ(S::m_eSystemState, state) << "a state was entered by itself";
+        EXPECT_FALSE(pc.power.Held(PowerRequestAwayModeRequired));
+        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
+        EXPECT_TRUE(IsEqualGUID(pc.power.active().guid, plan)) << "the user's plan is not in force";
+        Stop();
+    }
+}
+
+TEST_F(UndoneInServiceTest, AResumeByATimerLeadsToNeverSleepModeASecondLaterUnlessTheUserComesFirst)
+{
+    for (const bool user_comes : {false, true}) {
+        SCOPED_TRACE(user_comes ? "the user comes" : "no user");
+        Start();
+        Go(pc, EVENT_ENTER_ACTIVE);
+        InService([] {
+            S::OnSuspend();
+            S::OnResume(FALSE);
+        });
+        pc.RunFor(900ms);
+        EXPECT_EQ(S::m_eSystemState, HOLV_S3) << "the second is not over";
+        if (user_comes) InService([] { S::OnResume(TRUE); });
+        pc.RunFor(200ms);
+        EXPECT_EQ(S::m_eSystemState, user_comes ? S0_NORMAL : HOLV_ACTIVE);
+        pc.RunFor(2s);
+        EXPECT_EQ(S::m_eSystemState, user_comes ? S0_NORMAL : HOLV_ACTIVE);
+        Stop();
+    }
+}
+
+}  // namespace

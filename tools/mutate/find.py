@@ -1,0 +1,264 @@
+"""Finds the faults that can be made in a source file, with libclang."""
+
+import dataclasses
+import re
+
+from clang import cindex
+from clang.cindex import CursorKind as K
+
+# < has <= for its fault, and so on: the edge is what goes wrong.
+COMPARISONS = {'==': '!=', '!=': '==', '<': '<=', '<=': '<', '>': '>=', '>=': '>'}
+LOGIC = {'&&': '||', '||': '&&'}
+FUNCTIONS = {K.FUNCTION_DECL, K.CXX_METHOD, K.CONSTRUCTOR, K.DESTRUCTOR, K.CONVERSION_FUNCTION,
+             K.FUNCTION_TEMPLATE, K.LAMBDA_EXPR}
+BRANCHES = {K.IF_STMT, K.WHILE_STMT, K.CONDITIONAL_OPERATOR, K.DO_STMT}
+BODIES = {K.COMPOUND_STMT, K.IF_STMT, K.WHILE_STMT, K.FOR_STMT, K.CXX_FOR_RANGE_STMT, K.CASE_STMT,
+          K.DEFAULT_STMT}
+COMPUTED_AT_BUILD = {K.FIELD_DECL, K.ENUM_DECL, K.PARM_DECL, K.TEMPLATE_NON_TYPE_PARAMETER}
+
+# What makes no fault, because it changes nothing or nothing that the system promises. A call with one
+# of these names is left as it is, with everything in it.
+NO_PROMISE = {
+    'Log': 'the lines of the log have tests of their own, word for word',
+    'LogMessage': 'as Log',
+    'LogEntry': 'as Log',
+    'LogFailure': 'as Log',
+    'reserve': 'spares an allocation, no more',
+    'shrink_to_fit': 'spares memory, no more',
+}
+
+
+@dataclasses.dataclass
+class Fault:
+    """One fault: `old`, the bytes from `start` to `end`, becomes `new`."""
+
+    kind: str
+    start: int
+    end: int
+    old: str
+    new: str
+    line: int
+    column: int
+    at_build: bool = False  # in what the compiler computes: needs a build of its own
+    statement: bool = False  # `start` to `end` is a whole statement, with its semicolon
+    id: int = 0
+
+    @property
+    def change(self):
+        return ' '.join(f'{self.old} => {self.new}'.split())
+
+    @property
+    def name(self):
+        """The same from run to run, as long as the line stays where it is."""
+        return f'{self.line}:{self.column} {self.kind}: {self.change}'
+
+
+class Finder:
+    """Walks over one file and collects its faults."""
+
+    def __init__(self, path, arguments):
+        self.path = str(path)
+        self.text = path.read_bytes()
+        unit = cindex.Index.create().parse(
+            self.path, args=arguments,
+            options=cindex.TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD)
+        errors = [d for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
+        if errors:
+            raise SystemExit(f'mutate: {self.path}: {errors[0]}')
+        here = [c for c in unit.cursor.get_children()
+                if c.location.file and c.location.file.name == self.path]
+        self.macros = {c.extent.start.offset: c.spelling for c in here
+                       if c.kind == K.MACRO_INSTANTIATION}
+        self.faults = {}
+        self.in_thread = False  # within the function that a thread runs
+        for cursor in here:
+            if not cursor.kind.is_preprocessing():
+                self.walk(cursor, at_build=True)
+
+    def source(self, start, end):
+        return self.text[start:end].decode()
+
+    def of(self, node):
+        return self.source(node.extent.start.offset, node.extent.end.offset)
+
+    def add(self, kind, node, new, at_build, statement=False):
+        start, end = node.extent.start.offset, node.extent.end.offset
+        if statement:
+            semicolon = re.compile(rb'\s*;').match(self.text, end)
+            if not semicolon:
+                return
+            end = semicolon.end()
+        old = self.source(start, end)
+        if old != new and end > start:
+            fault = Fault(kind, start, end, old, new, *self.place(start), at_build, statement)
+            self.faults.setdefault((start, end, new), fault)
+
+    def place(self, offset):
+        """Line and column, from 1."""
+        return self.text.count(b'\n', 0, offset) + 1, offset - self.text.rfind(b'\n', 0, offset)
+
+    # --- The walk ---
+
+    def walk(self, node, at_build):
+        kind = node.kind
+        if kind in FUNCTIONS:
+            head = self.of(node).split('{')[0]
+            at_build = bool(re.search(r'\bconst(?:expr|eval)\b', head))
+            self.in_thread = node.spelling.endswith('Proc')
+        elif kind == K.VAR_DECL:
+            head = self.of(node).split('=')[0].split('{')[0]
+            at_build = at_build or bool(re.search(r'\bconstexpr\b', head))
+        elif kind in COMPUTED_AT_BUILD:
+            at_build = True
+        elif kind == K.STATIC_ASSERT:
+            return
+        elif kind == K.CALL_EXPR and node.spelling in NO_PROMISE:
+            return
+        children = list(node.get_children())
+        if kind in BRANCHES:
+            self.condition(children, at_build, last=kind == K.DO_STMT)
+        if kind in BODIES:
+            self.statements(kind, children)
+        if kind == K.BINARY_OPERATOR and len(children) == 2:
+            self.operator(node, *children, at_build)
+        elif kind == K.CALL_EXPR:
+            self.call(node, children, at_build)
+        elif kind in (K.INTEGER_LITERAL, K.CXX_BOOL_LITERAL_EXPR, K.UNEXPOSED_EXPR, K.DECL_REF_EXPR):
+            self.constant(node, at_build)
+        if kind == K.CASE_STMT:
+            children = children[1:]
+        elif kind == K.RETURN_STMT and self.in_thread:
+            return  # no thread's exit code is read
+        for child in children:
+            self.walk(child, at_build)
+
+    # --- The operators ---
+
+    def condition(self, children, at_build, last):
+        if any(child.kind == K.VAR_DECL for child in children):
+            return
+        expressions = [child for child in children if child.kind.is_expression()]
+        if not expressions:
+            return
+        condition = bare(expressions[-1 if last else 0])
+        # The fault of a comparison serves as well.
+        if condition.kind == K.BINARY_OPERATOR and self.sign(condition) in COMPARISONS:
+            return
+        text = self.of(condition)
+        negated = text[1:] if re.fullmatch(r'![\w:.]+(\(\))?', text) else f'!({text})'
+        self.add('condition', condition, negated, at_build)
+
+    def sign(self, node):
+        children = list(node.get_children())
+        if len(children) != 2:
+            return ''
+        return self.source(children[0].extent.end.offset, children[1].extent.start.offset).strip()
+
+    def operator(self, node, left, right, at_build):
+        sign = self.sign(node)
+        other = COMPARISONS.get(sign) or LOGIC.get(sign)
+        if other:
+            kind = 'comparison' if sign in COMPARISONS else 'condition'
+            self.add(kind, node, f'{self.of(left)} {other} {self.of(right)}', at_build)
+
+    def call(self, node, children, at_build):
+        sign = node.spelling.removeprefix('operator')
+        if sign in COMPARISONS and len(children) == 3:
+            left, _, right = children
+            self.add('comparison', node, f'{self.of(left)} {COMPARISONS[sign]} {self.of(right)}',
+                     at_build)
+            return
+        function = node.referenced
+        if not function or function.kind not in (K.FUNCTION_DECL, K.CXX_METHOD) or sign != node.spelling:
+            return
+        arguments = [a for a in node.get_arguments() if a and a.extent.end.offset > a.extent.start.offset]
+        for one, other in zip(arguments, arguments[1:]):
+            if kind_of(one) == kind_of(other) and self.of(one) != self.of(other):
+                begin, end = node.extent.start.offset, node.extent.end.offset
+                a, b = one.extent, other.extent
+                if not begin < a.start.offset < a.end.offset <= b.start.offset < end:
+                    continue
+                new = (self.source(begin, a.start.offset) + self.of(other) +
+                       self.source(a.end.offset, b.start.offset) + self.of(one) +
+                       self.source(b.end.offset, end))
+                self.add('arguments', node, new, at_build)
+
+    def constant(self, node, at_build):
+        text = self.of(node)
+        macro = self.macros.get(node.extent.start.offset)
+        if macro:
+            if text in ('TRUE', 'FALSE'):
+                self.add('constant', node, 'FALSE' if text == 'TRUE' else 'TRUE', at_build)
+        elif text in ('true', 'false'):
+            self.add('constant', node, 'false' if text == 'true' else 'true', at_build)
+        elif node.kind == K.INTEGER_LITERAL and re.match(r'\d', text):
+            number = re.fullmatch(r"(\d+)(\w*)", text)
+            if number and not text.startswith('0x'):
+                value = int(number[1])
+                # Of a large number the next is near enough to change nothing.
+                new = 1 - value if value < 2 else value + 1 if value < 100 else 2 * value
+                self.add('constant', node, f'{new}{number[2]}', at_build)
+            else:
+                self.add('constant', node, f'({text} >> 1)', at_build)
+        elif node.kind == K.DECL_REF_EXPR and node.referenced \
+                and node.referenced.kind == K.ENUM_CONSTANT_DECL:
+            names = [c.spelling for c in node.referenced.semantic_parent.get_children()
+                     if c.kind == K.ENUM_CONSTANT_DECL]
+            name = node.referenced.spelling
+            if text.endswith(name) and len(names) > 1:
+                following = names[(names.index(name) + 1) % len(names)]
+                self.add('constant', node, text.removesuffix(name) + following, at_build)
+
+    def statements(self, kind, children):
+        if kind != K.COMPOUND_STMT and children and children[0].kind.is_expression():
+            children = children[1:]  # the condition
+        previous = None
+        for child in children:
+            node = bare(child)
+            if not self.acts(node):
+                previous = None
+                continue
+            self.add('dropped', node, ';', at_build=False, statement=True)
+            if previous and K.CALL_EXPR in (node.kind, previous.kind) and kind == K.COMPOUND_STMT:
+                self.swap(previous, node)
+            previous = node
+
+    def acts(self, node):
+        """Whether it is a statement whose absence would be a fault."""
+        if node.kind == K.CALL_EXPR:
+            return node.spelling not in NO_PROMISE
+        if node.kind == K.UNARY_OPERATOR:
+            return '++' in self.of(node) or '--' in self.of(node)
+        return node.kind in (K.BINARY_OPERATOR, K.COMPOUND_ASSIGNMENT_OPERATOR, K.CXX_DELETE_EXPR)
+
+    def swap(self, first, second):
+        # Of two calls of one function for different objects, either may come first.
+        if first.kind == second.kind == K.CALL_EXPR and first.spelling == second.spelling \
+                and not first.spelling.startswith('operator'):
+            return
+        start, end = first.extent.start.offset, second.extent.end.offset
+        between = self.source(first.extent.end.offset, second.extent.start.offset)
+        if between.strip() != ';' or not self.source(end, end + 1) == ';':
+            return
+        old, new = self.source(start, end + 1), f'{self.of(second)}; {self.of(first)};'
+        self.faults[(start, end + 1, new)] = Fault('order', start, end + 1, old, new, *self.place(start),
+                                                   statement=True)
+
+
+def bare(node):
+    """The node without the compiler's own wrappings."""
+    while node.kind == K.UNEXPOSED_EXPR:
+        children = list(node.get_children())
+        if len(children) != 1 or children[0].extent != node.extent:
+            break
+        node = children[0]
+    return node
+
+
+def kind_of(argument):
+    return re.sub(r'\bconst\b\s*', '', argument.type.get_canonical().spelling)
+
+
+def find(path, arguments):
+    """The faults of a file, in the order of their places."""
+    return sorted(Finder(path, arguments).faults.values(), key=lambda f: (f.start, -f.end, f.new))

@@ -1,0 +1,82 @@
+"""What is known of each file's faults, and the tables made of it."""
+
+import hashlib
+import json
+
+import workshop
+
+KNOWN = workshop.ROOT / 'tools/mutate/survivors.txt'
+FOLDER = workshop.HOME / 'results'
+
+
+def digest(*paths):
+    whole = hashlib.sha256()
+    for path in sorted(paths):
+        whole.update(path.read_bytes())
+    return whole.hexdigest()[:16]
+
+
+def tests_digest():
+    return digest(*(workshop.ROOT / 'tests').glob('*.*'))
+
+
+def known_survivors():
+    """(file, change) => reason, from lines `FILE | OLD => NEW | REASON`."""
+    known = {}
+    for line in KNOWN.read_text().splitlines():
+        if line and not line.startswith('#'):
+            file, change, reason = (part.strip() for part in line.split(' | '))
+            known[file, change] = reason
+    return known
+
+
+class Results:
+    """The results of one source file. They hold as long as the file is the same; what survived is
+    tried again when the tests have changed."""
+
+    def __init__(self, file):
+        self.file = file
+        self.path = FOLDER / (file.replace('/', '__') + '.json')
+        self.source = digest(workshop.ROOT / file)
+        self.tests = tests_digest()
+        self.faults = {}
+        if self.path.exists():
+            old = json.loads(self.path.read_text())
+            if old['source'] == self.source:
+                self.faults = {name: result for name, result in old['faults'].items()
+                               if result['result'] in ('noticed', 'does not build') or old['tests'] == self.tests}
+
+    def put(self, fault, result):
+        self.faults[fault.name] = {**result, 'change': fault.change}
+        FOLDER.mkdir(parents=True, exist_ok=True)
+        text = json.dumps({'file': self.file, 'source': self.source, 'tests': self.tests,
+                           'faults': self.faults}, indent=1)
+        partial = self.path.with_suffix('.partial')
+        partial.write_text(text)
+        partial.rename(self.path)
+
+
+def survivors(file, faults, known):
+    """The faults that no test noticed and that have no reason: (name, result)."""
+    return [(name, result) for name, result in faults.items()
+            if result['result'] in ('survived', 'unreached') and (file, result['change']) not in known]
+
+
+def table():
+    """A line for each folder: faults, noticed, survivors with a reason and without, and the score."""
+    known = known_survivors()
+    rows = {}
+    for path in sorted(FOLDER.glob('*.json')):
+        kept = json.loads(path.read_text())
+        tried = {n: r for n, r in kept['faults'].items() if r['result'] != 'does not build'}
+        noticed = sum(r['result'] == 'noticed' for r in tried.values())
+        left = len(survivors(kept['file'], tried, known))
+        row = rows.setdefault(kept['file'].split('/')[0], [0, 0, 0, 0])
+        for i, count in enumerate((len(tried), noticed, len(tried) - noticed - left, left)):
+            row[i] += count
+    rows['together'] = [sum(column) for column in zip(*rows.values())] if rows else [0, 0, 0, 0]
+    lines = [f'{"folder":12} {"faults":>7} {"noticed":>8} {"reason":>7} {"survive":>8} {"score":>6}']
+    for folder, (faults, noticed, reason, left) in rows.items():
+        score = f'{100 * noticed / faults:.0f} %' if faults else ''
+        lines.append(f'{folder:12} {faults:7} {noticed:8} {reason:7} {left:8} {score:>6}')
+    return '\n'.join(lines)
