@@ -1,5 +1,6 @@
 # Sourced by wine_check.sh: the real executable on a PC with speakers and the platform device. The
-# speakers are a sound server's, which plays nowhere; the device is that of tools/wine/platform_device.cpp.
+# speakers are a sound server's: its two sinks, which play nowhere, and its default. The device is that
+# of tools/wine/platform_device.cpp.
 
 add_value "$user_key" LoggingLevel REG_DWORD 6
 mkdir -p "$pulse"
@@ -37,13 +38,13 @@ says() { grep -acF "$1" "$log" || true; }
 check "the sound system is registered with, and unregistered from" "1 1" \
     "$(says 'Register default audio device callback successful') $(
         says 'Unregister default audio device callback successful')"
-check "each endpoint's callback is registered, and unregistered" "2 2" \
+check "each endpoint's callback is registered, and unregistered" "3 3" \
     "$(says 'Register audio control callback successful') $(
         says 'Unregister audio control callback successful')"
-check "do-not-disturb mutes both, and normal use unmutes them" \
-    "muted, muted, not muted, not muted, " \
+check "do-not-disturb mutes all, and normal use unmutes them" \
+    "muted, muted, muted, not muted, not muted, not muted, " \
     "$(grep -aoE 'SetMute called on device .* with (not )?muted' "$log" | sed 's/.* with //; s/$/,/' |
-        tail -n 4 | tr '\n' ' ')"
+        tail -n 6 | tr '\n' ' ')"
 
 wine_does net stop HolvPlatform >/dev/null
 wine_does sc delete HolvPlatform >/dev/null
