@@ -87,7 +87,7 @@ set_target_properties(wine_HOLVService PROPERTIES
 add_executable(holvctl ${HOLV_CTL_SOURCES} ${fault_source})
 target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 target_link_options(holvctl PRIVATE -municode -mconsole)
-target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 powrprof rpcrt4 setupapi shell32 uuid)
+target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 oleaut32 powrprof rpcrt4 setupapi shell32 uuid)
 
 # A stand-in for Wine's power library.
 add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power/power_plans.cpp

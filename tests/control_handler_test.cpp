@@ -91,9 +91,9 @@ TEST_F(ControlHandlerTest, EveryPowerSettingComesToItsHandlerWithItsValue)
     } cases[] = {
         {GUID_SYSTEM_AWAYMODE, {0, 0, 0, 0}, "**** Awaymode OFF"},
         {GUID_SYSTEM_AWAYMODE, {2, 1, 0, 0}, "**** Awaymode OFF"},
-        {GUID_MONITOR_POWER_ON, {1, 0, 0, 0}, "**** Display is ON"},
+        {GUID_MONITOR_POWER_ON, {1, 7, 0, 0}, "**** Display is ON"},
         {GUID_MONITOR_POWER_ON, {0, 1, 0, 0}, "**** Display is OFF"},
-        {GUID_GLOBAL_USER_PRESENCE, {0, 0, 0, 0}, "**** User Present"},
+        {GUID_GLOBAL_USER_PRESENCE, {0, 7, 0, 0}, "**** User Present"},
         {GUID_GLOBAL_USER_PRESENCE, {1, 0, 0, 0}, "**** User Not Present"},
         {GUID_GLOBAL_USER_PRESENCE, {2}, "**** User Inactive"},
         {GUID_GLOBAL_USER_PRESENCE, {3, 0, 0, 0}, ""},
@@ -106,7 +106,7 @@ TEST_F(ControlHandlerTest, EveryPowerSettingComesToItsHandlerWithItsValue)
         {GUID_POWERSCHEME_PERSONALITY, bytes(GUID_MIN_POWER_SAVINGS),
          "Power Scheme is Max Performance"},
         {GUID_POWERSCHEME_PERSONALITY, bytes(GUID{}), "Power Scheme is unknown"},
-        {GUID_SYSTEM_AWAYMODE, {1, 0, 0, 0}, "**** Awaymode ON"},
+        {GUID_SYSTEM_AWAYMODE, {1, 7, 0, 0}, "**** Awaymode ON"},
     };
     for (const auto& c : cases) {
         Lines said = Changed(c.setting, c.data);

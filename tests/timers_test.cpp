@@ -54,38 +54,39 @@ protected:
 // --- Idleness ---
 
 // A step of the idle monitor: how long the PC has been idle, whether a film runs, and what follows.
+enum class Then
+{
+    waits,   // for what is left
+    checks,  // again in 30 seconds
+    sleeps,
+};
+struct Check
+{
+    bool idle;
+    bool film;
+    Then then;
+};
+const std::vector<Check> kIdleStories[] = {
+    {{false, false, Then::waits}, {true, false, Then::checks}, {true, false, Then::sleeps}},
+    {{true, true, Then::checks}, {true, false, Then::checks}, {true, false, Then::sleeps}},
+    {{true, false, Then::checks}, {true, true, Then::checks}, {true, false, Then::sleeps}},
+    {{true, false, Then::checks},
+     {false, false, Then::waits},
+     {true, false, Then::checks},
+     {true, false, Then::sleeps}},
+    {{true, false, Then::checks}, {false, true, Then::waits}, {true, true, Then::checks}},
+    // A sleep that did not come is asked for after two more checks, not after one.
+    {{true, false, Then::checks}, {true, false, Then::sleeps}, {true, false, Then::checks}},
+};
+
 TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
 {
-    enum class Then
-    {
-        waits,   // for what is left
-        checks,  // again in 30 seconds
-        sleeps,
-    };
-    struct Check
-    {
-        bool idle;
-        bool film;
-        Then then;
-    };
-    const std::vector<Check> stories[] = {
-        {{false, false, Then::waits}, {true, false, Then::checks}, {true, false, Then::sleeps}},
-        {{true, true, Then::checks}, {true, false, Then::checks}, {true, false, Then::sleeps}},
-        {{true, false, Then::checks}, {true, true, Then::checks}, {true, false, Then::sleeps}},
-        {{true, false, Then::checks},
-         {false, false, Then::waits},
-         {true, false, Then::checks},
-         {true, false, Then::sleeps}},
-        {{true, false, Then::checks}, {false, true, Then::waits}, {true, true, Then::checks}},
-        // A sleep that did not come is asked for after two more checks, not after one.
-        {{true, false, Then::checks}, {true, false, Then::sleeps}, {true, false, Then::checks}},
-    };
     const auto film = pc.power.NewRequest(L"C:\\Film.exe", L"");
     WithEvents([&] {
-        for (const auto& story : stories) {
+        for (const auto& story : kIdleStories) {
             S::m_bIdleExpiryPending = FALSE;
             for (const Check& check : story) {
-                SCOPED_TRACE(std::to_string(&story - stories) + "." +
+                SCOPED_TRACE(std::to_string(&story - kIdleStories) + "." +
                              std::to_string(&check - story.data()));
                 pc.user.Works();
                 if (check.idle) {
@@ -95,6 +96,7 @@ TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
                 if (check.film) pc.power.SetRequest(*film, PowerRequestDisplayRequired);
                 heard.Forget();
                 S::MonitorIdleTimer();
+                EXPECT_EQ(heard.Has("Output from powercfg -requests"), check.then == Then::sleeps);
                 EXPECT_EQ(heard.TakeHas("Creating suspend thread"), check.then == Then::sleeps);
                 EXPECT_EQ(S::m_bDisplayRequired != FALSE, check.film);
                 if (check.then != Then::sleeps) {

@@ -3,6 +3,8 @@
 
 #include "api/agent_features.h"
 #include "platform/virtual/power/power_plans.h"
+#include "platform/virtual/power/processor.h"
+#include "platform/virtual/sessions/session.h"
 #include "tests/never_sleep_pc_test.h"
 #include "tests/running_service.h"
 
@@ -13,7 +15,10 @@ namespace {
 
 using S = CNeverSleepState;
 
+// Events of the state machine, as the debugger raises them in an image.
 constexpr int kEnterActive = 1;
+constexpr int kEnterIdle = 2;
+constexpr int kEnterDnd = 3;
 
 Instant At(const char* time) { return *ParseCalendar(std::string("2026-03-02 ") + time); }
 
@@ -25,6 +30,7 @@ struct EveningPc : NeverSleepPc
         Set(L"DndToS3", sleeps_in_the_hours);
         pc.SetClock(At(time));
         pc.user.Works();
+        pc.processor.SetLoad(100);  // never idle
         StartService();
     }
 
@@ -66,16 +72,46 @@ TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
 TEST(UndoneTest, HoursThatAreSleptThroughReleaseTheRequestsAndTheirEndHoldsThemAgain)
 {
     EveningPc evening("21:59", true);
-    evening.view.Raise(kEnterActive);
-    evening.Run(1s);
-    for (const auto& [when, state, held] : {std::tuple{0min, "HOLV_ACTIVE", true},
-                                            {1min, "HOLV_DND", false},
-                                            {8 * 60min, "HOLV_ACTIVE", true}}) {
-        evening.Run(when);
+    evening.pc.user.Leaves();
+    evening.pc.sleep.Ask(L"test");  // which becomes away mode
+    const auto expect = [&](const char* state, bool held) {
         SCOPED_TRACE(FormatCalendar(evening.pc.clock()));
         EXPECT_EQ(evening.State(), state);
         EXPECT_EQ(evening.Held(PowerRequestAwayModeRequired), held);
         EXPECT_EQ(evening.Held(PowerRequestSystemRequired), held);
+    };
+    evening.Run(1s);
+    expect("HOLV_ACTIVE", true);
+    evening.Run(1min);
+    expect("HOLV_DND", false);
+    evening.Run(10min);
+    EXPECT_TRUE(evening.Asleep()) << "with nothing to hold it awake";
+    evening.Run(7h + 50min);
+    expect("HOLV_ACTIVE", true);
+    evening.pc.user.Works();
+    evening.Run(1min);
+    evening.StopService();
+}
+
+TEST(UndoneTest, OneLyncHelperRunsHoweverOftenActiveUseOfTheNightBeginsAndNoneInTheHours)
+{
+    EveningPc evening("20:00", false);
+    Machine& pc = evening.pc;
+    pc.registry.SetDword(LR"(HKLM\Software\Microsoft\Communicator\4.0)", L"x", 1);
+    pc.session.Logon(L"alice");
+    pc.session.InstallProgram(LR"(C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe)",
+                              std::nullopt, 0);
+    const auto helpers = [&] {
+        return std::ranges::count_if(pc.processes(), [](const auto& process) {
+            return process->launch && process->running();
+        });
+    };
+    for (const auto& [event, running] :
+         {std::pair{kEnterActive, 1}, {kEnterIdle, 1}, {kEnterActive, 1}, {kEnterDnd, 0}}) {
+        evening.view.Raise(event);
+        evening.Run(1s);
+        EXPECT_EQ(helpers(), running)
+            << "helpers after event " << event << " in " << evening.State();
     }
     evening.StopService();
 }
@@ -87,6 +123,7 @@ class UndoneInServiceTest : public RunningServiceTest
 // The service goes on without the feature, and nothing that it had planned takes place.
 TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappens)
 {
+    pc.processor.SetLoad(100);  // the monitor of its usage goes on, and would enter HOLV_IDLE
     for (const auto& [time, event] : {std::pair{"21:00", EVENT_ENTER_S0},
                                       {"21:00", EVENT_ENTER_ACTIVE},
                                       {"23:00", EVENT_ENTER_DND}}) {

@@ -21,7 +21,7 @@ install_missing() {
 
 # What building and running on the virtual PC takes.
 build_packages=(perl g++ cmake ninja-build lld libgtest-dev libbenchmark-dev nlohmann-json3-dev
-    libcli11-dev)
+    libcli11-dev libedit-dev)
 
 # Configures a preset unless it is, and builds the targets named (all of them without any).
 build_preset() {

@@ -27,6 +27,9 @@ NO_PROMISE = {
     'shrink_to_fit': 'spares memory, no more',
 }
 
+# Whose two arguments may stand in either place.
+SYMMETRIC = {'max', 'min', 'SameScheme', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
+
 
 @dataclasses.dataclass
 class Fault:
@@ -169,7 +172,8 @@ class Finder:
                      at_build)
             return
         function = node.referenced
-        if not function or function.kind not in (K.FUNCTION_DECL, K.CXX_METHOD) or sign != node.spelling:
+        if not function or function.kind not in (K.FUNCTION_DECL, K.CXX_METHOD) or sign != node.spelling \
+                or node.spelling in SYMMETRIC:
             return
         arguments = [a for a in node.get_arguments() if a and a.extent.end.offset > a.extent.start.offset]
         for one, other in zip(arguments, arguments[1:]):
@@ -210,8 +214,8 @@ class Finder:
                 self.add('constant', node, text.removesuffix(name) + following, at_build)
 
     def statements(self, kind, children):
-        if kind != K.COMPOUND_STMT and children and children[0].kind.is_expression():
-            children = children[1:]  # the condition
+        if kind not in (K.COMPOUND_STMT, K.IF_STMT):
+            children = children[-1:]  # the body; of `if`, what is no statement has no semicolon
         previous = None
         for child in children:
             node = bare(child)

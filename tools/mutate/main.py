@@ -10,6 +10,7 @@ import time
 
 import find
 import results
+import self_test
 import trial
 import workshop
 
@@ -33,6 +34,7 @@ def arguments():
     parser.add_argument('--slow', action='store_true',
                         help=f'also run the tests that take more than {trial.SLOW_SECONDS:.0f} s')
     parser.add_argument('--again', action='store_true', help='try survivors again')
+    parser.add_argument('--self-test', action='store_true', help='show that the faults are what they say')
     return parser.parse_args()
 
 
@@ -95,6 +97,8 @@ class Campaign:
     def run(self):
         if not self.faults:
             return
+        if any(results.digest(workshop.ROOT / file) != self.known[file].source for file in self.faults):
+            raise SystemExit('mutate: a file has changed since its faults were found')
         self.shop.build_all(self.faults, self.options.jobs)
         tests = trial.Trial(list(self.faults), self.options.jobs, self.options.slow)
         due = [(file, fault) for file in self.faults for fault in self.due[file]]
@@ -133,6 +137,9 @@ def main():
     options = arguments()
     if options.table:
         print(results.table())
+        return 0
+    if options.self_test:
+        print(f'{self_test.run()} faults of a small program are what they say')
         return 0
     if options.changed:
         options.minutes = options.minutes or MINUTES_FOR_A_CHANGE

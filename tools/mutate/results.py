@@ -21,12 +21,15 @@ def tests_digest():
 
 
 def known_survivors():
-    """(file, change) => reason, from lines `FILE | OLD => NEW | REASON`."""
+    """{(file, line's text, fault): reason}, from the form that tools/mutate/survivors.txt tells."""
     known = {}
+    file = text = ''
     for line in KNOWN.read_text().splitlines():
-        if line and not line.startswith('#'):
-            file, change, reason = (part.strip() for part in line.split(' | '))
-            known[file, change] = reason
+        if line.startswith('  '):
+            fault, reason = line.strip().split('  # ')
+            known[file, text, fault] = reason
+        elif line and not line.startswith('#'):
+            file, text = line.split(': ', 1)
     return known
 
 
@@ -47,7 +50,7 @@ class Results:
                                if result['result'] in ('noticed', 'does not build') or old['tests'] == self.tests}
 
     def put(self, fault, result):
-        self.faults[fault.name] = {**result, 'change': fault.change}
+        self.faults[fault.name] = result
         FOLDER.mkdir(parents=True, exist_ok=True)
         text = json.dumps({'file': self.file, 'source': self.source, 'tests': self.tests,
                            'faults': self.faults}, indent=1)
@@ -57,9 +60,15 @@ class Results:
 
 
 def survivors(file, faults, known):
-    """The faults that no test noticed and that have no reason: (name, result)."""
-    return [(name, result) for name, result in faults.items()
-            if result['result'] in ('survived', 'unreached') and (file, result['change']) not in known]
+    """The names of the faults that no test noticed and that have no reason."""
+    lines = (workshop.ROOT / file).read_text().splitlines()
+
+    def reason(name):
+        place, fault = name.split(' ', 1)
+        return known.get((file, lines[int(place.split(':')[0]) - 1].strip(), fault))
+
+    return [name for name, result in faults.items()
+            if result['result'] in ('survived', 'unreached') and not reason(name)]
 
 
 def table():

@@ -63,15 +63,17 @@ class Workshop:
             raise SystemExit('mutate: another run works in build/mutate') from None
         if not (PLAIN / 'build.ninja').exists():
             run(['cmake', '--preset', 'debug'], cwd=ROOT)
-        with building():
-            run(['cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=ROOT)
+        self.commands = json.loads((PLAIN / 'compile_commands.json').read_text())
+        self.runtime = HOME / 'runtime.o'
+        self.links = []
+
+    def build_plain(self):
+        run(['cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=ROOT)
         # Links to the files, so that the plain build may go on: a compiler writes a new file.
         shutil.rmtree(BUILD, ignore_errors=True)
         run(['cp', '-al', PLAIN, BUILD])
-        self.runtime = HOME / 'runtime.o'
         shell(f'c++ -std=c++20 -O1 -fPIC -c {ROOT}/tools/mutate/runtime.cpp -o {self.runtime}')
         self.links = [self.link_of(target) for target in TARGETS]
-        self.commands = json.loads((PLAIN / 'compile_commands.json').read_text())
 
     def link_of(self, target):
         """The command that links a target, with the runtime."""
@@ -110,9 +112,10 @@ class Workshop:
         TESTS.write_bytes(program.replace(b'/build/debug/libHOLV', b'/build/fault/libHOLV'))
 
     def build_all(self, faults_of, workers):
-        """Builds all faults at once, {file: its faults}. Those that cannot stand beside the code they
+        """Builds what is missing of the plain build, and all faults at once, {file: its faults}. Those that cannot stand beside the code they
         replace (in a constant, say) are marked as needing a build of their own."""
         with building(), concurrent.futures.ThreadPoolExecutor(workers) as pool:
+            self.build_plain()
             for done in pool.map(lambda pair: self.compile_schema(*pair), faults_of.items()):
                 assert done is None
             self.link()
@@ -146,7 +149,7 @@ def set_apart(file, lines, faults, errors):
     """Marks the faults on the lines, or just before them, of which the compiler complains."""
     apart = set()
     for number in re.findall(rf'{re.escape(file)}:(\d+):\d+:', errors):
-        for line in lines[max(0, int(number) - 5):int(number)][::-1]:
+        for line in lines[max(0, int(number) - 5):int(number) + 1][::-1]:
             found = [int(n) for n in re.findall(r'HolvFault\((\d+)\)', line)]
             if found:
                 apart.update(found)
