@@ -9,6 +9,7 @@ HOME=$pulse XDG_RUNTIME_DIR=$pulse pulseaudio -n --daemonize=no --exit-idle-time
     -L "module-null-sink sink_name=speakers" -L "module-null-sink sink_name=headphones" \
     >"$pulse/output.txt" 2>&1 &
 sound_server=$!
+trap 'kill "$sound_server" 2>/dev/null || true; end_wine' EXIT
 await "the sound server to listen" $patience test -S "$pulse/socket"
 
 device_class='{d6e2a4c1-5b7f-4e39-9c0d-3f81b2a7e645}'
@@ -51,3 +52,4 @@ wine_does sc delete HolvPlatform >/dev/null
 for key in "$device_key" "$interface_key" "$user_key"; do wine_does reg delete "$key" /f >/dev/null; done
 kill "$sound_server"
 wait "$sound_server" || true
+trap end_wine EXIT
