@@ -49,9 +49,11 @@ add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_BINARY_
                     "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>")
 add_link_options(-static -Wl,--gc-sections -Wl,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
 
-# The log swallows faults of the processor, and releases its locks then.
+# The log swallows faults of the processor, and releases its locks then. The compiler takes its
+# built-in functions for such that never throw.
 file(GLOB log_sources CONFIGURE_DEPENDS log/*.cpp)
-set_source_files_properties(${log_sources} PROPERTIES COMPILE_OPTIONS -fnon-call-exceptions)
+set(swallows_faults -fnon-call-exceptions -fno-builtin)
+set_source_files_properties(${log_sources} PROPERTIES COMPILE_OPTIONS "${swallows_faults}")
 set(fault_source platform/fault.cpp)
 
 # All of the service but the one file that knows whose processors it accepts.
@@ -115,6 +117,11 @@ set_target_properties(wine_vexlog PROPERTIES
 
 # A platform device's driver.
 add_library(wine_platform_device SHARED tools/wine/platform_device.cpp)
+find_path(HOLV_DRIVER_HEADERS wdm.h PATH_SUFFIXES ddk REQUIRED)
+target_include_directories(wine_platform_device SYSTEM PRIVATE ${HOLV_DRIVER_HEADERS})
+# The driver headers define two functions that the compiler's own define too.
+target_compile_definitions(wine_platform_device PRIVATE
+    __INTRINSIC_DEFINED_InterlockedBitTestAndSet __INTRINSIC_DEFINED_InterlockedBitTestAndReset)
 target_compile_options(wine_platform_device PRIVATE -fno-exceptions -fno-stack-protector)
 target_link_options(wine_platform_device PRIVATE
     -nostdlib -Wl,--subsystem,native -Wl,-e,DriverEntry)
@@ -126,7 +133,7 @@ set_target_properties(wine_platform_device PROPERTIES PREFIX "" SUFFIX ".sys"
 add_executable(wine_log_faults tools/wine/log_faults.cpp ${log_sources} ${fault_source}
                settings/settings.cpp)
 target_compile_definitions(wine_log_faults PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
-target_compile_options(wine_log_faults PRIVATE -fnon-call-exceptions)
+target_compile_options(wine_log_faults PRIVATE ${swallows_faults})
 target_link_options(wine_log_faults PRIVATE -municode -mconsole)
 target_link_libraries(wine_log_faults PRIVATE advapi32 ole32 shell32 uuid)
 set_target_properties(wine_log_faults PROPERTIES
