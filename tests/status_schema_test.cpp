@@ -115,6 +115,7 @@ TEST(StatusSchemaTest, EachStatusOfEachScenarioIsAsTheSchemaSays)
     for (const fs::path& folder : {kSource / "scenarios", kSource / "scenarios/led_back"}) {
         for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
             if (entry.path().extension() != ".pc") continue;
+            SCOPED_TRACE(entry.path());
             for (const json& status : StatusesOf(entry.path())) {
                 ASSERT_EQ(schema.Wrong(status), "") << entry.path() << ": " << status.dump();
                 states.insert(status.value("state", ""));
