@@ -26,7 +26,7 @@ struct Argument
 };
 
 constexpr bool kClosed = true;
-constexpr std::string_view kStateWords =
+constexpr std::string_view kStateChoice =
     "HOLV_ACTIVE|S0_NORMAL|HOLV_IDLE|HOLV_DND|HOLV_S3|HOLV_INIT";
 constexpr std::string_view kKey = R"(HKLM\Software\Orbeq\Holv\User)";
 
@@ -43,7 +43,7 @@ constexpr Argument kArguments[] = {
     {"", "ON", "off|on", kClosed},
     {"expect service", "STATE", "running|starting|stopping|stopped|absent", kClosed},
     {"expect power", "STATE", "on|off", kClosed},
-    {"", "STATE", kStateWords, kClosed},
+    {"", "STATE", kStateChoice, kClosed},
     {"ctl", "COMMAND", "restore", kClosed},
     {"", "SWITCHES", "-Debug"},
     {"", "VENDOR", "GenuineOrbeq"},
