@@ -80,6 +80,7 @@ void Promised::Deed(const ScriptLine& line)
     m_last_deed = m_pc.now();
     if (words[0] == "plan" && words.size() > 2 && words[1] != "set" && words[1] != "active")
         Forget(words);
+    if (words[0] == "sleep") m_works_since = kNever;
     if (words[0] != "user" || words.size() < 2) return;
     m_works_since = words[1] == "works" ? m_pc.now() : kNever;
 }
