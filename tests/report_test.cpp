@@ -95,6 +95,8 @@ void Live(UsersPc& user, Random& random)
         case 8:
             user.Kill();
             pc.RunFor(span());
+            // A PC that sleeps starts no service.
+            pc.sleep.WakeByUser();
             return user.StartService();
         default:
             return pc.RunFor(span());

@@ -87,7 +87,8 @@ std::vector<json> StatusesOf(const fs::path& script)
     options.image = HOLV_IMAGE;
     options.resources = kSource / "resources";
     std::ostringstream out;
-    Player player(options, out);
+    Losses losses;
+    Player player(options, out, losses);
     std::vector<json> statuses;
     bool in_block = false;
     for (const ScriptLine& line : ReadScript(script)) {
