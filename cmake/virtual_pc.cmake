@@ -54,11 +54,12 @@ target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION
 
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
+find_library(HOLV_EDIT edit REQUIRED)
 file(GLOB PC_SOURCES CONFIGURE_DEPENDS pc/*.cpp)
 list(FILTER PC_SOURCES EXCLUDE REGEX "pc/main\\.cpp$")
 # Everything of holvpc but its command line, so that tests can run scenarios too.
 add_library(pc STATIC ${PC_SOURCES})
-target_link_libraries(pc PUBLIC virtual_pc nlohmann_json::nlohmann_json)
+target_link_libraries(pc PUBLIC virtual_pc nlohmann_json::nlohmann_json PRIVATE ${HOLV_EDIT})
 target_compile_definitions(pc PUBLIC HOLV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_precompile_headers(pc PRIVATE ${standard_library} <filesystem>)
 set_target_properties(pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
@@ -72,6 +73,7 @@ set_target_properties(storm PROPERTIES UNITY_BUILD ${HOLV_UNITY})
 
 add_executable(holvpc pc/main.cpp)
 target_link_libraries(holvpc PRIVATE storm)
+target_compile_definitions(holvpc PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 add_dependencies(holvpc HOLVService holvctl)
 
 if(HOLV_FUZZ)

@@ -43,11 +43,17 @@ set_source_files_properties(${generated}/HOLVService.rc PROPERTIES
 add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
 add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections>
                     $<$<COMPILE_LANGUAGE:CXX>:-fdata-sections>)
-add_link_options(-static -Wl,--gc-sections $<$<CONFIG:Release>:-s>)
+# The programs hold neither the time of the build nor its folder, so that two builds of one source are the
+# same bytes. SOURCE_DATE_EPOCH sets the compile time that the log tells.
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>"
+                    "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>")
+add_link_options(-static -Wl,--gc-sections -Wl,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
 
-# The log swallows faults of the processor, and releases its locks then.
+# The log swallows faults of the processor, and releases its locks then. The compiler takes its
+# built-in functions for such that never throw.
 file(GLOB log_sources CONFIGURE_DEPENDS log/*.cpp)
-set_source_files_properties(${log_sources} PROPERTIES COMPILE_OPTIONS -fnon-call-exceptions)
+set(swallows_faults -fnon-call-exceptions -fno-builtin)
+set_source_files_properties(${log_sources} PROPERTIES COMPILE_OPTIONS "${swallows_faults}")
 set(fault_source platform/fault.cpp)
 
 # All of the service but the one file that knows whose processors it accepts.
@@ -85,7 +91,7 @@ set_target_properties(wine_HOLVService PROPERTIES
 add_executable(holvctl ${HOLV_CTL_SOURCES} ${fault_source})
 target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
 target_link_options(holvctl PRIVATE -municode -mconsole)
-target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 powrprof rpcrt4 setupapi shell32 uuid)
+target_link_libraries(holvctl PRIVATE advapi32 cfgmgr32 ole32 oleaut32 powrprof rpcrt4 setupapi shell32 uuid)
 
 # A stand-in for Wine's power library.
 add_library(wine_powrprof SHARED tools/wine/powrprof.cpp platform/virtual/power/power_plans.cpp
@@ -111,6 +117,11 @@ set_target_properties(wine_vexlog PROPERTIES
 
 # A platform device's driver.
 add_library(wine_platform_device SHARED tools/wine/platform_device.cpp)
+find_path(HOLV_DRIVER_HEADERS wdm.h PATH_SUFFIXES ddk REQUIRED)
+target_include_directories(wine_platform_device SYSTEM PRIVATE ${HOLV_DRIVER_HEADERS})
+# The driver headers define two functions that the compiler's own define too.
+target_compile_definitions(wine_platform_device PRIVATE
+    __INTRINSIC_DEFINED_InterlockedBitTestAndSet __INTRINSIC_DEFINED_InterlockedBitTestAndReset)
 target_compile_options(wine_platform_device PRIVATE -fno-exceptions -fno-stack-protector)
 target_link_options(wine_platform_device PRIVATE
     -nostdlib -Wl,--subsystem,native -Wl,-e,DriverEntry)
@@ -122,7 +133,7 @@ set_target_properties(wine_platform_device PROPERTIES PREFIX "" SUFFIX ".sys"
 add_executable(wine_log_faults tools/wine/log_faults.cpp ${log_sources} ${fault_source}
                settings/settings.cpp)
 target_compile_definitions(wine_log_faults PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
-target_compile_options(wine_log_faults PRIVATE -fnon-call-exceptions)
+target_compile_options(wine_log_faults PRIVATE ${swallows_faults})
 target_link_options(wine_log_faults PRIVATE -municode -mconsole)
 target_link_libraries(wine_log_faults PRIVATE advapi32 ole32 shell32 uuid)
 set_target_properties(wine_log_faults PROPERTIES
@@ -138,9 +149,3 @@ install(TARGETS HOLVService holvctl RUNTIME DESTINATION .)
 install(DIRECTORY package/ DESTINATION .)
 install(DIRECTORY examples DESTINATION .)
 install(TARGETS holv_client RUNTIME DESTINATION examples)
-set(CPACK_GENERATOR ZIP)
-set(CPACK_PACKAGE_NAME Holv)
-set(CPACK_PACKAGE_FILE_NAME Holv-${PROJECT_VERSION}-x64)
-set(CPACK_PACKAGE_CHECKSUM SHA256)
-set(CPACK_VERBATIM_VARIABLES ON)
-include(CPack)

@@ -1,4 +1,5 @@
 #include "pc/commands.h"
+#include "pc/vocabulary.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/registry/registry.h"
 
@@ -96,12 +97,17 @@ Action Bind(const ScriptLine& line)
                       "\"" + line.words.front() + "\" is used in one of these forms:" + forms);
 }
 
-void PrintHelp(std::ostream& out, std::string_view word)
+bool PrintHelp(std::ostream& out, std::string_view word)
 {
+    bool known = false;
     for (const Command& command : AllCommands()) {
         if (!word.empty() && FirstWord(command.pattern) != word) continue;
+        known = true;
         out << std::left << std::setw(44) << command.pattern << command.help << "\n";
+        if (!word.empty()) out << "    " << ExampleOf(command.pattern) << "\n";
     }
+    if (!known) out << "there is no command \"" << Printable(word) << "\"\n";
+    return known;
 }
 
 // --- Arguments ---

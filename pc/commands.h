@@ -113,8 +113,10 @@ const std::vector<Command>& AllCommands();
 // none of them.
 Action Bind(const ScriptLine& line);
 
-// Prints the commands, those whose first word is `word` or all of them.
-void PrintHelp(std::ostream& out, std::string_view word);
+// Prints the commands: all of them, or those whose first word is `word`, with an example of each.
+// Returns false, and prints
+// that, when there is none.
+bool PrintHelp(std::ostream& out, std::string_view word);
 
 // --- Reading arguments; each throws ScriptError that says what is expected ---
 

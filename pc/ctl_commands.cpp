@@ -21,6 +21,7 @@ Action Run(const ScriptLine& line, const Arguments& a)
         }
         context.ctl_exit = process->exit_code();
         context.ctl_said = context.pc.outputs.console().substr(said_before);
+        context.story.Flush();
         context.out << context.ctl_said;
     };
 }

@@ -1,19 +1,34 @@
 #include "pc/player.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <system_error>
 
 using namespace virtual_pc;
 
 namespace {
 
-std::ofstream OpenTrace(const std::filesystem::path& file)
+// The options with a go_on that stops at an output that cannot be written, too.
+std::unique_ptr<Machine> SwitchOn(const PlayOptions& options, const std::ostream& out,
+                                  const TraceFile& trace, const std::function<void()>& flush_story)
 {
-    std::ofstream stream;
-    if (file.empty()) return stream;
-    stream.open(file, std::ios::binary);
-    if (!stream) throw std::runtime_error(file.string() + ": cannot be written");
-    return stream;
+    Machine::Options machine = options.machine;
+    machine.go_on = [&out, &trace, &flush_story, watcher = options.watcher,
+                     go_on = options.machine.go_on] {
+        // All threads are blocked: what is to happen at this instant has happened.
+        if (flush_story) flush_story();
+        if (watcher) watcher->Tick(Machine::Current());
+        return out.good() && trace.good() && (!go_on || go_on());
+    };
+    const std::string root = machine.root.empty() ? "" : "--root " + machine.root + ": ";
+    try {
+        return std::make_unique<Machine>(machine);
+    } catch (const std::filesystem::filesystem_error& error) {
+        throw SetupError(root + error.path1().string() + ": " + error.code().message());
+    } catch (const std::exception& error) {
+        throw SetupError(root + error.what());
+    }
 }
 
 void Repeat(const PlayOptions& options, const std::vector<std::filesystem::path>& scripts,
@@ -60,15 +75,40 @@ void InstantBlocks::End() const
     if (m_open) throw ScriptError(*m_open, "the block is never closed");
 }
 
-Player::Player(const PlayOptions& options, std::ostream& out)
-    : m_trace(OpenTrace(options.trace)),
-      m_pc(options.machine),
+TraceFile::TraceFile(const std::filesystem::path& file, Losses& losses)
+    : m_file(file), m_losses(losses)
+{
+    if (file.empty()) return;
+    m_stream.open(file, std::ios::binary);
+    if (m_stream) return;
+    throw SetupError("--trace " + file.string() +
+                     ": cannot be written: " + std::generic_category().message(errno));
+}
+
+TraceFile::~TraceFile()
+{
+    if (!m_stream.is_open()) return;
+    m_stream.close();
+    if (!m_stream) m_losses.push_back("--trace " + m_file.string() + ": not written to its end");
+}
+
+Player::Player(const PlayOptions& options, std::ostream& out, Losses& losses)
+    : m_out(out),
+      m_watcher(options.watcher),
+      m_folder(options.machine.root),
+      m_trace(options.trace, losses),
+      m_machine(SwitchOn(options, out, m_trace, m_flush_story)),
+      m_pc(*m_machine),
       m_image{.host_path = options.image, .resources = options.resources},
       m_view(m_pc),
       m_story(m_pc, out),
       m_context{m_pc, m_image, m_view, m_story, out, {}}
 {
-    if (m_trace.is_open()) TraceTo(m_pc, m_trace);
+    if (std::ostream* trace = m_trace.stream()) TraceTo(m_pc, *trace, options.trace_only);
+    m_flush_story = [this] { m_story.Flush(); };
+    m_pc.not_kept = [&losses, root = options.machine.root](const std::string& why) {
+        losses.push_back("--root " + root + ": the registry was not kept: " + why);
+    };
     m_pc.Install(m_image);
     // It is built beside the service.
     const std::filesystem::path ctl =
@@ -76,41 +116,98 @@ Player::Player(const PlayOptions& options, std::ostream& out)
     if (exists(ctl)) m_pc.Install(Image{.host_path = ctl, .path = kCtlPath});
 }
 
+Player::~Player() { m_story.End(); }
+
+void Player::Act(const ScriptLine& line)
+{
+    const Action action = Bind(line);
+    m_blocks.Next(line);
+    struct Watched
+    {
+        RunWatcher* watcher;
+        ~Watched()
+        {
+            if (watcher) watcher->End();
+        }
+    } watched{m_watcher};
+    if (m_watcher) m_watcher->Begin(m_pc);
+    action(m_context);
+    m_story.Flush();
+}
+
 void Player::Play(const ScriptLine& line)
 {
     try {
-        const Action action = Bind(line);
-        m_blocks.Next(line);
-        action(m_context);
+        Act(line);
     } catch (const StuckMachine& stuck) {
         throw StuckMachine(line.Place() + ": " + stuck.what());
+    } catch (const Interrupted&) {
+        const Hold hold(m_pc);
+        throw Stopped(line.Place() + ": stopped at " + FormatCalendar(m_pc.clock()).substr(0, 19));
     }
+    if (!m_out || !m_trace.good()) throw Stopped(line.Place() + ": stopped");
 }
 
-int PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
-                std::ostream& out, std::ostream& errors)
+void Player::Live(Duration duration)
 {
+    if (!m_pc.at_one_instant) m_pc.RunFor(duration);
+    m_story.Flush();
+}
+
+namespace {
+
+// Plays the lines on a PC of their own. Errors are thrown, and losses added to.
+void PlayLines(const std::vector<ScriptLine>& lines, const PlayOptions& options, std::ostream& out,
+               Losses& losses)
+{
+    Player player(options, out, losses);
+    for (const ScriptLine& line : lines) player.Play(line);
+}
+
+// Reads the scripts, and checks every line.
+std::vector<ScriptLine> Checked(const std::vector<std::filesystem::path>& scripts)
+{
+    std::vector<ScriptLine> lines;
+    for (const std::filesystem::path& script : scripts) {
+        for (ScriptLine& line : ReadScript(script)) lines.push_back(std::move(line));
+    }
+    InstantBlocks blocks;
+    for (const ScriptLine& line : lines) {
+        Bind(line);
+        blocks.Next(line);
+    }
+    blocks.End();
+    return lines;
+}
+
+}  // namespace
+
+Status EndWith(Status status, const Losses& losses, std::ostream& out, std::ostream& errors)
+{
+    for (const std::string& loss : losses) errors << loss << "\n";
+    return losses.empty() && out.flush() ? status : kNotWritten;
+}
+
+Status PlayScripts(const std::vector<std::filesystem::path>& scripts, const PlayOptions& options,
+                   std::ostream& out, std::ostream& errors)
+{
+    Losses losses;
+    Status status = kDone;
     try {
-        std::vector<ScriptLine> lines;
-        for (const std::filesystem::path& script : scripts) {
-            for (ScriptLine& line : ReadScript(script)) lines.push_back(std::move(line));
-        }
-        // Check every line before playing the first.
-        InstantBlocks blocks;
-        for (const ScriptLine& line : lines) {
-            Bind(line);
-            blocks.Next(line);
-        }
-        blocks.End();
-        Player player(options, out);
-        for (const ScriptLine& line : lines) player.Play(line);
+        PlayLines(Checked(scripts), options, out, losses);
     } catch (const ScriptError& error) {
         errors << error.what() << "\n";
-        return 2;
+        status = kRefused;
+    } catch (const SetupError& error) {
+        errors << error.what() << "\n";
+        status = kRefused;
+    } catch (const Stopped& stopped) {
+        if (out && losses.empty()) errors << stopped.what() << "\n";
+        status = kFailed;
     } catch (const std::runtime_error& error) {
         errors << error.what() << "\n";
         Repeat(options, scripts, errors);
-        return 1;
+        status = kFailed;
     }
-    return 0;
+    return EndWith(status, losses, out, errors);
 }

@@ -14,6 +14,8 @@ namespace {
 
 void AddKey(const RegistryNode& key, const std::string& path, Observations& observations)
 {
+    // What a program says of itself while it runs is nothing that it has left behind.
+    if (key.is_volatile) return;
     observations[path] = "a key";
     for (const auto& [name, value] : key.values) {
         std::string& observation = observations[path + " " + (name.empty() ? "@" : ToUtf8(name))];

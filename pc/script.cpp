@@ -1,7 +1,42 @@
 #include "pc/script.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+
+namespace {
+
+// Whether the character at `at` is one that acts on a terminal: of ASCII, or the second byte of
+// U+0080 to U+009F in UTF-8.
+bool IsControl(std::string_view text, std::size_t at)
+{
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte < 0x20 || byte == 0x7F) return true;
+    return byte >= 0x80 && byte < 0xA0 && at > 0 && text[at - 1] == '\xC2';
+}
+
+std::string Escaped(char byte)
+{
+    char text[8];
+    std::snprintf(text, sizeof(text), "\\x%02x", static_cast<unsigned char>(byte));
+    return text;
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text)
+{
+    std::string printable;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] == '\n' || text[at] == '\t' || !IsControl(text, at)) {
+            printable += text[at];
+        } else {
+            printable += Escaped(text[at]);
+        }
+    }
+    return printable;
+}
 
 std::string ScriptLine::Place() const
 {
@@ -10,12 +45,12 @@ std::string ScriptLine::Place() const
 }
 
 ScriptError::ScriptError(const ScriptLine& line, const std::string& what)
-    : std::runtime_error(line.Place() + ": " + what)
+    : std::runtime_error(Printable(line.Place() + ": " + what))
 {
 }
 
 ExpectationFailed::ExpectationFailed(const ScriptLine& line, const std::string& what)
-    : std::runtime_error(line.Place() + ": " + what)
+    : std::runtime_error(Printable(line.Place() + ": " + what))
 {
 }
 
@@ -23,6 +58,10 @@ ScriptLine ReadLine(std::string_view text, const std::filesystem::path& script, 
 {
     constexpr std::string_view kBlanks = " \t\r";
     ScriptLine line{script, number, {}};
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] == '\t' || text[at] == '\r' || !IsControl(text, at)) continue;
+        throw ScriptError(line, "this is no text: it has the byte " + Escaped(text[at]));
+    }
     for (std::size_t at = text.find_first_not_of(kBlanks); at != text.npos && text[at] != '#';
          at = text.find_first_not_of(kBlanks, at)) {
         const bool quoted = text[at] == '"';
@@ -42,12 +81,30 @@ ScriptLine ReadLine(std::string_view text, const std::filesystem::path& script, 
     return line;
 }
 
+namespace {
+
+// Editors of Windows put a mark at a file's start.
+void SkipByteOrderMark(std::ifstream& file, const std::filesystem::path& script)
+{
+    char mark[3] = {};
+    file.read(mark, sizeof(mark));
+    const std::string_view read(mark, static_cast<std::size_t>(file.gcount()));
+    if (read.starts_with("\xFF\xFE") || read.starts_with("\xFE\xFF")) {
+        throw ScriptError(Printable(script.string()) + ": is UTF-16; save it as UTF-8");
+    }
+    file.clear();
+    if (read != "\xEF\xBB\xBF") file.seekg(0);
+}
+
+}  // namespace
+
 std::vector<ScriptLine> ReadScript(const std::filesystem::path& script)
 {
     std::ifstream file(script);
     if (!file || std::filesystem::is_directory(script)) {
-        throw ScriptError(script.string() + ": cannot be read");
+        throw ScriptError(Printable(script.string()) + ": cannot be read");
     }
+    SkipByteOrderMark(file, script);
     std::vector<ScriptLine> lines;
     int number = 0;
     for (std::string text; std::getline(file, text);) {

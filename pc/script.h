@@ -17,6 +17,10 @@ struct ScriptLine
     std::string Place() const;
 };
 
+// The text as a terminal may show it: control characters, but for line ends and tabs, become \x1b
+// and the like.
+std::string Printable(std::string_view text);
+
 // A script that cannot be read or understood. The text begins with the place.
 class ScriptError : public std::runtime_error
 {
@@ -32,8 +36,10 @@ public:
     ExpectationFailed(const ScriptLine& line, const std::string& what);
 };
 
-// Splits a line into words; nothing for a blank line or a comment. Throws ScriptError.
+// Splits a line into words; nothing for a blank line or a comment. Throws ScriptError, also for
+// control characters, which no text has.
 ScriptLine ReadLine(std::string_view text, const std::filesystem::path& script, int number);
 
-// The lines of a script, without empty ones and comments. Throws ScriptError.
+// The lines of a script, without empty ones and comments; a byte-order mark of UTF-8 is skipped.
+// Throws ScriptError.
 std::vector<ScriptLine> ReadScript(const std::filesystem::path& script);

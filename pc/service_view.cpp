@@ -82,9 +82,17 @@ ServiceView::ServiceView(Machine& pc) : m_pc(pc)
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
         m_pc.Watch(state, [this](std::int32_t from, std::int32_t to) {
             m_pc.journal.Record("state", {{"from", std::wstring(StateNameOf(from))},
-                                          {"to", std::wstring(StateNameOf(to))}});
+                                          {"to", std::wstring(StateNameOf(to))},
+                                          {"hours_begin", MinutesOf("g_dwDoNotDisturbStart")},
+                                          {"hours_end", MinutesOf("g_dwDoNotDisturbEnd")}});
         });
     };
+}
+
+std::int64_t ServiceView::MinutesOf(const char* setting) const
+{
+    const auto* value = static_cast<const std::atomic<DWORD>*>(Symbol(setting));
+    return value ? std::int64_t{*value} : -1;
 }
 
 Process* ServiceView::service() const

@@ -29,8 +29,9 @@ virtual_pc::Process& StartAsService(virtual_pc::Machine& pc, const virtual_pc::I
 class ServiceView
 {
 public:
-    // Follows the runs of the service that the machine loads from now on. Effect "state" {from, to}
-    // is recorded for each change of its state.
+    // Follows the runs of the service that the machine loads from now on. Effect "state" {from, to,
+    // hours_begin, hours_end} is recorded for each change of its state; the do-not-disturb hours
+    // are in minutes since midnight.
     explicit ServiceView(virtual_pc::Machine& pc);
 
     // The process of the running service; null when none runs.
@@ -50,6 +51,9 @@ public:
     void* Symbol(const char* name) const;
 
 private:
+    // One of the service's settings; -1 for none.
+    std::int64_t MinutesOf(const char* setting) const;
+
     virtual_pc::Machine& m_pc;
     virtual_pc::Process* m_service = nullptr;
 };

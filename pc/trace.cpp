@@ -1,6 +1,7 @@
 #include "pc/trace.h"
 #include "platform/virtual/base/text.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 using namespace virtual_pc;
@@ -22,9 +23,36 @@ nlohmann::ordered_json ToJson(const Value& value)
 
 }  // namespace
 
-void TraceTo(Machine& pc, std::ostream& out)
+const TraceKinds& AllTraceKinds()
 {
-    pc.journal.Listen([&out](const Effect& effect) {
+    static const TraceKinds kinds = {
+        "away mode",    "client call",  "client event",   "clock",           "com security",
+        "console",      "debug",        "device request", "display",         "endpoint",
+        "event",        "message box",  "mute",           "plan activated",  "plan written",
+        "power source", "power switch", "presence",       "process",         "registry",
+        "request",      "service",      "service status", "service control", "session",
+        "sleep",        "sound notice", "state",          "volume",          "write",
+    };
+    return kinds;
+}
+
+std::optional<TraceKinds> ReadTraceKinds(std::string_view list)
+{
+    TraceKinds kinds;
+    for (std::size_t from = 0; from <= list.size();) {
+        const std::size_t to = std::min(list.find(',', from), list.size());
+        const std::string_view kind = list.substr(from, to - from);
+        if (!AllTraceKinds().contains(kind)) return std::nullopt;
+        kinds.emplace(kind);
+        from = to + 1;
+    }
+    return kinds;
+}
+
+void TraceTo(Machine& pc, std::ostream& out, const TraceKinds& only)
+{
+    pc.journal.Listen([&out, only](const Effect& effect) {
+        if (!only.empty() && !only.contains(effect.kind)) return;
         nlohmann::ordered_json line;
         line["at"] = effect.at.count();
         line["clock"] = FormatCalendar(effect.clock);

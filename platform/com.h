@@ -33,6 +33,7 @@ inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 #define E_UNEXPECTED (static_cast<HRESULT>(0x8000FFFFu))
 #define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000Eu))
 #define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110u))
+#define E_ACCESSDENIED (static_cast<HRESULT>(0x80070005u))
 #define REGDB_E_CLASSNOTREG (static_cast<HRESULT>(0x80040154u))
 #define REGDB_E_IIDNOTREG (static_cast<HRESULT>(0x80040155u))
 #define CO_E_CLASSSTRING (static_cast<HRESULT>(0x800401F3u))

@@ -62,7 +62,9 @@ void EnterThrowFault();
     const DWORD code = record->ExceptionCode;
     constexpr DWORD kErrorOfTheSystem = 0xC;
     const bool is_error = code >> 28 == kErrorOfTheSystem || code <= 0xFFFF;
-    if (!is_error || record->ExceptionFlags != 0 || code == EXCEPTION_STACK_OVERFLOW) {
+    // Not to be continued, or unwound already, or without a stack.
+    constexpr DWORD kFinal = 0xF;
+    if (!is_error || (record->ExceptionFlags & kFinal) || code == EXCEPTION_STACK_OVERFLOW) {
         return ExceptionContinueSearch;
     }
     // The unwinder looks for the call before the address to which it returns.

@@ -18,7 +18,8 @@ extern "C" void CallWithFaultsThrown(void (*body)(void*), void* argument);
 
 // Runs `body`. On Windows a fault in it, or in what it calls, throws a Fault where it happened, so
 // that locks and handles are released on the way to the handler. The code that is to release them
-// must be compiled with -fnon-call-exceptions. The virtual PC raises C++ exceptions by itself.
+// must be compiled with -fnon-call-exceptions and -fno-builtin. The virtual PC raises C++
+// exceptions by itself.
 template <class Body>
 void ThrowFaultsOf(Body&& body)
 {

@@ -57,6 +57,11 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
                       OVERLAPPED* overlapped);
 
+// Reads at the position of a file that is open for reading, and advances it. *read receives the
+// number of bytes, 0 at the end. FALSE with the last error set on failure. Synchronous:
+// `overlapped` is null.
+BOOL WINAPI ReadFile(HANDLE file, LPVOID data, DWORD size, LPDWORD read, OVERLAPPED* overlapped);
+
 // Makes the calls on a pipe's handle wait or, with PIPE_NOWAIT, return at once. The handle must be
 // open for writing. `count` and `timeout` are null for a pipe of this PC.
 BOOL WINAPI SetNamedPipeHandleState(HANDLE pipe, LPDWORD mode, LPDWORD count, LPDWORD timeout);

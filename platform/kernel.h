@@ -112,6 +112,8 @@ DWORD WINAPI GetCurrentProcessId();
 // Milliseconds since the machine started, time asleep included.
 ULONGLONG WINAPI GetTickCount64();
 void WINAPI GetLocalTime(SYSTEMTIME* time);
+// The UTC time, in 100-ns units since 1601.
+void WINAPI GetSystemTimeAsFileTime(FILETIME* time);
 
 // How long the processors have been idle, in the kernel and in programs since the machine started,
 // in 100-ns units. The kernel's time includes the idle time. FALSE with the last error set on

@@ -33,9 +33,17 @@ using REGSAM = DWORD;
 #define RRF_RT_DWORD (RRF_RT_REG_BINARY | RRF_RT_REG_DWORD)
 #define RRF_RT_ANY 0x0000FFFFu
 
+#define REG_OPTION_NON_VOLATILE 0u
+#define REG_OPTION_VOLATILE 1u
+#define REG_CREATED_NEW_KEY 1u
+#define REG_OPENED_EXISTING_KEY 2u
+#define REG_NOTIFY_CHANGE_NAME 0x00000001u
+#define REG_NOTIFY_CHANGE_LAST_SET 0x00000004u
+
 #define KEY_QUERY_VALUE 0x0001u
 #define KEY_SET_VALUE 0x0002u
 #define KEY_CREATE_SUB_KEY 0x0004u
+#define KEY_NOTIFY 0x0010u
 #define KEY_READ 0x20019u
 #define KEY_WRITE 0x20006u
 #define KEY_ALL_ACCESS 0xF003Fu
@@ -45,6 +53,19 @@ extern "C" {
 // Opens a key with the access that the caller may have, creating it and its missing parents. The
 // caller closes it with RegCloseKey.
 LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result);
+
+// The same with the access, and whether the key existed before. A new key is volatile with
+// REG_OPTION_VOLATILE, as are the missing parents: it lies in memory, and is gone when the PC
+// starts again. ERROR_CHILD_MUST_BE_VOLATILE for a key that is not, below one that is.
+LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR type, DWORD options,
+                               REGSAM access, LPSECURITY_ATTRIBUTES attributes, HKEY* result,
+                               LPDWORD disposition);
+
+// Signals `event` at the next change of the key, once: of its values (REG_NOTIFY_CHANGE_LAST_SET)
+// or of the keys in it (REG_NOTIFY_CHANGE_NAME), and when the handle is closed. With `subtree` also
+// at changes below it. `asynchronous` is TRUE here: it returns at once. The key needs KEY_NOTIFY.
+LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE event,
+                                       BOOL asynchronous);
 
 // Opens an existing key; ERROR_FILE_NOT_FOUND, and a null handle, when it is missing. What the
 // handle may be used for is limited to `access`, otherwise to the caller's rights:

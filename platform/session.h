@@ -106,6 +106,8 @@ static_assert(sizeof(void*) != 8 ||
 
 #define ERROR_BAD_EXE_FORMAT 193
 #define ERROR_NO_TOKEN 1008
+#define SYNCHRONIZE 0x00100000u
+#define PROCESS_QUERY_LIMITED_INFORMATION 0x1000u
 #define ERROR_NOT_ALL_ASSIGNED 1300
 #define ERROR_NO_SUCH_PRIVILEGE 1313
 #define ERROR_PRIVILEGE_NOT_HELD 1314
@@ -150,6 +152,15 @@ BOOL WINAPI TerminateProcess(HANDLE process, UINT exitCode);
 
 // The calling process, as a handle that need not be closed.
 HANDLE WINAPI GetCurrentProcess();
+
+// Opens a process by its id; the caller closes the handle. Null with the last error set:
+// ERROR_INVALID_PARAMETER where none has the id, ERROR_ACCESS_DENIED where the caller may not.
+HANDLE WINAPI OpenProcess(DWORD access, BOOL inherit, DWORD id);
+
+// When a process started and ended, in UTC, and the time of its threads. FALSE with the last error
+// set on failure. The handle needs PROCESS_QUERY_LIMITED_INFORMATION.
+BOOL WINAPI GetProcessTimes(HANDLE process, FILETIME* started, FILETIME* ended, FILETIME* kernel,
+                            FILETIME* user);
 
 // The token of a process, opened with `access`; the caller closes it. FALSE with the last error set
 // on failure.

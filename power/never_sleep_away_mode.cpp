@@ -1,5 +1,7 @@
 #include "power/never_sleep_away_mode.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "log/log.h"
@@ -33,10 +35,10 @@ namespace {
 // a request, one clear would leave it held.
 CriticalSection g_lock;
 
-// The listing of outstanding requests (powercfg) shows the reason.
 HANDLE CreateRequest()
 {
-    wchar_t reason[] = L"Orbeq(R) Holv Technology";
+    wchar_t reason[std::size(kRequestReason)];
+    std::ranges::copy(kRequestReason, reason);
     REASON_CONTEXT context{};
     context.Version = POWER_REQUEST_CONTEXT_VERSION;
     context.Flags = POWER_REQUEST_CONTEXT_SIMPLE_STRING;

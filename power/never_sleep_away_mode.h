@@ -3,6 +3,9 @@
 
 #include "platform/power.h"
 
+// The reason that the listing of outstanding requests (powercfg) shows.
+inline constexpr const wchar_t kRequestReason[] = L"Orbeq(R) Holv Technology";
+
 // One pair per process: everything is static. An operation returns TRUE when the request is as
 // wanted or there is no request to change; FALSE when the system refused, and the next call of the
 // operation tries again. Any thread; a lock serialises the operations.

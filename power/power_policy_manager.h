@@ -102,6 +102,15 @@ public:
     };
     Plans GetPlans() const;
 
+    // What the service knows of the plans without asking the system, which may take long: the
+    // user's, and the one that it has last found or made active; GUID_NULL before that.
+    struct KnownPlans
+    {
+        GUID user;
+        GUID active;
+    };
+    static KnownPlans GetKnownPlans();
+
     // The active plan; nothing when it cannot be read.
     static std::optional<GUID> GetActiveScheme();
 
@@ -209,6 +218,9 @@ private:
     BOOL m_bSleepAllowedInDnd = FALSE;
 
     BOOL m_bInNeverSleepState = FALSE;  // between an Enter and its Exit
+
+    static void NoteUserPlan(const GUID& scheme);
+    static void NoteActivePlan(const GUID& scheme);
 
     static std::atomic<BOOL> m_bActivationFailed;
 

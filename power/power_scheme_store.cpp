@@ -63,6 +63,7 @@ void CPowerPolicyManager::SaveUserPowerOptions()
     if (PowerGetActiveScheme(nullptr, active.Receive()) != ERROR_SUCCESS) return;
     if (active) {
         m_UserScheme = *active.Get();
+        NoteUserPlan(m_UserScheme);
         active.Reset();
         Log(1, kFunction, L"%s power scheme is used by the user", GetSchemeTitle(m_UserScheme));
     }

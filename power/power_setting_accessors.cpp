@@ -242,6 +242,7 @@ void CPowerPolicyManager::SetActivePowerScheme(const GUID* scheme)
         Log(3, kFunction, L"PowerSetActiveScheme failed with error %d", GetLastError());
         return;
     }
+    NoteActivePlan(*scheme);
     Log(6, kFunction, L"Power scheme is updated to %s", GetSchemeName(scheme));
 }
 

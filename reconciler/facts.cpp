@@ -1,5 +1,7 @@
 #include "reconciler/facts.h"
 
+#include <atomic>
+
 #include "platform/kernel.h"
 #include "platform/power.h"
 #include "power/never_sleep_away_mode.h"
@@ -12,9 +14,10 @@ namespace {
 
 using S = CNeverSleepState;
 
-// What the system has announced of the user. The control handler writes it while it has an Activity
-// open; the reconciler reads it in a complete Standstill, when none is open.
-UserFacts g_user;
+// What the system has announced of the user. Only the control handler writes it, while it has an
+// Activity open; the reconciler reads it in a complete Standstill, when none is open.
+std::atomic<UserFacts> g_user;
+static_assert(std::atomic<UserFacts>::is_always_lock_free);
 
 UserFacts After(UserNotice notice, UserFacts facts)
 {
@@ -88,6 +91,8 @@ void ReadHours(Facts& facts)
 }  // namespace
 
 void NoteUser(UserNotice notice) { g_user = After(notice, g_user); }
+
+UserFacts KnownUser() { return g_user; }
 
 Facts ReadFacts()
 {

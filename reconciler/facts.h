@@ -20,8 +20,9 @@ enum class UserNotice
     present,  // the user's presence, or on Windows 7 the display that comes on
 };
 
-// What the system has announced of the user so far. `away` may last through a sleep.
-struct UserFacts
+// What the system has announced of the user so far. `away` may last through a sleep. Its size is
+// one that processors read and write at once.
+struct alignas(4) UserFacts
 {
     bool away = false;
     bool suspended = false;
@@ -60,6 +61,9 @@ struct Facts
 
 // Keeps what is announced. The control handler calls it within an Activity.
 void NoteUser(UserNotice notice);
+
+// What is known of the user now. Any thread.
+UserFacts KnownUser();
 
 // The facts of this moment. The caller has a complete Standstill.
 Facts ReadFacts();

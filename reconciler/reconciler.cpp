@@ -26,6 +26,17 @@ std::atomic<bool> g_ends = false;
 OwnedHandle g_changed;  // signalled at every change, and for the end
 OwnedHandle g_thread;
 
+// Written by the reconciler's thread only; the time first, so that a reader who sees the new rule
+// sees its time.
+std::atomic<ULONGLONG> g_corrected_at = 0;
+std::atomic<const Rule*> g_corrected = nullptr;
+
+void NoteCorrection(const Rule& rule)
+{
+    g_corrected_at = GetTickCount64();
+    g_corrected = &rule;
+}
+
 struct Attempts
 {
     unsigned facts = 0;  // the number of the change that they follow
@@ -50,6 +61,9 @@ public:
         return INFINITE;
     }
 
+    // Whether a rule was cured since the last call.
+    bool TakeCorrected() { return std::exchange(m_corrected, false); }
+
 private:
     // How long it must still be quiet after the last change. The clock counts time asleep, which is
     // not quiet: what is clearly more than was waited for counts as nothing.
@@ -71,6 +85,8 @@ private:
             const Rule& rule = Rules()[i];
             if (!rule.broken(facts) || !MayTry(m_attempts[i], rule, facts)) continue;
             rule.cure(facts);
+            NoteCorrection(rule);
+            m_corrected = true;
             tried = true;
             facts = ReadFacts();
         }
@@ -94,6 +110,7 @@ private:
     }
 
     Changes m_seen;
+    bool m_corrected = false;
     std::vector<Attempts> m_attempts{Rules().size()};
 };
 
@@ -109,6 +126,7 @@ DWORD WINAPI ReconcilerProc(LPVOID changed)
             return 0;
         }
         timeout = reconciler.Look();
+        if (reconciler.TakeCorrected()) CallAfterActivity(Activity::Kind::notice);
     }
 }
 
@@ -127,6 +145,8 @@ void StartReconciler()
     }
     ObserveChanges(g_changed.Get());
 }
+
+Correction LastCorrection() { return {g_corrected, g_corrected_at}; }
 
 void EndReconciler()
 {

@@ -8,9 +8,21 @@
 // changes it blocks without a time-out.
 #pragma once
 
+#include "reconciler/rules.h"
+
 // Starts the thread. Where it cannot be started a line in the log says so, and the service goes on
 // without it.
 void StartReconciler();
+
+// The last time that a rule was found broken, and what was done then. Any thread.
+struct Correction
+{
+    const Rule* rule = nullptr;  // null for none yet
+    ULONGLONG at = 0;            // in the milliseconds of GetTickCount64
+
+    bool operator==(const Correction&) const = default;
+};
+Correction LastCorrection();
 
 // Ends the thread, and waits for that a bounded time. The global events must still be open.
 void EndReconciler();

@@ -7,6 +7,7 @@
 
 struct Rule
 {
+    const wchar_t* name;        // for programs
     const wchar_t* what_holds;  // what must hold, as a sentence
     const wchar_t* wrong;       // the broken state, for the log
     const wchar_t* remedy;      // what is done then, for the log

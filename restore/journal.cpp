@@ -1,6 +1,7 @@
 #include "restore/journal.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "log/log.h"
 #include "platform/lock.h"
@@ -17,6 +18,7 @@ CriticalSection g_lock;
 bool g_loaded = false;
 bool g_failure_logged = false;
 std::vector<JournalEntry> g_entries;
+std::atomic<int> g_kept_mutes = 0;  // of them
 // Put back, but perhaps not on the disk yet: written with the entries until SettleJournal.
 std::vector<JournalEntry> g_put_back;
 // What the service has written where it could not read what was there, one value for a thing.
@@ -103,6 +105,12 @@ void Save(bool flush)
     g_failure_logged = error != ERROR_SUCCESS;
 }
 
+void CountMutes()
+{
+    g_kept_mutes = static_cast<int>(std::ranges::count(
+        g_entries, ThingKind::endpoint_mute, [](const auto& entry) { return entry.thing.kind; }));
+}
+
 auto Find(const Thing& thing) { return std::ranges::find(g_entries, thing, &JournalEntry::thing); }
 
 // Takes back the entry of a thing that the service has restored, and changes again before
@@ -179,6 +187,7 @@ void NoteChange(const Thing& thing, const std::optional<ThingValue>& now, const 
     Load();
     if (const std::optional<ThingValue> known = now ? now : LastKnown(thing)) {
         if (Enter(thing, *known, to)) Save(true);
+        CountMutes();
     } else {
         TakeUnread(thing, to);
         g_unread.emplace_back(thing, to);
@@ -193,6 +202,7 @@ void NoteChanged(const Thing& thing, const ThingValue& value)
     if (entry == g_entries.end() || entry->was != value) return;
     g_put_back.push_back(*entry);
     g_entries.erase(entry);
+    CountMutes();
 }
 
 void SettleJournal()
@@ -203,6 +213,8 @@ void SettleJournal()
     g_put_back.clear();
     Save(false);
 }
+
+int KeptMutes() { return g_kept_mutes; }
 
 std::vector<JournalEntry> JournalEntries()
 {
@@ -226,4 +238,5 @@ void RemoveJournalEntries(const std::vector<JournalEntry>& entries)
     for (const JournalEntry& entry : entries) {
         if (std::erase(g_entries, entry) > 0) g_put_back.push_back(entry);
     }
+    CountMutes();
 }

@@ -38,6 +38,10 @@ void SettleJournal();
 // A copy of the entries, the oldest first.
 std::vector<JournalEntry> JournalEntries();
 
+// How many endpoints' mute states wait to be restored, as the last change left it. Reads no
+// registry and takes no lock.
+int KeptMutes();
+
 // The entry of a thing; nothing when the service has not changed it.
 std::optional<JournalEntry> JournalEntryOf(const Thing& thing);
 

@@ -3,6 +3,7 @@
 #include "log/log.h"
 #include "platform/message.h"
 #include "platform/power.h"
+#include "publish/publisher.h"
 #include "reconciler/reconciler.h"
 #include "service/identity.h"
 #include "service/logging_library.h"
@@ -40,6 +41,7 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
     if (StartService()) {
         createGlobalEvents();
         Log(6, kServiceMain, L"HOLV service global events are created");
+        StartPublishing();
         m_hCallSecuritySet.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         MakeMessageQueue();
         const OwnedHandle state_machine(
@@ -96,6 +98,7 @@ void CNeverSleepModule::EndService(const OwnedHandle& stateMachine)
     // still runs. Stop it first: its events must not be closed while it waits for them.
     SignalGlobalEvent(EVENT_SERVICE_STOP);
     if (stateMachine) WaitForSingleObject(stateMachine.Get(), kTimeOutMs);
+    EndPublishing();
     closeGlobalEvents();
     if (m_bService && m_bComInitialized) CoUninitialize();
     m_bLastReportMade = true;

@@ -16,6 +16,8 @@ Changes g_changes;
 HANDLE g_changed = nullptr;
 bool g_awaited = false;
 
+std::atomic<void (*)(Activity::Kind kind)> g_after = nullptr;
+
 }  // namespace
 
 Activity::Found Activity::Now()
@@ -32,6 +34,7 @@ Activity::Activity(Kind kind) : m_kind(kind), m_before(Now())
 Activity::~Activity()
 {
     const bool is_fact = m_kind == Kind::fact || !(Now() == m_before);
+    CallAfterActivity(m_kind);
     if (is_fact || m_kind != Kind::pass) NoteChange(is_fact);
     --g_open;
 }
@@ -50,6 +53,13 @@ void ObserveChanges(HANDLE changed)
     const ScopedLock lock(g_activity_lock);
     g_changed = changed;
     g_awaited = false;
+}
+
+void CallAfterActivities(void (*changed)(Activity::Kind kind)) { g_after = changed; }
+
+void CallAfterActivity(Activity::Kind kind)
+{
+    if (auto* const changed = g_after.load()) changed(kind);
 }
 
 Standstill::Standstill() : m_lock(g_activity_lock) {}

@@ -51,6 +51,12 @@ struct Changes
 // The event must stay open until then.
 void ObserveChanges(HANDLE changed);
 
+// Has `changed` called after each Activity, on the thread that had it open; null for none. It may
+// be called by several threads at once.
+void CallAfterActivities(void (*changed)(Activity::Kind kind));
+// Calls that function. For a thread that changes something without an Activity.
+void CallAfterActivity(Activity::Kind kind);
+
 // While it exists no Activity begins: the threads that would begin one wait, so keep it short.
 class Standstill
 {

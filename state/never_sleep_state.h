@@ -168,7 +168,7 @@ public:
     static OwnedObject<CUserProcess> m_pLyncMonitor;
 
 private:
-    // Sets both states without logging; the caller holds the lock.
+    // Sets both states without logging, and notes it (state_trail.h); the caller holds the lock.
     static void SetStates(ESystemState previous, ESystemState state);
 };
 

@@ -12,6 +12,7 @@
 #include "platform/command.h"
 #include "platform/lock.h"
 #include "platform/owned.h"
+#include "state/listed_holders.h"
 #include "state/never_sleep_state.h"
 
 namespace {
@@ -37,11 +38,14 @@ template <class Take>
 void ReadLines(const OwnedCommandOutput& output, const wchar_t* function, const Take& take)
 {
     wchar_t line[kLineLength];
+    RequestListing listing;
     for (bool begins = true; std::fgetws(line, kLineLength, output.Get());) {
         Log(6, function, L"%s", line);
         take(std::wstring_view(line), begins);
+        listing.Take(line);
         begins = std::wcschr(line, L'\n') != nullptr;
     }
+    NoteHolders(listing);
 }
 
 // --- With a time limit ---
@@ -135,7 +139,12 @@ void LogWithin(DWORD patience_ms)
     if (!listing) return;
     const TimedListing::Output output = listing->Await(patience_ms);
     if (output.started) Log(6, kLogRequests, L"Output from %s", kListRequests);
-    for (const std::wstring& line : output.lines) Log(6, kLogRequests, L"%s", line.c_str());
+    RequestListing requests;
+    for (const std::wstring& line : output.lines) {
+        Log(6, kLogRequests, L"%s", line.c_str());
+        requests.Take(line);
+    }
+    if (output.ended) NoteHolders(requests);
     if (!output.ended) Log(6, kLogRequests, L"The rest of the listing comes too late");
 }
 

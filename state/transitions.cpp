@@ -11,6 +11,7 @@
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
 #include "state/state_change.h"
+#include "state/state_trail.h"
 
 std::atomic<ESystemState> CNeverSleepState::m_eSystemState = HOLV_INIT;
 std::atomic<ESystemState> CNeverSleepState::m_ePreviousState = HOLV_INIT;
@@ -103,6 +104,7 @@ void CNeverSleepState::SetStates(ESystemState previous, ESystemState state)
 {
     m_ePreviousState = previous;
     m_eSystemState = state;
+    NoteState(state);
 }
 
 void CNeverSleepState::UpdateState(ESystemState state)

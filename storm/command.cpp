@@ -2,9 +2,7 @@
 
 #include <iostream>
 
-StormCommand::StormCommand(CLI::App& app, const PlayOptions& defaults)
-    : m_command(*app.add_subcommand(
-          "storm", "Live random lives from a seed, and find what breaks a promise"))
+StormCommand::StormCommand(CLI::App& command, const PlayOptions& defaults) : m_command(command)
 {
     m_options.play = defaults;
     m_options.gaps = HOLV_SOURCE_DIR "/storm/known_gaps.txt";

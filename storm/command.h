@@ -9,10 +9,8 @@
 class StormCommand
 {
 public:
-    // Adds the subcommand and its options to the application.
-    StormCommand(CLI::App& app, const PlayOptions& defaults);
-
-    explicit operator bool() const { return m_command.parsed(); }
+    // Adds the options to the subcommand, which must outlive this.
+    StormCommand(CLI::App& command, const PlayOptions& defaults);
     // Returns the exit status: 0 without findings, 1 with.
     int Run();
 

@@ -1,64 +1,13 @@
 // Scripts with errors: the messages, and that no command of them is played.
 
-#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <utility>
 
-#include "pc/player.h"
-#include "platform/virtual/registry/registry.h"
-#include "tests/virtual_pc_test.h"
-
-namespace fs = std::filesystem;
+#include "tests/script_test.h"
 
 namespace {
-
-class ScriptTest : public ::testing::Test
-{
-protected:
-    ScriptTest()
-    {
-        m_folder = fs::temp_directory_path() / ("holv-script-" + std::to_string(getpid()));
-        fs::create_directories(m_folder);
-    }
-    ~ScriptTest() override { fs::remove_all(m_folder); }
-
-    int Play(const std::string& text)
-    {
-        const fs::path script = m_folder / "a.pc";
-        std::ofstream(script) << text;
-        PlayOptions options;
-        options.machine.free = kRunFree;
-        options.image = HOLV_IMAGE;
-        options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
-        story.str("");
-        errors.str("");
-        return PlayScripts({script}, options, story, errors);
-    }
-
-    // What was said, without the folder.
-    std::string Errors() const
-    {
-        std::string text = errors.str();
-        const std::string folder = m_folder.string() + "/";
-        for (auto at = text.find(folder); at != text.npos; at = text.find(folder)) {
-            text.erase(at, folder.size());
-        }
-        return text;
-    }
-
-    // The line is refused with these words and its place, and nothing is played.
-    void ExpectRefused(const std::string& line, const std::string& words)
-    {
-        EXPECT_EQ(Play("say first\n\n" + line + "\n"), 2) << line;
-        EXPECT_TRUE(Errors().starts_with("a.pc:3: ")) << line << ": " << Errors();
-        EXPECT_NE(Errors().find(words), std::string::npos) << line << ": " << Errors();
-        EXPECT_EQ(story.str(), "") << line;
-    }
-
-    fs::path m_folder;
-    std::ostringstream story;
-    std::ostringstream errors;
-};
 
 TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
 {
@@ -111,6 +60,23 @@ TEST_F(ScriptTest, WhatAnUnkindPcCannotDoIsNamedWithItsPlaceAndWord)
         {"}", "no block of meanwhile is open"},
     };
     for (const auto& [line, words] : cases) ExpectRefused(line, words);
+}
+
+TEST_F(ScriptTest, AFileOfAnEditorOfWindowsIsReadAndOneThatIsNoTextIsNotEchoed)
+{
+    EXPECT_EQ(Play("\xEF\xBB\xBFsay hi\r\n\r\nexpect service absent\r\n"), 0) << Errors();
+    EXPECT_NE(story.str().find("-- hi"), std::string::npos);
+    const std::pair<std::string, const char*> refused[] = {
+        {std::string("\xFF\xFEs\0a\0", 6), "a.pc: is UTF-16; save it as UTF-8\n"},
+        {"say \x1b[2J", "a.pc:1: this is no text: it has the byte \\x1b\n"},
+        {std::string("say a\n\0\n", 8), "a.pc:2: this is no text: it has the byte \\x00\n"},
+        {"say \xC2\x9B", "a.pc:1: this is no text: it has the byte \\x9b\n"},
+    };
+    for (const auto& [text, words] : refused) {
+        EXPECT_EQ(Play(text), 2);
+        EXPECT_EQ(Errors(), words);
+    }
+    EXPECT_EQ(Play("say \xC3\x9B"), 0) << Errors();
 }
 
 TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)

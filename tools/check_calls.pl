@@ -27,7 +27,7 @@ sub slurp {
 
 # The functions that the platform headers declare and the service's folders, owned.h or lock.h use.
 my $rooms = join '', map { slurp($_) }
-    glob("$root/{service,settings,state,restore,reconciler,power,audio,api,log,process}/*.{h,cpp}"), "$root/platform/owned.h",
+    glob("$root/{service,settings,state,restore,reconciler,power,audio,api,log,process,json,publish,history}/*.{h,cpp}"), "$root/platform/owned.h",
     "$root/platform/lock.h";
 my %declared;
 for my $header (glob "$root/platform/*.h") {

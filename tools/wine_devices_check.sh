@@ -1,5 +1,6 @@
 # Sourced by wine_check.sh: the real executable on a PC with speakers and the platform device. The
-# speakers are a sound server's, which plays nowhere; the device is that of tools/wine/platform_device.cpp.
+# speakers are a sound server's: its two sinks, which play nowhere, and its default. The device is that
+# of tools/wine/platform_device.cpp.
 
 add_value "$user_key" LoggingLevel REG_DWORD 6
 mkdir -p "$pulse"
@@ -8,6 +9,7 @@ HOME=$pulse XDG_RUNTIME_DIR=$pulse pulseaudio -n --daemonize=no --exit-idle-time
     -L "module-null-sink sink_name=speakers" -L "module-null-sink sink_name=headphones" \
     >"$pulse/output.txt" 2>&1 &
 sound_server=$!
+trap 'kill "$sound_server" 2>/dev/null || true; end_wine' EXIT
 await "the sound server to listen" $patience test -S "$pulse/socket"
 
 device_class='{d6e2a4c1-5b7f-4e39-9c0d-3f81b2a7e645}'
@@ -37,16 +39,17 @@ says() { grep -acF "$1" "$log" || true; }
 check "the sound system is registered with, and unregistered from" "1 1" \
     "$(says 'Register default audio device callback successful') $(
         says 'Unregister default audio device callback successful')"
-check "each endpoint's callback is registered, and unregistered" "2 2" \
+check "each endpoint's callback is registered, and unregistered" "3 3" \
     "$(says 'Register audio control callback successful') $(
         says 'Unregister audio control callback successful')"
-check "do-not-disturb mutes both, and normal use unmutes them" \
-    "muted, muted, not muted, not muted, " \
+check "do-not-disturb mutes all, and normal use unmutes them" \
+    "muted, muted, muted, not muted, not muted, not muted, " \
     "$(grep -aoE 'SetMute called on device .* with (not )?muted' "$log" | sed 's/.* with //; s/$/,/' |
-        tail -n 4 | tr '\n' ' ')"
+        tail -n 6 | tr '\n' ' ')"
 
 wine_does net stop HolvPlatform >/dev/null
 wine_does sc delete HolvPlatform >/dev/null
 for key in "$device_key" "$interface_key" "$user_key"; do wine_does reg delete "$key" /f >/dev/null; done
 kill "$sound_server"
 wait "$sound_server" || true
+trap end_wine EXIT

@@ -104,7 +104,8 @@ Machine::Machine(const Options& options)
       scheduler(*this, {.free = options.free,
                         .seed = options.seed,
                         .priorities = options.priorities,
-                        .pace = options.pace}),
+                        .pace = options.pace,
+                        .go_on = options.go_on}),
       faults(options.seed),
       slowness(options.seed),
       unwritten(*this, options.seed),
@@ -162,6 +163,7 @@ Machine::~Machine()
         // Wakes the machine first: none of its threads could run to its end while it sleeps.
         const Hold hold(*this);
         scheduler.GoOn();
+        scheduler.GoOnToTheEnd();
     }
     for (const auto& process : processes()) {
         if (process->running()) process->Kill();
@@ -171,7 +173,11 @@ Machine::~Machine()
         try {
             registry.Save(m_registry_file);
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
+            if (not_kept) {
+                not_kept(error.what());
+            } else {
+                std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
+            }
         }
     }
     SwitchOff();
@@ -186,18 +192,20 @@ void Machine::SetClock(CalendarTime local)
     announcer.TimeChanged(local, before);
 }
 
-// Effect "power switch": `what` was done, on, off or cut.
+// Effect "power switch": `what` is done, on, shuts down, off or cut.
 void Machine::Boot()
 {
     Settle();
     if (!std::exchange(m_on, true)) sleep.SwitchOn();
     journal.Record("power switch", {{"what", L"on"}});
+    registry.DeleteVolatileKeys();
     services.Boot();
     Settle();
 }
 
 void Machine::ShutDown()
 {
+    journal.Record("power switch", {{"what", L"shuts down"}});
     services.Shutdown();
     RunUntil([this] { return services.AllEnded(); }, ShutdownPatience(*this));
     {
@@ -217,6 +225,7 @@ void Machine::CutPower()
     journal.Record("power switch", {{"what", L"cut"}});
     for (const auto& process : processes()) process->Terminate(1);
     unwritten.Lose();
+    registry.DeleteVolatileKeys();
     disk.Lose();
     power.Lose();
     session.SwitchOff();

@@ -6,7 +6,8 @@ use warnings;
 use File::Find;
 
 # The folders of the service.
-our @service = qw(service settings state restore reconciler power audio api log process);
+our @service = qw(service settings state restore reconciler power audio api log process
+    json publish history);
 our $service = qr{^(?:@{[join '|', @service]})/};
 
 # All files of `root`: in a git work tree those that are tracked or could be added, else what is there.

@@ -23,6 +23,8 @@ my %for_others = (
     SysStringLen => [qr{^platform/virtual/(?:.*/)?marshal\.cpp$}, 'strings between processes may hold zeros'],
     VariantClear => [qr{^pc/}, "for the PC's clients of the control interface"],
     VariantChangeType => [qr{^pc/}, "for the PC's clients of the control interface"],
+    RegNotifyChangeKeyValue => [qr{^ctl/}, 'holvctl watch waits by it'],
+    OpenProcess => [qr{^ctl/}, 'holvctl asks whether the service was killed'],
     CLSIDFromProgID => [qr{^(?:pc|examples)/}, 'for clients of the control interface'],
 );
 

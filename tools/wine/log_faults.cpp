@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cwchar>
 
 #include "log/log.h"
 #include "platform/fault.h"
@@ -68,7 +69,7 @@ void ReportFaults()
     Report("a division by zero", section, [] { g_zero = 1 / g_zero; });
     Report("a raised error", section, [] { RaiseException(1722, 0, 0, nullptr); });
     Report("a fault in a system library", section,
-           [] { CloseHandle(nullptr), wcslen(BadText<wchar_t>()); });
+           [] { g_zero = static_cast<int>(std::wcslen(BadText<wchar_t>())); });
     Report("a fault that a system library handles", section, [] {
         if (lstrlenW(BadText<wchar_t>()) != 0) std::printf("a length of nothing\n");
     });

@@ -1,7 +1,7 @@
 // The driver of a platform device, for the Wine check: takes the requests that the service's device
 // takes, appends the bytes of each to C:\platform_device.requests, and refuses any other.
 
-#include <ddk/ntddk.h>
+#include <ntddk.h>
 
 namespace {
 

@@ -44,6 +44,12 @@ SYSTEMTIME FromCalendar(CalendarTime time)
     return result;
 }
 
+FILETIME ToFileTime(CalendarTime time)
+{
+    const auto units = static_cast<ULONGLONG>(time.count());
+    return {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+}
+
 std::optional<CalendarTime> ParseCalendar(std::string_view text)
 {
     // Each field: where it starts, how long it is, what precedes it.

@@ -22,8 +22,12 @@ inline constexpr Instant kNever = Instant::max();
 // A local date and time, in 100-ns units since 1601-01-01 as the platform counts them.
 using CalendarTime = Duration;
 
+// The PC's time zone: local time less UTC. It has no daylight saving.
+inline constexpr Duration kEastOfUtc = std::chrono::hours{1};
+
 CalendarTime ToCalendar(const SYSTEMTIME& local);
 SYSTEMTIME FromCalendar(CalendarTime time);
+FILETIME ToFileTime(CalendarTime time);
 
 // "2026-03-02 21:30" or "2026-03-02 21:30:05"; nothing for anything else.
 std::optional<CalendarTime> ParseCalendar(std::string_view text);

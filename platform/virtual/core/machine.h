@@ -79,6 +79,8 @@ public:
         // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
         std::string root = {};
         DWORD os_version = kWindows10;
+        // As Scheduler::Options::go_on.
+        std::function<bool()> go_on = {};
     };
 
     Machine() : Machine(Options{}) {}
@@ -100,7 +102,8 @@ public:
     // Moves the clock without an announcement, as daylight saving does at its start and end.
     void ShiftClock(Duration by);
 
-    // Runs the machine for a time.
+    // Runs the machine for a time. Throws Interrupted when Options::go_on says no, as RunUntil
+    // does.
     void RunFor(Duration duration);
     // Runs it until `condition`, which is checked whenever all threads are blocked, holds, or `max`
     // has passed. Returns whether it held. Throws StuckMachine when all threads are blocked for
@@ -158,6 +161,10 @@ public:
     std::function<void(Process&)> image_loaded;
     std::function<void(Process&)> process_ending;
     std::function<void(Process&)> process_ended;
+
+    // Called at the machine's end when its registry cannot be kept, with the reason. Unless set,
+    // the reason goes to the standard error.
+    std::function<void(const std::string&)> not_kept;
 
     // --- The operating system ---
     // Its version, which decides what the PC announces, lists and counts (os_version.h).

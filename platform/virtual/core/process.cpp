@@ -91,6 +91,7 @@ void Process::Begin(Machine& machine, std::function<int()> entry)
     Hold::Require();
     m_id = machine.m_next_process_id;
     machine.m_next_process_id += 4;
+    m_started = machine.clock() - kEastOfUtc;
     machine.journal.Record("process", {{"what", L"started"},
                                        {"path", m_image.path},
                                        {"command_line", m_command_line},
@@ -270,7 +271,8 @@ void Process::End(Thread& last, int exit_code)
     machine.journal.Record("process", {{"what", L"ended"},
                                        {"path", m_image.path},
                                        {"id", std::uint64_t{m_id}},
-                                       {"exit_code", std::int64_t{exit_code}}});
+                                       {"exit_code", std::int64_t{exit_code}},
+                                       {"killed", m_ended_with.has_value()}});
 }
 
 void Process::CloseWhatIsOpen(Machine& machine, std::vector<std::shared_ptr<Object>>& closed)

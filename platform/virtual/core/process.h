@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/module.h"
+#include "platform/virtual/base/time.h"
 #include "platform/virtual/core/handles.h"
 #include "platform/virtual/core/launch.h"
 #include "platform/virtual/core/waitable.h"
@@ -95,6 +96,9 @@ public:
     // What it had left open when it ended; the machine has closed it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
 
+    // When it was started, in UTC.
+    CalendarTime started() const { return m_started; }
+
     // How CreateProcessAsUserW started it; empty when something else did.
     std::optional<Launch> launch;
     // Whether the privilege to end other users' processes is enabled.
@@ -154,6 +158,7 @@ private:
     void End(Thread& last, int exit_code);
 
     DWORD m_id = 0;
+    CalendarTime m_started{0};
     const Image m_image;
     std::wstring m_command_line;
     std::unique_ptr<LoadedImage> m_loaded;

@@ -57,7 +57,7 @@ void Scheduler::Cancel(Alarm& alarm)
 void Scheduler::FireNext()
 {
     const Instant when = m_alarms.begin()->first;
-    Pace(when);
+    if (!Pace(when)) return;
     m_now = std::max(m_now, when);
     while (!m_alarms.empty() && m_alarms.begin()->first <= m_now) {
         Alarm& alarm = *m_alarms.begin()->second;
@@ -67,12 +67,21 @@ void Scheduler::FireNext()
     }
 }
 
-void Scheduler::Pace(Instant to)
+// Waits until the host's clock is where the machine's is about to jump. Returns false when the run
+// is stopped meanwhile.
+bool Scheduler::Pace(Instant to)
 {
-    if (m_options.pace <= 0 || to == kNever) return;
+    if (m_options.pace <= 0 || to == kNever) return true;
+    using Clock = std::chrono::steady_clock;
+    constexpr Clock::duration kSlice = std::chrono::milliseconds{50};
     const auto host = std::chrono::duration<double>(to - m_paced_from) / m_options.pace;
-    std::this_thread::sleep_until(
-        m_paced_from_host + std::chrono::duration_cast<std::chrono::steady_clock::duration>(host));
+    const Clock::time_point until =
+        m_paced_from_host + std::chrono::duration_cast<Clock::duration>(host);
+    while (Clock::now() < until) {
+        if (Stopped()) return false;
+        std::this_thread::sleep_until(std::min(until, Clock::now() + kSlice));
+    }
+    return true;
 }
 
 // Called when all threads are blocked: wakes the driver when its condition holds or its deadline
@@ -81,12 +90,16 @@ void Scheduler::Advance()
 {
     const Instant next = m_alarms.empty() ? kNever : m_alarms.begin()->first;
     if (m_machine_runs) {
+        if (Stopped()) {
+            m_interrupted = true;
+            return MakeReady(*m_driver);
+        }
         if (m_driver_condition && *m_driver_condition && (*m_driver_condition)()) {
             m_condition_held = true;
             return MakeReady(*m_driver);
         }
         if (m_driver_deadline < next) {
-            Pace(m_driver_deadline);
+            if (!Pace(m_driver_deadline)) return;
             m_now = std::max(m_now, m_driver_deadline);
             return MakeReady(*m_driver);
         }
@@ -181,6 +194,7 @@ void Scheduler::Block(Thread& self)
     } else {
         self.state = Thread::State::running;
     }
+    if (&self == m_driver && std::exchange(m_interrupted, false)) throw Interrupted{};
     if (&self == m_driver && !m_stuck.empty()) throw StuckMachine(std::exchange(m_stuck, {}));
     EndIfEnding(self);
 }

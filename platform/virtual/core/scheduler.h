@@ -60,6 +60,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Thrown to the driver when its run was stopped from outside. The machine is whole, and can run on.
+class Interrupted : public std::runtime_error
+{
+public:
+    Interrupted() : std::runtime_error("interrupted") {}
+};
+
 class Scheduler
 {
 public:
@@ -73,11 +80,16 @@ public:
         int priorities = 0;
         // Machine seconds for each second of the host's clock; 0 does not wait for it at all.
         double pace = 0;
+        // Asked, with the machine held, whenever all threads of a machine that the driver runs are
+        // blocked, and now and then while a jump of the clock waits: whether to go on.
+        std::function<bool()> go_on = {};
     };
 
     Scheduler(Machine& machine, const Options& options);
 
     Instant now() const { return m_now; }
+    // When the driver's present run ends at the latest.
+    Instant driver_deadline() const { return m_driver_deadline; }
 
     void Set(Alarm& alarm, Instant when);
     void Cancel(Alarm& alarm);
@@ -108,8 +120,11 @@ public:
 
     // Called by the driver: runs the machine until `deadline`, or until `condition`, which is
     // checked whenever all threads are blocked, holds. Returns whether it held. Throws
-    // StuckMachine.
+    // StuckMachine, and Interrupted when Options::go_on says no.
     bool RunMachine(Instant deadline, const std::function<bool()>& condition);
+
+    // From now on no run is stopped: what ends the machine runs to its end.
+    void GoOnToTheEnd() { m_options.go_on = nullptr; }
 
     // What each thread waits for, a line for each.
     std::string Report() const;
@@ -130,7 +145,8 @@ private:
     Instant Postponed(Instant when) const { return when + (m_still_since - m_now); }
     void Advance();
     void FireNext();
-    void Pace(Instant to);
+    bool Pace(Instant to);
+    bool Stopped() const { return m_machine_runs && m_options.go_on && !m_options.go_on(); }
     void ReportStuck(std::string_view why);
     bool AnyThreadMayRun() const;
     bool NothingWakes() const;
@@ -169,7 +185,8 @@ private:
     Instant m_driver_deadline = kNever;
     const std::function<bool()>* m_driver_condition = nullptr;
     bool m_condition_held = false;
-    std::string m_stuck;  // the report, until Block throws it to the driver
+    bool m_interrupted = false;  // until Block throws Interrupted to the driver
+    std::string m_stuck;         // the report, until Block throws it to the driver
 
     std::list<HostThread> m_host_threads;
     std::chrono::steady_clock::time_point m_paced_from_host;

@@ -1,4 +1,4 @@
-// Files, folders, pipes, the standard output, known folders and conversion to UTF-8.
+// Files, folders, pipes, the standard output and known folders.
 
 #include "platform/file.h"
 
@@ -131,6 +131,15 @@ public:
         if (space && m_position > end) *space -= m_position - end;
         written = static_cast<DWORD>(bytes.size());
         return NO_ERROR;
+    }
+
+    bool MayRead() const { return m_mode && (m_mode->access & GENERIC_READ) != 0; }
+    DWORD Read(void* data, DWORD size)
+    {
+        const ssize_t taken = pread(m_file, data, size, static_cast<off_t>(m_position));
+        const auto count = static_cast<DWORD>(std::max<ssize_t>(taken, 0));
+        m_position += count;
+        return count;
     }
 
     void Closed() override { m_mode.reset(); }
@@ -327,13 +336,13 @@ PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
 
 Function fn_create_file{"CreateFileW"};
 Function fn_write_file{"WriteFile"};
+Function fn_read_file{"ReadFile"};
 Function fn_set_named_pipe_handle_state{"SetNamedPipeHandleState"};
 Function fn_set_file_pointer{"SetFilePointer"};
 Function fn_flush_file_buffers{"FlushFileBuffers"};
 Function fn_create_directory{"CreateDirectoryW"};
 Function fn_get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
 Function fn_get_std_handle{"GetStdHandle"};
-Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
 
 }  // namespace
 
@@ -371,6 +380,20 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID data, DWORD size, LPDWORD written,
     if (!data) return call.Fail(ERROR_INVALID_USER_BUFFER);
     const DWORD error = target->Write(call.machine, call.thread, bytes, *written);
     return error == NO_ERROR ? TRUE : call.Fail(error);
+}
+
+BOOL WINAPI ReadFile(HANDLE handle, LPVOID data, DWORD size, LPDWORD read, OVERLAPPED* overlapped)
+{
+    Call call(fn_read_file);
+    if (!read || overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
+    *read = 0;
+    if (call.Fails()) return FALSE;
+    auto* file = call.Find<DiskFile>(handle);
+    if (!file) return FALSE;
+    if (!file->MayRead()) return call.Fail(ERROR_ACCESS_DENIED);
+    if (!data && size > 0) return call.Fail(ERROR_NOACCESS);
+    *read = file->Read(data, size);
+    return TRUE;
 }
 
 BOOL WINAPI SetNamedPipeHandleState(HANDLE handle, LPDWORD mode, LPDWORD count, LPDWORD timeout)
@@ -469,24 +492,5 @@ HANDLE WINAPI GetStdHandle(DWORD which)
     Call call(fn_get_std_handle);
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     return which == STD_OUTPUT_HANDLE ? kConsole : FailToOpen(call, ERROR_INVALID_HANDLE);
-}
-
-int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount, LPSTR bytes,
-                               int bytesCount, LPCSTR defaultChar, BOOL* usedDefault)
-{
-    Call call(fn_wide_char_to_multi_byte);
-    if (call.Fails()) return 0;
-    const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
-    if (!understood || !wide || wideCount == 0 || bytesCount < 0 || (bytesCount && !bytes)) {
-        return call.Fail(ERROR_INVALID_PARAMETER);
-    }
-    const std::size_t count =
-        wideCount < 0 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(wideCount);
-    const std::string converted = ToUtf8({wide, count});
-    const int needed = static_cast<int>(converted.size());
-    if (bytesCount == 0) return needed;
-    if (bytesCount < needed) return call.Fail(ERROR_INSUFFICIENT_BUFFER);
-    std::ranges::copy(converted, bytes);
-    return needed;
 }
 }

@@ -136,6 +136,7 @@ Function fn_close_handle{"CloseHandle", Failing::last_error, Role::releases};
 Function fn_get_current_process_id{"GetCurrentProcessId", Failing::never};
 Function fn_get_tick_count{"GetTickCount64", Failing::never};
 Function fn_get_local_time{"GetLocalTime", Failing::never};
+Function fn_get_system_time_as_file_time{"GetSystemTimeAsFileTime", Failing::never};
 Function fn_get_version{"GetVersion", Failing::never};
 Function fn_get_version_ex{"GetVersionExW"};
 Function fn_tls_alloc{"TlsAlloc"};
@@ -277,6 +278,12 @@ void WINAPI GetLocalTime(SYSTEMTIME* time)
 {
     const Call call(fn_get_local_time);
     *time = FromCalendar(call.machine.clock());
+}
+
+void WINAPI GetSystemTimeAsFileTime(FILETIME* time)
+{
+    const Call call(fn_get_system_time_as_file_time);
+    *time = ToFileTime(call.machine.clock() - kEastOfUtc);
 }
 
 DWORD WINAPI GetVersion()

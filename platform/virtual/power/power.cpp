@@ -221,7 +221,8 @@ bool Power::SetRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
     m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
                                          {"what", std::wstring(L"set")},
                                          {"count", std::int64_t{count}},
-                                         {"reason", request.reason}});
+                                         {"reason", request.reason},
+                                         {"owner", request.owner}});
     m_machine.sleep.Reconsider();
     return true;
 }
@@ -234,7 +235,8 @@ bool Power::ClearRequest(PowerRequest& request, POWER_REQUEST_TYPE type)
     m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
                                          {"what", std::wstring(L"cleared")},
                                          {"count", std::int64_t{count}},
-                                         {"reason", request.reason}});
+                                         {"reason", request.reason},
+                                         {"owner", request.owner}});
     m_machine.sleep.Reconsider();
     return true;
 }
@@ -251,7 +253,8 @@ void Power::EndRequests()
             m_machine.journal.Record("request", {{"type", std::wstring(kRequestNames[type])},
                                                  {"what", std::wstring(L"ended")},
                                                  {"count", std::int64_t{request->counts[type]}},
-                                                 {"reason", request->reason}});
+                                                 {"reason", request->reason},
+                                                 {"owner", request->owner}});
         }
     }
 }

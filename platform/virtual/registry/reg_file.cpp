@@ -2,10 +2,12 @@
 
 #include <cstring>
 #include <cwctype>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "platform/virtual/base/text.h"
 
@@ -293,6 +295,7 @@ std::vector<RegFileChange> ReadRegFile(const std::string& file)
 
 void RegFileWriter::Add(const RegistryPath& path, const RegistryNode& key)
 {
+    if (key.is_volatile) return;
     if (!path.path.empty()) {
         const std::wstring root =
             path.root == RegistryRoot::current_user ? L"HKEY_CURRENT_USER" : L"HKEY_LOCAL_MACHINE";
@@ -339,13 +342,17 @@ void RegFileWriter::AddValue(const std::wstring& name, const RegistryValue& valu
 
 void RegFileWriter::Write(const std::string& file) const
 {
-    std::ofstream stream(file, std::ios::binary);
+    // Beside the file, and in its place when it is whole: a full disk costs the new state only.
+    const std::string whole = file + ".new";
+    std::ofstream stream(whole, std::ios::binary);
     const std::vector<BYTE> bytes = ToUtf16(m_text);
     stream.write("\xFF\xFE", 2);
     stream.write(reinterpret_cast<const char*>(bytes.data()),
                  static_cast<std::streamsize>(bytes.size()));
     stream.close();
-    if (!stream) throw std::runtime_error(file + ": cannot be written");
+    std::error_code error;
+    if (stream) std::filesystem::rename(whole, file, error);
+    if (!stream || error) throw std::runtime_error(file + ": cannot be written");
 }
 
 }  // namespace virtual_pc

@@ -88,10 +88,22 @@ std::shared_ptr<RegistryNode> RegistryNode::Create(std::wstring_view path)
     std::shared_ptr<RegistryNode> node = shared_from_this();
     for (const std::wstring& name : KeyNames(path)) {
         std::shared_ptr<RegistryNode>& child = node->keys[name];
-        if (!child) child = std::make_shared<RegistryNode>();
+        if (!child) {
+            child = std::make_shared<RegistryNode>();
+            child->is_volatile = node->is_volatile;
+        }
         node = child;
     }
     return node;
+}
+
+void RegistryNode::DeleteVolatile()
+{
+    std::erase_if(keys, [](const auto& named) {
+        if (named.second->is_volatile) named.second->MarkDeleted(true);
+        return named.second->is_volatile;
+    });
+    for (const auto& [name, child] : keys) child->DeleteVolatile();
 }
 
 bool RegistryNode::Delete(std::wstring_view path)
@@ -192,7 +204,41 @@ std::shared_ptr<RegistryNode> Registry::CreateKey(const RegistryPath& path)
         m_machine.unwritten.Note(HiveOf(target), [parent, name] { parent->Delete(name); });
         break;
     }
-    return RootOf(target.root)->Create(target.path);
+    const std::shared_ptr<RegistryNode> made = RootOf(target.root)->Create(target.path);
+    Changed({target.root, std::wstring(SplitLast(target.path).first)}, REG_NOTIFY_CHANGE_NAME);
+    return made;
+}
+
+void Registry::DeleteVolatileKeys()
+{
+    const Hold hold(m_machine);
+    m_local_machine->DeleteVolatile();
+    m_current_user->DeleteVolatile();
+}
+
+void Registry::Watch(const RegistryPath& path, bool subtree, DWORD filter,
+                     std::function<void()> changed)
+{
+    Hold::Require();
+    m_watchers.push_back({Resolve(path), subtree, filter, std::move(changed)});
+}
+
+void Registry::Changed(const RegistryPath& resolved, DWORD what)
+{
+    const auto concerns = [&](const Watcher& watcher) {
+        if (watcher.path.root != resolved.root || !(watcher.filter & what)) return false;
+        const std::wstring_view changed = resolved.path;
+        const std::wstring_view watched = watcher.path.path;
+        if (SameName(changed, watched)) return true;
+        return watcher.subtree && changed.size() > watched.size() &&
+               SameName(changed.substr(0, watched.size()), watched) &&
+               (watched.empty() || changed[watched.size()] == L'\\');
+    };
+    const auto told = std::ranges::stable_partition(
+        m_watchers, [&](const Watcher& watcher) { return !concerns(watcher); });
+    const std::vector<Watcher> tell(told.begin(), told.end());
+    m_watchers.erase(told.begin(), told.end());
+    for (const Watcher& watcher : tell) watcher.changed();
 }
 
 std::wstring Registry::HiveOf(const RegistryPath& resolved)
@@ -216,14 +262,17 @@ void Registry::SetValue(const RegistryPath& path, std::wstring_view name, Regist
     const std::shared_ptr<RegistryNode> key = CreateKey(path);
     const auto [place, fresh] = key->values.try_emplace(std::wstring(name));
     const auto was = fresh ? std::nullopt : std::optional(place->second);
-    m_machine.unwritten.Note(HiveOf(Resolve(path)), [key, name = place->first, was] {
-        if (was) {
-            key->values[name] = *was;
-        } else {
-            key->values.erase(name);
-        }
-    });
+    if (!key->is_volatile) {
+        m_machine.unwritten.Note(HiveOf(Resolve(path)), [key, name = place->first, was] {
+            if (was) {
+                key->values[name] = *was;
+            } else {
+                key->values.erase(name);
+            }
+        });
+    }
     place->second = std::move(value);
+    Changed(Resolve(path), REG_NOTIFY_CHANGE_LAST_SET);
 }
 
 bool Registry::DeleteValue(const RegistryPath& path, std::wstring_view name)
@@ -236,6 +285,7 @@ bool Registry::DeleteValue(const RegistryPath& path, std::wstring_view name)
                                                      was = std::move(deleted.mapped())] {
         key->values[deleted_name] = was;
     });
+    Changed(Resolve(path), REG_NOTIFY_CHANGE_LAST_SET);
     return true;
 }
 
@@ -308,6 +358,7 @@ bool Registry::DeleteKey(std::wstring_view path)
         parent->keys[name] = key;
         key->MarkDeleted(false);
     });
+    Changed({resolved.root, std::wstring(parent_path)}, REG_NOTIFY_CHANGE_NAME);
     return true;
 }
 

@@ -1,6 +1,7 @@
 // The registry: keys by name without regard to letter case, values with their types.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -36,9 +37,12 @@ struct RegistryNode : std::enable_shared_from_this<RegistryNode>
     std::map<std::wstring, std::shared_ptr<RegistryNode>, NoCase> keys;
     std::map<std::wstring, RegistryValue, NoCase> values;  // "" is the default value
     bool deleted = false;                                  // its handles fail from then on
+    bool is_volatile = false;                              // gone when the PC starts again
 
     std::shared_ptr<RegistryNode> Find(std::wstring_view path);
     std::shared_ptr<RegistryNode> Create(std::wstring_view path);
+    // Deletes the volatile keys below it.
+    void DeleteVolatile();
     // With everything below it; false when it is not there.
     bool Delete(std::wstring_view path);
     // Marks this key and all below it as deleted, or as there again.
@@ -96,6 +100,10 @@ public:
     // Finds it, or makes it and the keys on its way.
     std::shared_ptr<RegistryNode> CreateKey(const RegistryPath& path);
     void SetValue(const RegistryPath& path, std::wstring_view name, RegistryValue value);
+    // Deletes the volatile keys: the PC is switched on again.
+    void DeleteVolatileKeys();
+    // Calls `changed` at the next change that the filter names (REG_NOTIFY_CHANGE_...), once.
+    void Watch(const RegistryPath& path, bool subtree, DWORD filter, std::function<void()> changed);
     // False when it is not there.
     bool DeleteValue(const RegistryPath& path, std::wstring_view name);
     // Puts the hive of a key on the disk, so that a power cut takes nothing of it.
@@ -109,7 +117,17 @@ private:
     static std::wstring HiveOf(const RegistryPath& resolved);
     std::shared_ptr<RegistryNode> RootOf(RegistryRoot root) const;
 
+    struct Watcher
+    {
+        RegistryPath path;
+        bool subtree;
+        DWORD filter;
+        std::function<void()> changed;
+    };
+    void Changed(const RegistryPath& resolved, DWORD what);
+
     Machine& m_machine;
+    std::vector<Watcher> m_watchers;
     std::shared_ptr<RegistryNode> m_local_machine;
     std::shared_ptr<RegistryNode> m_current_user;
 };

@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <functional>
 #include <utility>
 
 #include "platform/virtual/base/names.h"
 #include "platform/virtual/core/call.h"
+#include "platform/virtual/core/waitable.h"
 #include "platform/virtual/registry/registry.h"
 
 using namespace virtual_pc;
@@ -18,6 +20,7 @@ namespace {
 // Codes that only this file returns.
 constexpr LSTATUS kErrorBadPathname = 161;
 constexpr LSTATUS kErrorKeyDeleted = 1018;
+constexpr LSTATUS kErrorChildMustBeVolatile = 1021;
 constexpr LSTATUS kErrorDatatypeMismatch = 1629;
 
 constexpr std::size_t kLongestValueName = 16'383;  // characters
@@ -33,12 +36,20 @@ public:
     std::string_view Kind() const override { return "registry key"; }
     std::wstring Name() const override { return Registry::Spell(path); }
 
+    void Closed() override
+    {
+        if (at_close) at_close();
+    }
+
     const RegistryPath path;
     const std::shared_ptr<RegistryNode> node;
     const REGSAM access;
+    std::function<void()> at_close;  // while a change is awaited
 };
 
 Function fn_reg_create_key{"RegCreateKeyW", Failing::status};
+Function fn_reg_create_key_ex{"RegCreateKeyExW", Failing::status};
+Function fn_reg_notify_change{"RegNotifyChangeKeyValue", Failing::status};
 Function fn_reg_open_key{"RegOpenKeyW", Failing::status};
 Function fn_reg_open_key_ex{"RegOpenKeyExW", Failing::status};
 Function fn_reg_close_key{"RegCloseKey", Failing::status, Role::releases};
@@ -214,9 +225,70 @@ LSTATUS Empty(Call& call, const RegistryPath& path)
     return ERROR_SUCCESS;
 }
 
+// Marks the first key on the way to `path` that does not exist yet, and so all below it, as
+// volatile, when it is made.
+LSTATUS CreateVolatile(Call& call, const RegistryPath& path, bool wanted)
+{
+    Registry& registry = call.machine.registry;
+    if (registry.FindKey(path)) return ERROR_SUCCESS;
+    RegistryPath first = path;
+    RegistryPath parent = path;
+    for (std::size_t last; (last = parent.path.rfind(L'\\')) != parent.path.npos;) {
+        first = parent;
+        parent.path.resize(last);
+        if (registry.FindKey(parent)) break;
+    }
+    const std::shared_ptr<RegistryNode> above = registry.FindKey(parent);
+    if (above && above->is_volatile && !wanted) return kErrorChildMustBeVolatile;
+    if (wanted) registry.CreateKey(first)->is_volatile = true;
+    return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 extern "C" {
+
+LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD options,
+                               REGSAM access, LPSECURITY_ATTRIBUTES, HKEY* result,
+                               LPDWORD disposition)
+{
+    Call call(fn_reg_create_key_ex);
+    if (!result) return ERROR_INVALID_PARAMETER;
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, subKey, path)) return error;
+    const bool existed = call.machine.registry.FindKey(path) != nullptr;
+    if (const LSTATUS error = CreateVolatile(call, path, (options & REG_OPTION_VOLATILE) != 0)) {
+        return error;
+    }
+    if (disposition) *disposition = existed ? REG_OPENED_EXISTING_KEY : REG_CREATED_NEW_KEY;
+    return OpenAt(call, path, call.machine.registry.CreateKey(path), access, result);
+}
+
+LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE event,
+                                       BOOL asynchronous)
+{
+    Call call(fn_reg_notify_change);
+    if (call.Fails()) return static_cast<LSTATUS>(call.error());
+    RegistryPath path;
+    if (const LSTATUS error = PathOf(call, key, nullptr, path, KEY_NOTIFY)) return error;
+    // A wait without an event is not modelled.
+    if (!asynchronous) return ERROR_INVALID_PARAMETER;
+    const DWORD last_error = call.thread.last_error;
+    const auto signalled = call.FindShared<Waitable>(event);
+    call.thread.last_error = last_error;
+    if (!signalled) return ERROR_INVALID_HANDLE;
+    // Closing the handle signals the event, too: the watch ends with whichever comes first.
+    auto* const open =
+        dynamic_cast<OpenKey*>(call.machine.handles.Find(reinterpret_cast<HANDLE>(key)));
+    const std::weak_ptr<Waitable> told = signalled;
+    const auto tell = [told] {
+        if (const auto waitable = told.lock()) waitable->Signal();
+    };
+    if (open) open->at_close = tell;
+    call.machine.registry.Watch(path, subtree != FALSE, filter, tell);
+    return ERROR_SUCCESS;
+}
 
 LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR subKey, HKEY* result)
 {

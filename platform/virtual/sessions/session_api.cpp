@@ -47,6 +47,8 @@ Function fn_destroy_environment_block{"DestroyEnvironmentBlock", Failing::last_e
                                       Role::releases};
 Function fn_create_process_as_user{"CreateProcessAsUserW"};
 Function fn_terminate_process{"TerminateProcess"};
+Function fn_open_process{"OpenProcess"};
+Function fn_get_process_times{"GetProcessTimes"};
 Function fn_open_process_token{"OpenProcessToken"};
 Function fn_lookup_privilege_value{"LookupPrivilegeValueW"};
 Function fn_adjust_token_privileges{"AdjustTokenPrivileges"};
@@ -180,6 +182,36 @@ BOOL WINAPI TerminateProcess(HANDLE handle, UINT exitCode)
     if (!object->process.Terminate(static_cast<int>(exitCode))) {
         return call.Fail(ERROR_ACCESS_DENIED);
     }
+    return TRUE;
+}
+
+HANDLE WINAPI OpenProcess(DWORD, BOOL, DWORD id)
+{
+    Call call(fn_open_process);
+    if (call.Fails()) return nullptr;
+    for (const auto& process : call.machine.processes()) {
+        if (process->id() == id && process->running()) return call.Open(process->object());
+    }
+    call.Fail(ERROR_INVALID_PARAMETER);
+    return nullptr;
+}
+
+// Without the times of its threads, which no program here asks for.
+BOOL WINAPI GetProcessTimes(HANDLE handle, FILETIME* started, FILETIME* ended, FILETIME* kernel,
+                            FILETIME* user)
+{
+    Call call(fn_get_process_times);
+    if (call.Fails()) return FALSE;
+    const Process* process = nullptr;
+    if (handle == GetCurrentProcess()) {
+        process = &call.process();
+    } else if (const ProcessObject* object = call.Find<ProcessObject>(handle)) {
+        process = &object->process;
+    }
+    if (!process) return FALSE;
+    if (!started || !ended || !kernel || !user) return call.Fail(ERROR_NOACCESS);
+    *started = ToFileTime(process->started());
+    *ended = *kernel = *user = {};
     return TRUE;
 }
 

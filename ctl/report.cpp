@@ -1,0 +1,264 @@
+#include "ctl/report.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "ctl/words.h"
+#include "log/format.h"
+
+namespace {
+
+const struct SpentRow
+{
+    const wchar_t* name;
+    const wchar_t* title;
+} kSpent[] = {
+    {L"S0_NORMAL", L"normal use"},
+    {L"HOLV_ACTIVE", L"kept awake"},
+    {L"HOLV_IDLE", L"kept awake, idle"},
+    {L"HOLV_DND", L"quiet hours"},
+    {L"HOLV_S3", L"asleep"},
+    {L"HOLV_INIT", L"switched off"},
+    {L"stopped", L"service stopped"},
+    {L"unknown", L"not known"},
+};
+static_assert(std::size(kSpent) == kSpentCount);
+
+Spent SpentIn(const std::wstring& state)
+{
+    const auto row =
+        std::ranges::find_if(kSpent, [&](const SpentRow& known) { return state == known.name; });
+    return row == std::end(kSpent) ? Spent::unknown : static_cast<Spent>(row - kSpent);
+}
+
+int MinutesAhead(const HistoryRecord& record)
+{
+    return static_cast<int>(record.line[L"minutes_ahead"].Number());
+}
+
+// The local clock at a tick of the record's start of the PC, in milliseconds.
+std::int64_t LocalAt(const HistoryRecord& record, std::int64_t tick)
+{
+    return static_cast<std::int64_t>(record.utc / kUnitsPerMs) + MinutesAhead(record) * 60'000LL +
+           tick - record.tick;
+}
+
+bool IsEvent(const HistoryRecord& record, const wchar_t* event)
+{
+    return record.line[L"event"].Text() == event;
+}
+
+// Puts the stretches and events of each pair of records into the report.
+class Maker
+{
+public:
+    explicit Maker(Report& report) : m_report(report) {}
+
+    void Take(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        if (from.boot != to.boot) return TakeRestart(from, to);
+        if (IsEvent(to, L"start")) return TakeNewProcess(from, to);
+        TakeStates(from, to);
+        TakeClock(from, to);
+        TakeUser(from, to);
+        TakePlanAndMutes(from, to);
+        TakeCorrection(from, to);
+        for (const JsonValue& holder : from.line[L"holders"].Elements()) {
+            ForDays(LocalAt(from, from.tick), to.tick - from.tick,
+                    [&](ReportDay& day, std::int64_t, std::int64_t part) {
+                        day.held_ms[HolderName(holder[L"name"].Text())] += part;
+                    });
+        }
+    }
+
+    // The stretch that has not ended.
+    void TakeLast(const HistoryRecord& last, UtcTime now)
+    {
+        if (IsEvent(last, L"stop") || now <= last.utc) return;
+        const auto length = static_cast<std::int64_t>((now - last.utc) / kUnitsPerMs);
+        Add(SpentIn(last.line[L"state"].Text()), last, last.tick, length);
+    }
+
+private:
+    // The state of `from` goes on to the change, and that of `to` from there.
+    void TakeStates(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        const std::int64_t change = std::clamp(to.line[L"since_tick"].Number(), from.tick, to.tick);
+        const std::wstring& before = from.line[L"state"].Text();
+        Add(SpentIn(before), from, from.tick, change - from.tick);
+        Add(SpentIn(to.line[L"state"].Text()), to, change, to.tick - change);
+    }
+
+    void TakeNewProcess(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        const bool stopped = IsEvent(from, L"stop");
+        Add(stopped ? Spent::stopped : Spent::unknown, from, from.tick, to.tick - from.tick);
+        if (!stopped) {
+            Tell(to, L"gap",
+                 L"the service was killed before this start; its last word is of " +
+                     LocalText(from.utc, MinutesAhead(from)));
+        }
+    }
+
+    // Between two starts of the PC only the clocks tell how long it took.
+    void TakeRestart(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        const bool stopped = IsEvent(from, L"stop");
+        if (to.utc < from.utc) {
+            return Tell(to, L"clock", L"the PC was started with a clock that was set back");
+        }
+        Add(stopped ? Spent::stopped : Spent::unknown, from, from.tick,
+            static_cast<std::int64_t>((to.utc - from.utc) / kUnitsPerMs));
+        if (!stopped) {
+            Tell(to, L"gap",
+                 L"the PC went off without a word before this start; the last one is of " +
+                     LocalText(from.utc, MinutesAhead(from)));
+        }
+    }
+
+    void TakeClock(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        constexpr std::int64_t kMostMs = 1000;
+        const std::int64_t set = LocalAt(to, to.tick) - LocalAt(from, to.tick);
+        if (set <= kMostMs && set >= -kMostMs) return;
+        Tell(to, L"clock",
+             std::wstring(L"the clock was set ") + (set > 0 ? L"forward" : L"back") + L" by " +
+                 std::to_wstring((set > 0 ? set : -set) / 1000) + L" s");
+    }
+
+    void TakeUser(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        const bool before = from.line[L"user"][L"suspended"].Flag();
+        const bool now = to.line[L"user"][L"suspended"].Flag();
+        if (!before && now) Tell(to, L"sleep", L"the PC went to sleep: " + SleepCause(from));
+        if (before && !now) {
+            Tell(to, L"wake",
+                 to.line[L"user"][L"present"].Flag() ? L"the user woke the PC"
+                                                     : L"a timer or a device woke the PC");
+        }
+    }
+
+    static std::wstring SleepCause(const HistoryRecord& from)
+    {
+        if (from.line[L"requests"].Text() == L"held") return L"it was asked to";
+        const std::wstring reason = ReleaseReason(from.line);
+        return reason.empty() ? L"nothing kept it awake" : reason;
+    }
+
+    void TakePlanAndMutes(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        const std::wstring& plan = to.line[L"plan"][L"active"].Text();
+        const std::wstring& before = from.line[L"plan"][L"active"].Text();
+        if (before != plan && !before.empty()) {
+            Tell(to, L"plan", L"the active plan is " + PlanName(plan));
+        }
+        const std::int64_t mutes = to.line[L"mutes"].Number();
+        if (from.line[L"mutes"].Number() != mutes) {
+            Tell(to, L"mute",
+                 mutes == 0 ? L"what was muted sounds again"
+                            : L"muted while the user is away: " + std::to_wstring(mutes));
+        }
+    }
+
+    void TakeCorrection(const HistoryRecord& from, const HistoryRecord& to)
+    {
+        const JsonValue& now = to.line[L"correction"];
+        if (now.IsNull() || from.line[L"correction"][L"utc"].Text() == now[L"utc"].Text()) return;
+        Tell(to, L"correction", now[L"wrong"].Text() + L": " + now[L"remedy"].Text());
+    }
+
+    void Tell(const HistoryRecord& record, const wchar_t* kind, std::wstring text)
+    {
+        m_report.events.push_back({record.utc, MinutesAhead(record), kind, std::move(text)});
+    }
+
+    // Calls `take` with each local day of the time, where its part begins, and how long it is.
+    template <class TakeDay>
+    void ForDays(std::int64_t begin, std::int64_t length, const TakeDay& take)
+    {
+        while (length > 0) {
+            const std::int64_t part = std::min(length, kMsPerDay - begin % kMsPerDay);
+            take(m_report.days[begin / kMsPerDay], begin, part);
+            begin += part;
+            length -= part;
+        }
+    }
+
+    void Add(Spent spent, const HistoryRecord& clock, std::int64_t tick, std::int64_t length)
+    {
+        const bool battery = !clock.line[L"power"][L"mains"].Flag() && spent <= Spent::off;
+        ForDays(LocalAt(clock, tick), length,
+                [&](ReportDay& day, std::int64_t begin, std::int64_t part) {
+                    day.ms[static_cast<std::size_t>(spent)] += part;
+                    if (battery) day.on_battery_ms += part;
+                    Stretch* const last = day.stretches.empty() ? nullptr : &day.stretches.back();
+                    if (last && last->spent == spent && last->begin + last->length == begin) {
+                        last->length += part;
+                    } else {
+                        day.stretches.push_back({spent, begin, part});
+                    }
+                });
+    }
+
+    Report& m_report;
+};
+
+// A plan that is activated for an instant between two states is no news: leaves the last of the
+// instant, and that only where it differs from the plan before.
+void JoinPlans(std::vector<ReportEvent>& events)
+{
+    constexpr std::wstring_view kPlan = L"plan";
+    const auto is_plan = [&](const ReportEvent& event) { return event.kind == kPlan; };
+    std::vector<ReportEvent> joined;
+    for (ReportEvent& event : events) {
+        if (is_plan(event)) {
+            std::erase_if(joined, [&](const ReportEvent& other) {
+                return is_plan(other) && other.utc == event.utc;
+            });
+            const auto last = std::find_if(joined.rbegin(), joined.rend(), is_plan);
+            if (last != joined.rend() && last->text == event.text) continue;
+        }
+        joined.push_back(std::move(event));
+    }
+    events = std::move(joined);
+}
+
+// Leaves the last days, counted from the last one.
+void LeaveDays(Report& report, int days)
+{
+    if (days <= 0 || report.days.empty()) return;
+    const std::int64_t first = report.days.rbegin()->first - days + 1;
+    report.days.erase(report.days.begin(), report.days.lower_bound(first));
+    std::erase_if(report.events, [&](const ReportEvent& event) {
+        const auto local =
+            static_cast<std::int64_t>(event.utc / kUnitsPerMs) + event.minutes_ahead * 60'000LL;
+        return local / kMsPerDay < first;
+    });
+}
+
+}  // namespace
+
+const wchar_t* SpentName(Spent spent) { return kSpent[static_cast<int>(spent)].name; }
+const wchar_t* SpentTitle(Spent spent) { return kSpent[static_cast<int>(spent)].title; }
+
+Report MakeReport(const History& history, int days, UtcTime now)
+{
+    Report report;
+    report.records = history.records.size();
+    report.torn_lines = history.torn_lines;
+    Maker maker(report);
+    const std::vector<HistoryRecord>& records = history.records;
+    for (std::size_t i = 1; i < records.size(); ++i) maker.Take(records[i - 1], records[i]);
+    if (!records.empty()) maker.TakeLast(records.back(), now);
+    JoinPlans(report.events);
+    LeaveDays(report, days);
+    return report;
+}
+
+std::wstring DayText(std::int64_t day)
+{
+    const LocalTime date = ToLocal(static_cast<UtcTime>(day) * kUnitsPerDay, 0);
+    wchar_t text[16];
+    FormatText(text, L"%04d-%02d-%02d", date.year, date.month, date.day);
+    return text;
+}

@@ -1,0 +1,6 @@
+// The command "holvctl report".
+#pragma once
+
+#include "ctl/command.h"
+
+int RunReport(const CommandArguments& arguments);

@@ -1,0 +1,6 @@
+// The command "holvctl watch".
+#pragma once
+
+#include "ctl/command.h"
+
+int RunWatch(const CommandArguments& arguments);

@@ -1,0 +1,205 @@
+// The report that holvctl makes of the history, against what the PC has really done.
+
+#include <cstdlib>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "platform/virtual/base/random.h"
+#include "platform/virtual/power/sleep.h"
+#include "tests/ctl.h"
+#include "tests/users_pc.h"
+
+using namespace std::chrono_literals;
+using namespace virtual_pc;
+
+namespace {
+
+constexpr std::wstring_view kHistory = LR"(C:\ProgramData\Orbeq\Holv\History\)";
+
+using Times = std::map<std::string, Duration>;
+
+// Counts the time in each state from the changes that the machine itself sees. What a killed
+// service did after its last line in the history cannot be told.
+class Oracle
+{
+public:
+    explicit Oracle(Machine& pc)
+    {
+        pc.journal.Listen([this](const Effect& effect) {
+            if (effect.kind == "state") Change(effect);
+            if (effect.kind == "write" && effect.Text("path").starts_with(kHistory)) Line(effect);
+        });
+    }
+
+    const Times& times() const { return m_times; }
+
+private:
+    void Change(const Effect& effect)
+    {
+        m_since_line[m_state] += effect.at - m_mark;
+        m_mark = effect.at;
+        m_state = ToUtf8(effect.Text("to"));
+    }
+
+    void Line(const Effect& effect)
+    {
+        const std::wstring text = effect.Text("text");
+        if (text.size() < 2) return;  // the end of a torn line
+        if (text.find(L"\"event\":\"start\"") != text.npos) {
+            if (m_begun) m_times[m_ended ? "stopped" : "unknown"] += effect.at - m_last;
+            m_begun = true;
+            m_ended = false;
+        } else {
+            m_since_line[m_state] += effect.at - m_mark;
+            for (const auto& [state, time] : m_since_line) m_times[state] += time;
+            m_ended = text.find(L"\"event\":\"stop\"") != text.npos;
+        }
+        m_since_line.clear();
+        m_mark = m_last = effect.at;
+    }
+
+    Times m_times, m_since_line;
+    std::string m_state = "HOLV_INIT";
+    Instant m_mark{0}, m_last{0};
+    bool m_begun = false, m_ended = false;
+};
+
+nlohmann::json ReportOf(Machine& pc)
+{
+    const CtlAnswer answer = RunCtl(pc, "report --days 366 --json");
+    EXPECT_EQ(answer.code, 0);
+    return nlohmann::json::parse(answer.said);
+}
+
+void Live(UsersPc& user, Random& random)
+{
+    Machine& pc = user.pc;
+    const auto span = [&] { return std::chrono::seconds{1 + random.Below(3 * 3600)}; };
+    switch (random.Below(10)) {
+        case 0:
+        case 1:
+            return pc.user.Leaves();
+        case 2:
+            return pc.user.Works();
+        case 3:
+            return pc.sleep.WakeByUser();
+        case 4:
+            return pc.SetClock(pc.clock() + span());
+        case 5:
+            return pc.SetClock(pc.clock() - span());
+        case 6:
+            return random.Below(2) ? pc.power.RunOnMains() : pc.power.RunOnBattery(80);
+        case 7:
+            static_cast<void>(pc.sleep.AskAsUser());
+            return;
+        case 8:
+            if (!user.view.service()) return;
+            user.Kill();
+            pc.RunFor(span());
+            // A PC that sleeps, or is about to, starts no service.
+            pc.RunFor(5s);
+            pc.sleep.WakeByUser();
+            pc.user.Works();
+            pc.RunFor(5s);
+            return user.StartService();
+        default:
+            return pc.RunFor(span());
+    }
+}
+
+TEST(ReportTest, TheHoursAreThoseOfThePcToTheSecondWhateverHappens)
+{
+    Storm({.seeds = 12}, [](const Machine::Options& life) {
+        UsersPc user(life);
+        Oracle oracle(user.pc);
+        Random random(life.seed, 21);
+        user.StartService();
+        for (int deed = 0; deed < 40; ++deed) {
+            Live(user, random);
+            user.pc.RunFor(std::chrono::seconds{1 + random.Below(3600)});
+        }
+        user.pc.sleep.WakeByUser();
+        user.pc.user.Works();
+        user.pc.RunFor(2min);
+        user.StopService();
+        Times told;
+        for (const auto& day : ReportOf(user.pc)["days"]) {
+            for (const auto& [state, ms] : day["ms"].items()) {
+                told[state] += std::chrono::milliseconds{ms.get<std::int64_t>()};
+            }
+        }
+        for (const auto& [state, time] : told) {
+            const auto found = oracle.times().find(state);
+            const Duration really = found == oracle.times().end() ? Duration{0} : found->second;
+            EXPECT_LT(std::abs((time - really).count()), Duration{1s}.count())
+                << state << ": " << time.count() << " told, " << really.count() << " really";
+        }
+    });
+}
+
+TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
+    const std::wstring file = std::wstring(kHistory) + L"03-02.jsonl";
+    user.pc.disk.Write(file, "{\"utc\":\"2025-03-02T10:00:00.000Z\",\"event\":\"start\"}\n");
+    user.StartService();
+    user.StopService();
+    std::string bytes = user.pc.disk.Read(file).value_or("");
+    EXPECT_EQ(bytes.find("2025"), std::string::npos);
+    const auto records = ReportOf(user.pc)["records"].get<int>();
+    EXPECT_GE(records, 3);
+    bytes.resize(bytes.size() - 20);
+    user.pc.disk.Write(file, bytes);
+    user.StartService();
+    user.StopService();
+    const auto report = ReportOf(user.pc);
+    EXPECT_EQ(report["torn_lines"], 1);
+    EXPECT_GE(report["records"].get<int>(), 2 * records - 1);
+    EXPECT_NE(report["events"].dump().find("was killed before this start"), std::string::npos)
+        << "the torn line was the stop's";
+}
+
+TEST(HistoryTest, ADayIsBoundedAndAFullDiskEndsInAWholeLine)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
+    user.StartService();
+    user.pc.disk.space_left = 100;
+    user.Enter("HOLV_ACTIVE");
+    user.pc.disk.space_left.reset();
+    user.Enter("HOLV_DND");
+    user.StopService();
+    const auto report = ReportOf(user.pc);
+    EXPECT_EQ(report["torn_lines"], 1);
+    EXPECT_GT(report["days"][0]["ms"]["HOLV_DND"].get<std::int64_t>(), 1000);
+}
+
+// Sleeps, wakes and holders, as a person reads them.
+TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
+    user.StartService();
+    user.pc.SetClock(user.pc.clock() - 1h);
+    user.Enter("HOLV_DND");
+    user.pc.announcer.PowerEvent(PBT_APMSUSPEND);
+    user.pc.RunFor(1s);
+    user.pc.announcer.PowerEvent(PBT_APMRESUMESUSPEND);
+    user.pc.RunFor(1min);
+    user.StopService();
+    const std::string said = RunCtl(user.pc, "report").said;
+    for (const char* sentence :
+         {"the clock was set back by 3600 s", "the active plan is Power saver",
+          "the active plan is Balanced", "the PC went to sleep", "the user woke the PC"}) {
+        EXPECT_NE(said.find(sentence), std::string::npos) << sentence << " is not in\n" << said;
+    }
+    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
+    const std::string html = user.pc.disk.Read(LR"(C:\day.html)").value_or("");
+    EXPECT_NE(html.find("<svg class=\"t\""), std::string::npos);
+    EXPECT_NE(html.find("2026-03-02"), std::string::npos);
+    EXPECT_EQ(html.find("http"), std::string::npos) << "it needs another file";
+    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\nowhere\day.html)").code, 10);
+}
+
+}  // namespace
