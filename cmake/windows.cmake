@@ -43,7 +43,11 @@ set_source_files_properties(${generated}/HOLVService.rc PROPERTIES
 add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
 add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-ffunction-sections>
                     $<$<COMPILE_LANGUAGE:CXX>:-fdata-sections>)
-add_link_options(-static -Wl,--gc-sections $<$<CONFIG:Release>:-s>)
+# The programs hold neither the time of the build nor its folder, so that two builds of one source are the
+# same bytes. SOURCE_DATE_EPOCH sets the compile time that the log tells.
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>"
+                    "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>")
+add_link_options(-static -Wl,--gc-sections -Wl,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
 
 # The log swallows faults of the processor, and releases its locks then. The compiler takes its
 # built-in functions for such that never throw.
@@ -131,9 +135,3 @@ install(TARGETS HOLVService holvctl RUNTIME DESTINATION .)
 install(DIRECTORY package/ DESTINATION .)
 install(DIRECTORY examples DESTINATION .)
 install(TARGETS holv_client RUNTIME DESTINATION examples)
-set(CPACK_GENERATOR ZIP)
-set(CPACK_PACKAGE_NAME Holv)
-set(CPACK_PACKAGE_FILE_NAME Holv-${PROJECT_VERSION}-x64)
-set(CPACK_PACKAGE_CHECKSUM SHA256)
-set(CPACK_VERBATIM_VARIABLES ON)
-include(CPack)

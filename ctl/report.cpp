@@ -148,14 +148,15 @@ private:
     void TakePlanAndMutes(const HistoryRecord& from, const HistoryRecord& to)
     {
         const std::wstring& plan = to.line[L"plan"][L"active"].Text();
-        if (from.line[L"plan"][L"active"].Text() != plan) {
+        const std::wstring& before = from.line[L"plan"][L"active"].Text();
+        if (before != plan && !before.empty()) {
             Tell(to, L"plan", L"the active plan is " + PlanName(plan));
         }
         const std::int64_t mutes = to.line[L"mutes"].Number();
         if (from.line[L"mutes"].Number() != mutes) {
             Tell(to, L"mute",
                  mutes == 0 ? L"what was muted sounds again"
-                            : std::to_wstring(mutes) + L" kept muted");
+                            : L"muted while the user is away: " + std::to_wstring(mutes));
         }
     }
 
@@ -202,6 +203,26 @@ private:
     Report& m_report;
 };
 
+// A plan that is activated for an instant between two states is no news: leaves the last of the
+// instant, and that only where it differs from the plan before.
+void JoinPlans(std::vector<ReportEvent>& events)
+{
+    constexpr std::wstring_view kPlan = L"plan";
+    const auto is_plan = [&](const ReportEvent& event) { return event.kind == kPlan; };
+    std::vector<ReportEvent> joined;
+    for (ReportEvent& event : events) {
+        if (is_plan(event)) {
+            std::erase_if(joined, [&](const ReportEvent& other) {
+                return is_plan(other) && other.utc == event.utc;
+            });
+            const auto last = std::find_if(joined.rbegin(), joined.rend(), is_plan);
+            if (last != joined.rend() && last->text == event.text) continue;
+        }
+        joined.push_back(std::move(event));
+    }
+    events = std::move(joined);
+}
+
 // Leaves the last days, counted from the last one.
 void LeaveDays(Report& report, int days)
 {
@@ -229,6 +250,7 @@ Report MakeReport(const History& history, int days, UtcTime now)
     const std::vector<HistoryRecord>& records = history.records;
     for (std::size_t i = 1; i < records.size(); ++i) maker.Take(records[i - 1], records[i]);
     if (!records.empty()) maker.TakeLast(records.back(), now);
+    JoinPlans(report.events);
     LeaveDays(report, days);
     return report;
 }

@@ -26,26 +26,26 @@ h1{font-size:1.5rem;margin:0 0 .2rem}h2{font-size:1.1rem;margin:2rem 0 .5rem}
 p{margin:.3rem 0;color:var(--dim)}
 .legend{display:flex;flex-wrap:wrap;gap:.3rem 1.1rem;margin:1rem 0 .4rem;padding:0;list-style:none}
 .legend svg{width:1.1em;height:1em;vertical-align:-.15em;margin-right:.35em}
-svg.t{display:block;width:100%;height:auto}svg text{fill:var(--dim);font-size:13px}
+svg.t{display:block;width:100%;min-width:760px;height:auto}svg text{fill:var(--dim);font-size:20px}
 .s0{fill:var(--c0)}.s1{fill:var(--c1)}.s2{fill:var(--c2)}.s3{fill:var(--c3)}.s4{fill:var(--c4)}
 .s5{fill:var(--c5)}.s6{fill:var(--c6)}.s7{fill:var(--c7)}.g{stroke:var(--line);stroke-width:1}
 .wide{overflow-x:auto}
 table{border-collapse:collapse;width:100%;font-variant-numeric:tabular-nums}
-th,td{padding:.25rem .6rem;text-align:right;white-space:nowrap;border-bottom:1px solid var(--line)}
+th,td{padding:.25rem .6rem;text-align:right;white-space:nowrap;vertical-align:bottom;border-bottom:1px solid var(--line)}
 th{color:var(--dim);font-weight:600}th:first-child,td:first-child{text-align:left}
 td.w{text-align:left;white-space:normal;width:99%}td.k{text-align:left}
-@media(max-width:640px){body{padding:.8rem}svg text{font-size:26px}th,td{padding:.25rem .35rem}}
+@media(max-width:640px){body{padding:.8rem}th,td{padding:.25rem .35rem}th{white-space:normal}}
 @media print{:root{color-scheme:light;--ink:#000;--dim:#444;--paper:#fff;--line:#bbb;--c0:#8fc7a4;
 --c1:#e0762f;--c2:#f0b26b;--c3:#6d63c4;--c4:#31435c;--c5:#b9c0ca;--c6:#dfe3e8;--c7:#c94f6d}
-body{max-width:none;padding:0;font-size:11px}.wide{overflow:visible}
+body{max-width:none;padding:0;font-size:11px}.wide{overflow:visible}svg.t{min-width:0}
 *{-webkit-print-color-adjust:exact;print-color-adjust:exact}tr,svg{break-inside:avoid}}
 </style></head><body>
 )";
 
 // Of the timeline, in its own units: one for a minute.
-constexpr int kLeft = 130;
+constexpr int kLeft = 140;
 constexpr int kWidth = 1440;
-constexpr int kRow = 30;
+constexpr int kRow = 34;
 constexpr int kTop = 30;
 
 // How high each way of spending time is drawn, in its row.
@@ -84,7 +84,7 @@ std::wstring Bar(int from, int to, int top, int height)
 void AddDay(std::wstring& html, std::int64_t number, const ReportDay& day, int top)
 {
     constexpr std::int64_t kMsPerMinute = 60'000;
-    html += L"<text x=\"0\" y=\"" + Number(top + 20) + L"\">" + DayText(number) + L"</text>";
+    html += L"<text x=\"0\" y=\"" + Number(top + 28) + L"\">" + DayText(number) + L"</text>";
     for (int spent = 0; spent < kSpentCount; ++spent) {
         const int height = kHeights[spent];
         std::wstring path;
@@ -110,8 +110,10 @@ void AddDay(std::wstring& html, std::int64_t number, const ReportDay& day, int t
 void AddTimeline(std::wstring& html, const Report& report)
 {
     const int height = kTop + kRow * static_cast<int>(report.days.size());
-    html += L"<svg class=\"t\" role=\"img\" aria-label=\"Timeline, a row a day\" viewBox=\"0 0 " +
-            Number(kLeft + kWidth + 20) + L" " + Number(height + 4) + L"\">\n";
+    html +=
+        L"<div class=\"wide\"><svg class=\"t\" role=\"img\" aria-label=\"Timeline, a row a day\" "
+        L"viewBox=\"0 0 " +
+        Number(kLeft + kWidth + 20) + L" " + Number(height + 4) + L"\">\n";
     constexpr int kHoursApart = 3;
     for (int hour = 0; hour <= 24; hour += kHoursApart) {
         const int x = kLeft + hour * 60;
@@ -125,7 +127,7 @@ void AddTimeline(std::wstring& html, const Report& report)
         AddDay(html, number, day, top);
         top += kRow;
     }
-    html += L"</svg>\n";
+    html += L"</svg></div>\n";
 }
 
 std::array<bool, kSpentCount> SpentAtAll(const Report& report)
@@ -232,7 +234,8 @@ std::wstring ReportHtml(const Report& report)
     if (report.days.empty()) return html + L"<p>The history is empty.</p>\n</body></html>\n";
     html += L"<p>" + DayText(report.days.begin()->first) + L" to " +
             DayText(report.days.rbegin()->first) + L", by the local clock; " +
-            Number(static_cast<std::int64_t>(report.days.size())) + L" day(s).</p>\n";
+            Number(static_cast<std::int64_t>(report.days.size())) +
+            (report.days.size() == 1 ? L" day.</p>\n" : L" days.</p>\n");
     AddLegend(html, report);
     AddTimeline(html, report);
     AddHours(html, report);

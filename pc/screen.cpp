@@ -123,7 +123,7 @@ void Progress::End()
 
 Screen::Screen()
     : m_terminal(isatty(STDOUT_FILENO) ? std::make_unique<Terminal>(STDOUT_FILENO) : nullptr),
-      m_out(m_terminal ? m_terminal.get() : std::cout.rdbuf())
+      m_out(m_terminal.get())
 {
     if (m_terminal) {
         m_progress = std::make_unique<Progress>(
@@ -133,3 +133,5 @@ Screen::Screen()
             [](const std::string& text) { WriteAll(STDERR_FILENO, kErase + text); });
     }
 }
+
+std::ostream& Screen::out() { return m_terminal ? m_out : std::cout; }

@@ -69,13 +69,13 @@ class Screen
 public:
     Screen();
 
-    std::ostream& out() { return m_out; }
+    std::ostream& out();
     // Null where there is none.
     Terminal* terminal() { return m_terminal.get(); }
     RunWatcher* progress() { return m_progress.get(); }
 
 private:
     std::unique_ptr<Terminal> m_terminal;
-    std::ostream m_out;
+    std::ostream m_out;  // of the terminal
     std::unique_ptr<Progress> m_progress;
 };

@@ -27,21 +27,21 @@ constexpr Order kOrders[] = {
     {kKilled, kRequest | kServiceStatus},
 };
 
-struct Line
-{
-    std::string text;
-    Topic topic = kAny;
-    // Of a plan: the one that was active before.
-    std::string before;
-    std::string plan;
-};
-
 }  // namespace
 
 // The lines of the present instant, and where they go. Used with the machine held.
 class Story::Lines
 {
 public:
+    struct Line
+    {
+        std::string text;
+        Topic topic = kAny;
+        // Of a plan: the one that was active before.
+        std::string before;
+        std::string plan;
+    };
+
     explicit Lines(std::ostream& out) : m_out(out) {}
 
     void Hear(const Effect& effect);
@@ -116,7 +116,7 @@ void Story::Lines::Join(Line& line)
     }
 }
 
-std::vector<Line>::iterator Story::Lines::PlaceOf(const Line& line)
+auto Story::Lines::PlaceOf(const Line& line) -> std::vector<Line>::iterator
 {
     const auto order = std::ranges::find(kOrders, line.topic, &Order::cause);
     if (order == std::end(kOrders)) return m_lines.end();

@@ -26,7 +26,7 @@ struct Argument
 };
 
 constexpr bool kClosed = true;
-constexpr std::string_view kStateWords =
+constexpr std::string_view kStateChoice =
     "HOLV_ACTIVE|S0_NORMAL|HOLV_IDLE|HOLV_DND|HOLV_S3|HOLV_INIT";
 constexpr std::string_view kKey = R"(HKLM\Software\Orbeq\Holv\User)";
 
@@ -43,8 +43,9 @@ constexpr Argument kArguments[] = {
     {"", "ON", "off|on", kClosed},
     {"expect service", "STATE", "running|starting|stopping|stopped|absent", kClosed},
     {"expect power", "STATE", "on|off", kClosed},
-    {"", "STATE", kStateWords, kClosed},
-    {"ctl", "COMMAND", "restore", kClosed},
+    {"", "STATE", kStateChoice, kClosed},
+    {"ctl", "COMMAND", "restore|status|why|report", kClosed},
+    {"try", "COMMAND", "sleep"},
     {"", "SWITCHES", "-Debug"},
     {"", "VENDOR", "GenuineOrbeq"},
     {"expect log", "TEXT", "\"EnterNormalS0State exit\""},
@@ -84,8 +85,8 @@ constexpr Argument kArguments[] = {
     {"program", "NAME", "UI.exe", !kClosed, Things::programs},
     {"expect program", "NAME", "UI.exe", !kClosed, Things::programs},
     {"", "LANGUAGE", "english|japanese", kClosed},
-    {"", "RATE", "6/h"},
     {"pipe reads", "RATE", "100"},
+    {"", "RATE", "6/h"},
     {"audio add", "NAME", "Headphones"},
     {"audio", "NAME", "Speakers", !kClosed, Things::endpoints},
     {"expect mute", "NAME", "Speakers", !kClosed, Things::endpoints},
@@ -205,6 +206,8 @@ std::string ExampleOf(std::string_view pattern)
     std::string example;
     for (const std::string& word : PatternWords(pattern)) {
         const Argument* argument = IsArgumentName(word) ? Find(pattern, Bare(word)) : nullptr;
+        const bool left_out = word.starts_with("[") && !argument;
+        if (left_out) continue;
         if (!example.empty()) example += " ";
         example += argument ? Split(argument->values).front() : word;
     }

@@ -47,6 +47,7 @@ std::vector<DeedKind> UnkindKinds();   // the service's ends, power cuts, faults
 // The user comes back, leaves: the two halves of an absence.
 Lines Leave(const DeedDraw& deed);
 Lines ComeBack(const DeedDraw& deed);
+Lines WakeByTimer(const DeedDraw& deed);
 
 // The PC as a user may have set it up.
 Lines SetUp(Draw& draw, const Home& home);

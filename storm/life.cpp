@@ -79,6 +79,8 @@ private:
     }
     // A deed of a drawn kind, and what ends it.
     void AddAny(Duration at);
+    // A timer wakes the PC, and soon after that the user or something else comes.
+    void WakeAndMeet(Duration at, Duration apart);
 
     std::uint64_t m_seed;
     const Home& m_home;
@@ -96,6 +98,16 @@ void Drawing::AddAny(Duration at)
     if (kind.after) Add(at + lasts, std::string(kind.name) + " ends", kind.after);
 }
 
+void Drawing::WakeAndMeet(Duration at, Duration apart)
+{
+    Add(at, "timer", WakeByTimer);
+    if (Draw(m_seed, kDeeds + m_next++).Chance(50)) {
+        Add(at + apart, "return", ComeBack);
+    } else {
+        AddAny(at + apart);
+    }
+}
+
 void Drawing::Day(Duration midnight, Draw& draw)
 {
     const auto any_time = [&] {
@@ -108,11 +120,16 @@ void Drawing::Day(Duration midnight, Draw& draw)
     };
     for (auto count = draw.Between(1, m_swarm.absences_most); count > 0; --count) {
         const Duration leaves = any_time();
-        const Duration returns = leaves + Absence(draw);
+        const Duration absence = Absence(draw);
         Add(leaves, "leave", Leave);
         close(leaves);
-        Add(returns, "return", ComeBack);
-        close(returns);
+        for (int i = 0; i < 2 && absence > 1min; ++i) {
+            const Duration amid = std::chrono::milliseconds{draw.Between(0, absence / 1ms)};
+            if (draw.Chance(m_swarm.close_percent)) AddAny(leaves + amid);
+            if (draw.Chance(15)) WakeAndMeet(leaves + amid, Apart(draw));
+        }
+        Add(leaves + absence, "return", ComeBack);
+        close(leaves + absence);
     }
     for (auto count = draw.Between(0, m_swarm.others_most); count > 0; --count) AddAny(any_time());
 }

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <ostream>
+#include <streambuf>
 
 #include "pc/commands.h"
 #include "platform/virtual/base/text.h"
+#include "platform/virtual/power/sleep.h"
 #include "storm/promised/promised.h"
 #include "storm/situations.h"
 
@@ -23,16 +25,16 @@ const std::vector<std::string> kEnd = {"fault clear",
                                        "notices clear",
                                        "requests take 0ms",
                                        "device fails 0",
+                                       "pc boot",
+                                       "wake user",
+                                       "user works",
                                        "plan free",
                                        "program releases display Film.exe",
                                        "program releases system Film.exe",
                                        "program releases away Film.exe",
-                                       "pc boot",
-                                       "service start",
                                        "session logon alice",
                                        "session unlock",
-                                       "wake user",
-                                       "user works",
+                                       "service start",
                                        "run 3m",
                                        "user leaves",
                                        "sleep",
@@ -44,10 +46,48 @@ const std::vector<std::string> kEnd = {"fault clear",
                                        "service stop",
                                        "run 1m"};
 
-std::ostream& Nowhere()
+// Takes every character, and keeps none.
+class Nowhere : public std::streambuf
 {
-    static std::ostream nowhere(nullptr);
-    return nowhere;
+    int_type overflow(int_type letter) override { return traits_type::not_eof(letter); }
+    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+};
+
+std::ostream& OutNowhere()
+{
+    static Nowhere nowhere;
+    static std::ostream out(&nowhere);
+    return out;
+}
+
+// Whether the command cannot be done now: programs do nothing on a PC that sleeps, and only the
+// power supply is left of one that is off.
+bool Impossible(Machine& pc, const std::string& command)
+{
+    static const std::vector<std::string> kNeedPrograms = {
+        "client", "ctl",           "service",      "plan",         "reg",          "program",
+        "driver", "pc shutdown",   "session",      "audio mute",   "audio unmute", "audio volume",
+        "clock",  "audio default", "audio enable", "audio disable"};
+    static const std::vector<std::string> kNeedNoPower = {
+        "pc boot", "power ac", "power battery", "fault",
+        "slow",    "notices",  "requests",      "device fails"};
+    const auto begins = [&](const std::string& with) { return command.starts_with(with); };
+    if (!pc.on()) return !command.starts_with("run") && std::ranges::none_of(kNeedNoPower, begins);
+    const Hold hold(pc);
+    return pc.sleep.phase() != SleepState::Phase::awake &&
+           std::ranges::any_of(kNeedPrograms, begins);
+}
+
+// The machine's first words about where it is stuck; the threads' follow.
+Finding StuckFinding(const StuckMachine& stuck)
+{
+    std::string why = stuck.what();
+    why = why.substr(0, why.find('\n'));
+    Finding finding;
+    finding.promise = "the PC goes on";
+    finding.object = "the machine";
+    finding.is = why;
+    return finding;
 }
 
 class Playing
@@ -77,6 +117,7 @@ private:
     void Found(const std::string& promise, const std::string& object, const std::string& is);
 
     const PlayPlan& m_plan;
+    Losses m_losses;
     Player m_player;
     Situations m_situations;
     std::optional<Promised> m_promised;
@@ -96,7 +137,9 @@ PlayOptions On(const PlayOptions& options, const Machine::Options& machine)
 }
 
 Playing::Playing(const PlayPlan& plan, const Machine::Options& machine)
-    : m_plan(plan), m_player(On(plan.options, machine), Nowhere()), m_situations(m_player.pc())
+    : m_plan(plan),
+      m_player(On(plan.options, machine), OutNowhere(), m_losses),
+      m_situations(m_player.pc())
 {
     m_player.pc().journal.Listen([this](const Effect& effect) {
         ++m_effects;
@@ -115,6 +158,7 @@ void Playing::Keep(const std::string& command, bool refused, bool had_effect)
 
 bool Playing::Do(const std::string& command)
 {
+    if (Impossible(m_player.pc(), command)) return false;
     const ScriptLine line = ReadLine(command, {}, static_cast<int>(m_outcome.script.size()) + 1);
     const std::uint64_t effects = m_effects;
     const Instant before = Now();
@@ -149,7 +193,7 @@ void Playing::RunFor(Duration span)
 {
     const auto whole = std::chrono::ceil<std::chrono::milliseconds>(span);
     if (whole <= 0ms) return;
-    m_player.pc().RunFor(whole);
+    m_player.Live(whole);
     if (m_plan.pulse) m_plan.pulse->store(Now().count(), std::memory_order_relaxed);
     // Spans that follow one another are one command.
     static const std::string kRun = "run ";
@@ -295,7 +339,7 @@ Outcome PlayUnderWatch(const std::vector<ScriptLine>& script, const PlayPlan& pl
         playing.End();
     } catch (const StuckMachine& stuck) {
         Outcome outcome = playing.Result();
-        outcome.finding = Finding{"the PC goes on", "the machine", "", stuck.what(), {}, {}, {}};
+        outcome.finding = StuckFinding(stuck);
         return outcome;
     }
     return playing.Result();
@@ -310,7 +354,7 @@ Outcome Play(const Life& life, const PlayPlan& plan)
         playing.End();
     } catch (const StuckMachine& stuck) {
         Outcome outcome = playing.Result();
-        outcome.finding = Finding{"the PC goes on", "the machine", "", stuck.what(), {}, {}, {}};
+        outcome.finding = StuckFinding(stuck);
         return outcome;
     }
     return playing.Result();

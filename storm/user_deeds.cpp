@@ -7,7 +7,6 @@ namespace {
 Lines Input(const DeedDraw&) { return {"user input"}; }
 
 Lines WakeByButton(const DeedDraw&) { return {"wake user"}; }
-Lines WakeByTimer(const DeedDraw&) { return {"wake timer"}; }
 Lines PutToSleep(const DeedDraw&) { return {"sleep"}; }
 
 Lines Plug(const DeedDraw&) { return {"power ac"}; }
@@ -45,7 +44,7 @@ Lines Load(const DeedDraw& deed)
             std::to_string(deed.draw.Chance(40) ? 0 : deed.draw.Between(0, 100))};
 }
 
-Lines Session(const DeedDraw& deed)
+Lines UseSession(const DeedDraw& deed)
 {
     return {"session " +
             deed.draw.Of({"lock", "unlock", "logoff", "none", "switch bob", "switch alice"})};
@@ -67,6 +66,8 @@ Lines AtOnce(const DeedDraw& deed)
 
 }  // namespace
 
+Lines WakeByTimer(const DeedDraw&) { return {"wake timer"}; }
+
 Lines Leave(const DeedDraw& deed)
 {
     if (deed.draw.Chance(55)) return {"user leaves", "sleep"};
@@ -86,7 +87,7 @@ std::vector<DeedKind> UserKinds()
         {"timer", 6, WakeByTimer}, {"sleep", 6, PutToSleep},
         {"plug", 8, Plug},         {"unplug", 8, Unplug, Plug},
         {"rates", 2, Rates},       {"film", 8, StartFilm, EndFilm},
-        {"load", 3, Load},         {"session", 6, Session, SessionAgain},
+        {"load", 3, Load},         {"session", 6, UseSession, SessionAgain},
         {"at once", 8, AtOnce},
     };
 }

@@ -55,6 +55,7 @@ TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
         EXPECT_THROW(Bind(ReadLine("expect client answer 2", {}, 1))(stage), ExpectationFailed);
         Bind(ReadLine("client quit", {}, 1))(stage);
     }
+    story.Flush();
     for (const char* told : {
              "UI: SetNeverSleepParam 1 1\n",
              "Second: sink A hears of event code 1\n",

@@ -93,8 +93,14 @@ void Live(UsersPc& user, Random& random)
             static_cast<void>(pc.sleep.AskAsUser());
             return;
         case 8:
+            if (!user.view.service()) return;
             user.Kill();
             pc.RunFor(span());
+            // A PC that sleeps, or is about to, starts no service.
+            pc.RunFor(5s);
+            pc.sleep.WakeByUser();
+            pc.user.Works();
+            pc.RunFor(5s);
             return user.StartService();
         default:
             return pc.RunFor(span());

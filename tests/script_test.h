@@ -19,6 +19,9 @@ protected:
         m_folder =
             std::filesystem::temp_directory_path() / ("holv-script-" + std::to_string(getpid()));
         std::filesystem::create_directories(m_folder);
+        options.machine.free = kRunFree;
+        options.image = HOLV_IMAGE;
+        options.resources = std::filesystem::path(HOLV_SOURCE_DIR) / "resources";
     }
     ~ScriptTest() override { std::filesystem::remove_all(m_folder); }
 
@@ -26,9 +29,6 @@ protected:
     {
         const std::filesystem::path script = m_folder / "a.pc";
         std::ofstream(script) << text;
-        options.machine.free = kRunFree;
-        options.image = HOLV_IMAGE;
-        options.resources = std::filesystem::path(HOLV_SOURCE_DIR) / "resources";
         story.str("");
         errors.str("");
         return PlayScripts({script}, options, story, errors);

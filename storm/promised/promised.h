@@ -39,6 +39,9 @@ private:
     };
 
     void Hear(const virtual_pc::Effect& effect);
+    // A value is set, by the user's hand or not. What the user sets to its present value is no
+    // wish.
+    void Set(const std::string& name, const std::string& value, const virtual_pc::Effect& effect);
     // The present values, by the same names as the wishes.
     std::map<std::string, std::string> Now() const;
     // What was wished of these plans, which are made, renamed or deleted.
@@ -47,6 +50,7 @@ private:
 
     virtual_pc::Machine& m_pc;
     std::map<std::string, Wish> m_wishes;
+    std::map<std::string, std::string> m_present;
     std::map<std::string, virtual_pc::Instant> m_wrong;
     virtual_pc::Instant m_works_since = virtual_pc::kNever;
     virtual_pc::Instant m_last_deed{};

@@ -122,6 +122,8 @@ class Workshop:
 
     def compile_schema(self, file, faults):
         source = (ROOT / file).read_bytes()
+        if any(source[f.start:f.end].decode() != f.old for f in faults):
+            raise SystemExit(f'mutate: {file} has changed since its faults were found')
         for _ in range(20):
             text = schema.Schema(source, [f for f in faults if not f.at_build]).text()
             for fault in faults:

@@ -60,7 +60,7 @@ sub row {
 
 sub page_of {
     my @groups = @_;
-    return <<'HEAD' . join '', map { row($_) } @groups;
+    return <<'HEAD' . join('', map { row($_) } @groups) . <<'QUERIES';
 # Orbeq(R) Holv Technology: events
 
 All of these have the source `Orbeq( R ) HOLV`, the category 1 and the event id 2000 in the Application event log.
@@ -71,6 +71,28 @@ after `hr` an HRESULT. Which of them are logged depends on the settings `Logging
 | level | message | meaning, and what to do |
 |---|---|---|
 HEAD
+
+## Queries for one message
+
+Windows' queries compare the whole text of an event, and know no part of it. For a message without values that is
+enough; take the whole text from an event that has it:
+
+    wevtutil qe Application /q:"*[System[Provider[@Name='Orbeq( R ) HOLV']] and EventData[Data='HOLV - wWinMain   Platform not Supported']]" /f:text
+
+For an event subscription or a custom view (its tab XML):
+
+    <QueryList><Query Id="0" Path="Application"><Select Path="Application">
+      *[System[Provider[@Name='Orbeq( R ) HOLV']] and EventData[Data='HOLV - wWinMain   Platform not Supported']]
+    </Select></Query></QueryList>
+
+A message with values is found by a part of it, among the events of its level (0 or 4 information, 2 error,
+3 warning):
+
+    wevtutil qe Application /q:"*[System[Provider[@Name='Orbeq( R ) HOLV'] and (Level=2)]]" /f:text | findstr /c:"PowerSetActiveScheme failed"
+    powershell "Get-WinEvent -FilterHashtable @{LogName='Application'; ProviderName='Orbeq( R ) HOLV'; Level=2} | Where-Object Message -like '*PowerSetActiveScheme failed*'"
+
+A subscription for such a message collects the events of its level; filter by the text where they are collected.
+QUERIES
 }
 
 1;
