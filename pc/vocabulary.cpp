@@ -44,7 +44,9 @@ constexpr Argument kArguments[] = {
     {"expect service", "STATE", "running|starting|stopping|stopped|absent", kClosed},
     {"expect power", "STATE", "on|off", kClosed},
     {"", "STATE", kStateWords, kClosed},
-    {"ctl", "COMMAND", "restore", kClosed},
+    {"ctl", "COMMAND", "status|why|report|restore", kClosed},
+    {"try", "COMMAND", "sleep"},
+    {"try", "WORD", ""},  // sleep is one word
     {"", "SWITCHES", "-Debug"},
     {"", "VENDOR", "GenuineOrbeq"},
     {"expect log", "TEXT", "\"EnterNormalS0State exit\""},
@@ -205,8 +207,9 @@ std::string ExampleOf(std::string_view pattern)
     std::string example;
     for (const std::string& word : PatternWords(pattern)) {
         const Argument* argument = IsArgumentName(word) ? Find(pattern, Bare(word)) : nullptr;
-        if (!example.empty()) example += " ";
-        example += argument ? Split(argument->values).front() : word;
+        const std::string value = argument ? Split(argument->values).front() : word;
+        if (value.empty()) continue;
+        example += (example.empty() ? "" : " ") + value;
     }
     return example;
 }
