@@ -117,6 +117,7 @@ Run AddRun(CLI::App& command)
     command.add_option("SCRIPT", *scripts, "The scripts, played one after the other on one PC")
         ->required();
     return [=] {
+        CatchStopSignals();
         Screen screen;
         options->watcher = screen.progress();
         return PlayScripts(*scripts, *options, screen.out(), std::cerr);
@@ -126,7 +127,10 @@ Run AddRun(CLI::App& command)
 Run AddLive(CLI::App& command)
 {
     const auto options = AddPcOptions(command);
-    return [=] { return Prompt(*options); };
+    return [=] {
+        CatchStopSignals();
+        return Prompt(*options);
+    };
 }
 
 Run AddHelp(CLI::App& command)
@@ -203,6 +207,7 @@ int Main(int argc, char** argv)
     for (const auto& [command, run] : runs) {
         if (command->parsed()) return run();
     }
+    CatchStopSignals();
     return Prompt(OwnFiles());
 }
 
@@ -217,7 +222,6 @@ bool ReaderIsGone()
 
 int main(int argc, char** argv)
 {
-    CatchStopSignals();
     int status = kRefused;
     try {
         status = Main(argc, argv);

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "pc/kept_folder.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/console/outputs.h"
 
@@ -26,6 +27,7 @@ bool CopyPage(const Machine& pc, const std::filesystem::path& to)
 int ReportOfRun(PlayOptions options, const ReportOptions& report, std::ostream& out,
                 std::ostream& errors)
 {
+    const KeptFolder folder(options.machine.root);
     Machine pc(options.machine);
     pc.Install(
         Image{.host_path = std::filesystem::path(options.image).replace_filename("libholvctl.so"),

@@ -44,8 +44,9 @@ constexpr Argument kArguments[] = {
     {"expect service", "STATE", "running|starting|stopping|stopped|absent", kClosed},
     {"expect power", "STATE", "on|off", kClosed},
     {"", "STATE", kStateChoice, kClosed},
-    {"ctl", "COMMAND", "restore|status|why|report", kClosed},
+    {"ctl", "COMMAND", "status|why|report|restore", kClosed},
     {"try", "COMMAND", "sleep"},
+    {"try", "WORD", ""},  // sleep is one word
     {"", "SWITCHES", "-Debug"},
     {"", "VENDOR", "GenuineOrbeq"},
     {"expect log", "TEXT", "\"EnterNormalS0State exit\""},
@@ -206,10 +207,9 @@ std::string ExampleOf(std::string_view pattern)
     std::string example;
     for (const std::string& word : PatternWords(pattern)) {
         const Argument* argument = IsArgumentName(word) ? Find(pattern, Bare(word)) : nullptr;
-        const bool left_out = word.starts_with("[") && !argument;
-        if (left_out) continue;
-        if (!example.empty()) example += " ";
-        example += argument ? Split(argument->values).front() : word;
+        const std::string value = argument ? Split(argument->values).front() : word;
+        if (value.empty()) continue;
+        example += (example.empty() ? "" : " ") + value;
     }
     return example;
 }

@@ -18,6 +18,12 @@ protected:
     std::ostringstream out;
     ServiceView view{pc};
     Story story{pc, out};
+
+    std::string Told()
+    {
+        story.Flush();
+        return out.str();
+    }
 };
 
 TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
@@ -55,7 +61,6 @@ TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
         EXPECT_THROW(Bind(ReadLine("expect client answer 2", {}, 1))(stage), ExpectationFailed);
         Bind(ReadLine("client quit", {}, 1))(stage);
     }
-    story.Flush();
     for (const char* told : {
              "UI: SetNeverSleepParam 1 1\n",
              "Second: sink A hears of event code 1\n",
@@ -64,7 +69,7 @@ TEST_F(AgentScriptTest, ScriptsUseTheInterfaceAndTellWhatCameOfIt)
              "UI: GetNeverSleepApiVersion gives 1,1,70,537\n",
              "E_AUDIO  1\n",
          }) {
-        EXPECT_NE(out.str().find(told), std::string::npos) << told;
+        EXPECT_NE(Told().find(told), std::string::npos) << told;
     }
 }
 

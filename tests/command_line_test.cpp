@@ -114,7 +114,7 @@ TEST_F(CommandLineTest, AWrongOptionIsNamedWithItsValueAndWhatItTakes)
 
 TEST_F(CommandLineTest, WhatCannotBeWrittenIsNoSuccess)
 {
-    for (const char* arguments : {"run a.pc", "run week.pc", "help"}) {
+    for (const char* arguments : {"run a.pc", "run week.pc", "help", "live <a.pc"}) {
         EXPECT_EQ(StatusOf(Start(std::string(arguments) + " >/dev/full 2>errors")), 3) << arguments;
         EXPECT_NE(Read("errors").find("the standard output cannot be written"), std::string::npos);
     }
@@ -156,6 +156,8 @@ TEST_F(CommandLineTest, TwoRunsDoNotShareAKeptPc)
               std::string::npos)
         << Read("errors");
     EXPECT_NE(Read("errors").find("--root kept week.pc"), std::string::npos);
+    EXPECT_EQ(Run("report --root kept"), 2);
+    EXPECT_NE(Read("errors").find("another PC runs there"), std::string::npos);
     kill(first, SIGTERM);
     StatusOf(first);
     // And what it kept is whole.
