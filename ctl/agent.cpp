@@ -86,7 +86,7 @@ long ValueIn(const std::wstring& text)
 // "22:00" or the minutes since midnight; -1 for anything else, also after 23:59.
 long TimeOfDayIn(const std::wstring& text)
 {
-    constexpr long kMinutesPerDay = 24 * 60;
+    constexpr long kMinutesPerDay = 24L * 60;
     const std::size_t colon = text.find(L':');
     long minutes = NumberIn(text);
     if (colon != text.npos) {
@@ -146,7 +146,7 @@ int RunSet(const CommandArguments& arguments)
     }
     const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
-    const HRESULT result = agent.SetParam(IdOf(*feature), value);
+    const HRESULT result = agent.SetParam(IdOf(*feature), value == 1 ? 1 : 0);
     if (FAILED(result)) return ReportFailure(result);
     return EndWith(kDone, name + (value ? L" is on." : L" is off."));
 }
