@@ -1,10 +1,12 @@
-// Answers a mutated file's questions. Linked into each image that has the file in it, and its data is the
-// image's own.
+// Answers a mutated file's questions. Linked into each image that has the file in it, and its data
+// is the image's own.
 //
 //   HOLV_FAULT=N              the fault that is in effect
-//   HOLV_FAULT_QUESTIONS=N    after so many questions the process ends: the fault made a loop endless.
+//   HOLV_FAULT_QUESTIONS=N    after so many questions the process ends: the fault made a loop
+//   endless.
 //                             A count, and not a clock, so that a busy host changes no result
-//   HOLV_FAULTS_REACHED=FILE  where to count the questions (8 bytes), and mark those asked (a byte each)
+//   HOLV_FAULTS_REACHED=FILE  where to count the questions (8 bytes), and mark those asked (a byte
+//   each)
 
 #include <fcntl.h>
 #include <sys/mman.h>
