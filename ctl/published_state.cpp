@@ -18,7 +18,7 @@ std::wstring ReadValue()
         size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
         const LSTATUS error = RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), kPublishedValue,
                                            RRF_RT_REG_SZ, nullptr, text.data(), &size);
-        if (error == ERROR_SUCCESS) return text.c_str();
+        if (error == ERROR_SUCCESS) return text.substr(0, text.find(L'\0'));
         if (error != ERROR_MORE_DATA) break;
     }
     return {};

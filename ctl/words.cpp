@@ -189,6 +189,7 @@ std::vector<std::wstring> NextSentences(const JsonValue& record)
     }
     std::ranges::sort(due);
     std::vector<std::wstring> sentences;
+    sentences.reserve(due.size());
     for (const auto& [time, what] : due) {
         sentences.push_back(L"At " + LocalTimeText(time, MinutesAhead(record)) + L" " + what +
                             L".");

@@ -1,5 +1,7 @@
 #include "json/json_writer.h"
 
+#include <type_traits>
+
 namespace {
 
 constexpr std::wstring_view kHexDigits = L"0123456789abcdef";
@@ -18,7 +20,8 @@ std::wstring QuoteJson(std::wstring_view text)
 {
     std::wstring quoted = L"\"";
     for (const wchar_t character : text) {
-        const auto code = static_cast<std::uint32_t>(character);
+        const auto code =
+            static_cast<std::uint32_t>(static_cast<std::make_unsigned_t<wchar_t>>(character));
         if (character == L'"' || character == L'\\') {
             quoted += L'\\';
             quoted += character;

@@ -24,7 +24,7 @@ bool CopyPage(const Machine& pc, const std::filesystem::path& to)
 
 }  // namespace
 
-int ReportOfRun(PlayOptions options, const ReportOptions& report, std::ostream& out,
+int ReportOfRun(const PlayOptions& options, const ReportOptions& report, std::ostream& out,
                 std::ostream& errors)
 {
     const KeptFolder folder(options.machine.root);

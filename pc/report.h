@@ -15,5 +15,5 @@ struct ReportOptions
 
 // Runs holvctl's report on the PC whose disk lies in options.machine.root. Returns holvctl's exit
 // code, or 1 when the page cannot be written.
-int ReportOfRun(PlayOptions options, const ReportOptions& report, std::ostream& out,
+int ReportOfRun(const PlayOptions& options, const ReportOptions& report, std::ostream& out,
                 std::ostream& errors);

@@ -16,9 +16,9 @@ namespace {
 using S = CNeverSleepState;
 
 // Events of the state machine, as the debugger raises them in an image.
-constexpr int kEnterActive = 1;
-constexpr int kEnterIdle = 2;
-constexpr int kEnterDnd = 3;
+constexpr int kRaiseActive = 1;
+constexpr int kRaiseIdle = 2;
+constexpr int kRaiseDnd = 3;
 
 Instant At(const char* time) { return *ParseCalendar(std::string("2026-03-02 ") + time); }
 
@@ -108,7 +108,7 @@ TEST(UndoneTest, OneLyncHelperRunsHoweverOftenActiveUseOfTheNightBeginsAndNoneIn
         });
     };
     for (const auto& [event, running] :
-         {std::pair{kEnterActive, 1}, {kEnterIdle, 1}, {kEnterActive, 1}, {kEnterDnd, 0}}) {
+         {std::pair{kRaiseActive, 1}, {kRaiseIdle, 1}, {kRaiseActive, 1}, {kRaiseDnd, 0}}) {
         evening.view.Raise(event);
         evening.Run(1s);
         EXPECT_EQ(helpers(), running)

@@ -1,141 +1,251 @@
 #include "storm/promised/promised.h"
 
+#include <algorithm>
+
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/power.h"
+#include "platform/virtual/power/sleep.h"
+#include "platform/virtual/power/user.h"
 #include "platform/virtual/sound/audio.h"
 
 using namespace virtual_pc;
 
 namespace {
 
-constexpr const char* kPlan = "active plan";
-
-// The name of a value of a plan, as the command "expect plan" takes it.
-std::string ValueName(const std::wstring& plan, const std::wstring& source,
-                      const std::wstring& setting)
-{
-    return "plan \"" + ToUtf8(plan) + "\" " + ToUtf8(source) + " " + ToUtf8(setting);
-}
+// How long something may be wrong.
+constexpr Duration kAtOnce = 15s;    // where nothing else has happened
+constexpr Duration kSoon = 1min;     // the return to normal use
+constexpr Duration kLedBack = 5min;  // what the service has to notice by itself
+constexpr Duration kStop = 30s;
+// Beyond the idle time-out: two looks at the idle time, and the sleep itself.
+constexpr Duration kGoes = 3min;
+constexpr Duration kSleeps = 10min;
 
 }  // namespace
 
-Promised::Promised(Machine& pc) : m_pc(pc), m_present(Now())
+Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
 {
-    for (const auto& [name, value] : m_present) m_wishes[name] = {value, pc.now()};
-    // What no program has done, the user has.
-    pc.journal.Listen([this](const Effect& effect) { Hear(effect); });
+    pc.journal.Listen([this, listens = m_listens](const Effect& effect) {
+        if (!*listens) return;
+        m_belongings.Hear(effect, m_now.moment());
+        m_now.Hear(effect);
+        // What was changed in the minute before may not be on the disk.
+        if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
+            m_belongings.TakeAsItIs(m_now.trouble() ? Instant{0} : effect.at - 65s);
+        }
+    });
 }
 
-std::map<std::string, std::string> Promised::Now() const
+Promised::~Promised()
 {
     const Hold hold(m_pc);
-    std::map<std::string, std::string> now;
-    now[kPlan] = ToUtf8(m_pc.power.active().name);
-    for (const auto& [guid, plan] : m_pc.power.plans()) {
-        for (const auto& [setting, value] : plan.values) {
-            const std::wstring name(PowerSettingName(setting));
-            // Never-sleep mode leaves its plan with the full processor.
-            if (name == L"processor-max") continue;
-            now[ValueName(plan.name, L"ac", name)] = std::to_string(value.ac);
-            now[ValueName(plan.name, L"dc", name)] = std::to_string(value.dc);
-        }
-    }
-    for (const Endpoint* endpoint : m_pc.audio.All()) {
-        if (endpoint->State() != DEVICE_STATE_ACTIVE) continue;
-        now["mute " + ToUtf8(endpoint->name())] = endpoint->Muted() ? "muted" : "unmuted";
-    }
-    return now;
-}
-
-void Promised::Set(const std::string& name, const std::string& value, const Effect& effect)
-{
-    std::string& present = m_present[name];
-    const bool by_hand = effect.thread == 0;
-    if (by_hand && present != value) m_wishes[name] = {value, effect.at};
-    present = value;
-}
-
-void Promised::Hear(const Effect& effect)
-{
-    if (effect.kind == "plan activated") {
-        Set(kPlan, ToUtf8(effect.Text("plan")), effect);
-    } else if (effect.kind == "plan written") {
-        Set(ValueName(effect.Text("plan"), effect.Text("source"), effect.Text("setting")),
-            std::to_string(effect.Number("value")), effect);
-    } else if (effect.kind == "mute") {
-        Set("mute " + ToUtf8(effect.Text("endpoint")),
-            effect.Number("muted") != 0 ? "muted" : "unmuted", effect);
-    } else if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
-        // What the user has changed in the last minute may be lost.
-        std::erase_if(m_wishes,
-                      [&](const auto& wish) { return effect.at - wish.second.since < 65s; });
-        m_present.clear();
-    }
+    *m_listens = false;
 }
 
 void Promised::Deed(const ScriptLine& line)
 {
-    const auto& words = line.words;
-    m_last_deed = m_pc.now();
-    if (words[0] == "plan" && words.size() > 2 && words[1] != "set" && words[1] != "active")
-        Forget(words);
-    if (words[0] == "sleep") m_works_since = kNever;
-    if (words[0] != "user" || words.size() < 2) return;
-    m_works_since = words[1] == "works" ? m_pc.now() : kNever;
+    const Hold hold(m_pc);
+    m_belongings.Deed(line);
+    m_now.Deed(line);
 }
 
-void Promised::Forget(const std::vector<std::string>& plans)
+void Promised::Wrong(Broken broken, Duration allowed)
 {
-    for (const std::string& plan : plans) {
-        std::erase_if(m_wishes, [&](const auto& wish) {
-            return wish.first.starts_with("plan \"" + plan + "\"") ||
-                   (wish.first == kPlan && wish.second.value == plan);
-        });
-    }
+    if (m_at_end || m_pc.now() - broken.since > allowed) m_broken.push_back(std::move(broken));
 }
 
-std::vector<Broken> Promised::Compare(bool at_end, Duration patience)
+// --- What is the user's ---
+
+namespace {
+
+std::string_view PromiseAbout(const std::string& object)
 {
-    std::vector<Broken> broken;
-    for (const auto& [name, is] : Now()) {
-        const auto wish = m_wishes.find(name);
-        const bool value = name.starts_with("plan ");
-        if (wish == m_wishes.end()) continue;
-        if (wish->second.value == is || (value && !at_end)) {
-            m_wrong.erase(name);
+    if (object == kActivePlanObject) return "the user's plan is active";
+    if (object.starts_with("plan ")) return "the plans have the user's values";
+    return "the endpoints sound as the user left them";
+}
+
+// While the feature is on, the user's plan and that of never-sleep mode allow both.
+bool HeldInUse(const std::string& object)
+{
+    return object.ends_with(" away-mode") || object.ends_with(" wake-timers");
+}
+
+}  // namespace
+
+void Promised::CheckBelongings(Instant from, Duration allowed_plan)
+{
+    const bool in_use = !m_at_end && m_now.running() && m_now.settings().feature_on;
+    m_belongings.Absorb();
+    for (const auto& [object, is] : m_belongings.Now()) {
+        const Wish& wish = *m_belongings.Find(object);
+        if (wish.values.contains(is)) continue;
+        if (in_use && HeldInUse(object) && wish.written.contains(is)) continue;
+        if (object.starts_with("mute ")) {
+            // One that was plugged in since is restored at the next return.
+            if (m_belongings.PluggedAt(object.substr(5)) >= m_now.left_at()) continue;
+        }
+        // A plan that no longer exists cannot be active.
+        if (object == kActivePlanObject &&
+            std::ranges::none_of(wish.values, [&](const std::string& plan) {
+                return m_pc.power.FindPlan(FromUtf8(plan)) != nullptr;
+            })) {
             continue;
         }
-        const Instant since = m_wrong.try_emplace(name, m_pc.now()).first->second;
-        if (m_pc.now() - since < patience) continue;
-        broken.push_back({name == kPlan ? "the user's plan is active"
-                          : value       ? "the plans have the user's values"
-                                        : "the endpoints sound as the user left them",
-                          name, wish->second.value, is, since});
+        const Duration allowed = object == kActivePlanObject ? allowed_plan : kLedBack;
+        Wrong({std::string(PromiseAbout(object)), object, wish.latest, is,
+               std::max(from, wish.touched)},
+              allowed);
     }
-    return broken;
 }
+
+void Promised::CheckInForce(Instant from)
+{
+    const PowerPlan& plan = m_pc.power.active();
+    const std::string source = m_pc.power.source() == PowerSource::ac ? "ac" : "dc";
+    for (const GUID* setting : {&GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS,
+                                &GUID_LOCK_CONSOLE_ON_WAKE, &GUID_STANDBY_TIMEOUT}) {
+        const std::string what = ToUtf8(PowerSettingName(*setting));
+        const std::string object = PlanValue(ToUtf8(plan.name), source, what);
+        const Wish* const wish = m_belongings.Find(object);
+        const auto in_force = m_pc.power.InForce(*setting);
+        if (!wish || !in_force) continue;
+        const std::string is = std::to_string(*in_force);
+        if (wish->values.contains(is) || wish->until_activated.contains(is)) continue;
+        Wrong({"the values in force are the user's", "in force " + what, wish->latest, is,
+               std::max(from, wish->touched)},
+              kLedBack);
+    }
+}
+
+void Promised::CheckDevice(Instant from)
+{
+    // One that came later is opened at the service's next start.
+    if (m_now.device_changed_at() >= m_now.state_since()) return;
+    for (const auto& device : m_pc.devices.All()) {
+        const DWORD mode = device->Mode().value_or(0);
+        if (!device->Present() || mode == 0) continue;
+        Wrong({"the platform device is in mode 0", ToUtf8(device->instance_id()), "0",
+               std::to_string(mode), std::max(from, device->Requests().back().at)},
+              kLedBack);
+    }
+}
+
+// --- Requests ---
+
+namespace {
+
+constexpr std::pair<POWER_REQUEST_TYPE, const char*> kRequests[] = {
+    {PowerRequestSystemRequired, "request system"}, {PowerRequestAwayModeRequired, "request away"}};
+
+}  // namespace
+
+void Promised::CheckNothingHeld(Instant from)
+{
+    for (const auto& [type, object] : kRequests) {
+        if (m_now.Held(type) == 0) continue;
+        Wrong({"no request is held while never-sleep mode is off", object, "released", "held",
+               std::max(from, m_now.held_since())},
+              kLedBack);
+    }
+}
+
+void Promised::CheckRequestsInUse(Instant from)
+{
+    const auto allowed = m_now.allowed();
+    if (!allowed || !m_pc.power.s3_supported) return;
+    for (const auto& [type, object] : kRequests) {
+        const int held = m_now.Held(type);
+        if (held == (*allowed ? 1 : 0)) continue;
+        Wrong({"the requests are held while never-sleep mode is allowed, and only then", object,
+               *allowed ? "held" : "released",
+               held == 0   ? "released"
+               : held == 1 ? "held"
+                           : "held twice",
+               std::max({from, m_now.held_since(), m_now.allowed_since()})},
+              kLedBack);
+    }
+}
+
+// --- Coming and going ---
+
+void Promised::CheckBack(Instant from, Duration allowed)
+{
+    if (m_pc.sleep.away()) {
+        Wrong({"the PC is in use when its user is back", "away mode", "off", "on", from}, allowed);
+    }
+    if (!m_pc.user.display_on()) {
+        Wrong({"the PC is in use when its user is back", "the display", "on", "off", from},
+              allowed);
+    }
+}
+
+void Promised::CheckGone()
+{
+    const bool awake = m_pc.sleep.phase() == SleepState::Phase::awake && !m_pc.sleep.stands_by();
+    const auto timeout = m_pc.power.InForce(GUID_STANDBY_TIMEOUT);
+    if (!awake || m_pc.user.works() || m_now.others_hold() || timeout.value_or(0) == 0) return;
+    if (!m_pc.power.s3_supported || m_pc.power.modern_standby || !m_pc.on()) return;
+    const Instant from = std::max(m_now.idle_since(), m_now.allowed_since());
+    const auto idle = std::chrono::seconds{*timeout};
+    const bool on = m_now.running() && m_now.settings().feature_on;
+    const std::optional<bool> allowed = on ? m_now.allowed() : false;
+    if (!allowed.value_or(false) && allowed) {
+        Wrong({"a PC without its user sleeps where never-sleep mode is not allowed", "the PC",
+               "asleep", m_pc.sleep.away() ? "awake, in away mode" : "awake", from + idle},
+              kSleeps);
+    } else if (!m_pc.sleep.away()) {
+        Wrong({"a PC without its user goes into away mode", "the PC", "away", "awake", from + idle},
+              kGoes);
+    }
+}
+
+// --- The looks ---
 
 std::vector<Broken> Promised::Check()
 {
-    const bool settled = m_works_since != kNever && m_pc.now() - m_works_since > 90s &&
-                         m_pc.now() - m_last_deed > 15s;
-    if (!settled) {
-        m_wrong.clear();
-        return {};
+    const Hold hold(m_pc);
+    m_broken.clear();
+    m_now.Look();
+    if (m_now.trouble() || !m_pc.on()) return {};
+    if (const auto since = m_now.stopping()) {
+        Wrong({"a stop ends the service within 30 seconds", "the service", "stopped", "stopping",
+               *since},
+              kStop);
     }
-    return Compare(false, 5min);
+    const bool on = m_now.running() && m_now.settings().feature_on;
+    const bool off = m_now.running() || (m_now.stopped() && !m_now.left_for_the_next_start());
+    Instant from = std::max(m_now.state_since(), m_now.settings_since());
+    if (on && m_now.there()) {
+        from = std::max(from, *m_now.there());
+        const bool plain = m_now.plain_return() && from == *m_now.there();
+        CheckBelongings(from, plain ? kAtOnce : kLedBack);
+        CheckInForce(from);
+        CheckDevice(from);
+        CheckRequestsInUse(from);
+        CheckBack(from, plain ? kAtOnce : kSoon);
+    } else if (!on && off) {
+        CheckBelongings(from, kLedBack);
+        CheckDevice(from);
+        CheckNothingHeld(from);
+    }
+    if (on || off) CheckGone();
+    return std::move(m_broken);
 }
 
 std::vector<Broken> Promised::CheckEnd()
 {
-    std::vector<Broken> broken = Compare(true, Duration{0});
     const Hold hold(m_pc);
-    for (const auto& [type, name] : {std::pair{PowerRequestSystemRequired, "request system"},
-                                     std::pair{PowerRequestAwayModeRequired, "request away"}}) {
-        if (m_pc.power.Held(type))
-            broken.push_back(
-                {"nothing is held after a stop", name, "released", "held", m_pc.now()});
-    }
-    return broken;
+    m_broken.clear();
+    m_at_end = true;
+    const Instant now = m_pc.now();
+    if (!m_now.stopped())
+        Wrong({"a stop ends the service", "the service", "stopped", "running", now}, kStop);
+    CheckBelongings(now, Duration{0});
+    CheckInForce(now);
+    CheckDevice(now);
+    CheckNothingHeld(now);
+    m_at_end = false;
+    return std::move(m_broken);
 }

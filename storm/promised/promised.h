@@ -1,12 +1,13 @@
-// What the user was promised: that everything is as it was left by the user's own hand.
+// What the user was promised (docs/promises.md), seen from outside: from the journal's effects, the
+// facets' present values and the settings in the registry, never from the service's own flags.
 #pragma once
 
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "pc/script.h"
-#include "platform/virtual/core/machine.h"
+#include "storm/promised/belongings.h"
+#include "storm/promised/circumstances.h"
 
 // Something that is other than promised. `since` is when it began.
 struct Broken
@@ -23,35 +24,36 @@ class Promised
 public:
     // Before the service's installation: remembers what is the user's.
     explicit Promised(virtual_pc::Machine& pc);
+    ~Promised();
+    Promised(const Promised&) = delete;
+    Promised& operator=(const Promised&) = delete;
 
     // Told of each deed just before it is played.
     void Deed(const ScriptLine& line);
     // At a quiet moment: what is wrong for longer than it may be.
     std::vector<Broken> Check();
-    // After the faults were ended, one leave and return, and a stop.
+    // After the faults were ended, one leave and return, and a stop: no time is allowed any more.
     std::vector<Broken> CheckEnd();
 
 private:
-    struct Wish
-    {
-        std::string value;
-        virtual_pc::Instant since{};
-    };
+    using Instant = virtual_pc::Instant;
+    using Duration = virtual_pc::Duration;
 
-    void Hear(const virtual_pc::Effect& effect);
-    // A value is set, by the user's hand or not. What the user sets to its present value is no
-    // wish.
-    void Set(const std::string& name, const std::string& value, const virtual_pc::Effect& effect);
-    // The present values, by the same names as the wishes.
-    std::map<std::string, std::string> Now() const;
-    // What was wished of these plans, which are made, renamed or deleted.
-    void Forget(const std::vector<std::string>& plans);
-    std::vector<Broken> Compare(bool at_end, virtual_pc::Duration patience);
+    // Notes that something is wrong, where it has been so for longer than allowed.
+    void Wrong(Broken broken, Duration allowed);
+    void CheckBelongings(Instant from, Duration allowed_plan);
+    void CheckInForce(Instant from);
+    void CheckDevice(Instant from);
+    void CheckNothingHeld(Instant from);
+    void CheckRequestsInUse(Instant from);
+    void CheckBack(Instant from, Duration allowed);
+    void CheckGone();
 
     virtual_pc::Machine& m_pc;
-    std::map<std::string, Wish> m_wishes;
-    std::map<std::string, std::string> m_present;
-    std::map<std::string, virtual_pc::Instant> m_wrong;
-    virtual_pc::Instant m_works_since = virtual_pc::kNever;
-    virtual_pc::Instant m_last_deed{};
+    Belongings m_belongings;
+    Circumstances m_now;
+    std::vector<Broken> m_broken;
+    // The journal keeps its listeners for as long as the PC exists.
+    std::shared_ptr<bool> m_listens = std::make_shared<bool>(true);
+    bool m_at_end = false;
 };

@@ -27,6 +27,25 @@ namespace {
 // image that is loaded where another has just been unloaded against that one's threads.
 std::mutex g_loading;
 
+// The calling thread loads or unloads an image as long as it lives.
+class Loading
+{
+public:
+    Loading() : m_lock(g_loading), m_thread(Thread::Self()) { Note(true); }
+    ~Loading() { Note(false); }
+    Loading(const Loading&) = delete;
+    Loading& operator=(const Loading&) = delete;
+
+private:
+    void Note(bool loads) const
+    {
+        if (m_thread) m_thread->loads = loads;
+    }
+
+    const std::scoped_lock<std::mutex> m_lock;
+    Thread* const m_thread;
+};
+
 }  // namespace
 
 // The loader gives the same image to every load of a file, so each load gets a copy of the file, in
@@ -56,7 +75,7 @@ LoadedImage::LoadedImage(const Image& image)
     // Not by /proc/self: a debugger opens this path in its own process.
     const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_file);
     {
-        const std::scoped_lock lock(g_loading);
+        const Loading loading;
         m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     }
     if (!m_library) fail(dlerror());
@@ -65,7 +84,7 @@ LoadedImage::LoadedImage(const Image& image)
 LoadedImage::~LoadedImage()
 {
     {
-        const std::scoped_lock lock(g_loading);
+        const Loading loading;
         dlclose(m_library);
     }
     close(m_file);

@@ -263,6 +263,7 @@ void Scheduler::AwaitGoOn(Thread& self)
 
 void Scheduler::Preempt(Thread& self)
 {
+    if (self.loads) return;
     if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
     if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
     if (m_options.priorities > 0) {

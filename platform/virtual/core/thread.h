@@ -76,6 +76,9 @@ public:
     bool leaving = false;  // ThreadEnds is under way in a killed process
 
     // With the machine held.
+    // It loads or unloads an image, which the host lets one thread do at a time: its platform calls
+    // hand over to no other, which might be about to do the same.
+    bool loads = false;
     std::int64_t priority = 0;                            // where the scheduler runs the highest
     std::map<const Function*, std::uint64_t> slow_calls;  // while functions take time
     // Calls that a fault with a rate may strike.

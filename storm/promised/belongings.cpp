@@ -1,0 +1,194 @@
+#include "storm/promised/belongings.h"
+
+#include "platform/virtual/base/text.h"
+#include "platform/virtual/core/process.h"
+#include "platform/virtual/core/thread.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/sound/audio.h"
+
+using namespace virtual_pc;
+
+namespace {
+
+std::string MuteText(bool muted) { return muted ? "muted" : "unmuted"; }
+std::string MuteOf(const std::string& endpoint) { return "mute " + endpoint; }
+
+}  // namespace
+
+By CausedBy(const Effect& effect)
+{
+    const Thread* const thread = effect.thread ? Thread::Self() : nullptr;
+    if (!thread || !thread->process) return By::user;
+    const std::wstring& path = thread->process->path();
+    const bool ours = path.ends_with(L"HOLVService.exe") || path.ends_with(L"holvctl.exe");
+    return ours ? By::service : By::user;
+}
+
+std::string PlanValue(std::string_view plan, std::string_view source, std::string_view setting)
+{
+    std::string name = "plan \"";
+    name.append(plan).append("\" ").append(source).append(" ").append(setting);
+    return name;
+}
+
+Belongings::Belongings(Machine& pc) : m_pc(pc) { Absorb(); }
+
+std::map<std::string, std::string> Belongings::Now() const
+{
+    const Hold hold(m_pc);
+    std::map<std::string, std::string> now;
+    now[kActivePlanObject] = ToUtf8(m_pc.power.active().name);
+    for (const auto& [guid, plan] : m_pc.power.plans()) {
+        const std::string name = ToUtf8(plan.name);
+        for (const auto& [setting, value] : plan.values) {
+            const std::string what = ToUtf8(PowerSettingName(setting));
+            now[PlanValue(name, "ac", what)] = std::to_string(value.ac);
+            now[PlanValue(name, "dc", what)] = std::to_string(value.dc);
+        }
+    }
+    for (const Endpoint* endpoint : m_pc.audio.All()) {
+        if (!endpoint->Active()) continue;
+        now[MuteOf(ToUtf8(endpoint->name()))] = MuteText(endpoint->Muted());
+    }
+    return now;
+}
+
+void Belongings::Absorb()
+{
+    for (const auto& [name, value] : Now()) {
+        const auto [wish, is_new] = m_wishes.try_emplace(name);
+        if (is_new) wish->second = {.values = {value}, .latest = value, .touched = m_pc.now()};
+    }
+}
+
+const Wish* Belongings::Find(const std::string& name) const
+{
+    const auto found = m_wishes.find(name);
+    return found == m_wishes.end() ? nullptr : &found->second;
+}
+
+Instant Belongings::PluggedAt(const std::string& endpoint) const
+{
+    const auto found = m_plugged.find(endpoint);
+    return found == m_plugged.end() ? Instant{0} : found->second;
+}
+
+// --- Changes ---
+
+void Belongings::Set(const std::string& name, const std::string& value, bool sure)
+{
+    Wish& wish = m_wishes[name];
+    const bool could_be_the_services = wish.written.contains(value);
+    if (sure && !could_be_the_services) wish.values.clear();
+    wish.values.insert(value);
+    wish.latest = value;
+    wish.touched = m_pc.now();
+}
+
+void Belongings::HearService(const std::string& name, const std::string& value, bool unread)
+{
+    Wish& wish = m_wishes[name];
+    wish.touched = m_pc.now();
+    if (wish.values.contains(value)) {
+        wish.written.clear();
+    } else {
+        wish.written.insert(value);
+        if (unread) wish.values.insert(value);
+        // Never-sleep mode leaves its plan with the full processor.
+        if (name.ends_with(" processor-max")) wish.values.insert("100");
+    }
+}
+
+void Belongings::HearPlan(const Effect& effect, const Moment& moment)
+{
+    const std::string plan = ToUtf8(effect.Text("plan"));
+    const bool by_service = CausedBy(effect) == By::service;
+    if (effect.kind == "plan activated") {
+        const std::string prefix = PlanValue(plan, "", "").substr(0, plan.size() + 8);
+        for (auto it = m_wishes.lower_bound(prefix);
+             it != m_wishes.end() && it->first.starts_with(prefix); ++it) {
+            it->second.until_activated.clear();
+        }
+        if (by_service) return HearService(kActivePlanObject, plan, moment.values_unread);
+        return Set(kActivePlanObject, plan);
+    }
+    const std::string name =
+        PlanValue(plan, ToUtf8(effect.Text("source")), ToUtf8(effect.Text("setting")));
+    const std::string value = std::to_string(effect.Number("value"));
+    if (by_service) return HearService(name, value, moment.values_unread);
+    Wish& wish = m_wishes[name];
+    wish.until_activated.insert(wish.values.begin(), wish.values.end());
+    Set(name, value);
+}
+
+void Belongings::HearMute(const Effect& effect, const Moment& moment)
+{
+    const std::wstring endpoint = effect.Text("endpoint");
+    const std::string name = MuteOf(ToUtf8(endpoint));
+    const bool muted = effect.Number("muted") != 0;
+    // An endpoint that was added and not yet looked at had the other state.
+    if (!m_wishes.contains(name)) Set(name, MuteText(!muted));
+    if (CausedBy(effect) == By::service) {
+        return HearService(name, MuteText(muted), moment.values_unread);
+    }
+    const Endpoint* const first = m_pc.audio.Default(eRender);
+    const bool is_default = first && first->name() == endpoint;
+    Set(name, MuteText(muted), moment.mute_counts && is_default);
+}
+
+void Belongings::Hear(const Effect& effect, const Moment& moment)
+{
+    if (m_plan_may_come) Absorb();
+    if (effect.kind == "plan activated" || effect.kind == "plan written") {
+        HearPlan(effect, moment);
+    } else if (effect.kind == "mute") {
+        HearMute(effect, moment);
+    } else if (effect.kind == "endpoint" && effect.Text("what") != L"default") {
+        m_plugged[ToUtf8(effect.Text("endpoint"))] = effect.at;
+    }
+}
+
+// --- Deeds ---
+
+void Belongings::Rename(const std::string& from, const std::string& to)
+{
+    if (!m_pc.power.FindPlan(FromUtf8(from)) || m_pc.power.FindPlan(FromUtf8(to))) return;
+    std::map<std::string, Wish> renamed;
+    const std::string before = "plan \"" + from + "\" ";
+    for (auto& [name, wish] : m_wishes) {
+        const bool its_own = name.starts_with(before);
+        renamed[its_own ? "plan \"" + to + "\" " + name.substr(before.size()) : name] = wish;
+    }
+    for (auto* values : {&renamed[kActivePlanObject].values, &renamed[kActivePlanObject].written}) {
+        if (values->erase(from) > 0) values->insert(to);
+    }
+    std::string& latest = renamed[kActivePlanObject].latest;
+    if (latest == from) latest = to;
+    m_wishes = std::move(renamed);
+}
+
+void Belongings::Deed(const ScriptLine& line)
+{
+    m_plan_may_come = false;
+    Absorb();
+    const auto& words = line.words;
+    if (words.size() < 3) return;
+    if (words[0] == "plan") {
+        m_plan_may_come = words[1] == "add" || words[1] == "copy";
+        if (words[1] == "rename" && words.size() == 4) Rename(words[2], words[3]);
+    } else if (words[0] == "audio" && (words[1] == "mute" || words[1] == "unmute")) {
+        const Endpoint* const endpoint = m_pc.audio.Find(FromUtf8(words[2]));
+        const bool wanted = words[1] == "mute";
+        if (endpoint && endpoint->Muted() == wanted) {
+            Set(MuteOf(ToUtf8(endpoint->name())), MuteText(wanted), false);
+        }
+    }
+}
+
+void Belongings::TakeAsItIs(Instant changed_since)
+{
+    for (const auto& [name, value] : Now()) {
+        Wish& wish = m_wishes[name];
+        if (wish.touched >= changed_since) wish.values.insert(value);
+    }
+}
