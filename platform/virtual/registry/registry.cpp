@@ -204,7 +204,7 @@ std::shared_ptr<RegistryNode> Registry::CreateKey(const RegistryPath& path)
         m_machine.unwritten.Note(HiveOf(target), [parent, name] { parent->Delete(name); });
         break;
     }
-    const std::shared_ptr<RegistryNode> made = RootOf(target.root)->Create(target.path);
+    std::shared_ptr<RegistryNode> made = RootOf(target.root)->Create(target.path);
     Changed({target.root, std::wstring(SplitLast(target.path).first)}, REG_NOTIFY_CHANGE_NAME);
     return made;
 }
