@@ -205,14 +205,14 @@ private:
 
 // A plan that is activated for an instant between two states is no news: leaves the last of the
 // instant, and that only where it differs from the plan before.
-void JoinPlans(std::vector<ReportEvent>& events)
+void JoinPlans(std::vector<ReportedEvent>& events)
 {
     constexpr std::wstring_view kPlan = L"plan";
-    const auto is_plan = [&](const ReportEvent& event) { return event.kind == kPlan; };
-    std::vector<ReportEvent> joined;
-    for (ReportEvent& event : events) {
+    const auto is_plan = [&](const ReportedEvent& event) { return event.kind == kPlan; };
+    std::vector<ReportedEvent> joined;
+    for (ReportedEvent& event : events) {
         if (is_plan(event)) {
-            std::erase_if(joined, [&](const ReportEvent& other) {
+            std::erase_if(joined, [&](const ReportedEvent& other) {
                 return is_plan(other) && other.utc == event.utc;
             });
             const auto last = std::find_if(joined.rbegin(), joined.rend(), is_plan);
@@ -229,7 +229,7 @@ void LeaveDays(Report& report, int days)
     if (days <= 0 || report.days.empty()) return;
     const std::int64_t first = report.days.rbegin()->first - days + 1;
     report.days.erase(report.days.begin(), report.days.lower_bound(first));
-    std::erase_if(report.events, [&](const ReportEvent& event) {
+    std::erase_if(report.events, [&](const ReportedEvent& event) {
         const auto local =
             static_cast<std::int64_t>(event.utc / kUnitsPerMs) + event.minutes_ahead * 60'000LL;
         return local / kMsPerDay < first;

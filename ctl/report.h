@@ -44,7 +44,7 @@ struct ReportDay
 };
 
 // Something that happened at a time, in a sentence.
-struct ReportEvent
+struct ReportedEvent
 {
     UtcTime utc;
     int minutes_ahead;
@@ -55,7 +55,7 @@ struct ReportEvent
 struct Report
 {
     std::map<std::int64_t, ReportDay> days;  // by local days since 1601
-    std::vector<ReportEvent> events;
+    std::vector<ReportedEvent> events;
     std::size_t records = 0;
     int torn_lines = 0;
 };

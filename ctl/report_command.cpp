@@ -61,7 +61,7 @@ std::wstring ReportText(const Report& report)
     for (const auto& [name, ms] : HoldersOf(report)) {
         text += L"Held awake by " + name + L" for " + HoursText(ms) + L"\n";
     }
-    for (const ReportEvent& event : report.events) {
+    for (const ReportedEvent& event : report.events) {
         text += LocalText(event.utc, event.minutes_ahead) + L"  " + event.text + L"\n";
     }
     if (report.torn_lines > 0) {
@@ -95,7 +95,7 @@ std::wstring ReportJson(const Report& report)
         holders.Add(JsonObject().Text(L"name", name).Number(L"ms", ms).Done());
     }
     JsonArray events;
-    for (const ReportEvent& event : report.events) {
+    for (const ReportedEvent& event : report.events) {
         events.Add(JsonObject()
                        .Time(L"utc", event.utc)
                        .Text(L"local", LocalText(event.utc, event.minutes_ahead))

@@ -195,7 +195,7 @@ void AddEvents(std::wstring& html, const Report& report)
                 L" are left out.</p>\n";
     html += L"<table>";
     for (std::size_t i = left_out; i < report.events.size(); ++i) {
-        const ReportEvent& event = report.events[i];
+        const ReportedEvent& event = report.events[i];
         html += L"<tr><td>" + LocalText(event.utc, event.minutes_ahead) + L"</td><td class=\"k\">" +
                 event.kind + L"</td><td class=\"w\">" + Escape(event.text) + L"</td></tr>\n";
     }

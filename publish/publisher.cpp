@@ -63,7 +63,7 @@ std::wstring ReadText(HKEY key, const wchar_t* name)
     std::wstring text(size / sizeof(wchar_t) + 1, L'\0');
     size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
     if (RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ, nullptr, text.data(), &size)) return {};
-    return text.c_str();
+    return text.substr(0, text.find(L'\0'));
 }
 
 // The parent is made first, by a call of its own: with the volatile key it would be volatile, too,
