@@ -154,6 +154,7 @@ void Pool::Run(const std::function<std::optional<Work>()>& next,
             for (const Child& child : children) kill(child.pid, SIGKILL);
         }
         std::vector<pollfd> waiting;
+        waiting.reserve(children.size());
         for (const Child& child : children) waiting.push_back({child.out, POLLIN, 0});
         poll(waiting.data(), waiting.size(), 200);
         for (std::size_t i = children.size(); i-- > 0;) {

@@ -213,9 +213,11 @@ Lines SetUp(Draw& draw, const Home& home)
     if (draw.Chance(10)) lines.push_back("pc sleeps " + draw.Of({"modern", "never"}));
     if (draw.Chance(80)) lines.emplace_back(R"(device add ACPI\QRX5071\1)");
     for (const std::string& name : home.endpoints) {
-        const std::string flow = name == "Mic" ? " capture " : " render ";
-        lines.push_back("audio add " + name + flow + draw.Of({"unmuted", "unmuted", "muted"}) +
-                        (name == "Desk" || name == "Mic" ? " default" : ""));
+        std::string line = "audio add " + name;
+        line += name == "Mic" ? " capture " : " render ";
+        line += draw.Of({"unmuted", "unmuted", "muted"});
+        if (name == "Desk" || name == "Mic") line += " default";
+        lines.push_back(std::move(line));
     }
     for (const std::string name :
          {"MuteAudio", "DndToS3", "EnableHOLVOnDc", "EnableDoNotDisturb"}) {
