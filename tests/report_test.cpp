@@ -74,7 +74,9 @@ nlohmann::json ReportOf(Machine& pc)
 void Live(UsersPc& user, Random& random)
 {
     Machine& pc = user.pc;
-    const auto span = [&] { return std::chrono::seconds{1 + random.Below(3 * 3600)}; };
+    const auto span = [&] {
+        return std::chrono::seconds{1 + random.Below(std::uint64_t{3} * 3600)};
+    };
     switch (random.Below(10)) {
         case 0:
         case 1:

@@ -32,6 +32,12 @@ public:
     }
 
 private:
+    static void Add(std::string& wrong, std::initializer_list<std::string_view> parts)
+    {
+        for (const std::string_view part : parts) wrong += part;
+        wrong += "\n";
+    }
+
     static bool IsOf(const json& value, const std::string& type)
     {
         return type == "integer" ? value.is_number_integer() : value.type_name() == type;
@@ -65,13 +71,15 @@ private:
                       std::string& wrong) const
     {
         for (const auto& name : schema["required"]) {
-            if (!value.contains(name)) wrong += path + " lacks " + name.dump() + "\n";
+            if (!value.contains(name)) Add(wrong, {path, " lacks ", name.dump()});
         }
         for (const auto& [name, member] : value.items()) {
             if (!schema["properties"].contains(name)) {
-                wrong += path + " has \"" + name + "\"\n";
+                Add(wrong, {path, " has \"", name, "\""});
             } else {
-                Check(member, schema["properties"][name], path + "." + name, wrong);
+                std::string place = path;
+                place.append(".").append(name);
+                Check(member, schema["properties"][name], place, wrong);
             }
         }
     }
@@ -87,7 +95,7 @@ json StatusAfter(Player& player, const ScriptLine& line, std::ostringstream& out
     player.Play(ReadLine("ctl \"status --json\"", {}, 1));
     const std::string said = out.str();
     const std::size_t begin = said.find("{\"schema\"");
-    const json status =
+    json status =
         begin == said.npos
             ? json()
             : json::parse(said.substr(begin, said.find('\n', begin) - begin), nullptr, false);

@@ -234,10 +234,11 @@ void Registry::Changed(const RegistryPath& resolved, DWORD what)
                SameName(changed.substr(0, watched.size()), watched) &&
                (watched.empty() || changed[watched.size()] == L'\\');
     };
-    const auto told = std::ranges::stable_partition(
-        m_watchers, [&](const Watcher& watcher) { return !concerns(watcher); });
-    const std::vector<Watcher> tell(told.begin(), told.end());
-    m_watchers.erase(told.begin(), told.end());
+    const auto told =
+        std::stable_partition(m_watchers.begin(), m_watchers.end(),
+                              [&](const Watcher& watcher) { return !concerns(watcher); });
+    const std::vector<Watcher> tell(told, m_watchers.end());
+    m_watchers.erase(told, m_watchers.end());
     for (const Watcher& watcher : tell) watcher.changed();
 }
 
