@@ -125,7 +125,8 @@ TEST(ReportTest, TheHoursAreThoseOfThePcToTheSecondWhateverHappens)
         user.pc.RunFor(2min);
         user.StopService();
         Times told;
-        for (const auto& day : ReportOf(user.pc)["days"]) {
+        const nlohmann::json report = ReportOf(user.pc);
+        for (const auto& day : report["days"]) {
             for (const auto& [state, ms] : day["ms"].items()) {
                 told[state] += std::chrono::milliseconds{ms.get<std::int64_t>()};
             }
