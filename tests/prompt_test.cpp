@@ -146,6 +146,7 @@ protected:
 
 TEST_F(TerminalTest, ThePcLivesWhileOneTypesAndAnInterruptStopsARunAlone)
 {
+    if (kRunFree) GTEST_SKIP() << "the thread sanitizer holds signals back while the PC lives";
     Await("no service> ");
     Type("serv\tinst\t\n");
     Await("HOLVService is installed as a service");

@@ -150,6 +150,7 @@ TEST(RestoreChoiceTest, APlanThatIsChosenWhileNeverSleepModeLastsStandsAfterTheR
         user.StartService();
         user.Enter(state);
         user.pc.power.Activate(GUID_MIN_POWER_SAVINGS);
+        user.pc.RunFor(1s);
         user.view.Raise(enter_s0);
         user.pc.RunFor(1s);
         EXPECT_EQ(user.pc.power.active().name, L"High performance");

@@ -9,9 +9,9 @@ export WINEPREFIX=$PWD/build/wine_msi WINEARCH=win64 WINEDEBUG=-all
 export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 unset DISPLAY
+source tools/wine_programs.sh
 # No trace is wanted here.
 traced=-all trace=/dev/null declared=none
-source tools/wine_programs.sh
 trap end_wine EXIT
 patience=90
 
