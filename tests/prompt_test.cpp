@@ -101,7 +101,7 @@ protected:
         if (m_child == 0) {
             setenv("HOME", m_home.c_str(), 1);
             setenv("TERM", "xterm", 1);
-            // What a stopped run gives up would be told at the end, where nobody reads any more.
+            // What a stopped run gives up would be told at the end, which no reader awaits.
             setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
             execl(program.c_str(), "holvpc", "live", "--speed", "600", nullptr);
             _exit(127);
