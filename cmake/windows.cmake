@@ -102,8 +102,8 @@ set_target_properties(wine_powrprof PROPERTIES
 
 # Programs for the Wine check: one signals the running service's events, which it finds by the
 # linker's map; one stands for a helper and tells how it was started; one listens on the trace pipe
-# and does not read.
-foreach(program raise_event tell_start deaf_listener)
+# and does not read; one lists power requests.
+foreach(program raise_event tell_start deaf_listener powercfg)
     add_executable(wine_${program} tools/wine/${program}.cpp)
     target_link_options(wine_${program} PRIVATE -municode -mconsole)
     set_target_properties(wine_${program} PROPERTIES

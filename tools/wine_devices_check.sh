@@ -27,6 +27,11 @@ add_value "$interface" DeviceInstance REG_SZ 'ACPI\QRX5071\0'
 add_value "$interface\\#" SymbolicLink REG_SZ "\\\\?\\ACPI#QRX5071#0#$device_class"
 add_value "$interface\\#\\Control" Linked REG_DWORD 1
 
+# The program that lists the power requests lies where Windows has it.
+listing=$WINEPREFIX/drive_c/windows/system32/powercfg.exe
+cp "$build/wine/powercfg.exe" "$listing"
+rm -f "$listing.told"
+
 start_service >/dev/null
 raise $active $normal $dnd $normal
 stop_service >/dev/null
@@ -46,6 +51,12 @@ check "do-not-disturb mutes all, and normal use unmutes them" \
     "muted, muted, muted, not muted, not muted, not muted, " \
     "$(grep -aoE 'SetMute called on device .* with (not )?muted' "$log" | sed 's/.* with //; s/$/,/' |
         tail -n 6 | tr '\n' ' ')"
+
+check "the listing of the power requests is asked for, and its lines are in the log" \
+    "-requests; [DRIVER] Wine Audio Device, [PROCESS] \\Device\\Disk\\Music.exe, " \
+    "$(tr -d '\r' <"$listing.told" | sort -u); $(
+        grep -aoE '\[(DRIVER|PROCESS)\] [A-Za-z. \\]*[a-z]' "$log" | awk '!seen[$0]++' | sed 's/$/,/' | tr '\n' ' ')"
+rm -f "$listing" "$listing.told"
 
 wine_does net stop HolvPlatform >/dev/null
 wine_does sc delete HolvPlatform >/dev/null
