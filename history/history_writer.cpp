@@ -1,5 +1,6 @@
 #include "history/history_writer.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "history/history_files.h"
@@ -20,8 +21,8 @@ HANDLE OpenHistory(const std::wstring& path, DWORD disposition)
 // Of plain ASCII, as all JSON is here.
 std::string Narrow(const std::wstring& text)
 {
-    std::string narrow;
-    for (const wchar_t character : text) narrow += static_cast<char>(character);
+    std::string narrow(text.size(), '\0');
+    std::ranges::transform(text, narrow.begin(), [](wchar_t c) { return static_cast<char>(c); });
     return narrow;
 }
 
@@ -32,11 +33,13 @@ bool HistoryWriter::Open(UtcTime utc)
     if (m_file && m_day == utc / kUnitsPerDay) return true;
     const std::wstring folder = HistoryFolder();
     if (folder.empty()) return false;
-    // The parents exist: the log is in them.
-    CreateDirectoryW(folder.c_str(), nullptr);
     const LocalTime day = ToLocal(utc, 0);
     const std::wstring path = HistoryPath(folder, day.month, day.day);
     m_file.Reset(OpenHistory(path, OPEN_ALWAYS));
+    // The parents exist: the log is in them.
+    if (!m_file && CreateDirectoryW(folder.c_str(), nullptr)) {
+        m_file.Reset(OpenHistory(path, OPEN_ALWAYS));
+    }
     if (m_file && IsOfAnotherYear(utc)) m_file.Reset(OpenHistory(path, CREATE_ALWAYS));
     if (!m_file) return false;
     m_day = utc / kUnitsPerDay;

@@ -71,10 +71,10 @@ bool ReadSleeps()
 
 std::optional<ULONGLONG> TimeTo(GlobalEvent timer)
 {
-    const std::optional<ULONGLONG> due = GlobalTimerDue(timer);
-    if (!due) return std::nullopt;
     const ULONGLONG now = GetTickCount64();
-    return *due > now ? *due - now : 0;
+    const std::optional<ULONGLONG> due = GlobalTimerDue(timer, now);
+    if (!due) return std::nullopt;
+    return *due - now;
 }
 
 void ReadHours(Facts& facts)

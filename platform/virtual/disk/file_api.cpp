@@ -75,7 +75,7 @@ protected:
     // `text`, each as the character of its value.
     void Record(Machine& machine, std::uint64_t offset, std::string_view bytes) const
     {
-        if (!machine.journal.Listened()) return;
+        if (!machine.journal.Listened("write")) return;
         std::wstring text;
         text.reserve(bytes.size());
         for (const char byte : bytes) text += static_cast<unsigned char>(byte);
@@ -289,7 +289,11 @@ std::wstring UserOf(const Call& call)
 // Where a file lies, with links followed; the path itself where it does not exist yet.
 std::string PlaceOf(const fs::path& host)
 {
+    // Its folder exists nearly always: asking for that one name is cheaper than for each of the
+    // path.
     std::error_code error;
+    const fs::path folder = fs::canonical(host.parent_path(), error);
+    if (!error && !fs::is_symlink(host, error)) return (folder / host.filename()).string();
     const fs::path place = fs::weakly_canonical(host, error);
     return (error ? host : place).string();
 }
