@@ -311,7 +311,9 @@ void Playing::End()
         const bool done = Do(command);
         m_last_deed = Now();
         if (command == "run 3m") Quiet();
-        if (!done && command == "service stop" && m_player.view().service()) {
+        // A switch may have removed the service: then its program is a plain server.
+        const bool installed = m_player.pc().services.Read(L"HOLVService").has_value();
+        if (!done && command == "service stop" && installed && m_player.view().service()) {
             Found("a stop ends the service within a minute", "the service", "running");
         }
     }
