@@ -4,6 +4,7 @@
 
 #include "history/history_files.h"
 #include "log/log.h"
+#include "log/own_place.h"
 #include "platform/file.h"
 
 namespace {
@@ -32,10 +33,11 @@ bool HistoryWriter::Open(UtcTime utc)
     if (m_file && m_day == utc / kUnitsPerDay) return true;
     const std::wstring folder = HistoryFolder();
     if (folder.empty()) return false;
-    // The parents exist: the log is in them.
-    CreateDirectoryW(folder.c_str(), nullptr);
+    if (!MakeOwnFolder(folder.substr(0, folder.rfind(L'\\'))) || !MakeOwnFolder(folder))
+        return false;
     const LocalTime day = ToLocal(utc, 0);
     const std::wstring path = HistoryPath(folder, day.month, day.day);
+    if (IsLink(path)) return false;
     m_file.Reset(OpenHistory(path, OPEN_ALWAYS));
     if (m_file && IsOfAnotherYear(utc)) m_file.Reset(OpenHistory(path, CREATE_ALWAYS));
     if (!m_file) return false;

@@ -21,6 +21,7 @@
 #include "platform/virtual/core/memory.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/devices/device.h"
+#include "platform/virtual/disk/descriptor.h"
 #include "platform/virtual/disk/disk.h"
 
 using namespace virtual_pc;
@@ -451,7 +452,7 @@ BOOL WINAPI FlushFileBuffers(HANDLE file)
     return TRUE;
 }
 
-BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
+BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes)
 {
     Call call(fn_create_directory);
     if (call.Fails()) return FALSE;
@@ -470,6 +471,9 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
     constexpr mode_t kMode = 0755;
     if (mkdir(host->c_str(), kMode) != 0) return call.Fail(ErrorOf(errno));
     rights.Made(place, UserOf(call));
+    if (attributes && attributes->lpSecurityDescriptor) {
+        rights.Set(place, ToRights(static_cast<const wchar_t*>(attributes->lpSecurityDescriptor)));
+    }
     return TRUE;
 }
 
