@@ -30,12 +30,15 @@ class WakeUps
 public:
     WakeUps(Machine& pc, const ServiceView& view) : m_pc(pc), m_state(view.state())
     {
-        pc.journal.Listen([this](const Effect& effect) {
-            if (effect.kind != "state" && effect.kind != "power source") return;
+        const auto wanted = [](std::string_view kind) {
+            return kind == "state" || kind == "power source";
+        };
+        const auto hear = [this](const Effect& effect) {
             Count();
             if (effect.kind == "state") m_state = StateOf(ToUtf8(effect.Text("to")));
             m_on_battery = m_pc.power.source() == PowerSource::dc;
-        });
+        };
+        pc.journal.Listen(hear, wanted);
     }
 
     // Reports how often an hour the service wakes in each state: "HOLV_IDLE/h" on mains, "HOLV_IDLE

@@ -102,8 +102,8 @@ set_target_properties(wine_powrprof PROPERTIES
 
 # Programs for the Wine check: one signals the running service's events, which it finds by the
 # linker's map; one stands for a helper and tells how it was started; one listens on the trace pipe
-# and does not read.
-foreach(program raise_event tell_start deaf_listener)
+# and does not read; one lists power requests.
+foreach(program raise_event tell_start deaf_listener powercfg)
     add_executable(wine_${program} tools/wine/${program}.cpp)
     target_link_options(wine_${program} PRIVATE -municode -mconsole)
     set_target_properties(wine_${program} PROPERTIES
@@ -114,6 +114,20 @@ endforeach()
 add_library(wine_vexlog SHARED tools/wine/vexlog.cpp)
 set_target_properties(wine_vexlog PROPERTIES
     PREFIX "" OUTPUT_NAME vexlog_stand_in RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+
+# A platform device's driver.
+add_library(wine_platform_device SHARED tools/wine/platform_device.cpp)
+find_path(HOLV_DRIVER_HEADERS wdm.h PATH_SUFFIXES ddk REQUIRED)
+target_include_directories(wine_platform_device SYSTEM PRIVATE ${HOLV_DRIVER_HEADERS})
+# The driver headers define two functions that the compiler's own define too.
+target_compile_definitions(wine_platform_device PRIVATE
+    __INTRINSIC_DEFINED_InterlockedBitTestAndSet __INTRINSIC_DEFINED_InterlockedBitTestAndReset)
+target_compile_options(wine_platform_device PRIVATE -fno-exceptions -fno-rtti -fno-stack-protector)
+target_link_options(wine_platform_device PRIVATE
+    -nostdlib -Wl,--subsystem,native -Wl,-e,DriverEntry)
+target_link_libraries(wine_platform_device PRIVATE ntoskrnl)
+set_target_properties(wine_platform_device PROPERTIES PREFIX "" SUFFIX ".sys"
+    OUTPUT_NAME platform_device RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
 # The service's log alone, amid faults.
 add_executable(wine_log_faults tools/wine/log_faults.cpp ${log_sources} ${fault_source}

@@ -93,6 +93,10 @@ std::wstring NotRunningSentence(const PublishedState& state)
 // What would have to change, where never-sleep mode is allowed.
 std::wstring WhatToChange(const JsonValue& record)
 {
+    if (record[L"requests"].Text() == L"released" &&
+        record[L"correction"][L"rule"].Text() == L"no_s3") {
+        return L"This PC does not support S3, without which never-sleep mode cannot keep it awake.";
+    }
     if (InNeverSleepMode(record)) {
         return L"To let it sleep: holvctl set never-sleep off, or set sleep-in-hours on for the "
                L"do-not-disturb hours. The user's return ends never-sleep mode by itself.";

@@ -1,5 +1,6 @@
 #include "history/history_writer.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "history/history_files.h"
@@ -21,8 +22,8 @@ HANDLE OpenHistory(const std::wstring& path, DWORD disposition)
 // Of plain ASCII, as all JSON is here.
 std::string Narrow(const std::wstring& text)
 {
-    std::string narrow;
-    for (const wchar_t character : text) narrow += static_cast<char>(character);
+    std::string narrow(text.size(), '\0');
+    std::ranges::transform(text, narrow.begin(), [](wchar_t c) { return static_cast<char>(c); });
     return narrow;
 }
 

@@ -7,25 +7,27 @@
 
 #include "json/utc.h"
 
-// An object, as one line of text in plain ASCII.
+// An object, as one line of text in plain ASCII. The names are plain letters.
 class JsonObject
 {
 public:
     JsonObject& Text(std::wstring_view name, std::wstring_view value);
     JsonObject& Number(std::wstring_view name, std::int64_t value);
     JsonObject& Flag(std::wstring_view name, bool value);
-    JsonObject& Time(std::wstring_view name, UtcTime value) { return Text(name, FormatUtc(value)); }
+    JsonObject& Time(std::wstring_view name, UtcTime value);
     JsonObject& Null(std::wstring_view name) { return Raw(name, L"null"); }
     // A value that is JSON already.
     JsonObject& Raw(std::wstring_view name, std::wstring_view json);
-    JsonObject& Object(std::wstring_view name, const JsonObject& value)
-    {
-        return Raw(name, value.Done());
-    }
+    JsonObject& Object(std::wstring_view name, const JsonObject& value);
+    // Another object's members.
+    JsonObject& Members(const JsonObject& other);
 
     std::wstring Done() const { return L"{" + m_members + L"}"; }
 
 private:
+    // Begins a member, whose value the caller appends.
+    std::wstring& Member(std::wstring_view name);
+
     std::wstring m_members;
 };
 

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <iterator>
 
-#include "log/format.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -57,13 +56,22 @@ LocalTime ToLocal(UtcTime time, int minutes_ahead)
             seconds % 60};
 }
 
+// Each record has several times, and a record is made for each change: no format is parsed for it.
 std::wstring FormatUtc(UtcTime time)
 {
     const LocalTime utc = ToLocal(time, 0);
-    wchar_t text[32];
-    FormatText(text, L"%04d-%02d-%02dT%02d:%02d:%02d.%03uZ", utc.year, utc.month, utc.day, utc.hour,
-               utc.minute, utc.second,
-               static_cast<unsigned>(time % kUnitsPerSecondOfDay / kUnitsPerMs));
+    std::wstring text = L"0000-00-00T00:00:00.000Z";
+    const auto put = [&](std::size_t at, std::size_t digits, int number) {
+        for (; digits > 0; number /= 10)
+            text[at + --digits] = static_cast<wchar_t>(L'0' + number % 10);
+    };
+    put(0, 4, utc.year);
+    put(5, 2, utc.month);
+    put(8, 2, utc.day);
+    put(11, 2, utc.hour);
+    put(14, 2, utc.minute);
+    put(17, 2, utc.second);
+    put(20, 3, static_cast<int>(time % kUnitsPerSecondOfDay / kUnitsPerMs));
     return text;
 }
 

@@ -5,6 +5,8 @@
 // No lock is held across a wait, a sleep or a call that may call back.
 #pragma once
 
+#include <atomic>
+
 #include "platform/kernel.h"
 
 class CriticalSection
@@ -32,4 +34,38 @@ public:
 
 private:
     CriticalSection& m_section;
+};
+
+// A value that seldom changes and is often looked at. A caller that keeps a Copy takes the lock
+// only after a change.
+template <typename T>
+class Guarded
+{
+public:
+    struct Copy
+    {
+        T value{};
+        unsigned changes = 0;
+    };
+
+    // `change` returns whether it has changed the value.
+    template <typename Function>
+    void Change(Function change)
+    {
+        const ScopedLock lock(m_lock);
+        if (change(m_value)) ++m_changes;
+    }
+
+    // Makes the copy anew if the value has changed since it was made.
+    void Refresh(Copy& copy) const
+    {
+        if (copy.changes == m_changes) return;
+        const ScopedLock lock(m_lock);
+        copy = {m_value, m_changes};
+    }
+
+private:
+    mutable CriticalSection m_lock;
+    T m_value{};
+    std::atomic<unsigned> m_changes = 0;
 };

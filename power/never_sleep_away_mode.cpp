@@ -1,6 +1,7 @@
 #include "power/never_sleep_away_mode.h"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <utility>
 
@@ -35,6 +36,14 @@ namespace {
 // a request, one clear would leave it held.
 CriticalSection g_lock;
 
+// What AreBoth answers. Written under the lock.
+struct BothRequests
+{
+    bool set, cleared;
+};
+std::atomic<BothRequests> g_both = {{true, true}};
+static_assert(std::atomic<BothRequests>::is_always_lock_free);
+
 HANDLE CreateRequest()
 {
     wchar_t reason[std::size(kRequestReason)];
@@ -54,6 +63,7 @@ BOOL CNeverSleepAwayMode::Initialize()
     m_hAwayModeRequest = CreateRequest();
     m_hSystemRequiredRequest = CreateRequest();
     m_bAwayModeRequested = m_bSystemRequiredRequested = FALSE;
+    NoteBoth();
     if (m_hAwayModeRequest == INVALID_HANDLE_VALUE ||
         m_hSystemRequiredRequest == INVALID_HANDLE_VALUE) {
         Log(3, L"CNeverSleepAwayMode::Initialize", L"Can't create power request, GLE=%d\n",
@@ -71,6 +81,7 @@ void CNeverSleepAwayMode::Uninitialize()
     for (HANDLE* request : {&m_hAwayModeRequest, &m_hSystemRequiredRequest}) {
         const OwnedFile closed(std::exchange(*request, INVALID_HANDLE_VALUE));
     }
+    NoteBoth();
 }
 
 BOOL CNeverSleepAwayMode::Apply(const Change& change)
@@ -91,6 +102,7 @@ BOOL CNeverSleepAwayMode::Apply(const Change& change)
     }
     if (change.success) Log(6, change.function, L"%s", change.success);
     change.requested = change.wanted;
+    NoteBoth();
     return TRUE;
 }
 
@@ -128,10 +140,17 @@ BOOL CNeverSleepAwayMode::EnableIdleTimer()
 
 BOOL CNeverSleepAwayMode::AreBoth(BOOL wanted)
 {
-    const ScopedLock lock(g_lock);
-    const auto is_wanted = [wanted](HANDLE request, BOOL requested) {
-        return request == INVALID_HANDLE_VALUE || requested == wanted;
+    return wanted ? g_both.load().set : g_both.load().cleared;
+}
+
+void CNeverSleepAwayMode::NoteBoth()
+{
+    const auto are_both = [](BOOL wanted) {
+        const auto is_wanted = [wanted](HANDLE request, BOOL requested) {
+            return request == INVALID_HANDLE_VALUE || requested == wanted;
+        };
+        return is_wanted(m_hAwayModeRequest, m_bAwayModeRequested) &&
+               is_wanted(m_hSystemRequiredRequest, m_bSystemRequiredRequested);
     };
-    return is_wanted(m_hAwayModeRequest, m_bAwayModeRequested) &&
-           is_wanted(m_hSystemRequiredRequest, m_bSystemRequiredRequested);
+    g_both = {are_both(TRUE), are_both(FALSE)};
 }

@@ -29,12 +29,13 @@ public:
     static BOOL EnableIdleTimer();
 
     // Whether both requests are set, or both are not set, as `wanted` says; one that could not be
-    // created counts as wanted.
+    // created counts as wanted. Takes no lock.
     static BOOL AreBoth(BOOL wanted);
 
 private:
     struct Change;
     static BOOL Apply(const Change& change);
+    static void NoteBoth();
 
     static HANDLE m_hAwayModeRequest;
     static HANDLE m_hSystemRequiredRequest;

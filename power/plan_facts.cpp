@@ -1,12 +1,13 @@
 // What the manager knows of the plans.
 
+#include <utility>
+
 #include "power/plan_settings.h"
 
 namespace {
 
-// A lock of its own, held for a copy only: m_lock is held while plans are written.
-CriticalSection g_known_lock;
-CPowerPolicyManager::KnownPlans g_known{};
+// With a lock of its own, held for a copy only: m_lock is held while plans are written.
+Guarded<CPowerPolicyManager::KnownPlans> g_known;
 
 }  // namespace
 
@@ -19,22 +20,31 @@ CPowerPolicyManager::Plans CPowerPolicyManager::GetPlans() const
             m_bSleepTimeoutOverridden != FALSE, m_bActivationFailed != FALSE};
 }
 
+bool CPowerPolicyManager::KnownPlans::operator==(const KnownPlans& other) const
+{
+    return IsEqualGUID(user, other.user) && IsEqualGUID(active, other.active);
+}
+
 void CPowerPolicyManager::NoteUserPlan(const GUID& scheme)
 {
-    const ScopedLock lock(g_known_lock);
-    g_known.user = g_known.active = scheme;
+    g_known.Change([&](KnownPlans& plans) {
+        const KnownPlans before = std::exchange(plans, {scheme, scheme});
+        return !(plans == before);
+    });
 }
 
 void CPowerPolicyManager::NoteActivePlan(const GUID& scheme)
 {
-    const ScopedLock lock(g_known_lock);
-    g_known.active = scheme;
+    g_known.Change([&](KnownPlans& plans) {
+        const bool other = !IsEqualGUID(plans.active, scheme);
+        plans.active = scheme;
+        return other;
+    });
 }
 
-CPowerPolicyManager::KnownPlans CPowerPolicyManager::GetKnownPlans()
+void CPowerPolicyManager::RefreshKnownPlans(Guarded<KnownPlans>::Copy& copy)
 {
-    const ScopedLock lock(g_known_lock);
-    return g_known;
+    g_known.Refresh(copy);
 }
 
 std::optional<GUID> CPowerPolicyManager::GetActiveScheme()

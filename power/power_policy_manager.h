@@ -108,8 +108,10 @@ public:
     {
         GUID user;
         GUID active;
+        bool operator==(const KnownPlans& other) const;
     };
-    static KnownPlans GetKnownPlans();
+    // Makes the copy anew if they have changed since it was made.
+    static void RefreshKnownPlans(Guarded<KnownPlans>::Copy& copy);
 
     // The active plan; nothing when it cannot be read.
     static std::optional<GUID> GetActiveScheme();

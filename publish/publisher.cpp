@@ -24,7 +24,9 @@ struct Publisher
 {
     OwnedKey key;
     RecordHead head;
+    Camera camera;
     std::optional<Snapshot> published;
+    JsonObject facts;  // of `published`
     NextTimers timers;
     HistoryWriter history;
     std::uint64_t told = 0;  // changes of state that the history has
@@ -124,25 +126,28 @@ void Publisher::WriteHistory(const Snapshot& now, RecordEvent event)
         then.state = note.state;
         then.since = note.at;
         then.reason = ReasonOf(note.state, KnownUser(), now.feature_on);
-        history.Append(head.utc, HistoryRecord(head, then, RecordEvent::change));
+        history.Append(head.utc, HistoryRecord(head, then, facts, RecordEvent::change));
         ++head.number;
     }
     told = noted;
-    history.Append(head.utc, HistoryRecord(head, now, event));
+    history.Append(head.utc, HistoryRecord(head, now, facts, event));
 }
 
 void Publisher::Publish(RecordEvent event)
 {
-    Snapshot now = TakeSnapshot();
+    Snapshot now = camera.Take();
     const NextTimers next = TakeNextTimers();
     const bool news = !published || now != *published || event != RecordEvent::change ||
                       (g_look_at_clock.exchange(false) && IsClockSet());
     if (!news && next == timers) return;
     Stamp();
-    if (news) WriteHistory(now, event);
+    if (news) {
+        facts = FactsOf(now);
+        WriteHistory(now, event);
+    }
     if (key) {
         Report(WriteText(key.Get(), kPublishedValue,
-                         PublishedRecord(head, now, next, event != RecordEvent::stop)));
+                         PublishedRecord(head, now, facts, next, event != RecordEvent::stop)));
     }
     published = std::move(now);
     timers = next;

@@ -1,6 +1,6 @@
 #include "publish/record.h"
 
-#include "json/json_writer.h"
+#include "log/format.h"
 #include "publish/published_key.h"
 
 namespace {
@@ -26,32 +26,20 @@ void AddHead(JsonObject& record, const RecordHead& head)
                 JsonObject().Number(L"id", head.process_id).Time(L"started", head.process_started));
 }
 
-void AddFacts(JsonObject& record, const Snapshot& now)
+std::wstring TextOf(const GUID& plan)
 {
-    record.Flag(L"feature", now.feature_on)
-        .Object(L"user", JsonObject()
-                             .Flag(L"present", now.user_present)
-                             .Flag(L"away", now.away)
-                             .Flag(L"suspended", now.suspended))
-        .Object(L"power", JsonObject()
-                              .Flag(L"mains", now.on_ac)
-                              .Flag(L"battery_low", now.battery_low)
-                              .Flag(L"battery_allowed", now.battery_allowed))
-        .Text(L"requests", kRequestNames[static_cast<int>(now.requests)])
-        .Object(L"hours", JsonObject()
-                              .Flag(L"on", now.hours_enabled)
-                              .Number(L"start", now.hours_start)
-                              .Number(L"end", now.hours_end)
-                              .Flag(L"inside", now.in_hours)
-                              .Flag(L"sleep", now.sleeps_in_hours))
-        .Object(L"plan", JsonObject().Text(L"user", now.user_plan).Text(L"active", now.active_plan))
-        .Number(L"mutes", now.kept_mutes);
+    if (IsEqualGUID(plan, GUID{})) return {};
+    wchar_t text[40];
+    FormatText(text, L"%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", plan.Data1, plan.Data2,
+               plan.Data3, plan.Data4[0], plan.Data4[1], plan.Data4[2], plan.Data4[3],
+               plan.Data4[4], plan.Data4[5], plan.Data4[6], plan.Data4[7]);
+    return text;
 }
 
-void AddHolders(JsonObject& record, const std::vector<RequestHolder>& holders)
+void AddHolders(JsonObject& record, const ListedHolders& holders)
 {
     JsonArray array;
-    for (const RequestHolder& holder : holders) {
+    for (const RequestHolder& holder : holders ? *holders : std::vector<RequestHolder>()) {
         array.Add(JsonObject()
                       .Text(L"request", holder.request)
                       .Text(L"kind", holder.kind)
@@ -73,7 +61,34 @@ void AddCorrection(JsonObject& record, const RecordHead& head, const Correction&
 
 }  // namespace
 
-std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, RecordEvent event)
+JsonObject FactsOf(const Snapshot& now)
+{
+    JsonObject facts;
+    facts.Flag(L"feature", now.feature_on)
+        .Object(L"user", JsonObject()
+                             .Flag(L"present", now.user_present)
+                             .Flag(L"away", now.away)
+                             .Flag(L"suspended", now.suspended))
+        .Object(L"power", JsonObject()
+                              .Flag(L"mains", now.on_ac)
+                              .Flag(L"battery_low", now.battery_low)
+                              .Flag(L"battery_allowed", now.battery_allowed))
+        .Text(L"requests", kRequestNames[static_cast<int>(now.requests)])
+        .Object(L"hours", JsonObject()
+                              .Flag(L"on", now.hours_enabled)
+                              .Number(L"start", now.hours_start)
+                              .Number(L"end", now.hours_end)
+                              .Flag(L"inside", now.in_hours)
+                              .Flag(L"sleep", now.sleeps_in_hours))
+        .Object(L"plan", JsonObject()
+                             .Text(L"user", TextOf(now.plans.user))
+                             .Text(L"active", TextOf(now.plans.active)))
+        .Number(L"mutes", now.kept_mutes);
+    return facts;
+}
+
+std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
+                           RecordEvent event)
 {
     constexpr const wchar_t* kEventNames[] = {L"start", L"change", L"stop"};
     JsonObject record;
@@ -83,14 +98,14 @@ std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, RecordEv
         .Time(L"since", UtcOf(head, now.since))
         .Number(L"since_tick", static_cast<std::int64_t>(now.since))
         .Text(L"reason", ReasonName(now.reason));
-    AddFacts(record, now);
+    record.Members(facts);
     AddHolders(record, now.holders);
     AddCorrection(record, head, now.correction);
     return record.Done();
 }
 
-std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const NextTimers& next,
-                             bool running)
+std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
+                             const NextTimers& next, bool running)
 {
     JsonObject record;
     AddHead(record, head);
@@ -99,7 +114,7 @@ std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const 
         .Time(L"since", UtcOf(head, now.since))
         .Text(L"reason", ReasonName(now.reason));
     if (const wchar_t* rule = RuleBehind(now.reason)) record.Text(L"rule", rule);
-    AddFacts(record, now);
+    record.Members(facts);
     JsonObject timers;
     const auto add = [&](const wchar_t* name, const std::optional<ULONGLONG>& due) {
         if (due) timers.Time(name, UtcOf(head, *due));

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "json/utc.h"
+#include "json/json_writer.h"
 #include "publish/snapshot.h"
 
 // Who tells, and when.
@@ -19,6 +19,10 @@ struct RecordHead
     UtcTime process_started;
 };
 
+// The members that both have, but for the state, its time and its reason: the same for each record
+// that is made of a snapshot, and for those of states that it passed through.
+JsonObject FactsOf(const Snapshot& now);
+
 // What a line of the history tells.
 enum class RecordEvent
 {
@@ -26,8 +30,9 @@ enum class RecordEvent
     change,
     stop,
 };
-std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, RecordEvent event);
+std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
+                           RecordEvent event);
 
 // `running` is false in the last record of a process.
-std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const NextTimers& next,
-                             bool running);
+std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
+                             const NextTimers& next, bool running);

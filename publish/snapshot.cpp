@@ -4,13 +4,11 @@
 #include <iterator>
 #include <string_view>
 
-#include "log/format.h"
 #include "platform/kernel.h"
 #include "power/never_sleep_away_mode.h"
 #include "restore/journal.h"
 #include "settings/settings.h"
 #include "state/global_events.h"
-#include "state/listed_holders.h"
 #include "state/on_ac_power.h"
 #include "state/state_trail.h"
 
@@ -23,16 +21,6 @@ constexpr const wchar_t* kReasonNames[] = {L"feature_off",    L"starting",  L"us
                                            L"nobody_left",    L"away_mode", L"woken",
                                            L"processor_idle", L"hours",     L"asleep"};
 static_assert(std::size(kReasonNames) == static_cast<std::size_t>(Reason::asleep) + 1);
-
-std::wstring TextOf(const GUID& plan)
-{
-    if (IsEqualGUID(plan, GUID{})) return {};
-    wchar_t text[40];
-    FormatText(text, L"%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", plan.Data1, plan.Data2,
-               plan.Data3, plan.Data4[0], plan.Data4[1], plan.Data4[2], plan.Data4[3],
-               plan.Data4[4], plan.Data4[5], plan.Data4[6], plan.Data4[7]);
-    return text;
-}
 
 Requests ReadRequests()
 {
@@ -61,12 +49,11 @@ Reason ReasonOf(ESystemState state, const UserFacts& user, bool featureOn)
     return featureOn ? Reason::starting : Reason::feature_off;
 }
 
-Snapshot TakeSnapshot()
+Snapshot Camera::Take()
 {
     Snapshot now{};
-    const std::vector<StateNote> notes = StateNotesFrom(StatesNoted() - 1);
     now.state = S::m_eSystemState;
-    now.since = notes.empty() ? 0 : notes.back().at;
+    now.since = LastStateNote().at;
     const UserFacts user = KnownUser();
     now.away = user.away;
     now.suspended = user.suspended;
@@ -84,17 +71,18 @@ Snapshot TakeSnapshot()
     now.hours_end = g_dwDoNotDisturbEnd;
     now.kept_mutes = KeptMutes();
     now.correction = LastCorrection();
-    const CPowerPolicyManager::KnownPlans plans = CPowerPolicyManager::GetKnownPlans();
-    now.user_plan = TextOf(plans.user);
-    now.active_plan = TextOf(plans.active);
-    now.holders = ListedHolders();
+    CPowerPolicyManager::RefreshKnownPlans(m_plans);
+    now.plans = m_plans.value;
+    RefreshListedHolders(m_holders);
+    now.holders = m_holders.value;
     return now;
 }
 
 NextTimers TakeNextTimers()
 {
-    return {GlobalTimerDue(TIMER_IDLE), GlobalTimerDue(TIMER_DND_START),
-            GlobalTimerDue(TIMER_DND_END)};
+    const ULONGLONG now = GetTickCount64();
+    return {GlobalTimerDue(TIMER_IDLE, now), GlobalTimerDue(TIMER_DND_START, now),
+            GlobalTimerDue(TIMER_DND_END, now)};
 }
 
 const wchar_t* ReasonName(Reason reason) { return kReasonNames[static_cast<int>(reason)]; }

@@ -4,9 +4,10 @@
 #include <optional>
 
 #include "platform/com.h"
-#include "power/request_holders.h"
+#include "power/power_policy_manager.h"
 #include "reconciler/facts.h"
 #include "reconciler/reconciler.h"
+#include "state/listed_holders.h"
 
 // Why the state is what it is.
 enum class Reason
@@ -44,9 +45,8 @@ struct Snapshot
     DWORD hours_start, hours_end;
     int kept_mutes;
     Correction correction;
-    // The plans as CPowerPolicyManager::GetKnownPlans has them, as texts.
-    std::wstring user_plan, active_plan;
-    std::vector<RequestHolder> holders;  // others than the service, when it last listed them
+    CPowerPolicyManager::KnownPlans plans;
+    ListedHolders holders;
 
     bool operator==(const Snapshot&) const = default;
 };
@@ -59,8 +59,18 @@ struct NextTimers
     bool operator==(const NextTimers&) const = default;
 };
 
-// Asks the system for nothing but the time, and waits for no operation.
-Snapshot TakeSnapshot();
+// Takes snapshots after each pass of the event loop, so it asks the system for as little as can be:
+// the time, and what has changed since the last one. Waits for no operation. One thread at a time.
+class Camera
+{
+public:
+    Snapshot Take();
+
+private:
+    Guarded<CPowerPolicyManager::KnownPlans>::Copy m_plans;
+    Guarded<ListedHolders>::Copy m_holders;
+};
+
 NextTimers TakeNextTimers();
 
 // A state and its reason, where the state is that of an earlier moment.

@@ -71,10 +71,10 @@ bool ReadSleeps()
 
 std::optional<ULONGLONG> TimeTo(GlobalEvent timer)
 {
-    const std::optional<ULONGLONG> due = GlobalTimerDue(timer);
-    if (!due) return std::nullopt;
     const ULONGLONG now = GetTickCount64();
-    return *due > now ? *due - now : 0;
+    const std::optional<ULONGLONG> due = GlobalTimerDue(timer, now);
+    if (!due) return std::nullopt;
+    return *due - now;
 }
 
 void ReadHours(Facts& facts)
@@ -110,6 +110,7 @@ Facts ReadFacts()
     facts.allowed = S::IsNeverSleepAllowed(S::OnAc()) != FALSE;
     facts.requests_as_allowed = CNeverSleepAwayMode::AreBoth(facts.allowed) != FALSE;
     facts.requests_released = CNeverSleepAwayMode::AreBoth(FALSE) != FALSE;
+    facts.idle_time_watched = GlobalTimerDue(TIMER_IDLE, GetTickCount64()).has_value();
     ReadHours(facts);
     facts.active_plan = CPowerPolicyManager::GetActiveScheme();
     facts.plans = manager->GetPlans();

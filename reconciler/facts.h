@@ -40,6 +40,7 @@ struct Facts
     bool requests_as_allowed;
     bool requests_released;
     bool sleeps;  // S3 is supported
+    bool idle_time_watched;
 
     std::optional<bool> on_ac;  // the source now; nothing when the system does not know
     bool known_as_on_ac;        // what the service believes

@@ -103,6 +103,17 @@ void ReleaseRequests(const Facts&)
 
 bool RequestsWrong(const Facts& f) { return f.sleeps && !f.requests_as_allowed; }
 
+// While the requests are held the system's own idle timer puts no PC to sleep. Normal use arms the
+// service's when it begins, but not where the feature goes on in it.
+bool IdleTimeNotWatched(const Facts& f)
+{
+    return InNormalUse(f) && f.allowed && f.sleeps && !f.idle_time_watched &&
+           CPowerPolicyManager::GetActiveSleepIdleTimeoutValue() != 0;
+}
+
+// The state machine reads the idle time then.
+void LetIdleTimeBeRead(const Facts&) { ArmGlobalTimer(TIMER_IDLE, -kUnitsPerSecond, 0, FALSE); }
+
 // --- The plans ---
 
 bool ValuesNotRestored(const Facts& f) { return InNormalUse(f) && f.values_left; }
@@ -159,6 +170,8 @@ constexpr Rule kRules[] = {
     {L"requests", L"The power requests are held while never-sleep mode is allowed, and only then.",
      L"The power requests are not as they should be", L"configuring them", RequestsWrong,
      [](const Facts&) { S::ConfigurePowerRequests(); }},
+    {L"idle_time", L"In normal use the idle time is watched, so that the PC goes into away mode.",
+     L"The idle time is not watched", L"reading it", IdleTimeNotWatched, LetIdleTimeBeRead},
     {L"plan_values", L"In normal use the plans have their own values.",
      L"A value of a plan was not restored", L"restoring it", ValuesNotRestored,
      [](const Facts&) { RestoreValuesAfterLeave(); }},

@@ -1,5 +1,6 @@
 #include "state/global_events.h"
 
+#include <atomic>
 #include <utility>
 
 #include "log/log.h"
@@ -14,8 +15,8 @@ namespace {
 // ServiceMain closes the handles, and must not signal a closed one.
 CriticalSection g_lock;
 
-// When the timers fall due, in milliseconds; 0 where they are not armed. Under the lock.
-ULONGLONG g_due[kGlobalEventCount] = {};
+// When the timers fall due, in milliseconds; 0 where they are not armed. Written under the lock.
+std::atomic<ULONGLONG> g_due[kGlobalEventCount] = {};
 
 bool IsEvent(int slot) { return slot < kFirstTimer; }
 
@@ -40,7 +41,7 @@ void createGlobalEvents()
 void closeGlobalEvents()
 {
     const ScopedLock lock(g_lock);
-    for (ULONGLONG& due : g_due) due = 0;
+    for (std::atomic<ULONGLONG>& due : g_due) due = 0;
     for (HANDLE& handle : g_hGlobalEvents) {
         const OwnedHandle closed(std::exchange(handle, nullptr));
     }
@@ -90,9 +91,9 @@ void CancelGlobalTimer(GlobalEvent timer)
     WaitForSingleObject(handle, 0);
 }
 
-std::optional<ULONGLONG> GlobalTimerDue(GlobalEvent timer)
+std::optional<ULONGLONG> GlobalTimerDue(GlobalEvent timer, ULONGLONG now)
 {
-    const ScopedLock lock(g_lock);
-    if (g_due[timer] <= GetTickCount64()) return std::nullopt;
-    return g_due[timer];
+    const ULONGLONG due = g_due[timer];
+    if (due <= now) return std::nullopt;
+    return due;
 }

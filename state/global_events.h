@@ -63,5 +63,5 @@ BOOL ArmGlobalTimer(GlobalEvent timer, LONGLONG due, DWORD periodMs, BOOL resume
 void CancelGlobalTimer(GlobalEvent timer);
 
 // When a timer without a period falls due, in the milliseconds of GetTickCount64. Nothing where it
-// is not armed or has fallen due.
-std::optional<ULONGLONG> GlobalTimerDue(GlobalEvent timer);
+// is not armed or has fallen due by `now`. Takes no lock.
+std::optional<ULONGLONG> GlobalTimerDue(GlobalEvent timer, ULONGLONG now);

@@ -1,12 +1,10 @@
 #include "state/listed_holders.h"
 
-#include "platform/lock.h"
 #include "power/never_sleep_away_mode.h"
 
 namespace {
 
-CriticalSection g_holders_lock;
-std::vector<RequestHolder> g_holders;
+Guarded<ListedHolders> g_holders;
 
 }  // namespace
 
@@ -15,12 +13,11 @@ void NoteHolders(const RequestListing& listing)
     auto holders = listing.Holders();
     if (!holders) return;
     std::erase_if(*holders, [](const RequestHolder& h) { return h.reason == kRequestReason; });
-    const ScopedLock lock(g_holders_lock);
-    g_holders = std::move(*holders);
+    g_holders.Change([&](ListedHolders& kept) {
+        if (kept && *kept == *holders) return false;
+        kept = std::make_shared<std::vector<RequestHolder>>(std::move(*holders));
+        return true;
+    });
 }
 
-std::vector<RequestHolder> ListedHolders()
-{
-    const ScopedLock lock(g_holders_lock);
-    return g_holders;
-}
+void RefreshListedHolders(Guarded<ListedHolders>::Copy& copy) { g_holders.Refresh(copy); }

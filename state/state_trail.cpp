@@ -17,6 +17,12 @@ constexpr std::uint64_t kKept = 64;
 std::array<std::atomic<std::uint64_t>, kKept> g_notes;
 std::atomic<std::uint64_t> g_noted = 0;
 
+StateNote Read(std::uint64_t number)
+{
+    const std::uint64_t note = g_notes[number % kKept];
+    return {static_cast<ESystemState>(note & kStateMask), note >> kStateBits};
+}
+
 }  // namespace
 
 void NoteState(ESystemState state)
@@ -33,9 +39,13 @@ std::vector<StateNote> StateNotesFrom(std::uint64_t number)
 {
     const std::uint64_t noted = g_noted;
     std::vector<StateNote> notes;
-    for (number = std::max(number, noted > kKept ? noted - kKept : 0); number < noted; ++number) {
-        const std::uint64_t note = g_notes[number % kKept];
-        notes.push_back({static_cast<ESystemState>(note & kStateMask), note >> kStateBits});
-    }
+    number = std::max(number, noted > kKept ? noted - kKept : 0);
+    for (; number < noted; ++number) notes.push_back(Read(number));
     return notes;
+}
+
+StateNote LastStateNote()
+{
+    const std::uint64_t noted = g_noted;
+    return noted == 0 ? StateNote{HOLV_INIT, 0} : Read(noted - 1);
 }

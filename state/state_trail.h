@@ -20,3 +20,5 @@ void NoteState(ESystemState state);
 // as they are kept. Any thread; takes no lock.
 std::uint64_t StatesNoted();
 std::vector<StateNote> StateNotesFrom(std::uint64_t number);
+// The last one; HOLV_INIT at 0 before the first.
+StateNote LastStateNote();

@@ -138,7 +138,8 @@ TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappen
         pc.RunFor(1s);
         const ESystemState state = S::m_eSystemState;
         for (const GlobalEvent timer : {TIMER_IDLE, TIMER_DND_START, TIMER_DND_END}) {
-            EXPECT_FALSE(GlobalTimerDue(timer)) << "timer " << timer << " is still armed";
+            EXPECT_FALSE(GlobalTimerDue(timer, GetTickCount64()))
+                << "timer " << timer << " is still armed";
         }
         pc.RunFor(12h);
         EXPECT_EQ(S::m_eSystemState, state) << "a state was entered by itself";

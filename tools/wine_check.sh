@@ -103,7 +103,7 @@ check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_chec
 wine_does reg delete "$oem_key" /f >/dev/null
 source tools/wine_states_check.sh
 source tools/wine_neighbours_check.sh
-source tools/wine_sound_check.sh
+source tools/wine_devices_check.sh
 source tools/wine_client_check.sh
 source tools/wine_words_check.sh
 check "the switch for removal leaves with exit code 0" 0 \

@@ -57,8 +57,16 @@ void Belongings::Absorb()
 {
     for (const auto& [name, value] : Now()) {
         const auto [wish, is_new] = m_wishes.try_emplace(name);
-        if (is_new) wish->second = {.values = {value}, .latest = value, .touched = m_pc.now()};
+        if (!is_new) continue;
+        wish->second = {.values = {value}, .latest = value, .touched = m_pc.now()};
+        // Where the new plan has just what the service had written into the one it replaces, the
+        // service cannot tell them apart.
+        const auto old = m_replaced.find(name);
+        if (old == m_replaced.end() || !old->second.written.contains(value)) continue;
+        wish->second.values.insert(old->second.values.begin(), old->second.values.end());
+        wish->second.written = old->second.written;
     }
+    m_replaced.clear();
 }
 
 const Wish* Belongings::Find(const std::string& name) const
@@ -81,6 +89,10 @@ void Belongings::Set(const std::string& name, const std::string& value, bool sur
     const bool could_be_the_services = wish.written.contains(value);
     if (sure && !could_be_the_services) wish.values.clear();
     wish.values.insert(value);
+    // Taken for the service's own, it withdraws a choice that came before it.
+    if (could_be_the_services) {
+        wish.values.insert(wish.before_written.begin(), wish.before_written.end());
+    }
     wish.latest = value;
     wish.touched = m_pc.now();
 }
@@ -92,6 +104,7 @@ void Belongings::HearService(const std::string& name, const std::string& value, 
     if (wish.values.contains(value)) {
         wish.written.clear();
     } else {
+        if (wish.written.empty()) wish.before_written = wish.values;
         wish.written.insert(value);
         if (unread) wish.values.insert(value);
         // Never-sleep mode leaves its plan with the full processor.
@@ -167,6 +180,14 @@ void Belongings::Rename(const std::string& from, const std::string& to)
     m_wishes = std::move(renamed);
 }
 
+void Belongings::Replace(const std::string& plan)
+{
+    const std::string its = "plan \"" + plan + "\" ";
+    for (auto it = m_wishes.lower_bound(its); it != m_wishes.end() && it->first.starts_with(its);) {
+        m_replaced.insert(m_wishes.extract(it++));
+    }
+}
+
 void Belongings::Deed(const ScriptLine& line)
 {
     m_plan_may_come = false;
@@ -176,6 +197,8 @@ void Belongings::Deed(const ScriptLine& line)
     if (words[0] == "plan") {
         m_plan_may_come = words[1] == "add" || words[1] == "copy";
         if (words[1] == "rename" && words.size() == 4) Rename(words[2], words[3]);
+        if (words[1] == "add") Replace(words[2]);
+        if (words[1] == "copy" && words.size() > 3) Replace(words[3]);
     } else if (words[0] == "audio" && (words[1] == "mute" || words[1] == "unmute")) {
         const Endpoint* const endpoint = m_pc.audio.Find(FromUtf8(words[2]));
         const bool wanted = words[1] == "mute";

@@ -28,6 +28,8 @@ struct Wish
     std::string latest = {};
     // What the service has written since it last wrote one of `values`.
     std::set<std::string> written = {};
+    // The `values` of when the first of these was written.
+    std::set<std::string> before_written = {};
     // Of a value of the active plan: what it was before the user's change, which counts from the
     // next activation on.
     std::set<std::string> until_activated = {};
@@ -68,9 +70,12 @@ private:
     void HearMute(const virtual_pc::Effect& effect, const Moment& moment);
     void HearPlan(const virtual_pc::Effect& effect, const Moment& moment);
     void Rename(const std::string& from, const std::string& to);
+    // A plan is about to be made, perhaps in another's place.
+    void Replace(const std::string& plan);
 
     virtual_pc::Machine& m_pc;
     std::map<std::string, Wish> m_wishes;
+    std::map<std::string, Wish> m_replaced;
     std::map<std::string, virtual_pc::Instant> m_plugged;
     bool m_plan_may_come = false;
 };

@@ -138,6 +138,8 @@ void Circumstances::Hear(const Effect& effect)
         m_power_event_at = effect.at;
         if (effect.Text("what") == L"wakes") m_woke_at = effect.at;
         Look();
+        // A user who is back before away mode has given the service nothing to put back.
+        if (m_pc.sleep.away() && !m_there) m_left_since_trouble = !Standing();
     } else if (effect.kind == "presence" || effect.kind == "display") {
         Look();
     }
@@ -152,7 +154,7 @@ void Circumstances::Look()
     if (!is_there) {
         m_there.reset();
         m_left_at = now;
-        m_left_since_trouble = !Standing();
+        m_left_since_trouble = m_pc.sleep.away() && !Standing();
         return;
     }
     m_there = now;

@@ -25,7 +25,8 @@ inline bool SameName(std::wstring_view a, std::wstring_view b)
 // Orders names for maps.
 struct NoCase
 {
-    bool operator()(const std::wstring& a, const std::wstring& b) const
+    using is_transparent = void;
+    bool operator()(std::wstring_view a, std::wstring_view b) const
     {
         return std::ranges::lexicographical_compare(
             a, b, [](wchar_t x, wchar_t y) { return UpperCase(x) < UpperCase(y); });

@@ -13,7 +13,7 @@ void Outputs::Debug(DWORD thread, std::wstring_view text)
 {
     const Hold hold(m_machine);
     m_debug.push_back({m_machine.now(), thread, std::wstring(text)});
-    if (m_machine.journal.Listened()) {
+    if (m_machine.journal.Listened("debug")) {
         m_machine.journal.Record("debug", {{"text", std::wstring(text)}});
     }
 }
@@ -23,7 +23,7 @@ void Outputs::Console(std::string_view bytes)
 {
     const Hold hold(m_machine);
     m_console += bytes;
-    if (m_machine.journal.Listened()) {
+    if (m_machine.journal.Listened("console")) {
         m_machine.journal.Record("console", {{"text", FromUtf8(bytes)}});
     }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <type_traits>
 
 #include "platform/virtual/core/faults.h"
 #include "platform/virtual/core/leaving.h"
@@ -62,7 +63,14 @@ public:
     template <class T>
     std::shared_ptr<T> FindShared(HANDLE handle)
     {
-        auto object = std::dynamic_pointer_cast<T>(machine.handles.FindShared(handle));
+        const std::shared_ptr<Object> found = machine.handles.FindShared(handle);
+        std::shared_ptr<T> object;
+        if constexpr (std::is_same_v<T, Waitable>) {
+            T* const waitable = found ? found->AsWaitable() : nullptr;
+            if (waitable) object = {found, waitable};
+        } else {
+            object = std::dynamic_pointer_cast<T>(found);
+        }
         if (!object) BadHandle(handle);
         if (object && m_function.faulty() && FailsFor(object->Name())) object = nullptr;
         return object;

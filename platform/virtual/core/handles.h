@@ -13,6 +13,8 @@ namespace virtual_pc {
 
 class Process;
 
+class Waitable;
+
 // Something that a handle stands for.
 class Object
 {
@@ -25,6 +27,10 @@ public:
 
     // Called when a handle to it is closed, before the table drops its reference.
     virtual void Closed() {}
+
+    // Null for what cannot be waited for. The event loop waits for many objects at a time: this is
+    // cheaper than a cast.
+    virtual Waitable* AsWaitable() { return nullptr; }
 };
 
 // An object that is open, or that a process left open when it ended.

@@ -32,11 +32,13 @@ std::int64_t Effect::Number(std::string_view name) const
 
 void Journal::Record(std::string_view kind, std::vector<std::pair<std::string_view, Value>> fields)
 {
-    if (!Listened()) return;
+    if (!Listened(kind)) return;
     const Thread* self = Thread::Self();
     const Effect effect{m_machine.now(), m_machine.clock(), self ? self->id : 0, kind,
                         std::move(fields)};
-    for (const Listener& listener : m_listeners) listener(effect);
+    for (const auto& [listener, wanted] : m_listeners) {
+        if (wanted(kind)) listener(effect);
+    }
 }
 
 }  // namespace virtual_pc

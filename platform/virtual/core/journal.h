@@ -1,6 +1,7 @@
 // The effects of what the machine does, for listeners: the story, the trace, a test.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -39,18 +40,29 @@ public:
 
     using Listener = std::function<void(const Effect&)>;
 
+    // The kinds of effect that a listener wants to receive. One that says so spares the machine
+    // the making of the others.
+    using Wanted = bool (*)(std::string_view kind);
+
     // Listeners run on the thread that causes the effect, with the machine held, and must not
     // block.
-    void Listen(Listener listener) { m_listeners.push_back(std::move(listener)); }
+    void Listen(
+        Listener listener, Wanted wanted = [](std::string_view) { return true; })
+    {
+        m_listeners.emplace_back(std::move(listener), wanted);
+    }
 
     // Checked before the fields of an effect are put together, when that is costly.
-    bool Listened() const { return !m_listeners.empty(); }
+    bool Listened(std::string_view kind) const
+    {
+        return std::ranges::any_of(m_listeners, [&](const auto& l) { return l.second(kind); });
+    }
 
     void Record(std::string_view kind, std::vector<std::pair<std::string_view, Value>> fields = {});
 
 private:
     Machine& m_machine;
-    std::vector<Listener> m_listeners;
+    std::vector<std::pair<Listener, Wanted>> m_listeners;
 };
 
 }  // namespace virtual_pc

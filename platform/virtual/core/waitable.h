@@ -43,6 +43,8 @@ public:
 
     explicit Waitable(Reset reset = Reset::manual) : m_reset(reset) {}
 
+    Waitable* AsWaitable() override { return this; }
+
     bool signalled() const { return m_signalled; }
 
     // Sets the signal and wakes the threads whose waits it satisfies: all of them for manual reset,

@@ -131,7 +131,7 @@ DWORD Device::Request(DWORD code, std::span<const BYTE> bytes)
     m_requests.push_back({code, {bytes.begin(), bytes.end()}, m_machine.now(), error});
     const std::optional<DWORD> mode = ModeOf(code, bytes);
     if (mode && error == NO_ERROR) m_mode = mode;
-    if (!m_machine.journal.Listened()) return error;
+    if (!m_machine.journal.Listened("device request")) return error;
     std::vector<std::pair<std::string_view, Value>> fields{
         {"device", m_instance_id}, {"code", std::uint64_t{code}}, {"bytes", HexBytes(bytes)}};
     if (mode) fields.emplace_back("mode", std::uint64_t{*mode});

@@ -1,5 +1,8 @@
 #include "platform/virtual/disk/disk.h"
 
+#include <dirent.h>
+#include <strings.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -55,14 +58,28 @@ std::vector<std::wstring> PathParts(std::wstring_view path)
     return names;
 }
 
+bool IsAscii(std::string_view bytes)
+{
+    return std::ranges::all_of(bytes, [](char byte) { return byte >= 0; });
+}
+
 // The folder's entry of that name in any letter case; the name as given when there is none.
 fs::path EntryOf(const fs::path& folder, const std::wstring& name)
 {
-    fs::path exact = folder / ToUtf8(name);
+    const std::string bytes = ToUtf8(name);
+    const bool ascii = IsAscii(bytes);
+    fs::path exact = folder / bytes;
     std::error_code error;
     if (fs::exists(exact, error)) return exact;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
-        if (SameName(FromUtf8(entry.path().filename().string()), name)) return entry.path();
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+    while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
+        const std::string_view found = entry->d_name;
+        // A folder may have an entry for each day of the history: most need no converting.
+        const bool same = ascii && IsAscii(found)
+                              ? found.size() == bytes.size() &&
+                                    strncasecmp(found.data(), bytes.data(), found.size()) == 0
+                              : SameName(FromUtf8(found), name);
+        if (same) return folder / found;
     }
     return exact;
 }

@@ -32,7 +32,6 @@ namespace fs = std::filesystem;
 
 // Codes that only this file returns.
 constexpr DWORD kErrorSharingViolation = 32;
-constexpr DWORD kErrorInvalidName = 123;
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
 constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
@@ -76,7 +75,7 @@ protected:
     // `text`, each as the character of its value.
     void Record(Machine& machine, std::uint64_t offset, std::string_view bytes) const
     {
-        if (!machine.journal.Listened()) return;
+        if (!machine.journal.Listened("write")) return;
         std::wstring text;
         text.reserve(bytes.size());
         for (const char byte : bytes) text += static_cast<unsigned char>(byte);
@@ -219,7 +218,7 @@ bool StartsWith(std::wstring_view text, std::wstring_view beginning)
 std::optional<fs::path> HostPlace(Call& call, LPCWSTR path)
 {
     if (std::wcspbrk(path, L"<>\"|?*")) {
-        call.Fail(kErrorInvalidName);
+        call.Fail(ERROR_INVALID_NAME);
         return std::nullopt;
     }
     try {
@@ -290,7 +289,11 @@ std::wstring UserOf(const Call& call)
 // Where a file lies, with links followed; the path itself where it does not exist yet.
 std::string PlaceOf(const fs::path& host)
 {
+    // Its folder exists nearly always: asking for that one name is cheaper than for each of the
+    // path.
     std::error_code error;
+    const fs::path folder = fs::canonical(host.parent_path(), error);
+    if (!error && !fs::is_symlink(host, error)) return (folder / host.filename()).string();
     const fs::path place = fs::weakly_canonical(host, error);
     return (error ? host : place).string();
 }
@@ -470,10 +473,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes)
     }
     constexpr mode_t kMode = 0755;
     if (mkdir(host->c_str(), kMode) != 0) return call.Fail(ErrorOf(errno));
-    rights.Made(place, UserOf(call));
-    if (attributes && attributes->lpSecurityDescriptor) {
-        rights.Set(place, ToRights(static_cast<const wchar_t*>(attributes->lpSecurityDescriptor)));
-    }
+    MakeWith(rights, place, UserOf(call), attributes);
     return TRUE;
 }
 

@@ -30,12 +30,16 @@ DWORD FailToTell(Call& call, DWORD error)
 
 }  // namespace
 
-FileRights::Rights virtual_pc::ToRights(std::wstring_view descriptor)
+void virtual_pc::MakeWith(FileRights& rights, const std::string& folder, std::wstring_view user,
+                          const SECURITY_ATTRIBUTES* attributes)
 {
+    rights.Made(folder, user);
+    if (!attributes || !attributes->lpSecurityDescriptor) return;
+    const std::wstring_view text = static_cast<const wchar_t*>(attributes->lpSecurityDescriptor);
     std::vector<std::wstring> writers;
-    if (descriptor.find(L"FA;;;SY") != descriptor.npos) writers.emplace_back(L"SYSTEM");
-    if (descriptor.find(L"FA;;;BA") != descriptor.npos) writers.emplace_back(L"Administrators");
-    return {descriptor.starts_with(L"O:BA") ? L"Administrators" : L"SYSTEM", std::move(writers)};
+    if (text.find(L"FA;;;SY") != text.npos) writers.emplace_back(L"SYSTEM");
+    if (text.find(L"FA;;;BA") != text.npos) writers.emplace_back(L"Administrators");
+    rights.Set(folder, {text.starts_with(L"O:BA") ? L"Administrators" : L"SYSTEM", writers});
 }
 
 extern "C" {

@@ -57,7 +57,7 @@ void EventLog::Add(EventRecord record)
 {
     const Hold hold(m_machine);
     record.clock = m_machine.clock();
-    if (m_machine.journal.Listened()) {
+    if (m_machine.journal.Listened("event")) {
         m_machine.journal.Record("event", {{"source", record.source},
                                            {"type", std::uint64_t{record.type}},
                                            {"category", std::uint64_t{record.category}},

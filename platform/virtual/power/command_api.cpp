@@ -2,9 +2,12 @@
 
 #include "platform/command.h"
 
+#include <stdio_ext.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -20,66 +23,69 @@ namespace {
 Function fn_wpopen{"_wpopen"};
 Function fn_pclose{"_pclose", Failing::never, Role::releases};
 
-// A file of the host in its memory, because the host cannot read wide characters from its memory
-// streams. Making one takes longer than all else about a command, so the next command gets it
-// again.
-class SpareFile
+// A file of the host in its memory and a stream that reads it, because the host cannot read wide
+// characters from its memory streams. Making one takes longer than all else about a command, so the
+// next command gets it again.
+struct SpareFile
 {
-public:
-    SpareFile()
+    int file = -1;
+    std::FILE* stream = nullptr;
+    std::size_t size = 0;
+
+    // With the machine held.
+    static SpareFile Take()
     {
-        if (Idle().empty()) Idle().push_back(memfd_create("output", MFD_CLOEXEC));
-        m_file = Idle().back();
+        if (Idle().empty()) {
+            const int file = memfd_create("output", MFD_CLOEXEC);
+            return {file, fdopen(file, "r")};
+        }
+        const SpareFile spare = Idle().back();
         Idle().pop_back();
+        return spare;
     }
-    ~SpareFile() { Idle().push_back(m_file); }
-    SpareFile(const SpareFile&) = delete;
-    SpareFile& operator=(const SpareFile&) = delete;
-    int get() const { return m_file; }
+    void GiveBack() const { Idle().push_back(*this); }
+
+    bool Hold(const std::string& text)
+    {
+        if (!stream || pwrite(file, text.data(), text.size(), 0) != std::ssize(text)) return false;
+        if (text.size() < size && ftruncate(file, std::ssize(text)) != 0) return false;
+        size = text.size();
+        __fpurge(stream);
+        std::clearerr(stream);
+        return lseek(file, 0, SEEK_SET) == 0;
+    }
 
 private:
-    // With the machine held.
-    static std::vector<int>& Idle()
+    static std::vector<SpareFile>& Idle()
     {
-        static std::vector<int> idle;
+        static std::vector<SpareFile> idle;
         return idle;
     }
-
-    int m_file;
 };
 
 class Output final : public Object
 {
 public:
     Output(std::wstring command, const std::string& text)
-        : m_command(std::move(command)), m_file(FileOf(text))
+        : m_command(std::move(command)), m_spare(SpareFile::Take())
     {
+        if (!m_spare.Hold(text)) {
+            throw std::runtime_error("the host has no file for a command's output");
+        }
     }
     ~Output() override { Closed(); }
     std::string_view Kind() const override { return "output of a command"; }
     std::wstring Name() const override { return m_command; }
     void Closed() override
     {
-        if (m_file) std::fclose(m_file);
-        m_file = nullptr;
+        if (file()) m_spare.GiveBack();
+        m_spare.stream = nullptr;
     }
-    std::FILE* file() const { return m_file; }
+    std::FILE* file() const { return m_spare.stream; }
 
 private:
-    std::FILE* FileOf(const std::string& text)
-    {
-        const int file = dup(m_spare.get());
-        const auto size = static_cast<off_t>(text.size());
-        const bool written = pwrite(file, text.data(), text.size(), 0) == size &&
-                             ftruncate(file, size) == 0 && lseek(file, 0, SEEK_SET) == 0;
-        std::FILE* stream = written ? fdopen(file, "r") : nullptr;
-        if (!stream) throw std::runtime_error("the host has no file for a command's output");
-        return stream;
-    }
-
     const std::wstring m_command;
-    const SpareFile m_spare;
-    std::FILE* m_file;
+    SpareFile m_spare;
 };
 
 // The output of a command. The console's code page is taken to be ASCII: any other character

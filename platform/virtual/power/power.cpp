@@ -274,7 +274,7 @@ std::wstring Power::Listing() const
     if (listing_instead) return *listing_instead;
     std::wstring listing;
     for (std::size_t section = 0; section < SectionsOf(m_machine); ++section) {
-        listing += std::wstring(listing_words.headers[section]) + L"\n";
+        listing.append(listing_words.headers[section]).append(L"\n");
         bool any = false;
         for (const auto& known : m_requests) {
             const auto request = known.lock();
@@ -282,7 +282,7 @@ std::wstring Power::Listing() const
             any = true;
             listing += Spell(*request);
         }
-        if (!any) listing += std::wstring(listing_words.none) + L"\n";
+        if (!any) listing.append(listing_words.none).append(L"\n");
         listing += L"\n";
     }
     return listing;

@@ -75,7 +75,11 @@ std::wstring RegistryValue::Text() const
 std::shared_ptr<RegistryNode> RegistryNode::Find(std::wstring_view path)
 {
     std::shared_ptr<RegistryNode> node = shared_from_this();
-    for (const std::wstring& name : KeyNames(path)) {
+    for (std::size_t from = 0; from < path.size();) {
+        const std::size_t to = std::min(path.find(L'\\', from), path.size());
+        const std::wstring_view name = path.substr(from, to - from);
+        from = to + 1;
+        if (name.empty()) continue;
         const auto found = node->keys.find(name);
         if (found == node->keys.end()) return nullptr;
         node = found->second;
@@ -262,8 +266,8 @@ void Registry::SetValue(const RegistryPath& path, std::wstring_view name, Regist
 {
     const std::shared_ptr<RegistryNode> key = CreateKey(path);
     const auto [place, fresh] = key->values.try_emplace(std::wstring(name));
-    const auto was = fresh ? std::nullopt : std::optional(place->second);
     if (!key->is_volatile) {
+        const auto was = fresh ? std::nullopt : std::optional(place->second);
         m_machine.unwritten.Note(HiveOf(Resolve(path)), [key, name = place->first, was] {
             if (was) {
                 key->values[name] = *was;

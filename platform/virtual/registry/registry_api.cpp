@@ -361,7 +361,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const B
     RegistryValue value{type, {data, data + size}};
     // Effect "registry": the key's `path`, the value's `name` and `type`, and its `data`: the
     // number, the text, or how many bytes.
-    if (call.machine.journal.Listened()) {
+    if (call.machine.journal.Listened("registry")) {
         DWORD number = size;
         if (type == REG_DWORD && size == sizeof(number)) std::memcpy(&number, data, size);
         const bool text = type == REG_SZ || type == REG_EXPAND_SZ;
