@@ -5,6 +5,7 @@
 
 #include "history/history_files.h"
 #include "log/log.h"
+#include "log/own_place.h"
 #include "platform/file.h"
 
 namespace {
@@ -33,13 +34,12 @@ bool HistoryWriter::Open(UtcTime utc)
     if (m_file && m_day == utc / kUnitsPerDay) return true;
     const std::wstring folder = HistoryFolder();
     if (folder.empty()) return false;
+    if (!MakeOwnFolder(folder.substr(0, folder.rfind(L'\\'))) || !MakeOwnFolder(folder))
+        return false;
     const LocalTime day = ToLocal(utc, 0);
     const std::wstring path = HistoryPath(folder, day.month, day.day);
+    if (IsLink(path)) return false;
     m_file.Reset(OpenHistory(path, OPEN_ALWAYS));
-    // The parents exist: the log is in them.
-    if (!m_file && CreateDirectoryW(folder.c_str(), nullptr)) {
-        m_file.Reset(OpenHistory(path, OPEN_ALWAYS));
-    }
     if (m_file && IsOfAnotherYear(utc)) m_file.Reset(OpenHistory(path, CREATE_ALWAYS));
     if (!m_file) return false;
     m_day = utc / kUnitsPerDay;

@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "log/own_place.h"
 #include "platform/module.h"
 
 namespace {
@@ -126,7 +127,7 @@ void CLOGFile::Open()
 bool CLOGFile::OpenFile()
 {
     wchar_t path[MAX_PATH];
-    BuildLogFilePath(path);
+    if (!BuildLogFilePath(path) || IsLink(path)) return false;
     m_hFile.Reset(CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!m_hFile) return false;
@@ -134,7 +135,7 @@ bool CLOGFile::OpenFile()
     return true;
 }
 
-void CLOGFile::BuildLogFilePath(std::span<wchar_t> path) const
+bool CLOGFile::BuildLogFilePath(std::span<wchar_t> path) const
 {
     wchar_t folder[MAX_PATH] = {};
     OwnedTaskString common;
@@ -150,8 +151,8 @@ void CLOGFile::BuildLogFilePath(std::span<wchar_t> path) const
         if (wchar_t* const name = std::wcsrchr(executable, L'\\')) *name = L'\0';
         FormatText(folder, LR"(%s\Logs)", executable);
     }
-    CreateDirectoryW(folder, nullptr);
     FormatText(path, LR"(%s\%s.txt)", folder, m_szLogName);
+    return MakeOwnFolder(folder);
 }
 
 void CLOGFile::WriteHeader()

@@ -67,8 +67,9 @@ private:
     void WritePacked(LONG level, const wchar_t* format, std::span<const FormatArgument> arguments);
     bool OpenFile();
     void WriteHeader();
-    // Writes the log file's full path into `path`, and creates its folders.
-    void BuildLogFilePath(std::span<wchar_t> path) const;
+    // Writes the log file's full path into `path`, and creates its folders. False where they are
+    // links.
+    bool BuildLogFilePath(std::span<wchar_t> path) const;
     void WriteToFile(std::string_view line);
 
     LONG m_lMaxLevel = 16;

@@ -21,6 +21,7 @@
 #include "platform/virtual/core/memory.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/devices/device.h"
+#include "platform/virtual/disk/descriptor.h"
 #include "platform/virtual/disk/disk.h"
 
 using namespace virtual_pc;
@@ -31,7 +32,6 @@ namespace fs = std::filesystem;
 
 // Codes that only this file returns.
 constexpr DWORD kErrorSharingViolation = 32;
-constexpr DWORD kErrorInvalidName = 123;
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
 constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
@@ -218,7 +218,7 @@ bool StartsWith(std::wstring_view text, std::wstring_view beginning)
 std::optional<fs::path> HostPlace(Call& call, LPCWSTR path)
 {
     if (std::wcspbrk(path, L"<>\"|?*")) {
-        call.Fail(kErrorInvalidName);
+        call.Fail(ERROR_INVALID_NAME);
         return std::nullopt;
     }
     try {
@@ -455,7 +455,7 @@ BOOL WINAPI FlushFileBuffers(HANDLE file)
     return TRUE;
 }
 
-BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
+BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes)
 {
     Call call(fn_create_directory);
     if (call.Fails()) return FALSE;
@@ -473,7 +473,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
     }
     constexpr mode_t kMode = 0755;
     if (mkdir(host->c_str(), kMode) != 0) return call.Fail(ErrorOf(errno));
-    rights.Made(place, UserOf(call));
+    MakeWith(rights, place, UserOf(call), attributes);
     return TRUE;
 }
 
