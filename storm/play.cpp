@@ -8,6 +8,7 @@
 #include "pc/commands.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/power/sleep.h"
+#include "platform/virtual/services/service_manager.h"
 #include "storm/promised/promised.h"
 #include "storm/situations.h"
 
