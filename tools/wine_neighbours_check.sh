@@ -36,12 +36,6 @@ check "the logging library is started, stopped and freed" "start HOLVLog 1, stop
     "$(tr -d '\r' <"$installed/Vexlog.dll.told" | sed 's/$/,/' | tr '\n' ' ')"
 rm -f "$installed/Vexlog.dll"
 
-# The disk is full: no line can be written, and each is given to the disk all the same.
-ln -s /dev/full "$log"
-start_service >/dev/null
-raise $active $normal
-check "the service lives with a full disk" gone "$(stop_service)"
-rm -f "$log"
 wine_does reg delete "$user_key" /f >/dev/null
 
 # A bad pointer in a message is swallowed on every thread, and leaves no lock held.
