@@ -59,10 +59,12 @@ void Belongings::Absorb()
         const auto [wish, is_new] = m_wishes.try_emplace(name);
         if (!is_new) continue;
         wish->second = {.values = {value}, .latest = value, .touched = m_pc.now()};
+        const auto old = m_replaced.find(name);
+        if (old == m_replaced.end()) continue;
+        wish->second.until_activated = old->second.values;
         // Where the new plan has just what the service had written into the one it replaces, the
         // service cannot tell them apart.
-        const auto old = m_replaced.find(name);
-        if (old == m_replaced.end() || !old->second.written.contains(value)) continue;
+        if (!old->second.written.contains(value)) continue;
         wish->second.values.insert(old->second.values.begin(), old->second.values.end());
         wish->second.written = old->second.written;
     }
@@ -101,7 +103,8 @@ void Belongings::HearService(const std::string& name, const std::string& value, 
 {
     Wish& wish = m_wishes[name];
     wish.touched = m_pc.now();
-    if (wish.values.contains(value)) {
+    // One of several that are right may be restored, or be the service's own.
+    if (wish.values.contains(value) && wish.values.size() == 1) {
         wish.written.clear();
     } else {
         if (wish.written.empty()) wish.before_written = wish.values;

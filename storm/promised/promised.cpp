@@ -242,9 +242,12 @@ std::vector<Broken> Promised::CheckEnd()
     const Instant now = m_pc.now();
     if (!m_now.stopped())
         Wrong({"a stop ends the service", "the service", "stopped", "running", now}, kStop);
-    CheckBelongings(now, Duration{0});
-    CheckInForce(now);
-    CheckDevice(now);
+    // After a kill only a removal of the service keeps the next start away.
+    if (!m_now.left_for_the_next_start()) {
+        CheckBelongings(now, Duration{0});
+        CheckInForce(now);
+        CheckDevice(now);
+    }
     CheckNothingHeld(now);
     m_at_end = false;
     return std::move(m_broken);
