@@ -1,6 +1,7 @@
 // The event log: what a process reports, and what the viewer makes of it.
 
 #include <unistd.h>
+#include <set>
 
 #include <filesystem>
 #include <fstream>
@@ -65,9 +66,12 @@ protected:
 TEST_F(EventLogTest, TheServicesEventsReadAsTheyWereReported)
 {
     std::wstring told;
-    pc.journal.Listen([&](const Effect& effect) {
-        if (effect.kind == "event") told = effect.Text("source") + L": " + effect.Text("text");
-    });
+    std::set<std::string_view> kinds;
+    const auto hear = [&](const Effect& effect) {
+        kinds.insert(effect.kind);
+        told = effect.Text("source") + L": " + effect.Text("text");
+    };
+    pc.journal.Listen(hear, [](std::string_view kind) { return kind == "event"; });
     RegisterSource(LR"(c:\program files\orbeq\holv\holvservice.EXE)");
     pc.event_log.AddMessageFile(
         kModule, std::filesystem::path(HOLV_SOURCE_DIR) / "resources" / "HOLVService.mc");
@@ -82,6 +86,7 @@ TEST_F(EventLogTest, TheServicesEventsReadAsTheyWereReported)
     EXPECT_EQ(FormatCalendar(record.clock), "2026-03-02 08:01:30.000");
     EXPECT_EQ(record.data, (std::vector<BYTE>{1, 2}));
     EXPECT_EQ(told, L"Orbeq( R ) HOLV: HOLV - Here   100% %1 done");
+    EXPECT_EQ(kinds, std::set<std::string_view>{"event"}) << "the listener wants no other";
 }
 
 TEST_F(EventLogTest, WithoutTheMessageTheViewerShowsOnlyWhatCameWithTheEvent)

@@ -1,5 +1,6 @@
 // The report that holvctl makes of the history, against what the PC has really done.
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -176,6 +177,28 @@ TEST(HistoryTest, ADayIsBoundedAndAFullDiskEndsInAWholeLine)
     const auto report = ReportOf(user.pc);
     EXPECT_EQ(report["torn_lines"], 1);
     EXPECT_GT(report["days"][0]["ms"]["HOLV_DND"].get<std::int64_t>(), 1000);
+}
+
+// The idle time is looked at every half hour, and the power requests are listed each time.
+TEST(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 09:00"));
+    user.StartService();
+    const auto work = [&](int hours) {
+        for (int i = 0; i < 3 * hours; ++i) {
+            user.pc.user.Works();
+            user.pc.RunFor(20min);
+        }
+        const std::string bytes =
+            user.pc.disk.Read(std::wstring(kHistory) + L"03-02.jsonl").value_or("");
+        return std::ranges::count(bytes, '\n');
+    };
+    const auto lines = work(1);
+    const std::uint64_t looks = user.pc.faults.CallsOf("CallNtPowerInformation");
+    EXPECT_EQ(work(4), lines);
+    EXPECT_GT(user.pc.faults.CallsOf("CallNtPowerInformation"), looks + 4);
+    user.StopService();
 }
 
 // Sleeps, wakes and holders, as a person reads them.
