@@ -73,7 +73,7 @@ void HistoryWriter::EndTornLine() const
 void HistoryWriter::Append(UtcTime utc, const std::wstring& json)
 {
     if (!Open(utc)) return Report(GetLastError());
-    if (m_size + json.size() > kHistoryBytesOfDay) return;
+    if (m_size + json.size() >= kHistoryBytesOfDay) return;
     const std::string line = Narrow(json) + '\n';
     DWORD written = 0;
     if (!WriteFile(m_file.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr)) {

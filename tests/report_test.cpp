@@ -164,7 +164,31 @@ TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
         << "the torn line was the stop's";
 }
 
-TEST(HistoryTest, ADayIsBoundedAndAFullDiskEndsInAWholeLine)
+TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
+{
+    constexpr std::size_t kMost = 1 << 20;
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
+    const auto file = [](int day) {
+        return std::wstring(kHistory) + L"03-0" + std::to_wstring(day) + L".jsonl";
+    };
+    std::string lines;
+    while (lines.size() < kMost - 2000) lines += "{\"utc\":\"2026-03-02T09:00:00.000Z\"}\n";
+    user.pc.disk.Write(file(2), lines);
+    user.StartService();
+    user.Enter("HOLV_ACTIVE");
+    user.Enter("HOLV_DND");
+    const std::string full = user.pc.disk.Read(file(2)).value_or("");
+    EXPECT_GT(full.size(), lines.size()) << "there was room for a line";
+    EXPECT_LE(full.size(), kMost);
+    EXPECT_EQ(full.back(), '\n');
+    user.pc.SetClock(*ParseCalendar("2026-03-03 12:00"));
+    user.Enter("HOLV_ACTIVE");
+    EXPECT_GT(user.pc.disk.Read(file(3)).value_or("").size(), 100u);
+    user.StopService();
+}
+
+TEST(HistoryTest, AFullDiskEndsInAWholeLine)
 {
     UsersPc user;
     user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
