@@ -110,7 +110,7 @@ Facts ReadFacts()
     facts.allowed = S::IsNeverSleepAllowed(S::OnAc()) != FALSE;
     facts.requests_as_allowed = CNeverSleepAwayMode::AreBoth(facts.allowed) != FALSE;
     facts.requests_released = CNeverSleepAwayMode::AreBoth(FALSE) != FALSE;
-    facts.idle_time_watched = GlobalTimerDue(TIMER_IDLE, GetTickCount64()).has_value();
+    facts.idle_time_watched = TimeTo(TIMER_IDLE).has_value();
     ReadHours(facts);
     facts.active_plan = CPowerPolicyManager::GetActiveScheme();
     facts.plans = manager->GetPlans();

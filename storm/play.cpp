@@ -313,8 +313,8 @@ void Playing::End()
         m_last_deed = Now();
         if (command == "run 3m") Quiet();
         // A switch may have removed the service: then its program is a plain server.
-        const bool installed = m_player.pc().services.Read(L"HOLVService").has_value();
-        if (!done && command == "service stop" && installed && m_player.view().service()) {
+        if (!done && command == "service stop" && m_player.view().service() &&
+            m_player.pc().services.Read(kServiceName)) {
             Found("a stop ends the service within a minute", "the service", "running");
         }
     }

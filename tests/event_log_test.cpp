@@ -1,10 +1,10 @@
 // The event log: what a process reports, and what the viewer makes of it.
 
 #include <unistd.h>
-#include <set>
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 
 #include "platform/owned.h"
