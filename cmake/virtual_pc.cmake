@@ -21,6 +21,9 @@ add_library(virtual_pc SHARED ${VIRTUAL_PC_SOURCES})
 target_link_libraries(virtual_pc PUBLIC Threads::Threads ${CMAKE_DL_LIBS})
 target_compile_definitions(virtual_pc PUBLIC HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}")
 target_precompile_headers(virtual_pc PRIVATE ${standard_library})
+# Every program has the library from its start on, so that its thread's variables need no look-up; each
+# call of the platform reads several.
+target_compile_options(virtual_pc PRIVATE -ftls-model=initial-exec)
 set_target_properties(virtual_pc PROPERTIES UNITY_BUILD ${HOLV_UNITY})
 
 # Symbols must not be unique to the host process, or an image could never be unloaded and loaded afresh;

@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <stdexcept>
@@ -92,11 +93,12 @@ private:
 // becomes a question mark.
 std::string Run(const Machine& machine, std::wstring_view command)
 {
-    std::string text;
-    if (command != L"powercfg -requests") return text;
-    for (const wchar_t character : machine.power.Listing()) {
-        text += character < 128 ? static_cast<char>(character) : '?';
-    }
+    if (command != L"powercfg -requests") return {};
+    const std::wstring listing = machine.power.Listing();
+    std::string text(listing.size(), '?');
+    std::ranges::transform(listing, text.begin(), [](wchar_t character) {
+        return character < 128 ? static_cast<char>(character) : '?';
+    });
     return text;
 }
 

@@ -272,17 +272,22 @@ std::wstring Power::Listing() const
 {
     const Hold hold(m_machine);
     if (listing_instead) return *listing_instead;
+    std::vector<std::shared_ptr<PowerRequest>> requests;
+    for (const auto& known : m_requests) {
+        if (auto request = known.lock()) requests.push_back(std::move(request));
+    }
     std::wstring listing;
+    // Room for what is listed while few requests are held.
+    listing.reserve(400);
     for (std::size_t section = 0; section < SectionsOf(m_machine); ++section) {
         listing.append(listing_words.headers[section]).append(L"\n");
-        bool any = false;
-        for (const auto& known : m_requests) {
-            const auto request = known.lock();
-            if (!request || section >= request->counts.size() || !request->Holds(section)) continue;
-            any = true;
-            listing += Spell(*request);
+        const std::size_t begin = listing.size();
+        for (const auto& request : requests) {
+            if (section < request->counts.size() && request->Holds(section)) {
+                listing += Spell(*request);
+            }
         }
-        if (!any) listing.append(listing_words.none).append(L"\n");
+        if (listing.size() == begin) listing.append(listing_words.none).append(L"\n");
         listing += L"\n";
     }
     return listing;
