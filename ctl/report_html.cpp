@@ -26,7 +26,7 @@ h1{font-size:1.5rem;margin:0 0 .2rem}h2{font-size:1.1rem;margin:2rem 0 .5rem}
 p{margin:.3rem 0;color:var(--dim)}
 .legend{display:flex;flex-wrap:wrap;gap:.3rem 1.1rem;margin:1rem 0 .4rem;padding:0;list-style:none}
 .legend svg{width:1.1em;height:1em;vertical-align:-.15em;margin-right:.35em}
-svg.t{display:block;width:100%;min-width:760px;height:auto}svg text{fill:var(--dim);font-size:20px}
+svg.t{display:block;width:100%;min-width:760px;height:auto;margin-bottom:.6rem}svg text{fill:var(--dim);font-size:20px}
 .s0{fill:var(--c0)}.s1{fill:var(--c1)}.s2{fill:var(--c2)}.s3{fill:var(--c3)}.s4{fill:var(--c4)}
 .s5{fill:var(--c5)}.s6{fill:var(--c6)}.s7{fill:var(--c7)}.g{stroke:var(--line);stroke-width:1}
 .wide{overflow-x:auto}
@@ -107,13 +107,13 @@ void AddDay(std::wstring& html, std::int64_t number, const ReportDay& day, int t
     html += L"\n";
 }
 
-void AddTimeline(std::wstring& html, const Report& report)
+using Day = decltype(Report::days)::const_iterator;
+
+void AddPicture(std::wstring& html, Day day, Day end)
 {
-    const int height = kTop + kRow * static_cast<int>(report.days.size());
-    html +=
-        L"<div class=\"wide\"><svg class=\"t\" role=\"img\" aria-label=\"Timeline, a row a day\" "
-        L"viewBox=\"0 0 " +
-        Number(kLeft + kWidth + 20) + L" " + Number(height + 4) + L"\">\n";
+    const int height = kTop + kRow * static_cast<int>(std::distance(day, end));
+    html += L"<svg class=\"t\" role=\"img\" aria-label=\"Timeline, a row a day\" viewBox=\"0 0 " +
+            Number(kLeft + kWidth + 20) + L" " + Number(height + 4) + L"\">\n";
     constexpr int kHoursApart = 3;
     for (int hour = 0; hour <= 24; hour += kHoursApart) {
         const int x = kLeft + hour * 60;
@@ -122,12 +122,23 @@ void AddTimeline(std::wstring& html, const Report& report)
                 L"\" y=\"16\">" + Number(hour) + L"</text>";
     }
     html += L"\n";
-    int top = kTop;
-    for (const auto& [number, day] : report.days) {
-        AddDay(html, number, day, top);
-        top += kRow;
+    for (int top = kTop; day != end; ++day, top += kRow) AddDay(html, day->first, day->second, top);
+    html += L"</svg>\n";
+}
+
+// A picture a month, with its own hours: on paper none is cut by the end of a page, and on a screen
+// the hours stay near.
+void AddTimeline(std::wstring& html, const Report& report)
+{
+    const auto month_of = [](Day day) { return DayText(day->first).substr(0, 7); };
+    html += L"<div class=\"wide\">\n";
+    for (Day begin = report.days.begin(); begin != report.days.end();) {
+        Day end = begin;
+        while (end != report.days.end() && month_of(end) == month_of(begin)) ++end;
+        AddPicture(html, begin, end);
+        begin = end;
     }
-    html += L"</svg></div>\n";
+    html += L"</div>\n";
 }
 
 std::array<bool, kSpentCount> SpentAtAll(const Report& report)

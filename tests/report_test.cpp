@@ -252,4 +252,28 @@ TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
     EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\nowhere\day.html)").code, 10);
 }
 
+// So that a printed page cuts no row, and shows the hours of what is on it.
+TEST(ReportTest, DrawsEachMonthByItselfAndEachDayOnce)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-02-27 12:00"));
+    user.StartService();
+    user.pc.RunFor(48h);
+    user.StopService();
+    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\days.html)").code, 0);
+    const std::string html = user.pc.disk.Read(LR"(C:\days.html)").value_or("");
+    std::vector<std::string> drawn;
+    for (std::size_t at = 0; (at = html.find("<svg class=\"t\"", at)) != html.npos;) {
+        const std::size_t end = html.find("</svg>", at);
+        std::string days;
+        while ((at = html.find("<text x=\"0\"", at)) < end) {
+            at = html.find('>', at) + 1;
+            days += html.substr(at, std::string_view("2026-02-27").size()) + " ";
+        }
+        drawn.push_back(days);
+        at = end;
+    }
+    EXPECT_EQ(drawn, (std::vector<std::string>{"2026-02-27 2026-02-28 ", "2026-03-01 "}));
+}
+
 }  // namespace
