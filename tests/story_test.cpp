@@ -93,6 +93,16 @@ TEST_F(StoryTest, APcThatIsSwitchedOffIsNoCrash)
                 "08:00:01  power request released: away, of HOLVService.exe"});
 }
 
+// With its requests gone, a PC that nobody uses may fall asleep on its way down.
+TEST_F(StoryTest, APcThatFallsAsleepAsItShutsDownIsSwitchedOffByItsUser)
+{
+    PlayWell(
+        "service install\nservice start\nuser works\nrun 2s\nrequests take 5s\nuser leaves\n"
+        "sleep\nrun 5h\nslow RegSetValueExW 2s\npc shutdown\n");
+    ExpectTold({"the PC shuts down", "the PC is asleep", "the PC wakes (the user)",
+                "HOLVService: stopped", "the PC is off"});
+}
+
 TEST_F(StoryTest, TheHolderOfARequestIsNamed)
 {
     PlayWell(

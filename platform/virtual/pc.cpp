@@ -208,6 +208,9 @@ void Machine::ShutDown()
     journal.Record("power switch", {{"what", L"shuts down"}});
     services.Shutdown();
     RunUntil([this] { return services.AllEnded(); }, ShutdownPatience(*this));
+    // One that has fallen asleep on its way down is woken by the hand at the switch: none of its
+    // threads could run to its end while it sleeps.
+    if (sleep.phase() != SleepState::Phase::awake) sleep.WakeByUser();
     {
         const Hold hold(*this);
         for (const auto& process : processes()) process->Terminate(1);
