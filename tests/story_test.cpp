@@ -99,8 +99,8 @@ TEST_F(StoryTest, APcThatFallsAsleepAsItShutsDownIsSwitchedOffByItsUser)
     PlayWell(
         "service install\nservice start\nuser works\nrun 2s\nrequests take 5s\nuser leaves\n"
         "sleep\nrun 5h\nslow RegSetValueExW 2s\npc shutdown\n");
-    ExpectTold({"the PC shuts down", "the PC is asleep", "the PC wakes (the user)",
-                "HOLVService: stopped", "the PC is off"});
+    ExpectTold({"13:00:07  the display is on", "13:00:07  HOLVService: stopped",
+                "13:00:07  the PC is off"});
 }
 
 TEST_F(StoryTest, TheHolderOfARequestIsNamed)
