@@ -130,11 +130,12 @@ void AddPicture(std::wstring& html, Day day, Day end)
 // the hours stay near.
 void AddTimeline(std::wstring& html, const Report& report)
 {
-    const auto month_of = [](Day day) { return DayText(day->first).substr(0, 7); };
     html += L"<div class=\"wide\">\n";
     for (Day begin = report.days.begin(); begin != report.days.end();) {
-        Day end = begin;
-        while (end != report.days.end() && month_of(end) == month_of(begin)) ++end;
+        const std::wstring month = DayText(begin->first).substr(0, 7);
+        const Day end = std::find_if(begin, report.days.end(), [&month](const auto& day) {
+            return !DayText(day.first).starts_with(month);
+        });
         AddPicture(html, begin, end);
         begin = end;
     }

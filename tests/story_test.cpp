@@ -93,7 +93,7 @@ TEST_F(StoryTest, APcThatIsSwitchedOffIsNoCrash)
                 "08:00:01  power request released: away, of HOLVService.exe"});
 }
 
-// With its requests gone, a PC that nobody uses may fall asleep on its way down.
+// With its requests gone, a PC that its user has left may fall asleep on its way down.
 TEST_F(StoryTest, APcThatFallsAsleepAsItShutsDownIsSwitchedOffByItsUser)
 {
     PlayWell(
