@@ -208,11 +208,11 @@ void Machine::ShutDown()
     journal.Record("power switch", {{"what", L"shuts down"}});
     services.Shutdown();
     RunUntil([this] { return services.AllEnded(); }, ShutdownPatience(*this));
-    // One that has fallen asleep on its way down is woken by the hand at the switch: none of its
-    // threads could run to its end while it sleeps.
-    if (sleep.phase() != SleepState::Phase::awake) sleep.WakeByUser();
     {
         const Hold hold(*this);
+        // One that has fallen asleep on its way down is woken by the hand at the switch: none of
+        // its threads could run to its end while it sleeps.
+        if (sleep.phase() != SleepState::Phase::awake) sleep.WakeByUser();
         for (const auto& process : processes()) process->Terminate(1);
     }
     RunUntil([this] {
