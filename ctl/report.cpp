@@ -66,7 +66,8 @@ class Maker
 public:
     explicit Maker(Report& report) : m_report(report) {}
 
-    void Take(const HistoryRecord& from, const HistoryRecord& to)
+    // `next` is the line after `to`; null for none.
+    void Take(const HistoryRecord& from, const HistoryRecord& to, const HistoryRecord* next)
     {
         const bool same_boot = from.boot == to.boot;
         const std::int64_t by_clock =
@@ -74,7 +75,7 @@ public:
         TakeCharge(from, ChargeOf(to), same_boot ? to.tick - from.tick : by_clock);
         if (!same_boot) return TakeRestart(from, to);
         if (IsEvent(to, L"start")) return TakeNewProcess(from, to);
-        TakeStates(from, to);
+        TakeStates(from, to, next);
         TakeClock(from, to);
         TakeUser(from, to);
         TakePlanAndMutes(from, to);
@@ -97,14 +98,28 @@ public:
     }
 
 private:
-    // The state of `from` goes on to the change, and that of `to` from there; clock and source are
-    // those of `from` until `to` tells others.
-    void TakeStates(const HistoryRecord& from, const HistoryRecord& to)
+    // The state of `from` goes on to the change, and that of `to` from there. Of several lines that
+    // were written at once, each state ends where the next has begun. Clock and source are those of
+    // the line before, until they tell others.
+    void TakeStates(const HistoryRecord& from, const HistoryRecord& to, const HistoryRecord* next)
     {
-        const std::int64_t change = std::clamp(to.line[L"since_tick"].Number(), from.tick, to.tick);
-        const std::wstring& before = from.line[L"state"].Text();
-        Add(SpentIn(before), from, from.tick, change - from.tick);
-        Add(SpentIn(to.line[L"state"].Text()), from, change, to.tick - change);
+        if (!m_before) {
+            m_before = &from;
+            m_told_to = from.tick;
+        }
+        const std::int64_t change = std::clamp(SinceOf(to), m_told_to, to.tick);
+        const bool at_once =
+            next && next->boot == to.boot && next->tick == to.tick && !IsEvent(*next, L"start");
+        const std::int64_t end = at_once ? std::clamp(SinceOf(*next), change, to.tick) : to.tick;
+        Add(SpentIn(from.line[L"state"].Text()), *m_before, m_told_to, change - m_told_to);
+        Add(SpentIn(to.line[L"state"].Text()), *m_before, change, end - change);
+        m_told_to = end;
+        if (!at_once) m_before = nullptr;
+    }
+
+    static std::int64_t SinceOf(const HistoryRecord& record)
+    {
+        return record.line[L"since_tick"].Number();
     }
 
     void TakeNewProcess(const HistoryRecord& from, const HistoryRecord& to)
@@ -216,6 +231,10 @@ private:
     }
 
     Report& m_report;
+    // While lines follow that were written at once: the line before them, and the tick up to which
+    // states are told.
+    const HistoryRecord* m_before = nullptr;
+    std::int64_t m_told_to = 0;
 };
 
 // A plan that is activated for an instant between two states is no news: leaves the last of the
@@ -286,7 +305,9 @@ Report MakeReport(const History& history, const ServiceEvents& log, int days, co
     const std::vector<HistoryRecord>& records = history.records;
     TellBeforeHistory(report, history, log, end.utc);
     Maker maker(report);
-    for (std::size_t i = 1; i < records.size(); ++i) maker.Take(records[i - 1], records[i]);
+    for (std::size_t i = 1; i < records.size(); ++i) {
+        maker.Take(records[i - 1], records[i], i + 1 < records.size() ? &records[i + 1] : nullptr);
+    }
     if (!records.empty()) maker.TakeLast(records.back(), end);
     JoinPlans(report.events);
     TellErrors(report, history, log);
