@@ -49,6 +49,14 @@ bool NotByTheClock(const Facts& f)
 
 void ChooseState(const Facts&) { S::EnterNeverSleepState(); }
 
+// A timer has woken the PC out of a sleep that the state machine has not noticed: it asks for away
+// mode only where it comes out of HOLV_S3, and the requests that it holds keep the PC awake.
+bool NotInAwayMode(const Facts& f)
+{
+    const bool never_sleep = f.state == HOLV_ACTIVE || f.state == HOLV_IDLE || f.state == HOLV_DND;
+    return NoUser(f) && never_sleep && f.allowed && f.sleeps && !f.user.away && !f.user.suspended;
+}
+
 // --- The do-not-disturb hours ---
 
 bool HasBoundary(const Facts& f) { return InUse(f) && f.hours_enabled && !f.hours.Empty(); }
@@ -149,6 +157,9 @@ constexpr Rule kRules[] = {
     {L"hours",
      L"A PC without its user is in HOLV_DND within the do-not-disturb hours, and only then.",
      L"The state is not that for the time of day", L"choosing it", NotByTheClock, ChooseState},
+    {L"not_away", L"A PC in never-sleep mode that is allowed to be there is in away mode.",
+     L"The PC is in never-sleep mode but not in away mode", L"asking for it", NotInAwayMode,
+     [](const Facts&) { S::GotToSleepNow(); }},
     {L"boundary_stale",
      L"No other boundary of the do-not-disturb hours is awaited, and none while the feature is "
      L"off.",
