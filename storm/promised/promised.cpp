@@ -24,9 +24,14 @@ constexpr Duration kSleeps = 10min;
 
 }  // namespace
 
+bool IsOfThePc(std::string_view kind)
+{
+    return kind != "debug" && kind != "event" && kind != "write" && kind != "console";
+}
+
 Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
 {
-    pc.journal.Listen([this, listens = m_listens](const Effect& effect) {
+    const auto hear = [this, listens = m_listens](const Effect& effect) {
         if (!*listens) return;
         m_belongings.Hear(effect, m_now.moment());
         m_now.Hear(effect);
@@ -34,7 +39,8 @@ Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
         if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
             m_belongings.TakeAsItIs(m_now.trouble() ? Instant{0} : effect.at - 65s);
         }
-    });
+    };
+    pc.journal.Listen(hear, IsOfThePc);
 }
 
 Promised::~Promised()
