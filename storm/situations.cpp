@@ -49,11 +49,11 @@ Situations::Situations(Machine& pc)
         m_ends[PlaceOf(situation.second)].push_back(i);
         m_counts[std::string(situation.name)] = 0;
     }
-    pc.journal.Listen(
-        [this, listens = m_listens](const Effect& effect) {
-            if (*listens) Hear(effect);
-        },
-        IsOfThePc);
+    const auto hear = [this, listens = m_listens](const Effect& effect) {
+        if (*listens) Hear(effect);
+    };
+    pc.journal.Listen(hear,
+                      [](std::string_view kind) { return kind == "debug" || IsOfThePc(kind); });
     pc.faults.Listen([this](const Function& function) {
         ++m_pairs[ToUtf8(m_state) + ": " + function.name() + " fails"];
     });

@@ -65,7 +65,7 @@ Moment Circumstances::moment() const
                fault == "fault PowerGetActiveScheme" || fault == "fault GetDevice" ||
                fault.starts_with("fault Reg");
     });
-    return {.mute_counts = in_use || !running() || !m_settings.feature_on, .values_unread = unread};
+    return {.normal_use = in_use || !running() || !m_settings.feature_on, .values_unread = unread};
 }
 
 // --- What is heard ---
