@@ -52,8 +52,7 @@ Situations::Situations(Machine& pc)
     const auto hear = [this, listens = m_listens](const Effect& effect) {
         if (*listens) Hear(effect);
     };
-    pc.journal.Listen(hear,
-                      [](std::string_view kind) { return kind == "debug" || IsOfThePc(kind); });
+    pc.journal.Listen(hear, IsOfThePc);
     pc.faults.Listen([this](const Function& function) {
         ++m_pairs[ToUtf8(m_state) + ": " + function.name() + " fails"];
     });

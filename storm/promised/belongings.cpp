@@ -137,8 +137,11 @@ void Belongings::HearPlan(const Effect& effect, const Moment& moment)
     const std::string name =
         PlanValue(plan, ToUtf8(effect.Text("source")), ToUtf8(effect.Text("setting")));
     const std::string value = std::to_string(effect.Number("value"));
-    if (by_service) return HearService(name, value, moment);
     Wish& wish = m_wishes[name];
+    if (by_service && moment.policy) {
+        wish.until_activated.insert(wish.written.begin(), wish.written.end());
+    }
+    if (by_service) return HearService(name, value, moment);
     wish.until_activated.insert(wish.values.begin(), wish.values.end());
     Set(name, value);
 }

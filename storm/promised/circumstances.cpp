@@ -67,6 +67,7 @@ Moment Circumstances::moment() const
     });
     return {.normal_use = in_use || !running() || !m_settings.feature_on,
             .user_there = m_there.has_value(),
+            .policy = m_pc.power.PolicyNamesPlan(),
             .values_unread = unread};
 }
 
