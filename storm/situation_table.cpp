@@ -82,9 +82,8 @@ constexpr Mark kMarks[] = {
     {"inactive", "", "presence", L"off"},
     {"program starts", "", "process", L"started"},
     {"on battery", "", "power source", L"dc"},
-    {"delay begins", "", "debug", L"Delaying HOLV state entry"},
-    {"delayed entry", "", "debug", L"Delayed state entry time elapsed"},
-    {"refused", "", "debug", L"Override detected"},
+    {"delay begins", "", "sleep", L"wakes a timer", L"HOLV_S3"},
+    {"delayed entry", "", "state", L"HOLV_S3 HOLV_"},
 };
 
 constexpr Situation kSituations[] = {
@@ -100,7 +99,6 @@ constexpr Situation kSituations[] = {
     {"the hours begin as the user is back", "back", "to DND", 1min},
     {"the user leaves within a second of coming back", "back", "leaves", 1s},
     {"the user is back twice within two seconds", "back", "back", 2s},
-    {"a return is refused never-sleep mode", "back", "refused", 1min},
     {"the user is back in S3", "asleep", "back in S3", 24h},
     {"the user works on where the service sleeps", "wakes", "back in S3", 2s},
     {"the power button wakes, and no input comes for a minute", "button", "leaves", 1min},

@@ -7,8 +7,6 @@ namespace {
 Lines Input(const DeedDraw&) { return {"user input"}; }
 
 Lines WakeByButton(const DeedDraw&) { return {"wake user"}; }
-Lines PutToSleep(const DeedDraw&) { return {"sleep"}; }
-
 Lines Plug(const DeedDraw&) { return {"power ac"}; }
 
 Lines Unplug(const DeedDraw& deed)
@@ -58,7 +56,10 @@ Lines AtOnce(const DeedDraw& deed)
         Leave, ComeBack, Plug, Unplug, StartFilm, EndFilm, PutToSleep};
     Lines lines = {"meanwhile {"};
     for (int i = 0; i < 2; ++i) {
-        for (const std::string& line : deed.draw.Of(kKinds)(deed)) lines.push_back(line);
+        for (const std::string& line : deed.draw.Of(kKinds)(deed)) {
+            // A call needs programs that run.
+            if (!line.starts_with("client")) lines.push_back(line);
+        }
     }
     lines.emplace_back("}");
     return lines;
@@ -67,9 +68,11 @@ Lines AtOnce(const DeedDraw& deed)
 }  // namespace
 
 Lines WakeByTimer(const DeedDraw&) { return {"wake timer"}; }
+Lines PutToSleep(const DeedDraw&) { return {"sleep"}; }
 
 Lines Leave(const DeedDraw& deed)
 {
+    if (deed.draw.Chance(3)) return {"user leaves", "sleep", "client set E_HOLV_STATE 1"};
     if (deed.draw.Chance(55)) return {"user leaves", "sleep"};
     return {"user leaves"};
 }
@@ -83,7 +86,7 @@ Lines ComeBack(const DeedDraw& deed)
 std::vector<DeedKind> UserKinds()
 {
     return {
-        {"input", 6, Input},       {"button", 4, WakeByButton},
+        {"input", 6, Input},       {"button", 6, WakeByButton},
         {"timer", 6, WakeByTimer}, {"sleep", 6, PutToSleep},
         {"plug", 8, Plug},         {"unplug", 8, Unplug, Plug},
         {"rates", 2, Rates},       {"film", 8, StartFilm, EndFilm},

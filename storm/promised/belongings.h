@@ -39,7 +39,10 @@ struct Wish
 // What a mute change by hand means depends on the moment (docs/promises.md).
 struct Moment
 {
-    bool mute_counts = true;     // as the user's choice, on the default endpoint
+    // Nothing of never-sleep mode can be taken for the user's choice, or the other way round.
+    bool normal_use = true;
+    bool user_there = false;
+    bool policy = false;         // names a plan, so that none can be activated anew
     bool values_unread = false;  // a fault keeps the service from reading what it changes
 };
 
@@ -66,7 +69,7 @@ public:
 
 private:
     void Set(const std::string& name, const std::string& value, bool sure = true);
-    void HearService(const std::string& name, const std::string& value, bool unread);
+    void HearService(const std::string& name, const std::string& value, const Moment& moment);
     void HearMute(const virtual_pc::Effect& effect, const Moment& moment);
     void HearPlan(const virtual_pc::Effect& effect, const Moment& moment);
     void Rename(const std::string& from, const std::string& to);

@@ -65,7 +65,10 @@ Moment Circumstances::moment() const
                fault == "fault PowerGetActiveScheme" || fault == "fault GetDevice" ||
                fault.starts_with("fault Reg");
     });
-    return {.mute_counts = in_use || !running() || !m_settings.feature_on, .values_unread = unread};
+    return {.normal_use = in_use || !running() || !m_settings.feature_on,
+            .user_there = m_there.has_value(),
+            .policy = m_pc.power.PolicyNamesPlan(),
+            .values_unread = unread};
 }
 
 // --- What is heard ---
@@ -138,8 +141,10 @@ void Circumstances::Hear(const Effect& effect)
         m_power_event_at = effect.at;
         if (effect.Text("what") == L"wakes") m_woke_at = effect.at;
         Look();
-        // A user who is back before away mode has given the service nothing to put back.
-        if (m_pc.sleep.away() && !m_there) m_left_since_trouble = !Standing();
+        // A user who is back before away mode has given the service nothing to put back; nor does a
+        // sleep in it.
+        const bool begins = effect.kind == "away mode" && m_pc.sleep.away();
+        if (begins && !m_there) m_left_since_trouble = !Standing();
     } else if (effect.kind == "presence" || effect.kind == "display") {
         Look();
     }
@@ -168,6 +173,8 @@ void Circumstances::NoteFault(const ScriptLine& line)
 {
     const auto& words = line.words;
     const std::string second = words.size() > 1 ? words[1] : "";
+    const std::string& lie = words[words.size() - 2];
+    m_lied = m_lied || lie == "pretends" || lie == "done";
     const bool ends = second == "clear" || (words[0] == "device" && words.back() == "0") ||
                       (words[0] == "requests" && words.back().starts_with("0"));
     if (!ends) {

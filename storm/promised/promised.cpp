@@ -24,9 +24,14 @@ constexpr Duration kSleeps = 10min;
 
 }  // namespace
 
+bool IsOfThePc(std::string_view kind)
+{
+    return kind != "debug" && kind != "event" && kind != "write" && kind != "console";
+}
+
 Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
 {
-    pc.journal.Listen([this, listens = m_listens](const Effect& effect) {
+    const auto hear = [this, listens = m_listens](const Effect& effect) {
         if (!*listens) return;
         m_belongings.Hear(effect, m_now.moment());
         m_now.Hear(effect);
@@ -34,7 +39,8 @@ Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
         if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
             m_belongings.TakeAsItIs(m_now.trouble() ? Instant{0} : effect.at - 65s);
         }
-    });
+    };
+    pc.journal.Listen(hear, IsOfThePc);
 }
 
 Promised::~Promised()
@@ -83,16 +89,14 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
         if (wish.values.contains(is)) continue;
         if (in_use && HeldInUse(object) && wish.written.contains(is)) continue;
         if (object.starts_with("mute ")) {
-            // One that was plugged in since is restored at the next return.
-            if (m_belongings.PluggedAt(object.substr(5)) >= m_now.left_at()) continue;
+            // One that was plugged in since is restored at the next return, and after the service's
+            // end by its next start.
+            const Instant plugged = m_belongings.PluggedAt(object.substr(5));
+            const Instant restored = m_now.running() ? m_now.left_at() : m_now.state_since();
+            if (plugged >= std::min(restored, m_now.left_at())) continue;
         }
         // A plan that no longer exists cannot be active.
-        if (object == kActivePlanObject &&
-            std::ranges::none_of(wish.values, [&](const std::string& plan) {
-                return m_pc.power.FindPlan(FromUtf8(plan)) != nullptr;
-            })) {
-            continue;
-        }
+        if (object == kActivePlanObject && UsersPlanIsGone()) continue;
         const Duration allowed = object == kActivePlanObject ? allowed_plan : kLedBack;
         Wrong({std::string(PromiseAbout(object)), object, wish.latest, is,
                std::max(from, wish.touched)},
@@ -100,8 +104,17 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
     }
 }
 
+bool Promised::UsersPlanIsGone() const
+{
+    const Wish* const wish = m_belongings.Find(kActivePlanObject);
+    return wish && std::ranges::none_of(wish->values, [&](const std::string& plan) {
+               return m_pc.power.FindPlan(FromUtf8(plan)) != nullptr;
+           });
+}
+
 void Promised::CheckInForce(Instant from)
 {
+    if (UsersPlanIsGone()) return;
     const PowerPlan& plan = m_pc.power.active();
     const std::string source = m_pc.power.source() == PowerSource::ac ? "ac" : "dc";
     for (const GUID* setting : {&GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS,
@@ -203,17 +216,23 @@ void Promised::CheckGone()
 
 // --- The looks ---
 
+// Asleep, no program does anything.
+void Promised::CheckStop()
+{
+    const auto since = m_now.stopping();
+    if (!since || m_pc.sleep.phase() != SleepState::Phase::awake) return;
+    Wrong({"a stop ends the service within 30 seconds", "the service", "stopped", "stopping",
+           std::max(*since, m_now.woke_at())},
+          kStop);
+}
+
 std::vector<Broken> Promised::Check()
 {
     const Hold hold(m_pc);
     m_broken.clear();
     m_now.Look();
     if (m_now.trouble() || !m_pc.on()) return {};
-    if (const auto since = m_now.stopping()) {
-        Wrong({"a stop ends the service within 30 seconds", "the service", "stopped", "stopping",
-               *since},
-              kStop);
-    }
+    CheckStop();
     const bool on = m_now.running() && m_now.settings().feature_on;
     const bool off = m_now.running() || (m_now.stopped() && !m_now.left_for_the_next_start());
     Instant from = std::max(m_now.state_since(), m_now.settings_since());
@@ -243,12 +262,12 @@ std::vector<Broken> Promised::CheckEnd()
     if (!m_now.stopped())
         Wrong({"a stop ends the service", "the service", "stopped", "running", now}, kStop);
     // After a kill only a removal of the service keeps the next start away.
-    if (!m_now.left_for_the_next_start()) {
+    if (!m_now.left_for_the_next_start() && !m_now.lied()) {
         CheckBelongings(now, Duration{0});
         CheckInForce(now);
         CheckDevice(now);
     }
-    CheckNothingHeld(now);
+    if (!m_now.lied()) CheckNothingHeld(now);
     m_at_end = false;
     return std::move(m_broken);
 }

@@ -19,6 +19,10 @@ struct Broken
     virtual_pc::Instant since;
 };
 
+// Whether an effect is the PC's, and not what programs write: their lines are most of all effects,
+// and nothing is promised of them.
+bool IsOfThePc(std::string_view kind);
+
 class Promised
 {
 public:
@@ -48,6 +52,8 @@ private:
     void CheckRequestsInUse(Instant from);
     void CheckBack(Instant from, Duration allowed);
     void CheckGone();
+    void CheckStop();
+    bool UsersPlanIsGone() const;
 
     virtual_pc::Machine& m_pc;
     Belongings m_belongings;
