@@ -38,7 +38,7 @@ public:
     std::string_view Kind() const override { return "event log"; }
     std::wstring Name() const override { return L"Application"; }
 
-    std::size_t next = 0;
+    std::uint64_t next = 1;  // the number of the record that is read next
 };
 
 constexpr std::wstring_view kComputer = L"PC";
@@ -57,7 +57,7 @@ DWORD ToUnixTime(CalendarTime local)
         std::chrono::floor<std::chrono::seconds>(local - kEastOfUtc - k1970).count());
 }
 
-std::vector<BYTE> BytesOf(const EventRecord& record, std::size_t index)
+std::vector<BYTE> BytesOf(const EventRecord& record, std::uint64_t number)
 {
     constexpr DWORD kSignature = 0x654C664C;
     EVENTLOGRECORD head{};
@@ -72,7 +72,7 @@ std::vector<BYTE> BytesOf(const EventRecord& record, std::size_t index)
     bytes.resize((bytes.size() + sizeof(DWORD) - 1) / sizeof(DWORD) * sizeof(DWORD));
     head.Length = static_cast<DWORD>(bytes.size() + sizeof(DWORD));
     head.Reserved = kSignature;
-    head.RecordNumber = static_cast<DWORD>(index + 1);
+    head.RecordNumber = static_cast<DWORD>(number);
     head.TimeGenerated = head.TimeWritten = ToUnixTime(record.clock);
     head.EventID = record.event_id;
     head.EventType = record.type;
@@ -160,9 +160,11 @@ BOOL WINAPI ReadEventLogW(HANDLE handle, DWORD flags, DWORD, LPVOID buffer, DWOR
     auto* log = call.Find<OpenLog>(handle);
     if (!log) return FALSE;
     *read = *needed = 0;
-    const std::vector<EventRecord>& records = call.machine.event_log.records();
-    for (; log->next < records.size(); ++log->next) {
-        const std::vector<BYTE> bytes = BytesOf(records[log->next], log->next);
+    const auto& records = call.machine.event_log.records();
+    const std::uint64_t oldest = call.machine.event_log.oldest();
+    for (log->next = std::max(log->next, oldest); log->next - oldest < records.size();
+         ++log->next) {
+        const std::vector<BYTE> bytes = BytesOf(records[log->next - oldest], log->next);
         if (bytes.size() > size - *read) {
             if (*read > 0) return TRUE;
             *needed = static_cast<DWORD>(bytes.size());
