@@ -80,12 +80,13 @@ ServiceView::ServiceView(Machine& pc) : m_pc(pc)
         if (service() && !m_pc.services.ServiceOf(process)) return;
         m_service = &process;
         const auto* state = static_cast<const std::atomic<std::int32_t>*>(Symbol(kState));
-        m_pc.Watch(state, [this](std::int32_t from, std::int32_t to) {
+        const auto changed = [this](std::int32_t from, std::int32_t to) {
             m_pc.journal.Record("state", {{"from", std::wstring(StateNameOf(from))},
                                           {"to", std::wstring(StateNameOf(to))},
                                           {"hours_begin", MinutesOf("g_dwDoNotDisturbStart")},
                                           {"hours_end", MinutesOf("g_dwDoNotDisturbEnd")}});
-        });
+        };
+        m_pc.Watch(state, changed, &process);
     };
 }
 

@@ -100,12 +100,18 @@ void Machine::NoteMisuse(std::string what)
 }
 
 void Machine::Watch(const std::atomic<std::int32_t>* address,
-                    std::function<void(std::int32_t, std::int32_t)> changed)
+                    std::function<void(std::int32_t, std::int32_t)> changed, const Process* process)
 {
     const Hold hold(*this);
     m_watched = address;
+    m_watched_process = process;
     m_watched_value = address ? address->load() : 0;
     m_watch_changed = std::move(changed);
+}
+
+void Machine::EndWatchOf(const Process& process)
+{
+    if (!m_watched_process || m_watched_process == &process) Watch(nullptr, {});
 }
 
 void Machine::LookAtWatch()

@@ -179,9 +179,12 @@ public:
 
     // A watchpoint: every platform call compares the number at `address` with what it was, and
     // calls `changed` with the old and the new number when they differ. One at a time; null ends
-    // it.
+    // it. It ends with the process in whose image the number lies, or, where none is named, with
+    // any.
     void Watch(const std::atomic<std::int32_t>* address,
-               std::function<void(std::int32_t, std::int32_t)> changed);
+               std::function<void(std::int32_t, std::int32_t)> changed,
+               const Process* process = nullptr);
+    void EndWatchOf(const Process& process);
     void LookAtWatch();
 
     // --- What every facet stands on ---
@@ -237,6 +240,7 @@ private:
     DWORD m_next_thread_id = 0x1000;
 
     const std::atomic<std::int32_t>* m_watched = nullptr;
+    const Process* m_watched_process = nullptr;
     std::int32_t m_watched_value = 0;
     std::function<void(std::int32_t, std::int32_t)> m_watch_changed;
 };

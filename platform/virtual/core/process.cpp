@@ -273,7 +273,7 @@ void Process::End(Thread& last, int exit_code)
         }
         if (machine.process_ending) machine.process_ending(*this);
         machine.LookAtWatch();
-        if (m_loaded) machine.Watch(nullptr, {});
+        if (m_loaded) machine.EndWatchOf(*this);
         if (m_killed) CloseWhatIsOpen(machine, closed);
         loaded = std::move(m_loaded);
     }
