@@ -37,6 +37,7 @@ struct TracedLine
     Instant at;
     Duration clock;  // less `at`, as the line knows it
     std::string event;
+    std::string boot;
     bool after_lost;  // lines that the disk has lost stand before it
 };
 
@@ -68,7 +69,7 @@ TracedLine LineOf(const json& record, bool after_lost)
     const int ms = std::stoi(record["utc"].get<std::string>().substr(20, 3));
     const Duration clock = *ParseCalendar(local) + std::chrono::milliseconds{ms} +
                            std::chrono::minutes{record["minutes_ahead"].get<int>()};
-    return {at, clock - at, record["event"], after_lost};
+    return {at, clock - at, record["event"], record["boot"], after_lost};
 }
 
 // Not one of its program with a switch.
@@ -162,9 +163,10 @@ private:
             if (instead.empty()) Book(as_known, spent, at + from.clock, end - at);
             at = end;
         }
-        // Between two processes that may be of different starts of the PC only the clocks tell.
+        // Between two starts of the PC only the clocks tell.
         if (!instead.empty()) {
-            const Duration length = to.at + to.clock - (from.at + from.clock);
+            Duration length = to.at - from.at;
+            if (from.boot != to.boot) length += to.clock - from.clock;
             Book(as_known, instead, from.at + from.clock, length);
         }
         for (const auto& [key, time] : by_clock) {
@@ -178,15 +180,12 @@ private:
     const Traced& m_traced;
 };
 
-// What cannot be written cannot be told. And the trace tells no states any more after another
-// program of ours has ended: the end of any image takes the watch on the service's state along.
+// What cannot be written cannot be told.
 void LeaveOutWhatCannotBeTold(Life& life)
 {
     std::erase_if(life.deeds, [](const Deed& deed) {
         return std::ranges::any_of(deed.lines, [](const std::string& line) {
-            constexpr const char* kLeftOut[] = {"fault WriteFile", "ctl", "service run"};
-            return std::ranges::any_of(kLeftOut,
-                                       [&](const char* begin) { return line.starts_with(begin); });
+            return line.starts_with("fault WriteFile");
         });
     });
 }
@@ -292,7 +291,7 @@ TEST(ReportStormTest, TheHoursOfEachDayAreThoseOfThePcToTheSecond)
         LookAtReportOf(seed, seen);
         if (HasFailure()) return;
     }
-    for (const auto& [kind, count] : seen.deeds) EXPECT_GE(count, 3) << kind;
+    for (const auto& [kind, count] : seen.deeds) EXPECT_GE(count, 1) << kind;
     EXPECT_LT(seen.allowance * 20, seen.time);
 }
 
