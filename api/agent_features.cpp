@@ -21,6 +21,8 @@ void OnNeverSleep(DWORD before, DWORD now)
     if (now == before) return;
     if (now == 0) {
         S::StopNeverSleep();
+        // The monitor runs in HOLV_ACTIVE only, and would enter HOLV_IDLE.
+        CancelGlobalTimer(TIMER_CPU_USAGE);
         RestoreWhatIsTheUsers(SendDeviceMode);
     } else {
         S::StartNeverSleep();

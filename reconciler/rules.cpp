@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <functional>
 
+#include "power/driver_api.h"
 #include "power/never_sleep_away_mode.h"
 #include "restore/restoring.h"
 #include "state/global_events.h"
@@ -14,6 +15,10 @@ using S = CNeverSleepState;
 
 bool InUse(const Facts& f) { return f.feature_on && f.state != HOLV_INIT; }
 bool InNormalUse(const Facts& f) { return f.feature_on && f.state == S0_NORMAL; }
+bool InNeverSleepMode(const Facts& f)
+{
+    return f.state == HOLV_ACTIVE || f.state == HOLV_IDLE || f.state == HOLV_DND;
+}
 bool NoUser(const Facts& f) { return InUse(f) && !f.user.present; }
 bool Same(const std::optional<GUID>& plan, const GUID& other)
 {
@@ -48,6 +53,13 @@ bool NotByTheClock(const Facts& f)
 }
 
 void ChooseState(const Facts&) { S::EnterNeverSleepState(); }
+
+// A timer has woken the PC out of a sleep that the state machine has not noticed: it asks for away
+// mode only where it comes out of HOLV_S3, and the requests that it holds keep the PC awake.
+bool NotInAwayMode(const Facts& f)
+{
+    return NoUser(f) && InNeverSleepMode(f) && f.allowed && f.sleeps && !f.user.away && !f.user.suspended;
+}
 
 // --- The do-not-disturb hours ---
 
@@ -136,7 +148,24 @@ bool ChoiceNotNoticed(const Facts& f)
     return !f.plans.user_saved || !Same(f.active_plan, f.plans.never_sleep);
 }
 
+// --- The feature ---
+
+// An entry that was signalled before the feature went off is still handled.
+bool NeverSleepWithFeatureOff(const Facts& f)
+{
+    return !f.feature_on && InNeverSleepMode(f);
+}
+
+void EndNeverSleepMode(const Facts&)
+{
+    S::StopNeverSleep();
+    RestoreWhatIsTheUsers(SendDeviceMode);
+}
+
 constexpr Rule kRules[] = {
+    {L"off", L"While the feature is off there is no never-sleep mode.",
+     L"The feature is off but never-sleep mode is not", L"ending it", NeverSleepWithFeatureOff,
+     EndNeverSleepMode},
     {L"user_there", L"A PC with its user there is in normal use.",
      L"The user is back but normal use has not begun", L"signalling EVENT_ENTER_S0",
      [](const Facts& f) { return InUse(f) && f.user.present && f.state != S0_NORMAL; },
@@ -149,6 +178,9 @@ constexpr Rule kRules[] = {
     {L"hours",
      L"A PC without its user is in HOLV_DND within the do-not-disturb hours, and only then.",
      L"The state is not that for the time of day", L"choosing it", NotByTheClock, ChooseState},
+    {L"not_away", L"A PC in never-sleep mode that is allowed to be there is in away mode.",
+     L"The PC is in never-sleep mode but not in away mode", L"asking for it", NotInAwayMode,
+     [](const Facts&) { S::GotToSleepNow(); }},
     {L"boundary_stale",
      L"No other boundary of the do-not-disturb hours is awaited, and none while the feature is "
      L"off.",

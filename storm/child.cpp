@@ -15,6 +15,14 @@
 
 volatile std::sig_atomic_t g_storm_stops = 0;
 
+StopOnInterrupt::StopOnInterrupt()
+{
+    g_storm_stops = 0;
+    m_before = std::signal(SIGINT, [](int) { g_storm_stops = 1; });
+}
+
+StopOnInterrupt::~StopOnInterrupt() { std::signal(SIGINT, m_before); }
+
 namespace {
 
 using HostTime = std::chrono::steady_clock::time_point;

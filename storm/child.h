@@ -15,6 +15,19 @@
 // Set by a signal: no new work is begun, and what runs is ended.
 extern volatile std::sig_atomic_t g_storm_stops;
 
+// For as long as it lives, Ctrl-C stops what runs, instead of ending this process.
+class StopOnInterrupt
+{
+public:
+    StopOnInterrupt();
+    ~StopOnInterrupt();
+    StopOnInterrupt(const StopOnInterrupt&) = delete;
+    StopOnInterrupt& operator=(const StopOnInterrupt&) = delete;
+
+private:
+    void (*m_before)(int);
+};
+
 // What a process of the host has come to.
 struct Ended
 {

@@ -2,6 +2,8 @@
 
 #include <iostream>
 
+#include "storm/schedules.h"
+
 StormCommand::StormCommand(CLI::App& command, const PlayOptions& defaults) : m_command(command)
 {
     m_options.play = defaults;
@@ -30,6 +32,7 @@ StormCommand::StormCommand(CLI::App& command, const PlayOptions& defaults) : m_c
                        "Exit status 1 where a rare situation was met fewer than ten times");
     m_command.add_flag("--free", m_options.play.machine.free, "Lets the PC's threads run at once");
     AddWays();
+    AddSchedules();
 }
 
 void StormCommand::AddWays()
@@ -43,8 +46,43 @@ void StormCommand::AddWays()
     m_command.add_option("--merge", m_merged, "Adds up what several storms wrote");
 }
 
+void StormCommand::AddSchedules()
+{
+    m_command.add_option("--schedules", m_scheduled,
+                         "Plays scripts under every schedule with one departure from the fixed "
+                         "order of the threads, from their first `say` on");
+    m_command.add_flag("--two", m_two,
+                       "With --schedules: with two departures, at the instant of that `say`");
+    m_command
+        .add_option("--every", m_every,
+                    "With --schedules: only every so many-th, from one drawn by --seed")
+        ->check(CLI::PositiveNumber);
+    m_command.add_option_function<std::string>(
+        "--depart",
+        [this](const std::string& text) {
+            try {
+                m_options.play.machine.departures = DeparturesOf(text);
+            } catch (const std::invalid_argument& error) {
+                throw CLI::ValidationError("--depart", error.what());
+            }
+        },
+        "With --watch: departs from the fixed order there, as POINT:CHOICE,...");
+}
+
+int StormCommand::RunScheduled() const
+{
+    ScheduleOptions options;
+    options.jobs = m_options.jobs;
+    options.two = m_two;
+    options.every = m_every;
+    options.seed = m_options.seed;
+    options.play = m_options.play;
+    return RunSchedules(options, m_scheduled, std::cout);
+}
+
 int StormCommand::Run()
 {
+    if (!m_scheduled.empty()) return RunScheduled();
     if (!m_merged.empty()) return Merge(m_options, m_merged, std::cout);
     if (!m_watched.empty()) return RunWatched(m_options, m_watched, std::cout);
     if (m_gaps) return RunGaps(m_options, std::cout);

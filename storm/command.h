@@ -16,10 +16,15 @@ public:
 
 private:
     void AddWays();
+    void AddSchedules();
+    int RunScheduled() const;
 
     StormOptions m_options;
     std::vector<std::filesystem::path> m_merged;
     std::vector<std::filesystem::path> m_watched;
+    std::vector<std::filesystem::path> m_scheduled;
+    bool m_two = false;
+    std::uint64_t m_every = 1;
     bool m_gaps = false;
     CLI::App& m_command;
     CLI::Option* m_life = nullptr;

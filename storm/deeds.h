@@ -48,6 +48,8 @@ std::vector<DeedKind> UnkindKinds();   // the service's ends, power cuts, faults
 Lines Leave(const DeedDraw& deed);
 Lines ComeBack(const DeedDraw& deed);
 Lines WakeByTimer(const DeedDraw& deed);
+Lines PutToSleep(const DeedDraw& deed);
+Lines KillService(const DeedDraw& deed);
 
 // The PC as a user may have set it up.
 Lines SetUp(Draw& draw, const Home& home);

@@ -49,7 +49,8 @@ Swarm DrawSwarm(Draw& draw)
 Duration Apart(Draw& draw)
 {
     if (draw.Chance(60)) return draw.Of({0ms, 1ms, 999ms, 1000ms, 1001ms, 10ms, 2000ms});
-    return draw.Of({5s, 15s, 30s, 31s, 60s, 61s}) + std::chrono::milliseconds{draw.Between(0, 999)};
+    return draw.Of({5s, 10s, 15s, 30s, 31s, 60s, 61s}) +
+           std::chrono::milliseconds{draw.Between(0, 999)};
 }
 
 Duration Absence(Draw& draw)
@@ -101,8 +102,13 @@ void Drawing::AddAny(Duration at)
 void Drawing::WakeAndMeet(Duration at, Duration apart)
 {
     Add(at, "timer", WakeByTimer);
-    if (Draw(m_seed, kDeeds + m_next++).Chance(50)) {
+    Draw draw(m_seed, kDeeds + m_next++);
+    if (draw.Chance(45)) {
         Add(at + apart, "return", ComeBack);
+    } else if (draw.Chance(30)) {
+        Add(at + apart, "sleep", PutToSleep);
+    } else if (draw.Chance(20)) {
+        Add(at + apart, "kill", KillService);
     } else {
         AddAny(at + apart);
     }

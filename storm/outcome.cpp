@@ -30,10 +30,15 @@ Finding FindingOf(const json& from)
 
 std::string ToJson(const Outcome& outcome)
 {
-    json to = {
-        {"gaps", outcome.gaps},    {"lived", outcome.lived.count()},   {"deeds", outcome.deeds},
-        {"due", outcome.due},      {"situations", outcome.situations}, {"met", outcome.met},
-        {"script", outcome.script}};
+    json to = {{"gaps", outcome.gaps},
+               {"lived", outcome.lived.count()},
+               {"deeds", outcome.deeds},
+               {"due", outcome.due},
+               {"situations", outcome.situations},
+               {"met", outcome.met},
+               {"script", outcome.script},
+               {"points", outcome.points},
+               {"at_once", outcome.points_at_once}};
     if (outcome.finding) to["finding"] = JsonOf(*outcome.finding);
     return to.dump(-1, ' ', false, json::error_handler_t::replace);
 }
@@ -49,6 +54,8 @@ std::optional<Outcome> OutcomeOf(const std::string& text)
         outcome.due = from.at("due");
         outcome.situations = from.at("situations").get<Counts>();
         outcome.met = from.at("met").get<Counts>();
+        outcome.points = from.at("points").get<std::vector<std::size_t>>();
+        outcome.points_at_once = from.at("at_once");
         outcome.script = from.at("script").get<std::vector<std::string>>();
         if (from.contains("finding")) outcome.finding = FindingOf(from.at("finding"));
         return outcome;

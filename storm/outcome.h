@@ -37,6 +37,10 @@ struct Outcome
     std::size_t due = 0;
     Counts situations;
     Counts met;  // pairs of a state and an event, and of a state and a function that failed
+    // How many other threads could run at each place that was counted, and how many of these places
+    // were within the first instant.
+    std::vector<std::size_t> points;
+    std::size_t points_at_once = 0;
     // Commands that lead to the same end.
     std::vector<std::string> script;
 };

@@ -101,6 +101,8 @@ public:
     void End();
     // A line of a script. False when there is a finding.
     bool Line(const ScriptLine& line);
+    // The end of a script, before what every life ends with.
+    void Settle() { m_player.pc().scheduler.CountPoints(false); }
     bool found() const { return m_outcome.finding.has_value(); }
     Outcome Result();
 
@@ -142,10 +144,11 @@ Playing::Playing(const PlayPlan& plan, const Machine::Options& machine)
       m_player(On(plan.options, machine), OutNowhere(), m_losses),
       m_situations(m_player.pc())
 {
-    m_player.pc().journal.Listen([this](const Effect& effect) {
+    const auto hear = [this](const Effect& effect) {
         ++m_effects;
         if (m_plan.pulse) m_plan.pulse->store(effect.at.count(), std::memory_order_relaxed);
-    });
+    };
+    m_player.pc().journal.Listen(hear, IsOfThePc);
 }
 
 void Playing::Keep(const std::string& command, bool refused, bool had_effect)
@@ -299,6 +302,7 @@ bool Playing::Line(const ScriptLine& line)
     if (m_promised && line.words.size() == 2 && line.words[0] == "run") {
         RunTo(Now() + DurationOf(line, line.words[1]));
     } else if (!command.starts_with("expect")) {
+        if (command.starts_with("say ")) m_player.pc().scheduler.CountPoints(true);
         Do(command);
         m_last_deed = Now();
     }
@@ -327,6 +331,11 @@ Outcome Playing::Result()
     m_outcome.lived = Now() - m_started;
     m_outcome.situations = m_situations.counts();
     m_outcome.met = m_situations.pairs();
+    const auto& points = m_player.pc().scheduler.points();
+    for (const auto& point : points) {
+        m_outcome.points.push_back(point.choices);
+        if (point.at == points.front().at) ++m_outcome.points_at_once;
+    }
     return std::move(m_outcome);
 }
 
@@ -339,6 +348,7 @@ Outcome PlayUnderWatch(const std::vector<ScriptLine>& script, const PlayPlan& pl
         for (const ScriptLine& line : script) {
             if (!playing.Line(line)) break;
         }
+        playing.Settle();
         playing.End();
     } catch (const StuckMachine& stuck) {
         Outcome outcome = playing.Result();

@@ -27,5 +27,6 @@ struct PlayPlan
 // command.
 Outcome Play(const Life& life, const PlayPlan& plan);
 
-// Plays a script as it stands, with the same looks; its refused commands are findings.
+// Plays a script as it stands, with the same looks. From its first `say` to its end the places
+// are counted at which another thread could run.
 Outcome PlayUnderWatch(const std::vector<ScriptLine>& script, const PlayPlan& plan);

@@ -84,7 +84,6 @@ constexpr Mark kMarks[] = {
     {"on battery", "", "power source", L"dc"},
     {"delay begins", "", "debug", L"Delaying HOLV state entry"},
     {"delayed entry", "", "debug", L"Delayed state entry time elapsed"},
-    {"refused", "", "debug", L"Override detected"},
 };
 
 constexpr Situation kSituations[] = {
@@ -100,7 +99,6 @@ constexpr Situation kSituations[] = {
     {"the hours begin as the user is back", "back", "to DND", 1min},
     {"the user leaves within a second of coming back", "back", "leaves", 1s},
     {"the user is back twice within two seconds", "back", "back", 2s},
-    {"a return is refused never-sleep mode", "back", "refused", 1min},
     {"the user is back in S3", "asleep", "back in S3", 24h},
     {"the user works on where the service sleeps", "wakes", "back in S3", 2s},
     {"the power button wakes, and no input comes for a minute", "button", "leaves", 1min},

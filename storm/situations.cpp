@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "platform/virtual/base/text.h"
+#include "storm/promised/promised.h"
 
 using namespace virtual_pc;
 
@@ -48,7 +49,21 @@ Situations::Situations(Machine& pc)
         m_ends[PlaceOf(situation.second)].push_back(i);
         m_counts[std::string(situation.name)] = 0;
     }
-    pc.journal.Listen([this](const Effect& effect) { Hear(effect); });
+    const auto hear = [this, listens = m_listens](const Effect& effect) {
+        if (*listens) Hear(effect);
+    };
+    pc.journal.Listen(hear,
+                      [](std::string_view kind) { return kind == "debug" || IsOfThePc(kind); });
+    pc.faults.Listen([this](const Function& function) {
+        ++m_pairs[ToUtf8(m_state) + ": " + function.name() + " fails"];
+    });
+}
+
+Situations::~Situations()
+{
+    const Hold hold(m_pc);
+    *m_listens = false;
+    m_pc.faults.Listen(nullptr);
 }
 
 void Situations::Happens(std::size_t mark)
@@ -87,7 +102,7 @@ void Situations::Hear(const Effect& effect)
         if (text.find(marks[i].text) != text.npos) Happens(i);
     }
     if (effect.kind == "state") m_state = effect.Text("to");
-    if (effect.kind == "debug" || !MeetsTheLoop(effect.kind)) return;
+    if (!MeetsTheLoop(effect.kind)) return;
     ++m_pairs[ToUtf8(m_state) + ": " + std::string(effect.kind) + " " +
               ToUtf8(effect.Text("what"))];
 }

@@ -1,6 +1,7 @@
 // Rare situations, by name: a storm counts how often its lives have met each.
 #pragma once
 
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -35,14 +36,18 @@ std::span<const Mark> AllMarks();
 class Situations
 {
 public:
-    // Listens to the PC's effects from now on.
+    // Listens to the PC's effects and faults from now on.
     explicit Situations(virtual_pc::Machine& pc);
+    ~Situations();
+    Situations(const Situations&) = delete;
+    Situations& operator=(const Situations&) = delete;
 
     // A command that has been done.
     void Deed(const std::string& command);
 
     const Counts& counts() const { return m_counts; }
-    // Pairs of the service's state and what met it there.
+    // Pairs of the service's state and what met it there: an event, a deed or a function that
+    // failed.
     const Counts& pairs() const { return m_pairs; }
 
 private:
@@ -57,4 +62,5 @@ private:
     std::vector<std::size_t> m_first;  // by the situations: the mark of the first half
     Counts m_counts;
     Counts m_pairs;
+    std::shared_ptr<bool> m_listens = std::make_shared<bool>(true);
 };

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -17,8 +16,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::chrono::seconds kHangs{30};
-
-void StopStorm(int) { g_storm_stops = 1; }
 
 double SecondsSince(std::chrono::steady_clock::time_point start)
 {
@@ -199,8 +196,7 @@ std::vector<Gap> GapsOf(const StormOptions& options)
 
 int RunStorm(const StormOptions& options, std::ostream& out)
 {
-    g_storm_stops = 0;
-    const auto before = std::signal(SIGINT, StopStorm);
+    const StopOnInterrupt stopping;
     const std::vector<Gap> gaps = GapsOf(options);
     const PlayPlan plan{options.play, gaps};
     if (!options.keep.empty()) create_directories(options.keep);
@@ -208,7 +204,6 @@ int RunStorm(const StormOptions& options, std::ostream& out)
     Tally tally = LiveAll(options, plan, out);
     ShrinkAll(options, plan, tally, out);
     if (g_storm_stops) out << "stopped before its end\n";
-    std::signal(SIGINT, before);
     return Conclude(options, tally, out);
 }
 
@@ -230,8 +225,10 @@ int RunLife(const StormOptions& options, std::ostream& out)
 
 int RunGaps(const StormOptions& options, std::ostream& out)
 {
+    const StopOnInterrupt stopping;
     int passed = 0;
     for (const Gap& gap : GapsOf(options)) {
+        if (g_storm_stops) return 1;
         std::vector<Gap> only = {gap};
         Outcome outcome;
         Pool pool(1, kHangs);

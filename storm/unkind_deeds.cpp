@@ -8,8 +8,11 @@ namespace {
 
 Lines StartService(const DeedDraw&) { return {"service start"}; }
 Lines StopService(const DeedDraw&) { return {"service stop"}; }
-Lines RestartService(const DeedDraw&) { return {"service stop", "service start"}; }
-Lines KillService(const DeedDraw&) { return {"service kill"}; }
+Lines RestartService(const DeedDraw& deed)
+{
+    if (deed.draw.Chance(70)) return {"service stop", "service start"};
+    return {"service stop", "service start", "service stop", "service start"};
+}
 
 Lines KillAtCall(const DeedDraw& deed)
 {
@@ -116,6 +119,12 @@ Lines Listing(const DeedDraw& deed)
 }
 
 }  // namespace
+
+Lines KillService(const DeedDraw& deed)
+{
+    if (deed.draw.Chance(30)) return {"service kill", "ctl restore"};
+    return {"service kill"};
+}
 
 std::vector<DeedKind> UnkindKinds()
 {

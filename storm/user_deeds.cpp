@@ -7,8 +7,6 @@ namespace {
 Lines Input(const DeedDraw&) { return {"user input"}; }
 
 Lines WakeByButton(const DeedDraw&) { return {"wake user"}; }
-Lines PutToSleep(const DeedDraw&) { return {"sleep"}; }
-
 Lines Plug(const DeedDraw&) { return {"power ac"}; }
 
 Lines Unplug(const DeedDraw& deed)
@@ -67,9 +65,11 @@ Lines AtOnce(const DeedDraw& deed)
 }  // namespace
 
 Lines WakeByTimer(const DeedDraw&) { return {"wake timer"}; }
+Lines PutToSleep(const DeedDraw&) { return {"sleep"}; }
 
 Lines Leave(const DeedDraw& deed)
 {
+    if (deed.draw.Chance(3)) return {"user leaves", "sleep", "client set E_HOLV_STATE 1"};
     if (deed.draw.Chance(55)) return {"user leaves", "sleep"};
     return {"user leaves"};
 }
@@ -83,7 +83,7 @@ Lines ComeBack(const DeedDraw& deed)
 std::vector<DeedKind> UserKinds()
 {
     return {
-        {"input", 6, Input},       {"button", 4, WakeByButton},
+        {"input", 6, Input},       {"button", 6, WakeByButton},
         {"timer", 6, WakeByTimer}, {"sleep", 6, PutToSleep},
         {"plug", 8, Plug},         {"unplug", 8, Unplug, Plug},
         {"rates", 2, Rates},       {"film", 8, StartFilm, EndFilm},

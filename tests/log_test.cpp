@@ -71,7 +71,7 @@ protected:
         });
     }
 
-    std::vector<DebugLine> Debug() const { return pc.outputs.debug(); }
+    std::deque<DebugLine> Debug() const { return pc.outputs.debug(); }
 
     DWORD thread = 0;  // that ran the latest body
 };

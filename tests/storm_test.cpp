@@ -10,12 +10,14 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <sstream>
 
 #include "storm/child.h"
 #include "storm/gaps.h"
 #include "storm/life.h"
+#include "storm/schedules.h"
 #include "storm/shrink.h"
 
 namespace fs = std::filesystem;
@@ -40,7 +42,7 @@ fs::path Scratch(const std::string& name)
 }
 
 // Played in a process of its own, as the machine is one for each.
-Outcome Lived(const Life& life, const PlayPlan& plan)
+Outcome Alone(const PlayPlan& plan, const std::function<Outcome(const PlayPlan&)>& play)
 {
     Outcome outcome;
     bool begun = false;
@@ -50,11 +52,16 @@ Outcome Lived(const Life& life, const PlayPlan& plan)
             return [&](Pulse& pulse) {
                 PlayPlan own = plan;
                 own.pulse = &pulse;
-                return ToJson(Play(life, own));
+                return ToJson(play(own));
             };
         },
         [&](std::size_t, const Ended& ended) { outcome = OutcomeOf(ended); });
     return outcome;
+}
+
+Outcome Lived(const Life& life, const PlayPlan& plan)
+{
+    return Alone(plan, [&](const PlayPlan& own) { return Play(life, own); });
 }
 
 std::string TextOfFile(const fs::path& file)
@@ -164,6 +171,37 @@ TEST(StormShrinkTest, ALifeThatCrashesOrHangsIsAFindingOfItsOwn)
     ASSERT_EQ(found.size(), 2u);
     EXPECT_NE(found[0].find("no time"), std::string::npos) << found[0];
     EXPECT_NE(found[1].find("Aborted"), std::string::npos) << found[1];
+}
+
+// --- Schedules ---
+
+TEST(StormScheduleTest, ADepartureLeadsToAnotherHistoryWhichRepeats)
+{
+    const auto script = ReadScript(HOLV_SOURCE_DIR "/storm/schedules/return_and_unplugging.pc");
+    const fs::path trace = Scratch("schedule");
+    std::string history;
+    const auto play = [&](const std::string& departures) {
+        PlayPlan plan{StormPlay(trace), kNoGaps};
+        if (!departures.empty()) plan.options.machine.departures = DeparturesOf(departures);
+        const Outcome outcome =
+            Alone(plan, [&](const PlayPlan& own) { return PlayUnderWatch(script, own); });
+        EXPECT_FALSE(outcome.finding) << outcome.finding->Key();
+        history = TextOfFile(trace);
+        return outcome;
+    };
+    const Outcome fixed = play("");
+    const std::string in_order = history;
+    ASSERT_GT(fixed.points_at_once, 50u);
+    EXPECT_LT(fixed.points_at_once, fixed.points.size());
+    const std::string middle = std::to_string(fixed.points_at_once / 2) + ":0";
+    play(middle);
+    const std::string departed = history;
+    EXPECT_FALSE(departed == in_order);
+    play(middle);
+    EXPECT_TRUE(departed == history);
+    fs::remove(trace);
+    EXPECT_THROW(DeparturesOf("17"), std::invalid_argument);
+    EXPECT_THROW(DeparturesOf("17:0 23:1"), std::invalid_argument);
 }
 
 // --- Known gaps ---

@@ -104,6 +104,7 @@ Machine::Machine(const Options& options)
       scheduler(*this, {.free = options.free,
                         .seed = options.seed,
                         .priorities = options.priorities,
+                        .departures = options.departures,
                         .pace = options.pace,
                         .go_on = options.go_on}),
       faults(options.seed),

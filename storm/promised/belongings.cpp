@@ -126,7 +126,10 @@ void Belongings::HearPlan(const Effect& effect, const Moment& moment)
             it->second.until_activated.clear();
         }
         if (by_service) return HearService(kActivePlanObject, plan, moment.values_unread);
-        return Set(kActivePlanObject, plan);
+        // Chosen while never-sleep mode lasts, its own plan cannot be told from the service's
+        // choice.
+        constexpr const char* kNeverSleepPlan = "Power saver";
+        return Set(kActivePlanObject, plan, moment.normal_use || plan != kNeverSleepPlan);
     }
     const std::string name =
         PlanValue(plan, ToUtf8(effect.Text("source")), ToUtf8(effect.Text("setting")));
@@ -149,7 +152,7 @@ void Belongings::HearMute(const Effect& effect, const Moment& moment)
     }
     const Endpoint* const first = m_pc.audio.Default(eRender);
     const bool is_default = first && first->name() == endpoint;
-    Set(name, MuteText(muted), moment.mute_counts && is_default);
+    Set(name, MuteText(muted), moment.normal_use && is_default);
 }
 
 void Belongings::Hear(const Effect& effect, const Moment& moment)

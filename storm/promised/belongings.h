@@ -39,7 +39,8 @@ struct Wish
 // What a mute change by hand means depends on the moment (docs/promises.md).
 struct Moment
 {
-    bool mute_counts = true;     // as the user's choice, on the default endpoint
+    // Nothing of never-sleep mode can be taken for the user's choice, or the other way round.
+    bool normal_use = true;
     bool values_unread = false;  // a fault keeps the service from reading what it changes
 };
 

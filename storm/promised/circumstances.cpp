@@ -65,7 +65,7 @@ Moment Circumstances::moment() const
                fault == "fault PowerGetActiveScheme" || fault == "fault GetDevice" ||
                fault.starts_with("fault Reg");
     });
-    return {.mute_counts = in_use || !running() || !m_settings.feature_on, .values_unread = unread};
+    return {.normal_use = in_use || !running() || !m_settings.feature_on, .values_unread = unread};
 }
 
 // --- What is heard ---
@@ -138,8 +138,10 @@ void Circumstances::Hear(const Effect& effect)
         m_power_event_at = effect.at;
         if (effect.Text("what") == L"wakes") m_woke_at = effect.at;
         Look();
-        // A user who is back before away mode has given the service nothing to put back.
-        if (m_pc.sleep.away() && !m_there) m_left_since_trouble = !Standing();
+        // A user who is back before away mode has given the service nothing to put back; nor does a
+        // sleep in it.
+        const bool begins = effect.kind == "away mode" && m_pc.sleep.away();
+        if (begins && !m_there) m_left_since_trouble = !Standing();
     } else if (effect.kind == "presence" || effect.kind == "display") {
         Look();
     }

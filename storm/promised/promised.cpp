@@ -24,9 +24,14 @@ constexpr Duration kSleeps = 10min;
 
 }  // namespace
 
+bool IsOfThePc(std::string_view kind)
+{
+    return kind != "debug" && kind != "event" && kind != "write" && kind != "console";
+}
+
 Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
 {
-    pc.journal.Listen([this, listens = m_listens](const Effect& effect) {
+    const auto hear = [this, listens = m_listens](const Effect& effect) {
         if (!*listens) return;
         m_belongings.Hear(effect, m_now.moment());
         m_now.Hear(effect);
@@ -34,7 +39,8 @@ Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
         if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
             m_belongings.TakeAsItIs(m_now.trouble() ? Instant{0} : effect.at - 65s);
         }
-    });
+    };
+    pc.journal.Listen(hear, IsOfThePc);
 }
 
 Promised::~Promised()
@@ -83,8 +89,11 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
         if (wish.values.contains(is)) continue;
         if (in_use && HeldInUse(object) && wish.written.contains(is)) continue;
         if (object.starts_with("mute ")) {
-            // One that was plugged in since is restored at the next return.
-            if (m_belongings.PluggedAt(object.substr(5)) >= m_now.left_at()) continue;
+            // One that was plugged in since is restored at the next return, and after the service's
+            // end by its next start.
+            const Instant plugged = m_belongings.PluggedAt(object.substr(5));
+            const Instant restored = m_now.running() ? m_now.left_at() : m_now.state_since();
+            if (plugged >= std::min(restored, m_now.left_at())) continue;
         }
         // A plan that no longer exists cannot be active.
         if (object == kActivePlanObject &&

@@ -19,6 +19,10 @@ struct Broken
     virtual_pc::Instant since;
 };
 
+// Whether an effect is the PC's, and not what programs write: their lines are most of all effects,
+// and nothing is promised of them.
+bool IsOfThePc(std::string_view kind);
+
 class Promised
 {
 public:

@@ -13,6 +13,7 @@ void Outputs::Debug(DWORD thread, std::wstring_view text)
 {
     const Hold hold(m_machine);
     m_debug.push_back({m_machine.now(), thread, std::wstring(text)});
+    if (m_debug.size() > kDebugKept) m_debug.pop_front();
     if (m_machine.journal.Listened("debug")) {
         m_machine.journal.Record("debug", {{"text", std::wstring(text)}});
     }

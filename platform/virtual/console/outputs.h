@@ -1,6 +1,7 @@
 // Keeps what processes print, show in message boxes and send to the debugger.
 #pragma once
 
+#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +30,8 @@ public:
     void Console(std::string_view bytes);
     void MessageBox(std::wstring_view caption, std::wstring_view text);
 
-    const std::vector<DebugLine>& debug() const { return m_debug; }
+    // The last kDebugKept lines.
+    const std::deque<DebugLine>& debug() const { return m_debug; }
     // Whether a debugger line contains `text`.
     bool DebugSaid(std::wstring_view text) const;
     // "caption: text" of each message box.
@@ -37,9 +39,11 @@ public:
     // Standard output of every process, UTF-8.
     const std::string& console() const { return m_console; }
 
+    static constexpr std::size_t kDebugKept = 100'000;
+
 private:
     Machine& m_machine;
-    std::vector<DebugLine> m_debug;
+    std::deque<DebugLine> m_debug;
     std::string m_console;
     std::vector<std::wstring> m_message_boxes;
 };

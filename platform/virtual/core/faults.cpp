@@ -123,6 +123,7 @@ std::optional<Faults::Struck> Faults::Strike(Function& function, Armed& armed, T
                            ? drawn()
                            : armed.calls >= fault.first && armed.calls - fault.first < fault.count;
     if (!fails) return std::nullopt;
+    if (m_hear) m_hear(function);
     const DWORD error = fault.error.value_or(function.DefaultError());
     if (fault.raise) throw RaisedException{error};
     return Struck{error, fault.lie};

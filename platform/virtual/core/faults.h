@@ -3,10 +3,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/base.h"
@@ -132,6 +134,9 @@ public:
     // Calls of a function since the machine was switched on.
     std::uint64_t CallsOf(std::string_view function) const;
 
+    // Called, with the machine held, for each call on which a fault of its function strikes.
+    void Listen(std::function<void(const Function&)> hear) { m_hear = std::move(hear); }
+
     // For Call: counts the call, and returns what a fault of the function makes of it, if any.
     std::optional<Struck> OnCall(Function& function, Thread& thread, Instant now);
     // The same for a fault of the object that the call concerns.
@@ -152,6 +157,7 @@ private:
     std::uint64_t m_fail_nth = 0;
     std::uint64_t m_fallible_calls = 0;
     const Function* m_failed = nullptr;
+    std::function<void(const Function&)> m_hear;
 };
 
 }  // namespace virtual_pc

@@ -8,47 +8,51 @@
 
 namespace virtual_pc {
 
-std::size_t HandleTable::IndexOf(HANDLE handle) const
+// The end where the handle is not open.
+std::vector<HandleTable::Entry>::const_iterator HandleTable::PlaceOf(HANDLE handle) const
 {
     const auto value = reinterpret_cast<std::uintptr_t>(handle);
-    if (value < kFirst || (value - kFirst) % kStep != 0) return m_entries.size();
-    return std::min((value - kFirst) / kStep, m_entries.size());
+    const auto place = std::ranges::lower_bound(m_open, value, {}, &Entry::handle);
+    return place != m_open.end() && place->handle == value ? place : m_open.end();
 }
 
 HANDLE HandleTable::Open(std::shared_ptr<Object> object, Process* owner)
 {
     Hold::Require();
-    m_entries.push_back({std::move(object), owner});
-    return reinterpret_cast<HANDLE>(kFirst + (m_entries.size() - 1) * kStep);
+    m_open.push_back({m_next, std::move(object), owner});
+    m_next += kStep;
+    return reinterpret_cast<HANDLE>(m_open.back().handle);
 }
 
 Object* HandleTable::Find(HANDLE handle) const
 {
-    const std::size_t index = IndexOf(handle);
-    return index < m_entries.size() ? m_entries[index].object.get() : nullptr;
+    const auto place = PlaceOf(handle);
+    return place != m_open.end() ? place->object.get() : nullptr;
 }
 
 std::shared_ptr<Object> HandleTable::FindShared(HANDLE handle) const
 {
     Hold::Require();
-    const std::size_t index = IndexOf(handle);
-    return index < m_entries.size() ? m_entries[index].object : nullptr;
+    const auto place = PlaceOf(handle);
+    return place != m_open.end() ? place->object : nullptr;
 }
 
 bool HandleTable::Close(HANDLE handle)
 {
     Hold::Require();
-    const std::size_t index = IndexOf(handle);
-    if (index >= m_entries.size() || !m_entries[index].object) return false;
-    const std::shared_ptr<Object> object = std::exchange(m_entries[index].object, nullptr);
+    const auto place = PlaceOf(handle);
+    if (place == m_open.end()) return false;
+    const std::shared_ptr<Object> object = place->object;
+    m_open.erase(place);
     object->Closed();
     return true;
 }
 
 bool HandleTable::IsStale(HANDLE handle) const
 {
-    const std::size_t index = IndexOf(handle);
-    return index < m_entries.size() && !m_entries[index].object;
+    const auto value = reinterpret_cast<std::uintptr_t>(handle);
+    const bool given = value >= kFirst && value < m_next && (value - kFirst) % kStep == 0;
+    return given && PlaceOf(handle) == m_open.end();
 }
 
 std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner,
@@ -56,11 +60,16 @@ std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner,
 {
     Hold::Require();
     std::vector<LeftOpen> left;
-    for (Entry& entry : m_entries) {
-        if (!entry.object || entry.owner != owner) continue;
+    std::vector<Entry> owned;
+    std::erase_if(m_open, [&](Entry& entry) {
+        if (entry.owner != owner) return false;
+        owned.push_back(std::move(entry));
+        return true;
+    });
+    for (Entry& entry : owned) {
         left.push_back(
             {std::string(entry.object->Kind()), entry.object->Name(), owner ? owner->id() : 0});
-        closed.push_back(std::exchange(entry.object, nullptr));
+        closed.push_back(std::move(entry.object));
         closed.back()->Closed();
     }
     return left;
@@ -69,8 +78,7 @@ std::vector<LeftOpen> HandleTable::CloseAllOf(Process* owner,
 std::vector<LeftOpen> HandleTable::List() const
 {
     std::vector<LeftOpen> open;
-    for (const Entry& entry : m_entries) {
-        if (!entry.object) continue;
+    for (const Entry& entry : m_open) {
         open.push_back({std::string(entry.object->Kind()), entry.object->Name(),
                         entry.owner ? entry.owner->id() : 0});
     }

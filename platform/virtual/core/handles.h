@@ -57,8 +57,8 @@ public:
     template <class T>
     std::shared_ptr<T> FindNamed(std::wstring_view name) const
     {
-        for (const Entry& entry : m_entries) {
-            if (!entry.object || entry.object->Name() != name) continue;
+        for (const Entry& entry : m_open) {
+            if (entry.object->Name() != name) continue;
             if (auto found = std::dynamic_pointer_cast<T>(entry.object)) return found;
         }
         return nullptr;
@@ -68,8 +68,8 @@ public:
     template <class T>
     std::shared_ptr<T> FindOf(const Process* owner) const
     {
-        for (const Entry& entry : m_entries) {
-            if (!entry.object || entry.owner != owner) continue;
+        for (const Entry& entry : m_open) {
+            if (entry.owner != owner) continue;
             if (auto found = std::dynamic_pointer_cast<T>(entry.object)) return found;
         }
         return nullptr;
@@ -91,15 +91,18 @@ public:
 private:
     struct Entry
     {
+        std::uintptr_t handle;
         std::shared_ptr<Object> object;
-        Process* owner = nullptr;
+        Process* owner;
     };
     static constexpr std::uintptr_t kStep = 4;
     static constexpr std::uintptr_t kFirst = 0x100;
 
-    std::size_t IndexOf(HANDLE handle) const;
+    std::vector<Entry>::const_iterator PlaceOf(HANDLE handle) const;
 
-    std::vector<Entry> m_entries;
+    // By handle. Few are open at a time, out of the millions of a long life.
+    std::vector<Entry> m_open;
+    std::uintptr_t m_next = kFirst;
 };
 
 }  // namespace virtual_pc

@@ -74,7 +74,8 @@ public:
     {
         bool free = false;
         std::uint64_t seed = 0;
-        int priorities = 0;  // as the scheduler's
+        int priorities = 0;                                 // as the scheduler's
+        std::vector<Scheduler::Departure> departures = {};  // likewise
         double pace = 0;
         // Where the PC's disk and registry are kept between runs; empty: thrown away with it.
         std::string root = {};

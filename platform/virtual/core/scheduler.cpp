@@ -144,7 +144,11 @@ Thread& Scheduler::Choose()
 // often changes nothing of its history.
 std::size_t Scheduler::PlaceOfNext()
 {
-    if (m_options.seed == 0 || m_ready.size() == 1) return 0;
+    if (m_ready.size() == 1) return 0;
+    if (m_options.seed == 0) {
+        const std::optional<std::size_t> other = Depart(m_ready.size() - 1);
+        return other ? *other + 1 : 0;
+    }
     return m_options.priorities > 0 ? PlaceOfHighest() : m_random.Below(m_ready.size());
 }
 
@@ -164,6 +168,18 @@ void Scheduler::LowerInTurn(Thread& self)
         m_calls_to_change = 1 + m_random.Below(2 * kWindow / changes);
     }
     if (--m_calls_to_change == 0) self.priority = --m_lowest;
+}
+
+// Counts a point at which so many other threads could run, and chooses one of them where a
+// departure from the fixed order is asked for.
+std::optional<std::size_t> Scheduler::Depart(std::size_t choices)
+{
+    if (!m_counts_points) return std::nullopt;
+    const std::uint64_t point = m_points.size();
+    m_points.push_back({m_now, choices});
+    const auto wanted = std::ranges::find(m_options.departures, point, &Departure::point);
+    if (wanted == m_options.departures.end()) return std::nullopt;
+    return std::min(wanted->choice, choices - 1);
 }
 
 // Passes the baton. Unlocks the machine before the wake-up, so that the woken thread does not block
@@ -265,7 +281,11 @@ void Scheduler::Preempt(Thread& self)
 {
     if (self.loads) return;
     if (m_still && &self != m_driver && Hold::Once()) return AwaitGoOn(self);
-    if (m_options.seed == 0 || m_ready.empty() || &self == m_driver || !Hold::Once()) return;
+    if (m_ready.empty() || &self == m_driver || !Hold::Once()) return;
+    if (m_options.seed == 0) {
+        if (const auto other = Depart(m_ready.size())) LetRun(self, *other);
+        return;
+    }
     if (m_options.priorities > 0) {
         LowerInTurn(self);
         const std::size_t highest = PlaceOfHighest();

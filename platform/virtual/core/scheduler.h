@@ -16,6 +16,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -70,6 +71,20 @@ public:
 class Scheduler
 {
 public:
+    // One departure from the fixed order: at the `point`th place where another thread could run
+    // instead, the one that runs.
+    struct Departure
+    {
+        std::uint64_t point;
+        std::size_t choice;
+    };
+    // A place where another thread could run instead: when, and how many could.
+    struct Point
+    {
+        Instant at;
+        std::size_t choices;
+    };
+
     struct Options
     {
         bool free = false;
@@ -78,6 +93,8 @@ public:
         // Above 0, and with a seed: each thread has a drawn priority, the highest runs, and the
         // running one falls below all others at so many calls less one in some thousands.
         int priorities = 0;
+        // Without a seed, from CountPoints on.
+        std::vector<Departure> departures = {};
         // Machine seconds for each second of the host's clock; 0 does not wait for it at all.
         double pace = 0;
         // Asked, with the machine held, whenever all threads of a machine that the driver runs are
@@ -111,6 +128,11 @@ public:
     void Preempt(Thread& self);
     // Hands over to the thread that has been ready longest, if any is ready.
     void Yield(Thread& self);
+
+    // From now on, or from now on not, the places where another thread could run are counted, and
+    // the departures made. They are the beginnings of calls and the ends of turns.
+    void CountPoints(bool count) { m_counts_points = count; }
+    const std::vector<Point>& points() const { return m_points; }
 
     // From now on only the driver runs, and the clock goes on. Ready threads are frozen, running
     // ones at their next platform call, until GoOn. Alarms that count sleep still fire at their
@@ -153,6 +175,7 @@ private:
     Thread& Choose();
     std::size_t PlaceOfNext();
     std::size_t PlaceOfHighest() const;
+    std::optional<std::size_t> Depart(std::size_t choices);
     void LowerInTurn(Thread& self);
     void SwitchTo(Thread& next);
     void LetRun(Thread& self, std::size_t place);
@@ -166,6 +189,8 @@ private:
     Random m_random;
     std::uint64_t m_calls_to_change = 0;  // until the running thread's priority falls
     std::int64_t m_lowest = 0;            // the last priority given to one that fell
+    bool m_counts_points = false;
+    std::vector<Point> m_points;
     Instant m_now{0};
     std::multimap<Instant, Alarm*> m_alarms;
     // While the machine stands still, the alarms that do not count sleep, at the times at which

@@ -1,6 +1,7 @@
 // The Application event log and its viewer.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <string>
 #include <string_view>
@@ -31,8 +32,10 @@ class EventLog
 public:
     explicit EventLog(Machine& machine) : m_machine(machine) {}
 
-    const std::vector<EventRecord>& records() const { return m_records; }
+    // The last kRecordsKept: the log overwrites the oldest, as the real one does in its 20 MB.
+    const std::deque<EventRecord>& records() const { return m_records; }
     void Add(EventRecord record);
+    static constexpr std::size_t kRecordsKept = 50'000;
 
     // Gives a module on the PC's disk the message texts of a file in the message compiler's form,
     // in place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
@@ -50,7 +53,7 @@ private:
                                     DWORD id) const;
 
     Machine& m_machine;
-    std::vector<EventRecord> m_records;
+    std::deque<EventRecord> m_records;
     std::map<std::wstring, MessageTable, NoCase> m_messages;  // by module
 };
 

@@ -1,0 +1,179 @@
+#include "storm/schedules.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include "storm/child.h"
+
+using namespace std::chrono_literals;
+using virtual_pc::Scheduler;
+
+namespace {
+
+using Departures = std::vector<Scheduler::Departure>;
+
+constexpr std::chrono::seconds kStands{30};
+
+std::string TextOfDepartures(const Departures& departures)
+{
+    std::string text;
+    for (const Scheduler::Departure& departure : departures) {
+        text += (text.empty() ? "" : ",") + std::to_string(departure.point) + ":" +
+                std::to_string(departure.choice);
+    }
+    return text;
+}
+
+// The schedules of one script, each of them played in a process of its own.
+class Schedules
+{
+public:
+    Schedules(const ScheduleOptions& options, std::vector<ScriptLine> script)
+        : m_options(options), m_script(std::move(script))
+    {
+    }
+
+    void PlayAll();
+    void Print(std::ostream& out, const std::filesystem::path& script) const;
+    bool found() const { return !m_found.empty(); }
+
+private:
+    std::vector<Outcome> Outcomes(const std::vector<Departures>& schedules);
+    // Adds each schedule that departs once more, at one of the points.
+    static void Extend(const Departures& so_far, const Outcome& outcome, std::size_t from,
+                       std::size_t to, std::vector<Departures>& schedules);
+    std::vector<Departures> Sampled(const std::vector<Departures>& all) const;
+    void Count(const Departures& schedule, const Outcome& outcome);
+
+    const ScheduleOptions& m_options;
+    const std::vector<ScriptLine> m_script;
+    const std::vector<Gap> m_no_gaps;
+    std::size_t m_points = 0;
+    std::size_t m_of = 0;
+    std::size_t m_played = 0;
+    // By the finding's key: the first schedule that has it, and how many have.
+    std::map<std::string, std::pair<Departures, std::size_t>> m_found;
+    std::map<std::string, Finding> m_findings;
+};
+
+std::vector<Outcome> Schedules::Outcomes(const std::vector<Departures>& schedules)
+{
+    std::vector<Outcome> outcomes(schedules.size());
+    std::size_t next = 0;
+    Pool(m_options.jobs, kStands)
+        .Run(
+            [&]() -> std::optional<Pool::Work> {
+                if (next == schedules.size() || g_storm_stops) return std::nullopt;
+                const Departures& schedule = schedules[next++];
+                return [&schedule, this](Pulse& pulse) {
+                    PlayPlan plan{m_options.play, m_no_gaps, &pulse};
+                    plan.options.machine.seed = 0;
+                    plan.options.machine.departures = schedule;
+                    return ToJson(PlayUnderWatch(m_script, plan));
+                };
+            },
+            [&](std::size_t number, const Ended& ended) { outcomes[number] = OutcomeOf(ended); });
+    for (std::size_t i = 0; i < next && !g_storm_stops; ++i) Count(schedules[i], outcomes[i]);
+    return outcomes;
+}
+
+void Schedules::Count(const Departures& schedule, const Outcome& outcome)
+{
+    ++m_played;
+    if (!outcome.finding) return;
+    const std::string key = outcome.finding->Key();
+    m_findings.emplace(key, *outcome.finding);
+    ++m_found.try_emplace(key, schedule, 0).first->second.second;
+}
+
+void Schedules::Extend(const Departures& so_far, const Outcome& outcome, std::size_t from,
+                       std::size_t to, std::vector<Departures>& schedules)
+{
+    for (std::size_t point = from; point < std::min(to, outcome.points.size()); ++point) {
+        for (std::size_t choice = 0; choice < outcome.points[point]; ++choice) {
+            schedules.push_back(so_far);
+            schedules.back().push_back({point, choice});
+        }
+    }
+}
+
+std::vector<Departures> Schedules::Sampled(const std::vector<Departures>& all) const
+{
+    std::vector<Departures> sampled;
+    for (std::size_t i = m_options.seed % m_options.every; i < all.size(); i += m_options.every) {
+        sampled.push_back(all[i]);
+    }
+    return sampled;
+}
+
+void Schedules::PlayAll()
+{
+    const Outcome fixed = Outcomes({{}}).front();
+    m_points = m_options.two ? fixed.points_at_once : fixed.points.size();
+    std::vector<Departures> once;
+    Extend({}, fixed, 0, m_points, once);
+    if (!m_options.two) {
+        m_of = once.size();
+        Outcomes(Sampled(once));
+        return;
+    }
+    // What a first departure leads to decides where a second can be.
+    std::vector<Departures> twice;
+    const std::vector<Outcome> after = Outcomes(once);
+    for (std::size_t i = 0; i < once.size() && !g_storm_stops; ++i) {
+        Extend(once[i], after[i], once[i].back().point + 1, after[i].points_at_once, twice);
+    }
+    m_of = once.size() + twice.size();
+    Outcomes(Sampled(twice));
+}
+
+void Schedules::Print(std::ostream& out, const std::filesystem::path& script) const
+{
+    out << script.stem().string() << ": " << m_points << " places, " << m_of << " schedules, "
+        << m_played << " played\n";
+    for (const auto& [key, found] : m_found) {
+        const Finding& finding = m_findings.at(key);
+        out << "finding, in " << found.second << " schedules: " << finding.promise << "\n  "
+            << finding.object << " should be " << finding.promised << ", but is " << finding.is
+            << ", at " << finding.clock << "\n  repeat: holvpc storm --watch " << script.string();
+        if (!found.first.empty()) out << " --depart " << TextOfDepartures(found.first);
+        out << "\n";
+    }
+    out << std::flush;
+}
+
+}  // namespace
+
+int RunSchedules(const ScheduleOptions& options, const std::vector<std::filesystem::path>& scripts,
+                 std::ostream& out)
+{
+    const StopOnInterrupt stopping;
+    bool found = false;
+    for (const auto& script : scripts) {
+        if (g_storm_stops) break;
+        Schedules schedules(options, ReadScript(script));
+        schedules.PlayAll();
+        schedules.Print(out, script);
+        found = found || schedules.found();
+    }
+    if (g_storm_stops) out << "stopped before its end\n";
+    return found || g_storm_stops ? 1 : 0;
+}
+
+Departures DeparturesOf(const std::string& text)
+{
+    Departures departures;
+    std::istringstream stream(text);
+    Scheduler::Departure departure{};
+    for (char colon = 0, comma = ','; comma == ',';) {
+        if (!(stream >> departure.point >> colon >> departure.choice) || colon != ':')
+            throw std::invalid_argument("\"" + text + "\" is no list as 17:0,23:1");
+        departures.push_back(departure);
+        if (!(stream >> comma)) break;
+        if (comma != ',') throw std::invalid_argument("\"" + text + "\" is no list as 17:0,23:1");
+    }
+    return departures;
+}
