@@ -22,7 +22,7 @@ protected:
         g_dwLoggingEnabled = kLogToFile;
     }
 
-    std::vector<DebugLine> Debug() const { return pc.outputs.debug(); }
+    const auto& Debug() const { return pc.outputs.debug(); }
 };
 
 TEST_F(LogPlaceTest, OnlyTheSystemAndAdministratorsMayWriteTheFoldersThatItMakes)
