@@ -78,6 +78,9 @@ Action NewPlan(const ScriptLine& line, const std::string& like, const std::strin
         const GUID copied = FindPlan(line, context, like).guid;
         GUID guid{0x484F4C56, 0, 0x4000, {0x80}};
         guid.Data4[7] = static_cast<BYTE>(power.plans().size());
+        if (named && power.FindPlan(*named)) {
+            throw ExpectationFailed(line, "a plan with this GUID exists already");
+        }
         power.AddPlan(FromUtf8(name), named.value_or(guid), copied);
     };
 }

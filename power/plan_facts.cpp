@@ -42,6 +42,14 @@ void CPowerPolicyManager::NoteActivePlan(const GUID& scheme)
     });
 }
 
+std::optional<GUID> CPowerPolicyManager::LastKnownActivePlan()
+{
+    Guarded<KnownPlans>::Copy known;
+    g_known.Refresh(known);
+    if (IsEqualGUID(known.value.active, GUID{})) return {};
+    return known.value.active;
+}
+
 void CPowerPolicyManager::RefreshKnownPlans(Guarded<KnownPlans>::Copy& copy)
 {
     g_known.Refresh(copy);

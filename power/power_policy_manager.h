@@ -223,6 +223,7 @@ private:
 
     static void NoteUserPlan(const GUID& scheme);
     static void NoteActivePlan(const GUID& scheme);
+    static std::optional<GUID> LastKnownActivePlan();
 
     static std::atomic<BOOL> m_bActivationFailed;
 

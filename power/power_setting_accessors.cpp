@@ -236,7 +236,7 @@ void CPowerPolicyManager::SetActivePowerScheme(const GUID* scheme)
         Log(3, kFunction, L"Invalid parameter for SetActivePowerScheme");
         return;
     }
-    const JournaledChange change = ChangeOfActivePlan(*scheme);
+    const JournaledChange change = ChangeOfActivePlan(*scheme, LastKnownActivePlan());
     m_bActivationFailed = !change.Made(PowerSetActiveScheme(nullptr, scheme) == ERROR_SUCCESS);
     if (m_bActivationFailed) {
         Log(3, kFunction, L"PowerSetActiveScheme failed with error %d", GetLastError());

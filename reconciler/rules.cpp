@@ -58,7 +58,8 @@ void ChooseState(const Facts&) { S::EnterNeverSleepState(); }
 // mode only where it comes out of HOLV_S3, and the requests that it holds keep the PC awake.
 bool NotInAwayMode(const Facts& f)
 {
-    return NoUser(f) && InNeverSleepMode(f) && f.allowed && f.sleeps && !f.user.away && !f.user.suspended;
+    return NoUser(f) && InNeverSleepMode(f) && f.allowed && f.sleeps && !f.user.away &&
+           !f.user.suspended;
 }
 
 // --- The do-not-disturb hours ---
@@ -137,24 +138,23 @@ bool NeverSleepPlanInNormalUse(const Facts& f)
     return f.plans.timeout_shortened || (!own && Same(f.active_plan, f.plans.never_sleep));
 }
 
-bool PlanNotActivated(const Facts& f)
-{
-    return InNormalUse(f) && f.plans.user_saved && f.plans.activation_failed;
-}
-
 bool ChoiceNotNoticed(const Facts& f)
 {
     if (!InNormalUse(f) || !f.active_plan || Same(f.active_plan, f.plans.user)) return false;
     return !f.plans.user_saved || !Same(f.active_plan, f.plans.never_sleep);
 }
 
+// Where a policy named another plan while the activation failed, that plan is the choice.
+bool PlanNotActivated(const Facts& f)
+{
+    return InNormalUse(f) && f.plans.user_saved && f.plans.activation_failed &&
+           !ChoiceNotNoticed(f);
+}
+
 // --- The feature ---
 
 // An entry that was signalled before the feature went off is still handled.
-bool NeverSleepWithFeatureOff(const Facts& f)
-{
-    return !f.feature_on && InNeverSleepMode(f);
-}
+bool NeverSleepWithFeatureOff(const Facts& f) { return !f.feature_on && InNeverSleepMode(f); }
 
 void EndNeverSleepMode(const Facts&)
 {

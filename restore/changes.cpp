@@ -34,10 +34,12 @@ JournaledChange ChangeOfPlanValue(const GUID& plan, const GUID& setting, BOOL bA
     return {Thing::PlanValue(plan, setting, bAc), now, ThingValue(value)};
 }
 
-JournaledChange ChangeOfActivePlan(const GUID& plan)
+JournaledChange ChangeOfActivePlan(const GUID& plan, const std::optional<GUID>& known)
 {
     const LastErrorKeeper kept;
-    return {Thing::ActivePlan(), PresentActivePlan(), ThingValue(plan)};
+    std::optional<ThingValue> now = PresentActivePlan();
+    if (!now && known) now = ThingValue(*known);
+    return {Thing::ActivePlan(), now, ThingValue(plan)};
 }
 
 JournaledChange ChangeOfMute(const std::wstring& id, IAudioEndpointVolume& volume, BOOL muted)

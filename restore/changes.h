@@ -25,7 +25,9 @@ private:
 };
 
 JournaledChange ChangeOfPlanValue(const GUID& plan, const GUID& setting, BOOL bAc, DWORD value);
-JournaledChange ChangeOfActivePlan(const GUID& plan);
+// `known` is the plan that the service last knew as the active one: it counts where the system does
+// not tell.
+JournaledChange ChangeOfActivePlan(const GUID& plan, const std::optional<GUID>& known);
 JournaledChange ChangeOfMute(const std::wstring& id, IAudioEndpointVolume& volume, BOOL muted);
 JournaledChange ChangeOfDeviceMode(DWORD mode);
 

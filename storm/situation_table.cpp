@@ -82,8 +82,8 @@ constexpr Mark kMarks[] = {
     {"inactive", "", "presence", L"off"},
     {"program starts", "", "process", L"started"},
     {"on battery", "", "power source", L"dc"},
-    {"delay begins", "", "debug", L"Delaying HOLV state entry"},
-    {"delayed entry", "", "debug", L"Delayed state entry time elapsed"},
+    {"delay begins", "", "sleep", L"wakes a timer", L"HOLV_S3"},
+    {"delayed entry", "", "state", L"HOLV_S3 HOLV_"},
 };
 
 constexpr Situation kSituations[] = {

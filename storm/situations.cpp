@@ -52,8 +52,7 @@ Situations::Situations(Machine& pc)
     const auto hear = [this, listens = m_listens](const Effect& effect) {
         if (*listens) Hear(effect);
     };
-    pc.journal.Listen(hear,
-                      [](std::string_view kind) { return kind == "debug" || IsOfThePc(kind); });
+    pc.journal.Listen(hear, IsOfThePc);
     pc.faults.Listen([this](const Function& function) {
         ++m_pairs[ToUtf8(m_state) + ": " + function.name() + " fails"];
     });
@@ -83,7 +82,8 @@ void Situations::Deed(const std::string& command)
     const std::string::size_type first = command.find(' ');
     const std::string::size_type second =
         first == command.npos ? first : command.find(' ', first + 1);
-    ++m_pairs[ToUtf8(m_state) + ": " + command.substr(0, second)];
+    const bool tells_by_one_word = command.starts_with("clock ");
+    ++m_pairs[ToUtf8(m_state) + ": " + command.substr(0, tells_by_one_word ? first : second)];
     const std::span<const Mark> marks = AllMarks();
     for (std::size_t i = 0; i < marks.size(); ++i) {
         if (marks[i].command.empty() || !command.starts_with(marks[i].command)) continue;

@@ -56,7 +56,10 @@ Lines AtOnce(const DeedDraw& deed)
         Leave, ComeBack, Plug, Unplug, StartFilm, EndFilm, PutToSleep};
     Lines lines = {"meanwhile {"};
     for (int i = 0; i < 2; ++i) {
-        for (const std::string& line : deed.draw.Of(kKinds)(deed)) lines.push_back(line);
+        for (const std::string& line : deed.draw.Of(kKinds)(deed)) {
+            // A call needs programs that run.
+            if (!line.starts_with("client")) lines.push_back(line);
+        }
     }
     lines.emplace_back("}");
     return lines;

@@ -61,7 +61,8 @@ void Belongings::Absorb()
         wish->second = {.values = {value}, .latest = value, .touched = m_pc.now()};
         const auto old = m_replaced.find(name);
         if (old == m_replaced.end()) continue;
-        wish->second.until_activated = old->second.values;
+        wish->second.until_activated = old->second.until_activated;
+        wish->second.until_activated.insert(old->second.values.begin(), old->second.values.end());
         // Where the new plan has just what the service had written into the one it replaces, the
         // service cannot tell them apart.
         if (!old->second.written.contains(value)) continue;
@@ -99,17 +100,19 @@ void Belongings::Set(const std::string& name, const std::string& value, bool sur
     wish.touched = m_pc.now();
 }
 
-void Belongings::HearService(const std::string& name, const std::string& value, bool unread)
+void Belongings::HearService(const std::string& name, const std::string& value,
+                             const Moment& moment)
 {
     Wish& wish = m_wishes[name];
     wish.touched = m_pc.now();
     // One of several that are right may be restored, or be the service's own.
     if (wish.values.contains(value) && wish.values.size() == 1) {
-        wish.written.clear();
+        // Within an absence the journal knows what has been written until the user is back.
+        if (moment.user_there) wish.written.clear();
     } else {
         if (wish.written.empty()) wish.before_written = wish.values;
         wish.written.insert(value);
-        if (unread) wish.values.insert(value);
+        if (moment.values_unread) wish.values.insert(value);
         // Never-sleep mode leaves its plan with the full processor.
         if (name.ends_with(" processor-max")) wish.values.insert("100");
     }
@@ -125,7 +128,7 @@ void Belongings::HearPlan(const Effect& effect, const Moment& moment)
              it != m_wishes.end() && it->first.starts_with(prefix); ++it) {
             it->second.until_activated.clear();
         }
-        if (by_service) return HearService(kActivePlanObject, plan, moment.values_unread);
+        if (by_service) return HearService(kActivePlanObject, plan, moment);
         // Chosen while never-sleep mode lasts, its own plan cannot be told from the service's
         // choice.
         constexpr const char* kNeverSleepPlan = "Power saver";
@@ -134,8 +137,11 @@ void Belongings::HearPlan(const Effect& effect, const Moment& moment)
     const std::string name =
         PlanValue(plan, ToUtf8(effect.Text("source")), ToUtf8(effect.Text("setting")));
     const std::string value = std::to_string(effect.Number("value"));
-    if (by_service) return HearService(name, value, moment.values_unread);
     Wish& wish = m_wishes[name];
+    if (by_service && moment.policy) {
+        wish.until_activated.insert(wish.written.begin(), wish.written.end());
+    }
+    if (by_service) return HearService(name, value, moment);
     wish.until_activated.insert(wish.values.begin(), wish.values.end());
     Set(name, value);
 }
@@ -148,7 +154,7 @@ void Belongings::HearMute(const Effect& effect, const Moment& moment)
     // An endpoint that was added and not yet looked at had the other state.
     if (!m_wishes.contains(name)) Set(name, MuteText(!muted));
     if (CausedBy(effect) == By::service) {
-        return HearService(name, MuteText(muted), moment.values_unread);
+        return HearService(name, MuteText(muted), moment);
     }
     const Endpoint* const first = m_pc.audio.Default(eRender);
     const bool is_default = first && first->name() == endpoint;

@@ -41,6 +41,8 @@ struct Moment
 {
     // Nothing of never-sleep mode can be taken for the user's choice, or the other way round.
     bool normal_use = true;
+    bool user_there = false;
+    bool policy = false;         // names a plan, so that none can be activated anew
     bool values_unread = false;  // a fault keeps the service from reading what it changes
 };
 
@@ -67,7 +69,7 @@ public:
 
 private:
     void Set(const std::string& name, const std::string& value, bool sure = true);
-    void HearService(const std::string& name, const std::string& value, bool unread);
+    void HearService(const std::string& name, const std::string& value, const Moment& moment);
     void HearMute(const virtual_pc::Effect& effect, const Moment& moment);
     void HearPlan(const virtual_pc::Effect& effect, const Moment& moment);
     void Rename(const std::string& from, const std::string& to);

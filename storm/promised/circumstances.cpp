@@ -65,7 +65,10 @@ Moment Circumstances::moment() const
                fault == "fault PowerGetActiveScheme" || fault == "fault GetDevice" ||
                fault.starts_with("fault Reg");
     });
-    return {.normal_use = in_use || !running() || !m_settings.feature_on, .values_unread = unread};
+    return {.normal_use = in_use || !running() || !m_settings.feature_on,
+            .user_there = m_there.has_value(),
+            .policy = m_pc.power.PolicyNamesPlan(),
+            .values_unread = unread};
 }
 
 // --- What is heard ---
@@ -170,6 +173,8 @@ void Circumstances::NoteFault(const ScriptLine& line)
 {
     const auto& words = line.words;
     const std::string second = words.size() > 1 ? words[1] : "";
+    const std::string& lie = words[words.size() - 2];
+    m_lied = m_lied || lie == "pretends" || lie == "done";
     const bool ends = second == "clear" || (words[0] == "device" && words.back() == "0") ||
                       (words[0] == "requests" && words.back().starts_with("0"));
     if (!ends) {

@@ -59,7 +59,10 @@ public:
 
     // --- The PC ---
     // Faults, slow calls or late notices stand, or no leave and return has gone by since.
-    bool trouble() const { return m_trouble; }
+    bool trouble() const { return m_trouble || m_lied; }
+    // A function has answered otherwise than it did: what it changed is lost for good.
+    bool lied() const { return m_lied; }
+    Instant woke_at() const { return m_woke_at; }
     // Whether never-sleep mode may hold its requests now; nothing when that depends on the past.
     std::optional<bool> allowed() const;
     Instant allowed_since() const;
@@ -97,6 +100,7 @@ private:
 
     std::set<std::string> m_standing;  // faults, by the commands that began them
     bool m_trouble = false;
+    bool m_lied = false;
     bool m_left_since_trouble = false;
 
     std::array<int, 3> m_held{};

@@ -96,12 +96,7 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
             if (plugged >= std::min(restored, m_now.left_at())) continue;
         }
         // A plan that no longer exists cannot be active.
-        if (object == kActivePlanObject &&
-            std::ranges::none_of(wish.values, [&](const std::string& plan) {
-                return m_pc.power.FindPlan(FromUtf8(plan)) != nullptr;
-            })) {
-            continue;
-        }
+        if (object == kActivePlanObject && UsersPlanIsGone()) continue;
         const Duration allowed = object == kActivePlanObject ? allowed_plan : kLedBack;
         Wrong({std::string(PromiseAbout(object)), object, wish.latest, is,
                std::max(from, wish.touched)},
@@ -109,8 +104,17 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
     }
 }
 
+bool Promised::UsersPlanIsGone() const
+{
+    const Wish* const wish = m_belongings.Find(kActivePlanObject);
+    return wish && std::ranges::none_of(wish->values, [&](const std::string& plan) {
+               return m_pc.power.FindPlan(FromUtf8(plan)) != nullptr;
+           });
+}
+
 void Promised::CheckInForce(Instant from)
 {
+    if (UsersPlanIsGone()) return;
     const PowerPlan& plan = m_pc.power.active();
     const std::string source = m_pc.power.source() == PowerSource::ac ? "ac" : "dc";
     for (const GUID* setting : {&GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS,
@@ -212,17 +216,23 @@ void Promised::CheckGone()
 
 // --- The looks ---
 
+// Asleep, no program does anything.
+void Promised::CheckStop()
+{
+    const auto since = m_now.stopping();
+    if (!since || m_pc.sleep.phase() != SleepState::Phase::awake) return;
+    Wrong({"a stop ends the service within 30 seconds", "the service", "stopped", "stopping",
+           std::max(*since, m_now.woke_at())},
+          kStop);
+}
+
 std::vector<Broken> Promised::Check()
 {
     const Hold hold(m_pc);
     m_broken.clear();
     m_now.Look();
     if (m_now.trouble() || !m_pc.on()) return {};
-    if (const auto since = m_now.stopping()) {
-        Wrong({"a stop ends the service within 30 seconds", "the service", "stopped", "stopping",
-               *since},
-              kStop);
-    }
+    CheckStop();
     const bool on = m_now.running() && m_now.settings().feature_on;
     const bool off = m_now.running() || (m_now.stopped() && !m_now.left_for_the_next_start());
     Instant from = std::max(m_now.state_since(), m_now.settings_since());
@@ -252,12 +262,12 @@ std::vector<Broken> Promised::CheckEnd()
     if (!m_now.stopped())
         Wrong({"a stop ends the service", "the service", "stopped", "running", now}, kStop);
     // After a kill only a removal of the service keeps the next start away.
-    if (!m_now.left_for_the_next_start()) {
+    if (!m_now.left_for_the_next_start() && !m_now.lied()) {
         CheckBelongings(now, Duration{0});
         CheckInForce(now);
         CheckDevice(now);
     }
-    CheckNothingHeld(now);
+    if (!m_now.lied()) CheckNothingHeld(now);
     m_at_end = false;
     return std::move(m_broken);
 }

@@ -52,6 +52,8 @@ private:
     void CheckRequestsInUse(Instant from);
     void CheckBack(Instant from, Duration allowed);
     void CheckGone();
+    void CheckStop();
+    bool UsersPlanIsGone() const;
 
     virtual_pc::Machine& m_pc;
     Belongings m_belongings;
