@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 #include "ctl/agent_object.h"
 #include "ctl/service_process.h"
 #include "ctl/sink.h"
 #include "log/format.h"
+#include "platform/owned.h"
+#include "platform/registry.h"
 
 namespace {
 
@@ -15,10 +18,17 @@ const struct Feature
 {
     std::wstring_view name;
     bool read_only;
+    const wchar_t* setting = nullptr;  // the value that the service reads it from when it starts
 } kFeatures[] = {
-    {L"never-sleep", false},    {L"mute-audio", false},    {L"do-not-disturb", false},
-    {L"app-suspend", false},    {L"lync-installed", true}, {L"display-on-lync", false},
-    {L"sleep-in-hours", false}, {L"on-battery", false},    {L"has-battery", true},
+    {L"never-sleep", false, L"EnableNeverSleep"},
+    {L"mute-audio", false, L"MuteAudio"},
+    {L"do-not-disturb", false, L"EnableDoNotDisturb"},
+    {L"app-suspend", false},
+    {L"lync-installed", true},
+    {L"display-on-lync", false, L"TurnOnDisplayOnLync"},
+    {L"sleep-in-hours", false, L"DndToS3"},
+    {L"on-battery", false, L"EnableHOLVOnDc"},
+    {L"has-battery", true},
 };
 static_assert(std::size(kFeatures) == E_BATTERY_PRESENT + 1);
 
@@ -95,6 +105,57 @@ long TimeOfDayIn(const std::wstring& text)
         minutes = hour < 0 || minute < 0 || minute > 59 ? -1 : hour * 60 + minute;
     }
     return minutes < kMinutesPerDay ? minutes : -1;
+}
+
+// A number among the settings' values; nothing where there is none, which is then no
+// administrator's.
+std::optional<DWORD> StoredNumber(const OwnedKey& key, const wchar_t* name)
+{
+    DWORD value = 0;
+    DWORD size = sizeof(value);
+    const LSTATUS status =
+        RegGetValueW(key.Get(), nullptr, name, RRF_RT_DWORD, nullptr, &value, &size);
+    return status == ERROR_SUCCESS && size == sizeof(value) ? std::optional(value) : std::nullopt;
+}
+
+// Gives the running service each feature that its stored value differs from. Adds their number.
+HRESULT PutFeaturesBack(const AgentObject& agent, const OwnedKey& key, int& put_back)
+{
+    for (const Feature& feature : kFeatures) {
+        const auto stored = feature.setting ? StoredNumber(key, feature.setting) : std::nullopt;
+        if (!stored) continue;
+        LONG now = 0;
+        HRESULT result = agent.GetParam(IdOf(feature), &now);
+        const auto value = static_cast<LONG>(*stored);
+        if (SUCCEEDED(result) && now != value) {
+            result = agent.SetParam(IdOf(feature), value);
+            if (SUCCEEDED(result)) {
+                Print(std::wstring(feature.name) + L" is " + std::to_wstring(value) + L" again.\n");
+                ++put_back;
+            }
+        }
+        if (FAILED(result)) return result;
+    }
+    return S_OK;
+}
+
+// The same for the do-not-disturb hours, limited to the day as the service does when it starts.
+HRESULT PutHoursBack(const AgentObject& agent, const OwnedKey& key, int& put_back)
+{
+    constexpr DWORD kDay = 24 * 60;
+    UINT start = 0;
+    UINT end = 0;
+    const HRESULT result = agent.GetInterval(&start, &end);
+    if (FAILED(result)) return result;
+    const UINT wanted_start =
+        std::min(StoredNumber(key, L"DoNotDisturbStart").value_or(start), kDay);
+    const UINT wanted_end = std::min(StoredNumber(key, L"DoNotDisturbEnd").value_or(end), kDay);
+    if (wanted_start == start && wanted_end == end) return S_OK;
+    const HRESULT set = agent.SetInterval(wanted_start, wanted_end);
+    if (FAILED(set)) return set;
+    Print(L"the do-not-disturb hours are as stored again.\n");
+    ++put_back;
+    return S_OK;
 }
 
 int RaiseEvent(const AgentObject& agent, const EventCode& event, bool refuse)
@@ -191,4 +252,32 @@ int RunEvent(const CommandArguments& arguments)
     const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
     return RaiseEvent(agent, *event, refuse);
+}
+
+int RunRefresh(const CommandArguments& arguments)
+{
+    if (!arguments.empty()) return kUsage;
+    switch (AskServiceManager()) {
+        case ServiceRuns::no:
+            return EndWith(kNotRunning,
+                           L"The service does not run. It reads its settings when it starts.");
+        case ServiceRuns::not_installed:
+            return EndWith(kNotInstalled, L"The service is not installed on this PC.");
+        case ServiceRuns::unknown:
+            return EndWith(kDenied, L"The system refuses access.");
+        case ServiceRuns::yes:
+            break;
+    }
+    OwnedKey key;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, LR"(Software\Orbeq\Holv\User)", 0, KEY_QUERY_VALUE,
+                      key.Receive()) != ERROR_SUCCESS) {
+        return EndWith(kFailed, L"The settings cannot be read.");
+    }
+    const AgentObject agent;
+    int put_back = 0;
+    HRESULT result = agent.result();
+    if (SUCCEEDED(result)) result = PutFeaturesBack(agent, key, put_back);
+    if (SUCCEEDED(result)) result = PutHoursBack(agent, key, put_back);
+    if (FAILED(result)) return ReportFailure(result);
+    return put_back ? kDone : EndWith(kDone, L"All is as it is stored.");
 }

@@ -40,6 +40,7 @@ bool HistoryWriter::Open(UtcTime utc)
     const std::wstring path = HistoryPath(folder, day.month, day.day);
     if (IsLink(path)) return false;
     m_file.Reset(OpenHistory(path, OPEN_ALWAYS));
+    if (m_file && !IsOwnFile(path, m_file.Get())) m_file.Reset();
     if (m_file && IsOfAnotherYear(utc)) m_file.Reset(OpenHistory(path, CREATE_ALWAYS));
     if (!m_file) return false;
     m_day = utc / kUnitsPerDay;

@@ -131,6 +131,10 @@ bool CLOGFile::OpenFile()
     m_hFile.Reset(CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!m_hFile) return false;
+    if (!IsOwnFile(path, m_hFile.Get())) {
+        m_hFile.Reset();
+        return false;
+    }
     SetFilePointer(m_hFile.Get(), 0, nullptr, FILE_END);
     return true;
 }
@@ -143,7 +147,7 @@ bool CLOGFile::BuildLogFilePath(std::span<wchar_t> path) const
                                        common.Receive())) &&
         common) {
         FormatText(folder, LR"(%s\Orbeq)", common.Get());
-        CreateDirectoryW(folder, nullptr);
+        MakeSharedFolder(folder);
         FormatText(folder, LR"(%s\Orbeq\Holv)", common.Get());
     } else {
         wchar_t executable[MAX_PATH] = {};

@@ -68,7 +68,7 @@ private:
     bool OpenFile();
     void WriteHeader();
     // Writes the log file's full path into `path`, and creates its folders. False where they are
-    // links.
+    // links or a user's.
     bool BuildLogFilePath(std::span<wchar_t> path) const;
     void WriteToFile(std::string_view line);
 

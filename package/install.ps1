@@ -96,17 +96,31 @@ try {
     Undo 4 "A file could not be copied: $_"
 }
 
-# Before the first start: the system and administrators write, users read. A link or junction in the folder's
-# place is removed, and what it leads to left alone.
+# Before the first start: administrators own both folders; in the log's the system and administrators write, and
+# users read. A link or junction in their place is removed, and what it leads to left alone. A log's folder that
+# belongs to a user, who may keep it open, is put aside.
+$trusted = 'S-1-5-18', 'S-1-5-32-544', 'S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464'
 $data = Join-Path $env:ProgramData 'Orbeq\Holv'
-$there = Get-Item $data -Force -ErrorAction SilentlyContinue
-if ($there -and ($there.Attributes -band [IO.FileAttributes]::ReparsePoint)) {
-    & cmd.exe /d /c "rmdir `"$data`""
+foreach ($place in (Split-Path $data), $data) {
+    $there = Get-Item $place -Force -ErrorAction SilentlyContinue
+    if ($there -and ($there.Attributes -band [IO.FileAttributes]::ReparsePoint)) {
+        & cmd.exe /d /c "rmdir `"$place`""
+    } elseif ($there -and $place -eq $data) {
+        $owner = (Get-Acl $place).GetOwner([Security.Principal.SecurityIdentifier]).Value
+        if ($trusted -notcontains $owner) {
+            Rename-Item $place ('Holv.' + [Guid]::NewGuid()) -ErrorAction SilentlyContinue
+            if (Test-Path $place) { Write-Output "Warning: a user has $place open. No log is written there." }
+        }
+    }
+    $null = New-Item $place -ItemType Directory -Force
 }
-$null = New-Item $data -ItemType Directory -Force
-$null = & icacls.exe $data /setowner '*S-1-5-32-544' /q
-$null = & icacls.exe $data /inheritance:r /grant:r '*S-1-5-18:(OI)(CI)F' '*S-1-5-32-544:(OI)(CI)F' `
-    '*S-1-5-32-545:(OI)(CI)RX' /q
+$null = & icacls.exe (Split-Path $data) /setowner '*S-1-5-32-544' /q
+if ($trusted -contains (Get-Acl $data).GetOwner([Security.Principal.SecurityIdentifier]).Value) {
+    $null = & icacls.exe $data /setowner '*S-1-5-32-544' /q
+    $null = & icacls.exe $data /reset /q
+    $null = & icacls.exe $data /inheritance:r /grant:r '*S-1-5-18:(OI)(CI)F' '*S-1-5-32-544:(OI)(CI)F' `
+        '*S-1-5-32-545:(OI)(CI)RX' /q
+}
 
 # Everyone, signed-in users and users, by their identifiers: who of them may write could be the system.
 $users = 'S-1-1-0', 'S-1-5-11', 'S-1-5-32-545'

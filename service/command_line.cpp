@@ -4,6 +4,7 @@
 #include <cwctype>
 #include <string_view>
 
+#include "service/program_rights.h"
 #include "service/registration.h"
 #include "state/never_sleep_state.h"
 
@@ -13,6 +14,12 @@ HRESULT Register(bool service, RegisterFor whom)
 {
     const HRESULT hr = RegisterAppId(service, whom);
     return FAILED(hr) ? hr : RegisterServer(whom);
+}
+
+HRESULT RegisterAsService()
+{
+    WarnOfWritableProgram();
+    return Register(true, RegisterFor::machine);
 }
 
 HRESULT Unregister(RegisterFor whom)
@@ -34,7 +41,7 @@ const struct Switch
     HRESULT (*action)();
     BOOL continues;
 } kSwitches[] = {
-    {L"Service", [] { return Register(true, RegisterFor::machine); }, FALSE},
+    {L"Service", RegisterAsService, FALSE},
     {L"UnregServer", [] { return Unregister(RegisterFor::machine); }, FALSE},
     {L"RegServer", [] { return Register(false, RegisterFor::machine); }, FALSE},
     {L"UnregServerPerUser", [] { return Unregister(RegisterFor::user); }, FALSE},

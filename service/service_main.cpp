@@ -8,6 +8,7 @@
 #include "service/identity.h"
 #include "service/logging_library.h"
 #include "service/module.h"
+#include "service/program_rights.h"
 #include "service/service_status.h"
 #include "service/state_machine_thread.h"
 #include "state/global_events.h"
@@ -49,6 +50,7 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
         Sleep(0);
         ReportRunning();
         Log(6, kServiceMain, L"HOLV service state machine starts");
+        WarnOfWritableProgram();
         // The state machine's thread is what ends the message loop. Without it, end the loop here.
         if (!state_machine) PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
         if (state_machine) StartReconciler();

@@ -8,6 +8,8 @@
 
 #include "platform/module.h"
 #include "platform/owned.h"
+#include "platform/power.h"
+#include "platform/security.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/console/outputs.h"
 #include "tests/virtual_pc_test.h"
@@ -369,7 +371,19 @@ TEST_F(DiskTest, AFileHasAnOwnerRightsOfItsFolderAndMayBeALink)
         EXPECT_FALSE(CreateDirectoryW(LR"(C:\Folder\Below)", nullptr));
         EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
     });
-    pc.Install(LR"(C:\Editor.exe)", [] { return Open(LR"(C:\Folder\new.txt)") ? 0 : 1; });
+    pc.Install(LR"(C:\Editor.exe)", [] {
+        PVOID rights = nullptr;
+        ConvertStringSecurityDescriptorToSecurityDescriptorW(L"O:BA", SDDL_REVISION_1, &rights,
+                                                             nullptr);
+        SECURITY_ATTRIBUTES attributes{sizeof(attributes), rights, FALSE};
+        EXPECT_FALSE(CreateDirectoryW(LR"(C:\Folder\Given)", &attributes));
+        EXPECT_EQ(GetLastError(), DWORD{1307}) << "a user gives nothing to administrators";
+        EXPECT_FALSE(SetFileSecurityW(LR"(C:\Windows)", DACL_SECURITY_INFORMATION, rights));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+        LocalFree(rights);
+        EXPECT_FALSE(Open(LR"(C:\Windows\new.txt)"));
+        return Open(LR"(C:\Folder\new.txt)") ? 0 : 1;
+    });
     Process* editor = nullptr;
     {
         const Hold hold(pc);

@@ -8,6 +8,7 @@
 #include "platform/kernel.h"
 #include "platform/owned.h"
 #include "platform/registry.h"
+#include "platform/security.h"
 #include "platform/session.h"
 #include "platform/virtual/registry/registry.h"
 #include "tests/answers.h"
@@ -230,6 +231,45 @@ TEST_F(FactsTest, FilesAndOtherObjectsAreWrittenAsTheyAllow)
             ANSWER(GetStdHandle(5), -1, 6),
         });
         EXPECT_EQ(count, 0u);
+    });
+}
+
+TEST_F(FactsTest, AFilesDescriptorAndNamesAreTold)
+{
+    pc.disk.Write(LR"(C:\A.txt)", "abc");
+    RunAsProcess([] {
+        constexpr DWORD kAsked = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+        DWORD needed = 0;
+        BYTE descriptor[1024];
+        const auto get = [&](const wchar_t* path, DWORD room) {
+            return GetFileSecurityW(path, kAsked, room ? descriptor : nullptr, room, &needed);
+        };
+        const auto set = [](const wchar_t* path, PSECURITY_DESCRIPTOR rights) {
+            return SetFileSecurityW(path, DACL_SECURITY_INFORMATION, rights);
+        };
+        const OwnedFile file(OpenFile(LR"(C:\A.txt)"));
+        BY_HANDLE_FILE_INFORMATION information{};
+        LPWSTR text = nullptr;
+        Expect({
+            ANSWER(get(LR"(C:\None)", 0), FALSE, 2),
+            ANSWER(get(LR"(C:\None\B)", 0), FALSE, 3),
+            ANSWER(get(nullptr, 0), FALSE, 123),
+            ANSWER(get(L"", 0), FALSE, 123),
+            ANSWER(get(LR"(C:\A.txt)", 0), FALSE, 122),
+            ANSWER(get(LR"(C:\A.txt)", 4), FALSE, 122),
+            ANSWER(get(LR"(C:\)", sizeof(descriptor)), TRUE),
+            ANSWER(set(LR"(C:\None)", descriptor), FALSE, 2),
+            ANSWER(set(LR"(C:\A.txt)", nullptr), FALSE, 998),
+            ANSWER(set(LR"(C:\A.txt)", descriptor), TRUE),
+            ANSWER(ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, 2, kAsked,
+                                                                        &text, nullptr),
+                   FALSE, 1305),
+            ANSWER(GetFileInformationByHandle(nullptr, &information), FALSE, 6),
+            ANSWER(GetFileInformationByHandle(file.Get(), &information), TRUE),
+        });
+        EXPECT_GT(needed, 4u);
+        EXPECT_EQ(information.nNumberOfLinks, 1u);
+        EXPECT_EQ(information.nFileSizeLow, 3u);
     });
 }
 

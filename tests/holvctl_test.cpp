@@ -153,6 +153,44 @@ TEST(FeatureCommandTest, FeaturesAreReadAndSwitchedByNameAndEachErrorHasItsCode)
     user.StopService();
 }
 
+TEST(RefreshTest, PutsBackWhatAClientHasChangedSinceThePolicySetIt)
+{
+    UsersPc user;
+    const auto policy = [&](const wchar_t* name, DWORD value) {
+        user.pc.registry.SetDword(kUserKey, name, value);
+    };
+    EXPECT_EQ(RunCtl(user.pc, "refresh").code, 4) << "it does not run";
+    EXPECT_NE(user.State(), "S0_NORMAL") << "and is not started";
+    policy(L"MuteAudio", 1);
+    policy(L"DoNotDisturbStart", 1300);
+    user.StartService();
+    EXPECT_EQ(RunCtl(user.pc, "refresh").said, "All is as it is stored.\n");
+    RunCtl(user.pc, "set mute-audio off");
+    RunCtl(user.pc, "set never-sleep off");
+    RunCtl(user.pc, "interval 12:00 12:30");
+    EXPECT_EQ(user.pc.registry.GetDword(kUserKey, L"MuteAudio"), 0u);
+    EXPECT_EQ(RunCtl(user.pc, "refresh").said, "All is as it is stored.\n")
+        << "what a client has changed counts until the policy is written again";
+
+    // The refresh of the policy writes its values, and those alone.
+    policy(L"MuteAudio", 1);
+    policy(L"DoNotDisturbStart", 1300);
+    const CtlAnswer refreshed = RunCtl(user.pc, "refresh");
+    EXPECT_EQ(refreshed.code, 0);
+    EXPECT_EQ(refreshed.said,
+              "mute-audio is 1 again.\nthe do-not-disturb hours are as stored again.\n");
+    EXPECT_EQ(RunCtl(user.pc, "get mute-audio").said, "1\n");
+    EXPECT_EQ(RunCtl(user.pc, "get never-sleep").said, "0\n") << "no policy says otherwise";
+    EXPECT_EQ(RunCtl(user.pc, "interval").said, "do not disturb from 21:40 to 12:30\n");
+    policy(L"EnableNeverSleep", 1);
+    policy(L"DoNotDisturbEnd", 5000);
+    RunCtl(user.pc, "refresh");
+    EXPECT_EQ(RunCtl(user.pc, "get never-sleep").said, "1\n");
+    EXPECT_EQ(user.pc.registry.GetDword(kUserKey, L"DoNotDisturbEnd"), 1440u);
+    user.StopService();
+    EXPECT_EQ(RunCtl(user.pc, "refresh").code, 4);
+}
+
 TEST(WatchTest, TellsEachChangeAsItHappensAndThatTheServiceWasKilled)
 {
     UsersPc user;

@@ -3,10 +3,8 @@
 #include <fnmatch.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <map>
 
-#include "history/history_writer.h"
 #include "log/event_source.h"
 #include "log/log.h"
 #include "log/log_file.h"
@@ -113,55 +111,6 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
         EXPECT_EQ(header[i], LineInFile(thread, text, 5, ""));
         EXPECT_EQ(fnmatch(expected[i], text.c_str(), FNM_NOESCAPE), 0) << text;
     }
-}
-
-TEST_F(LogTest, OnlyTheSystemAndAdministratorsMayWriteTheFoldersThatItMakes)
-{
-    RunAtTheTime([] {
-        Log(1, L"F", L"said");
-        HistoryWriter().Append(UtcTime{0}, L"{}");
-    });
-    for (const wchar_t* folder :
-         {LR"(C:\ProgramData\Orbeq\Holv)", LR"(C:\ProgramData\Orbeq\Holv\History)"}) {
-        EXPECT_EQ(pc.disk.OwnerOf(folder), L"Administrators");
-        const std::string host = pc.disk.HostPath(folder);
-        EXPECT_FALSE(pc.disk.rights.MayWrite(host + "/new.txt", L"alice"));
-        EXPECT_TRUE(pc.disk.rights.MayWrite(host + "/new.txt", L"SYSTEM"));
-    }
-}
-
-class LinkedPlaceTest : public LogTest, public testing::WithParamInterface<const wchar_t*>
-{
-};
-
-INSTANTIATE_TEST_SUITE_P(Places, LinkedPlaceTest,
-                         testing::Values(LR"(C:\ProgramData\Orbeq)",
-                                         LR"(C:\ProgramData\Orbeq\Holv)",
-                                         LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)",
-                                         LR"(C:\ProgramData\Orbeq\Holv\History)"));
-
-TEST_P(LinkedPlaceTest, NothingIsWrittenThroughIt)
-{
-    const std::wstring place = GetParam();
-    const std::filesystem::path target = pc.disk.HostPath(LR"(C:\Windows\Elsewhere)");
-    std::filesystem::create_directories(target);
-    pc.disk.Link(place, place.ends_with(L".txt") ? LR"(C:\Windows\Elsewhere\new.txt)"
-                                                 : LR"(C:\Windows\Elsewhere)");
-    RunAtTheTime([&] {
-        for (int i = 0; i < 2 && !place.ends_with(L"History"); ++i) Log(1, L"F", L"said");
-        const DWORD outputs =
-            g_dwLoggingEnabled.exchange(0);  // of the failure that the history tells
-        HistoryWriter().Append(UtcTime{0}, L"{}");
-        g_dwLoggingEnabled = outputs;
-    });
-    EXPECT_TRUE(std::filesystem::is_empty(target));
-    ASSERT_EQ(Debug().size(), std::size_t{1});
-    EXPECT_NE(Debug().back().text.find(place), std::wstring::npos);
-
-    // The next message tries again.
-    std::filesystem::remove(pc.disk.HostPath(place));
-    RunAtTheTime([] { Log(1, L"F", L"at last"); });
-    EXPECT_NE(LogBytes().find("at last"), std::string::npos);
 }
 
 TEST_F(LogTest, LevelAndMaskDecideWhichOutputsAMessageReaches)

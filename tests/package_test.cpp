@@ -8,6 +8,7 @@
 #include <set>
 #include <sstream>
 
+#include "log/log_file.h"
 #include "platform/virtual/registry/registry.h"
 #include "settings/settings.h"
 #include "settings/settings_store.h"
@@ -115,6 +116,34 @@ TEST_F(PackageTest, TheFileOfDefaultsHidesNoMakersValueUntilALineIsUncommented)
     EXPECT_EQ(Load(), built_in) << "a value that differs or is missing shows the maker's 11";
     EXPECT_EQ(pc.registry.GetDword(kOemKey, L"DisableLockScreen"), 0u);
     EXPECT_EQ(pc.registry.GetDword(kUserKey, L"LogFileSizeMB"), 5u);
+}
+
+// The log reads its own size, which no table of the code has.
+TEST_F(PackageTest, TheLogsSizeIsAsTheFileOfDefaultsAndThePolicySay)
+{
+    const auto size_of_log = [&] {
+        std::filesystem::remove(pc.disk.HostPath(kLogPath));
+        RunAsProcess([] { CLOGFile().Open(); });
+        std::smatch size;
+        const std::string log = LogBytes();
+        EXPECT_TRUE(std::regex_search(log, size, std::regex("Log File Size: (\\d+)MB")));
+        return std::stoul(size[1]);
+    };
+    std::smatch built_in;
+    const std::string defaults = PackageFile("defaults.reg");
+    ASSERT_TRUE(
+        std::regex_search(defaults, built_in, std::regex("\"LogFileSizeMB\"=dword:([0-9a-f]{8})")));
+    EXPECT_EQ(size_of_log(), std::stoul(built_in[1], nullptr, 16))
+        << "LogFileSizeMB in package/defaults.reg is not what log/log_file.cpp has built in";
+    for (const std::string& number : Tags(PackageFile("policies/Holv.admx"), "decimal")) {
+        if (Attribute(number, "valueName") != "LogFileSizeMB") continue;
+        const DWORD most = static_cast<DWORD>(std::stoul(Attribute(number, "maxValue")));
+        for (const DWORD value : {most, most + 1}) {
+            pc.registry.SetDword(kUserKey, L"LogFileSizeMB", value);
+            EXPECT_EQ(size_of_log(), most)
+                << "the policy LogFileSizeMB ends elsewhere than log/log_file.cpp";
+        }
+    }
 }
 
 TEST_F(PackageTest, ThePoliciesLetNothingThroughThatTheServiceWouldNotTakeAsItIs)

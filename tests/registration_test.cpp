@@ -1,11 +1,15 @@
 // The command line: what each switch writes into the registry and the service manager's database,
 // what it takes away again, and what becomes of it when a step fails.
 
+#include <filesystem>
+
+#include "log/rights.h"
 #include "platform/com.h"
 #include "platform/module.h"
 #include "platform/owned.h"
 #include "platform/virtual/com/com.h"
 #include "platform/virtual/console/outputs.h"
+#include "platform/virtual/disk/disk.h"
 #include "platform/virtual/processes/cpu.h"
 #include "tests/service_test.h"
 
@@ -111,6 +115,31 @@ TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
     EXPECT_EQ(static_cast<DWORD>(service.Run(L"-UnregServer")), 0x8002801Cu)
         << "there is no type library any more";
     EXPECT_EQ(Shown(), "");
+}
+
+TEST_F(RegistrationTest, AProgramThatUsersCanWriteIsWarnedOfAndInstalled)
+{
+    const std::wstring folder = LR"(C:\Program Files\Orbeq\Holv)";
+    const std::string warning = "Users can write to ";
+    std::filesystem::create_directories(pc.disk.HostPath(folder));
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    EXPECT_FALSE(service.heard.Has(warning + ToUtf8(folder)));
+    const FileRights::Rights open{L"Administrators", {{L"Administrators", L"SYSTEM", L"Users"}}};
+    const FileRights::Rights alices{L"alice", {{L"alice", L"SYSTEM"}}};
+    for (const std::wstring& place : {folder, FolderOf(folder)}) {
+        for (const FileRights::Rights& rights : {open, alices}) {
+            SCOPED_TRACE(ToUtf8(place + L" of " + rights.owner));
+            pc.disk.SetRights(place, rights);
+            service.heard.Forget();
+            EXPECT_EQ(service.Run(L"-Service"), 0);
+            EXPECT_TRUE(service.heard.Has(warning + ToUtf8(place)));
+            EXPECT_EQ(Shown(), "") << "a silent installation waits";
+            service.Restart();
+            EXPECT_TRUE(service.heard.Has(warning + ToUtf8(place)));
+            service.Stop();
+        }
+        pc.disk.SetRights(place, {L"Administrators", {{L"Administrators"}}});
+    }
 }
 
 TEST_F(RegistrationTest, ForAUserAllIsHisAndTheMachinesIsUntouched)

@@ -92,13 +92,30 @@ check "the log is as it should be, byte by byte" "ok" "$(run_log_check 1)"
 run_service
 check "a second run adds a header and its lines" "ok" "$(run_log_check 2)"
 
+# The log's folder, open to all; a link in its place; a second name for its file.
+chmod a+rwx "${log%/*}"
+run_service
+check "a log's folder that lets others write is closed to them" "-" "$(stat -c %A "${log%/*}" | cut -c 9)"
+check "and the log goes on in it" "ok" "$(run_log_check 3)"
+mkdir -p build/wine_elsewhere
+mv "${log%/*}" build/wine_aside
+ln -s "$PWD/build/wine_elsewhere" "${log%/*}"
+run_service
+check "nothing is written through a link in the folder's place" "" "$(ls -A build/wine_elsewhere)"
+rm "${log%/*}"
+mv build/wine_aside "${log%/*}"
+ln "$log" build/wine_elsewhere/second_name
+run_service
+check "nothing is written to a file with a second name" "ok" "$(run_log_check 3)"
+rm -r build/wine_elsewhere
+
 # An OEM setting for the standard output only: each line names its operation, and the file gets none.
 add_value "$oem_key" LoggingEnabled REG_DWORD 8
 run_service >build/wine_output.txt
 check "the standard output gets the lines that the OEM wants there" \
     "CNeverSleepState::Run   Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6" \
     "$(grep 'Unknown event' build/wine_output.txt || true)"
-check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_check 2)"
+check "a run that logs elsewhere leaves the log file alone" "ok" "$(run_log_check 3)"
 
 wine_does reg delete "$oem_key" /f >/dev/null
 source tools/wine_states_check.sh

@@ -58,7 +58,7 @@ what_is_registered() {
 differences() { diff <(echo "$1") <(echo "$2") || true; }
 # The program's files; the stand-in for Wine's power library keeps a list of its calls beside them.
 files() { (cd "$installed" 2>/dev/null && find . -type f ! -name powrprof.log | sed 's/^..//' | sort | tr '\n' ' '); }
-product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe policies/Holv.admx policies/en-US/Holv.adml "
+product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe policies/Holv.admx policies/en-US/Holv.adml policy_refresh.xml "
 
 end_wine
 if [ "$(cat "$WINEPREFIX/.made" 2>/dev/null)" != 1 ]; then

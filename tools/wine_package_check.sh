@@ -7,7 +7,7 @@ rm -rf "$unpacked"
 mkdir -p "$unpacked"
 (cd "$unpacked" && cmake -E tar xf "$package")
 check "the package is complete" \
-    "HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe install.ps1 policies/Holv.admx policies/en-US/Holv.adml uninstall.ps1 " \
+    "HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe install.ps1 policies/Holv.admx policies/en-US/Holv.adml policy_refresh.xml uninstall.ps1 " \
     "$(cd "$unpacked"/Holv-* && find . -type f | sed 's/^..//' | sort | tr '\n' ' ')"
 product=$(echo "$unpacked"/Holv-*/HOLVService.exe)
 check "the packaged program does nothing on another vendor's processor" "1 without a service" \

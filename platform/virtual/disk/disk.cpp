@@ -26,7 +26,10 @@ namespace fs = std::filesystem;
 // Folders that every PC has before any program is installed.
 constexpr const char* kFirstFolders[] = {"ProgramData", "Windows"};
 
-std::string MakeOwnFolder()
+// Folders that users may not write to, once they are there.
+constexpr const char* kProgramFolders[] = {"Program Files", "Windows"};
+
+std::string MakeFolderOfOwn()
 {
     std::string name = (fs::temp_directory_path() / "holvpc-XXXXXX").string();
     if (!mkdtemp(name.data())) {
@@ -87,9 +90,15 @@ fs::path EntryOf(const fs::path& folder, const std::wstring& name)
 }  // namespace
 
 Disk::Disk(Machine& machine, const std::string& folder)
-    : m_machine(machine), m_folder(folder.empty() ? MakeOwnFolder() : folder), m_own(folder.empty())
+    : m_machine(machine),
+      m_folder(folder.empty() ? MakeFolderOfOwn() : folder),
+      m_own(folder.empty())
 {
     for (const char* name : kFirstFolders) fs::create_directories(fs::path(m_folder) / name);
+    for (const char* name : kProgramFolders) {
+        rights.Set((fs::canonical(m_folder) / name).string(),
+                   {L"TrustedInstaller", {{L"TrustedInstaller", L"SYSTEM", L"Administrators"}}});
+    }
 }
 
 Disk::~Disk()

@@ -14,11 +14,11 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/security.h"
 #include "platform/virtual/base/names.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/console/outputs.h"
 #include "platform/virtual/core/call.h"
-#include "platform/virtual/core/memory.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/disk/descriptor.h"
@@ -34,9 +34,7 @@ namespace fs = std::filesystem;
 constexpr DWORD kErrorSharingViolation = 32;
 constexpr DWORD kErrorNegativeSeek = 131;
 constexpr DWORD kErrorPipeBusy = 231;
-constexpr HRESULT kNoSuchFolder = static_cast<HRESULT>(0x80070002u);
-
-constexpr const wchar_t* kProgramData = LR"(C:\ProgramData)";
+constexpr DWORD kErrorInvalidOwner = 1307;
 
 // The handle of the standard output: the same for every process, and not counted as open. The
 // numbers of the handle table begin above it.
@@ -133,6 +131,14 @@ public:
         return NO_ERROR;
     }
 
+    DWORD Names() const
+    {
+        struct stat status
+        {
+        };
+        fstat(m_file, &status);
+        return static_cast<DWORD>(status.st_nlink);
+    }
     bool MayRead() const { return m_mode && (m_mode->access & GENERIC_READ) != 0; }
     DWORD Read(void* data, DWORD size)
     {
@@ -279,13 +285,6 @@ constexpr Disposition kDispositions[] = {{CREATE_ALWAYS, O_CREAT | O_TRUNC, true
                                          {OPEN_EXISTING, 0, false},
                                          {OPEN_ALWAYS, O_CREAT, true}};
 
-// The user whose rights the calling process has.
-std::wstring UserOf(const Call& call)
-{
-    const Process* process = call.thread.process;
-    return process && process->launch ? process->launch->user : L"SYSTEM";
-}
-
 // Where a file lies, with links followed; the path itself where it does not exist yet.
 std::string PlaceOf(const fs::path& host)
 {
@@ -330,14 +329,6 @@ HANDLE OpenFile(Call& call, LPCWSTR path, DWORD access, DWORD share, DWORD dispo
     return call.Open(std::make_shared<DiskFile>(path, std::move(mode), file, std::move(writes)));
 }
 
-// A copy of the text for the caller, who frees it with CoTaskMemFree.
-PWSTR CopyToTaskMemory(Call& call, std::wstring_view text)
-{
-    void* memory = Allocate(call, (text.size() + 1) * sizeof(wchar_t), "task memory");
-    text.copy(static_cast<wchar_t*>(memory), text.size());
-    return static_cast<PWSTR>(memory);
-}
-
 Function fn_create_file{"CreateFileW"};
 Function fn_write_file{"WriteFile"};
 Function fn_read_file{"ReadFile"};
@@ -345,7 +336,7 @@ Function fn_set_named_pipe_handle_state{"SetNamedPipeHandleState"};
 Function fn_set_file_pointer{"SetFilePointer"};
 Function fn_flush_file_buffers{"FlushFileBuffers"};
 Function fn_create_directory{"CreateDirectoryW"};
-Function fn_get_known_folder_path{"SHGetKnownFolderPath", Failing::hresult};
+Function fn_get_file_information{"GetFileInformationByHandle"};
 Function fn_get_std_handle{"GetStdHandle"};
 
 }  // namespace
@@ -455,6 +446,19 @@ BOOL WINAPI FlushFileBuffers(HANDLE file)
     return TRUE;
 }
 
+BOOL WINAPI GetFileInformationByHandle(HANDLE handle, BY_HANDLE_FILE_INFORMATION* information)
+{
+    Call call(fn_get_file_information);
+    if (call.Fails()) return FALSE;
+    const auto* file = call.Find<DiskFile>(handle);
+    if (!file) return FALSE;
+    *information = {};
+    information->nFileSizeHigh = static_cast<DWORD>(file->Size() >> 32);
+    information->nFileSizeLow = static_cast<DWORD>(file->Size());
+    information->nNumberOfLinks = file->Names();
+    return TRUE;
+}
+
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes)
 {
     Call call(fn_create_directory);
@@ -471,24 +475,11 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES attributes)
     if (!fs::exists(*host, error) && !rights.MayWrite(place, UserOf(call))) {
         return call.Fail(ERROR_ACCESS_DENIED);
     }
+    if (!MayGiveAway(UserOf(call), attributes)) return call.Fail(kErrorInvalidOwner);
     constexpr mode_t kMode = 0755;
     if (mkdir(host->c_str(), kMode) != 0) return call.Fail(ErrorOf(errno));
     MakeWith(rights, place, UserOf(call), attributes);
     return TRUE;
-}
-
-HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID folder, DWORD flags, HANDLE, PWSTR* path)
-{
-    Call call(fn_get_known_folder_path);
-    *path = nullptr;
-    if (call.Fails()) return static_cast<HRESULT>(call.error());
-    if (std::memcmp(&folder, &FOLDERID_ProgramData, sizeof(GUID)) != 0) return kNoSuchFolder;
-    const fs::path host = call.machine.disk.HostPath(kProgramData);
-    std::error_code error;
-    if (flags & KF_FLAG_CREATE) fs::create_directories(host, error);
-    if (!fs::is_directory(host, error)) return kNoSuchFolder;
-    *path = CopyToTaskMemory(call, kProgramData);
-    return S_OK;
 }
 
 HANDLE WINAPI GetStdHandle(DWORD which)

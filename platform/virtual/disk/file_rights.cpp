@@ -9,6 +9,7 @@ namespace virtual_pc {
 namespace {
 
 constexpr const wchar_t* kSystem = L"SYSTEM";
+constexpr const wchar_t* kAllUsers = L"Users";
 
 // The sharing that an access needs of the others.
 DWORD Needs(DWORD access)
@@ -19,19 +20,22 @@ DWORD Needs(DWORD access)
 
 }  // namespace
 
-bool FileRights::MayWrite(const std::string& file, std::wstring_view user) const
+std::optional<std::vector<std::wstring>> FileRights::WritersOf(const std::string& file) const
 {
     for (std::string at = file; !at.empty(); at.resize(std::min(at.rfind('/'), at.size()))) {
         const auto known = m_rights.find(at);
-        if (known != m_rights.end()) {
-            const auto& writers = known->second.writers;
-            return !writers || std::ranges::any_of(*writers, [&](const std::wstring& writer) {
-                return SameName(writer, user);
-            });
-        }
+        if (known != m_rights.end()) return known->second.writers;
         if (at.find('/') == at.npos) break;
     }
-    return true;
+    return std::nullopt;
+}
+
+bool FileRights::MayWrite(const std::string& file, std::wstring_view user) const
+{
+    const auto writers = WritersOf(file);
+    return !writers || std::ranges::any_of(*writers, [&](const std::wstring& writer) {
+        return SameName(writer, user) || writer == kAllUsers;
+    });
 }
 
 std::wstring FileRights::OwnerOf(const std::string& file) const

@@ -29,12 +29,14 @@ public:
     struct Rights
     {
         std::wstring owner;
-        std::optional<std::vector<std::wstring>> writers;  // users; nothing for everybody
+        // Users, or L"Users" for all of them; nothing for everybody.
+        std::optional<std::vector<std::wstring>> writers;
     };
 
     void Set(const std::string& file, Rights rights) { m_rights[file] = std::move(rights); }
     void Clear(const std::string& file) { m_rights.erase(file); }
     bool MayWrite(const std::string& file, std::wstring_view user) const;
+    std::optional<std::vector<std::wstring>> WritersOf(const std::string& file) const;
     // SYSTEM, unless a user's program has made the file, or the rights name another.
     std::wstring OwnerOf(const std::string& file) const;
     void Made(const std::string& file, std::wstring_view user);

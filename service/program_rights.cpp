@@ -1,0 +1,18 @@
+#include "service/program_rights.h"
+
+#include <string>
+
+#include "log/log.h"
+#include "log/own_place.h"
+#include "platform/module.h"
+
+void WarnOfWritableProgram()
+{
+    wchar_t path[MAX_PATH];
+    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    if (length == 0 || length == MAX_PATH) return;
+    const std::wstring place = WritableByOthers(path);
+    if (place.empty()) return;
+    Log(4, L"WarnOfWritableProgram", L"Users can write to %s, and so become the local system",
+        place.c_str());
+}
