@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "ctl/report_log.h"
 #include "ctl/words.h"
 #include "log/format.h"
 
@@ -24,16 +25,15 @@ const struct SpentRow
 };
 static_assert(std::size(kSpent) == kSpentCount);
 
-Spent SpentIn(const std::wstring& state)
-{
-    const auto row =
-        std::ranges::find_if(kSpent, [&](const SpentRow& known) { return state == known.name; });
-    return row == std::end(kSpent) ? Spent::unknown : static_cast<Spent>(row - kSpent);
-}
-
 int MinutesAhead(const HistoryRecord& record)
 {
     return static_cast<int>(record.line[L"minutes_ahead"].Number());
+}
+
+std::optional<int> ChargeOf(const HistoryRecord& record)
+{
+    const std::int64_t charge = record.line[L"charge"].Number(-1);
+    return charge < 0 ? std::nullopt : std::optional(static_cast<int>(charge));
 }
 
 // The local clock at a tick of the record's start of the PC, in milliseconds.
@@ -48,23 +48,40 @@ bool IsEvent(const HistoryRecord& record, const wchar_t* event)
     return record.line[L"event"].Text() == event;
 }
 
+// Calls `take` with each local day of the time, where its part begins, and how long it is.
+template <class TakeDay>
+void ForDays(Report& report, std::int64_t begin, std::int64_t length, const TakeDay& take)
+{
+    while (length > 0) {
+        const std::int64_t part = std::min(length, kMsPerDay - begin % kMsPerDay);
+        take(report.days[begin / kMsPerDay], begin, part);
+        begin += part;
+        length -= part;
+    }
+}
+
 // Puts the stretches and events of each pair of records into the report.
 class Maker
 {
 public:
     explicit Maker(Report& report) : m_report(report) {}
 
-    void Take(const HistoryRecord& from, const HistoryRecord& to)
+    // `next` is the line after `to`; null for none.
+    void Take(const HistoryRecord& from, const HistoryRecord& to, const HistoryRecord* next)
     {
-        if (from.boot != to.boot) return TakeRestart(from, to);
+        const bool same_boot = from.boot == to.boot;
+        const std::int64_t by_clock =
+            static_cast<std::int64_t>(to.utc - from.utc) / static_cast<std::int64_t>(kUnitsPerMs);
+        TakeCharge(from, ChargeOf(to), same_boot ? to.tick - from.tick : by_clock);
+        if (!same_boot) return TakeRestart(from, to);
         if (IsEvent(to, L"start")) return TakeNewProcess(from, to);
-        TakeStates(from, to);
+        TakeStates(from, to, next);
         TakeClock(from, to);
         TakeUser(from, to);
         TakePlanAndMutes(from, to);
         TakeCorrection(from, to);
         for (const JsonValue& holder : from.line[L"holders"].Elements()) {
-            ForDays(LocalAt(from, from.tick), to.tick - from.tick,
+            ForDays(m_report, LocalAt(from, from.tick), to.tick - from.tick,
                     [&](ReportDay& day, std::int64_t, std::int64_t part) {
                         day.held_ms[HolderName(holder[L"name"].Text())] += part;
                     });
@@ -72,21 +89,37 @@ public:
     }
 
     // The stretch that has not ended.
-    void TakeLast(const HistoryRecord& last, UtcTime now)
+    void TakeLast(const HistoryRecord& last, const ReportEnd& end)
     {
-        if (IsEvent(last, L"stop") || now <= last.utc) return;
-        const auto length = static_cast<std::int64_t>((now - last.utc) / kUnitsPerMs);
+        if (IsEvent(last, L"stop") || end.utc <= last.utc) return;
+        const auto length = static_cast<std::int64_t>((end.utc - last.utc) / kUnitsPerMs);
+        TakeCharge(last, end.charge, length);
         Add(SpentIn(last.line[L"state"].Text()), last, last.tick, length);
     }
 
 private:
-    // The state of `from` goes on to the change, and that of `to` from there.
-    void TakeStates(const HistoryRecord& from, const HistoryRecord& to)
+    // The state of `from` goes on to the change, and that of `to` from there. Of several lines that
+    // were written at once, each state ends where the next has begun. Clock and source are those of
+    // the line before, until they tell others.
+    void TakeStates(const HistoryRecord& from, const HistoryRecord& to, const HistoryRecord* next)
     {
-        const std::int64_t change = std::clamp(to.line[L"since_tick"].Number(), from.tick, to.tick);
-        const std::wstring& before = from.line[L"state"].Text();
-        Add(SpentIn(before), from, from.tick, change - from.tick);
-        Add(SpentIn(to.line[L"state"].Text()), to, change, to.tick - change);
+        if (!m_before) {
+            m_before = &from;
+            m_told_to = from.tick;
+        }
+        const std::int64_t change = std::clamp(SinceOf(to), m_told_to, to.tick);
+        const bool at_once =
+            next && next->boot == to.boot && next->tick == to.tick && !IsEvent(*next, L"start");
+        const std::int64_t end = at_once ? std::clamp(SinceOf(*next), change, to.tick) : to.tick;
+        Add(SpentIn(from.line[L"state"].Text()), *m_before, m_told_to, change - m_told_to);
+        Add(SpentIn(to.line[L"state"].Text()), *m_before, change, end - change);
+        m_told_to = end;
+        if (!at_once) m_before = nullptr;
+    }
+
+    static std::int64_t SinceOf(const HistoryRecord& record)
+    {
+        return record.line[L"since_tick"].Number();
     }
 
     void TakeNewProcess(const HistoryRecord& from, const HistoryRecord& to)
@@ -167,40 +200,41 @@ private:
         Tell(to, L"correction", now[L"wrong"].Text() + L": " + now[L"remedy"].Text());
     }
 
+    // A charge that has fallen was used, day by day in equal measure.
+    void TakeCharge(const HistoryRecord& from, std::optional<int> to, std::int64_t length)
+    {
+        const std::optional<int> before = ChargeOf(from);
+        if (!before || !to) return;
+        const std::int64_t begin = LocalAt(from, from.tick);
+        length = std::max<std::int64_t>(length, 1);
+        const std::int64_t used = std::max(*before - *to, 0);
+        std::int64_t passed = 0, counted = 0;
+        ForDays(m_report, begin, length, [&](ReportDay& day, std::int64_t, std::int64_t part) {
+            passed += part;
+            const std::int64_t till_then = used * passed / length;
+            day.charge_used += static_cast<int>(till_then - counted);
+            counted = till_then;
+            const int lowest = *before - static_cast<int>(till_then);
+            day.lowest_charge = std::min(day.lowest_charge.value_or(lowest), lowest);
+        });
+    }
+
     void Tell(const HistoryRecord& record, const wchar_t* kind, std::wstring text)
     {
         m_report.events.push_back({record.utc, MinutesAhead(record), kind, std::move(text)});
     }
 
-    // Calls `take` with each local day of the time, where its part begins, and how long it is.
-    template <class TakeDay>
-    void ForDays(std::int64_t begin, std::int64_t length, const TakeDay& take)
-    {
-        while (length > 0) {
-            const std::int64_t part = std::min(length, kMsPerDay - begin % kMsPerDay);
-            take(m_report.days[begin / kMsPerDay], begin, part);
-            begin += part;
-            length -= part;
-        }
-    }
-
     void Add(Spent spent, const HistoryRecord& clock, std::int64_t tick, std::int64_t length)
     {
         const bool battery = !clock.line[L"power"][L"mains"].Flag() && spent <= Spent::off;
-        ForDays(LocalAt(clock, tick), length,
-                [&](ReportDay& day, std::int64_t begin, std::int64_t part) {
-                    day.ms[static_cast<std::size_t>(spent)] += part;
-                    if (battery) day.on_battery_ms += part;
-                    Stretch* const last = day.stretches.empty() ? nullptr : &day.stretches.back();
-                    if (last && last->spent == spent && last->begin + last->length == begin) {
-                        last->length += part;
-                    } else {
-                        day.stretches.push_back({spent, begin, part});
-                    }
-                });
+        AddStretch(m_report, spent, LocalAt(clock, tick), length, battery);
     }
 
     Report& m_report;
+    // While lines follow that were written at once: the line before them, and the tick up to which
+    // states are told.
+    const HistoryRecord* m_before = nullptr;
+    std::int64_t m_told_to = 0;
 };
 
 // A plan that is activated for an instant between two states is no news: leaves the last of the
@@ -241,16 +275,42 @@ void LeaveDays(Report& report, int days)
 const wchar_t* SpentName(Spent spent) { return kSpent[static_cast<int>(spent)].name; }
 const wchar_t* SpentTitle(Spent spent) { return kSpent[static_cast<int>(spent)].title; }
 
-Report MakeReport(const History& history, int days, UtcTime now)
+Spent SpentIn(std::wstring_view state)
+{
+    const auto row =
+        std::ranges::find_if(kSpent, [&](const SpentRow& known) { return state == known.name; });
+    return row == std::end(kSpent) ? Spent::unknown : static_cast<Spent>(row - kSpent);
+}
+
+void AddStretch(Report& report, Spent spent, std::int64_t begin, std::int64_t length,
+                bool on_battery)
+{
+    ForDays(report, begin, length, [&](ReportDay& day, std::int64_t from, std::int64_t part) {
+        day.ms[static_cast<std::size_t>(spent)] += part;
+        if (on_battery) day.on_battery_ms += part;
+        Stretch* const last = day.stretches.empty() ? nullptr : &day.stretches.back();
+        if (last && last->spent == spent && last->begin + last->length == from) {
+            last->length += part;
+        } else {
+            day.stretches.push_back({spent, from, part});
+        }
+    });
+}
+
+Report MakeReport(const History& history, const ServiceEvents& log, int days, const ReportEnd& end)
 {
     Report report;
     report.records = history.records.size();
     report.torn_lines = history.torn_lines;
-    Maker maker(report);
     const std::vector<HistoryRecord>& records = history.records;
-    for (std::size_t i = 1; i < records.size(); ++i) maker.Take(records[i - 1], records[i]);
-    if (!records.empty()) maker.TakeLast(records.back(), now);
+    TellBeforeHistory(report, history, log, end.utc);
+    Maker maker(report);
+    for (std::size_t i = 1; i < records.size(); ++i) {
+        maker.Take(records[i - 1], records[i], i + 1 < records.size() ? &records[i + 1] : nullptr);
+    }
+    if (!records.empty()) maker.TakeLast(records.back(), end);
     JoinPlans(report.events);
+    TellErrors(report, history, log);
     LeaveDays(report, days);
     return report;
 }

@@ -4,10 +4,12 @@
 
 #include "ctl/published_state.h"
 #include "ctl/report_html.h"
+#include "ctl/report_log.h"
 #include "ctl/words.h"
 #include "json/json_writer.h"
 #include "platform/file.h"
 #include "platform/owned.h"
+#include "power/machine_power.h"
 
 namespace {
 
@@ -42,7 +44,19 @@ std::optional<ReportOptions> OptionsIn(const CommandArguments& arguments)
     return options;
 }
 
-std::wstring ReportText(const Report& report)
+// What the day has used of the battery, in parentheses; "" for nothing.
+std::wstring BatteryText(const ReportDay& day)
+{
+    if (day.on_battery_ms == 0 && day.charge_used == 0) return {};
+    std::wstring text = L"  (on battery " + HoursText(day.on_battery_ms);
+    if (day.lowest_charge) {
+        text += L", " + std::to_wstring(day.charge_used) + L" % of the charge used, down to " +
+                std::to_wstring(*day.lowest_charge) + L" %";
+    }
+    return text + L")";
+}
+
+std::wstring DaysText(const Report& report)
 {
     if (report.days.empty()) return L"The history is empty.\n";
     std::wstring text = L"Hours by the local clock\n";
@@ -55,18 +69,23 @@ std::wstring ReportText(const Report& report)
                         HoursText(ms);
             }
         }
-        if (day.on_battery_ms > 0) text += L"  (on battery " + HoursText(day.on_battery_ms) + L")";
+        text += BatteryText(day);
+        if (day.before_history) text += L"  (from the event log)";
         text += L"\n";
     }
+    return text;
+}
+
+std::wstring ReportText(const Report& report)
+{
+    std::wstring text = DaysText(report);
     for (const auto& [name, ms] : HoldersOf(report)) {
         text += L"Held awake by " + name + L" for " + HoursText(ms) + L"\n";
     }
     for (const ReportedEvent& event : report.events) {
         text += LocalText(event.utc, event.minutes_ahead) + L"  " + event.text + L"\n";
     }
-    if (report.torn_lines > 0) {
-        text += std::to_wstring(report.torn_lines) + L" line(s) of the history cannot be read\n";
-    }
+    for (const std::wstring& note : SourceNotes(report)) text += note + L"\n";
     return text;
 }
 
@@ -79,11 +98,18 @@ std::wstring DaysJson(const Report& report)
             ms.Number(SpentName(static_cast<Spent>(spent)),
                       day.ms[static_cast<std::size_t>(spent)]);
         }
-        days.Add(JsonObject()
-                     .Text(L"date", DayText(number))
-                     .Object(L"ms", ms)
-                     .Number(L"on_battery_ms", day.on_battery_ms)
-                     .Done());
+        JsonObject json;
+        json.Text(L"date", DayText(number))
+            .Text(L"source", day.before_history ? L"event_log" : L"history")
+            .Object(L"ms", ms)
+            .Number(L"on_battery_ms", day.on_battery_ms)
+            .Number(L"charge_used", day.charge_used);
+        if (day.lowest_charge) {
+            json.Number(L"lowest_charge", *day.lowest_charge);
+        } else {
+            json.Null(L"lowest_charge");
+        }
+        days.Add(json.Done());
     }
     return days.Done();
 }
@@ -103,13 +129,24 @@ std::wstring ReportJson(const Report& report)
                        .Text(L"text", event.text)
                        .Done());
     }
-    return JsonObject()
-               .Number(L"schema", kSchemaVersion)
-               .Raw(L"days", DaysJson(report))
+    JsonObject json;
+    json.Number(L"schema", kSchemaVersion);
+    if (report.history_begin) {
+        const auto& [utc, ahead] = *report.history_begin;
+        json.Object(L"history_begin",
+                    JsonObject().Time(L"utc", utc).Text(L"local", LocalText(utc, ahead)));
+    } else {
+        json.Null(L"history_begin");
+    }
+    return json.Raw(L"days", DaysJson(report))
                .Raw(L"holders", holders.Done())
                .Raw(L"events", events.Done())
                .Number(L"records", static_cast<std::int64_t>(report.records))
                .Number(L"torn_lines", report.torn_lines)
+               .Object(L"event_log",
+                       JsonObject()
+                           .Number(L"records", static_cast<std::int64_t>(report.service_events))
+                           .Number(L"error", report.log_error))
                .Done() +
            L"\n";
 }
@@ -126,14 +163,24 @@ bool WriteText(const std::wstring& path, const std::wstring& text)
            written == bytes.size();
 }
 
+ReportEnd EndOfReport()
+{
+    ReportEnd end;
+    if (ReadPublishedState().service != Published::running) return end;
+    end.utc = UtcNow();
+    SYSTEM_POWER_STATUS status{};
+    if (ReadPowerStatus(&status)) end.charge = KnownCharge();
+    return end;
+}
+
 }  // namespace
 
 int RunReport(const CommandArguments& arguments)
 {
     const auto options = OptionsIn(arguments);
     if (!options) return kUsage;
-    const bool runs = ReadPublishedState().service == Published::running;
-    const Report report = MakeReport(ReadHistory(), options->days, runs ? UtcNow() : 0);
+    const Report report =
+        MakeReport(ReadHistory(), ReadServiceEvents(), options->days, EndOfReport());
     if (!options->html.empty()) {
         if (!WriteText(options->html, ReportHtml(report))) {
             return EndWith(kFailed, options->html + L" cannot be written: error " +

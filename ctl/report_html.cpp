@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "ctl/report_log.h"
 #include "ctl/words.h"
 #include "log/format.h"
 
@@ -165,20 +166,32 @@ void AddLegend(std::wstring& html, const Report& report)
     html += L"</ul>\n";
 }
 
+std::wstring ChargeText(int percent) { return percent > 0 ? Number(percent) + L" %" : L"-"; }
+
 void AddHours(std::wstring& html, const Report& report)
 {
     const auto used = SpentAtAll(report);
+    const bool battery = std::ranges::any_of(
+        report.days, [](const auto& day) { return day.second.lowest_charge.has_value(); });
     html += L"<h2>Hours a day</h2>\n<div class=\"wide\"><table><tr><th>day</th>";
     for (std::size_t i = 0; i < used.size(); ++i) {
         if (used[i]) html += L"<th>" + std::wstring(SpentTitle(static_cast<Spent>(i))) + L"</th>";
     }
-    html += L"<th>on battery</th></tr>\n";
+    html += L"<th>on battery</th>";
+    if (battery) html += L"<th>charge used</th><th>lowest charge</th>";
+    html += L"</tr>\n";
     for (const auto& [number, day] : report.days) {
-        html += L"<tr><td>" + DayText(number) + L"</td>";
+        html += L"<tr><td>" + DayText(number) +
+                (day.before_history ? L", from the event log</td>" : L"</td>");
         for (std::size_t i = 0; i < used.size(); ++i) {
             if (used[i]) html += L"<td>" + HoursText(day.ms[i]) + L"</td>";
         }
-        html += L"<td>" + HoursText(day.on_battery_ms) + L"</td></tr>\n";
+        html += L"<td>" + HoursText(day.on_battery_ms) + L"</td>";
+        if (battery) {
+            html += L"<td>" + ChargeText(day.charge_used) + L"</td><td>" +
+                    ChargeText(day.lowest_charge.value_or(0)) + L"</td>";
+        }
+        html += L"</tr>\n";
     }
     html += L"</table></div>\n";
 }
@@ -243,19 +256,21 @@ std::wstring ReportHtml(const Report& report)
 {
     std::wstring html = kHead;
     html += L"<h1>What this PC did</h1>\n";
-    if (report.days.empty()) return html + L"<p>The history is empty.</p>\n</body></html>\n";
-    html += L"<p>" + DayText(report.days.begin()->first) + L" to " +
-            DayText(report.days.rbegin()->first) + L", by the local clock; " +
-            Number(static_cast<std::int64_t>(report.days.size())) +
-            (report.days.size() == 1 ? L" day.</p>\n" : L" days.</p>\n");
-    AddLegend(html, report);
-    AddTimeline(html, report);
-    AddHours(html, report);
-    AddHolders(html, report);
-    AddEvents(html, report);
-    if (report.torn_lines > 0) {
-        html +=
-            L"<p>" + Number(report.torn_lines) + L" line(s) of the history cannot be read.</p>\n";
+    if (report.days.empty()) {
+        html += L"<p>The history is empty.</p>\n";
+    } else {
+        html += L"<p>" + DayText(report.days.begin()->first) + L" to " +
+                DayText(report.days.rbegin()->first) + L", by the local clock; " +
+                Number(static_cast<std::int64_t>(report.days.size())) +
+                (report.days.size() == 1 ? L" day.</p>\n" : L" days.</p>\n");
     }
+    for (const std::wstring& note : SourceNotes(report)) html += L"<p>" + note + L"</p>\n";
+    if (!report.days.empty()) {
+        AddLegend(html, report);
+        AddTimeline(html, report);
+        AddHours(html, report);
+        AddHolders(html, report);
+    }
+    if (!report.events.empty()) AddEvents(html, report);
     return html + L"</body></html>\n";
 }

@@ -6,7 +6,7 @@
 #include "ctl/request_holders.h"
 #include "ctl/words.h"
 #include "json/json_writer.h"
-#include "platform/power.h"
+#include "power/machine_power.h"
 #include "power/never_sleep_away_mode.h"
 
 namespace {
@@ -38,14 +38,9 @@ struct Present
 
 Present ReadPresent()
 {
-    constexpr BYTE kNoBattery = 128;
-    constexpr BYTE kMostPercent = 100;
     Present present;
     SYSTEM_POWER_STATUS status{};
-    if (GetSystemPowerStatus(&status) && !(status.BatteryFlag & kNoBattery) &&
-        status.BatteryLifePercent <= kMostPercent) {
-        present.battery = status.BatteryLifePercent;
-    }
+    if (ReadPowerStatus(&status)) present.battery = KnownCharge();
     return present;
 }
 

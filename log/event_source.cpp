@@ -10,11 +10,9 @@
 
 namespace {
 
-constexpr const wchar_t* kSourceName = L"Orbeq( R ) HOLV";
 constexpr const wchar_t* kServiceSourceName = L"HOLVService";
 
-constexpr WORD kCategory = 1;     // "NeverSleep Agent Service" in the message table
-constexpr DWORD kEventId = 2000;  // the message that is its insertion string
+constexpr WORD kCategory = 1;  // "NeverSleep Agent Service" in the message table
 
 struct EventType
 {
@@ -62,12 +60,13 @@ void SetNumber(const OwnedKey& key, const wchar_t* name, DWORD value)
 void InstallEventLogSource(DWORD categoryCount)
 {
     wchar_t path[MAX_PATH];
-    FormatText(path, LR"(SYSTEM\CurrentControlSet\Services\EventLog\Application\%s)", kSourceName);
+    FormatText(path, LR"(SYSTEM\CurrentControlSet\Services\EventLog\Application\%s)",
+               kEventSourceName);
     wchar_t line[MAX_PATH + 64];
     OwnedKey key;
     const LSTATUS status = RegCreateKeyW(HKEY_LOCAL_MACHINE, path, key.Receive());
     if (status != ERROR_SUCCESS) {
-        FormatText(line, L"Unable to create event service key for %s, error=%d\n", kSourceName,
+        FormatText(line, L"Unable to create event service key for %s, error=%d\n", kEventSourceName,
                    status);
         OutputDebugStringW(line);
         return;
@@ -88,7 +87,7 @@ void InstallEventLogSource(DWORD categoryCount)
 
 void ReportToEventLog(const wchar_t* text, DWORD level)
 {
-    Report(kSourceName, EventTypeOf(level), kCategory, kEventId,
+    Report(kEventSourceName, EventTypeOf(level), kCategory, kEventId,
            text ? text : L"cannot log a null message");
 }
 

@@ -3,6 +3,10 @@
 
 #include "log/format.h"
 
+// Under which source and id the messages of the log stand.
+inline constexpr const wchar_t* kEventSourceName = L"Orbeq( R ) HOLV";
+inline constexpr DWORD kEventId = 2000;  // the message that is its insertion string
+
 // Registers the event source with this executable as its message file and, with `categoryCount`
 // above 0, as its category file. A failure is reported to the debugger only: events are still
 // reported, but the viewer lacks their texts.

@@ -1,7 +1,31 @@
 #include "power/machine_power.h"
 
+#include <atomic>
+
 #include "log/log.h"
-#include "platform/power.h"
+
+namespace {
+
+std::atomic<int> g_known_charge = -1;  // percent
+
+}  // namespace
+
+BOOL ReadPowerStatus(SYSTEM_POWER_STATUS* status)
+{
+    constexpr BYTE kNoBattery = 128;
+    constexpr BYTE kMostPercent = 100;
+    if (!GetSystemPowerStatus(status)) return FALSE;
+    const BYTE percent = status->BatteryLifePercent;
+    const bool known = !(status->BatteryFlag & kNoBattery) && percent <= kMostPercent;
+    g_known_charge = known ? percent : -1;
+    return TRUE;
+}
+
+std::optional<int> KnownCharge()
+{
+    const int charge = g_known_charge;
+    return charge < 0 ? std::nullopt : std::optional(charge);
+}
 
 BOOL IsBatteryPresent()
 {

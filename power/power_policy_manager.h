@@ -121,6 +121,9 @@ public:
     // Activates a plan, which also puts the values written to it into effect.
     static void SetActivePowerScheme(const GUID* scheme);
 
+    // Calls `what` with the lock held, under which every operation changes the plans.
+    void CallAlone(void (*what)());
+
     // "Low", "Hig", "Bal", "Custom"; "???" for null.
     static const wchar_t* GetSchemeName(const GUID* scheme);
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "log/log.h"
+#include "power/machine_power.h"
 #include "power/plan_settings.h"
 #include "restore/changes.h"
 
@@ -265,7 +266,7 @@ DWORD CPowerPolicyManager::GetActiveSleepIdleTimeoutValue(BOOL bAc)
 BOOL CPowerPolicyManager::IsOnAcNow()
 {
     SYSTEM_POWER_STATUS status{};
-    if (!GetSystemPowerStatus(&status)) {
+    if (!ReadPowerStatus(&status)) {
         Log(3, L"CPowerPolicyManager::IsOnAcNow", L"GetSystemPowerStatus failed with error %d",
             GetLastError());
         return TRUE;
@@ -276,7 +277,7 @@ BOOL CPowerPolicyManager::IsOnAcNow()
 BOOL CPowerPolicyManager::IsPasswordRequiredOnWake()
 {
     SYSTEM_POWER_STATUS status{};
-    if (!GetSystemPowerStatus(&status)) {
+    if (!ReadPowerStatus(&status)) {
         Log(3, L"CPowerPolicyManager::IsPasswordRequiredOnWake",
             L"GetSystemPowerStatus failed with error %d", GetLastError());
         return TRUE;

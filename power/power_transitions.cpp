@@ -208,6 +208,12 @@ void CPowerPolicyManager::TransitionFromHolvToS3()
     SetActivePowerScheme(&m_HolvConfig.guidScheme);
 }
 
+void CPowerPolicyManager::CallAlone(void (*what)())
+{
+    const ScopedLock lock(m_lock);
+    what();
+}
+
 void CPowerPolicyManager::OnPowerOptionChanged(const GUID* newScheme)
 {
     constexpr const wchar_t* kFunction = L"CPowerPolicyManager::OnPowerOptionChanged";

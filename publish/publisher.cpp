@@ -9,6 +9,7 @@
 #include "platform/kernel.h"
 #include "platform/owned.h"
 #include "platform/session.h"
+#include "power/machine_power.h"
 #include "publish/published_key.h"
 #include "publish/record.h"
 #include "state/activity.h"
@@ -119,6 +120,7 @@ bool Publisher::IsClockSet() const
 // An operation may have changed the state more than once: each change gets its line.
 void Publisher::WriteHistory(const Snapshot& now, RecordEvent event)
 {
+    const std::optional<int> charge = KnownCharge();
     const std::uint64_t noted = StatesNoted();
     for (const StateNote& note : StateNotesFrom(told)) {
         if (note.at == now.since && note.state == now.state) continue;
@@ -126,11 +128,11 @@ void Publisher::WriteHistory(const Snapshot& now, RecordEvent event)
         then.state = note.state;
         then.since = note.at;
         then.reason = ReasonOf(note.state, KnownUser(), now.feature_on);
-        history.Append(head.utc, HistoryRecord(head, then, facts, RecordEvent::change));
+        history.Append(head.utc, HistoryRecord(head, then, facts, RecordEvent::change, charge));
         ++head.number;
     }
     told = noted;
-    history.Append(head.utc, HistoryRecord(head, now, facts, event));
+    history.Append(head.utc, HistoryRecord(head, now, facts, event, charge));
 }
 
 void Publisher::Publish(RecordEvent event)

@@ -88,7 +88,7 @@ JsonObject FactsOf(const Snapshot& now)
 }
 
 std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
-                           RecordEvent event)
+                           RecordEvent event, std::optional<int> charge)
 {
     constexpr const wchar_t* kEventNames[] = {L"start", L"change", L"stop"};
     JsonObject record;
@@ -99,6 +99,7 @@ std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const Js
         .Number(L"since_tick", static_cast<std::int64_t>(now.since))
         .Text(L"reason", ReasonName(now.reason));
     record.Members(facts);
+    if (charge) record.Number(L"charge", *charge);
     AddHolders(record, now.holders);
     AddCorrection(record, head, now.correction);
     return record.Done();

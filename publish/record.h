@@ -30,8 +30,9 @@ enum class RecordEvent
     change,
     stop,
 };
+// `charge` is the battery's, in percent; nothing where it is not known.
 std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
-                           RecordEvent event);
+                           RecordEvent event, std::optional<int> charge);
 
 // `running` is false in the last record of a process.
 std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,

@@ -52,8 +52,10 @@ Reason ReasonOf(ESystemState state, const UserFacts& user, bool featureOn)
 Snapshot Camera::Take()
 {
     Snapshot now{};
-    now.state = S::m_eSystemState;
-    now.since = LastStateNote().at;
+    // From one note: the state itself is changed a moment before it is noted.
+    const StateNote note = LastStateNote();
+    now.state = note.state;
+    now.since = note.at;
     const UserFacts user = KnownUser();
     now.away = user.away;
     now.suspended = user.suspended;

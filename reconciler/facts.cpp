@@ -4,6 +4,7 @@
 
 #include "platform/kernel.h"
 #include "platform/power.h"
+#include "power/machine_power.h"
 #include "power/never_sleep_away_mode.h"
 #include "restore/restoring.h"
 #include "settings/settings.h"
@@ -55,7 +56,7 @@ std::optional<bool> ReadSource()
     constexpr BYTE kOffline = 0;
     constexpr BYTE kOnline = 1;
     SYSTEM_POWER_STATUS status{};
-    if (!GetSystemPowerStatus(&status)) return std::nullopt;
+    if (!ReadPowerStatus(&status)) return std::nullopt;
     if (status.ACLineStatus != kOffline && status.ACLineStatus != kOnline) return std::nullopt;
     return status.ACLineStatus == kOnline;
 }

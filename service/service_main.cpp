@@ -2,7 +2,7 @@
 
 #include "log/log.h"
 #include "platform/message.h"
-#include "platform/power.h"
+#include "power/machine_power.h"
 #include "publish/publisher.h"
 #include "reconciler/reconciler.h"
 #include "service/identity.h"
@@ -67,7 +67,7 @@ bool CNeverSleepModule::StartService()
     StartLoggingLibrary();
     AdvanceServiceState(SERVICE_STOPPED, SERVICE_START_PENDING);
     SYSTEM_POWER_STATUS power;
-    if (GetSystemPowerStatus(&power)) g_bOnAcPower = power.ACLineStatus == kOnline;
+    if (ReadPowerStatus(&power)) g_bOnAcPower = power.ACLineStatus == kOnline;
     m_dwServiceThreadID = GetCurrentThreadId();
 
     m_hServiceStatus = RegisterServiceCtrlHandlerExW(kServiceName, OnServiceCtrlHandler, nullptr);

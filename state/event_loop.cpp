@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "log/log.h"
+#include "power/power_policy_manager.h"
 #include "restore/restoring.h"
 #include "service/service_status.h"
 #include "settings/settings.h"
@@ -112,6 +113,17 @@ bool LeaveCurrentState(const Slot& slot, std::optional<StateChange>& change)
     return leaves;
 }
 
+// While the manager's lock is held: another thread may just be taking over the plan that the leave
+// has activated, and its last step would activate that plan again, over the restored one.
+void RestorePlan()
+{
+    if (const auto manager = S::m_pPowerPolicyManager.Get()) {
+        manager->CallAlone(RestorePlanAfterReturn);
+    } else {
+        RestorePlanAfterReturn();
+    }
+}
+
 void Act(GlobalEvent signalled)
 {
     const Activity pass(Activity::Kind::pass);
@@ -124,7 +136,7 @@ void Act(GlobalEvent signalled)
     }
     if (slot.action) slot.action();
     change.reset();
-    if (left && S::m_eSystemState == S0_NORMAL) RestorePlanAfterReturn();
+    if (left && S::m_eSystemState == S0_NORMAL) RestorePlan();
     // Reset after the action, so that the same event signalled while the action runs counts as
     // handled by it.
     if (signalled < kFirstTimer) ResetGlobalEvent(signalled);

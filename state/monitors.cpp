@@ -4,6 +4,7 @@
 #include "log/log.h"
 #include "platform/kernel.h"
 #include "platform/power.h"
+#include "power/machine_power.h"
 #include "power/power_policy_manager.h"
 #include "settings/settings.h"
 #include "state/global_events.h"
@@ -76,7 +77,7 @@ void CNeverSleepState::MonitorBatteryUsage()
 {
     if (!g_bEnableNeverSleep) return;
     SYSTEM_POWER_STATUS status{};
-    if (GetSystemPowerStatus(&status)) {
+    if (ReadPowerStatus(&status)) {
         if (status.ACLineStatus != kOffline) return;
         const DWORD remaining = status.BatteryLifePercent;
         const DWORD threshold = g_dwSuspendBatteryThreshold;

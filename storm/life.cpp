@@ -108,7 +108,7 @@ void Drawing::WakeAndMeet(Duration at, Duration apart)
     } else if (draw.Chance(30)) {
         Add(at + apart, "sleep", PutToSleep);
     } else if (draw.Chance(20)) {
-        Add(at + apart, "kill", KillService);
+        Add(at + draw.Of({1ms, 500ms, 999ms}), "kill", KillService);
     } else {
         AddAny(at + apart);
     }

@@ -6,8 +6,10 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/virtual/base/random.h"
+#include "platform/virtual/power/battery.h"
 #include "platform/virtual/power/sleep.h"
 #include "tests/ctl.h"
+#include "tests/schema.h"
 #include "tests/users_pc.h"
 
 using namespace std::chrono_literals;
@@ -69,7 +71,9 @@ nlohmann::json ReportOf(Machine& pc)
 {
     const CtlAnswer answer = RunCtl(pc, "report --days 366 --json");
     EXPECT_EQ(answer.code, 0);
-    return nlohmann::json::parse(answer.said);
+    const nlohmann::json report = nlohmann::json::parse(answer.said);
+    EXPECT_EQ(Schema("report.schema.json").Wrong(report), "");
+    return report;
 }
 
 void Live(UsersPc& user, Random& random)
@@ -250,6 +254,53 @@ TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
     EXPECT_NE(html.find("2026-03-02"), std::string::npos);
     EXPECT_EQ(html.find("http"), std::string::npos) << "it needs another file";
     EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\nowhere\day.html)").code, 10);
+}
+
+// From the charges that the service has read, and at the end from the present one.
+TEST(ReportTest, TellsDayByDayWhatTheBatteryHasGiven)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 20:00"));
+    user.pc.battery.DrainAt(6);
+    user.pc.battery.ChargeAt(30);
+    user.pc.power.RunOnBattery(90);
+    user.StartService();
+    user.pc.RunFor(2h);
+    EXPECT_NEAR(ReportOf(user.pc)["days"][0]["charge_used"].get<int>(), 12, 1) << "so far";
+    user.pc.RunFor(6h);
+    user.pc.power.RunOnMains();
+    user.pc.RunFor(1h);
+    user.pc.power.RunOnBattery(72);
+    user.pc.RunFor(2h);
+    user.StopService();
+    const nlohmann::json days = ReportOf(user.pc)["days"];
+    ASSERT_EQ(days.size(), 2u);
+    constexpr double kHour = 3'600'000;
+    EXPECT_NEAR(days[0]["on_battery_ms"].get<double>() / kHour, 4, 0.01);
+    EXPECT_NEAR(days[1]["on_battery_ms"].get<double>() / kHour, 6, 0.01);
+    EXPECT_NEAR(days[0]["charge_used"].get<int>(), 24, 1);
+    EXPECT_EQ(days[0]["charge_used"].get<int>() + days[1]["charge_used"].get<int>(), 48 + 12);
+    EXPECT_NEAR(days[0]["lowest_charge"].get<int>(), 66, 1);
+    EXPECT_EQ(days[1]["lowest_charge"], 42);
+    const std::string said = RunCtl(user.pc, "report").said;
+    EXPECT_NE(said.find("(on battery 6:00, "), std::string::npos) << said;
+    EXPECT_NE(said.find(" % of the charge used, down to 42 %)"), std::string::npos) << said;
+    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
+    const std::string html = user.pc.disk.Read(LR"(C:\day.html)").value_or("");
+    EXPECT_NE(html.find("<th>charge used</th><th>lowest charge</th>"), std::string::npos);
+    EXPECT_NE(html.find("<td>42 %</td></tr>"), std::string::npos);
+}
+
+TEST(ReportTest, TellsNoChargeWhereThereIsNoBattery)
+{
+    UsersPc user;
+    user.StartService();
+    user.pc.RunFor(1h);
+    user.StopService();
+    EXPECT_EQ(ReportOf(user.pc)["days"][0]["lowest_charge"], nlohmann::json());
+    EXPECT_EQ(RunCtl(user.pc, "report").said.find("charge"), std::string::npos);
+    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
+    EXPECT_EQ(user.pc.disk.Read(LR"(C:\day.html)").value_or("").find("charge"), std::string::npos);
 }
 
 // So that a printed page cuts no row, and shows the hours of what is on it.

@@ -156,6 +156,40 @@ TEST_F(SystemFactsTest, TheManagerRefusesWhatNamesNoService)
     });
 }
 
+TEST_F(SystemFactsTest, AnEventLogIsReadOneWayAndWithEveryPlaceGiven)
+{
+    RunAsProcess([] {
+        constexpr DWORD kForwards = EVENTLOG_SEQUENTIAL_READ | EVENTLOG_FORWARDS_READ;
+        const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        const HANDLE log = OpenEventLogW(nullptr, L"none");
+        BYTE bytes[64];
+        DWORD count = kBefore, needed = kBefore;
+        const auto read = [&](HANDLE from, DWORD flags, BYTE* to, DWORD* place) {
+            return ReadEventLogW(from, flags, 0, to, sizeof(bytes), place, &needed);
+        };
+        Expect({
+            ANSWER(OpenEventLogW(nullptr, nullptr), 0, 87),
+            ANSWER(OpenEventLogW(L"none", nullptr), 0, 87),
+            ANSWER(OpenEventLogW(L"none", L"Application"), 0, 1722),
+            ANSWER(read(log, 0, bytes, &count), FALSE, 87),
+            ANSWER(read(log, EVENTLOG_SEQUENTIAL_READ, bytes, &count), FALSE, 87),
+            ANSWER(read(log, kForwards | 8, bytes, &count), FALSE, 87),
+            ANSWER(read(nullptr, kForwards, nullptr, &count), FALSE, 87),
+            ANSWER(read(log, kForwards, bytes, nullptr), FALSE, 87),
+            ANSWER(read(nullptr, kForwards, bytes, &count), FALSE, 6),
+            ANSWER(read(event.Get(), kForwards, bytes, &count), FALSE, 6),
+        });
+        EXPECT_EQ(count, kBefore);
+        EXPECT_EQ(needed, kBefore);
+        Expect({
+            ANSWER(read(log, kForwards, bytes, &count), FALSE, 38),
+            ANSWER(CloseEventLog(log), TRUE),
+            ANSWER(CloseEventLog(event.Get()), FALSE, 6),
+            ANSWER(CloseEventLog(nullptr), FALSE, 6),
+        });
+    });
+}
+
 TEST_F(SystemFactsTest, QueuesAndEventSourcesRefuseWhatIsNoneOfTheirs)
 {
     RunAsProcess([] {

@@ -24,6 +24,9 @@ my %for_others = (
     VariantClear => [qr{^pc/}, "for the PC's clients of the control interface"],
     VariantChangeType => [qr{^pc/}, "for the PC's clients of the control interface"],
     RegNotifyChangeKeyValue => [qr{^ctl/}, 'holvctl watch waits by it'],
+    OpenEventLogW => [qr{^ctl/}, 'holvctl report reads what the service has reported'],
+    ReadEventLogW => [qr{^ctl/}, 'holvctl report reads what the service has reported'],
+    CloseEventLog => [qr{^ctl/}, 'holvctl report reads what the service has reported'],
     OpenProcess => [qr{^ctl/}, 'holvctl asks whether the service was killed'],
     CLSIDFromProgID => [qr{^(?:pc|examples)/}, 'for clients of the control interface'],
 );

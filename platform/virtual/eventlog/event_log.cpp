@@ -65,7 +65,9 @@ void EventLog::Add(EventRecord record)
                                            {"text", Text(record)}});
     }
     m_records.push_back(std::move(record));
-    if (m_records.size() > kRecordsKept) m_records.pop_front();
+    if (m_records.size() <= kRecordsKept) return;
+    m_records.pop_front();
+    ++m_oldest;
 }
 
 void EventLog::AddMessageFile(std::wstring_view module_path, const std::string& messages)

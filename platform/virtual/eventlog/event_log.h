@@ -1,6 +1,7 @@
 // The Application event log and its viewer.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <string>
@@ -34,6 +35,8 @@ public:
 
     // The last kRecordsKept: the log overwrites the oldest, as the real one does in its 20 MB.
     const std::deque<EventRecord>& records() const { return m_records; }
+    // The number of the first of them; the log counts from 1.
+    std::uint64_t oldest() const { return m_oldest; }
     void Add(EventRecord record);
     static constexpr std::size_t kRecordsKept = 50'000;
 
@@ -54,6 +57,7 @@ private:
 
     Machine& m_machine;
     std::deque<EventRecord> m_records;
+    std::uint64_t m_oldest = 1;
     std::map<std::wstring, MessageTable, NoCase> m_messages;  // by module
 };
 
