@@ -137,11 +137,11 @@ void MergeByTime(std::vector<ReportedEvent>& events, std::vector<ReportedEvent> 
 
 bool BeginsBefore(const Report& report, const std::pair<UtcTime, int>& time)
 {
-    const auto& [utc, ahead] = time;
+    const auto local = LocalMs(time.first, time.second);
     return std::ranges::any_of(report.days, [&](const auto& day) {
         const std::vector<Stretch>& stretches = day.second.stretches;
-        return !stretches.empty() && stretches.front().begin < LocalMs(utc, ahead) &&
-               day.first <= LocalMs(utc, ahead) / kMsPerDay;
+        return !stretches.empty() && stretches.front().begin < local &&
+               day.first <= local / kMsPerDay;
     });
 }
 
