@@ -20,7 +20,7 @@ json ReportedBy(Machine& pc)
 {
     const CtlAnswer answer = RunCtl(pc, "report --json");
     EXPECT_EQ(answer.code, 0);
-    const json report = json::parse(answer.said);
+    json report = json::parse(answer.said);
     EXPECT_EQ(Schema("report.schema.json").Wrong(report), "");
     return report;
 }
