@@ -71,7 +71,7 @@ nlohmann::json ReportOf(Machine& pc)
 {
     const CtlAnswer answer = RunCtl(pc, "report --days 366 --json");
     EXPECT_EQ(answer.code, 0);
-    const nlohmann::json report = nlohmann::json::parse(answer.said);
+    nlohmann::json report = nlohmann::json::parse(answer.said);
     EXPECT_EQ(Schema("report.schema.json").Wrong(report), "");
     return report;
 }

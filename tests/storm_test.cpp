@@ -183,7 +183,7 @@ TEST(StormScheduleTest, ADepartureLeadsToAnotherHistoryWhichRepeats)
     const auto play = [&](const std::string& departures) {
         PlayPlan plan{StormPlay(trace), kNoGaps};
         if (!departures.empty()) plan.options.machine.departures = DeparturesOf(departures);
-        const Outcome outcome =
+        Outcome outcome =
             Alone(plan, [&](const PlayPlan& own) { return PlayUnderWatch(script, own); });
         EXPECT_FALSE(outcome.finding) << outcome.finding->Key();
         history = TextOfFile(trace);
