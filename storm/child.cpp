@@ -12,6 +12,7 @@
 #include <new>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 volatile std::sig_atomic_t g_storm_stops = 0;
 
@@ -177,4 +178,18 @@ void Pool::Run(const std::function<std::optional<Work>()>& next,
         }
         if (tick) tick();
     }
+}
+
+Outcome PlayedAlone(std::chrono::seconds patience, const Pool::Work& work)
+{
+    Outcome outcome;
+    bool begun = false;
+    Pool(1, patience)
+        .Run(
+            [&]() -> std::optional<Pool::Work> {
+                if (std::exchange(begun, true)) return std::nullopt;
+                return work;
+            },
+            [&](std::size_t, const Ended& ended) { outcome = OutcomeOf(ended); });
+    return outcome;
 }

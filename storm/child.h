@@ -63,3 +63,6 @@ private:
     int m_jobs;
     std::chrono::seconds m_patience;
 };
+
+// What one piece of work that plays a life has come to, in a process of its own.
+Outcome PlayedAlone(std::chrono::seconds patience, const Pool::Work& work);

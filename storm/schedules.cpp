@@ -54,9 +54,13 @@ private:
     std::size_t m_points = 0;
     std::size_t m_of = 0;
     std::size_t m_played = 0;
-    // By the finding's key: the first schedule that has it, and how many have.
-    std::map<std::string, std::pair<Departures, std::size_t>> m_found;
-    std::map<std::string, Finding> m_findings;
+    struct Found
+    {
+        Finding finding;
+        Departures first;  // the schedule that had it first
+        std::size_t schedules = 0;
+    };
+    std::map<std::string, Found> m_found;  // by the finding's key
 };
 
 std::vector<Outcome> Schedules::Outcomes(const std::vector<Departures>& schedules)
@@ -84,9 +88,8 @@ void Schedules::Count(const Departures& schedule, const Outcome& outcome)
 {
     ++m_played;
     if (!outcome.finding) return;
-    const std::string key = outcome.finding->Key();
-    m_findings.emplace(key, *outcome.finding);
-    ++m_found.try_emplace(key, schedule, 0).first->second.second;
+    const Found found{*outcome.finding, schedule};
+    ++m_found.try_emplace(outcome.finding->Key(), found).first->second.schedules;
 }
 
 void Schedules::Extend(const Departures& so_far, const Outcome& outcome, std::size_t from,
@@ -135,8 +138,8 @@ void Schedules::Print(std::ostream& out, const std::filesystem::path& script) co
     out << script.stem().string() << ": " << m_points << " places, " << m_of << " schedules, "
         << m_played << " played\n";
     for (const auto& [key, found] : m_found) {
-        const Finding& finding = m_findings.at(key);
-        out << "finding, in " << found.second << " schedules: " << finding.promise << "\n  "
+        const Finding& finding = found.finding;
+        out << "finding, in " << found.schedules << " schedules: " << finding.promise << "\n  "
             << finding.object << " should be " << finding.promised << ", but is " << finding.is
             << ", at " << finding.clock << "\n  repeat: holvpc storm --watch " << script.string();
         if (!found.first.empty()) out << " --depart " << TextOfDepartures(found.first);

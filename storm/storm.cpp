@@ -230,18 +230,10 @@ int RunGaps(const StormOptions& options, std::ostream& out)
     for (const Gap& gap : GapsOf(options)) {
         if (g_storm_stops) return 1;
         std::vector<Gap> only = {gap};
-        Outcome outcome;
-        Pool pool(1, kHangs);
-        bool begun = false;
-        pool.Run(
-            [&]() -> std::optional<Pool::Work> {
-                if (std::exchange(begun, true)) return std::nullopt;
-                return [&](Pulse& pulse) {
-                    return ToJson(PlayUnderWatch(ReadScript(gap.script),
-                                                 PlayPlan{options.play, only, &pulse}));
-                };
-            },
-            [&](std::size_t, const Ended& ended) { outcome = OutcomeOf(ended); });
+        const Outcome outcome = PlayedAlone(kHangs, [&](Pulse& pulse) {
+            return ToJson(
+                PlayUnderWatch(ReadScript(gap.script), PlayPlan{options.play, only, &pulse}));
+        });
         const bool shows = outcome.gaps.contains(gap.name);
         out << (shows ? "shown   " : "NOT SHOWN any more: strike it   ") << gap.name << "\n";
         if (outcome.finding) out << "        and found: " << outcome.finding->Key() << "\n";

@@ -205,17 +205,9 @@ PlayOptions OptionsOf(const fs::path& folder)
 Outcome LiveIn(const fs::path& folder, const Life& life)
 {
     const std::vector<Gap> gaps = ReadGaps(HOLV_SOURCE_DIR "/storm/known_gaps.txt");
-    Outcome outcome;
-    bool begun = false;
-    Pool(1, 60s).Run(
-        [&]() -> std::optional<Pool::Work> {
-            if (std::exchange(begun, true)) return std::nullopt;
-            return [&](Pulse& pulse) {
-                return ToJson(Play(life, {OptionsOf(folder), gaps, &pulse}));
-            };
-        },
-        [&](std::size_t, const Ended& ended) { outcome = OutcomeOf(ended); });
-    return outcome;
+    return PlayedAlone(60s, [&](Pulse& pulse) {
+        return ToJson(Play(life, {OptionsOf(folder), gaps, &pulse}));
+    });
 }
 
 json ReportOf(const fs::path& folder)

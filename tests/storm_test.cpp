@@ -44,19 +44,11 @@ fs::path Scratch(const std::string& name)
 // Played in a process of its own, as the machine is one for each.
 Outcome Alone(const PlayPlan& plan, const std::function<Outcome(const PlayPlan&)>& play)
 {
-    Outcome outcome;
-    bool begun = false;
-    Pool(1, 60s).Run(
-        [&]() -> std::optional<Pool::Work> {
-            if (std::exchange(begun, true)) return std::nullopt;
-            return [&](Pulse& pulse) {
-                PlayPlan own = plan;
-                own.pulse = &pulse;
-                return ToJson(play(own));
-            };
-        },
-        [&](std::size_t, const Ended& ended) { outcome = OutcomeOf(ended); });
-    return outcome;
+    return PlayedAlone(60s, [&](Pulse& pulse) {
+        PlayPlan own = plan;
+        own.pulse = &pulse;
+        return ToJson(play(own));
+    });
 }
 
 Outcome Lived(const Life& life, const PlayPlan& plan)
