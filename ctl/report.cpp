@@ -25,11 +25,6 @@ const struct SpentRow
 };
 static_assert(std::size(kSpent) == kSpentCount);
 
-int MinutesAhead(const HistoryRecord& record)
-{
-    return static_cast<int>(record.line[L"minutes_ahead"].Number());
-}
-
 std::optional<int> ChargeOf(const HistoryRecord& record)
 {
     const std::int64_t charge = record.line[L"charge"].Number(-1);
@@ -39,8 +34,8 @@ std::optional<int> ChargeOf(const HistoryRecord& record)
 // The local clock at a tick of the record's start of the PC, in milliseconds.
 std::int64_t LocalAt(const HistoryRecord& record, std::int64_t tick)
 {
-    return static_cast<std::int64_t>(record.utc / kUnitsPerMs) + MinutesAhead(record) * 60'000LL +
-           tick - record.tick;
+    return static_cast<std::int64_t>(record.utc / kUnitsPerMs) +
+           MinutesAhead(record.line) * 60'000LL + tick - record.tick;
 }
 
 bool IsEvent(const HistoryRecord& record, const wchar_t* event)
@@ -129,7 +124,7 @@ private:
         if (!stopped) {
             Tell(to, L"gap",
                  L"the service was killed before this start; its last word is of " +
-                     LocalText(from.utc, MinutesAhead(from)));
+                     LocalText(from.utc, MinutesAhead(from.line)));
         }
     }
 
@@ -145,7 +140,7 @@ private:
         if (!stopped) {
             Tell(to, L"gap",
                  L"the PC went off without a word before this start; the last one is of " +
-                     LocalText(from.utc, MinutesAhead(from)));
+                     LocalText(from.utc, MinutesAhead(from.line)));
         }
     }
 
@@ -221,7 +216,7 @@ private:
 
     void Tell(const HistoryRecord& record, const wchar_t* kind, std::wstring text)
     {
-        m_report.events.push_back({record.utc, MinutesAhead(record), kind, std::move(text)});
+        m_report.events.push_back({record.utc, MinutesAhead(record.line), kind, std::move(text)});
     }
 
     void Add(Spent spent, const HistoryRecord& clock, std::int64_t tick, std::int64_t length)

@@ -109,11 +109,6 @@ private:
     UtcTime m_last = 0;
 };
 
-int AheadOf(const HistoryRecord& record)
-{
-    return static_cast<int>(record.line[L"minutes_ahead"].Number());
-}
-
 // The process with which the history begins reports its start right after that.
 bool IsOfHistory(const ServiceEvent& event, const HistoryRecord& first)
 {
@@ -151,10 +146,10 @@ void TellBeforeHistory(Report& report, const History& history, const ServiceEven
                        UtcTime now)
 {
     const HistoryRecord* const first = history.records.empty() ? nullptr : &history.records.front();
-    if (first) report.history_begin = {first->utc, AheadOf(*first)};
+    if (first) report.history_begin = {first->utc, MinutesAhead(first->line)};
     report.service_events = log.events.size();
     report.log_error = log.error;
-    PastTeller teller(report, first ? AheadOf(*first) : MinutesAheadOfUtc());
+    PastTeller teller(report, first ? MinutesAhead(first->line) : MinutesAheadOfUtc());
     for (const ServiceEvent& event : log.events) {
         if (first && IsOfHistory(event, *first)) break;
         teller.Take(event);
@@ -166,7 +161,7 @@ void TellBeforeHistory(Report& report, const History& history, const ServiceEven
     }
     for (auto& [number, day] : report.days) {
         day.before_history =
-            !first || (number + 1) * kMsPerDay <= LocalMs(first->utc, AheadOf(*first));
+            !first || (number + 1) * kMsPerDay <= LocalMs(first->utc, MinutesAhead(first->line));
     }
 }
 
@@ -175,11 +170,11 @@ void TellErrors(Report& report, const History& history, const ServiceEvents& log
     std::vector<ReportedEvent> errors;
     std::map<std::pair<std::int64_t, std::wstring>, std::pair<std::size_t, int>> told;
     auto record = history.records.begin();
-    int ahead = record == history.records.end() ? MinutesAheadOfUtc() : AheadOf(*record);
+    int ahead = record == history.records.end() ? MinutesAheadOfUtc() : MinutesAhead(record->line);
     for (const ServiceEvent& event : log.events) {
         if (event.type != EVENTLOG_ERROR_TYPE) continue;
         for (; record != history.records.end() && record->utc <= event.utc; ++record) {
-            ahead = AheadOf(*record);
+            ahead = MinutesAhead(record->line);
         }
         const std::int64_t day = LocalMs(event.utc, ahead) / kMsPerDay;
         std::wstring text =

@@ -60,11 +60,6 @@ const ReleaseRow* ReleaseOf(const JsonValue& record)
     return row == std::end(kReleases) ? nullptr : row;
 }
 
-int MinutesAhead(const JsonValue& record)
-{
-    return static_cast<int>(record[L"minutes_ahead"].Number());
-}
-
 bool InNeverSleepMode(const JsonValue& record)
 {
     const std::wstring& state = record[L"state"].Text();
@@ -237,6 +232,11 @@ std::wstring PlanName(std::wstring_view id)
         if (known == id) return name;
     }
     return id.empty() ? L"unknown" : std::wstring(id);
+}
+
+int MinutesAhead(const JsonValue& record)
+{
+    return static_cast<int>(record[L"minutes_ahead"].Number());
 }
 
 std::wstring LocalText(UtcTime time, int minutes_ahead)

@@ -35,5 +35,8 @@ std::wstring PlanName(std::wstring_view id);
 
 // "2026-03-02 21:30:05", as the local clock shows it.
 std::wstring LocalText(UtcTime time, int minutes_ahead);
+
+// How far the local clock was ahead of UTC, as a record tells.
+int MinutesAhead(const JsonValue& record);
 // "21:30:05"
 std::wstring LocalTimeText(UtcTime time, int minutes_ahead);
