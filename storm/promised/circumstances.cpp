@@ -111,11 +111,13 @@ void Circumstances::HearSetting(const Effect& effect)
 {
     if (!effect.Text("path").ends_with(LR"(Orbeq\Holv\User)")) return;
     if (CausedBy(effect) != By::service) return;
+    const bool was_on = m_settings.feature_on;
     for (const SettingName& setting : kSettingNames) {
         if (effect.Text("name") != setting.name) continue;
         setting.take(m_settings, static_cast<DWORD>(effect.Number("data")));
         m_settings_at = effect.at;
     }
+    if (m_settings.feature_on != was_on) m_feature_at = effect.at;
 }
 
 void Circumstances::Hear(const Effect& effect)

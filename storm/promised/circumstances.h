@@ -56,6 +56,8 @@ public:
     Instant state_since() const { return m_state_at; }
     const ServiceSettings& settings() const { return m_settings; }
     Instant settings_since() const { return m_settings_at; }
+    // When the feature was last switched.
+    Instant feature_since() const { return m_feature_at; }
 
     // --- The PC ---
     // Faults, slow calls or late notices stand, or no leave and return has gone by since.
@@ -97,6 +99,7 @@ private:
     bool m_unclean = false;
     ServiceSettings m_settings;
     Instant m_settings_at{0};
+    Instant m_feature_at{0};
 
     std::set<std::string> m_standing;  // faults, by the commands that began them
     bool m_trouble = false;

@@ -89,10 +89,14 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
         if (wish.values.contains(is)) continue;
         if (in_use && HeldInUse(object) && wish.written.contains(is)) continue;
         if (object.starts_with("mute ")) {
-            // One that was plugged in since is restored at the next return, and after the service's
-            // end by its next start.
+            // One that was plugged in since is restored at the next return while never-sleep mode
+            // is on, and otherwise by the service's next start.
             const Instant plugged = m_belongings.PluggedAt(object.substr(5));
-            const Instant restored = m_now.running() ? m_now.left_at() : m_now.state_since();
+            const bool on = m_now.running() && m_now.settings().feature_on;
+            const Instant restored = on ? m_now.left_at()
+                                     : m_now.running()
+                                         ? std::max(m_now.state_since(), m_now.feature_since())
+                                         : m_now.state_since();
             if (plugged >= std::min(restored, m_now.left_at())) continue;
         }
         // A plan that no longer exists cannot be active.
