@@ -315,6 +315,7 @@ bool Playing::Line(const ScriptLine& line)
 
 void Playing::End()
 {
+    m_outcome.script.push_back("# the life's end");
     for (const std::string& command : kEnd) {
         if (found()) return;
         const bool done = Do(command);
