@@ -116,6 +116,12 @@ void ReleaseRequests(const Facts&)
 
 bool RequestsWrong(const Facts& f) { return f.sleeps && !f.requests_as_allowed; }
 
+void ConfigureRequests(const Facts& f)
+{
+    if (f.allowed && InUse(f)) CNeverSleepAwayMode::CreateMissing();
+    S::ConfigurePowerRequests();
+}
+
 // While the requests are held the system's own idle timer puts no PC to sleep. Normal use arms the
 // service's when it begins, but not where the feature goes on in it.
 bool IdleTimeNotWatched(const Facts& f)
@@ -201,7 +207,7 @@ constexpr Rule kRules[] = {
      ReleaseRequests, true},
     {L"requests", L"The power requests are held while never-sleep mode is allowed, and only then.",
      L"The power requests are not as they should be", L"configuring them", RequestsWrong,
-     [](const Facts&) { S::ConfigurePowerRequests(); }},
+     ConfigureRequests},
     {L"idle_time", L"In normal use the idle time is watched, so that the PC goes into away mode.",
      L"The idle time is not watched", L"reading it", IdleTimeNotWatched, LetIdleTimeBeRead},
     {L"plan_values", L"In normal use the plans have their own values.",

@@ -41,7 +41,9 @@ public:
     // --- The user ---
     // Works at a PC that is awake, since; nothing when he does not.
     std::optional<Instant> there() const { return m_there; }
-    Instant left_at() const { return m_left_at; }
+    // What the service had to restore was there at this time: as the user left a PC that then went
+    // into never-sleep mode, or where that is off, as it ended.
+    Instant restored_since() const;
     // Nothing else has happened in the minute before the return, or since.
     bool plain_return() const { return m_plain_return && m_there && m_last_deed <= *m_there; }
     // Since when no deed has touched the PC, and it has not woken.
@@ -56,8 +58,6 @@ public:
     Instant state_since() const { return m_state_at; }
     const ServiceSettings& settings() const { return m_settings; }
     Instant settings_since() const { return m_settings_at; }
-    // When the feature was last switched.
-    Instant feature_since() const { return m_feature_at; }
 
     // --- The PC ---
     // Faults, slow calls or late notices stand, or no leave and return has gone by since.
@@ -87,6 +87,7 @@ private:
 
     std::optional<Instant> m_there;
     Instant m_left_at{0};
+    Instant m_gone_at{0};  // m_left_at of the last absence with away mode or sleep
     bool m_plain_return = false;
     Instant m_last_deed{0};
     Instant m_deed_before{0};

@@ -91,13 +91,7 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
         if (object.starts_with("mute ")) {
             // One that was plugged in since is restored at the next return while never-sleep mode
             // is on, and otherwise by the service's next start.
-            const Instant plugged = m_belongings.PluggedAt(object.substr(5));
-            const bool on = m_now.running() && m_now.settings().feature_on;
-            const Instant restored = on ? m_now.left_at()
-                                     : m_now.running()
-                                         ? std::max(m_now.state_since(), m_now.feature_since())
-                                         : m_now.state_since();
-            if (plugged >= std::min(restored, m_now.left_at())) continue;
+            if (m_belongings.PluggedAt(object.substr(5)) >= m_now.restored_since()) continue;
         }
         // A plan that no longer exists cannot be active.
         if (object == kActivePlanObject && UsersPlanIsGone()) continue;
