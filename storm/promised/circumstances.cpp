@@ -54,6 +54,9 @@ void Circumstances::LoadSettings()
         setting.take(m_settings, Stored(m_pc, setting.name).value_or(setting.otherwise));
     }
     m_settings_at = m_pc.now();
+    // Then the service has its defaults, or some of them.
+    m_settings_unread = std::ranges::any_of(
+        m_standing, [](const std::string& fault) { return fault.starts_with("fault Reg"); });
 }
 
 Moment Circumstances::moment() const

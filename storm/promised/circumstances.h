@@ -61,7 +61,7 @@ public:
 
     // --- The PC ---
     // Faults, slow calls or late notices stand, or no leave and return has gone by since.
-    bool trouble() const { return m_trouble || m_lied; }
+    bool trouble() const { return m_trouble || m_lied || m_settings_unread; }
     // A function has answered otherwise than it did: what it changed is lost for good.
     bool lied() const { return m_lied; }
     Instant woke_at() const { return m_woke_at; }
@@ -105,6 +105,7 @@ private:
     std::set<std::string> m_standing;  // faults, by the commands that began them
     bool m_trouble = false;
     bool m_lied = false;
+    bool m_settings_unread = false;  // by the service at its start
     bool m_left_since_trouble = false;
 
     std::array<int, 3> m_held{};
