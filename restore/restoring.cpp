@@ -149,6 +149,15 @@ std::vector<JournalEntry> ValuesAfterLeave()
     return entries;
 }
 
+std::vector<JournalEntry> MutesLeft()
+{
+    std::vector<JournalEntry> entries = JournalEntries();
+    std::erase_if(entries, [](const JournalEntry& entry) {
+        return entry.thing.kind != ThingKind::endpoint_mute;
+    });
+    return entries;
+}
+
 RestoreCounts RestoreAndLog(const std::vector<JournalEntry>& entries, TellDeviceMode tellDevice,
                             const wchar_t* function)
 {
@@ -180,6 +189,26 @@ void RestoreValuesAfterLeave()
     const std::vector<JournalEntry> entries = ValuesAfterLeave();
     if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreValuesAfterLeave");
     ForgetUnread(IsOfALeave);
+}
+
+bool AreMutesLeft()
+{
+    const LastErrorKeeper kept;
+    if (KeptMutes() == 0) return false;
+    Endpoints endpoints;
+    return std::ranges::any_of(MutesLeft(), [&](const JournalEntry& entry) {
+        const auto volume = endpoints.VolumeOf(entry.thing.endpoint);
+        const auto present = volume ? PresentMute(*volume.Get()) : std::nullopt;
+        return present && *present != entry.was && entry.Wrote(*present);
+    });
+}
+
+void RestoreMutes()
+{
+    const LastErrorKeeper kept;
+    const std::vector<JournalEntry> entries = MutesLeft();
+    if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreMutes");
+    SettleJournal();
 }
 
 void RestorePlanAfterReturn()
