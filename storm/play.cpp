@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 #include <ostream>
+#include <set>
 #include <streambuf>
 
 #include "pc/commands.h"
@@ -126,6 +127,7 @@ private:
     Situations m_situations;
     std::optional<Promised> m_promised;
     std::vector<Done> m_done;
+    std::set<DWORD> m_ended_slowly;  // processes
     std::uint64_t m_effects = 0;
     Instant m_started{};
     Instant m_last_deed{};
@@ -147,6 +149,11 @@ Playing::Playing(const PlayPlan& plan, const Machine::Options& machine)
 {
     const auto hear = [this](const Effect& effect) {
         ++m_effects;
+        // Where a call takes longer than a stop waits, a thread keeps what it has until the end.
+        if (effect.kind == "process" && effect.Text("what") == L"ended" &&
+            m_player.pc().slowness.any()) {
+            m_ended_slowly.insert(static_cast<DWORD>(effect.Number("id")));
+        }
         if (m_plan.pulse) m_plan.pulse->store(effect.at.count(), std::memory_order_relaxed);
     };
     m_player.pc().journal.Listen(hear, IsOfThePc);
@@ -270,7 +277,7 @@ void Playing::LookForMisuse()
         if (found()) return;
         const std::string path = ToUtf8(process->path());
         if (process->crashed()) Found("no program crashes", path, "crashed");
-        if (process->killed()) continue;
+        if (process->killed() || m_ended_slowly.contains(process->id())) continue;
         for (const LeftOpen& left : process->left_open()) {
             const std::string name = ToUtf8(left.name);
             // The log is written to the last, and closed with the process.

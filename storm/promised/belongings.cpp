@@ -1,5 +1,7 @@
 #include "storm/promised/belongings.h"
 
+#include <algorithm>
+
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/core/thread.h"
@@ -70,6 +72,8 @@ void Belongings::Absorb()
         wish->second.written = old->second.written;
     }
     m_replaced.clear();
+    const std::string& plan = m_wishes[kActivePlanObject].latest;
+    m_plan_is_gone = m_plan_is_gone || !m_pc.power.FindPlan(FromUtf8(plan));
 }
 
 const Wish* Belongings::Find(const std::string& name) const
@@ -89,6 +93,7 @@ Instant Belongings::PluggedAt(const std::string& endpoint) const
 void Belongings::Set(const std::string& name, const std::string& value, bool sure)
 {
     Wish& wish = m_wishes[name];
+    if (name == kActivePlanObject) m_plan_is_gone = false;
     const bool could_be_the_services = wish.written.contains(value);
     wish.before_change = wish.values;
     if (sure && !could_be_the_services) wish.values.clear();

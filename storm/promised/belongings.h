@@ -64,6 +64,8 @@ public:
     // Takes in what is new.
     void Absorb();
     const Wish* Find(const std::string& name) const;
+    // Whether the user's plan has been deleted, and no other chosen since: none can be active then.
+    bool UsersPlanIsGone() const { return m_plan_is_gone; }
     // The current values, by the names of the wishes. Endpoints only while they are active.
     std::map<std::string, std::string> Now() const;
     // When an endpoint was plugged in; 0 for one that always was.
@@ -83,6 +85,7 @@ private:
     std::map<std::string, Wish> m_replaced;
     std::map<std::string, virtual_pc::Instant> m_plugged;
     bool m_plan_may_come = false;
+    bool m_plan_is_gone = false;
 };
 
 // The object's name of a plan's value, which the command "expect plan" takes.

@@ -93,8 +93,7 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
             // is on, and otherwise by the service's next start.
             if (m_belongings.PluggedAt(object.substr(5)) >= m_now.restored_since()) continue;
         }
-        // A plan that no longer exists cannot be active.
-        if (object == kActivePlanObject && UsersPlanIsGone()) continue;
+        if (object == kActivePlanObject && m_belongings.UsersPlanIsGone()) continue;
         const Duration allowed = object == kActivePlanObject ? allowed_plan : kLedBack;
         Wrong({std::string(PromiseAbout(object)), object, wish.latest, is,
                std::max(from, wish.touched)},
@@ -102,17 +101,9 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
     }
 }
 
-bool Promised::UsersPlanIsGone() const
-{
-    const Wish* const wish = m_belongings.Find(kActivePlanObject);
-    return wish && std::ranges::none_of(wish->values, [&](const std::string& plan) {
-               return m_pc.power.FindPlan(FromUtf8(plan)) != nullptr;
-           });
-}
-
 void Promised::CheckInForce(Instant from)
 {
-    if (UsersPlanIsGone()) return;
+    if (m_belongings.UsersPlanIsGone()) return;
     const PowerPlan& plan = m_pc.power.active();
     const std::string source = m_pc.power.source() == PowerSource::ac ? "ac" : "dc";
     for (const GUID* setting : {&GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS,

@@ -53,7 +53,6 @@ private:
     void CheckBack(Instant from, Duration allowed);
     void CheckGone();
     void CheckStop();
-    bool UsersPlanIsGone() const;
 
     virtual_pc::Machine& m_pc;
     Belongings m_belongings;
