@@ -45,8 +45,8 @@ void ReadLine(std::string_view bytes, History& history)
 }
 
 // Two starts of the PC are put in order by their first records: the clock may have been wrong when
-// the PC was started. Within one, ticks never go back; numbers may, where two processes wrote or the
-// published state, from which a process takes up the count, could not be written.
+// the PC was started. Within one, ticks never go back; numbers may, where two processes wrote or
+// the published state, from which a process takes up the count, could not be written.
 void PutInOrder(std::vector<HistoryRecord>& records)
 {
     std::map<std::wstring, UtcTime> first;
