@@ -110,7 +110,8 @@ void Belongings::HearService(const std::string& name, const std::string& value,
         // Within an absence the journal knows what has been written until the user is back.
         if (moment.user_there) wish.written.clear();
     } else {
-        if (wish.written.empty()) wish.before_written = wish.values;
+        if (wish.written.empty()) wish.before_written.clear();
+        wish.before_written.insert(wish.values.begin(), wish.values.end());
         wish.written.insert(value);
         if (moment.values_unread) wish.values.insert(value);
         // Never-sleep mode leaves its plan with the full processor.

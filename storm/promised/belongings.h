@@ -28,7 +28,7 @@ struct Wish
     std::string latest = {};
     // What the service has written since it last wrote one of `values`.
     std::set<std::string> written = {};
-    // The `values` of when the first of these was written.
+    // The `values` of when these were written.
     std::set<std::string> before_written = {};
     // Of a value of the active plan: what it was before the user's change, which counts from the
     // next activation on.
