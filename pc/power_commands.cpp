@@ -183,6 +183,20 @@ Action ExpectPlan(const ScriptLine& line, const Arguments& a)
     };
 }
 
+Action ExpectInForce(const ScriptLine& line, const Arguments& a)
+{
+    const GUID setting = SettingOf(line, a[0]);
+    const std::uint32_t expected = NumberOf(line, a[1]);
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        const std::optional<DWORD> value = context.pc.power.InForce(setting);
+        if (value == expected) return;
+        throw ExpectationFailed(line,
+                                "expected " + a[0] + " in force to be " + a[1] + ", but it " +
+                                    (value ? "is " + std::to_string(*value) : "is not known"));
+    };
+}
+
 void ShowPlans(ScriptContext& context)
 {
     const Hold hold(context.pc);
@@ -301,6 +315,9 @@ std::vector<Command> PowerCommands()
         {"plan free", "ends the policy about the active plan", EndPolicy},
         {"expect plan active NAME", "a plan is active", ExpectActivePlan},
         {"expect plan NAME SOURCE SETTING VALUE", "a setting of a plan is VALUE", ExpectPlan},
+        {"expect in-force SETTING VALUE",
+         "a setting has the value VALUE: a plan's own, as of the plan's last activation",
+         ExpectInForce},
         {"show plans", "the power plans and their values", Show<ShowPlans>},
         {"expect request TYPE HELD", "display, system or away is held or released", ExpectRequest},
         {"show requests", "the power requests, as the system lists them", Show<ShowRequests>},

@@ -7,6 +7,7 @@
 #include "log/log.h"
 #include "platform/owned.h"
 #include "reconciler/rules.h"
+#include "restore/journal.h"
 #include "state/activity.h"
 
 namespace {
@@ -90,6 +91,8 @@ private:
             tried = true;
             facts = ReadFacts();
         }
+        // What was put back while normal use lasts, as by the choice of another plan.
+        if (!tried && facts.state == S0_NORMAL) SettleJournal();
         return tried;
     }
 

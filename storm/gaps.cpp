@@ -134,6 +134,10 @@ std::string Expectation(const Finding& finding)
 {
     const Named named = NameOf(finding.object);
     if (finding.object == "active plan") return "expect plan active " + Quoted(finding.promised);
+    const std::string in_force = "in force ";
+    if (finding.object.starts_with(in_force)) {
+        return "expect in-force " + finding.object.substr(in_force.size()) + " " + finding.promised;
+    }
     if (named.kind == "plan") return "expect plan " + named.rest + " " + finding.promised;
     if (named.kind == "mute") return "expect mute " + Quoted(named.rest) + " " + finding.promised;
     return {};

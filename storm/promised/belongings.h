@@ -33,6 +33,8 @@ struct Wish
     // Of a value of the active plan: what it was before the user's change, which counts from the
     // next activation on.
     std::set<std::string> until_activated = {};
+    // The `values` before the user's last change.
+    std::set<std::string> before_change = {};
     virtual_pc::Instant touched{};  // by anyone
 };
 

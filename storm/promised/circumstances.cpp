@@ -114,7 +114,8 @@ void Circumstances::HearRequest(const Effect& effect)
 void Circumstances::HearSetting(const Effect& effect)
 {
     if (!effect.Text("path").ends_with(LR"(Orbeq\Holv\User)")) return;
-    // Another process of the program, that a client has had started, changes its own settings alone.
+    // Another process of the program, that a client has had started, changes its own settings
+    // alone.
     const Thread* const thread = effect.thread ? Thread::Self() : nullptr;
     if (!thread || !thread->process || thread->process->id() != m_process) return;
     const bool was_on = m_settings.feature_on;
