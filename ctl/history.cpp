@@ -45,7 +45,8 @@ void ReadLine(std::string_view bytes, History& history)
 }
 
 // Two starts of the PC are put in order by their first records: the clock may have been wrong when
-// the PC was started.
+// the PC was started. Within one, ticks never go back; numbers may, where two processes wrote or
+// the published state, from which a process takes up the count, could not be written.
 void PutInOrder(std::vector<HistoryRecord>& records)
 {
     std::map<std::wstring, UtcTime> first;
@@ -54,7 +55,7 @@ void PutInOrder(std::vector<HistoryRecord>& records)
         if (!fresh) place->second = std::min(place->second, record.utc);
     }
     std::ranges::stable_sort(records, [&](const HistoryRecord& a, const HistoryRecord& b) {
-        if (a.boot == b.boot) return a.number < b.number;
+        if (a.boot == b.boot) return std::pair(a.tick, a.number) < std::pair(b.tick, b.number);
         return std::pair(first[a.boot], a.boot) < std::pair(first[b.boot], b.boot);
     });
 }

@@ -33,9 +33,9 @@ svg.t{display:block;width:100%;min-width:760px;height:auto;margin-bottom:.6rem}s
 .wide{overflow-x:auto}
 table{border-collapse:collapse;width:100%;font-variant-numeric:tabular-nums}
 th,td{padding:.25rem .6rem;text-align:right;white-space:nowrap;vertical-align:bottom;border-bottom:1px solid var(--line)}
-th{color:var(--dim);font-weight:600}th:first-child,td:first-child{text-align:left}
-td.w{text-align:left;white-space:normal;width:99%}td.k{text-align:left}
-@media(max-width:640px){body{padding:.8rem}th,td{padding:.25rem .35rem}th{white-space:normal}}
+th{color:var(--dim);font-weight:600;white-space:normal}th:first-child,td:first-child{text-align:left}
+td.w{text-align:left;white-space:normal;overflow-wrap:anywhere;width:99%}td.k{text-align:left}.e td{vertical-align:top}
+@media(max-width:640px){body{padding:.8rem}th,td{padding:.25rem .35rem}.e td{white-space:normal}.e td:first-child{min-width:7.2em}}
 @media print{:root{color-scheme:light;--ink:#000;--dim:#444;--paper:#fff;--line:#bbb;--c0:#8fc7a4;
 --c1:#e0762f;--c2:#f0b26b;--c3:#6d63c4;--c4:#31435c;--c5:#b9c0ca;--c6:#dfe3e8;--c7:#c94f6d}
 body{max-width:none;padding:0;font-size:11px}.wide{overflow:visible}svg.t{min-width:0}
@@ -218,7 +218,7 @@ void AddEvents(std::wstring& html, const Report& report)
     if (left_out > 0)
         html += L"<p>The first " + Number(static_cast<std::int64_t>(left_out)) +
                 L" are left out.</p>\n";
-    html += L"<table>";
+    html += L"<table class=\"e\">";
     for (std::size_t i = left_out; i < report.events.size(); ++i) {
         const ReportedEvent& event = report.events[i];
         html += L"<tr><td>" + LocalText(event.utc, event.minutes_ahead) + L"</td><td class=\"k\">" +

@@ -47,10 +47,12 @@ INSERT INTO `TypeLib` (`LibID`, `Language`, `Component_`, `Version`, `Descriptio
 CREATE TABLE `MsiServiceConfigFailureActions` (`MsiServiceConfigFailureActions` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL LOCALIZABLE, `Event` SHORT NOT NULL, `ResetPeriod` LONG, `RebootMessage` CHAR(255) LOCALIZABLE, `Command` CHAR(255) LOCALIZABLE, `Actions` CHAR(0), `DelayActions` CHAR(0), `Component_` CHAR(72) NOT NULL PRIMARY KEY `MsiServiceConfigFailureActions`)
 INSERT INTO `MsiServiceConfigFailureActions` (`MsiServiceConfigFailureActions`, `Name`, `Event`, `ResetPeriod`, `Actions`, `DelayActions`, `Component_`) VALUES ('Recovery', 'HOLVService', 1, 86400, '1[~]1[~]0', '60000[~]60000[~]0', 'Recovery')
 
--- The log's folder, before the first start: the system and administrators write, users read, and what a
--- user has put in its place no longer belongs to that user.
+-- The log's folder and that above it, before the first start: the system and administrators write, users
+-- read, and what a user has put in their place no longer belongs to that user. Above, who makes a folder may
+-- use it, as another program's service.
 CREATE TABLE `MsiLockPermissionsEx` (`MsiLockPermissionsEx` CHAR(72) NOT NULL, `LockObject` CHAR(72) NOT NULL, `Table` CHAR(32) NOT NULL, `SDDLText` CHAR(0) NOT NULL, `Condition` CHAR(255) PRIMARY KEY `MsiLockPermissionsEx`)
 INSERT INTO `MsiLockPermissionsEx` (`MsiLockPermissionsEx`, `LockObject`, `Table`, `SDDLText`) VALUES ('LogFolder', 'DATADIR', 'CreateFolder', 'O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)')
+INSERT INTO `MsiLockPermissionsEx` (`MsiLockPermissionsEx`, `LockObject`, `Table`, `SDDLText`) VALUES ('VendorFolder', 'DATAPARENT', 'CreateFolder', 'O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICIIO;FA;;;CO)(A;OICI;0x1200a9;;;BU)')
 
 -- Custom actions. 19 ends with a message. 18 starts an installed file and 34 a command line; 64 goes on
 -- when it fails, 1024 and 2048 run it within the installation, as the system. While the settings' key is

@@ -1,12 +1,25 @@
 #include "json/json_writer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
 constexpr std::wstring_view kHexDigits = L"0123456789abcdef";
+
+wchar_t* Copy(std::wstring_view text, wchar_t* to)
+{
+    for (const wchar_t character : text) *to++ = character;
+    return to;
+}
+
+bool IsPlain(wchar_t character)
+{
+    return character >= 0x20 && character < 0x7F && character != L'"' && character != L'\\';
+}
 
 void AppendUnit(std::wstring& quoted, std::uint32_t unit)
 {
@@ -33,13 +46,10 @@ void AppendEscaped(std::wstring& json, wchar_t character)
 // both machines.
 void AppendQuoted(std::wstring& json, std::wstring_view text)
 {
-    const auto is_plain = [](wchar_t character) {
-        return character >= 0x20 && character < 0x7F && character != L'"' && character != L'\\';
-    };
     json += L'"';
     for (std::size_t at = 0; at < text.size();) {
         std::size_t end = at;
-        while (end < text.size() && is_plain(text[end])) ++end;
+        while (end < text.size() && IsPlain(text[end])) ++end;
         json.append(text, at, end - at);
         if (end < text.size()) AppendEscaped(json, text[end]);
         at = end + 1;
@@ -51,24 +61,28 @@ void AppendQuoted(std::wstring& json, std::wstring_view text)
 
 JsonObject& JsonObject::Text(std::wstring_view name, std::wstring_view value)
 {
-    AppendQuoted(Member(name), value);
+    if (!std::ranges::all_of(value, IsPlain)) return Raw(name, QuoteJson(value));
+    wchar_t* to = Put(name, value.size() + 2);
+    *to++ = L'"';
+    to = Copy(value, to);
+    *to = L'"';
     return *this;
 }
 
 JsonObject& JsonObject::Time(std::wstring_view name, UtcTime value)
 {
-    std::wstring& json = Member(name);
-    json += L'"';
-    json += FormatUtc(value);
-    json += L'"';
+    wchar_t* const to = Put(name, kUtcLength + 2);
+    to[0] = to[kUtcLength + 1] = L'"';
+    WriteUtc(value, to + 1);
     return *this;
 }
 
 JsonObject& JsonObject::Number(std::wstring_view name, std::int64_t value)
 {
     char digits[24];
-    const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
-    Member(name).append(std::begin(digits), end);
+    const char* const begin = digits;
+    const char* const end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
+    std::copy(begin, end, Put(name, static_cast<std::size_t>(end - begin)));
     return *this;
 }
 
@@ -79,33 +93,65 @@ JsonObject& JsonObject::Flag(std::wstring_view name, bool value)
 
 JsonObject& JsonObject::Raw(std::wstring_view name, std::wstring_view json)
 {
-    Member(name) += json;
+    Copy(json, Put(name, json.size()));
     return *this;
 }
 
 JsonObject& JsonObject::Object(std::wstring_view name, const JsonObject& value)
 {
-    std::wstring& json = Member(name);
-    json += L'{';
-    json += value.m_members;
-    json += L'}';
+    wchar_t* to = Put(name, value.m_length + 1);
+    to = Copy(std::wstring_view(value.m_text.data(), value.m_length), to);
+    *to = L'}';
+    return *this;
+}
+
+JsonObject& JsonObject::Begin(std::wstring_view name)
+{
+    *Put(name, 1) = L'{';
+    return *this;
+}
+
+JsonObject& JsonObject::End()
+{
+    *Extend(1) = L'}';
     return *this;
 }
 
 JsonObject& JsonObject::Members(const JsonObject& other)
 {
-    if (!m_members.empty() && !other.m_members.empty()) m_members += L',';
-    m_members += other.m_members;
+    const std::wstring_view members(other.m_text.data() + 1, other.m_length - 1);
+    if (members.empty()) return *this;
+    if (m_length > 1) *Extend(1) = L',';
+    Copy(members, Extend(members.size()));
     return *this;
 }
 
-std::wstring& JsonObject::Member(std::wstring_view name)
+std::wstring JsonObject::Done() &&
 {
-    if (!m_members.empty()) m_members += L',';
-    m_members += L'"';
-    m_members += name;
-    m_members += L"\":";
-    return m_members;
+    End();
+    m_text.resize(m_length);
+    return std::move(m_text);
+}
+
+wchar_t* JsonObject::Put(std::wstring_view name, std::size_t length)
+{
+    const bool follows = m_text[m_length - 1] != L'{';
+    wchar_t* to = Extend(follows + name.size() + 3 + length);
+    if (follows) *to++ = L',';
+    *to++ = L'"';
+    to = Copy(name, to);
+    *to++ = L'"';
+    *to++ = L':';
+    return to;
+}
+
+// A record has dozens of members, and one is made for each change: the text grows seldom.
+wchar_t* JsonObject::Extend(std::size_t length)
+{
+    const std::size_t at = m_length;
+    m_length += length;
+    if (m_length > m_text.size()) m_text.resize(2 * m_length);
+    return m_text.data() + at;
 }
 
 std::wstring QuoteJson(std::wstring_view text)

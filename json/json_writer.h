@@ -11,6 +11,10 @@
 class JsonObject
 {
 public:
+    JsonObject() = default;
+    // With room for so many characters, of which it may have more.
+    explicit JsonObject(std::size_t room) { m_text.resize(1 + room); }
+
     JsonObject& Text(std::wstring_view name, std::wstring_view value);
     JsonObject& Number(std::wstring_view name, std::int64_t value);
     JsonObject& Flag(std::wstring_view name, bool value);
@@ -19,16 +23,23 @@ public:
     // A value that is JSON already.
     JsonObject& Raw(std::wstring_view name, std::wstring_view json);
     JsonObject& Object(std::wstring_view name, const JsonObject& value);
+    // The members between the two are an inner object's.
+    JsonObject& Begin(std::wstring_view name);
+    JsonObject& End();
     // Another object's members.
     JsonObject& Members(const JsonObject& other);
 
-    std::wstring Done() const { return L"{" + m_members + L"}"; }
+    std::wstring Done() const& { return JsonObject(*this).Done(); }
+    std::wstring Done() &&;
 
 private:
-    // Begins a member, whose value the caller appends.
-    std::wstring& Member(std::wstring_view name);
+    // Adds a member whose value has so many characters, and returns where to write them.
+    wchar_t* Put(std::wstring_view name, std::size_t length);
+    // Room for so many characters more.
+    wchar_t* Extend(std::size_t length);
 
-    std::wstring m_members;
+    std::wstring m_text = L"{";  // and room behind
+    std::size_t m_length = 1;
 };
 
 // A text in its quotes.

@@ -56,23 +56,30 @@ LocalTime ToLocal(UtcTime time, int minutes_ahead)
             seconds % 60};
 }
 
-// Each record has several times, and a record is made for each change: no format is parsed for it.
 std::wstring FormatUtc(UtcTime time)
 {
-    const LocalTime utc = ToLocal(time, 0);
-    std::wstring text = L"0000-00-00T00:00:00.000Z";
-    const auto put = [&](std::size_t at, std::size_t digits, int number) {
-        for (; digits > 0; number /= 10)
-            text[at + --digits] = static_cast<wchar_t>(L'0' + number % 10);
-    };
-    put(0, 4, utc.year);
-    put(5, 2, utc.month);
-    put(8, 2, utc.day);
-    put(11, 2, utc.hour);
-    put(14, 2, utc.minute);
-    put(17, 2, utc.second);
-    put(20, 3, static_cast<int>(time % kUnitsPerSecondOfDay / kUnitsPerMs));
+    std::wstring text(kUtcLength, L'0');
+    WriteUtc(time, text.data());
     return text;
+}
+
+// Each record has several times, and a record is made for each change: no format is parsed for it.
+void WriteUtc(UtcTime time, wchar_t* text)
+{
+    const LocalTime utc = ToLocal(time, 0);
+    const auto put = [&](int number, int digits, wchar_t after) {
+        for (int i = digits; i-- > 0; number /= 10)
+            text[i] = static_cast<wchar_t>(L'0' + number % 10);
+        text[digits] = after;
+        text += digits + 1;
+    };
+    put(utc.year, 4, L'-');
+    put(utc.month, 2, L'-');
+    put(utc.day, 2, L'T');
+    put(utc.hour, 2, L':');
+    put(utc.minute, 2, L':');
+    put(utc.second, 2, L'.');
+    put(static_cast<int>(time % kUnitsPerSecondOfDay / kUnitsPerMs), 3, L'Z');
 }
 
 std::optional<UtcTime> ParseUtc(std::wstring_view text)

@@ -27,6 +27,9 @@ int MinutesAheadOfUtc();
 
 // "2026-03-02T20:30:05.000Z"
 std::wstring FormatUtc(UtcTime time);
+inline constexpr std::size_t kUtcLength = 24;
+// The same, without a terminating null character.
+void WriteUtc(UtcTime time, wchar_t* text);
 // Nothing for anything else.
 std::optional<UtcTime> ParseUtc(std::wstring_view text);
 

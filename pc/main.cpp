@@ -75,8 +75,9 @@ std::shared_ptr<PlayOptions> AddPcOptions(CLI::App& command)
 {
     auto options = std::make_shared<PlayOptions>(OwnFiles());
     virtual_pc::Machine::Options& machine = options->machine;
-    AddRead(command, "--root", "Keep the PC's disk and registry in this folder between runs",
-            "folder", [&](const std::string& text) { return !(machine.root = text).empty(); });
+    AddRead(command, "--root",
+            "Keep the PC's disk, registry and event log in this folder between runs", "folder",
+            [&](const std::string& text) { return !(machine.root = text).empty(); });
     command.add_option("--trace", options->trace, "Write every effect here, as lines of JSON");
     AddRead(command, "--trace-only", "Trace these kinds of effects only, like state,sleep",
             "list of kinds: " + KindsWithCommas(), [&, options](const std::string& text) {

@@ -106,8 +106,8 @@ Player::Player(const PlayOptions& options, std::ostream& out, Losses& losses)
 {
     if (std::ostream* trace = m_trace.stream()) TraceTo(m_pc, *trace, options.trace_only);
     m_flush_story = [this] { m_story.Flush(); };
-    m_pc.not_kept = [&losses, root = options.machine.root](const std::string& why) {
-        losses.push_back("--root " + root + ": the registry was not kept: " + why);
+    m_pc.not_kept = [&losses, root = options.machine.root](const std::string& loss) {
+        losses.push_back("--root " + root + ": " + loss);
     };
     m_pc.Install(m_image);
     // It is built beside the service.

@@ -43,7 +43,8 @@ private:
     void Stamp();
     // Whether the clock was set since the last record.
     bool IsClockSet() const;
-    void WriteHistory(const Snapshot& now, RecordEvent event);
+    // The changes of state that came before the last one.
+    void WriteEarlier(const Snapshot& now, std::optional<int> charge);
     void Report(LSTATUS error);
 };
 
@@ -84,11 +85,9 @@ LSTATUS Publisher::OpenKey()
 void Publisher::Open()
 {
     head = {};
-    head.process_id = GetCurrentProcessId();
     FILETIME started{}, unused{};
-    if (GetProcessTimes(GetCurrentProcess(), &started, &unused, &unused, &unused)) {
-        head.process_started = ToUtc(started);
-    }
+    GetProcessTimes(GetCurrentProcess(), &started, &unused, &unused, &unused);
+    head.process = ProcessRecord(GetCurrentProcessId(), ToUtc(started));
     LSTATUS error = OpenKey();
     if (!error) {
         head.boot = ReadText(key.Get(), kBootValue);
@@ -118,9 +117,8 @@ bool Publisher::IsClockSet() const
 }
 
 // An operation may have changed the state more than once: each change gets its line.
-void Publisher::WriteHistory(const Snapshot& now, RecordEvent event)
+void Publisher::WriteEarlier(const Snapshot& now, std::optional<int> charge)
 {
-    const std::optional<int> charge = KnownCharge();
     const std::uint64_t noted = StatesNoted();
     for (const StateNote& note : StateNotesFrom(told)) {
         if (note.at == now.since && note.state == now.state) continue;
@@ -128,11 +126,11 @@ void Publisher::WriteHistory(const Snapshot& now, RecordEvent event)
         then.state = note.state;
         then.since = note.at;
         then.reason = ReasonOf(note.state, KnownUser(), now.feature_on);
-        history.Append(head.utc, HistoryRecord(head, then, facts, RecordEvent::change, charge));
+        history.Append(head.utc, HistoryRecord(CommonRecord(head, then, facts), then,
+                                               RecordEvent::change, charge));
         ++head.number;
     }
     told = noted;
-    history.Append(head.utc, HistoryRecord(head, now, facts, event, charge));
 }
 
 void Publisher::Publish(RecordEvent event)
@@ -143,13 +141,17 @@ void Publisher::Publish(RecordEvent event)
                       (g_look_at_clock.exchange(false) && IsClockSet());
     if (!news && next == timers) return;
     Stamp();
+    const std::optional<int> charge = KnownCharge();
     if (news) {
         facts = FactsOf(now);
-        WriteHistory(now, event);
+        WriteEarlier(now, charge);
     }
+    JsonObject common = CommonRecord(head, now, facts);
+    if (news) history.Append(head.utc, HistoryRecord(common, now, event, charge));
     if (key) {
-        Report(WriteText(key.Get(), kPublishedValue,
-                         PublishedRecord(head, now, facts, next, event != RecordEvent::stop)));
+        Report(WriteText(
+            key.Get(), kPublishedValue,
+            PublishedRecord(std::move(common), head, now, next, event != RecordEvent::stop)));
     }
     published = std::move(now);
     timers = next;

@@ -1,9 +1,11 @@
 #include "publish/record.h"
 
-#include "log/format.h"
 #include "publish/published_key.h"
 
 namespace {
+
+// A record is built in one piece of memory: few have more characters.
+constexpr std::size_t kUsualLength = 2000;
 
 constexpr const wchar_t* kRequestNames[] = {L"released", L"partly", L"held"};
 
@@ -22,24 +24,31 @@ void AddHead(JsonObject& record, const RecordHead& head)
         .Text(L"boot", head.boot)
         .Number(L"number", static_cast<std::int64_t>(head.number))
         .Number(L"tick", static_cast<std::int64_t>(head.tick))
-        .Object(L"process",
-                JsonObject().Number(L"id", head.process_id).Time(L"started", head.process_started));
+        .Object(L"process", head.process);
 }
 
+// Without braces; empty for none. A record has two plans, and is made for each change: no format is
+// parsed for them.
 std::wstring TextOf(const GUID& plan)
 {
     if (IsEqualGUID(plan, GUID{})) return {};
-    wchar_t text[40];
-    FormatText(text, L"%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", plan.Data1, plan.Data2,
-               plan.Data3, plan.Data4[0], plan.Data4[1], plan.Data4[2], plan.Data4[3],
-               plan.Data4[4], plan.Data4[5], plan.Data4[6], plan.Data4[7]);
+    std::wstring text = L"00000000-0000-0000-0000-000000000000";
+    const auto put = [&](std::size_t at, std::size_t digits, std::uint32_t number) {
+        for (; digits > 0; number >>= 4) text[at + --digits] = L"0123456789abcdef"[number & 0xF];
+    };
+    put(0, 8, plan.Data1);
+    put(9, 4, plan.Data2);
+    put(14, 4, plan.Data3);
+    for (std::size_t i = 0; i < 2; ++i) put(19 + 2 * i, 2, plan.Data4[i]);
+    for (std::size_t i = 2; i < 8; ++i) put(20 + 2 * i, 2, plan.Data4[i]);
     return text;
 }
 
 void AddHolders(JsonObject& record, const ListedHolders& holders)
 {
     JsonArray array;
-    for (const RequestHolder& holder : holders ? *holders : std::vector<RequestHolder>()) {
+    static const std::vector<RequestHolder> kNone;
+    for (const RequestHolder& holder : holders ? *holders : kNone) {
         array.Add(JsonObject()
                       .Text(L"request", holder.request)
                       .Text(L"kind", holder.kind)
@@ -61,69 +70,76 @@ void AddCorrection(JsonObject& record, const RecordHead& head, const Correction&
 
 }  // namespace
 
+JsonObject ProcessRecord(DWORD id, UtcTime started)
+{
+    return JsonObject().Number(L"id", id).Time(L"started", started);
+}
+
 JsonObject FactsOf(const Snapshot& now)
 {
-    JsonObject facts;
+    JsonObject facts(kUsualLength);
     facts.Flag(L"feature", now.feature_on)
-        .Object(L"user", JsonObject()
-                             .Flag(L"present", now.user_present)
-                             .Flag(L"away", now.away)
-                             .Flag(L"suspended", now.suspended))
-        .Object(L"power", JsonObject()
-                              .Flag(L"mains", now.on_ac)
-                              .Flag(L"battery_low", now.battery_low)
-                              .Flag(L"battery_allowed", now.battery_allowed))
+        .Begin(L"user")
+        .Flag(L"present", now.user_present)
+        .Flag(L"away", now.away)
+        .Flag(L"suspended", now.suspended)
+        .End()
+        .Begin(L"power")
+        .Flag(L"mains", now.on_ac)
+        .Flag(L"battery_low", now.battery_low)
+        .Flag(L"battery_allowed", now.battery_allowed)
+        .End()
         .Text(L"requests", kRequestNames[static_cast<int>(now.requests)])
-        .Object(L"hours", JsonObject()
-                              .Flag(L"on", now.hours_enabled)
-                              .Number(L"start", now.hours_start)
-                              .Number(L"end", now.hours_end)
-                              .Flag(L"inside", now.in_hours)
-                              .Flag(L"sleep", now.sleeps_in_hours))
-        .Object(L"plan", JsonObject()
-                             .Text(L"user", TextOf(now.plans.user))
-                             .Text(L"active", TextOf(now.plans.active)))
+        .Begin(L"hours")
+        .Flag(L"on", now.hours_enabled)
+        .Number(L"start", now.hours_start)
+        .Number(L"end", now.hours_end)
+        .Flag(L"inside", now.in_hours)
+        .Flag(L"sleep", now.sleeps_in_hours)
+        .End()
+        .Begin(L"plan")
+        .Text(L"user", TextOf(now.plans.user))
+        .Text(L"active", TextOf(now.plans.active))
+        .End()
         .Number(L"mutes", now.kept_mutes);
     return facts;
 }
 
-std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
-                           RecordEvent event, std::optional<int> charge)
+JsonObject CommonRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts)
 {
-    constexpr const wchar_t* kEventNames[] = {L"start", L"change", L"stop"};
-    JsonObject record;
+    JsonObject record(kUsualLength);
     AddHead(record, head);
-    record.Text(L"event", kEventNames[static_cast<int>(event)])
-        .Text(L"state", StateName(now.state))
+    record.Text(L"state", StateName(now.state))
         .Time(L"since", UtcOf(head, now.since))
-        .Number(L"since_tick", static_cast<std::int64_t>(now.since))
-        .Text(L"reason", ReasonName(now.reason));
-    record.Members(facts);
-    if (charge) record.Number(L"charge", *charge);
-    AddHolders(record, now.holders);
+        .Text(L"reason", ReasonName(now.reason))
+        .Members(facts);
     AddCorrection(record, head, now.correction);
-    return record.Done();
+    return record;
 }
 
-std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
+std::wstring HistoryRecord(JsonObject common, const Snapshot& now, RecordEvent event,
+                           std::optional<int> charge)
+{
+    constexpr const wchar_t* kEventNames[] = {L"start", L"change", L"stop"};
+    common.Text(L"event", kEventNames[static_cast<int>(event)])
+        .Number(L"since_tick", static_cast<std::int64_t>(now.since));
+    if (charge) common.Number(L"charge", *charge);
+    AddHolders(common, now.holders);
+    return std::move(common).Done();
+}
+
+std::wstring PublishedRecord(JsonObject common, const RecordHead& head, const Snapshot& now,
                              const NextTimers& next, bool running)
 {
-    JsonObject record;
-    AddHead(record, head);
-    record.Flag(L"running", running)
-        .Text(L"state", StateName(now.state))
-        .Time(L"since", UtcOf(head, now.since))
-        .Text(L"reason", ReasonName(now.reason));
-    if (const wchar_t* rule = RuleBehind(now.reason)) record.Text(L"rule", rule);
-    record.Members(facts);
-    JsonObject timers;
+    common.Flag(L"running", running);
+    if (const wchar_t* rule = RuleBehind(now.reason)) common.Text(L"rule", rule);
+    common.Begin(L"next");
     const auto add = [&](const wchar_t* name, const std::optional<ULONGLONG>& due) {
-        if (due) timers.Time(name, UtcOf(head, *due));
+        if (due) common.Time(name, UtcOf(head, *due));
     };
     add(L"idle_check", next.idle_check);
     add(L"hours_begin", next.hours_begin);
     add(L"hours_end", next.hours_end);
-    record.Object(L"next", timers);
-    AddCorrection(record, head, now.correction);
-    return record.Done();
+    common.End();
+    return std::move(common).Done();
 }

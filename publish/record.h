@@ -15,13 +15,16 @@ struct RecordHead
     std::uint64_t tick;  // the milliseconds of GetTickCount64 at `utc`
     std::wstring boot;
     std::uint64_t number;  // of the record, since the PC was started
-    DWORD process_id;
-    UtcTime process_started;
+    JsonObject process;    // its id and when it was started
 };
 
-// The members that both have, but for the state, its time and its reason: the same for each record
-// that is made of a snapshot, and for those of states that it passed through.
+JsonObject ProcessRecord(DWORD id, UtcTime started);
+
+// The members that both have, but for the head, the state, its time and its reason: the same for
+// each record that is made of a snapshot, and for those of states that it passed through.
 JsonObject FactsOf(const Snapshot& now);
+// All members that both have.
+JsonObject CommonRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts);
 
 // What a line of the history tells.
 enum class RecordEvent
@@ -31,9 +34,9 @@ enum class RecordEvent
     stop,
 };
 // `charge` is the battery's, in percent; nothing where it is not known.
-std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
-                           RecordEvent event, std::optional<int> charge);
+std::wstring HistoryRecord(JsonObject common, const Snapshot& now, RecordEvent event,
+                           std::optional<int> charge);
 
 // `running` is false in the last record of a process.
-std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const JsonObject& facts,
+std::wstring PublishedRecord(JsonObject common, const RecordHead& head, const Snapshot& now,
                              const NextTimers& next, bool running);

@@ -55,7 +55,8 @@ Snapshot Camera::Take()
     // From one note: the state itself is changed a moment before it is noted.
     const StateNote note = LastStateNote();
     now.state = note.state;
-    now.since = note.at;
+    if (!m_began) m_began = GetTickCount64();
+    now.since = std::max(note.at, *m_began);
     const UserFacts user = KnownUser();
     now.away = user.away;
     now.suspended = user.suspended;

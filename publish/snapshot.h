@@ -67,6 +67,8 @@ public:
     Snapshot Take();
 
 private:
+    // When it was first used, since when there is the state that a service starts in.
+    std::optional<std::uint64_t> m_began;
     Guarded<CPowerPolicyManager::KnownPlans>::Copy m_plans;
     Guarded<ListedHolders>::Copy m_holders;
 };

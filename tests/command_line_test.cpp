@@ -129,6 +129,18 @@ TEST_F(CommandLineTest, WhatCannotBeWrittenIsNoSuccess)
     EXPECT_NE(Read("errors").find("--root kept: the registry was not kept"), std::string::npos);
 }
 
+TEST_F(CommandLineTest, AKeptPcsReportHasTheErrorsOfItsEarlierRuns)
+{
+    Write("error.pc",
+          "service install\nfault PowerCreateRequest 1450 once\nservice start\nrun 1m\n"
+          "service stop\n");
+    ASSERT_EQ(Run("run --root kept error.pc"), 0) << Read("errors");
+    ASSERT_EQ(Run("run --root kept a.pc"), 0) << Read("errors");
+    EXPECT_EQ(Run("report --root kept"), 0) << Read("errors");
+    EXPECT_NE(Read("out").find("Can't create power request, GLE=1450"), std::string::npos)
+        << Read("out");
+}
+
 TEST_F(CommandLineTest, AStoppedRunLeavesNothingBehind)
 {
     if (kRunFree) GTEST_SKIP() << "the thread sanitizer holds signals back while the PC lives";

@@ -271,4 +271,70 @@ TEST_F(EventLogTest, ALogIsReadFromItsOldestRecordInWholeOnes)
     });
 }
 
+class KeptEventLogTest : public ::testing::Test
+{
+protected:
+    ~KeptEventLogTest() override { std::filesystem::remove_all(root); }
+
+    const std::filesystem::path root =
+        std::filesystem::temp_directory_path() / ("holv-events-" + std::to_string(::getpid()));
+};
+
+TEST_F(KeptEventLogTest, HasItsLastRecordsInTheNextRun)
+{
+    const EventRecord odd{{},
+                          L"A\tB",
+                          EVENTLOG_ERROR_TYPE,
+                          3,
+                          0xC0000007,
+                          {L"", L"tab\tline\r\nback\\slash \u00e9", L""},
+                          {0, 0xAB, '\n'}};
+    CalendarTime told{};
+    {
+        Machine pc({.free = kRunFree, .root = root});
+        for (std::size_t i = 0; i < EventLog::kRecordsKept; ++i) {
+            pc.event_log.Add({{}, kSource, 1, 0, 2000, {}, {}});
+        }
+        pc.event_log.Add(odd);
+        told = pc.clock();
+    }
+    {
+        Machine pc({.free = kRunFree, .root = root});
+        EXPECT_EQ(pc.event_log.oldest(), 2u);
+        EXPECT_EQ(pc.event_log.records().size(), EventLog::kRecordsKept);
+        const EventRecord& last = pc.event_log.records().back();
+        EXPECT_EQ(last.clock, told);
+        EXPECT_EQ(last.source, odd.source);
+        EXPECT_EQ(last.type, odd.type);
+        EXPECT_EQ(last.category, odd.category);
+        EXPECT_EQ(last.event_id, odd.event_id);
+        EXPECT_EQ(last.strings, odd.strings);
+        EXPECT_EQ(last.data, odd.data);
+    }
+}
+
+TEST_F(KeptEventLogTest, NamesALineThatIsNoRecord)
+{
+    std::filesystem::create_directories(root);
+    const std::string good = "7\t0\t1\t0\t2000\t\tA\n";
+    const std::pair<std::string, const char*> wrong[] = {
+        {"no record\n", ":1: is no record"},
+        {good + "8\t0\t1\t0\t2000\t0\tA\n", ":2: is no record"},
+        {good + "8\t0\t1\t70000\t2000\t\tA\n", ":2: is no record"},
+        {"7\t0\t1\t0\t2000\t\tA\\x\n", ":1: is no record"},
+        {good + good, ":2: does not follow"},
+    };
+    for (const auto& [lines, says] : wrong) {
+        std::ofstream(root / "events.txt") << lines;
+        try {
+            Machine pc({.free = kRunFree, .root = root});
+            ADD_FAILURE() << lines;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find(std::string("events.txt") + says),
+                      std::string::npos)
+                << error.what();
+        }
+    }
+}
+
 }  // namespace

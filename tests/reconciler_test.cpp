@@ -2,11 +2,15 @@
 // end so as scripts, each under many schedules, and those that a script cannot tell.
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "log/log.h"
 #include "pc/player.h"
+#include "platform/virtual/base/text.h"
 #include "platform/virtual/core/thread.h"
+#include "reconciler/rules.h"
 #include "tests/never_sleep_pc_test.h"
 
 using namespace std::chrono_literals;
@@ -47,6 +51,24 @@ TEST_P(LedBackTest, TheUserFindsThePcAsItWas)
 
 INSTANTIATE_TEST_SUITE_P(All, LedBackTest, ::testing::ValuesIn(LivesThatGoWrong()),
                          [](const auto& life) { return life.param; });
+
+// "holvctl status" tells a correction in the words of its rule.
+TEST(ReconcilerTest, AScenarioTellsEachRulesCorrection)
+{
+    std::string scenarios;
+    for (const fs::directory_entry& entry :
+         fs::recursive_directory_iterator(kLives.parent_path())) {
+        if (entry.path().extension() != ".pc") continue;
+        std::ifstream file(entry.path());
+        scenarios.append(std::istreambuf_iterator<char>(file), {});
+    }
+    for (const Rule& rule : Rules()) {
+        const std::string told =
+            "expect ctl says \"the service corrected itself: " + ToUtf8(rule.wrong) +
+            "; it tried " + ToUtf8(rule.remedy) + ".\"";
+        EXPECT_NE(scenarios.find(told), std::string::npos) << told;
+    }
+}
 
 class LedBackPc : public NeverSleepPc
 {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "platform/virtual/base/random.h"
 #include "platform/virtual/power/battery.h"
@@ -166,6 +167,35 @@ TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
     EXPECT_GE(report["records"].get<int>(), 2 * records - 1);
     EXPECT_NE(report["events"].dump().find("was killed before this start"), std::string::npos)
         << "the torn line was the stop's";
+}
+
+// As where a process could not read how far the one before it had counted.
+TEST(HistoryTest, LinesWhoseNumbersStartAgainAreToldInTheirOrder)
+{
+    UsersPc user;
+    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
+    for (int run = 0; run < 2; ++run) {
+        user.StartService();
+        user.pc.RunFor(10min);
+        user.StopService();
+        user.pc.RunFor(10min);
+    }
+    const auto before = ReportOf(user.pc);
+    const std::wstring file = std::wstring(kHistory) + L"03-02.jsonl";
+    std::istringstream lines(user.pc.disk.Read(file).value_or(""));
+    std::string bytes;
+    int number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        nlohmann::json record = nlohmann::json::parse(line);
+        if (record["event"] == "start") number = 0;
+        record["number"] = ++number;
+        // The time stands first, as the service writes it.
+        bytes += "{\"utc\":" + record["utc"].dump() + "," + record.dump().substr(1) + "\n";
+    }
+    user.pc.disk.Write(file, bytes);
+    const auto after = ReportOf(user.pc);
+    EXPECT_EQ(after["days"], before["days"]);
+    EXPECT_EQ(after["events"], before["events"]);
 }
 
 TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)

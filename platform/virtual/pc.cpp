@@ -32,6 +32,10 @@
 namespace virtual_pc {
 namespace {
 
+// In the host's folder of a kept PC, beside the disk.
+constexpr const char* kRegistryFile = "registry.reg";
+constexpr const char* kEventFile = "events.txt";
+
 constexpr std::string_view kFirstClock = "2026-03-02 08:00";  // a Monday
 
 // The path of `name` in the folder of the host that keeps the PC between runs; empty when nothing
@@ -131,7 +135,7 @@ Machine::Machine(const Options& options)
       com(m_facets->com),
       audio(m_facets->audio),
       m_driver(std::make_shared<Thread>()),
-      m_registry_file(Kept(options.root, "registry.reg"))
+      m_root(options.root)
 {
     os_version = options.os_version;
     // Some seeds have the sound system call one callback after the other.
@@ -139,7 +143,12 @@ Machine::Machine(const Options& options)
     SwitchOn(options.free);
     ConnectFacets();
     services.AddSystemService();
-    if (!m_registry_file.empty()) registry.Load(m_registry_file);
+    try {
+        Load();
+    } catch (...) {
+        SwitchOff();
+        throw;
+    }
 }
 
 // Sets the callbacks by which a facet reaches one above it, which it does not include.
@@ -170,18 +179,31 @@ Machine::~Machine()
         if (process->running()) process->Kill();
     }
     scheduler.JoinHostThreads(true);
-    if (!m_registry_file.empty()) {
-        try {
-            registry.Save(m_registry_file);
-        } catch (const std::exception& error) {
-            if (not_kept) {
-                not_kept(error.what());
-            } else {
-                std::fprintf(stderr, "the registry was not kept: %s\n", error.what());
-            }
-        }
-    }
+    Keep();
     SwitchOff();
+}
+
+void Machine::Load()
+{
+    if (m_root.empty()) return;
+    registry.Load(Kept(m_root, kRegistryFile));
+    event_log.Load(Kept(m_root, kEventFile));
+}
+
+void Machine::Keep()
+{
+    if (m_root.empty()) return;
+    const auto keep = [this](const char* what, const auto& facet, const char* file) {
+        try {
+            facet.Save(Kept(m_root, file));
+        } catch (const std::exception& error) {
+            const std::string loss = std::string(what) + " was not kept: " + error.what();
+            if (not_kept) return not_kept(loss);
+            std::fprintf(stderr, "%s\n", loss.c_str());
+        }
+    };
+    keep("the registry", registry, kRegistryFile);
+    keep("the event log", event_log, kEventFile);
 }
 
 void Machine::SetClock(CalendarTime local)

@@ -4,6 +4,7 @@
 
 #include "pc/service_view.h"
 #include "platform/virtual/core/process.h"
+#include "platform/virtual/core/thread.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/power/sleep.h"
 #include "platform/virtual/power/user.h"

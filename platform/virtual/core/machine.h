@@ -163,8 +163,8 @@ public:
     std::function<void(Process&)> process_ending;
     std::function<void(Process&)> process_ended;
 
-    // Called at the machine's end when its registry cannot be kept, with the reason. Unless set,
-    // the reason goes to the standard error.
+    // Called at the machine's end when its registry or its event log cannot be kept, with which of
+    // them and the reason. Unless set, that goes to the standard error.
     std::function<void(const std::string&)> not_kept;
 
     // --- The operating system ---
@@ -232,10 +232,13 @@ private:
     void SwitchOn(bool free);
     void SwitchOff();
     void ConnectFacets();
+    // What a kept PC has besides its disk.
+    void Load();
+    void Keep();
 
     std::shared_ptr<Thread> m_driver;
     std::vector<std::string> m_misuses;
-    std::string m_registry_file;  // empty: not kept
+    std::string m_root;  // empty: not kept
     DWORD m_next_process_id = 0x400;
     DWORD m_next_thread_id = 0x1000;
 

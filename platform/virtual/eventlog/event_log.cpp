@@ -3,6 +3,7 @@
 #include <cwctype>
 
 #include "platform/virtual/core/machine.h"
+#include "platform/virtual/eventlog/event_file.h"
 #include "platform/virtual/registry/registry.h"
 
 namespace virtual_pc {
@@ -65,9 +66,27 @@ void EventLog::Add(EventRecord record)
                                            {"text", Text(record)}});
     }
     m_records.push_back(std::move(record));
-    if (m_records.size() <= kRecordsKept) return;
-    m_records.pop_front();
-    ++m_oldest;
+    DropOldest();
+}
+
+void EventLog::DropOldest()
+{
+    for (; m_records.size() > kRecordsKept; ++m_oldest) m_records.pop_front();
+}
+
+void EventLog::Load(const std::string& file)
+{
+    EventFile kept = ReadEventFile(file);
+    const Hold hold(m_machine);
+    m_records = std::move(kept.records);
+    m_oldest = kept.first_number;
+    DropOldest();
+}
+
+void EventLog::Save(const std::string& file) const
+{
+    const Hold hold(m_machine);
+    WriteEventFile(file, m_records, m_oldest);
 }
 
 void EventLog::AddMessageFile(std::wstring_view module_path, const std::string& messages)

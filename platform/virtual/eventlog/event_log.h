@@ -44,6 +44,11 @@ public:
     // in place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
     void AddMessageFile(std::wstring_view module_path, const std::string& messages);
 
+    // For a PC that is kept: the records of its last run, and the file for its next one
+    // (event_file.h says what they throw). A file that is not there has none.
+    void Load(const std::string& file);
+    void Save(const std::string& file) const;
+
     // What the viewer shows: the message text with its insertions, found through the source's
     // registration; or, when that finds no text, that the description cannot be found, and the
     // insertion strings.
@@ -52,6 +57,7 @@ public:
     std::wstring Category(const EventRecord& record) const;
 
 private:
+    void DropOldest();
     const std::wstring* FindMessage(const std::wstring& source, std::wstring_view file_value,
                                     DWORD id) const;
 

@@ -5,6 +5,7 @@
 
 #include "platform/kernel.h"
 #include "platform/virtual/core/call.h"
+#include "platform/virtual/core/process.h"
 
 using namespace virtual_pc;
 
