@@ -13,6 +13,12 @@ UtcTime UtcOf(const RecordHead& head, std::uint64_t tick)
     return head.utc + static_cast<UtcTime>(ahead * static_cast<std::int64_t>(kUnitsPerMs));
 }
 
+// A service that has not entered a state yet is in its first since it began.
+UtcTime SinceOf(const RecordHead& head, const Snapshot& now)
+{
+    return now.since == 0 ? head.process_started : UtcOf(head, now.since);
+}
+
 void AddHead(JsonObject& record, const RecordHead& head)
 {
     // The time stands first: the history's writer looks for it there.
@@ -95,7 +101,7 @@ std::wstring HistoryRecord(const RecordHead& head, const Snapshot& now, const Js
     AddHead(record, head);
     record.Text(L"event", kEventNames[static_cast<int>(event)])
         .Text(L"state", StateName(now.state))
-        .Time(L"since", UtcOf(head, now.since))
+        .Time(L"since", SinceOf(head, now))
         .Number(L"since_tick", static_cast<std::int64_t>(now.since))
         .Text(L"reason", ReasonName(now.reason));
     record.Members(facts);
@@ -112,7 +118,7 @@ std::wstring PublishedRecord(const RecordHead& head, const Snapshot& now, const 
     AddHead(record, head);
     record.Flag(L"running", running)
         .Text(L"state", StateName(now.state))
-        .Time(L"since", UtcOf(head, now.since))
+        .Time(L"since", SinceOf(head, now))
         .Text(L"reason", ReasonName(now.reason));
     if (const wchar_t* rule = RuleBehind(now.reason)) record.Text(L"rule", rule);
     record.Members(facts);
