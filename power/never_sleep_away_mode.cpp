@@ -42,7 +42,7 @@ struct alignas(2) BothRequests
 {
     bool set, cleared;
 };
-std::atomic<BothRequests> g_both = {{true, true}};
+std::atomic<BothRequests> g_both = {{false, true}};
 static_assert(std::atomic<BothRequests>::is_always_lock_free);
 
 HANDLE CreateRequest()
@@ -72,6 +72,15 @@ BOOL CNeverSleepAwayMode::Initialize()
         return FALSE;
     }
     return TRUE;
+}
+
+void CNeverSleepAwayMode::CreateMissing()
+{
+    const ScopedLock lock(g_lock);
+    for (HANDLE* request : {&m_hAwayModeRequest, &m_hSystemRequiredRequest}) {
+        if (*request == INVALID_HANDLE_VALUE) *request = CreateRequest();
+    }
+    NoteBoth();
 }
 
 // The control handler's thread may call an operation after Uninitialize. That operation must find
@@ -147,11 +156,11 @@ BOOL CNeverSleepAwayMode::AreBoth(BOOL wanted)
 void CNeverSleepAwayMode::NoteBoth()
 {
     const auto are_both = [](BOOL wanted) {
-        const auto is_wanted = [wanted](HANDLE request, BOOL requested) {
-            return request == INVALID_HANDLE_VALUE || requested == wanted;
+        const auto is_set = [](HANDLE request, BOOL requested) {
+            return request != INVALID_HANDLE_VALUE && requested;
         };
-        return is_wanted(m_hAwayModeRequest, m_bAwayModeRequested) &&
-               is_wanted(m_hSystemRequiredRequest, m_bSystemRequiredRequested);
+        return is_set(m_hAwayModeRequest, m_bAwayModeRequested) == (wanted != FALSE) &&
+               is_set(m_hSystemRequiredRequest, m_bSystemRequiredRequested) == (wanted != FALSE);
     };
     g_both = {are_both(TRUE), are_both(FALSE)};
 }

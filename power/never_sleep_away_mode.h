@@ -28,8 +28,11 @@ public:
     static BOOL DisableIdleTimer();
     static BOOL EnableIdleTimer();
 
+    // Creates, not set, what Initialize could not.
+    static void CreateMissing();
+
     // Whether both requests are set, or both are not set, as `wanted` says; one that could not be
-    // created counts as wanted. Takes no lock.
+    // created is not set. Takes no lock.
     static BOOL AreBoth(BOOL wanted);
 
 private:

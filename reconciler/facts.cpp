@@ -116,5 +116,6 @@ Facts ReadFacts()
     facts.active_plan = CPowerPolicyManager::GetActiveScheme();
     facts.plans = manager->GetPlans();
     facts.values_left = AreValuesLeft();
+    facts.mutes_left = facts.state == S0_NORMAL && AreMutesLeft();
     return facts;
 }

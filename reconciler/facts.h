@@ -58,6 +58,7 @@ struct Facts
     std::optional<GUID> active_plan;
     CPowerPolicyManager::Plans plans;
     bool values_left;  // of plans, which the last leave could not put back
+    bool mutes_left;   // of endpoints that are active
 };
 
 // Keeps what is announced. The control handler calls it within an Activity.

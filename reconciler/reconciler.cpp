@@ -7,6 +7,7 @@
 #include "log/log.h"
 #include "platform/owned.h"
 #include "reconciler/rules.h"
+#include "restore/journal.h"
 #include "state/activity.h"
 
 namespace {
@@ -90,6 +91,8 @@ private:
             tried = true;
             facts = ReadFacts();
         }
+        // What was put back while normal use lasts, as by the choice of another plan.
+        if (!tried && facts.state == S0_NORMAL) SettleJournal();
         return tried;
     }
 
@@ -113,6 +116,17 @@ private:
     bool m_corrected = false;
     std::vector<Attempts> m_attempts{Rules().size()};
 };
+
+// Waits for the thread's end. A wait that the PC has slept through counts for nothing.
+bool EndsInTime(HANDLE thread)
+{
+    for (;;) {
+        const ULONGLONG start = GetTickCount64();
+        const DWORD ended = WaitForSingleObject(thread, kEndMs);
+        if (ended != WAIT_TIMEOUT) return ended == WAIT_OBJECT_0;
+        if (GetTickCount64() - start < kEndMs + kBusyMs) return false;
+    }
+}
 
 DWORD WINAPI ReconcilerProc(LPVOID changed)
 {
@@ -154,7 +168,7 @@ void EndReconciler()
     if (!g_thread) return;
     g_ends = true;
     SetEvent(g_changed.Get());
-    const bool ended = WaitForSingleObject(g_thread.Get(), kEndMs) == WAIT_OBJECT_0;
+    const bool ended = EndsInTime(g_thread.Get());
     g_thread.Reset();
     // After a time-out the event stays open: the thread still waits on it, and Windows closes it
     // when the process ends.

@@ -116,6 +116,12 @@ void ReleaseRequests(const Facts&)
 
 bool RequestsWrong(const Facts& f) { return f.sleeps && !f.requests_as_allowed; }
 
+void ConfigureRequests(const Facts& f)
+{
+    if (f.allowed && InUse(f)) CNeverSleepAwayMode::CreateMissing();
+    S::ConfigurePowerRequests();
+}
+
 // While the requests are held the system's own idle timer puts no PC to sleep. Normal use arms the
 // service's when it begins, but not where the feature goes on in it.
 bool IdleTimeNotWatched(const Facts& f)
@@ -130,6 +136,8 @@ void LetIdleTimeBeRead(const Facts&) { ArmGlobalTimer(TIMER_IDLE, -kUnitsPerSeco
 // --- The plans ---
 
 bool ValuesNotRestored(const Facts& f) { return InNormalUse(f) && f.values_left; }
+
+bool MutesNotRestored(const Facts& f) { return InNormalUse(f) && f.mutes_left; }
 
 bool NeverSleepPlanInNormalUse(const Facts& f)
 {
@@ -151,6 +159,16 @@ bool PlanNotActivated(const Facts& f)
            !ChoiceNotNoticed(f);
 }
 
+void ActivateUsersPlan(const Facts& f)
+{
+    CPowerPolicyManager::SetActivePowerScheme(&f.plans.user);
+    // One that has been deleted cannot be. Then the one that stays takes its own values into
+    // effect.
+    if (f.active_plan && !Same(CPowerPolicyManager::GetActiveScheme(), f.plans.user)) {
+        CPowerPolicyManager::SetActivePowerScheme(&*f.active_plan);
+    }
+}
+
 // --- The feature ---
 
 // An entry that was signalled before the feature went off is still handled.
@@ -162,6 +180,8 @@ void EndNeverSleepMode(const Facts&)
     RestoreWhatIsTheUsers(SendDeviceMode);
 }
 
+// A plan's choice is noticed before the never-sleep plan is left, as the leave activates the user's
+// plan.
 constexpr Rule kRules[] = {
     {L"off", L"While the feature is off there is no never-sleep mode.",
      L"The feature is off but never-sleep mode is not", L"ending it", NeverSleepWithFeatureOff,
@@ -201,18 +221,15 @@ constexpr Rule kRules[] = {
      ReleaseRequests, true},
     {L"requests", L"The power requests are held while never-sleep mode is allowed, and only then.",
      L"The power requests are not as they should be", L"configuring them", RequestsWrong,
-     [](const Facts&) { S::ConfigurePowerRequests(); }},
+     ConfigureRequests},
     {L"idle_time", L"In normal use the idle time is watched, so that the PC goes into away mode.",
      L"The idle time is not watched", L"reading it", IdleTimeNotWatched, LetIdleTimeBeRead},
     {L"plan_values", L"In normal use the plans have their own values.",
      L"A value of a plan was not restored", L"restoring it", ValuesNotRestored,
      [](const Facts&) { RestoreValuesAfterLeave(); }},
-    {L"plan_own", L"In normal use the user's plan is active.",
-     L"The never-sleep plan is set up in normal use", L"leaving it", NeverSleepPlanInNormalUse,
-     [](const Facts&) { Manage([](auto& manager) { manager.ExitHolvState(); }); }},
-    {L"plan_in_effect", L"In normal use the user's plan is in effect as the service set it up.",
-     L"The user's plan could not be activated", L"activating it", PlanNotActivated,
-     [](const Facts& f) { CPowerPolicyManager::SetActivePowerScheme(&f.plans.user); }},
+    {L"mutes", L"In normal use the endpoints sound as the user left them.",
+     L"An endpoint is still muted in normal use", L"restoring it", MutesNotRestored,
+     [](const Facts&) { RestoreMutes(); }},
     {L"plan_chosen",
      L"The plan that is active in normal use is the user's, and prepared for never-sleep mode.",
      L"The active plan is not the one that the service knows as the user's", L"taking it over",
@@ -220,6 +237,12 @@ constexpr Rule kRules[] = {
      [](const Facts& f) {
          Manage([&f](auto& manager) { manager.OnPowerOptionChanged(&*f.active_plan); });
      }},
+    {L"plan_own", L"In normal use the user's plan is active.",
+     L"The never-sleep plan is set up in normal use", L"leaving it", NeverSleepPlanInNormalUse,
+     [](const Facts&) { Manage([](auto& manager) { manager.ExitHolvState(); }); }},
+    {L"plan_in_effect", L"In normal use the user's plan is in effect as the service set it up.",
+     L"The user's plan could not be activated", L"activating it", PlanNotActivated,
+     ActivateUsersPlan},
 };
 
 }  // namespace

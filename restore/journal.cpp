@@ -21,8 +21,13 @@ std::vector<JournalEntry> g_entries;
 std::atomic<int> g_kept_mutes = 0;  // of them
 // Put back, but perhaps not on the disk yet: written with the entries until SettleJournal.
 std::vector<JournalEntry> g_put_back;
-// What the service has written where it could not read what was there, one value for a thing.
-std::vector<std::pair<Thing, ThingValue>> g_unread;
+// What the service has written where it could not read what was there.
+struct Unread
+{
+    Thing thing;
+    ThingValue written;
+};
+std::vector<Unread> g_unread;  // one for a thing
 
 // --- In the registry ---
 
@@ -140,17 +145,18 @@ std::optional<ThingValue> LastKnown(const Thing& thing)
     return std::nullopt;
 }
 
-// Whether `now` is the service's own, written where it could not read the user's. To be called when
-// it is about to be changed.
-bool TakeUnread(const Thing& thing, const ThingValue& now)
+// Whether `now` is the service's own, written where it could not read the user's: then so is `to`,
+// to which it is about to be changed.
+bool ChangesUnread(const Thing& thing, const ThingValue& now, const ThingValue& to)
 {
-    bool own = false;
-    std::erase_if(g_unread, [&](const auto& unread) {
-        if (unread.first != thing) return false;
-        own = unread.second == now;
+    const auto unread = std::ranges::find(g_unread, thing, &Unread::thing);
+    if (unread == g_unread.end()) return false;
+    if (unread->written == now) {
+        unread->written = to;
         return true;
-    });
-    return own;
+    }
+    g_unread.erase(unread);
+    return false;
 }
 
 // Enters a change into the entries. False when they stay as they are.
@@ -158,7 +164,7 @@ bool Enter(const Thing& thing, const ThingValue& now, const ThingValue& to)
 {
     const auto entry = Find(thing);
     if (entry == g_entries.end()) {
-        if (TakeUnread(thing, now) || now == to ||
+        if (ChangesUnread(thing, now, to) || now == to ||
             g_entries.size() + g_put_back.size() >= kMostEntries ||
             thing.endpoint.size() > kMostIdLength) {
             return false;
@@ -189,8 +195,8 @@ void NoteChange(const Thing& thing, const std::optional<ThingValue>& now, const 
         if (Enter(thing, *known, to)) Save(true);
         CountMutes();
     } else {
-        TakeUnread(thing, to);
-        g_unread.emplace_back(thing, to);
+        std::erase_if(g_unread, [&](const Unread& unread) { return unread.thing == thing; });
+        g_unread.push_back({thing, to});
     }
 }
 
@@ -203,6 +209,12 @@ void NoteChanged(const Thing& thing, const ThingValue& value)
     g_put_back.push_back(*entry);
     g_entries.erase(entry);
     CountMutes();
+}
+
+void ForgetUnread(bool (*which)(const Thing&))
+{
+    const ScopedLock lock(g_lock);
+    std::erase_if(g_unread, [which](const Unread& unread) { return which(unread.thing); });
 }
 
 void SettleJournal()

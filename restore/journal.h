@@ -30,6 +30,10 @@ void NoteChange(const Thing& thing, const std::optional<ThingValue>& now, const 
 // the next SettleJournal.
 void NoteChanged(const Thing& thing, const ThingValue& value);
 
+// The service has restored what it knows of these things: from now on the values that it wrote
+// where it could not read them count as the user's.
+void ForgetUnread(bool (*which)(const Thing& thing));
+
 // Waits until what has been put back is on the disk, and then removes its entries there. In the
 // other order a power cut between the two would leave the service's values without an entry. Does
 // nothing where nothing was put back.

@@ -136,12 +136,24 @@ bool IsHeldUnderControl(const Thing& thing)
            IsEqualGUID(thing.setting, GUID_ALLOW_RTC_WAKE);
 }
 
-// The values of plans that a leave of a never-sleep state should have put back.
+// Whether a leave of a never-sleep state should have put the thing back, if it is a plan's value.
+bool IsOfALeave(const Thing& thing)
+{
+    return thing.kind == ThingKind::plan_value && !IsHeldUnderControl(thing);
+}
+
 std::vector<JournalEntry> ValuesAfterLeave()
 {
     std::vector<JournalEntry> entries = JournalEntries();
+    std::erase_if(entries, [](const JournalEntry& entry) { return !IsOfALeave(entry.thing); });
+    return entries;
+}
+
+std::vector<JournalEntry> MutesLeft()
+{
+    std::vector<JournalEntry> entries = JournalEntries();
     std::erase_if(entries, [](const JournalEntry& entry) {
-        return entry.thing.kind != ThingKind::plan_value || IsHeldUnderControl(entry.thing);
+        return entry.thing.kind != ThingKind::endpoint_mute;
     });
     return entries;
 }
@@ -164,6 +176,7 @@ RestoreCounts RestoreWhatIsTheUsers(TellDeviceMode tellDevice)
     RestoreCounts counts;
     const std::vector<JournalEntry> entries = JournalEntries();
     if (!entries.empty()) counts = RestoreAndLog(entries, tellDevice, L"RestoreWhatIsTheUsers");
+    ForgetUnread([](const Thing&) { return true; });
     SettleJournal();
     return counts;
 }
@@ -175,6 +188,27 @@ void RestoreValuesAfterLeave()
     const LastErrorKeeper kept;
     const std::vector<JournalEntry> entries = ValuesAfterLeave();
     if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreValuesAfterLeave");
+    ForgetUnread(IsOfALeave);
+}
+
+bool AreMutesLeft()
+{
+    const LastErrorKeeper kept;
+    if (KeptMutes() == 0) return false;
+    Endpoints endpoints;
+    return std::ranges::any_of(MutesLeft(), [&](const JournalEntry& entry) {
+        const auto volume = endpoints.VolumeOf(entry.thing.endpoint);
+        const auto present = volume ? PresentMute(*volume.Get()) : std::nullopt;
+        return present && *present != entry.was && entry.Wrote(*present);
+    });
+}
+
+void RestoreMutes()
+{
+    const LastErrorKeeper kept;
+    const std::vector<JournalEntry> entries = MutesLeft();
+    if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreMutes");
+    SettleJournal();
 }
 
 void RestorePlanAfterReturn()

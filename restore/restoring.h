@@ -34,6 +34,11 @@ void RestoreValuesAfterLeave();
 // earlier call failed to restore.
 bool AreValuesLeft();
 
+// Whether an active endpoint still has a mute state that the service has written, and how to
+// restore those. In normal use an earlier restoring could not reach the endpoint.
+bool AreMutesLeft();
+void RestoreMutes();
+
 // Restores the active plan, or activates the one that the user has chosen while never-sleep mode
 // lasted, and settles the journal. The caller has entered normal use, in which the announcement of
 // the plan counts as a choice.

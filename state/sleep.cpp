@@ -8,6 +8,7 @@
 #include "platform/power.h"
 #include "power/machine_power.h"
 #include "state/activity.h"
+#include "state/delayed_entry.h"
 #include "state/feature.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
@@ -49,6 +50,7 @@ void CNeverSleepState::OnSuspend()
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnSuspend";
     Log(1, kFunction, L"*****System is Suspending*****");
     if (IsFeatureOff(kFunction)) return;
+    OvertakeDelayedEntries();
     m_bAttendedWake = FALSE;
     const ULONGLONG arrived = GetTickCount64();
     m_ullLastSusResEventTime = arrived;

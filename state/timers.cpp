@@ -1,6 +1,7 @@
 // The idle monitor, the do-not-disturb hours, and the never-sleep entry a second after a resume.
 
 #include <algorithm>
+#include <utility>
 
 #include "log/log.h"
 #include "platform/kernel.h"
@@ -8,6 +9,7 @@
 #include "platform/power.h"
 #include "power/power_policy_manager.h"
 #include "settings/settings.h"
+#include "state/delayed_entry.h"
 #include "state/do_not_disturb.h"
 #include "state/global_events.h"
 #include "state/never_sleep_state.h"
@@ -69,6 +71,41 @@ void ArmIdleTimer(DWORD seconds)
 {
     ArmGlobalTimer(TIMER_IDLE, -(seconds * kUnitsPerSecond), 0, FALSE);
 }
+
+// The delayed entries under way. They are alike, so that it does not matter which of them finds
+// that it has been overtaken.
+class DelayedEntries
+{
+public:
+    void Begin()
+    {
+        const ScopedLock lock(m_lock);
+        ++m_due;
+    }
+    void Overtake()
+    {
+        const ScopedLock lock(m_lock);
+        m_overtaken += std::exchange(m_due, 0);
+    }
+    // Whether one that has fallen due still counts.
+    bool End()
+    {
+        const ScopedLock lock(m_lock);
+        if (m_overtaken > 0) {
+            --m_overtaken;
+            return false;
+        }
+        if (m_due > 0) --m_due;
+        return true;
+    }
+
+private:
+    CriticalSection m_lock;
+    int m_due = 0;
+    int m_overtaken = 0;
+};
+
+DelayedEntries g_delayed_entries;
 
 DWORD WINAPI EnterNeverSleepStateWithDelayProc(LPVOID)
 {
@@ -208,17 +245,26 @@ void CNeverSleepState::EnterNeverSleepStateWithDelay()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::EnterNeverSleepStateWithDelay";
     Log(1, kFunction, L"EnterNeverSleepStateWithDelay entry");
+    g_delayed_entries.Begin();
     const OwnedHandle thread(
         CreateThread(nullptr, 0, EnterNeverSleepStateWithDelayProc, nullptr, 0, nullptr));
+    if (!thread) g_delayed_entries.End();
     Log(1, kFunction, L"EnterNeverSleepStateWithDelay exit");
 }
+
+void OvertakeDelayedEntries() { g_delayed_entries.Overtake(); }
 
 void CNeverSleepState::OnDelayedNeverSleepStateEntry()
 {
     constexpr const wchar_t* kFunction = L"CNeverSleepState::OnDelayedNeverSleepStateEntry";
     Log(1, kFunction, L"OnDelayedNeverSleepStateEntry entry");
+    const bool counts = g_delayed_entries.End();
     if (m_bAttendedWake) {
         Log(1, kFunction, L"Attended wake observed, OnDelayedNeverSleepStateEntry exit");
+        return;
+    }
+    if (!counts) {
+        Log(1, kFunction, L"Suspended in between, OnDelayedNeverSleepStateEntry exit");
         return;
     }
     EnterNeverSleepState();

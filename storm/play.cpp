@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <ostream>
 #include <streambuf>
 
@@ -199,13 +200,16 @@ void Playing::RunFor(Duration span)
     if (whole <= 0ms) return;
     m_player.Live(whole);
     if (m_plan.pulse) m_plan.pulse->store(Now().count(), std::memory_order_relaxed);
-    // Spans that follow one another are one command.
+    // Spans that follow one another are one command, as far as the number can be a script's.
     static const std::string kRun = "run ";
     auto& script = m_outcome.script;
     std::int64_t total = whole.count();
     if (!script.empty() && script.back().starts_with(kRun) && script.back().ends_with("ms")) {
-        total += std::stoll(script.back().substr(kRun.size()));
-        script.pop_back();
+        const std::int64_t joined = total + std::stoll(script.back().substr(kRun.size()));
+        if (joined <= std::numeric_limits<std::int32_t>::max()) {
+            total = joined;
+            script.pop_back();
+        }
     }
     script.push_back(kRun + std::to_string(total) + "ms");
 }
@@ -311,6 +315,7 @@ bool Playing::Line(const ScriptLine& line)
 
 void Playing::End()
 {
+    m_outcome.script.push_back("# the life's end");
     for (const std::string& command : kEnd) {
         if (found()) return;
         const bool done = Do(command);

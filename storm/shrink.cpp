@@ -134,7 +134,6 @@ Shrunk Shrinking::Do()
         Hurry();
         LeaveOut();
     }
-    m_shrunk.deeds = Size();
     return std::move(m_shrunk);
 }
 

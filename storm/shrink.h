@@ -11,7 +11,6 @@ struct Shrunk
 {
     Life life;
     Outcome outcome;
-    std::size_t deeds = 0;  // of the life and its home that are left
     int tries = 0;
 };
 

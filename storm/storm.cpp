@@ -143,7 +143,9 @@ std::vector<std::string> ScriptOf(const Life& life, const Outcome& outcome, cons
             (life.machine.priorities > 0
                  ? " --priorities " + std::to_string(life.machine.priorities)
                  : "") +
-            " THIS_SCRIPT"};
+            " THIS_SCRIPT",
+        "# deeds that are left: " + std::to_string(life.deeds.size()) +
+            ", commands that set up the PC: " + std::to_string(life.home.size())};
     const auto commands = outcome.script.empty() ? CommandsOf(life) : outcome.script;
     script.insert(script.end(), commands.begin(), commands.end());
     const std::string expects = Expectation(finding);

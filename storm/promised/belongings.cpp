@@ -90,6 +90,7 @@ void Belongings::Set(const std::string& name, const std::string& value, bool sur
 {
     Wish& wish = m_wishes[name];
     const bool could_be_the_services = wish.written.contains(value);
+    wish.before_change = wish.values;
     if (sure && !could_be_the_services) wish.values.clear();
     wish.values.insert(value);
     // Taken for the service's own, it withdraws a choice that came before it.
@@ -110,7 +111,8 @@ void Belongings::HearService(const std::string& name, const std::string& value,
         // Within an absence the journal knows what has been written until the user is back.
         if (moment.user_there) wish.written.clear();
     } else {
-        if (wish.written.empty()) wish.before_written = wish.values;
+        if (wish.written.empty()) wish.before_written.clear();
+        wish.before_written.insert(wish.values.begin(), wish.values.end());
         wish.written.insert(value);
         if (moment.values_unread) wish.values.insert(value);
         // Never-sleep mode leaves its plan with the full processor.
@@ -224,6 +226,8 @@ void Belongings::TakeAsItIs(Instant changed_since)
 {
     for (const auto& [name, value] : Now()) {
         Wish& wish = m_wishes[name];
-        if (wish.touched >= changed_since) wish.values.insert(value);
+        if (wish.touched < changed_since) continue;
+        wish.values.insert(value);
+        wish.values.insert(wish.before_change.begin(), wish.before_change.end());
     }
 }

@@ -28,11 +28,13 @@ struct Wish
     std::string latest = {};
     // What the service has written since it last wrote one of `values`.
     std::set<std::string> written = {};
-    // The `values` of when the first of these was written.
+    // The `values` of when these were written.
     std::set<std::string> before_written = {};
     // Of a value of the active plan: what it was before the user's change, which counts from the
     // next activation on.
     std::set<std::string> until_activated = {};
+    // The `values` before the user's last change.
+    std::set<std::string> before_change = {};
     virtual_pc::Instant touched{};  // by anyone
 };
 

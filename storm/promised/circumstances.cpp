@@ -54,6 +54,9 @@ void Circumstances::LoadSettings()
         setting.take(m_settings, Stored(m_pc, setting.name).value_or(setting.otherwise));
     }
     m_settings_at = m_pc.now();
+    // Then the service has its defaults, or some of them.
+    m_settings_unread = std::ranges::any_of(
+        m_standing, [](const std::string& fault) { return fault.starts_with("fault Reg"); });
 }
 
 Moment Circumstances::moment() const
@@ -110,12 +113,17 @@ void Circumstances::HearRequest(const Effect& effect)
 void Circumstances::HearSetting(const Effect& effect)
 {
     if (!effect.Text("path").ends_with(LR"(Orbeq\Holv\User)")) return;
-    if (CausedBy(effect) != By::service) return;
+    // Another process of the program, that a client has had started, changes its own settings
+    // alone.
+    const Thread* const thread = effect.thread ? Thread::Self() : nullptr;
+    if (!thread || !thread->process || thread->process->id() != m_process) return;
+    const bool was_on = m_settings.feature_on;
     for (const SettingName& setting : kSettingNames) {
         if (effect.Text("name") != setting.name) continue;
         setting.take(m_settings, static_cast<DWORD>(effect.Number("data")));
         m_settings_at = effect.at;
     }
+    if (m_settings.feature_on != was_on) m_feature_at = effect.at;
 }
 
 void Circumstances::Hear(const Effect& effect)
@@ -145,6 +153,7 @@ void Circumstances::Hear(const Effect& effect)
         // sleep in it.
         const bool begins = effect.kind == "away mode" && m_pc.sleep.away();
         if (begins && !m_there) m_left_since_trouble = !Standing();
+        if (!m_there && (begins || effect.Text("what") == L"asleep")) m_gone_at = m_left_at;
     } else if (effect.kind == "presence" || effect.kind == "display") {
         Look();
     }
@@ -213,6 +222,12 @@ void Circumstances::Deed(const ScriptLine& line)
 Instant Circumstances::idle_since() const
 {
     return std::max({m_pc.user.last_input(), m_woke_at, m_last_deed, m_state_at, m_settings_at});
+}
+
+Instant Circumstances::restored_since() const
+{
+    if (running() && m_settings.feature_on) return m_gone_at;
+    return std::min(m_gone_at, running() ? std::max(m_state_at, m_feature_at) : m_state_at);
 }
 
 std::optional<Instant> Circumstances::stopping() const

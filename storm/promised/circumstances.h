@@ -41,7 +41,9 @@ public:
     // --- The user ---
     // Works at a PC that is awake, since; nothing when he does not.
     std::optional<Instant> there() const { return m_there; }
-    Instant left_at() const { return m_left_at; }
+    // What the service had to restore was there at this time: as the user left a PC that then went
+    // into never-sleep mode, or where that is off, as it ended.
+    Instant restored_since() const;
     // Nothing else has happened in the minute before the return, or since.
     bool plain_return() const { return m_plain_return && m_there && m_last_deed <= *m_there; }
     // Since when no deed has touched the PC, and it has not woken.
@@ -59,7 +61,7 @@ public:
 
     // --- The PC ---
     // Faults, slow calls or late notices stand, or no leave and return has gone by since.
-    bool trouble() const { return m_trouble || m_lied; }
+    bool trouble() const { return m_trouble || m_lied || m_settings_unread; }
     // A function has answered otherwise than it did: what it changed is lost for good.
     bool lied() const { return m_lied; }
     Instant woke_at() const { return m_woke_at; }
@@ -85,6 +87,7 @@ private:
 
     std::optional<Instant> m_there;
     Instant m_left_at{0};
+    Instant m_gone_at{0};  // m_left_at of the last absence with away mode or sleep
     bool m_plain_return = false;
     Instant m_last_deed{0};
     Instant m_deed_before{0};
@@ -97,10 +100,12 @@ private:
     bool m_unclean = false;
     ServiceSettings m_settings;
     Instant m_settings_at{0};
+    Instant m_feature_at{0};
 
     std::set<std::string> m_standing;  // faults, by the commands that began them
     bool m_trouble = false;
     bool m_lied = false;
+    bool m_settings_unread = false;  // by the service at its start
     bool m_left_since_trouble = false;
 
     std::array<int, 3> m_held{};

@@ -89,11 +89,9 @@ void Promised::CheckBelongings(Instant from, Duration allowed_plan)
         if (wish.values.contains(is)) continue;
         if (in_use && HeldInUse(object) && wish.written.contains(is)) continue;
         if (object.starts_with("mute ")) {
-            // One that was plugged in since is restored at the next return, and after the service's
-            // end by its next start.
-            const Instant plugged = m_belongings.PluggedAt(object.substr(5));
-            const Instant restored = m_now.running() ? m_now.left_at() : m_now.state_since();
-            if (plugged >= std::min(restored, m_now.left_at())) continue;
+            // One that was plugged in since is restored at the next return while never-sleep mode
+            // is on, and otherwise by the service's next start.
+            if (m_belongings.PluggedAt(object.substr(5)) >= m_now.restored_since()) continue;
         }
         // A plan that no longer exists cannot be active.
         if (object == kActivePlanObject && UsersPlanIsGone()) continue;

@@ -45,10 +45,14 @@ void Call::EndWithProcess()
         m_error = m_function.DefaultError();
         return;
     }
-    // Destructors call releasing functions while a thread unwinds, so these go on; any other call
-    // ends the thread here.
+    // Destructors call releasing functions while a thread unwinds, so these go on. With any other
+    // call the thread is gone, as on a real PC; a destructor may be calling, so it is no exception
+    // that ends it.
     if (thread.ends && m_function.role() != Role::releases && std::uncaught_exceptions() == 0) {
-        throw ThreadEnds{};
+        thread.vanishes = true;
+        if (thread.process) thread.process->lost_thread = true;
+        m_void = true;
+        m_error = m_function.DefaultError();
     }
 }
 

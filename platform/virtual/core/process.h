@@ -88,6 +88,9 @@ public:
     // Whether it was terminated from outside or has crashed. It runs nothing from then on, and its
     // calls have no effect; the machine closes what it has open.
     bool killed() const { return m_killed; }
+    // Whether a thread was still at work as the process ended: it has gone without releasing what
+    // it held, as on a real PC.
+    std::atomic<bool> lost_thread = false;
     // Valid once it has ended.
     int exit_code() const { return m_exit_code; }
     // Whether an unhandled exception ended it.

@@ -87,7 +87,10 @@ BOOL WINAPI InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWO
 
 void WINAPI DeleteCriticalSection(CRITICAL_SECTION* section)
 {
-    if (section->OwningThread && Machine::Exists() && !Thread::Self()->ends) {
+    const auto may_be_held = [](const Thread& self) {
+        return self.ends || (self.process && self.process->lost_thread);
+    };
+    if (section->OwningThread && Machine::Exists() && !may_be_held(*Thread::Self())) {
         Machine::Current().NoteMisuse("a critical section is deleted while a thread has it");
     }
     *section = {};
