@@ -54,6 +54,12 @@ add_library(holvctl SHARED ${HOLV_CTL_SOURCES})
 target_link_libraries(holvctl PRIVATE virtual_pc)
 target_compile_options(holvctl PRIVATE ${image_options})
 target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+if(HOLV_SANITIZE)
+    # The object that these call is a proxy of the virtual PC's, which has the interface's slots and
+    # not its type.
+    set_source_files_properties(ctl/agent.cpp ctl/agent_object.cpp PROPERTIES
+        COMPILE_OPTIONS -fno-sanitize=vptr)
+endif()
 
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)

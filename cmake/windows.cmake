@@ -87,6 +87,13 @@ add_service(wine_HOLVService "${HOLV_WINE_CPU_VENDOR}")
 set_target_properties(wine_HOLVService PROPERTIES
     OUTPUT_NAME HOLVService RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
+# A stand-in for the power requests, which are part of a library that cannot be replaced: the service's
+# program finds them in this one first.
+add_library(wine_power_requests SHARED tools/wine/power_requests.cpp tools/wine/power_requests.def)
+set_target_properties(wine_power_requests PROPERTIES
+    PREFIX "" OUTPUT_NAME power_requests RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
+target_link_libraries(wine_HOLVService PRIVATE wine_power_requests)
+
 # The administrator's program.
 add_executable(holvctl ${HOLV_CTL_SOURCES} ${fault_source})
 target_compile_definitions(holvctl PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
@@ -102,8 +109,8 @@ set_target_properties(wine_powrprof PROPERTIES
 
 # Programs for the Wine check: one signals the running service's events, which it finds by the
 # linker's map; one stands for a helper and tells how it was started; one listens on the trace pipe
-# and does not read; one lists power requests.
-foreach(program raise_event tell_start deaf_listener powercfg)
+# and does not read; one lists power requests; one answers a message box.
+foreach(program raise_event tell_start deaf_listener powercfg answer_box)
     add_executable(wine_${program} tools/wine/${program}.cpp)
     target_link_options(wine_${program} PRIVATE -municode -mconsole)
     set_target_properties(wine_${program} PROPERTIES
@@ -139,13 +146,7 @@ target_link_libraries(wine_log_faults PRIVATE advapi32 ole32 shell32 uuid)
 set_target_properties(wine_log_faults PROPERTIES
     OUTPUT_NAME log_faults RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/wine)
 
-# The example client.
-add_executable(holv_client examples/holv_client.cpp)
-target_link_options(holv_client PRIVATE -municode -mconsole)
-target_link_libraries(holv_client PRIVATE ole32 oleaut32 uuid)
-
 # The package: the program, the clients to start from, and what an administrator needs.
 install(TARGETS HOLVService holvctl RUNTIME DESTINATION .)
 install(DIRECTORY package/ DESTINATION .)
 install(DIRECTORY examples DESTINATION .)
-install(TARGETS holv_client RUNTIME DESTINATION examples)

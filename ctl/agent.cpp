@@ -125,10 +125,10 @@ HRESULT PutFeaturesBack(const AgentObject& agent, const OwnedKey& key, int& put_
         const auto stored = feature.setting ? StoredNumber(key, feature.setting) : std::nullopt;
         if (!stored) continue;
         LONG now = 0;
-        HRESULT result = agent.GetParam(IdOf(feature), &now);
+        HRESULT result = agent.Get()->GetNeverSleepParam(IdOf(feature), &now);
         const auto value = static_cast<LONG>(*stored);
         if (SUCCEEDED(result) && now != value) {
-            result = agent.SetParam(IdOf(feature), value);
+            result = agent.Get()->SetNeverSleepParam(IdOf(feature), value);
             if (SUCCEEDED(result)) {
                 Print(std::wstring(feature.name) + L" is " + std::to_wstring(value) + L" again.\n");
                 ++put_back;
@@ -145,13 +145,13 @@ HRESULT PutHoursBack(const AgentObject& agent, const OwnedKey& key, int& put_bac
     constexpr DWORD kDay = 24 * 60;
     UINT start = 0;
     UINT end = 0;
-    const HRESULT result = agent.GetInterval(&start, &end);
+    const HRESULT result = agent.Get()->GetDoNotDisturbTimeInterval(&start, &end);
     if (FAILED(result)) return result;
     const UINT wanted_start =
         std::min(StoredNumber(key, L"DoNotDisturbStart").value_or(start), kDay);
     const UINT wanted_end = std::min(StoredNumber(key, L"DoNotDisturbEnd").value_or(end), kDay);
     if (wanted_start == start && wanted_end == end) return S_OK;
-    const HRESULT set = agent.SetInterval(wanted_start, wanted_end);
+    const HRESULT set = agent.Get()->SetDoNotDisturbTimeInterval(wanted_start, wanted_end);
     if (FAILED(set)) return set;
     Print(L"the do-not-disturb hours are as stored again.\n");
     ++put_back;
@@ -160,11 +160,11 @@ HRESULT PutHoursBack(const AgentObject& agent, const OwnedKey& key, int& put_bac
 
 int RaiseEvent(const AgentObject& agent, const EventCode& event, bool refuse)
 {
-    SinkConnection sink(agent.object(), refuse);
+    SinkConnection sink(agent.Get(), refuse);
     if (FAILED(sink.result())) return ReportFailure(sink.result());
     HOLVAgentEventCodeEnum now{};
-    HRESULT result = agent.SetEventCode(event.code);
-    if (SUCCEEDED(result)) result = agent.GetEventCode(&now);
+    HRESULT result = agent.Get()->put_NeverSleepEventCode(event.code);
+    if (SUCCEEDED(result)) result = agent.Get()->get_NeverSleepEventCode(&now);
     if (FAILED(result)) return ReportFailure(result);
     const auto current = std::ranges::find(kEventCodes, now, &EventCode::code);
     Print(sink.heard());
@@ -186,7 +186,7 @@ int RunGet(const CommandArguments& arguments)
     for (const Feature& feature : kFeatures) {
         if (asked && asked != &feature) continue;
         LONG value = 0;
-        const HRESULT result = agent.GetParam(IdOf(feature), &value);
+        const HRESULT result = agent.Get()->GetNeverSleepParam(IdOf(feature), &value);
         if (FAILED(result)) return ReportFailure(result);
         Print((asked ? std::wstring() : std::wstring(feature.name) + L" ") +
               std::to_wstring(value) + L"\n");
@@ -207,7 +207,7 @@ int RunSet(const CommandArguments& arguments)
     }
     const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
-    const HRESULT result = agent.SetParam(IdOf(*feature), value == 1 ? 1 : 0);
+    const HRESULT result = agent.Get()->SetNeverSleepParam(IdOf(*feature), value == 1 ? 1 : 0);
     if (FAILED(result)) return ReportFailure(result);
     return EndWith(kDone, name + (value ? L" is on." : L" is off."));
 }
@@ -227,8 +227,8 @@ int RunInterval(const CommandArguments& arguments)
     const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
     HRESULT result = S_OK;
-    if (!arguments.empty()) result = agent.SetInterval(hours[0], hours[1]);
-    if (SUCCEEDED(result)) result = agent.GetInterval(&hours[0], &hours[1]);
+    if (!arguments.empty()) result = agent.Get()->SetDoNotDisturbTimeInterval(hours[0], hours[1]);
+    if (SUCCEEDED(result)) result = agent.Get()->GetDoNotDisturbTimeInterval(&hours[0], &hours[1]);
     if (FAILED(result)) return ReportFailure(result);
     wchar_t line[64];
     FormatText(line, L"do not disturb from %02u:%02u to %02u:%02u", hours[0] / 60, hours[0] % 60,
@@ -252,6 +252,17 @@ int RunEvent(const CommandArguments& arguments)
     const AgentObject agent;
     if (FAILED(agent.result())) return ReportFailure(agent.result());
     return RaiseEvent(agent, *event, refuse);
+}
+
+int RunVersion(const CommandArguments& arguments)
+{
+    if (!arguments.empty()) return kUsage;
+    const AgentObject agent;
+    OwnedAutomationString version;
+    HRESULT result = agent.result();
+    if (SUCCEEDED(result)) result = agent.Get()->GetNeverSleepApiVersion(version.Receive());
+    if (FAILED(result)) return ReportFailure(result);
+    return EndWith(kDone, std::wstring(L"The service is version ") + version.Get() + L".");
 }
 
 int RunRefresh(const CommandArguments& arguments)

@@ -7,6 +7,7 @@ int RunGet(const CommandArguments& arguments);
 int RunSet(const CommandArguments& arguments);
 int RunInterval(const CommandArguments& arguments);
 int RunEvent(const CommandArguments& arguments);
+int RunVersion(const CommandArguments& arguments);
 
 // Gives the running service the stored settings that clients can change, as a policy's refresh has
 // written them. It does not start the service, which reads them then.

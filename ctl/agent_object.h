@@ -1,8 +1,6 @@
-// The service's object, as a client calls it: by the members' dispatch ids, which needs no other
-// marshalling than the system's own.
+// The service's object, as a client that knows its interface calls it. The system marshals the
+// calls by the type library that the service has registered.
 #pragma once
-
-#include <vector>
 
 #include "api/agent_api.h"
 #include "platform/com.h"
@@ -19,21 +17,11 @@ public:
 
     // Of the creation.
     HRESULT result() const { return m_result; }
-    IDispatch* object() const { return m_object.Get(); }
-
-    HRESULT SetParam(HOLVAgentFeatureEnum feature, LONG value) const;
-    HRESULT GetParam(HOLVAgentFeatureEnum feature, LONG* value) const;
-    HRESULT SetInterval(UINT start, UINT end) const;
-    HRESULT GetInterval(UINT* start, UINT* end) const;
-    HRESULT SetEventCode(HOLVAgentEventCodeEnum code) const;
-    HRESULT GetEventCode(HOLVAgentEventCodeEnum* code) const;
+    // Null without success.
+    IHOLVAgent* Get() const { return m_object.Get(); }
 
 private:
-    // The arguments stand in reverse order, as IDispatch wants them.
-    HRESULT Invoke(DISPID member, WORD how, std::vector<VARIANT> reversed,
-                   VARIANT* result = nullptr) const;
-
     HRESULT m_result;
     bool m_in_apartment = false;
-    OwnedInterface<IDispatch> m_object;
+    OwnedInterface<IHOLVAgent> m_object;
 };

@@ -31,6 +31,7 @@ const struct Command
     {L"interval", L"[START END]", L"the do-not-disturb hours, like 22:00 06:00", RunInterval},
     {L"refresh", L"", L"puts back what clients have changed since a policy set it", RunRefresh},
     {L"event", L"CODE [refuse]", L"raises an event code, hears it, and may refuse it", RunEvent},
+    {L"version", L"", L"the service's version, by its control interface", RunVersion},
     {L"restore", L"", L"restores what a service that was ended has changed", RunRestore},
 };
 

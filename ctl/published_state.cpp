@@ -51,6 +51,10 @@ PublishedState ReadPublishedState()
                                process[L"started"].Time().value_or(0))) {
         service = Published::killed;
     }
+    // What a removed service has published stays until the PC starts again.
+    if (service != Published::running && AskServiceManager() == ServiceRuns::not_installed) {
+        return {Published::not_installed, {}};
+    }
     return {service, std::move(*record)};
 }
 

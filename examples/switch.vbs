@@ -1,5 +1,5 @@
 ' Switches the Holv service's features through its control interface. VBScript cannot receive
-' numbers through arguments; holv.ps1 and holv_client read the features.
+' numbers through arguments; holv.ps1 and holvctl read the features.
 '
 '     cscript //nologo switch.vbs set 1 1          switches a feature, by its number
 '     cscript //nologo switch.vbs interval 1320 360

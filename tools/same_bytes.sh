@@ -12,11 +12,11 @@ trap 'rm -rf "$work"' EXIT
 for copy in "$work/one" "$work/another/folder"; do
     mkdir -p "$copy"
     git ls-files -z | xargs -0 cp --parents -t "$copy"
-    (cd "$copy" && source tools/install.sh && build_preset windows HOLVService holvctl holv_client)
+    (cd "$copy" && source tools/install.sh && build_preset windows HOLVService holvctl)
     "$copy/installer/make_packages" "$copy/build/windows"
 done
 diff -r "$work"/{one,another/folder}/build/windows/packages
-for program in HOLVService holvctl holv_client; do
+for program in HOLVService holvctl; do
     cmp "$work"/{one,another/folder}/"build/windows/$program.exe"
 done
 echo "Two builds of $(git rev-parse --short HEAD) give the same $(ls "$work/one/build/windows/packages" | tr '\n' ' ')"

@@ -17,7 +17,7 @@ my @own = (
     [qr/fire in \d+ minutes\t\[timerDue: -\d+\]/ => 'fire in time'],
 );
 # Lines of the powercfg listing, which Wine does not have.
-my $listing = qr/\A(?:[A-Z]+:|None\.|)\n \[L=6\]/;
+my $listing = qr/\A(?:[A-Z]+:|None\.|\[PROCESS\] .*|Orbeq\(R\) Holv Technology|)\n \[L=6\]/;
 
 # The lines that count, each with its time in milliseconds, its thread and its words.
 sub lines_of {

@@ -56,9 +56,9 @@ what_is_registered() {
     done | tr -d '\r' | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
 }
 differences() { diff <(echo "$1") <(echo "$2") || true; }
-# The program's files; the stand-in for Wine's power library keeps a list of its calls beside them.
-files() { (cd "$installed" 2>/dev/null && find . -type f ! -name powrprof.log | sed 's/^..//' | sort | tr '\n' ' '); }
-product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/holv_client.cpp examples/holv_client.exe examples/switch.vbs holv.spdx.json holvctl.exe policies/Holv.admx policies/en-US/Holv.adml policy_refresh.xml "
+# The program's files; the stand-ins for Wine's power library keep lists of their calls beside them.
+files() { (cd "$installed" 2>/dev/null && find . -type f ! -name "pow*.log" | sed 's/^..//' | sort | tr '\n' ' '); }
+product_files="HOLVService.exe administration.md defaults.reg events.md examples/holv.ps1 examples/switch.vbs holv.spdx.json holvctl.exe policies/Holv.admx policies/en-US/Holv.adml policy_refresh.xml "
 
 end_wine
 if [ "$(cat "$WINEPREFIX/.made" 2>/dev/null)" != 1 ]; then
@@ -77,7 +77,7 @@ mv "$work"/Holv-*-x64 "$work/files"
 cp "$build/wine/HOLVService.exe" "$work/files"
 installer/make_msi "$work/files" 1.1.70.537 "$work/first.msi"
 installer/make_msi "$work/files" 1.1.71.1 "$work/second.msi"
-cp "$build/wine/powrprof.dll" "$WINEPREFIX/drive_c/windows/system32/"
+cp "$build"/wine/{powrprof,power_requests}.dll "$WINEPREFIX/drive_c/windows/system32/"
 
 first=$(winepath -w "$work/first.msi")
 second=$(winepath -w "$work/second.msi")

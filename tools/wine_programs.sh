@@ -37,6 +37,20 @@ run_switch() {
     echo "$code"
 }
 
+holvctl() { wine_does "$installed/holvctl.exe" "$@"; }
+# holvctl_ends COMMAND...: its exit code, and what it says.
+holvctl_ends() {
+    local code=0 says
+    says=$(timeout $patience wine "$installed/holvctl.exe" "$@" 2>"$complaints" | tr -d '\r') || code=$?
+    echo "$code: $says"
+}
+# holvctl_tells TEXT: whether its status has it.
+holvctl_tells() {
+    local says=$(holvctl status)
+    echo "$says"
+    [[ $says = *"$1"* ]]
+}
+
 # add_value KEY NAME TYPE DATA
 add_value() { wine_does reg add "$1" /v "$2" /t "$3" /d "$4" /f >/dev/null; }
 
@@ -156,6 +170,8 @@ make_prefix() {
     # Wine's own choice of programs that are not traced goes before the one of those that are.
     wine_does reg delete "$debug" /v RelayFromExclude /f >/dev/null
     add_value "$debug" RelayFromInclude REG_SZ 'HOLVService.exe;log_faults.exe'
+    # Windows without a display, so that a message box can be shown and answered.
+    add_value 'HKCU\Software\Wine\Drivers' Graphics REG_SZ null
     # RpcSs first, as Windows starts it before what depends on it. Wine starts services in the order of
     # their tags, taken as signed numbers, whatever they depend on, and holds the lock for starting until
     # the last has been started. A service that registers its class object earlier than RpcSs runs waits

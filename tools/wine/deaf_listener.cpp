@@ -10,7 +10,7 @@
 namespace {
 
 constexpr DWORD kSize = 4096;
-constexpr int kTries = 3000;
+constexpr int kTries = 40'000;  // more than an hour
 constexpr DWORD kPauseMs = 100;
 // No line of the log is longer, and none is begun that does not fit.
 constexpr std::size_t kLongestLine = 1100;

@@ -81,6 +81,10 @@ void ReportFaults()
 
 int wmain()
 {
+    // The reader of the trace knows the service's programs by this.
+    HKEY key = nullptr;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, LR"(Software\Orbeq\Holv\User)", 0, KEY_QUERY_VALUE, &key);
+    RegCloseKey(key);
     g_dwLoggingEnabled = kLogToConsole | kLogToDebugger;
     g_dwLoggingLevel = 6;
     Log(6, L"Test", L"before the faults");

@@ -11,8 +11,10 @@
 
 namespace virtual_pc {
 
-// The proxy class that the registry names for dispatch interfaces.
+// The proxy classes that the registry names for dispatch interfaces, and for the others that a type
+// library describes.
 inline constexpr const wchar_t* kByDispatch = L"{00020420-0000-0000-C000-000000000046}";
+inline constexpr const wchar_t* kByTypeLibrary = L"{00020424-0000-0000-C000-000000000046}";
 
 // An interface of an exported object.
 struct ExportedInterface

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/virtual/com/member_proxy.h"
 #include "platform/virtual/com/type_info.h"
 #include "platform/virtual/registry/registry.h"
 
@@ -103,11 +104,7 @@ private:
     const IID m_id;
 };
 
-class UnknownFacet final : public Facet<IUnknown>
-{
-public:
-    using Facet::Facet;
-};
+using UnknownFacet = Facet<IUnknown>;
 
 class DispatchFacet final : public Facet<IDispatch>
 {
@@ -454,6 +451,7 @@ FacetMaker MakerOf(Machine& machine, REFIID id)
     }
     const auto way = machine.registry.GetString(
         LR"(HKCR\Interface\{)" + FormatGuid(id) + LR"(}\ProxyStubClsid32)", L"");
+    if (way && SameName(*way, kByTypeLibrary)) return MakeMemberProxy;
     return way && SameName(*way, kByDispatch) ? Make<DispatchFacet> : nullptr;
 }
 
@@ -502,6 +500,7 @@ HRESULT Proxy::Query(REFIID id, void** interface)
     const Hold hold(Machine::Current());
     auto& facet = m_facets[id];
     if (!facet) facet = make(*this, id);
+    if (!facet) return E_NOINTERFACE;
     AddRef();
     *interface = facet->interface();
     return S_OK;

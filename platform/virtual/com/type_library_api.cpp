@@ -25,9 +25,6 @@ Function fn_get_type_info_of_guid{"GetTypeInfoOfGuid", Failing::hresult};
 Function fn_type_get_ids_of_names{"ITypeInfo::GetIDsOfNames", Failing::hresult};
 Function fn_type_info_invoke{"ITypeInfo::Invoke", Failing::hresult};
 
-// The proxy class for the library's other interfaces.
-constexpr const wchar_t* kByTypeLibrary = L"{00020424-0000-0000-C000-000000000046}";
-
 class LibraryObject;
 LibraryObject* HandOutLibrary(Machine& machine, std::shared_ptr<const TypeLibrary> library);
 

@@ -1,0 +1,28 @@
+# Sourced by wine_check.sh: the removal by hand that package/administration.md gives an administrator, run
+# as it stands there. The service is not installed before and after. Other steps are not run: Wine's icacls,
+# wevtutil and schtasks do nothing, its sc knows no config, and its cmd does not copy as the start-up script
+# wants it.
+
+setup=$WINEPREFIX/drive_c/setup
+rm -rf "$setup"
+mkdir -p "$setup"
+# block TEXT: the commands that follow the paragraph with this text, as a batch file.
+block() {
+    awk -v text="$1" 'index($0, text) { found = 1 } !found { next }
+        /^    / { print substr($0, 5) "\r"; listed = 1; next } listed { exit }' package/administration.md
+}
+block 'When the program can no longer be run' >"$setup/remove.bat"
+block "needed, but the settings' keys only after" >"$setup/forget.bat"
+
+batch() { timeout $patience wine cmd /c "C:\\setup\\$1.bat" >/dev/null 2>&1 || true; }
+run_switch -Service >/dev/null
+start_service >/dev/null
+stop_service >/dev/null
+check "there is nothing to restore" 0 "$(holvctl_ends restore | head -n 1 | cut -d : -f 1)"
+batch remove
+check "what is removed by hand is gone" "gone gone gone 5: The service is not installed on this PC." \
+    "$(key_is "$app_id_key") $(key_is "$class_key") $(key_is "$type_library") $(holvctl_ends status | head -n 1)"
+check "the settings and the log stay" "there yes" "$(key_is 'HKLM\Software\Orbeq\Holv') $([ -e "$log" ] && echo yes)"
+batch forget
+check "until they are deleted" "gone gone no" \
+    "$(key_is 'HKLM\Software\Orbeq\Holv') $(key_is "$source_key") $([ -e "$log" ] && echo yes || echo no)"
