@@ -56,8 +56,7 @@ void Circumstances::LoadSettings()
     }
     m_settings_at = m_pc.now();
     // Then the service has its defaults, or some of them.
-    m_settings_unread = std::ranges::any_of(
-        m_standing, [](const std::string& fault) { return fault.starts_with("fault Reg"); });
+    m_settings_unknown = RegistryFails();
 }
 
 Moment Circumstances::moment() const
@@ -198,6 +197,12 @@ void Circumstances::NoteFault(const ScriptLine& line)
     }
 }
 
+bool Circumstances::RegistryFails() const
+{
+    return std::ranges::any_of(
+        m_standing, [](const std::string& fault) { return fault.starts_with("fault Reg"); });
+}
+
 void Circumstances::Deed(const ScriptLine& line)
 {
     const auto& words = line.words;
@@ -210,6 +215,8 @@ void Circumstances::Deed(const ScriptLine& line)
         begins("device", "fails") || begins("requests", "take")) {
         NoteFault(line);
     }
+    // The service has the new value, and nothing shows it.
+    if (begins("client", "set") && RegistryFails()) m_settings_unknown = true;
     if (words[0] == "device" && !begins("device", "fails")) m_device_at = now;
     // A timer that spans such a shift is an hour early or late at the next boundary.
     if (words[0] == "daylight") m_clock_unsure_until = now + 25h;

@@ -61,7 +61,7 @@ public:
 
     // --- The PC ---
     // Faults, slow calls or late notices stand, or no leave and return has gone by since.
-    bool trouble() const { return m_trouble || m_lied || m_settings_unread; }
+    bool trouble() const { return m_trouble || m_lied || m_settings_unknown; }
     // A function has answered otherwise than it did: what it changed is lost for good.
     bool lied() const { return m_lied; }
     Instant woke_at() const { return m_woke_at; }
@@ -80,6 +80,7 @@ private:
     void HearSetting(const virtual_pc::Effect& effect);
     void LoadSettings();
     void NoteFault(const ScriptLine& line);
+    bool RegistryFails() const;
     bool InHours() const;
     bool Standing() const { return !m_standing.empty(); }
 
@@ -105,7 +106,7 @@ private:
     std::set<std::string> m_standing;  // faults, by the commands that began them
     bool m_trouble = false;
     bool m_lied = false;
-    bool m_settings_unread = false;  // by the service at its start
+    bool m_settings_unknown = false;  // what the service has read at its start, or been told since
     bool m_left_since_trouble = false;
 
     std::array<int, 3> m_held{};
