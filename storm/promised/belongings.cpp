@@ -1,6 +1,7 @@
 #include "storm/promised/belongings.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/core/process.h"
@@ -114,7 +115,10 @@ void Belongings::HearService(const std::string& name, const std::string& value,
     // One of several that are right may be restored, or be the service's own.
     if (wish.values.contains(value) && wish.values.size() == 1) {
         // Within an absence the journal knows what has been written until the user is back.
-        if (moment.user_there) wish.written.clear();
+        if (moment.user_there && !wish.written.empty()) {
+            wish.settled = std::exchange(wish.written, {});
+            wish.settled_at = m_pc.now();
+        }
     } else {
         if (wish.written.empty()) wish.before_written.clear();
         wish.before_written.insert(wish.values.begin(), wish.values.end());
@@ -224,6 +228,15 @@ void Belongings::Deed(const ScriptLine& line)
         if (endpoint && endpoint->Muted() == wanted) {
             Set(MuteOf(ToUtf8(endpoint->name())), MuteText(wanted), false);
         }
+    }
+}
+
+void Belongings::Unsettle(Instant settled_since)
+{
+    for (auto& [name, wish] : m_wishes) {
+        if (wish.settled.empty() || wish.settled_at < settled_since) continue;
+        wish.written.insert(wish.settled.begin(), wish.settled.end());
+        wish.before_written.insert(wish.values.begin(), wish.values.end());
     }
 }
 

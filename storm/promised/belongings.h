@@ -33,6 +33,9 @@ struct Wish
     // Of a value of the active plan: what it was before the user's change, which counts from the
     // next activation on.
     std::set<std::string> until_activated = {};
+    // What `written` was when the service last wrote one of `values`, and when that was.
+    std::set<std::string> settled = {};
+    virtual_pc::Instant settled_at{};
     // The `values` before the user's last change.
     std::set<std::string> before_change = {};
     virtual_pc::Instant touched{};  // by anyone
@@ -57,6 +60,8 @@ public:
     // Before a deed: it may make or rename a plan, or set a value that is already set, which has no
     // effect.
     void Deed(const ScriptLine& line);
+    // After a kill: what the service has put back since then may still be in its journal.
+    void Unsettle(virtual_pc::Instant settled_since);
     // After a power cut or a kill that the registry's faults kept the service from preparing for:
     // what is now may be the user's too.
     void TakeAsItIs(virtual_pc::Instant changed_since);

@@ -35,6 +35,9 @@ Promised::Promised(Machine& pc) : m_pc(pc), m_belongings(pc), m_now(pc)
         if (!*listens) return;
         m_belongings.Hear(effect, m_now.moment());
         m_now.Hear(effect);
+        if (effect.kind == "process" && effect.Number("killed") != 0) {
+            m_belongings.Unsettle(effect.at - 65s);
+        }
         // What was changed in the minute before may not be on the disk.
         if (effect.kind == "power switch" && effect.Text("what") == L"cut") {
             m_belongings.TakeAsItIs(m_now.trouble() ? Instant{0} : effect.at - 65s);
