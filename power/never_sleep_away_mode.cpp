@@ -155,12 +155,10 @@ BOOL CNeverSleepAwayMode::AreBoth(BOOL wanted)
 
 void CNeverSleepAwayMode::NoteBoth()
 {
-    const auto are_both = [](BOOL wanted) {
-        const auto is_set = [](HANDLE request, BOOL requested) {
-            return request != INVALID_HANDLE_VALUE && requested;
-        };
-        return is_set(m_hAwayModeRequest, m_bAwayModeRequested) == (wanted != FALSE) &&
-               is_set(m_hSystemRequiredRequest, m_bSystemRequiredRequested) == (wanted != FALSE);
+    const auto is_set = [](HANDLE request, BOOL requested) {
+        return request != INVALID_HANDLE_VALUE && requested;
     };
-    g_both = {are_both(TRUE), are_both(FALSE)};
+    const bool away = is_set(m_hAwayModeRequest, m_bAwayModeRequested);
+    const bool system = is_set(m_hSystemRequiredRequest, m_bSystemRequiredRequested);
+    g_both = {away && system, !away && !system};
 }

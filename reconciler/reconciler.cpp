@@ -91,8 +91,6 @@ private:
             tried = true;
             facts = ReadFacts();
         }
-        // What was put back while normal use lasts, as by the choice of another plan.
-        if (!tried && facts.state == S0_NORMAL) SettleJournal();
         return tried;
     }
 
@@ -140,6 +138,9 @@ DWORD WINAPI ReconcilerProc(LPVOID changed)
             return 0;
         }
         timeout = reconciler.Look();
+        // What was put back outside a return, as by the choice of another plan. The flush waits for
+        // the disk, so it comes when operations may begin again.
+        if (timeout == INFINITE) SettleJournal();
         if (reconciler.TakeCorrected()) CallAfterActivity(Activity::Kind::notice);
     }
 }

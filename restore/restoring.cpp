@@ -142,19 +142,12 @@ bool IsOfALeave(const Thing& thing)
     return thing.kind == ThingKind::plan_value && !IsHeldUnderControl(thing);
 }
 
-std::vector<JournalEntry> ValuesAfterLeave()
-{
-    std::vector<JournalEntry> entries = JournalEntries();
-    std::erase_if(entries, [](const JournalEntry& entry) { return !IsOfALeave(entry.thing); });
-    return entries;
-}
+bool IsMute(const Thing& thing) { return thing.kind == ThingKind::endpoint_mute; }
 
-std::vector<JournalEntry> MutesLeft()
+std::vector<JournalEntry> EntriesOf(bool (*which)(const Thing&))
 {
     std::vector<JournalEntry> entries = JournalEntries();
-    std::erase_if(entries, [](const JournalEntry& entry) {
-        return entry.thing.kind != ThingKind::endpoint_mute;
-    });
+    std::erase_if(entries, [which](const JournalEntry& entry) { return !which(entry.thing); });
     return entries;
 }
 
@@ -181,12 +174,12 @@ RestoreCounts RestoreWhatIsTheUsers(TellDeviceMode tellDevice)
     return counts;
 }
 
-bool AreValuesLeft() { return !ValuesAfterLeave().empty(); }
+bool AreValuesLeft() { return !EntriesOf(IsOfALeave).empty(); }
 
 void RestoreValuesAfterLeave()
 {
     const LastErrorKeeper kept;
-    const std::vector<JournalEntry> entries = ValuesAfterLeave();
+    const std::vector<JournalEntry> entries = EntriesOf(IsOfALeave);
     if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreValuesAfterLeave");
     ForgetUnread(IsOfALeave);
 }
@@ -196,7 +189,7 @@ bool AreMutesLeft()
     const LastErrorKeeper kept;
     if (KeptMutes() == 0) return false;
     Endpoints endpoints;
-    return std::ranges::any_of(MutesLeft(), [&](const JournalEntry& entry) {
+    return std::ranges::any_of(EntriesOf(IsMute), [&](const JournalEntry& entry) {
         const auto volume = endpoints.VolumeOf(entry.thing.endpoint);
         const auto present = volume ? PresentMute(*volume.Get()) : std::nullopt;
         return present && *present != entry.was && entry.Wrote(*present);
@@ -206,7 +199,7 @@ bool AreMutesLeft()
 void RestoreMutes()
 {
     const LastErrorKeeper kept;
-    const std::vector<JournalEntry> entries = MutesLeft();
+    const std::vector<JournalEntry> entries = EntriesOf(IsMute);
     if (!entries.empty()) RestoreAndLog(entries, nullptr, L"RestoreMutes");
     SettleJournal();
 }

@@ -63,11 +63,11 @@ Moment Circumstances::moment() const
 {
     const bool quiet = m_pc.now() - m_power_event_at >= kEcho;
     const bool in_use = m_there && m_pc.now() - *m_there >= kEcho && !m_pc.sleep.away() && quiet;
-    const bool unread = std::ranges::any_of(m_standing, [](const std::string& fault) {
-        return fault.starts_with("fault PowerRead") || fault == "fault GetMute" ||
-               fault == "fault PowerGetActiveScheme" || fault == "fault GetDevice" ||
-               fault.starts_with("fault Reg");
-    });
+    const bool unread =
+        RegistryFails() || std::ranges::any_of(m_standing, [](const std::string& fault) {
+            return fault.starts_with("fault PowerRead") || fault == "fault GetMute" ||
+                   fault == "fault PowerGetActiveScheme" || fault == "fault GetDevice";
+        });
     return {.normal_use = in_use || !running() || !m_settings.feature_on,
             .user_there = m_there.has_value(),
             .policy = m_pc.power.PolicyNamesPlan(),
