@@ -236,7 +236,9 @@ std::vector<Broken> Promised::Check()
         CheckDevice(from);
         CheckRequestsInUse(from);
         CheckBack(from, plain ? kAtOnce : kSoon);
-    } else if (!on && off) {
+    } else if (!on && off && m_pc.sleep.phase() == SleepState::Phase::awake) {
+        // Asleep, no program puts anything back.
+        from = std::max(from, m_now.woke_at());
         CheckBelongings(from, kLedBack);
         CheckDevice(from);
         CheckNothingHeld(from);

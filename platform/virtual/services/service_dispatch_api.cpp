@@ -33,11 +33,11 @@ void StartMain(Call& call, const Service& service, LPSERVICE_MAIN_FUNCTIONW main
     });
 }
 
-// The next control for a service; nothing when it has stopped. Blocks.
+// The next control for a service; nothing when it has stopped, or is gone with its process. Blocks.
 std::optional<ServiceControl> NextControl(Machine& machine, Thread& self, Service& service)
 {
     const Hold hold(machine);
-    while (service.controls.empty()) {
+    while (service.controls.empty() || !service.handler) {
         if (service.stopped()) return std::nullopt;
         Waitable::WaitFor(machine, self, {service.called}, false, kNever);
     }
