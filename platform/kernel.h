@@ -111,6 +111,8 @@ DWORD WINAPI GetCurrentProcessId();
 
 // Milliseconds since the machine started, time asleep included.
 ULONGLONG WINAPI GetTickCount64();
+// 100-ns units since the machine started, without the time asleep. False where `time` is null.
+BOOL WINAPI QueryUnbiasedInterruptTime(ULONGLONG* time);
 void WINAPI GetLocalTime(SYSTEMTIME* time);
 // The UTC time, in 100-ns units since 1601.
 void WINAPI GetSystemTimeAsFileTime(FILETIME* time);

@@ -25,6 +25,7 @@ struct Probe
     bool reports_running = true;
     bool stops = true;  // when told to
     DWORD starts_ms = 0;
+    DWORD lingers_ms = 0;  // in its handler, when it has stopped
     std::vector<GUID> settings;
 
     SERVICE_STATUS_HANDLE handle = nullptr;
@@ -67,6 +68,7 @@ DWORD WINAPI Handler(DWORD control, DWORD event, LPVOID data, LPVOID context)
     if (control != SERVICE_CONTROL_STOP && control != SERVICE_CONTROL_SHUTDOWN) return NO_ERROR;
     ReportState(SERVICE_STOP_PENDING);
     if (g_probe->stops) SetEvent(g_probe->stop);
+    if (g_probe->lingers_ms) Sleep(g_probe->lingers_ms);
     return NO_ERROR;
 }
 
@@ -262,6 +264,22 @@ TEST_F(ServiceManagerTest, TheDatabaseIsInTheRegistryAndADeletedServiceGoesWhenN
     same.display_name = L"remote procedure call (RPC)";
     EXPECT_EQ(pc.services.Create(same), DWORD{ERROR_DUPLICATE_SERVICE_NAME});
     EXPECT_EQ(pc.services.Create(Config(L"Other", {L"OTHER"})), DWORD{ERROR_CIRCULAR_DEPENDENCY});
+}
+
+TEST_F(ServiceManagerTest, AControlReachesTheProcessThatRunsNotTheOneThatIsEnding)
+{
+    m_probe.lingers_ms = 5000;
+    Start();
+    Stop();
+    Start();
+    const Process& second = *pc.processes().back();
+    m_probe.lingers_ms = 0;
+    pc.RunFor(10s);
+    EXPECT_EQ(std::ranges::count_if(pc.processes(), [](const auto& p) { return p->running(); }), 1)
+        << "the first has ended, its handler having returned";
+    Stop();
+    EXPECT_EQ(m_probe.handler_thread, second.first_thread_id());
+    EXPECT_EQ(State(), "stopped 7");
 }
 
 TEST_F(ServiceManagerTest, AControlIsRefusedByStateThenByWhatIsAccepted)

@@ -118,6 +118,8 @@ void Belongings::HearService(const std::string& name, const std::string& value,
         if (moment.user_there && !wish.written.empty()) {
             wish.settled = std::exchange(wish.written, {});
             wish.settled_at = m_pc.now();
+        } else if (!wish.written.empty()) {
+            wish.written.insert(value);
         }
     } else {
         if (wish.written.empty()) wish.before_written.clear();
@@ -141,9 +143,11 @@ void Belongings::HearPlan(const Effect& effect, const Moment& moment)
         }
         if (by_service) return HearService(kActivePlanObject, plan, moment);
         // Chosen while never-sleep mode lasts, its own plan cannot be told from the service's
-        // choice.
+        // choice. Activated anew, as after an edit, a plan is not chosen.
         constexpr const char* kNeverSleepPlan = "Power saver";
-        return Set(kActivePlanObject, plan, moment.normal_use || plan != kNeverSleepPlan);
+        const bool is_choice = effect.Text("before") != effect.Text("plan");
+        return Set(kActivePlanObject, plan,
+                   is_choice && (moment.normal_use || plan != kNeverSleepPlan));
     }
     const std::string name =
         PlanValue(plan, ToUtf8(effect.Text("source")), ToUtf8(effect.Text("setting")));
@@ -169,7 +173,7 @@ void Belongings::HearMute(const Effect& effect, const Moment& moment)
     }
     const Endpoint* const first = m_pc.audio.Default(eRender);
     const bool is_default = first && first->name() == endpoint;
-    Set(name, MuteText(muted), moment.normal_use && is_default);
+    Set(name, MuteText(muted), moment.normal_use && is_default && !moment.default_unknown);
 }
 
 void Belongings::Hear(const Effect& effect, const Moment& moment)

@@ -47,8 +47,9 @@ struct Moment
     // Nothing of never-sleep mode can be taken for the user's choice, or the other way round.
     bool normal_use = true;
     bool user_there = false;
-    bool policy = false;         // names a plan, so that none can be activated anew
-    bool values_unread = false;  // a fault keeps the service from reading what it changes
+    bool policy = false;           // names a plan, so that none can be activated anew
+    bool values_unread = false;    // a fault keeps the service from reading what it changes
+    bool default_unknown = false;  // a fault kept the service from learning the default endpoint
 };
 
 class Belongings

@@ -57,6 +57,7 @@ void Circumstances::LoadSettings()
     m_settings_at = m_pc.now();
     // Then the service has its defaults, or some of them.
     m_settings_unknown = RegistryFails();
+    m_default_unknown = DefaultFails();
 }
 
 Moment Circumstances::moment() const
@@ -71,7 +72,8 @@ Moment Circumstances::moment() const
     return {.normal_use = in_use || !running() || !m_settings.feature_on,
             .user_there = m_there.has_value(),
             .policy = m_pc.power.PolicyNamesPlan(),
-            .values_unread = unread};
+            .values_unread = unread,
+            .default_unknown = m_default_unknown};
 }
 
 // --- What is heard ---
@@ -203,6 +205,12 @@ bool Circumstances::RegistryFails() const
         m_standing, [](const std::string& fault) { return fault.starts_with("fault Reg"); });
 }
 
+bool Circumstances::DefaultFails() const
+{
+    return m_standing.contains("fault GetDefaultAudioEndpoint") ||
+           m_standing.contains("fault GetId");
+}
+
 void Circumstances::Deed(const ScriptLine& line)
 {
     const auto& words = line.words;
@@ -214,6 +222,7 @@ void Circumstances::Deed(const ScriptLine& line)
     if (words[0] == "fault" || words[0] == "slow" || words[0] == "notices" ||
         begins("device", "fails") || begins("requests", "take")) {
         NoteFault(line);
+        m_default_unknown = m_default_unknown || DefaultFails();
     }
     // The service has the new value, and nothing shows it.
     if (begins("client", "set") && RegistryFails()) m_settings_unknown = true;

@@ -81,6 +81,7 @@ private:
     void LoadSettings();
     void NoteFault(const ScriptLine& line);
     bool RegistryFails() const;
+    bool DefaultFails() const;
     bool InHours() const;
     bool Standing() const { return !m_standing.empty(); }
 
@@ -107,6 +108,7 @@ private:
     bool m_trouble = false;
     bool m_lied = false;
     bool m_settings_unknown = false;  // what the service has read at its start, or been told since
+    bool m_default_unknown = false;   // the default endpoint, at its start or at a change since
     bool m_left_since_trouble = false;
 
     std::array<int, 3> m_held{};

@@ -136,7 +136,8 @@ std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWO
     for (const wchar_t letter : m_image.path) thread->key = Random(thread->key, letter).Next();
     thread->object = std::make_shared<ThreadObject>();
     thread->body = std::move(body);
-    thread->ends = thread->vanishes = m_killed.load();
+    // A thread that is started while the process ends never runs.
+    thread->ends = thread->vanishes = m_killed || m_last;
     machine.scheduler.Start(thread);
     return thread;
 }
@@ -267,9 +268,14 @@ void Process::End(Thread& last, int exit_code)
         last.keeps_on = true;
         m_last = &last;
         EndThreads(machine, &last);
-        for (const auto& thread : std::vector(machine.scheduler.threads())) {
-            if (thread->process != this || thread.get() == &last) continue;
-            Waitable::WaitFor(machine, last, {thread->object}, false, kNever);
+        // A thread that was in a slow call when the end began may have started another since.
+        const auto other = [&](const std::shared_ptr<Thread>& thread) {
+            return thread->process == this && thread.get() != &last;
+        };
+        const auto& threads = machine.scheduler.threads();
+        for (auto left = threads.begin();
+             (left = std::ranges::find_if(threads, other)) != threads.end();) {
+            Waitable::WaitFor(machine, last, {(*left)->object}, false, kNever);
         }
         if (machine.process_ending) machine.process_ending(*this);
         machine.LookAtWatch();

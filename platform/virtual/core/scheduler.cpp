@@ -246,6 +246,7 @@ void Scheduler::GoOn()
 {
     m_still = false;
     const Duration asleep = m_now - m_still_since;
+    m_slept += asleep;
     for (const auto& [when, alarm] : std::exchange(m_postponed, {})) {
         alarm->m_place = m_alarms.emplace(when + asleep, alarm);
         alarm->m_postponed = false;

@@ -139,6 +139,8 @@ public:
     // times.
     void StandStill();
     void GoOn();
+    // How long the machine has stood still in all, but for the present time.
+    Duration slept() const { return m_slept; }
 
     // Called by the driver: runs the machine until `deadline`, or until `condition`, which is
     // checked whenever all threads are blocked, holds. Returns whether it held. Throws
@@ -197,6 +199,7 @@ private:
     // they would come if it went on at m_still_since.
     std::multimap<Instant, Alarm*> m_postponed;
     Instant m_still_since{0};
+    Duration m_slept{0};
     std::vector<std::shared_ptr<Thread>> m_threads;
 
     // Deterministic mode: the ready threads, longest ready first. Free mode: the threads that are

@@ -135,6 +135,7 @@ Function fn_create_thread{"CreateThread"};
 Function fn_close_handle{"CloseHandle", Failing::last_error, Role::releases};
 Function fn_get_current_process_id{"GetCurrentProcessId", Failing::never};
 Function fn_get_tick_count{"GetTickCount64", Failing::never};
+Function fn_query_unbiased_interrupt_time{"QueryUnbiasedInterruptTime", Failing::never};
 Function fn_get_local_time{"GetLocalTime", Failing::never};
 Function fn_get_system_time_as_file_time{"GetSystemTimeAsFileTime", Failing::never};
 Function fn_get_version{"GetVersion", Failing::never};
@@ -272,6 +273,15 @@ ULONGLONG WINAPI GetTickCount64()
     const Call call(fn_get_tick_count);
     return static_cast<ULONGLONG>(
         std::chrono::floor<std::chrono::milliseconds>(call.machine.now()).count());
+}
+
+BOOL WINAPI QueryUnbiasedInterruptTime(ULONGLONG* time)
+{
+    const Call call(fn_query_unbiased_interrupt_time);
+    if (!time) return FALSE;
+    const Instant awake = call.machine.now() - call.machine.scheduler.slept();
+    *time = static_cast<ULONGLONG>(std::chrono::floor<CalendarTime>(awake).count());
+    return TRUE;
 }
 
 void WINAPI GetLocalTime(SYSTEMTIME* time)

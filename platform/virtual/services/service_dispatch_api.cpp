@@ -34,13 +34,15 @@ void StartMain(Call& call, const Service& service, LPSERVICE_MAIN_FUNCTIONW main
 }
 
 // The next control for a service; nothing when it has stopped, or is gone with its process. Blocks.
+// A stopped service may be running again, in another process, before the first process has ended.
 std::optional<ServiceControl> NextControl(Machine& machine, Thread& self, Service& service)
 {
     const Hold hold(machine);
-    while (service.controls.empty() || !service.handler) {
+    while (service.process == self.process && (service.controls.empty() || !service.handler)) {
         if (service.stopped()) return std::nullopt;
         Waitable::WaitFor(machine, self, {service.called}, false, kNever);
     }
+    if (service.process != self.process) return std::nullopt;
     ServiceControl next = std::move(service.controls.front());
     service.controls.pop_front();
     // Effect "service control": the service's `name`, the `control` and its `event`.
