@@ -6,7 +6,6 @@
 
 #include "audio/reference.h"
 #include "audio/sound_thread.h"
-#include "restore/changes.h"
 
 GUID CAudioManager::m_guidAudioContext{};
 OwnedInterface<IMMDeviceEnumerator> CAudioManager::m_pEnumerator;
@@ -318,12 +317,8 @@ BOOL CAudioManager::Insert(const wchar_t* id)
     if (!HasEmptySlot()) return FALSE;
     const Entry entry = RegisteredAudioDevice::Make(id);
     if (!OpenEndpoint(*entry, *enumerator.Get())) return FALSE;
-    BOOL muted = FALSE;
-    // If this fails, the endpoint counts as not muted.
-    entry->m_pEndpointVolume.Get()->GetMute(&muted);
-    muted = MuteStateOfTheUser(entry->m_pwszDeviceId, muted);
-    entry->m_bMuted = muted != FALSE;
-    Log(6, kFunction, L"Caching mute state %s", muted ? L"muted" : L"not muted");
+    entry->ReadMuteState();
+    Log(6, kFunction, L"Caching mute state %s", entry->m_bMuted ? L"muted" : L"not muted");
     const bool registered = entry->RegisterEndpointVolumeCallback() != FALSE;
     if (!registered) Log(4, kFunction, L"RegisterEndpointVolumeCallback failed");
     if (registered && Place(entry)) return TRUE;

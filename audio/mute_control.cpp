@@ -67,8 +67,7 @@ BOOL CAudioManager::OnAudioDeviceMuteStateChange(
         Log(6, kFunction, L"Volume state change from %s context device is %s", context.c_str(),
             MutedText(muted));
     }
-    if (CNeverSleepState::RecordAudioDeviceMuteState() &&
-        pRegDevice->m_bMuted.exchange(muted) != muted) {
+    if (CNeverSleepState::RecordAudioDeviceMuteState() && pRegDevice->TakeMuteState(muted)) {
         Log(6, kFunction, L"%s updated cache to %s", pRegDevice->m_pwszDeviceId.c_str(),
             MutedText(muted));
     }

@@ -65,10 +65,25 @@ void RegisteredAudioDevice::ReleaseEndpointVolume(const wchar_t* function)
     SafeRelease(volume, function);
 }
 
+void RegisteredAudioDevice::ReadMuteState()
+{
+    BOOL muted = FALSE;
+    m_unread = FAILED(m_pEndpointVolume.Get()->GetMute(&muted));
+    m_bMuted = MuteStateOfTheUser(m_pwszDeviceId, muted) != FALSE;
+}
+
+bool RegisteredAudioDevice::TakeMuteState(BOOL muted)
+{
+    m_unread = false;
+    return m_bMuted.exchange(muted) != muted;
+}
+
 HRESULT RegisteredAudioDevice::SetDesiredMuteState(const GUID& context, BOOL& stored, BOOL& desired)
 {
     const ScopedLock lock(m_setting);
     if (!m_pEndpointVolume) return S_FALSE;
+    if (m_unread) ReadMuteState();
+    m_unread = false;  // from now on the state may be the service's own
     stored = m_bMuted;
     desired = CNeverSleepState::GetDesiredMuteState(stored);
     const JournaledChange change = ChangeOfMute(m_pwszDeviceId, *m_pEndpointVolume.Get(), desired);

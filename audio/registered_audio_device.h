@@ -26,6 +26,13 @@ public:
     // Waits until no call of the callback is running.
     BOOL UnregisterEndpointVolumeCallback();
 
+    // Takes the endpoint's mute state for the user's, unless a process before this one has muted
+    // it. If it cannot be read, the endpoint counts as not muted, and the first change of it by the
+    // service tries again.
+    void ReadMuteState();
+    // Stores a state that the user has chosen; returns whether it is another than the one before.
+    bool TakeMuteState(BOOL muted);
+
     // Releases the endpoint volume and logs it under the operation's name. Later calls of
     // SetDesiredMuteState find none.
     void ReleaseEndpointVolume(const wchar_t* function);
@@ -44,6 +51,8 @@ private:
 
     // Whether there is an endpoint volume and a callback to register; logs what is missing.
     bool HasVolumeAndCallback(const wchar_t* function) const;
+
+    std::atomic<bool> m_unread = false;  // the mute state
 
     // Released, not deleted: if unregistering failed, Core Audio still holds the callback, which
     // then finds no entry.
