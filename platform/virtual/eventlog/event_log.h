@@ -38,7 +38,7 @@ public:
     // The number of the first of them; the log counts from 1.
     std::uint64_t oldest() const { return m_oldest; }
     void Add(EventRecord record);
-    static constexpr std::size_t kRecordsKept = 50'000;
+    static constexpr std::size_t kRecordsKept = 15'000;
 
     // Gives a module on the PC's disk the message texts of a file in the message compiler's form,
     // in place of those it had. Throws std::runtime_error "FILE:LINE: what is wrong".
