@@ -221,7 +221,6 @@ void Machine::Boot()
     Settle();
     if (!std::exchange(m_on, true)) sleep.SwitchOn();
     journal.Record("power switch", {{"what", L"on"}});
-    registry.DeleteVolatileKeys();
     services.Boot();
     Settle();
 }
@@ -241,6 +240,7 @@ void Machine::ShutDown()
     RunUntil([this] {
         return std::ranges::none_of(processes(), [](const auto& p) { return p->running(); });
     });
+    registry.DeleteVolatileKeys();
     journal.Record("power switch", {{"what", L"off"}});
 }
 

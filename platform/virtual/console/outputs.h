@@ -39,7 +39,7 @@ public:
     // Standard output of every process, UTF-8.
     const std::string& console() const { return m_console; }
 
-    static constexpr std::size_t kDebugKept = 10'000;
+    static constexpr std::size_t kDebugKept = 100'000;
 
 private:
     Machine& m_machine;

@@ -100,7 +100,7 @@ public:
     // Finds it, or makes it and the keys on its way.
     std::shared_ptr<RegistryNode> CreateKey(const RegistryPath& path);
     void SetValue(const RegistryPath& path, std::wstring_view name, RegistryValue value);
-    // Deletes the volatile keys: the PC is switched on again.
+    // Deletes the volatile keys: the PC is switched off.
     void DeleteVolatileKeys();
     // Calls `changed` at the next change that the filter names (REG_NOTIFY_CHANGE_...), once.
     void Watch(const RegistryPath& path, bool subtree, DWORD filter, std::function<void()> changed);
