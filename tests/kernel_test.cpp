@@ -297,21 +297,6 @@ TEST(MachineTest, WhatAProcessLeavesOpenAndMisusesIsTold)
     EXPECT_TRUE(pc.handles.List().empty());
 }
 
-TEST(MachineTest, AFunctionThatRunsAsTheServicesProgramDoesNotReplaceIt)
-{
-    Machine pc({.free = kRunFree});
-    const auto exit_code = [&](const Process* process) {
-        if (!process) return -1;
-        pc.RunUntilEnd(*process);
-        return process->exit_code();
-    };
-    EXPECT_EQ(exit_code(&pc.Start([] { return 5; })), 5);
-    EXPECT_EQ(exit_code(pc.StartInstalled(Image{}.path, L"")), -1) << "none is installed";
-    pc.Install(Image{}.path, [] { return 3; });
-    EXPECT_EQ(exit_code(&pc.Start([] { return 5; })), 5);
-    EXPECT_EQ(exit_code(pc.StartInstalled(Image{}.path, L"")), 3);
-}
-
 TEST(MachineTest, AStuckMachineTellsWhatEachThreadWaitsFor)
 {
     Machine pc({.free = kRunFree});
@@ -395,46 +380,6 @@ TEST(SeedTest, ASeedIsOneHistoryAndOtherSeedsAreOthers)
     EXPECT_EQ(orders.size(), 20u);
 }
 
-TEST(SeedTest, LocksExcludeAndOneTimeInitialisationHappensOnceUnderEverySchedule)
-{
-    for (std::uint64_t seed = 0; seed < 200; ++seed) {
-        Machine pc({.free = kRunFree, .seed = seed});
-        INIT_ONCE once = INIT_ONCE_STATIC_INIT;
-        static int s_made;
-        s_made = 0;
-        CriticalSection lock;
-        int inside = 0;
-        int total = 0;
-        Process& process = pc.Start([&] {
-            auto work = [&] {
-                InitOnceExecuteOnce(
-                    &once,
-                    [](PINIT_ONCE, PVOID, PVOID*) -> BOOL {
-                        Sleep(1);
-                        ++s_made;
-                        return TRUE;
-                    },
-                    nullptr, nullptr);
-                for (int i = 0; i < 3; ++i) {
-                    const ScopedLock outer(lock);
-                    const ScopedLock again(lock);
-                    EXPECT_EQ(++inside, 1) << "seed " << seed;
-                    GetTickCount64();
-                    ++total;
-                    --inside;
-                }
-            };
-            const OwnedHandle threads[] = {StartThread(work), StartThread(work), StartThread(work)};
-            const HANDLE all[] = {threads[0].Get(), threads[1].Get(), threads[2].Get()};
-            WaitForMultipleObjects(3, all, TRUE, INFINITE);
-            return 0;
-        });
-        pc.RunUntilEnd(process);
-        ASSERT_EQ(s_made, 1) << "seed " << seed;
-        ASSERT_EQ(total, 9) << "seed " << seed;
-    }
-}
-
 TEST(PaceTest, PacedTimeWaitsForTheHostsClock)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -474,23 +419,6 @@ TEST_F(KernelTest, FaultsHitTheCallsTheyAreMeantFor)
     pc.faults.Clear("ResetEvent");
     EXPECT_EQ(pc.faults.Set("ResetEvnt", {}), "there is no platform function \"ResetEvnt\"");
     EXPECT_EQ(pc.faults.Set("GetTickCount64", {}), "GetTickCount64 cannot fail");
-}
-
-TEST_F(KernelTest, EveryCallOfAnOperationCanBeMadeToFailInItsTurn)
-{
-    std::vector<std::string> failed;
-    for (std::uint64_t n = 1;; ++n) {
-        RunAsProcess([&] {
-            pc.faults.FailNth(n);
-            const OwnedHandle event = MakeEvent(TRUE);
-            if (event && SetEvent(event.Get())) WaitForSingleObject(event.Get(), 0);
-        });
-        if (!pc.faults.failed()) break;
-        failed.emplace_back(pc.faults.failed()->name());
-    }
-    EXPECT_EQ(failed, (std::vector<std::string>{"CreateEventW", "SetEvent", "WaitForSingleObject",
-                                                "CloseHandle"}));
-    left_open_is_expected = true;  // the handle whose close failed
 }
 
 }  // namespace

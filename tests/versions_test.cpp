@@ -172,20 +172,4 @@ TEST_F(VersionsTest, EachVersionListsTheRequestsInItsSections)
     });
 }
 
-TEST_F(VersionsTest, ADriversRequestIsListedWithItsDevice)
-{
-    const auto request =
-        pc.power.NewRequest(LR"(High Definition Audio Device (HDAUDIO\FUNC_01&VEN_10EC))",
-                            L"An audio stream is currently in use.");
-    request->of = PowerRequest::Of::driver;
-    pc.power.SetRequest(*request, PowerRequestSystemRequired);
-    std::string text;
-    RunAsProcess([&] { RunListing([&](const std::string& line) { text += line + "|"; }); });
-    EXPECT_NE(
-        text.find(R"(SYSTEM:|[DRIVER] High Definition Audio Device (HDAUDIO\FUNC_01&VEN_10EC)|)"
-                  "An audio stream is currently in use.||AWAYMODE:|None.|"),
-        std::string::npos)
-        << text;
-}
-
 }  // namespace
