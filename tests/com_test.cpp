@@ -4,7 +4,6 @@
 #include "platform/audio.h"
 #include "platform/counted_object.h"
 #include "platform/owned.h"
-#include "platform/rpc.h"
 #include "platform/virtual/com/com.h"
 #include "tests/virtual_pc_test.h"
 
@@ -111,48 +110,6 @@ TEST_F(ComTest, AClassThatIsNotRevokedCountsAsLeftOpen)
     });
     ASSERT_EQ(pc.processes().back()->left_open().size(), 1u);
     EXPECT_EQ(pc.processes().back()->left_open()[0].kind, "registered class object");
-}
-
-TEST_F(ComTest, BadArgumentsAreRefused)
-{
-    RunAsProcess([] {
-        void* object = nullptr;
-        GUID id{};
-        EXPECT_EQ(CoCreateInstance(kClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
-                  CO_E_NOTINITIALIZED);
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        object = &id;
-        const HRESULT answers[][2] = {
-            {CoCreateInstance(kClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
-             REGDB_E_CLASSNOTREG},
-            {CoCreateInstance(kClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, nullptr),
-             E_POINTER},
-            {CoCreateGuid(nullptr), E_INVALIDARG},
-            {CoRevokeClassObject(999), E_INVALIDARG},
-            {CoResumeClassObjects(), S_OK},
-            {CLSIDFromProgID(L"no.such", &id), CO_E_CLASSSTRING},
-            {CLSIDFromProgID(nullptr, &id), E_INVALIDARG},
-            {LoadTypeLib(nullptr, reinterpret_cast<ITypeLib**>(&object)), E_INVALIDARG},
-            {LoadTypeLib(LR"(C:\none.tlb)", reinterpret_cast<ITypeLib**>(&object)),
-             TYPE_E_CANTLOADLIBRARY},
-            {LoadRegTypeLib(kClass, 1, 0, 0, reinterpret_cast<ITypeLib**>(&object)),
-             TYPE_E_LIBNOTREGISTERED},
-            {UuidFromStringW(nullptr, &id), RPC_S_OK},
-            {UuidFromStringW(const_cast<wchar_t*>(L""), &id), RPC_S_INVALID_STRING_UUID},
-            {UuidFromStringW(const_cast<wchar_t*>(L"{00000000-0000-0000-0000-000000000000}"), &id),
-             RPC_S_INVALID_STRING_UUID},
-        };
-        for (const auto& [answer, expected] : answers) {
-            EXPECT_EQ(answer, expected) << &answer - &answers[0][0];
-        }
-        EXPECT_EQ(object, nullptr);
-        EXPECT_EQ(CoAddRefServerProcess(), 1u);
-        EXPECT_EQ(CoReleaseServerProcess(), 0u);
-        OwnedRpcString text;
-        UuidToStringW(nullptr, text.Receive());
-        EXPECT_STREQ(text.Get(), L"00000000-0000-0000-0000-000000000000");
-        CoUninitialize();
-    });
 }
 
 }  // namespace

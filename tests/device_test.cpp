@@ -31,8 +31,8 @@ protected:
         return present;
     }
 
-    // Opens the device and tells it a mode. The message and error that the log got meanwhile; empty
-    // when there was none.
+    // Opens the device and tells it a mode. The messages and errors that the log got meanwhile;
+    // empty when there were none.
     std::string Tell(DWORD mode)
     {
         Heard log(pc, Heard::From::log_file);
@@ -40,10 +40,11 @@ protected:
         CDriverApi driver;
         m_initialized = driver.Initialize();
         m_told = m_initialized && driver.SetNeverSleepMode(mode);
+        std::string said;
         for (const std::string& line : log.Said()) {
-            if (line.starts_with("*****")) return line.substr(0, line.find('\n'));
+            if (line.starts_with("*****")) said += line.substr(0, line.find('\n'));
         }
-        return "";
+        return said;
     }
 
     // The open handles of this facet.

@@ -151,29 +151,6 @@ TEST_F(DiskTest, APipeTakesOneWriterUntilItsListenerHangsUp)
     EXPECT_EQ(listener->heard, "one\r\rtwo");
 }
 
-TEST_F(DiskTest, AWriterThatDoesNotWaitWritesWhatFitsOrNoneOfAMessage)
-{
-    const auto listener = pc.disk.Listen(L"full");
-    for (const bool messages : {false, true}) {
-        listener->takes_messages = messages;
-        listener->ReadAt(pc, 1000);
-        RunAsProcess([&] {
-            const OwnedFile pipe = Open(LR"(\\.\pipe\full)", OPEN_EXISTING);
-            DWORD mode = PIPE_NOWAIT;
-            EXPECT_TRUE(SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr));
-            const ULONGLONG before = GetTickCount64();
-            EXPECT_EQ(Write(pipe.Get(), std::string(3000, 'x')), 3000);
-            EXPECT_EQ(Write(pipe.Get(), std::string(2000, 'x')), messages ? 0 : 1096);
-            EXPECT_EQ(GetTickCount64(), before);
-            Sleep(2000);
-            EXPECT_EQ(Write(pipe.Get(), std::string(2000, 'x')), 2000);
-            EXPECT_FALSE(SetNamedPipeHandleState(Open(kFile).Get(), &mode, nullptr, nullptr));
-            Sleep(60'000);
-        });
-    }
-    EXPECT_EQ(listener->heard, std::string(6096 + 5000, 'x'));
-}
-
 TEST_F(DiskTest, ProgramsShareAFileAsBothAllow)
 {
     constexpr DWORD kRead = GENERIC_READ, kWrite = GENERIC_WRITE;

@@ -168,35 +168,6 @@ TEST_F(EventLogTest, ABadMessageFileIsNamedWithItsLine)
     EXPECT_THROW(pc.event_log.AddMessageFile(kModule, "/no/such/file"), std::runtime_error);
 }
 
-TEST_F(EventLogTest, ASourceIsGivenBackAndStandsForNothingElse)
-{
-    left_open_is_expected = true;
-    RunAsProcess([&] {
-        LPCWSTR string = L"text";
-        const auto report = [&](HANDLE log) {
-            return ReportEventW(log, EVENTLOG_SUCCESS, 0, 0, nullptr, 1, 0, &string, nullptr);
-        };
-        const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        EXPECT_FALSE(report(event.Get()));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
-        EXPECT_FALSE(DeregisterEventSource(event.Get()));
-        EXPECT_EQ(RegisterEventSourceW(nullptr, L""), nullptr);
-        EXPECT_EQ(RegisterEventSourceW(L"another-pc", kSource), nullptr);
-
-        pc.faults.Set("ReportEventW", {.error = 1502});  // the log is full
-        const OwnedEventSource source(RegisterEventSourceW(nullptr, kSource));
-        EXPECT_FALSE(report(source.Get()));
-        EXPECT_EQ(GetLastError(), 1502u);
-        EXPECT_TRUE(report(source.Get()));
-        EXPECT_NE(RegisterEventSourceW(nullptr, L"forgotten"), nullptr);
-    });
-    EXPECT_EQ(pc.event_log.records().size(), 1u);
-    const auto& left = pc.processes().front()->left_open();
-    ASSERT_EQ(left.size(), 1u);
-    EXPECT_EQ(left.front().kind, "event source");
-    EXPECT_EQ(left.front().name, L"forgotten");
-}
-
 class KeptEventLogTest : public ::testing::Test
 {
 protected:

@@ -389,36 +389,4 @@ TEST(PaceTest, PacedTimeWaitsForTheHostsClock)
     EXPECT_EQ(pc.now(), 5s);
 }
 
-TEST_F(KernelTest, FaultsHitTheCallsTheyAreMeantFor)
-{
-    using Fault = Faults::Fault;
-    struct Case
-    {
-        const char* name;
-        Fault fault;
-        std::vector<bool> succeeds;
-    };
-    const Case cases[] = {
-        {"once", Fault{}, {false, true, true, true}},
-        {"the third", {.first = 3}, {true, true, false, true}},
-        {"two times", {.error = 5, .count = 2}, {false, false, true, true}},
-        {"always", {.count = Faults::kAlways}, {false, false, false, false}},
-        {"never", {.rate = 1e-12}, {true, true, true, true}},
-    };
-    for (const Case& c : cases) {
-        EXPECT_FALSE(pc.faults.Set("ResetEvent", c.fault));
-        RunAsProcess([&] {
-            const OwnedHandle event = MakeEvent(TRUE);
-            for (const bool succeeds : c.succeeds) {
-                SetLastError(0);
-                EXPECT_EQ(ResetEvent(event.Get()) != FALSE, succeeds) << c.name;
-                EXPECT_EQ(GetLastError(), succeeds ? 0 : c.fault.error.value_or(31)) << c.name;
-            }
-        });
-    }
-    pc.faults.Clear("ResetEvent");
-    EXPECT_EQ(pc.faults.Set("ResetEvnt", {}), "there is no platform function \"ResetEvnt\"");
-    EXPECT_EQ(pc.faults.Set("GetTickCount64", {}), "GetTickCount64 cannot fail");
-}
-
 }  // namespace

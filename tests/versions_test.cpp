@@ -40,20 +40,6 @@ protected:
     }
 };
 
-TEST_F(VersionsTest, AVersionHasANameOrANumber)
-{
-    const std::pair<const char*, std::optional<DWORD>> cases[] = {
-        {"7", kWindows7},         {"8.1", kWindows81},        {"11", kWindows11},
-        {"6.1", OsVersion(6, 1)}, {"10.0.19045", kWindows10}, {"12", std::nullopt},
-        {"6.", std::nullopt},     {"6.1.2.3", std::nullopt},  {"", std::nullopt},
-        {"6.1a", std::nullopt},   {"6.300", std::nullopt},    {"ten", std::nullopt},
-    };
-    for (const auto& [text, version] : cases) EXPECT_EQ(ParseOsVersion(text), version) << text;
-    EXPECT_TRUE(OsAtLeast(kWindows10, kWindows81));
-    EXPECT_FALSE(OsAtLeast(kWindows7, kWindows8));
-    EXPECT_TRUE(OsAtLeast(OsVersion(6, 1), kWindows7));
-}
-
 TEST_F(VersionsTest, AProgramIsToldOfNoLaterVersionThanItsManifestNames)
 {
     const std::pair<DWORD, DWORD> cases[] = {{kWindows7, kWindows7},
