@@ -14,6 +14,28 @@ using namespace virtual_pc;
 
 namespace {
 
+// The ends in other states are told by scenarios.
+TEST(RestoreTest, AnEndAtTheWordThatThePcSleepsLeavesNothingBehind)
+{
+    const std::pair<const char*, std::function<void(UsersPc&)>> ends[] = {
+        {"a stop", [](UsersPc& user) { user.StopService(); }},
+        {"a shutdown", [](UsersPc& user) { user.pc.ShutDown(); }},
+        {"a kill",
+         [](UsersPc& user) {
+             user.Kill();
+             user.StartService();
+             user.StopService();
+         }},
+    };
+    for (const auto& [what, end] : ends) {
+        UsersPc user;
+        user.StartService();
+        user.Enter("HOLV_S3");
+        end(user);
+        EXPECT_EQ(user.Differences(), "") << "after " << what;
+    }
+}
+
 // The service is started while holvctl restores, or holvctl while the service does.
 TEST(RestoreTurnTest, TwoThatWouldRestoreAtOnceDoNoHarm)
 {

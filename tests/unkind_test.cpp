@@ -245,12 +245,12 @@ TEST(PowerCutTest, AFirstPartOfWhatWasWrittenStaysAndAllThatWasFlushed)
 
 // --- Slow functions ---
 
-using SetUp = std::function<void(Machine&)>;
+using PcSetUp = std::function<void(Machine&)>;
 
 // What `see` returns `times` times in a program and, if wanted, in another one beside it, by their
 // numbers, on a PC that is set up.
 template <class Seen>
-std::map<int, std::vector<Seen>> SeenSideBySide(const SetUp& set_up, bool with_other, int times,
+std::map<int, std::vector<Seen>> SeenSideBySide(const PcSetUp& set_up, bool with_other, int times,
                                                 Seen (*see)(Machine&))
 {
     Machine pc({.free = kRunFree, .seed = 7});
@@ -277,7 +277,7 @@ std::map<int, std::vector<Seen>> SeenSideBySide(const SetUp& set_up, bool with_o
 }
 
 // When each of two threads has got the tick count five times.
-std::map<int, std::vector<Instant>> TimesOfCalls(const SetUp& set_up, bool with_other)
+std::map<int, std::vector<Instant>> TimesOfCalls(const PcSetUp& set_up, bool with_other)
 {
     return SeenSideBySide<Instant>(set_up, with_other, 5, [](Machine& pc) {
         GetTickCount64();
@@ -316,7 +316,7 @@ TEST(SlowTest, EachCallTakesASpanOfItsOwnWhateverElseIsSlow)
 // --- Faults ---
 
 // For each of two threads, which of its calls are struck.
-std::map<int, std::vector<bool>> StruckCalls(const SetUp& set_up, bool with_other)
+std::map<int, std::vector<bool>> StruckCalls(const PcSetUp& set_up, bool with_other)
 {
     return SeenSideBySide<bool>(set_up, with_other, 30, [](Machine&) {
         return !OwnedHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
