@@ -152,6 +152,23 @@ TEST_F(AudioTest, EachStateHasItsDesiredMuteState)
 
 // --- Notifications ---
 
+TEST_F(AudioTest, ANewEndpointIsOpenedAtOnceAndWhatIsLetGoOfIsTold)
+{
+    pc.audio.Add(L"Desk");
+    pc.audio.Add(L"Mic", eCapture);
+    Start();
+    EXPECT_EQ(heard.Times("m_DefaultDeviceId updated to "), 1);
+    Stop();
+    EXPECT_EQ(heard.Times("SAFE_RELEASE of "), 10) << "devices, endpoints, lists and enumerator";
+    Start();
+    Endpoint& phones = pc.audio.Add(L"Phones", eRender, {.state = DEVICE_STATE_UNPLUGGED});
+    pc.Settle();
+    phones.SetState(DEVICE_STATE_ACTIVE);
+    pc.RunFor(2s);
+    EXPECT_EQ(heard.Times("Activate IAudioEndpointVolume failed, hr=0x88890004"), 1);
+    Stop();
+}
+
 TEST_F(AudioTest, TheFeatureGoesOffWhileANotificationWaitsAndComesOnAgain)
 {
     Endpoint& desk = pc.audio.Add(L"Desk");

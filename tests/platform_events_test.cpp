@@ -132,6 +132,17 @@ TEST_F(PlatformEventsTest, BeforeTheStateMachineAndAfterItNothingIsSignalledHeld
     pc.RunFor(2s);
 }
 
+TEST_F(PlatformEventsTest, AwayModeThatBeginsIsStampedAndAnEarlierOverrideCountsNoMore)
+{
+    Start();
+    S::m_bOverride = TRUE;
+    pc.RunFor(10s);
+    Said([] { S::OnAwayModeEvent(1); });
+    EXPECT_EQ(S::m_eSystemState, HOLV_ACTIVE);
+    EXPECT_EQ(S::m_ullLastSusResEventTime, 10'010u);
+    Stop();
+}
+
 // --- Display and presence ---
 
 TEST_F(PlatformEventsTest, ADisplayThatGoesOnEndsNeverSleepModeUnderWindows7Only)
