@@ -98,6 +98,8 @@ TEST_F(CommandLineTest, AWrongOptionIsNamedWithItsValueAndWhatItTakes)
         {"run --seed -1 a.pc", "--seed: \"-1\" is no whole number"},
         {"run --seed 18446744073709551616 a.pc", "is no whole number"},
         {"run --os 5 a.pc", "--os: \"5\" is no version"},
+        {"run --os 6. a.pc", "--os: \"6.\" is no version"},
+        {"run --os 6.1a a.pc", "--os: \"6.1a\" is no version"},
         {"run --root '' a.pc", "--root: \"\" is no folder"},
         {"run --root file a.pc", "--root file: is no folder"},
         {"run --root /proc/pc a.pc", "--root /proc/pc: cannot be made"},

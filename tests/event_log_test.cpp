@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -167,108 +166,6 @@ TEST_F(EventLogTest, ABadMessageFileIsNamedWithItsLine)
         }
     }
     EXPECT_THROW(pc.event_log.AddMessageFile(kModule, "/no/such/file"), std::runtime_error);
-}
-
-TEST_F(EventLogTest, ASourceIsGivenBackAndStandsForNothingElse)
-{
-    left_open_is_expected = true;
-    RunAsProcess([&] {
-        LPCWSTR string = L"text";
-        const auto report = [&](HANDLE log) {
-            return ReportEventW(log, EVENTLOG_SUCCESS, 0, 0, nullptr, 1, 0, &string, nullptr);
-        };
-        const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        EXPECT_FALSE(report(event.Get()));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
-        EXPECT_FALSE(DeregisterEventSource(event.Get()));
-        EXPECT_EQ(RegisterEventSourceW(nullptr, L""), nullptr);
-        EXPECT_EQ(RegisterEventSourceW(L"another-pc", kSource), nullptr);
-
-        pc.faults.Set("ReportEventW", {.error = 1502});  // the log is full
-        const OwnedEventSource source(RegisterEventSourceW(nullptr, kSource));
-        EXPECT_FALSE(report(source.Get()));
-        EXPECT_EQ(GetLastError(), 1502u);
-        EXPECT_TRUE(report(source.Get()));
-        EXPECT_NE(RegisterEventSourceW(nullptr, L"forgotten"), nullptr);
-    });
-    EXPECT_EQ(pc.event_log.records().size(), 1u);
-    const auto& left = pc.processes().front()->left_open();
-    ASSERT_EQ(left.size(), 1u);
-    EXPECT_EQ(left.front().kind, "event source");
-    EXPECT_EQ(left.front().name, L"forgotten");
-}
-
-// --- Reading ---
-
-struct ReadRecord
-{
-    EVENTLOGRECORD head;
-    std::wstring source;
-    std::vector<std::wstring> strings;
-    std::vector<BYTE> data;
-};
-
-ReadRecord RecordAt(const std::vector<BYTE>& bytes, std::size_t at)
-{
-    ReadRecord record{};
-    std::memcpy(&record.head, bytes.data() + at, sizeof(record.head));
-    const auto text = [&](std::size_t offset) {
-        return std::wstring(reinterpret_cast<const wchar_t*>(bytes.data() + at + offset));
-    };
-    record.source = text(sizeof(record.head));
-    std::size_t offset = record.head.StringOffset;
-    for (int i = 0; i < record.head.NumStrings; ++i) {
-        record.strings.push_back(text(offset));
-        offset += (record.strings.back().size() + 1) * sizeof(wchar_t);
-    }
-    const BYTE* const data = bytes.data() + at + record.head.DataOffset;
-    record.data.assign(data, data + record.head.DataLength);
-    DWORD again = 0;
-    std::memcpy(&again, bytes.data() + at + record.head.Length - sizeof(again), sizeof(again));
-    EXPECT_EQ(again, record.head.Length);
-    return record;
-}
-
-TEST_F(EventLogTest, ALogIsReadFromItsOldestRecordInWholeOnes)
-{
-    pc.SetClock(*ParseCalendar("1970-01-02 01:00:05"));
-    Report(EVENTLOG_ERROR_TYPE, 3, 7, {L"one", L"", L"three"});
-    Report(EVENTLOG_SUCCESS, 0, 8, {});
-    RunAsProcess([] {
-        constexpr DWORD kForwards = EVENTLOG_SEQUENTIAL_READ | EVENTLOG_FORWARDS_READ;
-        const HANDLE log = OpenEventLogW(nullptr, L"Application");
-        std::vector<BYTE> bytes(4096);
-        DWORD read = 1, needed = 0, first = 0;
-        const auto answer = [&](DWORD size) {
-            return ReadEventLogW(log, kForwards, 0, bytes.data(), size, &read, &needed);
-        };
-        EXPECT_FALSE(answer(sizeof(EVENTLOGRECORD)));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-        EXPECT_EQ(read, 0u);
-        EXPECT_TRUE(answer(first = needed));
-        EXPECT_EQ(read, first) << "the first record alone";
-        const ReadRecord one = RecordAt(bytes, 0);
-        EXPECT_EQ(one.head.RecordNumber, 1u);
-        EXPECT_EQ(one.head.TimeGenerated, 86'405u) << "UTC, an hour behind the clock";
-        EXPECT_EQ(one.head.EventID, 7u);
-        EXPECT_EQ(one.head.EventType, EVENTLOG_ERROR_TYPE);
-        EXPECT_EQ(one.head.EventCategory, 3);
-        EXPECT_EQ(one.source, kSource);
-        EXPECT_EQ(one.strings, (std::vector<std::wstring>{L"one", L"", L"three"}));
-        EXPECT_EQ(one.data, (std::vector<BYTE>{1, 2}));
-        EXPECT_TRUE(answer(4096));
-        EXPECT_EQ(needed, 0u);
-        EXPECT_EQ(RecordAt(bytes, 0).head.RecordNumber, 2u);
-        EXPECT_FALSE(answer(4096));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_HANDLE_EOF});
-        EXPECT_TRUE(CloseEventLog(log));
-
-        const HANDLE again = OpenEventLogW(L"", L"no log's name");
-        EXPECT_TRUE(ReadEventLogW(again, kForwards, 0, bytes.data(), 4096, &read, &needed));
-        EXPECT_EQ(RecordAt(bytes, first).head.EventID, 8u) << "as many as have room";
-        EXPECT_EQ(read, first + RecordAt(bytes, first).head.Length);
-        EXPECT_TRUE(CloseEventLog(again));
-    });
 }
 
 class KeptEventLogTest : public ::testing::Test

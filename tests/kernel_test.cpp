@@ -3,7 +3,6 @@
 
 #include <array>
 #include <memory>
-#include <set>
 #include <thread>
 #include <utility>
 
@@ -297,21 +296,6 @@ TEST(MachineTest, WhatAProcessLeavesOpenAndMisusesIsTold)
     EXPECT_TRUE(pc.handles.List().empty());
 }
 
-TEST(MachineTest, AFunctionThatRunsAsTheServicesProgramDoesNotReplaceIt)
-{
-    Machine pc({.free = kRunFree});
-    const auto exit_code = [&](const Process* process) {
-        if (!process) return -1;
-        pc.RunUntilEnd(*process);
-        return process->exit_code();
-    };
-    EXPECT_EQ(exit_code(&pc.Start([] { return 5; })), 5);
-    EXPECT_EQ(exit_code(pc.StartInstalled(Image{}.path, L"")), -1) << "none is installed";
-    pc.Install(Image{}.path, [] { return 3; });
-    EXPECT_EQ(exit_code(&pc.Start([] { return 5; })), 5);
-    EXPECT_EQ(exit_code(pc.StartInstalled(Image{}.path, L"")), 3);
-}
-
 TEST(MachineTest, AStuckMachineTellsWhatEachThreadWaitsFor)
 {
     Machine pc({.free = kRunFree});
@@ -359,82 +343,6 @@ TEST(MachineTest, ACircleOfLocksIsReportedEvenWhileTheClockCouldMove)
     }
 }
 
-// The order in which three threads ran, as the machine chose them.
-std::string OrderWithSeed(std::uint64_t seed)
-{
-    Machine pc({.seed = seed});
-    std::string order;
-    Process& process = pc.Start([&] {
-        const auto work = [&order](char name) {
-            for (int i = 0; i < 8; ++i) {
-                order += name;
-                GetTickCount64();
-            }
-        };
-        auto a = [&] { work('a'); };
-        auto b = [&] { work('b'); };
-        auto c = [&] { work('c'); };
-        const OwnedHandle threads[] = {StartThread(a), StartThread(b), StartThread(c)};
-        const HANDLE all[] = {threads[0].Get(), threads[1].Get(), threads[2].Get()};
-        WaitForMultipleObjects(3, all, TRUE, INFINITE);
-        return 0;
-    });
-    pc.RunUntilEnd(process);
-    return order;
-}
-
-TEST(SeedTest, ASeedIsOneHistoryAndOtherSeedsAreOthers)
-{
-    EXPECT_EQ(OrderWithSeed(0), "aaaaaaaabbbbbbbbcccccccc") << "the fixed order";
-    std::set<std::string> orders;
-    for (std::uint64_t seed = 1; seed <= 20; ++seed) {
-        const std::string order = OrderWithSeed(seed);
-        EXPECT_EQ(OrderWithSeed(seed), order) << "seed " << seed;
-        orders.insert(order);
-    }
-    EXPECT_EQ(orders.size(), 20u);
-}
-
-TEST(SeedTest, LocksExcludeAndOneTimeInitialisationHappensOnceUnderEverySchedule)
-{
-    for (std::uint64_t seed = 0; seed < 200; ++seed) {
-        Machine pc({.free = kRunFree, .seed = seed});
-        INIT_ONCE once = INIT_ONCE_STATIC_INIT;
-        static int s_made;
-        s_made = 0;
-        CriticalSection lock;
-        int inside = 0;
-        int total = 0;
-        Process& process = pc.Start([&] {
-            auto work = [&] {
-                InitOnceExecuteOnce(
-                    &once,
-                    [](PINIT_ONCE, PVOID, PVOID*) -> BOOL {
-                        Sleep(1);
-                        ++s_made;
-                        return TRUE;
-                    },
-                    nullptr, nullptr);
-                for (int i = 0; i < 3; ++i) {
-                    const ScopedLock outer(lock);
-                    const ScopedLock again(lock);
-                    EXPECT_EQ(++inside, 1) << "seed " << seed;
-                    GetTickCount64();
-                    ++total;
-                    --inside;
-                }
-            };
-            const OwnedHandle threads[] = {StartThread(work), StartThread(work), StartThread(work)};
-            const HANDLE all[] = {threads[0].Get(), threads[1].Get(), threads[2].Get()};
-            WaitForMultipleObjects(3, all, TRUE, INFINITE);
-            return 0;
-        });
-        pc.RunUntilEnd(process);
-        ASSERT_EQ(s_made, 1) << "seed " << seed;
-        ASSERT_EQ(total, 9) << "seed " << seed;
-    }
-}
-
 TEST(PaceTest, PacedTimeWaitsForTheHostsClock)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -442,55 +350,6 @@ TEST(PaceTest, PacedTimeWaitsForTheHostsClock)
     pc.RunFor(5s);
     EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
     EXPECT_EQ(pc.now(), 5s);
-}
-
-TEST_F(KernelTest, FaultsHitTheCallsTheyAreMeantFor)
-{
-    using Fault = Faults::Fault;
-    struct Case
-    {
-        const char* name;
-        Fault fault;
-        std::vector<bool> succeeds;
-    };
-    const Case cases[] = {
-        {"once", Fault{}, {false, true, true, true}},
-        {"the third", {.first = 3}, {true, true, false, true}},
-        {"two times", {.error = 5, .count = 2}, {false, false, true, true}},
-        {"always", {.count = Faults::kAlways}, {false, false, false, false}},
-        {"never", {.rate = 1e-12}, {true, true, true, true}},
-    };
-    for (const Case& c : cases) {
-        EXPECT_FALSE(pc.faults.Set("ResetEvent", c.fault));
-        RunAsProcess([&] {
-            const OwnedHandle event = MakeEvent(TRUE);
-            for (const bool succeeds : c.succeeds) {
-                SetLastError(0);
-                EXPECT_EQ(ResetEvent(event.Get()) != FALSE, succeeds) << c.name;
-                EXPECT_EQ(GetLastError(), succeeds ? 0 : c.fault.error.value_or(31)) << c.name;
-            }
-        });
-    }
-    pc.faults.Clear("ResetEvent");
-    EXPECT_EQ(pc.faults.Set("ResetEvnt", {}), "there is no platform function \"ResetEvnt\"");
-    EXPECT_EQ(pc.faults.Set("GetTickCount64", {}), "GetTickCount64 cannot fail");
-}
-
-TEST_F(KernelTest, EveryCallOfAnOperationCanBeMadeToFailInItsTurn)
-{
-    std::vector<std::string> failed;
-    for (std::uint64_t n = 1;; ++n) {
-        RunAsProcess([&] {
-            pc.faults.FailNth(n);
-            const OwnedHandle event = MakeEvent(TRUE);
-            if (event && SetEvent(event.Get())) WaitForSingleObject(event.Get(), 0);
-        });
-        if (!pc.faults.failed()) break;
-        failed.emplace_back(pc.faults.failed()->name());
-    }
-    EXPECT_EQ(failed, (std::vector<std::string>{"CreateEventW", "SetEvent", "WaitForSingleObject",
-                                                "CloseHandle"}));
-    left_open_is_expected = true;  // the handle whose close failed
 }
 
 }  // namespace

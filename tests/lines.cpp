@@ -1,6 +1,7 @@
 #include "tests/lines.h"
 
 #include <algorithm>
+#include <fstream>
 
 namespace {
 
@@ -27,6 +28,31 @@ std::string Shown(char sign, std::size_t number, const std::string& line)
 }
 
 }  // namespace
+
+std::vector<Block> BlocksOf(const std::string& file)
+{
+    std::ifstream stream(HOLV_SOURCE_DIR "/tests/expected/" + file);
+    std::vector<Block> blocks;
+    for (std::string line; std::getline(stream, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        if (line[0] == '[') {
+            blocks.push_back({line.substr(1, line.size() - 2), {}});
+            continue;
+        }
+        const std::size_t end = line.find("\\n");
+        blocks.back().lines.push_back(end == line.npos ? line : line.replace(end, 2, "\n"));
+    }
+    return blocks;
+}
+
+Lines BlockOf(const std::string& file, const std::string& title)
+{
+    const std::vector<Block> blocks = BlocksOf(file);
+    const auto found = std::ranges::find(blocks, title, &Block::title);
+    if (found != blocks.end()) return found->lines;
+    ADD_FAILURE() << "tests/expected/" << file << " has no [" << title << "]";
+    return {};
+}
 
 std::string Joined(const Lines& lines)
 {

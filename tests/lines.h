@@ -17,6 +17,15 @@ inline Lines operator+(Lines a, const Lines& b)
 // The lines as one text.
 std::string Joined(const Lines& lines);
 
+// Lines below a title in brackets, in a file of tests/expected/.
+struct Block
+{
+    std::string title;
+    Lines lines;  // with "\n" for the line's end within a message
+};
+std::vector<Block> BlocksOf(const std::string& file);
+Lines BlockOf(const std::string& file, const std::string& title);
+
 // Whether both are the same. Otherwise it tells the lines that are missing (-) and those that are
 // too many (+), each with its number and between lines that both have.
 testing::AssertionResult SameLines(const Lines& actual, const Lines& expected);

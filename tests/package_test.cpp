@@ -9,9 +9,10 @@
 #include <sstream>
 
 #include "log/log_file.h"
+#include "platform/virtual/base/text.h"
 #include "platform/virtual/registry/registry.h"
-#include "settings/settings.h"
 #include "settings/settings_store.h"
+#include "tests/all_settings.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;
@@ -46,33 +47,12 @@ std::string Attribute(const std::string& tag, const std::string& name)
     return tag.substr(at + begin.size(), tag.find('"', at + begin.size()) - at - begin.size());
 }
 
-// Every setting that is loaded at the service's start, as it stands now, by its name in the
-// registry.
+// Every setting as it stands now, by its name in the registry.
 std::map<std::string, DWORD> Loaded()
 {
-    return {
-        {"LoggingLevel", g_dwLoggingLevel},
-        {"LoggingEnabled", g_dwLoggingEnabled},
-        {"EnableNeverSleep", g_bEnableNeverSleep},
-        {"MuteAudio", g_bMuteAudio},
-        {"EnableDoNotDisturb", g_bEnableDoNotDisturb},
-        {"DoNotDisturbStart", g_dwDoNotDisturbStart},
-        {"DoNotDisturbEnd", g_dwDoNotDisturbEnd},
-        {"EnableSoftwareUpdate", g_bEnableSoftwareUpdate},
-        {"LyncInstalled", g_bLyncInstalled},
-        {"LastUpdateVersion", g_dwLastUpdateVersion},
-        {"MaxCpuPowerLimit", g_dwMaxCpuPowerLimit},
-        {"CpuIdleThreshold", g_dwCpuIdleThreshold},
-        {"DebugEnabled", g_bDebugEnabled},
-        {"UseOemPowerScheme", g_bUseOemPowerScheme},
-        {"EnableHOLVOnDc", g_bEnableHolvOnDC},
-        {"TurnOnDisplayOnLync", g_bTurnOnDisplayOnLync},
-        {"SuspendBatteryThreshold", g_dwSuspendBatteryThreshold},
-        {"AppDisplayTimeout", g_dwAppDisplayTimeout},
-        {"CpuUsageCheckInterval", g_dwCpuUsageCheckInterval},
-        {"BatteryUsageCheckInterval", g_dwBatteryUsageCheckInterval},
-        {"DndToS3", g_bDndToS3},
-    };
+    std::map<std::string, DWORD> loaded;
+    for (const NamedSetting& each : kAllSettings) loaded[ToUtf8(each.name)] = each.global;
+    return loaded;
 }
 
 // Settings that nothing in the service reads.

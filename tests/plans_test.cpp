@@ -30,40 +30,6 @@ protected:
     }
 };
 
-TEST_F(PlansTest, ASettingStandsUnderItsSubgroupOnly)
-{
-    const GUID* const subgroups[] = {&GUID_SLEEP_SUBGROUP, &GUID_PROCESSOR_SETTINGS_SUBGROUP,
-                                     &GUID_VIDEO_SUBGROUP, &GUID_SYSTEM_BUTTON_SUBGROUP,
-                                     &NO_SUBGROUP_GUID};
-    const struct
-    {
-        const GUID& setting;
-        int subgroup;
-    } cases[] = {
-        {GUID_STANDBY_TIMEOUT, 0},
-        {GUID_ALLOW_RTC_WAKE, 0},
-        {GUID_ALLOW_AWAYMODE, 0},
-        {GUID_HIBERNATE_FASTS4_POLICY, 0},
-        {GUID_PROCESSOR_THROTTLE_MINIMUM, 1},
-        {GUID_PROCESSOR_THROTTLE_MAXIMUM, 1},
-        {GUID_VIDEO_POWERDOWN_TIMEOUT, 2},
-        {GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, 2},
-        {GUID_POWERBUTTON_ACTION, 3},
-        {GUID_LOCK_CONSOLE_ON_WAKE, 4},
-        {GUID_ACDC_POWER_SOURCE, -1},
-    };
-    RunAsProcess([&] {
-        for (const auto& c : cases) {
-            for (int at = 0; at < 5; ++at) {
-                const DWORD expected = at == c.subgroup ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
-                EXPECT_EQ(Read(kSaver, subgroups[at], c.setting), expected) << &c - cases << at;
-                EXPECT_EQ(Write(kSaver, subgroups[at], c.setting), expected) << &c - cases << at;
-            }
-        }
-        EXPECT_EQ(Read(kSaver, nullptr, GUID_LOCK_CONSOLE_ON_WAKE), DWORD{ERROR_SUCCESS});
-    });
-}
-
 TEST_F(PlansTest, PlansAreMadeFromOthersDeletedAndThinnedOut)
 {
     pc.power.FindPlan(kSaver)->values[GUID_STANDBY_TIMEOUT] = {77, 78};
@@ -71,6 +37,10 @@ TEST_F(PlansTest, PlansAreMadeFromOthersDeletedAndThinnedOut)
     EXPECT_EQ(mine.values.at(GUID_STANDBY_TIMEOUT).dc, 78u);
     EXPECT_TRUE(pc.power.Activate(kMine));
     EXPECT_EQ(pc.announcer.Present(GUID_POWERSCHEME_PERSONALITY), SettingBytes(kSaver));
+    pc.power.Write(kMine, GUID_STANDBY_TIMEOUT, PowerSource::ac, 60);
+    EXPECT_EQ(pc.power.InForce(GUID_STANDBY_TIMEOUT), 77u) << "until it is activated again";
+    pc.power.Activate(kMine);
+    EXPECT_EQ(pc.power.InForce(GUID_STANDBY_TIMEOUT), 60u);
     EXPECT_FALSE(pc.power.DeletePlan(kMine)) << "it is active";
     mine.values.erase(GUID_ALLOW_AWAYMODE);
     RunAsProcess([&] {

@@ -236,21 +236,27 @@ TEST_F(PowerPlansTest, QuestionsHaveAnAnswerEvenWhenTheSystemHasNone)
 
 // --- Transitions ---
 
-TEST_F(PowerPlansTest, ControlAndStatesChangeThePlansAndPutThemBackInOrder)
+// In their order, the plans' changes first and then the lines of the log, but for the banners.
+TEST_F(PowerPlansTest, ControlAndStatesChangeThePlansPutThemBackAndTellOfIt)
 {
+    const std::map<std::string, void (Manager::*)()> steps{
+        {"control ends before it began", &Manager::ExitHolvControl},
+        {"control begins", &Manager::EnterHolvControl},
+        {"never-sleep mode begins", &Manager::EnterHolvState},
+        {"it turns into sleep", &Manager::TransitionFromHolvToS3},
+        {"it ends", &Manager::ExitHolvState},
+        {"it ends once more", &Manager::ExitHolvState},
+        {"control ends", &Manager::ExitHolvControl},
+    };
     RunAsProcess([&] {
         Manager manager;
-        EXPECT_LINES(Effects([&] { manager.ExitHolvControl(); }), Lines{})
-            << "nothing is saved yet";
-        EXPECT_LINES(Effects([&] { manager.EnterHolvControl(); }),
-                     kAllowUser + kAllowSaver + kActivateUser);
-        EXPECT_LINES(Effects([&] { manager.EnterHolvState(); }), kCopyUser + kActivateSaver);
-        EXPECT_LINES(Effects([&] { manager.TransitionFromHolvToS3(); }),
-                     kSleepSoon + kActivateSaver);
-        EXPECT_LINES(Effects([&] { manager.ExitHolvState(); }),
-                     kSleepAsBefore + kUncopyUser + kActivateUser);
-        EXPECT_LINES(Effects([&] { manager.ExitHolvState(); }), kUncopyUser + kActivateUser);
-        EXPECT_LINES(Effects([&] { manager.ExitHolvControl(); }), kGiveUserBack + kGiveSaverBack);
+        for (const auto& [title, expected] : BlocksOf("plans.txt")) {
+            Lines lines = Effects([&] { (manager.*steps.at(title))(); });
+            lines = lines + Said();
+            std::erase_if(lines, [](const std::string& line) { return line[0] == '4'; });
+            EXPECT_LINES(lines, expected) << title;
+        }
+        EXPECT_EQ(BlocksOf("plans.txt").size(), steps.size());
     });
 }
 
@@ -291,65 +297,6 @@ TEST_F(PowerPlansTest, DoNotDisturbTimeLimitsTheProcessorAndSleepsAsTheSettingsS
         manager.EnterDoNotDisturbState();
         EXPECT_LINES(Effects([&] { manager.ExitDoNotDisturbState(); }),
                      kUncopyUser + kActivateUser);
-    });
-}
-
-TEST_F(PowerPlansTest, TheLogTellsWhichPlansAreUsedAndHowTheyStand)
-{
-    RunAsProcess([&] {
-        Manager manager;
-        const std::string early = " called before save, doing nothing";
-        EXPECT_LINES(Said([&] { manager.ExitHolvControl(); }),
-                     (Lines{"6 CPowerPolicyManager::ExitHolvControl",
-                            "1 CPowerPolicyManager::RestoreUserPowerOptions" + early,
-                            "1 CPowerPolicyManager::RestoreHolvPowerOptions" + early}));
-        Lines said = Said([&] { manager.EnterHolvControl(); });
-        std::erase_if(said, [](const std::string& line) { return line[0] == '4'; });
-        const auto plan = [](const std::string& name, const char* ac, const char* dc) {
-            const std::string line = "1 Scheme: " + name + "\tMin: 5\tMax: ";
-            return Lines{"1 AC", line + ac, "1 DC", line + dc};
-        };
-        const Lines allowed = plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 1",
-                                   "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1");
-        EXPECT_LINES(said,
-                     (Lines{"6 CPowerPolicyManager::EnterHolvControl",
-                            "1 Balanced power scheme is used by the user",
-                            "1 Storing user selected scheme with following config"} +
-                      plan("Bal", "100\tSleep: 1800\tRtc: 1\tHybrid: 1\tAway: 0",
-                           "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1") +
-                      Lines{"6 User scheme configured to support Holv"} + allowed +
-                      Lines{"1 Power Saver power scheme is used for Holv active",
-                            "1 Storing Holv active scheme with following config"} +
-                      plan("Low", "100\tSleep: 900\tRtc: 0\tHybrid: 1\tAway: 1",
-                           "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 0") +
-                      Lines{"6  remembering user AC power (5, 100).",
-                            "6 Holv active scheme configured to support Holv"} +
-                      plan("Low", "100\tSleep: 900\tRtc: 1\tHybrid: 1\tAway: 1",
-                           "75\tSleep: 600\tRtc: 1\tHybrid: 1\tAway: 1") +
-                      Lines{"6 Calling SetActivePowerToUserPref() to apply the settings changed "
-                            "to support HOLV",
-                            "6 Power scheme is updated to Bal"}));
-        said = Said([&] { manager.EnterHolvState(); });
-        EXPECT_EQ((Lines{said.front()} + Lines(said.end() - 3, said.end())),
-                  (Lines{"6 CPowerPolicyManager::EnterHolvState",
-                         "6 Power saver AC value is 0 for password before change",
-                         "6 Power saver DC value is 1 for password before change",
-                         "6 Power scheme is updated to Low"}));
-        EXPECT_LINES(
-            Said([&] {
-                manager.TransitionFromHolvToS3();
-                manager.ExitHolvState();
-            }),
-            (Lines{"6 CPowerPolicyManager::TransitionFromHolvToS3", "6 System will suspend in 60s",
-                   "6 Power scheme is updated to Low", "6 CPowerPolicyManager::ExitHolvState",
-                   "6 Power saver AC value is 0 for password before restore",
-                   "6 Power saver DC value is 1 for password before restore",
-                   "6 Power scheme is updated to Bal"}));
-        said = Said([&] { manager.ExitHolvControl(); });
-        EXPECT_EQ(
-            std::ranges::count(said, "1 Restored user selected scheme to the following config"), 1);
-        EXPECT_EQ(std::ranges::count(said, "1 Restored Holv active scheme to the following config"),
-                  1);
     });
 }
 

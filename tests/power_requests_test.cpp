@@ -1,15 +1,8 @@
 // The two power requests: what the system holds and what the log says; the battery's state and the
 // reasons of a sleep.
 
-#include <cstring>
-
 #include "log/log.h"
-#include "platform/virtual/announcer/announcer.h"
-#include "platform/virtual/base/guid.h"
-#include "platform/virtual/base/text.h"
-#include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/power.h"
-#include "platform/virtual/power/power_plans.h"
 #include "power/machine_power.h"
 #include "power/never_sleep_away_mode.h"
 #include "tests/virtual_pc_test.h"
@@ -149,60 +142,6 @@ TEST_F(PowerRequestsTest, TheMachineTellsOfItsBatteryAndItsSleep)
             EXPECT_EQ(Said(), each.said);
         }
     });
-}
-
-// --- What the PC announces ---
-
-TEST_F(PowerRequestsTest, SourcePlanAndTimeoutAreAnnouncedWhenTheyAreNewWhateverBroughtThem)
-{
-    struct Hearer final : Announcer::Listener
-    {
-        bool Hear(const Announcement& said, const std::function<void()>&) override
-        {
-            const auto is = [&](const GUID& setting) {
-                return FormatGuid(*said.setting) == FormatGuid(setting);
-            };
-            if (is(GUID_POWERSCHEME_PERSONALITY)) {
-                GUID plan;
-                std::memcpy(&plan, said.data.data(), sizeof(plan));
-                heard += "like " + ToUtf8(FormatGuid(plan)).substr(0, 8) + ". ";
-            } else {
-                DWORD value = 0;
-                std::memcpy(&value, said.data.data(), sizeof(value));
-                heard += is(GUID_ACDC_POWER_SOURCE) ? "source " : "timeout ";
-                heard += std::to_string(value) + ". ";
-            }
-            return false;
-        }
-        std::string heard;
-    } hearer;
-    Power& power = pc.power;
-    const GUID mine{1, 2, 3, {4}};
-    const GUID& balanced = GUID_TYPICAL_POWER_SAVINGS;
-    power.AddPlan(L"Mine", mine, balanced);
-    const struct
-    {
-        std::function<void()> happens;
-        const char* heard;
-    } cases[] = {
-        {[&] { power.RunOnBattery(80); }, "source 1. timeout 900. "},
-        {[&] { power.RunOnBattery(79); }, ""},
-        {[&] { power.RunOnBattery(79, true); }, "source 2. "},
-        {[&] { power.RunOnMains(); }, "source 0. timeout 1800. "},
-        {[&] { power.Activate(GUID_MIN_POWER_SAVINGS); }, "like 8C5E7FDA. timeout 0. "},
-        {[&] { power.Activate(mine); }, "like 381B4222. timeout 1800. "},
-        {[&] { power.Activate(balanced); }, "like 381B4222. "},
-        {[&] { power.Write(balanced, GUID_STANDBY_TIMEOUT, PowerSource::ac, 60); }, ""},
-        {[&] { power.Activate(balanced); }, "timeout 60. "},
-    };
-    pc.announcer.Add(hearer);
-    for (const auto& each : cases) {
-        hearer.heard.clear();
-        each.happens();
-        EXPECT_EQ(hearer.heard, each.heard) << "case " << &each - cases;
-    }
-    pc.announcer.Remove(hearer);
-    EXPECT_EQ(pc.announcer.Present(GUID_STANDBY_TIMEOUT), SettingBytes(60));
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <set>
 #include <sstream>
 
-#include "pc/person.h"
 #include "pc/player.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/power/sleep.h"
@@ -138,23 +137,6 @@ INSTANTIATE_TEST_SUITE_P(All, PromisedScenarioTest, ::testing::ValuesIn(WatchedS
                              std::ranges::replace(name, '/', '_');
                              return name;
                          });
-
-TEST(PromisedDaysTest, AMonthWithAPersonBreaksNoPromise)
-{
-    WatchedPc watched;
-    watched.Play({"clock 2026-03-02 00:00", "device add ACPI\\QRX5071\\1",
-                  "audio add Desk render unmuted default", "audio add Monitor render muted",
-                  "battery drain 12/h", "battery charge 60/h",
-                  "reg set HKLM\\Software\\Orbeq\\Holv\\User MuteAudio dword 1",
-                  "reg set HKLM\\Software\\Orbeq\\Holv\\User DndToS3 dword 1", "service install",
-                  "service start"});
-    Person person(watched.pc(), 7);
-    person.Live(30, [&](Person::Moment) { watched.Look(); });
-    watched.pc().sleep.WakeByUser();
-    watched.Play({"user works", "run 6m", "service stop"});
-    watched.End();
-    EXPECT_EQ(watched.found(), std::set<std::string>{});
-}
 
 // --- Harms ---
 

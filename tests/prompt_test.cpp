@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "pc/screen.h"
 #include "pc/vocabulary.h"
 #include "tests/virtual_pc_test.h"
 
@@ -66,26 +65,6 @@ TEST(CompletionTest, EachCommandsExampleIsAccepted)
         EXPECT_TRUE(PrintHelp(help, command.pattern.substr(0, command.pattern.find(' '))));
         EXPECT_NE(help.str().find("    " + example + "\n"), std::string::npos) << example;
     }
-}
-
-TEST_F(VirtualPcTest, TheProgressOfALongRunIsShownAndErased)
-{
-    Words shown;
-    Progress progress([&](const std::string& text) { shown.push_back(text); });
-    const Progress::Clock::time_point begin{};
-    progress.Begin(pc, begin);
-    pc.RunFor(std::chrono::hours{24 * 10});
-    progress.Tick(pc, begin + std::chrono::milliseconds{900});
-    EXPECT_EQ(shown, Words{});
-    progress.Tick(pc, begin + std::chrono::seconds{2});
-    progress.Tick(pc, begin + std::chrono::milliseconds{2100});
-    ASSERT_EQ(shown.size(), 1U);
-    EXPECT_TRUE(shown[0].starts_with("2026-03-12 08:00, 5 days a second")) << shown[0];
-    progress.End();
-    progress.End();
-    progress.Tick(pc, begin + std::chrono::seconds{9});
-    EXPECT_EQ(shown.size(), 2U);
-    EXPECT_EQ(shown.back(), "");
 }
 
 // holvpc at a terminal of its own.

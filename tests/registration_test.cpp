@@ -20,41 +20,20 @@ namespace {
 
 constexpr const wchar_t* kServiceKey = LR"(HKLM\SYSTEM\CurrentControlSet\Services\HOLVService)";
 
-constexpr const char* kAppId = R"(AppID
-AppID\HOLVService.EXE AppID={7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}
-AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47} =HOLVService
-)";
-constexpr const char* kLocalService =
-    R"(AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47} LocalService=HOLVService
-)";
-constexpr const char* kClass = R"(CLSID
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864} =HOLVAgentApi Class
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864} AppID={7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\LocalServer32 =C:\Program Files\Orbeq\Holv\HOLVService.exe
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\ProgID =HOLVAgentLib.HOLVAgentLib.1
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\Programmable
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\TypeLib ={C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}
-CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\VersionIndependentProgID =HOLVAgentLib.HOLVAgentLib
-HOLVAgentLib.HOLVAgentLib =HOLVAgentApi Class
-HOLVAgentLib.HOLVAgentLib\CLSID ={3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}
-HOLVAgentLib.HOLVAgentLib\CurVer =HOLVAgentLib.HOLVAgentLib.1
-HOLVAgentLib.HOLVAgentLib.1 =HOLVAgentApi Class
-HOLVAgentLib.HOLVAgentLib.1\CLSID ={3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}
-)";
-constexpr const char* kNothing = "AppID\nCLSID\n";
-
 class RegistrationTest : public ServiceFixture
 {
 protected:
     // Everything beneath a root of classes, a line for each value and for each key without one; the
     // type library, which has a test of its own, is left out.
-    std::string Classes(const wchar_t* root = LR"(HKLM\Software\Classes)")
+    Lines Classes(const wchar_t* root = LR"(HKLM\Software\Classes)")
     {
         const Hold hold(pc);
-        std::string lines;
+        Lines lines;
         List(*pc.registry.FindKey(Registry::Parse(root)), "", lines);
         return lines;
     }
+
+    static Lines Registered(const char* as) { return BlockOf("classes.txt", as); }
 
     // What the user was shown since the last time.
     std::string Shown()
@@ -67,14 +46,14 @@ protected:
     }
 
 private:
-    static void List(const RegistryNode& key, const std::string& path, std::string& lines)
+    static void List(const RegistryNode& key, const std::string& path, Lines& lines)
     {
         // The default value comes first.
         for (const auto& [name, value] : key.values) {
             EXPECT_EQ(value.type, REG_SZ) << path;
-            lines += path + " " + ToUtf8(name) + "=" + ToUtf8(value.Text()) + "\n";
+            lines.push_back(path + " " + ToUtf8(name) + "=" + ToUtf8(value.Text()));
         }
-        if (key.values.empty() && !path.empty()) lines += path + "\n";
+        if (key.values.empty() && !path.empty()) lines.push_back(path);
         for (const auto& [name, below] : key.keys) {
             const bool library = path.empty() && (name == L"TypeLib" || name == L"Interface");
             if (library) continue;
@@ -88,7 +67,7 @@ private:
 TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
 {
     EXPECT_EQ(service.Run(L"-Service"), 0);
-    EXPECT_EQ(Classes(), kAppId + std::string(kLocalService) + kClass);
+    EXPECT_LINES(Classes(), Registered("a service"));
     EXPECT_EQ(pc.registry.GetDword(kServiceKey, L"Type"), 0x10u);
     EXPECT_EQ(pc.registry.GetDword(kServiceKey, L"Start"), 2u);
     EXPECT_EQ(pc.registry.GetDword(kServiceKey, L"ErrorControl"), 1u);
@@ -104,12 +83,12 @@ TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
     // service's.
     pc.registry.SetString(LR"(HKCR\CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\Old)", L"", L"x");
     EXPECT_EQ(service.Run(L"/RegServer"), 0);
-    EXPECT_EQ(Classes(), kAppId + std::string(kClass));
+    EXPECT_LINES(Classes(), Registered("a server"));
     EXPECT_EQ(service.State(), "absent");
 
     EXPECT_EQ(service.Run(L"-Service"), 0);
     EXPECT_EQ(service.Run(L"-UnregServer"), 0);
-    EXPECT_EQ(Classes(), kNothing);
+    EXPECT_LINES(Classes(), Registered("nothing"));
     EXPECT_EQ(service.State(), "absent");
     EXPECT_FALSE(pc.registry.HasKey(kServiceKey));
     EXPECT_EQ(static_cast<DWORD>(service.Run(L"-UnregServer")), 0x8002801Cu)
@@ -146,11 +125,11 @@ TEST_F(RegistrationTest, ForAUserAllIsHisAndTheMachinesIsUntouched)
 {
     constexpr const wchar_t* kUsers = LR"(HKCU\Software\Classes)";
     EXPECT_EQ(service.Run(L"-RegServerPerUser"), 0);
-    EXPECT_EQ(Classes(kUsers), kAppId + std::string(kClass));
-    EXPECT_EQ(Classes(), kNothing);
+    EXPECT_LINES(Classes(kUsers), Registered("a server"));
+    EXPECT_LINES(Classes(), Registered("nothing"));
     EXPECT_EQ(service.Run(L"-UnregServerPerUser"), 0);
-    EXPECT_EQ(Classes(kUsers), kNothing);
-    EXPECT_EQ(Classes(), kNothing);
+    EXPECT_LINES(Classes(kUsers), Registered("nothing"));
+    EXPECT_LINES(Classes(), Registered("nothing"));
 }
 
 TEST_F(RegistrationTest, TheFirstKnownSwitchIsDoneHoweverItIsWritten)
@@ -230,7 +209,7 @@ TEST_F(RegistrationTest, WithDebugTheStateMachineComesAndGoesAndTheProcessGoesOn
 TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
 {
     service.Start();
-    const std::string registered = Classes();
+    const Lines registered = Classes();
     pc.Install(L"C:\\console.exe", [] {
         const OwnedServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
         const OwnedServiceHandle open(OpenServiceW(manager.Get(), kService, SERVICE_QUERY_CONFIG));
@@ -319,11 +298,11 @@ TEST_F(RegistrationTest, OnAnotherMachineNothingIsDone)
             EXPECT_EQ(service.Run(line), c.exit_code) << c.vendor << " " << c.version;
             EXPECT_EQ(service.heard.Has("Platform not Supported"), c.exit_code == 1);
         }
-        EXPECT_EQ(Classes(), kNothing);
+        EXPECT_LINES(Classes(), Registered("nothing"));
     }
     pc.faults.Set("InitializeCriticalSectionAndSpinCount", {});
     EXPECT_EQ(service.Run(L"-RegServer"), -1) << "the module could not be made";
-    EXPECT_EQ(Classes(), kNothing);
+    EXPECT_LINES(Classes(), Registered("nothing"));
 }
 
 }  // namespace

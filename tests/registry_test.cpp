@@ -63,57 +63,6 @@ TEST_F(RegistryTest, KeysAreFoundInAnyLetterCaseAndKeepTheirSpelling)
     EXPECT_EQ(pc.registry.GetDword(LR"(hklm\software\orbeq\holv)", L"LEVEL"), 7u);
 }
 
-TEST_F(RegistryTest, AValueIsReadOnlyAsOneOfTheTypesAskedFor)
-{
-    const wchar_t* key = LR"(HKLM\A)";
-    pc.registry.SetDword(key, L"number", 5);
-    pc.registry.SetString(key, L"text", L"ab");
-    pc.registry.Set(key, L"expand", RegistryValue::String(L"%x%", REG_EXPAND_SZ));
-    pc.registry.Set(key, L"four", {REG_BINARY, {1, 2, 0, 0}});
-    pc.registry.Set(key, L"eight", {REG_BINARY, std::vector<BYTE>(8)});
-    RegistryValue open_end = RegistryValue::String(L"ab");
-    open_end.data.resize(2 * sizeof(wchar_t));
-    pc.registry.Set(key, L"open end", open_end);
-
-    constexpr DWORD kW = sizeof(wchar_t);
-    struct Case
-    {
-        const wchar_t* name;
-        DWORD flags;
-        DWORD room;
-        LSTATUS result;
-        DWORD size;  // told afterwards
-    };
-    const Case cases[] = {
-        {L"number", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
-        {L"number", RRF_RT_REG_SZ, 4, ERROR_UNSUPPORTED_TYPE, 4},
-        {L"number", RRF_RT_DWORD, 2, ERROR_MORE_DATA, 4},
-        {L"text", RRF_RT_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 3 * kW},
-        {L"text", RRF_RT_REG_SZ, 3 * kW, ERROR_SUCCESS, 3 * kW},
-        {L"text", RRF_RT_REG_SZ, 2 * kW, ERROR_MORE_DATA, 3 * kW},
-        {L"open end", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 3 * kW},
-        {L"expand", RRF_RT_REG_SZ, 8 * kW, ERROR_SUCCESS, 4 * kW},
-        {L"four", RRF_RT_DWORD, 4, ERROR_SUCCESS, 4},
-        {L"four", RRF_RT_REG_DWORD, 4, ERROR_UNSUPPORTED_TYPE, 4},
-        {L"eight", RRF_RT_DWORD, 8, 1629, 8},
-        {L"none", RRF_RT_ANY, 8, ERROR_FILE_NOT_FOUND, 8},
-    };
-    RunAsProcess([&] {
-        const OwnedKey open = Open(HKEY_LOCAL_MACHINE, L"A");
-        SetLastError(17);
-        for (const Case& c : cases) {
-            std::vector<BYTE> data(64);
-            DWORD size = c.room;
-            EXPECT_EQ(
-                RegGetValueW(open.Get(), nullptr, c.name, c.flags, nullptr, data.data(), &size),
-                c.result)
-                << std::string(c.name, c.name + std::wcslen(c.name));
-            EXPECT_EQ(size, c.size) << std::string(c.name, c.name + std::wcslen(c.name));
-        }
-        EXPECT_EQ(GetLastError(), 17u) << "the registry leaves the last error alone";
-    });
-}
-
 TEST_F(RegistryTest, ATextWithVariablesIsReadAsTheTextThatTheyMake)
 {
     const struct
@@ -155,20 +104,6 @@ TEST_F(RegistryTest, ClassesAreTheUsersOverTheMachines)
     EXPECT_TRUE(pc.registry.HasKey(LR"(HKLM\Software\Classes\Three)"));
     pc.registry.SetString(LR"(HKCR\Two\Sub)", L"", L"new");
     EXPECT_TRUE(pc.registry.HasKey(LR"(HKCU\Software\Classes\Two\Sub)"));
-}
-
-TEST_F(RegistryTest, ADeletedKeysHandlesAreGoodForNothing)
-{
-    constexpr LSTATUS kKeyDeleted = 1018;
-    pc.registry.SetDword(LR"(HKLM\A\B)", L"n", 1);
-    RunAsProcess([&] {
-        const OwnedKey key = Open(HKEY_LOCAL_MACHINE, LR"(A\B)");
-        EXPECT_TRUE(pc.registry.DeleteKey(LR"(HKLM\A)"));
-        DWORD value = 0;
-        DWORD size = sizeof(value);
-        EXPECT_EQ(RegGetValueW(key.Get(), nullptr, L"n", RRF_RT_DWORD, nullptr, &value, &size),
-                  kKeyDeleted);
-    });
 }
 
 TEST_F(RegistryTest, WhatIsExportedComesBackTheSame)
@@ -254,22 +189,6 @@ TEST_F(RegistryTest, ABadFileIsNamedWithItsLineAndNothingOfItIsApplied)
         }
         EXPECT_FALSE(pc.registry.HasKey(LR"(HKLM\New)"));
     }
-}
-
-TEST(KeptPcTest, DiskAndRegistryOutliveThePcInItsRoot)
-{
-    const fs::path root = fs::temp_directory_path() / ("holv-root-" + std::to_string(getpid()));
-    {
-        Machine pc({.free = kRunFree, .root = root});
-        pc.registry.SetString(LR"(HKCU\Software\A)", L"n", L"kept");
-        pc.disk.Write(LR"(C:\Data\kept.txt)", "bytes");
-    }
-    {
-        const Machine pc({.free = kRunFree, .root = root});
-        EXPECT_EQ(pc.registry.GetString(LR"(HKCU\Software\A)", L"n"), L"kept");
-        EXPECT_EQ(pc.disk.Read(LR"(c:\data\KEPT.TXT)"), "bytes");
-    }
-    fs::remove_all(root);
 }
 
 }  // namespace

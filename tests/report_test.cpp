@@ -1,14 +1,11 @@
-// The report that holvctl makes of the history, against what the PC has really done.
+// The history, and the report that holvctl makes of it. report_storm_test.cpp holds its hours
+// against what the PC has really done.
 
 #include <algorithm>
-#include <cstdlib>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "platform/virtual/base/random.h"
 #include "platform/virtual/power/battery.h"
-#include "platform/virtual/power/sleep.h"
 #include "tests/ctl.h"
 #include "tests/schema.h"
 #include "tests/users_pc.h"
@@ -20,54 +17,6 @@ namespace {
 
 constexpr std::wstring_view kHistory = LR"(C:\ProgramData\Orbeq\Holv\History\)";
 
-using Times = std::map<std::string, Duration>;
-
-// Counts the time in each state from the changes that the machine itself sees. What a killed
-// service did after its last line in the history cannot be told.
-class Oracle
-{
-public:
-    explicit Oracle(Machine& pc)
-    {
-        pc.journal.Listen([this](const Effect& effect) {
-            if (effect.kind == "state") Change(effect);
-            if (effect.kind == "write" && effect.Text("path").starts_with(kHistory)) Line(effect);
-        });
-    }
-
-    const Times& times() const { return m_times; }
-
-private:
-    void Change(const Effect& effect)
-    {
-        m_since_line[m_state] += effect.at - m_mark;
-        m_mark = effect.at;
-        m_state = ToUtf8(effect.Text("to"));
-    }
-
-    void Line(const Effect& effect)
-    {
-        const std::wstring text = effect.Text("text");
-        if (text.size() < 2) return;  // the end of a torn line
-        if (text.find(L"\"event\":\"start\"") != text.npos) {
-            if (m_begun) m_times[m_ended ? "stopped" : "unknown"] += effect.at - m_last;
-            m_begun = true;
-            m_ended = false;
-        } else {
-            m_since_line[m_state] += effect.at - m_mark;
-            for (const auto& [state, time] : m_since_line) m_times[state] += time;
-            m_ended = text.find(L"\"event\":\"stop\"") != text.npos;
-        }
-        m_since_line.clear();
-        m_mark = m_last = effect.at;
-    }
-
-    Times m_times, m_since_line;
-    std::string m_state = "HOLV_INIT";
-    Instant m_mark{0}, m_last{0};
-    bool m_begun = false, m_ended = false;
-};
-
 nlohmann::json ReportOf(Machine& pc)
 {
     const CtlAnswer answer = RunCtl(pc, "report --days 366 --json");
@@ -75,75 +24,6 @@ nlohmann::json ReportOf(Machine& pc)
     nlohmann::json report = nlohmann::json::parse(answer.said);
     EXPECT_EQ(Schema("report.schema.json").Wrong(report), "");
     return report;
-}
-
-void Live(UsersPc& user, Random& random)
-{
-    Machine& pc = user.pc;
-    const auto span = [&] {
-        return std::chrono::seconds{1 + random.Below(std::uint64_t{3} * 3600)};
-    };
-    switch (random.Below(10)) {
-        case 0:
-        case 1:
-            return pc.user.Leaves();
-        case 2:
-            return pc.user.Works();
-        case 3:
-            return pc.sleep.WakeByUser();
-        case 4:
-            return pc.SetClock(pc.clock() + span());
-        case 5:
-            return pc.SetClock(pc.clock() - span());
-        case 6:
-            return random.Below(2) ? pc.power.RunOnMains() : pc.power.RunOnBattery(80);
-        case 7:
-            static_cast<void>(pc.sleep.AskAsUser());
-            return;
-        case 8:
-            if (!user.view.service()) return;
-            user.Kill();
-            pc.RunFor(span());
-            // A PC that sleeps, or is about to, starts no service.
-            pc.RunFor(5s);
-            pc.sleep.WakeByUser();
-            pc.user.Works();
-            pc.RunFor(5s);
-            return user.StartService();
-        default:
-            return pc.RunFor(span());
-    }
-}
-
-TEST(ReportTest, TheHoursAreThoseOfThePcToTheSecondWhateverHappens)
-{
-    Storm({.seeds = 12}, [](const Machine::Options& life) {
-        UsersPc user(life);
-        Oracle oracle(user.pc);
-        Random random(life.seed, 21);
-        user.StartService();
-        for (int deed = 0; deed < 40; ++deed) {
-            Live(user, random);
-            user.pc.RunFor(std::chrono::seconds{1 + random.Below(3600)});
-        }
-        user.pc.sleep.WakeByUser();
-        user.pc.user.Works();
-        user.pc.RunFor(2min);
-        user.StopService();
-        Times told;
-        const nlohmann::json report = ReportOf(user.pc);
-        for (const auto& day : report["days"]) {
-            for (const auto& [state, ms] : day["ms"].items()) {
-                told[state] += std::chrono::milliseconds{ms.get<std::int64_t>()};
-            }
-        }
-        for (const auto& [state, time] : told) {
-            const auto found = oracle.times().find(state);
-            const Duration really = found == oracle.times().end() ? Duration{0} : found->second;
-            EXPECT_LT(std::abs((time - really).count()), Duration{1s}.count())
-                << state << ": " << time.count() << " told, " << really.count() << " really";
-        }
-    });
 }
 
 TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)

@@ -1,12 +1,10 @@
-// The user gets everything back as it was, whenever and however the service ends: what it finds
-// after the next start, or at once after a stop, is what there was before the first.
+// The restore journal, and two programs that restore from it at once. That the user gets everything
+// back as it was, whenever and however the service ends, the scenarios tell.
 
 #include <array>
 #include <filesystem>
 #include <set>
 
-#include "api/agent_api.h"
-#include "pc/agent_client.h"
 #include "platform/kernel.h"
 #include "restore/journal_format.h"
 #include "tests/users_pc.h"
@@ -16,147 +14,25 @@ using namespace virtual_pc;
 
 namespace {
 
-class RestoreTest : public ::testing::TestWithParam<const char*>
+// The ends in other states are told by scenarios.
+TEST(RestoreTest, AnEndAtTheWordThatThePcSleepsLeavesNothingBehind)
 {
-};
-
-TEST_P(RestoreTest, AfterAStopEverythingIsAsItWas)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter(GetParam());
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "");
-    EXPECT_FALSE(user.HasJournal());
-}
-
-TEST_P(RestoreTest, AfterAShutdownAndAStartEverythingIsAsItWas)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter(GetParam());
-    user.pc.ShutDown();
-    EXPECT_EQ(user.Differences(), "");
-    user.StartService();
-    EXPECT_EQ(user.State(), "S0_NORMAL");
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "");
-}
-
-TEST_P(RestoreTest, TheStartAfterAKillRestoresEverything)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter(GetParam());
-    user.Kill();
-    EXPECT_TRUE(user.HasJournal());
-    user.StartService();
-    const Observations now = Find(user.pc);
-    for (const char* name : {"active plan", "mute Desk", "mute Headphones", "mute Monitor", "mode",
-                             "plan Power saver sleep-timeout", "plan Power saver brightness",
-                             "plan Power saver processor-min"}) {
-        EXPECT_EQ(now.at(name), user.before.at(name)) << name;
-    }
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "");
-    EXPECT_FALSE(user.HasJournal());
-}
-
-INSTANTIATE_TEST_SUITE_P(InEachState, RestoreTest,
-                         ::testing::Values("S0_NORMAL", "HOLV_ACTIVE", "HOLV_IDLE", "HOLV_DND",
-                                           "HOLV_S3"),
-                         [](const auto& state) { return std::string(state.param); });
-
-TEST(RestoreChoiceTest, WhatTheUserHasChangedSinceStands)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter("HOLV_DND");
-    user.Kill();
-    const GUID& saver = GUID_MAX_POWER_SAVINGS;
-    user.pc.power.Activate(GUID_MIN_POWER_SAVINGS);
-    user.pc.power.Write(saver, GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, PowerSource::dc, 33);
-    user.pc.audio.Find(L"Headphones")->SetMute(false);
-    user.StartService();
-    EXPECT_EQ(user.pc.power.active().name, L"High performance");
-    EXPECT_EQ(user.pc.power.Read(saver, GUID_DEVICE_POWER_POLICY_VIDEO_BRIGHTNESS, PowerSource::dc),
-              33u);
-    EXPECT_FALSE(user.pc.audio.Find(L"Headphones")->Muted());
-    EXPECT_TRUE(user.heard.Has("2 were changed since"));
-    user.StopService();
-    user.before["active plan"] = "High performance";
-    user.before["plan Power saver brightness"] = "60 33";
-    EXPECT_EQ(user.Differences(), "");
-}
-
-// A leave that leaves something behind: it skips a processor pair whose minimum was 0.
-TEST(RestoreChoiceTest, WhatALeaveHasNotPutBackIsRestoredAfterIt)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter("HOLV_DND");
-    user.view.Raise(enter_s0);
-    user.pc.RunFor(1s);
-    EXPECT_EQ(user.State(), "S0_NORMAL");
-    Observations now = Find(user.pc);
-    EXPECT_EQ(now["plan Power saver processor-min"], "5 0");
-    EXPECT_EQ(now["plan Power saver processor-max"], "100 100");
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "");
-}
-
-// An endpoint that is unplugged when everything else is restored.
-TEST(RestoreChoiceTest, AnEndpointThatIsAwayIsRestoredWhenItIsBack)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter("HOLV_DND");
-    Endpoint& headphones = *user.pc.audio.Find(L"Headphones");
-    headphones.SetState(DEVICE_STATE_UNPLUGGED);
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "mute Headphones was unmuted, is muted\n");
-    user.StartService();
-    headphones.SetState(DEVICE_STATE_ACTIVE);
-    user.pc.RunFor(2s);
-    user.Enter("HOLV_ACTIVE");
-    user.view.Raise(enter_s0);
-    user.pc.RunFor(1s);
-    EXPECT_EQ(Find(user.pc)["mute Headphones"], "unmuted");
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "");
-    EXPECT_FALSE(user.HasJournal());
-}
-
-TEST(RestoreChoiceTest, AFeatureThatIsSwitchedOffLeavesNothingBehind)
-{
-    UsersPc user;
-    user.StartService();
-    user.Enter("HOLV_DND");
-    AgentClient client(user.pc, L"UI");
-    EXPECT_EQ(client.Call(L"SetNeverSleepParam", {E_HOLV_STATE, 0}).Words(), L"ok");
-    EXPECT_EQ(user.Differences(), "");
-    EXPECT_EQ(client.Call(L"SetNeverSleepParam", {E_HOLV_STATE, 1}).Words(), L"ok");
-    user.pc.RunFor(1s);
-    EXPECT_EQ(user.pc.power.active().name, L"Balanced") << "it takes the right plan for the user's";
-    client.Quit();
-    user.StopService();
-    EXPECT_EQ(user.Differences(), "");
-}
-
-TEST(RestoreChoiceTest, APlanThatIsChosenWhileNeverSleepModeLastsStandsAfterTheReturn)
-{
-    for (const char* state : {"HOLV_ACTIVE", "HOLV_DND"}) {
+    const std::pair<const char*, std::function<void(UsersPc&)>> ends[] = {
+        {"a stop", [](UsersPc& user) { user.StopService(); }},
+        {"a shutdown", [](UsersPc& user) { user.pc.ShutDown(); }},
+        {"a kill",
+         [](UsersPc& user) {
+             user.Kill();
+             user.StartService();
+             user.StopService();
+         }},
+    };
+    for (const auto& [what, end] : ends) {
         UsersPc user;
         user.StartService();
-        user.Enter(state);
-        user.pc.power.Activate(GUID_MIN_POWER_SAVINGS);
-        user.pc.RunFor(1s);
-        user.view.Raise(enter_s0);
-        user.pc.RunFor(1s);
-        EXPECT_EQ(user.pc.power.active().name, L"High performance");
-        user.StopService();
-        user.before["active plan"] = "High performance";
-        EXPECT_EQ(user.Differences(), "");
+        user.Enter("HOLV_S3");
+        end(user);
+        EXPECT_EQ(user.Differences(), "") << "after " << what;
     }
 }
 

@@ -5,7 +5,6 @@
 #include "log/log.h"
 #include "platform/module.h"
 #include "platform/owned.h"
-#include "platform/virtual/announcer/announcer.h"
 #include "platform/virtual/processes/programs.h"
 #include "process/user_process.h"
 #include "tests/virtual_pc_test.h"
@@ -297,7 +296,7 @@ TEST_F(SessionTest, AHandleThatCannotBeClosedIsToldAndNoFailure)
     }
 }
 
-// --- The service's folder, and what the services hear ---
+// --- The service's folder ---
 
 TEST_F(SessionTest, TheServicesFolderIsCutAtTheLastBackslashThatFits)
 {
@@ -327,31 +326,6 @@ TEST_F(SessionTest, TheServicesFolderIsCutAtTheLastBackslashThatFits)
         EXPECT_EQ(GetModuleFilePath(nullptr, MAX_PATH), nullptr);
         EXPECT_EQ(Joined(heard.Take()), "Invalid parameter");
     });
-}
-
-TEST_F(SessionTest, WhatHappensAtTheConsoleIsAnnouncedWithTheSessionsNumber)
-{
-    struct Hearer final : Announcer::Listener
-    {
-        bool Hear(const Announcement& said, const std::function<void()>&) override
-        {
-            heard += std::to_string(said.event) + ":" + std::to_string(said.data.at(0)) + " ";
-            return false;
-        }
-        std::string heard;
-    } hearer;
-    pc.announcer.Add(hearer);
-    pc.session.Logon(L"alice");
-    pc.session.Lock();
-    pc.session.Lock();
-    pc.session.Unlock();
-    pc.session.Unlock();
-    pc.session.Logon(L"bob");
-    pc.session.Disconnect();
-    pc.session.Lock();
-    pc.session.Logon(L"carol");
-    pc.announcer.Remove(hearer);
-    EXPECT_EQ(hearer.heard, "7:1 8:1 6:1 1:2 5:2 6:2 1:3 2:3 1:4 5:4 ");
 }
 
 }  // namespace

@@ -8,42 +8,12 @@
 #include "platform/virtual/eventlog/event_log.h"
 #include "platform/virtual/registry/registry.h"
 #include "settings/settings_store.h"
+#include "tests/all_settings.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;
 
 namespace {
-
-struct Named
-{
-    const wchar_t* name;
-    const Setting& global;
-    DWORD built_in;
-};
-
-const Named kAll[] = {
-    {L"LoggingLevel", g_dwLoggingLevel, 4},
-    {L"LoggingEnabled", g_dwLoggingEnabled, 7},
-    {L"EnableNeverSleep", g_bEnableNeverSleep, 1},
-    {L"MuteAudio", g_bMuteAudio, 0},
-    {L"EnableDoNotDisturb", g_bEnableDoNotDisturb, 1},
-    {L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320},
-    {L"DoNotDisturbEnd", g_dwDoNotDisturbEnd, 360},
-    {L"EnableSoftwareUpdate", g_bEnableSoftwareUpdate, 1},
-    {L"LyncInstalled", g_bLyncInstalled, 0},
-    {L"LastUpdateVersion", g_dwLastUpdateVersion, 2147483647},
-    {L"MaxCpuPowerLimit", g_dwMaxCpuPowerLimit, 50},
-    {L"CpuIdleThreshold", g_dwCpuIdleThreshold, 5},
-    {L"DebugEnabled", g_bDebugEnabled, 0},
-    {L"UseOemPowerScheme", g_bUseOemPowerScheme, 0},
-    {L"EnableHOLVOnDc", g_bEnableHolvOnDC, 1},
-    {L"TurnOnDisplayOnLync", g_bTurnOnDisplayOnLync, 1},
-    {L"SuspendBatteryThreshold", g_dwSuspendBatteryThreshold, 15},
-    {L"AppDisplayTimeout", g_dwAppDisplayTimeout, 30},
-    {L"CpuUsageCheckInterval", g_dwCpuUsageCheckInterval, 10},
-    {L"BatteryUsageCheckInterval", g_dwBatteryUsageCheckInterval, 10},
-    {L"DndToS3", g_bDndToS3, 0},
-};
 
 class SettingsTest : public VirtualPcTest
 {
@@ -53,7 +23,7 @@ protected:
         RunAsProcess([] { RegInit(); });
     }
     // What `name` loads as with one value in the User key.
-    DWORD LoadedAs(const Named& setting, const RegistryValue& user)
+    DWORD LoadedAs(const NamedSetting& setting, const RegistryValue& user)
     {
         pc.registry.Set(kUserKey, setting.name, user);
         Load();
@@ -68,7 +38,7 @@ RegistryValue Binary(std::vector<BYTE> bytes) { return {REG_BINARY, std::move(by
 TEST_F(SettingsTest, WithoutARegistryTheBuiltInValuesHoldBeforeAndAfterLoading)
 {
     EXPECT_EQ(g_dwLoggingEnabled, 6u) << "before loading";
-    for (const Named& each : kAll) {
+    for (const NamedSetting& each : kAllSettings) {
         if (&each.global != &g_dwLoggingEnabled) {
             EXPECT_EQ(each.global, each.built_in) << "before loading: " << std::wstring(each.name);
         }
@@ -76,7 +46,8 @@ TEST_F(SettingsTest, WithoutARegistryTheBuiltInValuesHoldBeforeAndAfterLoading)
     pc.registry.SetDword(kUserKey, L"EnableAppSuspend", 1);
     pc.registry.DeleteKey(kUserKey);
     Load();
-    for (const Named& each : kAll) EXPECT_EQ(each.global, each.built_in) << each.name;
+    for (const NamedSetting& each : kAllSettings)
+        EXPECT_EQ(each.global, each.built_in) << each.name;
     EXPECT_TRUE(pc.registry.HasKey(kUserKey)) << "it is created for later writes";
     EXPECT_TRUE(LogSaid("OEM default registry path does not exist.\n [L=1]"));
 }
@@ -84,27 +55,28 @@ TEST_F(SettingsTest, WithoutARegistryTheBuiltInValuesHoldBeforeAndAfterLoading)
 TEST_F(SettingsTest, EveryValueComesFromTheUserThenTheOemThenTheBuiltInDefault)
 {
     // 10 and 11 lie within every setting's bounds.
-    for (const Named& each : kAll) {
+    for (const NamedSetting& each : kAllSettings) {
         pc.registry.SetDword(kUserKey, each.name, 10);
         pc.registry.SetDword(kOemKey, each.name, 11);
     }
     pc.registry.SetDword(kUserKey, L"EnableAppSuspend", 1);
     Load();
-    for (const Named& each : kAll) EXPECT_EQ(each.global, 10u) << each.name;
+    for (const NamedSetting& each : kAllSettings) EXPECT_EQ(each.global, 10u) << each.name;
     EXPECT_EQ(g_bEnableAppSuspend, 0u) << "off in every new process";
 
-    for (const Named& each : kAll) pc.registry.DeleteValue(kUserKey, each.name);
+    for (const NamedSetting& each : kAllSettings) pc.registry.DeleteValue(kUserKey, each.name);
     Load();
-    for (const Named& each : kAll) EXPECT_EQ(each.global, 11u) << each.name;
+    for (const NamedSetting& each : kAllSettings) EXPECT_EQ(each.global, 11u) << each.name;
 
-    for (const Named& each : kAll) pc.registry.DeleteValue(kOemKey, each.name);
+    for (const NamedSetting& each : kAllSettings) pc.registry.DeleteValue(kOemKey, each.name);
     Load();
-    for (const Named& each : kAll) EXPECT_EQ(each.global, each.built_in) << each.name;
+    for (const NamedSetting& each : kAllSettings)
+        EXPECT_EQ(each.global, each.built_in) << each.name;
 }
 
 TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
 {
-    const Named start{L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320};
+    const NamedSetting start{L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320};
     pc.registry.SetDword(kOemKey, start.name, 600);
     const struct
     {
@@ -140,7 +112,7 @@ TEST_F(SettingsTest, LoadedValuesAreBroughtWithinTheirBounds)
         {L"CpuUsageCheckInterval", 5, 60},    {L"BatteryUsageCheckInterval", 5, 60},
     };
     pc.registry.SetDword(kOemKey, L"LoggingEnabled", 0);
-    for (const Named& each : kAll) {
+    for (const NamedSetting& each : kAllSettings) {
         const auto* row = std::ranges::find_if(
             bounds, [&](const auto& bound) { return std::wstring_view(bound.name) == each.name; });
         const DWORD least = row == std::end(bounds) ? 0 : row->least;

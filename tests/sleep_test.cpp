@@ -1,15 +1,11 @@
 // The PC's sleep as a program sees it: real sleep or away mode, what stands still meanwhile, what
-// wakes the PC, and the announcements in their order.
+// wakes the PC, and the announcements in their order. scenarios/idle_pc.pc tells when it sleeps.
 
 #include "platform/virtual/power/sleep.h"
-#include "platform/com.h"
-#include "platform/command.h"
 #include "platform/kernel.h"
 #include "platform/owned.h"
 #include "platform/power.h"
-#include "platform/service.h"
 #include "platform/virtual/announcer/announcer.h"
-#include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/battery.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/power/power_plans.h"
@@ -66,45 +62,6 @@ protected:
 private:
     Ears m_ears;
 };
-
-TEST_F(SleepTest, AnIdlePcSleepsWhenItsTimeOutIsOverAndNothingKeepsItAwake)
-{
-    Plan(GUID_STANDBY_TIMEOUT, 1200);
-    Plan(GUID_VIDEO_POWERDOWN_TIMEOUT, 600);
-    pc.RunFor(10h);
-    EXPECT_EQ(pc.sleep.IdleSecondsLeft(), 1200u) << "somebody works at it";
-    pc.user.Leaves();
-    pc.RunFor(1199s);
-    EXPECT_EQ(pc.sleep.phase(), Phase::awake);
-    EXPECT_EQ(pc.sleep.IdleSecondsLeft(), 1u);
-    EXPECT_EQ(Announced(), "display0 user2 ");
-    pc.RunFor(1s);
-    EXPECT_EQ(pc.sleep.phase(), Phase::asleep);
-    EXPECT_EQ(Announced(), "suspend ");
-
-    for (const bool display : {false, true}) {
-        pc.sleep.WakeByUser();
-        EXPECT_EQ(Announced(), "resume attended display1 user0 ");
-        const auto request = Require(PowerRequestSystemRequired);
-        if (display) pc.power.SetRequest(*request, PowerRequestDisplayRequired);
-        pc.RunFor(1230s);
-        EXPECT_EQ(pc.sleep.phase(), Phase::awake);
-        EXPECT_EQ(static_cast<std::int32_t>(pc.sleep.IdleSecondsLeft()), -30);
-        EXPECT_EQ(Announced(), display ? "" : "display0 user2 ");
-        pc.power.ClearRequest(*request, PowerRequestSystemRequired);
-        pc.RunFor(1s);
-        EXPECT_EQ(pc.sleep.phase(), Phase::asleep);
-        Announced();
-    }
-    pc.sleep.WakeByUser();
-    Plan(GUID_STANDBY_TIMEOUT, 0);
-    pc.RunFor(100h);
-    EXPECT_EQ(pc.sleep.phase(), Phase::awake);
-    pc.power.s3_supported = false;
-    Plan(GUID_STANDBY_TIMEOUT, 60);
-    pc.RunFor(1h);
-    EXPECT_EQ(pc.sleep.phase(), Phase::awake) << "it cannot sleep";
-}
 
 TEST_F(SleepTest, WhileAwayModeIsRequestedAndAllowedASleepBecomesAwayMode)
 {
@@ -289,27 +246,6 @@ TEST_F(SleepTest, TheBatteryDrainsWhileThePcRunsOnItAndIsChargedOtherwise)
     pc.power.RunOnBattery(2, false);
     pc.RunFor(10h);
     EXPECT_EQ(pc.power.battery_percent, 0);
-}
-
-TEST_F(SleepTest, ACommandsOutputIsReadByLinesAndCountedUntilItIsClosed)
-{
-    const auto request = Require(PowerRequestDisplayRequired);
-    pc.power.listing_takes = 300ms;
-    RunAsProcess([] {
-        const ULONGLONG before = GetTickCount64();
-        const OwnedCommandOutput output(_wpopen(L"powercfg -requests", L"rt"));
-        EXPECT_EQ(GetTickCount64() - before, 300u);
-        std::wstring text;
-        wchar_t line[40];
-        while (std::fgetws(line, 40, output.Get())) text += line;
-        EXPECT_TRUE(text.starts_with(L"DISPLAY:\n[PROCESS] \\Device\\HarddiskVolume1\\Film.exe\n"));
-        const OwnedCommandOutput nothing(_wpopen(L"tidy up", L"rt"));
-        EXPECT_FALSE(std::fgetws(line, 40, nothing.Get()));
-    });
-    left_open_is_expected = true;
-    RunAsProcess([] { _wpopen(L"powercfg -requests", L"rt"); });
-    ASSERT_EQ(pc.processes().back()->left_open().size(), 1u);
-    EXPECT_EQ(pc.processes().back()->left_open()[0].kind, "output of a command");
 }
 
 }  // namespace

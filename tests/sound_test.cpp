@@ -88,46 +88,6 @@ TEST_F(SoundTest, ANotificationClientIsNotHeldAndBelongsToTheProcess)
     });
 }
 
-TEST_F(SoundTest, BadArgumentsAreRefused)
-{
-    constexpr auto kNotFound = static_cast<HRESULT>(0x80070490u);
-    pc.audio.Add(L"Desk", eRender, {.id = L"{0.0.0.00000000}.{a}"});
-    RunInApartment([&] {
-        const auto enumerator = Enumerator();
-        const struct
-        {
-            EDataFlow flow;
-            DWORD states;
-            HRESULT result;
-        } lists[] = {
-            {eAll, 0xF, S_OK},
-            {eRender, DEVICE_STATE_ACTIVE, S_OK},
-            {EDataFlow_enum_count, 0xF, E_INVALIDARG},
-            {eAll, 0x10, E_INVALIDARG},
-        };
-        for (const auto& c : lists) {
-            OwnedInterface<IMMDeviceCollection> list;
-            EXPECT_EQ(enumerator.Get()->EnumAudioEndpoints(c.flow, c.states, list.Receive()),
-                      c.result)
-                << &c - lists;
-        }
-        const std::pair<const wchar_t*, HRESULT> ids[] = {
-            {L"{0.0.0.00000000}.{a}", S_OK},
-            {L"{0.0.0.00000000}.{b}", kNotFound},
-            {L"notadevice", E_INVALIDARG},
-            {L"", E_INVALIDARG},
-            {nullptr, E_POINTER},
-        };
-        for (const auto& [id, result] : ids) {
-            OwnedInterface<IMMDevice> device;
-            EXPECT_EQ(enumerator.Get()->GetDevice(id, device.Receive()), result) << result;
-        }
-        EXPECT_EQ(enumerator.Get()->GetDevice(ids[0].first, nullptr), E_POINTER);
-        EXPECT_EQ(enumerator.Get()->EnumAudioEndpoints(eAll, 1, nullptr), E_POINTER);
-        EXPECT_EQ(enumerator.Get()->GetDefaultAudioEndpoint(eRender, eConsole, nullptr), E_POINTER);
-    });
-}
-
 TEST_F(SoundTest, AVolumeCallbackIsHeldAndHearsOnlyOfChanges)
 {
     struct Callback final : IAudioEndpointVolumeCallback
@@ -196,40 +156,6 @@ TEST_F(SoundTest, NotificationsComeLateDoubledAndMerged)
     EXPECT_EQ(hears({.merged = true}, 5000), 1);
     EXPECT_EQ(hears({.late = 20s}, 20'500), 0);
     EXPECT_EQ(hears({.late = 20s}, 25'000), 2);
-}
-
-TEST_F(SoundTest, AFaultStrikesOneEndpointAndSetMuteCanLie)
-{
-    pc.audio.Add(L"Desk", eRender, {.id = L"{0.0.0.00000000}.{a}"});
-    pc.audio.Add(L"Hall", eRender, {.id = L"{0.0.0.00000000}.{b}"});
-    const auto set = [&](const Faults::Fault& fault) {
-        const Hold hold(pc);
-        EXPECT_EQ(pc.faults.Set("SetMute", fault), std::nullopt);
-    };
-    RunInApartment([&] {
-        const auto enumerator = Enumerator();
-        const auto mute = [&](const wchar_t* id, BOOL muted) {
-            OwnedInterface<IMMDevice> device;
-            enumerator.Get()->GetDevice(id, device.Receive());
-            OwnedInterface<IAudioEndpointVolume> volume;
-            device.Get()->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr,
-                                   reinterpret_cast<void**>(volume.Receive()));
-            const HRESULT result = volume.Get()->SetMute(muted, nullptr);
-            BOOL now = FALSE;
-            EXPECT_EQ(volume.Get()->GetMute(&now), S_OK);
-            return std::pair(result, now);
-        };
-        const wchar_t* desk = L"{0.0.0.00000000}.{a}";
-        const wchar_t* hall = L"{0.0.0.00000000}.{b}";
-        using Is = std::pair<HRESULT, BOOL>;
-        set({.error = 0x88890004, .count = Faults::kAlways, .object = L"Desk"});
-        EXPECT_EQ(mute(hall, TRUE), Is(S_OK, TRUE));
-        EXPECT_EQ(mute(desk, TRUE), Is(static_cast<HRESULT>(0x88890004), FALSE));
-        set({.lie = Lie::pretends});
-        EXPECT_EQ(mute(desk, TRUE), Is(S_OK, FALSE));
-        set({.error = 0x88890004, .lie = Lie::denies});
-        EXPECT_EQ(mute(desk, TRUE), Is(static_cast<HRESULT>(0x88890004), TRUE));
-    });
 }
 
 TEST_F(SoundTest, CallbacksMayComeOneAfterTheOther)

@@ -104,31 +104,4 @@ TEST_F(StandbyTest, ASleepThatTheUserAsksForEndsAllRequestsButThoseForAwayMode)
     EXPECT_TRUE(pc.power.Held(system)) << "and may require it anew";
 }
 
-TEST_F(StandbyTest, OnlyASystemRequestKeepsAnIdlePcAwake)
-{
-    for (const auto type : {PowerRequestDisplayRequired, PowerRequestSystemRequired}) {
-        pc.sleep.WakeByUser();
-        const auto request = Require({type});
-        pc.user.Leaves();
-        pc.RunFor(11min);
-        EXPECT_EQ(How(), type == PowerRequestSystemRequired ? "awake" : "asleep");
-    }
-}
-
-TEST_F(StandbyTest, OnItsBatteryModernStandbyWaitsFiveMinutesForARequest)
-{
-    Have(false, true);
-    const auto request = Require({PowerRequestSystemRequired});
-    pc.user.Leaves();
-    pc.RunFor(2h);
-    EXPECT_EQ(How(), "awake") << "on mains power the request holds";
-    pc.user.Input();
-    pc.power.RunOnBattery(80);
-    pc.RunFor(14min);
-    EXPECT_EQ(How(), "awake");
-    pc.RunFor(61s);
-    EXPECT_EQ(How(), "standby");
-    EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
-}
-
 }  // namespace

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "pc/service_view.h"
 #include "platform/module.h"
 #include "platform/service.h"
 #include "platform/virtual/power/power.h"
@@ -20,86 +21,6 @@ std::string Name(ESystemState state)
 {
     const std::wstring name = StateName(state);
     return {name.begin(), name.end()};
-}
-
-std::string Change(ESystemState from, ESystemState to)
-{
-    return "1 State update " + Name(from) + " >>----->> " + Name(to) + " happened here";
-}
-
-const Lines kAway{"1 ConfigureAwayMode entry", "1 ConfigureAwayMode exit"};
-const Lines kRequired{"1 ConfigureSystemRequired entry", "1 ConfigureSystemRequired exit"};
-const Lines kLeaveActive{"1 LeaveNeverSleepActiveState entry", "1 STOPPING CPU MONITORING",
-                         "1 LeaveNeverSleepActiveState exit"};
-const Lines kLeaveDnd{"1 LeaveNeverSleepDoNotDisturbState entry",
-                      "1 LeaveNeverSleepDoNotDisturbState exit"};
-const Lines kNotActive{"1 Current state not HOLV_ACTIVE or HOLV_IDLE"};
-const Lines kCaught{"1 Transition caught"};
-const Lines kStillNormal{"1 Entering S0 from HOLV State S0_NORMAL"};
-const Lines kExited{"6 HOLV State Machine Exited"};
-
-// What is undone when a state is left.
-Lines Left(const Lines& steps)
-{
-    return Lines{"1 LeaveNeverSleepState entry"} + steps + Lines{"1 LeaveNeverSleepState exit"};
-}
-const Lines kLeftActive = Left(kLeaveActive);
-
-Lines Transitioned(ESystemState to, ESystemState from)
-{
-    return {"1 Transitioned to " + Name(to) + " from " + Name(from)};
-}
-
-Lines LeftDnd(ESystemState previous, const Lines& more = {})
-{
-    return Left(kLeaveDnd + Transitioned(HOLV_DND, previous) + more);
-}
-
-Lines LeftS3(ESystemState previous, const Lines& more = {})
-{
-    return Left(Transitioned(HOLV_S3, previous) + more);
-}
-
-const struct
-{
-    std::string announced;
-    std::string operation;
-    Lines requests;
-} kEntries[] = {
-    {"1 Entering S0 from HOLV State ", "EnterNormalS0State", kRequired},
-    {"2 Entering HOLV Active State", "EnterNeverSleepActiveState", kAway + kRequired},
-    {"2 Entering HOLV Idle State", "EnterNeverSleepIdleState", {}},
-    {"2 Entering HOLV DND State", "EnterNeverSleepDoNotDisturbState", kRequired},
-};
-
-Lines Over(ESystemState state)
-{
-    return {"1 OnLeaveNeverSleepDoNotDisturbTime, current state " + Name(state)};
-}
-const Lines kChosen{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
-                    "1 EnterNeverSleepState exit"};
-
-// What an entry does, and what the loop says before it.
-Lines Enter(ESystemState to, ESystemState from)
-{
-    const std::string line = "1 " + kEntries[to].operation;
-    return Lines{line + " entry", Change(from, to)} + kEntries[to].requests + Lines{line + " exit"};
-}
-
-Lines Announced(ESystemState to, ESystemState from)
-{
-    return {kEntries[to].announced + (to == S0_NORMAL ? Name(from) : "")};
-}
-
-Lines Normal(ESystemState from) { return Announced(S0_NORMAL, from) + Enter(S0_NORMAL, from); }
-Lines Active(ESystemState from) { return Announced(HOLV_ACTIVE, from) + Enter(HOLV_ACTIVE, from); }
-Lines Idle(ESystemState from) { return Announced(HOLV_IDLE, from) + Enter(HOLV_IDLE, from); }
-Lines Dnd(ESystemState from) { return Announced(HOLV_DND, from) + Enter(HOLV_DND, from); }
-
-Lines Refused(ESystemState to)
-{
-    const std::string& operation = kEntries[to].operation;
-    return {"1 " + operation + " entry", "1 Override detected, " + operation + " exit"};
 }
 
 void Fire(GlobalEvent slot)
@@ -174,24 +95,14 @@ private:
 
 // --- Start and end ---
 
-const std::string kNoOemKey = "1 OEM default registry path does not exist.\n";
-const std::string kNoDevice = "1 HOLVDevice was not found";
-const std::string kNoHardware =
-    "1 ACPI device is mssing. No hardware notification will be supported ....\n";
-const std::string kReady = "6 HOLV State Machine initialized";
-
 TEST_F(StateTest, StartsInNormalUseAndStopsWithoutLeaving)
 {
     pc.os_version = kWindows7;
     Start();
-    EXPECT_LINES(Said(),
-                 (Lines{kNoOemKey, kNoDevice, "1 This system is running Windows 7 [6.1]",
-                        kNoHardware, "1 HOLV Feature is enabled on service start\n"} +
-                  kAway + kRequired + Enter(S0_NORMAL, HOLV_INIT) + Lines{kReady} + kStillNormal));
+    EXPECT_LINES(Said(), BlockOf("starts.txt", "on Windows 7"));
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
-    EXPECT_LINES(After(EVENT_ENTER_ACTIVE), Active(S0_NORMAL));
     Stop();
-    EXPECT_LINES(Said(), Lines{"2 HOLV service is stopping"} + kAway + kRequired + kExited);
+    EXPECT_LINES(Said(), BlockOf("starts.txt", "a stop"));
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
     EXPECT_FALSE(HasGlobalEvent(EVENT_ENTER_S0)) << "closed";
 }
@@ -201,9 +112,7 @@ TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
     Set(L"EnableNeverSleep", 0);
     Set(L"DebugEnabled", 1);
     Start();
-    EXPECT_LINES(Said(),
-                 (Lines{kNoOemKey, kNoDevice, "1 This system is NOT running Windows 7 [6.2]",
-                        "1 HOLV Feature is not enabled on service start\n", kReady}));
+    EXPECT_LINES(Said(), BlockOf("starts.txt", "with the feature off"));
     EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
     EXPECT_FALSE(S::m_bIsWindows7);
     Stop();
@@ -259,152 +168,49 @@ TEST_F(StateTest, AWaitThatFailsEndsTheStateMachineWithItsError)
     pc.faults.Set("WaitForMultipleObjects", {.error = 1816});
     Fire(EVENT_REGISTRY_CHANGED);
     pc.RunUntilEnd(*m_service);
-    EXPECT_LINES(Said(),
-                 Lines{"2 HOLV Registry has been changed"} +
-                     Lines{"2 Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"} +
-                     kAway + kRequired + kExited);
+    EXPECT_LINES(Said(), BlockOf("starts.txt", "a wait fails"));
 }
 
 // --- The loop ---
 
-// Steps on the way to a state: the loop's own, and what other threads do to the machine directly.
-enum Step : int
+TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsBlockSays)
 {
-    kS0 = EVENT_ENTER_S0,
-    kActive = EVENT_ENTER_ACTIVE,
-    kIdle = EVENT_ENTER_IDLE,
-    kDnd = EVENT_ENTER_DND,
-    kSuspend = kGlobalEventCount,
-    kSwitchOff,
-    kOverride,
-    kNonsense,
-};
-
-TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsRowSays)
-{
-    const ESystemState nonsense{6};
-    const Lines to_active{"2 Entering HOLV Active State"};
-    const Lines to_dnd{"2 Entering HOLV DND State"};
-    const Lines off_dnd{"1 Leaving HOLV DND State -> HOLV_ACTIVE"};
-    const Lines starts{"2 Entering HOLV Registry Do Not Disturb time interval"};
-    const Lines ends{"2 Leaving HOLV Registry Do Not Disturb time interval"};
-    const Lines no_active = Refused(HOLV_ACTIVE);
-    const Lines no_dnd = Refused(HOLV_DND);
-    const struct
-    {
-        std::vector<Step> from_normal;
-        GlobalEvent slot;
-        ESystemState to;
-        Lines story;
-    } cases[] = {
-        {{}, EVENT_ENTER_S0, S0_NORMAL, kStillNormal},
-        {{kActive}, EVENT_ENTER_S0, S0_NORMAL, kLeftActive + Normal(HOLV_ACTIVE)},
-        {{kActive, kIdle}, EVENT_ENTER_S0, S0_NORMAL, kLeftActive + Normal(HOLV_IDLE)},
-        {{kDnd}, EVENT_ENTER_S0, S0_NORMAL, LeftDnd(S0_NORMAL) + Normal(HOLV_DND)},
-        {{kActive, kDnd},
-         EVENT_ENTER_S0,
-         S0_NORMAL,
-         LeftDnd(HOLV_ACTIVE, kNotActive) + Normal(HOLV_DND)},
-        {{kSuspend}, EVENT_ENTER_S0, S0_NORMAL, LeftS3(S0_NORMAL) + Normal(HOLV_S3)},
-        {{kActive, kIdle, kSuspend},
-         EVENT_ENTER_S0,
-         S0_NORMAL,
-         LeftS3(HOLV_IDLE, kCaught + kLeaveActive) + Normal(HOLV_S3)},
-        {{kSuspend, kS0}, EVENT_ENTER_S0, S0_NORMAL, kStillNormal + kRequired},
-        {{kActive, kSwitchOff}, EVENT_ENTER_S0, S0_NORMAL, Left({}) + Normal(HOLV_INIT)},
-        {{kNonsense}, EVENT_ENTER_S0, S0_NORMAL, Left({}) + Normal(nonsense)},
-
-        {{}, EVENT_ENTER_ACTIVE, HOLV_ACTIVE, Active(S0_NORMAL)},
-        {{kActive}, EVENT_ENTER_ACTIVE, HOLV_ACTIVE, to_active},
-        {{kActive, kIdle}, EVENT_ENTER_ACTIVE, HOLV_ACTIVE, kLeftActive + Active(HOLV_IDLE)},
-        {{kDnd}, EVENT_ENTER_ACTIVE, HOLV_ACTIVE, LeftDnd(S0_NORMAL) + Active(HOLV_DND)},
-        {{kActive, kSuspend},
-         EVENT_ENTER_ACTIVE,
-         HOLV_ACTIVE,
-         LeftS3(HOLV_ACTIVE, kCaught + kLeaveActive) + Active(HOLV_S3) + kAway + kRequired},
-        {{kOverride}, EVENT_ENTER_ACTIVE, S0_NORMAL, to_active + no_active + kStillNormal},
-
-        {{kActive}, EVENT_ENTER_IDLE, HOLV_IDLE, Idle(HOLV_ACTIVE)},
-        {{kActive, kIdle}, EVENT_ENTER_IDLE, HOLV_IDLE, {"2 Entering HOLV Idle State"}},
-        {{kOverride}, EVENT_ENTER_IDLE, HOLV_IDLE, Idle(S0_NORMAL)},
-
-        {{}, EVENT_ENTER_DND, HOLV_DND, Dnd(S0_NORMAL)},
-        {{kActive}, EVENT_ENTER_DND, HOLV_DND, kLeftActive + Dnd(HOLV_ACTIVE)},
-        {{kDnd}, EVENT_ENTER_DND, HOLV_DND, to_dnd},
-        {{kActive, kOverride},
-         EVENT_ENTER_DND,
-         S0_NORMAL,
-         kLeftActive + to_dnd + no_dnd + kLeftActive + Normal(HOLV_ACTIVE)},
-
-        {{kDnd}, EVENT_LEAVE_DND, HOLV_ACTIVE, off_dnd + kLeaveDnd + Enter(HOLV_ACTIVE, HOLV_DND)},
-        {{kActive}, EVENT_LEAVE_DND, HOLV_ACTIVE, off_dnd + Lines{"1 Current state not HOLV_DND"}},
-        {{kActive}, EVENT_REGISTRY_CHANGED, HOLV_ACTIVE, {"2 HOLV Registry has been changed"}},
-
-        {{kActive}, TIMER_IDLE, HOLV_ACTIVE, {"2 HOLV Idle timer expired"}},
-        {{}, TIMER_DND_START, S0_NORMAL, starts + kAway + kRequired},
-        {{kActive},
-         TIMER_DND_START,
-         HOLV_DND,
-         kLeftActive + starts + kAway + Enter(HOLV_DND, HOLV_ACTIVE)},
-        {{kDnd}, TIMER_DND_START, HOLV_DND, starts + kAway},
-        {{}, TIMER_DND_END, S0_NORMAL, ends + kAway + Over(S0_NORMAL)},
-        {{kActive},
-         TIMER_DND_END,
-         HOLV_ACTIVE,
-         kLeftActive + ends + kAway + Over(HOLV_ACTIVE) + kChosen + to_active},
-        {{kDnd},
-         TIMER_DND_END,
-         HOLV_ACTIVE,
-         LeftDnd(S0_NORMAL) + ends + kAway + Over(HOLV_DND) + kChosen + LeftDnd(S0_NORMAL) +
-             Active(HOLV_DND)},
-        {{kDnd, kSuspend},
-         TIMER_DND_END,
-         HOLV_S3,
-         LeftS3(HOLV_DND, kCaught + kLeaveDnd) + ends + kAway + Over(HOLV_S3) +
-             Lines{"1 Will let OnResume handle state transition"}},
-        {{kActive},
-         TIMER_CPU_USAGE,
-         HOLV_IDLE,
-         Lines{"2 Amount of CPU usage is 0 which is below the idle threshold 5"} +
-             Idle(HOLV_ACTIVE)},
-        {{kActive}, TIMER_BATTERY_USAGE, HOLV_ACTIVE, {}},
-        {{kActive}, TIMER_SLEEP, HOLV_ACTIVE, kAway + kRequired},
+    // What other threads do to the machine directly.
+    const std::map<std::string, std::function<void()>> others{
+        {"suspend", S::EnterS3State},
+        {"switch-off", S::StopNeverSleep},
+        {"override", [] { S::m_bOverride = TRUE; }},
+        {"nonsense", [] { S::m_eSystemState = ESystemState{6}; }},
     };
-    const std::map<Step, std::function<void()>> others{
-        {kSuspend, S::EnterS3State},
-        {kSwitchOff, S::StopNeverSleep},
-        {kOverride, [] { S::m_bOverride = TRUE; }},
-        {kNonsense, [=] { S::m_eSystemState = nonsense; }},
-    };
+    const std::vector<Block> cases = BlocksOf("state.txt");
+    EXPECT_GE(cases.size(), 37u);
     Start();
-    for (const auto& c : cases) {
+    for (auto [title, expected] : cases) {
+        SCOPED_TRACE(title);
         RunAsProcess([] {
             // Twice, so that the state before this one is S0_NORMAL too, whatever came earlier.
             S::UpdateState(S0_NORMAL);
             S::UpdateState(S0_NORMAL);
             S::m_bOverride = FALSE;
         });
-        std::string what = "from S0_NORMAL by";
-        for (const Step step : c.from_normal) {
-            what += " " + std::to_string(step);
+        const std::size_t colon = title.find(": ");
+        std::istringstream steps(title.substr(0, colon));
+        Lines said;
+        for (std::string step; steps >> step;) {
             if (others.contains(step)) {
                 RunAsProcess(others.at(step));
             } else {
-                After(static_cast<GlobalEvent>(step));
+                said = After(static_cast<GlobalEvent>(SlotOf(step).value()));
             }
         }
-        Lines said = After(c.slot);
-        Lines expected = c.story;
         if (kRunFree) {
             // The order of a suspend thread's lines is not fixed.
             std::ranges::sort(said);
             std::ranges::sort(expected);
         }
-        EXPECT_LINES(said, expected) << what << ", then slot " << c.slot;
-        EXPECT_EQ(S::m_eSystemState, c.to) << what << ", then slot " << c.slot;
-        if (c.to == S0_NORMAL) {
-            EXPECT_FALSE(S::m_bOverride) << "it ends in normal use";
-        }
+        EXPECT_LINES(said, expected);
+        EXPECT_EQ(Name(S::m_eSystemState), title.substr(colon + 2));
+        EXPECT_FALSE(S::m_eSystemState == S0_NORMAL && S::m_bOverride) << "it ends in normal use";
     }
     Stop();
 }
@@ -420,12 +226,11 @@ TEST_F(StateTest, TheLowerSlotIsActedOnFirst)
     });
     Lines taken = Said();
     std::erase_if(taken, [](const std::string& line) {
-        return line[0] != '2' && line != kStillNormal.front();
+        return line[0] != '2' && !line.starts_with("1 Entering S0");
     });
-    EXPECT_LINES(taken, kStillNormal + Lines{"2 Entering HOLV Active State"} +
-                            Lines{"2 Entering HOLV Idle State"} +
-                            Lines{"2 Entering HOLV DND State"} +
-                            Lines{"2 HOLV service is stopping"});
+    EXPECT_LINES(taken, (Lines{"1 Entering S0 from HOLV State S0_NORMAL",
+                               "2 Entering HOLV Active State", "2 Entering HOLV Idle State",
+                               "2 Entering HOLV DND State", "2 HOLV service is stopping"}));
 }
 
 TEST_F(StateTest, ASignalRaisedWhileItsActionRunsCountsAsDone)
@@ -437,7 +242,8 @@ TEST_F(StateTest, ASignalRaisedWhileItsActionRunsCountsAsDone)
                  SetEvent(g_hGlobalEvents[EVENT_ENTER_ACTIVE]);
                  SetEvent(g_hGlobalEvents[EVENT_ENTER_IDLE]);
              });
-    EXPECT_LINES(After(EVENT_ENTER_ACTIVE), Active(S0_NORMAL) + Idle(HOLV_ACTIVE));
+    EXPECT_LINES(After(EVENT_ENTER_ACTIVE),
+                 BlockOf("starts.txt", "active, and both signals again amid the entry"));
     pc.Watch(nullptr, {});
     Stop();
 }
@@ -450,8 +256,7 @@ TEST_F(StateTest, AHandlersChoiceOfANeverSleepStateIsOnlySignalled)
         S::m_bSeenDndStart = TRUE;
         Said();
         S::EnterNeverSleepState();
-        EXPECT_LINES(Said(), (Lines{"1 EnterNeverSleepState entry", "1 Going to HOLV_ACTIVE",
-                                    "1 EnterNeverSleepState exit"}));
+        EXPECT_EQ(Said()[1], "1 Going to HOLV_ACTIVE");
         EXPECT_FALSE(S::m_bSeenDndStart);
         EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
         EXPECT_EQ(WaitForMultipleObjects(kGlobalEventCount, g_hGlobalEvents, FALSE, 0),

@@ -307,27 +307,6 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
 
 // --- Suspend and resume ---
 
-TEST_F(TimersTest, WithTheFeatureOffSuspendAndResumeOnlySayWhatComes)
-{
-    g_bEnableNeverSleep = 0;
-    RunAsProcess([&] {
-        Sleep(1000);
-        heard.Forget();
-        S::OnSuspend();
-        EXPECT_EQ(heard.Take("OnSuspend"),
-                  (Lines{"*****System is Suspending*****", "Holv is disabled, do nothing"}));
-        S::OnResume(TRUE);
-        S::OnResume(FALSE);
-        EXPECT_EQ(
-            heard.Take("OnResume"),
-            (Lines{"*****System is Resuming [attended]*****", "Holv is disabled, do nothing",
-                   "*****System is Resuming [unattended]*****", "Holv is disabled, do nothing"}));
-    });
-    EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
-    EXPECT_FALSE(S::m_bOverride);
-    EXPECT_EQ(S::m_ullLastSusResEventTime, 0u);
-}
-
 TEST_F(TimersTest, ASuspendThatFailsIsToldAndTheHoursAreLookedAtAllTheSame)
 {
     pc.power.s3_supported = true;

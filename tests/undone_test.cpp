@@ -35,7 +35,6 @@ struct EveningPc : NeverSleepPc
     }
 
     bool Asleep() const { return pc.sleep.phase() == SleepState::Phase::asleep; }
-    bool Held(POWER_REQUEST_TYPE type) const { return pc.power.Held(type); }
     void Run(Duration time) { pc.RunFor(time); }
 };
 
@@ -67,31 +66,6 @@ TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
         evening.Run(2min);
         evening.StopService();
     }
-}
-
-TEST(UndoneTest, HoursThatAreSleptThroughReleaseTheRequestsAndTheirEndHoldsThemAgain)
-{
-    EveningPc evening("21:59", true);
-    evening.pc.user.Leaves();
-    evening.pc.sleep.Ask(L"test");  // which becomes away mode
-    const auto expect_held = [&](bool held) {
-        SCOPED_TRACE(FormatCalendar(evening.pc.clock()) + ", " + evening.State());
-        EXPECT_EQ(evening.Held(PowerRequestAwayModeRequired), held);
-        EXPECT_EQ(evening.Held(PowerRequestSystemRequired), held);
-    };
-    evening.Run(1s);
-    EXPECT_EQ(evening.State(), "HOLV_ACTIVE");
-    expect_held(true);
-    evening.Run(1min);
-    expect_held(false);
-    evening.Run(10min);
-    EXPECT_TRUE(evening.Asleep()) << "with nothing to hold it awake";
-    evening.Run(7h + 50min);
-    EXPECT_EQ(evening.State(), "HOLV_ACTIVE") << "the hours are over";
-    expect_held(true);
-    evening.pc.user.Works();
-    evening.Run(1min);
-    evening.StopService();
 }
 
 TEST(UndoneTest, OneLyncHelperRunsHoweverOftenActiveUseOfTheNightBeginsAndNoneInTheHours)
@@ -146,27 +120,6 @@ TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappen
         EXPECT_FALSE(pc.power.Held(PowerRequestAwayModeRequired));
         EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
         EXPECT_TRUE(IsEqualGUID(pc.power.active().guid, plan)) << "the user's plan is not in force";
-        Stop();
-    }
-}
-
-TEST_F(UndoneInServiceTest, AResumeByATimerLeadsToNeverSleepModeASecondLaterUnlessTheUserComesFirst)
-{
-    for (const bool user_comes : {false, true}) {
-        SCOPED_TRACE(user_comes ? "the user comes" : "no user");
-        Start();
-        Go(pc, EVENT_ENTER_ACTIVE);
-        InService([] {
-            S::OnSuspend();
-            S::OnResume(FALSE);
-        });
-        pc.RunFor(900ms);
-        EXPECT_EQ(S::m_eSystemState, HOLV_S3) << "the second is not over";
-        if (user_comes) InService([] { S::OnResume(TRUE); });
-        pc.RunFor(200ms);
-        EXPECT_EQ(S::m_eSystemState, user_comes ? S0_NORMAL : HOLV_ACTIVE);
-        pc.RunFor(2s);
-        EXPECT_EQ(S::m_eSystemState, user_comes ? S0_NORMAL : HOLV_ACTIVE);
         Stop();
     }
 }

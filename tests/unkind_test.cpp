@@ -1,6 +1,7 @@
 // The unkind PC: processes that are killed, wherever they are; what a power cut leaves; functions
 // that take time.
 
+#include <algorithm>
 #include <functional>
 #include <iterator>
 #include <map>
@@ -173,49 +174,6 @@ TEST_F(KillTest, NothingOfAKilledProcessReachesThePc)
     }
 }
 
-// Writes how far it has come after each step, in a destructor that no exception may leave.
-int CountSteps()
-{
-    struct Step
-    {
-        DWORD number;
-        ~Step() { SetValue(L"Step", number); }
-    };
-    const OwnedHandle request(NewRequest());
-    for (DWORD i = 1; i <= 3; ++i) {
-        const Step step{i};
-        const auto other = [](LPVOID) -> DWORD { return GetCurrentProcessId(); };
-        const OwnedHandle thread(CreateThread(nullptr, 0, other, nullptr, 0, nullptr));
-        WaitForSingleObject(thread.Get(), INFINITE);
-    }
-    return 0;
-}
-
-TEST_F(KillTest, AProcessCanBeKilledAtEachOfItsCalls)
-{
-    DWORD steps_before = 0;
-    std::uint64_t n = 1;
-    for (;; ++n) {
-        pc.registry.DeleteKey(kProbeKey);
-        pc.Install(kProgram, CountSteps);
-        pc.KillAtCall(kProgram, n);
-        Process& process = *pc.StartInstalled(kProgram, kProgram);
-        pc.RunUntilEnd(process);
-        EXPECT_TRUE(pc.handles.List().empty()) << "killed at call " << n;
-        EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired)) << "killed at call " << n;
-        const DWORD steps = pc.registry.GetDword(kProbeKey, L"Step").value_or(0);
-        if (!kRunFree) {
-            EXPECT_GE(steps, steps_before) << "killed at call " << n;
-        }
-        steps_before = steps;
-        if (!process.killed()) break;
-        EXPECT_GE(process.calls(), n);
-        EXPECT_EQ(process.exit_code(), 1);
-    }
-    EXPECT_EQ(steps_before, 3u);
-    EXPECT_GT(n, 20u);
-}
-
 // --- Power cuts ---
 
 void Append(HANDLE file, char digit)
@@ -285,42 +243,15 @@ TEST(PowerCutTest, AFirstPartOfWhatWasWrittenStaysAndAllThatWasFlushed)
     EXPECT_TRUE(plan_outlived_registry) << "the hives are written apart from each other";
 }
 
-TEST(PowerCutTest, AtACallItTakesTheCallAndAllAfterItAway)
-{
-    Machine pc({.free = kRunFree});
-    pc.Install(kProgram, [] {
-        for (DWORD i = 1; i <= 3; ++i) {
-            SetValue(L"Step", i);
-            RegFlushKey(HKEY_LOCAL_MACHINE);
-        }
-        return 0;
-    });
-    // Each round makes four calls: to create the key, set the value, close the key and flush.
-    pc.CutPowerAtCall(kProgram, 8);
-    pc.StartInstalled(kProgram, kProgram);
-    pc.RunFor(1h);
-    EXPECT_FALSE(pc.on());
-    EXPECT_TRUE(pc.registry.GetDword(kProbeKey, L"Step").value_or(0) <= 2u);
-    EXPECT_GE(pc.registry.GetDword(kProbeKey, L"Step").value_or(0), 1u);
-    pc.Boot();
-    EXPECT_TRUE(pc.on());
-}
-
 // --- Slow functions ---
 
-// Runs body(1) in one program and, if wanted, body(2) in another, to their ends.
-void LiveSideBySide(Machine& pc, const std::function<int(int)>& body, bool with_other)
-{
-    const Process& first = pc.Start([&] { return body(1); });
-    pc.Install(kProgram, [&] { return body(2); });
-    if (with_other) pc.StartInstalled(kProgram, kProgram);
-    pc.RunUntilEnd(first);
-    pc.RunFor(1h);
-}
+using PcSetUp = std::function<void(Machine&)>;
 
-// When each of two threads has got the tick count five times, by the threads' numbers.
-std::map<int, std::vector<Instant>> TimesOfCalls(const std::function<void(Machine&)>& set_up,
-                                                 bool with_other)
+// What `see` returns `times` times in a program and, if wanted, in another one beside it, by their
+// numbers, on a PC that is set up.
+template <class Seen>
+std::map<int, std::vector<Seen>> SeenSideBySide(const PcSetUp& set_up, bool with_other, int times,
+                                                Seen (*see)(Machine&))
 {
     Machine pc({.free = kRunFree, .seed = 7});
     pc.user.Works();
@@ -328,17 +259,31 @@ std::map<int, std::vector<Instant>> TimesOfCalls(const std::function<void(Machin
         const Hold hold(pc);
         set_up(pc);
     }
-    std::map<int, std::vector<Instant>> times;
+    std::map<int, std::vector<Seen>> seen;
     const auto body = [&](int number) {
-        for (int i = 0; i < 5; ++i) {
-            GetTickCount64();
+        for (int i = 0; i < times; ++i) {
+            const Seen one = see(pc);
             const Hold hold(pc);
-            times[number].push_back(pc.now());
+            seen[number].push_back(one);
         }
         return 0;
     };
-    LiveSideBySide(pc, body, with_other);
-    return times;
+    const Process& first = pc.Start([&] { return body(1); });
+    pc.Install(kProgram, [&] { return body(2); });
+    if (with_other) pc.StartInstalled(kProgram, kProgram);
+    pc.RunUntilEnd(first);
+    pc.RunFor(1h);
+    return seen;
+}
+
+// When each of two threads has got the tick count five times.
+std::map<int, std::vector<Instant>> TimesOfCalls(const PcSetUp& set_up, bool with_other)
+{
+    return SeenSideBySide<Instant>(set_up, with_other, 5, [](Machine& pc) {
+        GetTickCount64();
+        const Hold hold(pc);
+        return pc.now();
+    });
 }
 
 TEST(SlowTest, EachCallTakesASpanOfItsOwnWhateverElseIsSlow)
@@ -370,26 +315,12 @@ TEST(SlowTest, EachCallTakesASpanOfItsOwnWhateverElseIsSlow)
 
 // --- Faults ---
 
-// For each of two threads, which of its calls are struck, as a digit each.
-std::map<int, std::string> StruckCalls(const std::function<void(Machine&)>& set_up, bool with_other)
+// For each of two threads, which of its calls are struck.
+std::map<int, std::vector<bool>> StruckCalls(const PcSetUp& set_up, bool with_other)
 {
-    Machine pc({.free = kRunFree, .seed = 7});
-    pc.user.Works();
-    {
-        const Hold hold(pc);
-        set_up(pc);
-    }
-    std::map<int, std::string> struck;
-    const auto body = [&](int number) {
-        for (int i = 0; i < 30; ++i) {
-            const bool made = OwnedHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr)).Get();
-            const Hold hold(pc);
-            struck[number] += made ? '0' : '1';
-        }
-        return 0;
-    };
-    LiveSideBySide(pc, body, with_other);
-    return struck;
+    return SeenSideBySide<bool>(set_up, with_other, 30, [](Machine&) {
+        return !OwnedHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    });
 }
 
 TEST(FaultDrawTest, EachThreadDrawsOnItsOwnWhateverElseFails)
@@ -399,8 +330,7 @@ TEST(FaultDrawTest, EachThreadDrawsOnItsOwnWhateverElseFails)
     };
     const auto both = StruckCalls(some, true);
     EXPECT_NE(both.at(1), both.at(2));
-    EXPECT_NE(both.at(1).find('0'), std::string::npos);
-    EXPECT_NE(both.at(1).find('1'), std::string::npos);
+    EXPECT_TRUE(std::ranges::count(both.at(1), true) && std::ranges::count(both.at(1), false));
     EXPECT_EQ(StruckCalls(some, false).at(1), both.at(1)) << "without the other program";
     const auto more = [&](Machine& pc) {
         some(pc);

@@ -40,20 +40,6 @@ protected:
     }
 };
 
-TEST_F(VersionsTest, AVersionHasANameOrANumber)
-{
-    const std::pair<const char*, std::optional<DWORD>> cases[] = {
-        {"7", kWindows7},         {"8.1", kWindows81},        {"11", kWindows11},
-        {"6.1", OsVersion(6, 1)}, {"10.0.19045", kWindows10}, {"12", std::nullopt},
-        {"6.", std::nullopt},     {"6.1.2.3", std::nullopt},  {"", std::nullopt},
-        {"6.1a", std::nullopt},   {"6.300", std::nullopt},    {"ten", std::nullopt},
-    };
-    for (const auto& [text, version] : cases) EXPECT_EQ(ParseOsVersion(text), version) << text;
-    EXPECT_TRUE(OsAtLeast(kWindows10, kWindows81));
-    EXPECT_FALSE(OsAtLeast(kWindows7, kWindows8));
-    EXPECT_TRUE(OsAtLeast(OsVersion(6, 1), kWindows7));
-}
-
 TEST_F(VersionsTest, AProgramIsToldOfNoLaterVersionThanItsManifestNames)
 {
     const std::pair<DWORD, DWORD> cases[] = {{kWindows7, kWindows7},
@@ -170,22 +156,6 @@ TEST_F(VersionsTest, EachVersionListsTheRequestsInItsSections)
         EXPECT_EQ(Sections(), seven + "??:PERFBOOST:ACTIVELOCKSCREEN:")
             << "the console's code page lacks the letters";
     });
-}
-
-TEST_F(VersionsTest, ADriversRequestIsListedWithItsDevice)
-{
-    const auto request =
-        pc.power.NewRequest(LR"(High Definition Audio Device (HDAUDIO\FUNC_01&VEN_10EC))",
-                            L"An audio stream is currently in use.");
-    request->of = PowerRequest::Of::driver;
-    pc.power.SetRequest(*request, PowerRequestSystemRequired);
-    std::string text;
-    RunAsProcess([&] { RunListing([&](const std::string& line) { text += line + "|"; }); });
-    EXPECT_NE(
-        text.find(R"(SYSTEM:|[DRIVER] High Definition Audio Device (HDAUDIO\FUNC_01&VEN_10EC)|)"
-                  "An audio stream is currently in use.||AWAYMODE:|None.|"),
-        std::string::npos)
-        << text;
 }
 
 }  // namespace
