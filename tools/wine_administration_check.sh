@@ -1,7 +1,6 @@
-# Sourced by wine_check.sh: the removal by hand that package/administration.md gives an administrator, run
-# as it stands there. The service is not installed before and after. Other steps are not run: Wine's icacls,
-# wevtutil and schtasks do nothing, its sc knows no config, and its cmd does not copy as the start-up script
-# wants it.
+# Sourced by wine_check.sh: the removal by hand and the start-up script that package/administration.md gives
+# an administrator, run as they stand there. The service is not installed before and after. Other steps are
+# not run: Wine's icacls, wevtutil and schtasks do nothing, and its sc knows no config.
 
 setup=$WINEPREFIX/drive_c/setup
 rm -rf "$setup"
@@ -26,3 +25,12 @@ check "the settings and the log stay" "there yes" "$(key_is 'HKLM\Software\Orbeq
 batch forget
 check "until they are deleted" "gone gone no" \
     "$(key_is 'HKLM\Software\Orbeq\Holv') $(key_is "$source_key") $([ -e "$log" ] && echo yes || echo no)"
+
+cp "$build/wine/HOLVService.exe" "$build/holvctl.exe" "$setup"
+block 'A start-up script for a group policy' >"$setup/startup.bat"
+rm "$installed/HOLVService.exe"
+batch startup
+await "the start-up script's service to run" $patience service_is RUNNING
+check "the start-up script copies, installs and starts" RUNNING "$seen"
+stop_service >/dev/null
+run_switch -UnregServer >/dev/null
