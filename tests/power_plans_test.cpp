@@ -251,7 +251,8 @@ TEST_F(PowerPlansTest, ControlAndStatesChangeThePlansPutThemBackAndTellOfIt)
     RunAsProcess([&] {
         Manager manager;
         for (const auto& [title, expected] : BlocksOf("plans.txt")) {
-            Lines lines = Effects([&] { (manager.*steps.at(title))(); });
+            const auto step = steps.at(title);
+            Lines lines = Effects([&] { (manager.*step)(); });
             lines = lines + Said();
             std::erase_if(lines, [](const std::string& line) { return line[0] == '4'; });
             EXPECT_LINES(lines, expected) << title;
