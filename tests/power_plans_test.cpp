@@ -250,12 +250,11 @@ TEST_F(PowerPlansTest, ControlAndStatesChangeThePlansPutThemBackAndTellOfIt)
     };
     RunAsProcess([&] {
         Manager manager;
-        for (const auto& [title, expected] : BlocksOf("plans.txt")) {
-            const auto step = steps.at(title);
-            Lines lines = Effects([&] { (manager.*step)(); });
+        for (const Block& block : BlocksOf("plans.txt")) {
+            Lines lines = Effects([&] { (manager.*steps.at(block.title))(); });
             lines = lines + Said();
             std::erase_if(lines, [](const std::string& line) { return line[0] == '4'; });
-            EXPECT_LINES(lines, expected) << title;
+            EXPECT_LINES(lines, block.lines) << block.title;
         }
         EXPECT_EQ(BlocksOf("plans.txt").size(), steps.size());
     });

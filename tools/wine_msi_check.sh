@@ -155,5 +155,6 @@ product=$(winepath -w "$build"/packages/Holv-*-x64.msi)
 check "on an unsupported processor the installation fails" failed "$([ "$(msi /i "$product")" = 0 ] || echo failed)"
 check "and is undone: no service, no files" ", " "$(service_state), $(files)"
 
+tell_not_started
 echo "$passed checks passed, $failed failed"
 [ "$failed" -eq 0 ]

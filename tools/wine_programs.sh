@@ -18,11 +18,31 @@ await() {
 # Seconds that a state, or a program's end, may take on a machine that compiles beside the check.
 patience=60
 
+# run_wine PROGRAM...: runs a program for as long as that at most. Beside busy compilers Wine now and then
+# starts none of its own programs, and its start.exe says so: the program has not begun, and is run once
+# more. How often that was is counted, and told at the end.
+run_wine() {
+    local code=0 says
+    says=$(timeout $patience wine "$@") || code=$?
+    if [[ $code -ne 0 && $says = *'ShellExecuteEx failed: Internal error'* ]]; then
+        echo "$1" >>"$not_started"
+        code=0
+        says=$(timeout $patience wine "$@") || code=$?
+    fi
+    if [ -n "$says" ]; then echo "$says"; fi
+    return "$code"
+}
+not_started=$PWD/build/wine_not_started.txt
+rm -f "$not_started"
+tell_not_started() {
+    if [ -e "$not_started" ]; then echo "Wine did not start $(tr '\n' ' ' <"$not_started")at first"; fi
+}
+
 # wine_does PROGRAM...: prints what a program says on its standard output. When it fails or does not
 # end in time, the command, its exit code and its output are printed.
 wine_does() {
     local code=0 says
-    says=$(timeout $patience wine "$@" 2>"$complaints") || code=$?
+    says=$(run_wine "$@" 2>"$complaints") || code=$?
     says=${says//$'\r'/}
     if [ "$code" -ne 0 ]; then echo "wine $*: exit code $code: $says $(<"$complaints")" >&2; fi
     if [ -n "$says" ]; then echo "$says"; fi
@@ -41,7 +61,7 @@ holvctl() { wine_does "$installed/holvctl.exe" "$@"; }
 # holvctl_ends COMMAND...: its exit code, and what it says.
 holvctl_ends() {
     local code=0 says
-    says=$(timeout $patience wine "$installed/holvctl.exe" "$@" 2>"$complaints" | tr -d '\r') || code=$?
+    says=$(run_wine "$installed/holvctl.exe" "$@" 2>"$complaints" | tr -d '\r') || code=$?
     echo "$code: $says"
 }
 # holvctl_tells TEXT: whether its status has it.
@@ -58,7 +78,7 @@ add_value() { wine_does reg add "$1" /v "$2" /t "$3" /d "$4" /f >/dev/null; }
 # any other failure is told.
 look_at() {
     local code=0
-    values=$(timeout $patience wine reg query "$1" 2>&1) || code=$?
+    values=$(run_wine reg query "$1" 2>&1) || code=$?
     values=${values//$'\r'/}
     key=there
     if [ "$code" -ne 0 ]; then
@@ -82,7 +102,7 @@ key_is() {
 # The service, as Wine's manager knows it: its state, or nothing where there is none.
 service_state() {
     local says
-    says=$(timeout $patience wine sc query HOLVService 2>&1 | tr -d '\r') ||
+    says=$(run_wine sc query HOLVService 2>&1 | tr -d '\r') ||
         wine_does sc query RpcSs >/dev/null || echo "unknown: the service manager does not answer"
     sed -nE 's/^ +STATE +: [0-9] +([A-Z_]+).*$/\1/p' <<<"$says"
 }
