@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <limits>
 #include <ostream>
 #include <set>
@@ -128,7 +129,7 @@ private:
     std::optional<Promised> m_promised;
     std::vector<Done> m_done;
     std::set<DWORD> m_ended_slowly;  // processes
-    std::uint64_t m_effects = 0;
+    std::atomic<std::uint64_t> m_effects = 0;
     Instant m_started{};
     Instant m_last_deed{};
     Outcome m_outcome;

@@ -65,6 +65,18 @@ Situations::~Situations()
     m_pc.faults.Listen(nullptr);
 }
 
+Counts Situations::counts() const
+{
+    const Hold hold(m_pc);
+    return m_counts;
+}
+
+Counts Situations::pairs() const
+{
+    const Hold hold(m_pc);
+    return m_pairs;
+}
+
 void Situations::Happens(std::size_t mark)
 {
     const Instant now = m_pc.now();
@@ -83,6 +95,7 @@ void Situations::Deed(const std::string& command)
     const std::string::size_type second =
         first == command.npos ? first : command.find(' ', first + 1);
     const bool tells_by_one_word = command.starts_with("clock ");
+    const Hold hold(m_pc);
     ++m_pairs[ToUtf8(m_state) + ": " + command.substr(0, tells_by_one_word ? first : second)];
     const std::span<const Mark> marks = AllMarks();
     for (std::size_t i = 0; i < marks.size(); ++i) {

@@ -45,10 +45,10 @@ public:
     // A command that has been done.
     void Deed(const std::string& command);
 
-    const Counts& counts() const { return m_counts; }
+    Counts counts() const;
     // Pairs of the service's state and what met it there: an event, a deed or a function that
     // failed.
-    const Counts& pairs() const { return m_pairs; }
+    Counts pairs() const;
 
 private:
     void Hear(const virtual_pc::Effect& effect);
