@@ -38,13 +38,17 @@ Action PutToSleep(const ScriptLine& line, const Arguments&)
     };
 }
 
+bool IsUp(const ScriptContext& context)
+{
+    const Hold hold(context.pc);
+    return context.pc.sleep.phase() == SleepState::Phase::awake && !context.pc.sleep.stands_by();
+}
+
 template <void (SleepState::*operation)()>
 Action WakeUp(const ScriptLine& line, const Arguments&)
 {
     return [line](ScriptContext& context) {
-        if (context.pc.sleep.phase() == SleepState::Phase::awake && !context.pc.sleep.stands_by()) {
-            throw ExpectationFailed(line, "the PC is not asleep");
-        }
+        if (IsUp(context)) throw ExpectationFailed(line, "the PC is not asleep");
         (context.pc.sleep.*operation)();
         context.pc.Settle();
     };
