@@ -84,9 +84,13 @@ TEST_F(StoryTest, APcThatIsSwitchedOffIsNoCrash)
     ExpectNotTold("released");
     ExpectNotTold("the story ends");
     PlayWell(start + "pc shutdown\n");
-    for (const char* told : {"the PC shuts down", "HOLVService: stopping", "the PC is off"}) {
-        ExpectTold({std::string("08:00:01  ") + told});
+    if (kRunFree) {
+        ExpectTold({"08:00:01  the PC shuts down"});
+        ExpectTold({"08:00:01  HOLVService: stopping"});
+    } else {
+        ExpectTold({"08:00:01  the PC shuts down", "08:00:01  HOLVService: stopping"});
     }
+    ExpectTold({"08:00:01  the PC is off"});
     ExpectNotTold("killed");
     // And a crash is one.
     PlayWell(start + "service kill\nrun 1s\n");

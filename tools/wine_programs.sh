@@ -18,17 +18,17 @@ await() {
 # Seconds that a state, or a program's end, may take on a machine that compiles beside the check.
 patience=60
 
-# run_wine PROGRAM...: runs a program for as long as that at most. Beside busy compilers Wine now and then
-# starts none of its own programs, and its start.exe says so: the program has not begun, and is run once
-# more. How often that was is counted, and told at the end.
+# run_wine PROGRAM...: runs a program for as long as that at most. Beside busy compilers it happens that Wine
+# does not start a program of its own, and its start.exe says so. The program has not begun then, and is run
+# once more; which ones these were is told at the end.
 run_wine() {
-    local code=0 says
-    says=$(timeout $patience wine "$@") || code=$?
-    if [[ $code -ne 0 && $says = *'ShellExecuteEx failed: Internal error'* ]]; then
-        echo "$1" >>"$not_started"
+    local code says attempt
+    for attempt in first last; do
         code=0
         says=$(timeout $patience wine "$@") || code=$?
-    fi
+        if [[ $code -eq 0 || $says != *'ShellExecuteEx failed: Internal error'* ]]; then break; fi
+        echo "$1" >>"$not_started"
+    done
     if [ -n "$says" ]; then echo "$says"; fi
     return "$code"
 }

@@ -268,7 +268,7 @@ void Process::End(Thread& last, int exit_code)
         last.keeps_on = true;
         m_last = &last;
         EndThreads(machine, &last);
-        // A thread that was in a slow call when the end began may have started another since.
+        // What comes from outside, as a notice of the sound system, may start another meanwhile.
         const auto other = [&](const std::shared_ptr<Thread>& thread) {
             return thread->process == this && thread.get() != &last;
         };
