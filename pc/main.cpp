@@ -1,5 +1,6 @@
 // holvpc: the virtual PC as a program.
 
+#include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
@@ -223,6 +224,9 @@ bool ReaderIsGone()
 
 int main(int argc, char** argv)
 {
+    // One heap for all threads: one of them runs at a time, and with heaps of their own a long life
+    // scatters its memory over all of them.
+    mallopt(M_ARENA_MAX, 1);
     int status = kRefused;
     try {
         status = Main(argc, argv);

@@ -158,7 +158,6 @@ Tally Tally::Read(const std::filesystem::path& file)
 
 void Print(const Tally& tally, bool details, std::ostream& out)
 {
-    for (const auto& [key, found] : tally.findings) PrintFound(found, out);
     if (!tally.gaps.empty()) out << "\nknown gaps met:\n";
     for (const auto& [name, count] : tally.gaps)
         out << std::setw(8) << count << "  " << name << "\n";
@@ -185,4 +184,5 @@ void Print(const Tally& tally, bool details, std::ostream& out)
         << " days a second and core; " << share
         << " % of the lives met neither a gap nor a finding; " << tally.findings.size()
         << " findings; " << tally.met.size() << " pairs of state and event\n";
+    for (const auto& [key, found] : tally.findings) PrintFound(found, out);
 }

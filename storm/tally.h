@@ -41,5 +41,6 @@ struct Tally
     static Tally Read(const std::filesystem::path& file);
 };
 
-// The whole report: findings, gaps, situations, sizes. `details` also lists the pairs.
+// The whole report: gaps, situations, sizes, and last, where the end of a long log shows them, the
+// findings. `details` also lists the pairs.
 void Print(const Tally& tally, bool details, std::ostream& out);

@@ -211,7 +211,7 @@ TEST_F(DeviceTest, EachFailingStepIsNamedWithItsErrorAndLeavesNothingOpen)
         pc.devices.size_query_succeeds = true;
         EXPECT_EQ(Tell(3), "") << "a size that is told without a failure is as good";
         EXPECT_EQ(device.Mode(), 3u);
-        const std::vector<DeviceRequest> requests = device.Requests();
+        const std::deque<DeviceRequest> requests = device.Requests();
         ASSERT_EQ(requests.size(), 2u);
         EXPECT_EQ(requests[0].error, static_cast<DWORD>(ERROR_INVALID_FUNCTION));
         EXPECT_EQ(requests[1].error, static_cast<DWORD>(NO_ERROR));

@@ -160,7 +160,10 @@ void Machine::ConnectFacets()
         com.type_libraries.Add(image.path, resources.parent_path() / "api" / "HOLVAgentLib.idl");
     };
     process_ending = [this](Process& process) { com.Forget(process); };
-    process_ended = [this](Process& process) { services.ProcessEnded(process); };
+    process_ended = [this](Process& process) {
+        services.ProcessEnded(process);
+        audio.notices.ProcessEnded(process);
+    };
     com.start_service = [this](const std::wstring& name) -> HRESULT {
         const DWORD error = services.Start(name);
         return error == ERROR_SERVICE_ALREADY_RUNNING ? S_OK : HRESULT_FROM_WIN32(error);

@@ -16,6 +16,22 @@ namespace {
 std::string MuteText(bool muted) { return muted ? "muted" : "unmuted"; }
 std::string MuteOf(const std::string& endpoint) { return "mute " + endpoint; }
 
+// What the service may take a new plan's value for, from the plan that it replaces.
+void TakeOver(Wish& wish, Wish& old, const std::string& value)
+{
+    wish.until_activated = old.until_activated;
+    wish.until_activated.insert(old.values.begin(), old.values.end());
+    wish.gone_values = std::move(old.gone_values);
+    wish.gone_values.insert(old.values.begin(), old.values.end());
+    wish.gone_written = std::move(old.gone_written);
+    wish.gone_written.insert(old.written.begin(), old.written.end());
+    // Where the new plan has just what the service had written into one of them, the service cannot
+    // tell them apart.
+    if (!wish.gone_written.contains(value)) return;
+    wish.values.insert(wish.gone_values.begin(), wish.gone_values.end());
+    wish.written = wish.gone_written;
+}
+
 }  // namespace
 
 By CausedBy(const Effect& effect)
@@ -64,13 +80,7 @@ void Belongings::Absorb()
         wish->second = {.values = {value}, .latest = value, .touched = m_pc.now()};
         const auto old = m_replaced.find(name);
         if (old == m_replaced.end()) continue;
-        wish->second.until_activated = old->second.until_activated;
-        wish->second.until_activated.insert(old->second.values.begin(), old->second.values.end());
-        // Where the new plan has just what the service had written into the one it replaces, the
-        // service cannot tell them apart.
-        if (!old->second.written.contains(value)) continue;
-        wish->second.values.insert(old->second.values.begin(), old->second.values.end());
-        wish->second.written = old->second.written;
+        TakeOver(wish->second, old->second, value);
     }
     m_replaced.clear();
     const std::string& plan = m_wishes[kActivePlanObject].latest;
@@ -112,6 +122,8 @@ void Belongings::HearService(const std::string& name, const std::string& value,
 {
     Wish& wish = m_wishes[name];
     wish.touched = m_pc.now();
+    wish.gone_values.clear();
+    wish.gone_written.clear();
     // One of several that are right may be restored, or be the service's own.
     if (wish.values.contains(value) && wish.values.size() == 1) {
         // Within an absence the journal knows what has been written until the user is back.

@@ -38,6 +38,10 @@ struct Wish
     virtual_pc::Instant settled_at{};
     // The `values` before the user's last change.
     std::set<std::string> before_change = {};
+    // The same of plans that were there before under this plan's name, for as long as the service
+    // has not written into this one: until then it may remember theirs.
+    std::set<std::string> gone_values = {};
+    std::set<std::string> gone_written = {};
     virtual_pc::Instant touched{};  // by anyone
 };
 

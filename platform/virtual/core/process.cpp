@@ -99,9 +99,12 @@ void* Process::Find(const char* symbol) const
     return m_loaded ? m_loaded->Find(symbol) : nullptr;
 }
 
-Process::Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how,
-                 std::uint64_t start)
-    : launch(std::move(how)), m_image(image), m_command_line(command_line), m_start(start)
+Process::Process(std::shared_ptr<const Image> image, std::wstring_view command_line,
+                 std::optional<Launch> how, std::uint64_t start)
+    : launch(std::move(how)),
+      m_image(std::move(image)),
+      m_command_line(command_line),
+      m_start(start)
 {
 }
 
@@ -112,17 +115,19 @@ void Process::Begin(Machine& machine, std::function<int()> entry)
     machine.m_next_process_id += 4;
     m_started = machine.clock() - kEastOfUtc;
     machine.journal.Record("process", {{"what", L"started"},
-                                       {"path", m_image.path},
+                                       {"path", m_image->path},
                                        {"command_line", m_command_line},
                                        {"id", std::uint64_t{m_id}},
                                        {"user", launch ? launch->user : L""}});
-    m_first_thread = StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
+    const auto first = StartThread(machine, [this, entry = std::move(entry)]() -> DWORD {
         Thread& self = *Thread::Self();
         int exit_code = 1;
         Guard(self, [&] { exit_code = entry ? entry() : RunImage(self); });
         End(self, exit_code);
         return static_cast<DWORD>(exit_code);
     });
+    m_first_thread = first->object;
+    m_first_thread_id = first->id;
 }
 
 std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWORD()> body)
@@ -133,7 +138,7 @@ std::shared_ptr<Thread> Process::StartThread(Machine& machine, std::function<DWO
     machine.m_next_thread_id += 4;
     thread->process = this;
     thread->key = ++m_threads_started + (m_start << 32);
-    for (const wchar_t letter : m_image.path) thread->key = Random(thread->key, letter).Next();
+    for (const wchar_t letter : m_image->path) thread->key = Random(thread->key, letter).Next();
     thread->object = std::make_shared<ThreadObject>();
     thread->body = std::move(body);
     // A thread that is started while the process ends never runs.
@@ -162,11 +167,11 @@ void Process::Guard(Thread& self, const std::function<void()>& body)
 int Process::RunImage(Thread& self)
 {
     self.keeps_on = true;
-    auto loaded = std::make_unique<LoadedImage>(m_image);
+    auto loaded = std::make_unique<LoadedImage>(*m_image);
     self.keeps_on = false;
     using Entry = int(WINAPI*)(HINSTANCE, HINSTANCE, LPWSTR, int);
     const auto entry = reinterpret_cast<Entry>(loaded->Find("wWinMain"));
-    if (!entry) throw std::runtime_error(m_image.host_path + ": has no wWinMain");
+    if (!entry) throw std::runtime_error(m_image->host_path + ": has no wWinMain");
     {
         const Hold hold(Machine::Current());
         m_loaded = std::move(loaded);
@@ -235,8 +240,7 @@ void Process::Crash(const EXCEPTION_RECORD& record)
 
 std::wstring ProcessObject::Name() const { return process.path(); }
 
-std::shared_ptr<Waitable> Process::first_thread() const { return m_first_thread->object; }
-DWORD Process::first_thread_id() const { return m_first_thread->id; }
+std::shared_ptr<Waitable> Process::first_thread() const { return m_first_thread; }
 
 bool Process::Terminate(int exit_code)
 {
@@ -294,7 +298,7 @@ void Process::End(Thread& last, int exit_code)
     m_object->Signal();
     if (machine.process_ended) machine.process_ended(*this);
     machine.journal.Record("process", {{"what", L"ended"},
-                                       {"path", m_image.path},
+                                       {"path", m_image->path},
                                        {"id", std::uint64_t{m_id}},
                                        {"exit_code", std::int64_t{exit_code}},
                                        {"killed", m_ended_with.has_value()}});

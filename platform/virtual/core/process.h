@@ -20,6 +20,7 @@ namespace virtual_pc {
 
 class Machine;
 class Thread;
+class ThreadObject;
 
 // A program: the host's loadable image, and where it lies on the PC's disk.
 struct Image
@@ -70,15 +71,15 @@ class Process
 {
 public:
     // `start` counts the starts of the program.
-    Process(const Image& image, std::wstring_view command_line, std::optional<Launch> how,
-            std::uint64_t start);
+    Process(std::shared_ptr<const Image> image, std::wstring_view command_line,
+            std::optional<Launch> how, std::uint64_t start);
 
     // Starts its first thread, which runs `entry` or, when that is empty, the image. Called once,
     // with the machine held.
     void Begin(Machine& machine, std::function<int()> entry);
 
     DWORD id() const { return m_id; }
-    const std::wstring& path() const { return m_image.path; }
+    const std::wstring& path() const { return m_image->path; }
     std::wstring& command_line() { return m_command_line; }
     const std::wstring& command_line() const { return m_command_line; }
     bool running() const { return !m_ended; }
@@ -95,7 +96,7 @@ public:
     int exit_code() const { return m_exit_code; }
     // Whether an unhandled exception ended it.
     bool crashed() const { return m_crashed; }
-    const Image& image() const { return m_image; }
+    const Image& image() const { return *m_image; }
     // What it had left open when it ended; the machine has closed it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
 
@@ -127,7 +128,7 @@ public:
 
     std::shared_ptr<Waitable> object() const { return m_object; }
     std::shared_ptr<Waitable> first_thread() const;
-    DWORD first_thread_id() const;
+    DWORD first_thread_id() const { return m_first_thread_id; }
 
     // Starts a thread of the process. With the machine held.
     std::shared_ptr<Thread> StartThread(Machine& machine, std::function<DWORD()> body);
@@ -162,11 +163,12 @@ private:
 
     DWORD m_id = 0;
     CalendarTime m_started{0};
-    const Image m_image;
+    const std::shared_ptr<const Image> m_image;
     std::wstring m_command_line;
     std::unique_ptr<LoadedImage> m_loaded;
     std::shared_ptr<ProcessObject> m_object = std::make_shared<ProcessObject>(*this);
-    std::shared_ptr<Thread> m_first_thread;
+    std::shared_ptr<ThreadObject> m_first_thread;
+    DWORD m_first_thread_id = 0;
     std::optional<int> m_ended_with;  // the argument of Terminate
     int m_exit_code = 0;
     std::atomic<bool> m_ended = false;  // set last: a thread that reads true may read the rest

@@ -99,7 +99,7 @@ void Device::FailRequests(DWORD error)
     m_request_error = error;
 }
 
-std::vector<DeviceRequest> Device::Requests() const
+std::deque<DeviceRequest> Device::Requests() const
 {
     const Hold hold(m_machine);
     return m_requests;
@@ -129,6 +129,7 @@ DWORD Device::Request(DWORD code, std::span<const BYTE> bytes)
     if (!m_present) return kErrorDeviceNotConnected;
     const DWORD error = m_request_error;
     m_requests.push_back({code, {bytes.begin(), bytes.end()}, m_machine.now(), error});
+    if (m_requests.size() > kRequestsKept) m_requests.pop_front();
     const std::optional<DWORD> mode = ModeOf(code, bytes);
     if (mode && error == NO_ERROR) m_mode = mode;
     if (!m_machine.journal.Listened("device request")) return error;

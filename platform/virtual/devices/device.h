@@ -1,6 +1,7 @@
 // Devices, the interfaces that their drivers offer, and the requests they are sent.
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
@@ -53,8 +54,9 @@ public:
     void FailOpening(DWORD error);
     void FailRequests(DWORD error);
 
-    // All requests since it was first plugged in, the refused ones too.
-    std::vector<DeviceRequest> Requests() const;
+    // The requests since it was first plugged in, the refused ones too: the last kRequestsKept.
+    static constexpr std::size_t kRequestsKept = 1'000;
+    std::deque<DeviceRequest> Requests() const;
     // The last never-sleep mode that it accepted; nothing when there was none.
     std::optional<DWORD> Mode() const;
 
@@ -73,7 +75,7 @@ private:
     bool m_present = true;
     DWORD m_open_error = NO_ERROR;
     DWORD m_request_error = NO_ERROR;
-    std::vector<DeviceRequest> m_requests;
+    std::deque<DeviceRequest> m_requests;
     std::optional<DWORD> m_mode;
 };
 

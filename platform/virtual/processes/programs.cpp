@@ -13,8 +13,9 @@ namespace virtual_pc {
 void Programs::Install(const Image& image)
 {
     const Hold hold(m_machine);
-    std::erase_if(m_programs, [&](const Program& known) { return known.image.path == image.path; });
-    m_programs.push_back({image, {}});
+    std::erase_if(m_programs,
+                  [&](const Program& known) { return known.image->path == image.path; });
+    m_programs.push_back({std::make_shared<const Image>(image), {}});
     m_machine.disk.Write(image.path, "MZ");  // nothing on the PC reads it
     if (installed && !image.resources.empty()) installed(image);
 }
@@ -32,9 +33,9 @@ Process* Programs::StartInstalled(std::wstring_view path, std::wstring_view comm
                                   std::optional<Launch> launch)
 {
     const Hold hold(m_machine);
-    const auto same = [&](const Program& program) { return SameName(program.image.path, path); };
+    const auto same = [&](const Program& program) { return SameName(program.image->path, path); };
     const auto found = std::ranges::find_if(m_programs, same);
-    if (found == m_programs.end() || !m_machine.disk.Read(found->image.path)) return nullptr;
+    if (found == m_programs.end() || !m_machine.disk.Read(found->image->path)) return nullptr;
     return &Begin(*found, command_line, std::move(launch));
 }
 
@@ -70,19 +71,19 @@ Process& Programs::Start(const Image& image, std::wstring_view arguments)
 Process& Programs::Start(std::function<int()> entry, std::wstring_view command_line)
 {
     const Hold hold(m_machine);
-    const Image image;
-    if (!m_machine.disk.Read(image.path)) m_machine.disk.Write(image.path, "MZ");
+    const auto image = std::make_shared<const Image>();
+    if (!m_machine.disk.Read(image->path)) m_machine.disk.Write(image->path, "MZ");
     return Begin({image, std::move(entry)}, command_line);
 }
 
 Process& Programs::Begin(const Program& program, std::wstring_view command_line,
                          std::optional<Launch> launch)
 {
-    const auto same = [&](const auto& known) { return known->path() == program.image.path; };
+    const auto same = [&](const auto& known) { return known->path() == program.image->path; };
     const auto start = static_cast<std::uint64_t>(std::ranges::count_if(m_processes, same));
     Process& process = *m_processes.emplace_back(
         std::make_unique<Process>(program.image, command_line, std::move(launch), start));
-    if (auto planned = m_deeds.extract(program.image.path)) {
+    if (auto planned = m_deeds.extract(program.image->path)) {
         process.AtCall(planned.mapped().at_call, std::move(planned.mapped().deed));
     }
     process.Begin(m_machine, program.entry);

@@ -49,7 +49,8 @@ public:
 private:
     struct Program
     {
-        Image image;                 // its path, and what is loaded unless there is an entry
+        // Its path, and what is loaded unless there is an entry.
+        std::shared_ptr<const Image> image;
         std::function<int()> entry;  // what is run instead of an image
     };
     struct Deed

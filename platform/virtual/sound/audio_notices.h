@@ -62,6 +62,8 @@ public:
     // Notes as misuse what the sound system forbids its callbacks, when the calling thread is
     // inside one: real PCs may hang then.
     void ForbidInCallbacks(std::string_view what) const;
+    // With the machine held: the sound system has no threads in it any more.
+    void ProcessEnded(Process& process) { m_pools.erase(&process); }
     // Drops the registrations of all clients, which are not told.
     void LoseClients();
 
