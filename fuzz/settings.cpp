@@ -4,10 +4,10 @@
 
 #include "settings/settings_store.h"
 
-#include <algorithm>
 #include <array>
 #include <vector>
 
+#include "fuzz/bytes.h"
 #include "fuzz/input.h"
 #include "platform/virtual/core/machine.h"
 #include "platform/virtual/core/process.h"
@@ -28,30 +28,6 @@ constexpr std::array kNames = {
     L"UseOemPowerScheme", L"EnableHOLVOnDc",        L"SuspendBatteryThreshold",
     L"AppDisplayTimeout", L"CpuUsageCheckInterval", L"BatteryUsageCheckInterval",
     L"OemPowerScheme",    L"LogFileSizeMB",         L"DndToS3",
-};
-
-// Takes bytes from the front; zeros after the last.
-class Bytes
-{
-public:
-    explicit Bytes(std::string_view bytes) : m_left(bytes) {}
-    bool empty() const { return m_left.empty(); }
-    unsigned Next()
-    {
-        if (m_left.empty()) return 0;
-        const auto byte = static_cast<unsigned char>(m_left.front());
-        m_left.remove_prefix(1);
-        return byte;
-    }
-    std::vector<BYTE> Take(std::size_t count)
-    {
-        const std::string_view taken = m_left.substr(0, count);
-        m_left.remove_prefix(taken.size());
-        return {taken.begin(), taken.end()};
-    }
-
-private:
-    std::string_view m_left;
 };
 
 void PutValues(Machine& pc, Bytes bytes)
@@ -79,6 +55,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         return 0;
     });
     pc.RunUntilEnd(process);
-    for (const std::string& misuse : pc.misuses()) Report(misuse);
+    for (const std::string& misuse : pc.misuses()) Alarm(misuse);
     return 0;
 }

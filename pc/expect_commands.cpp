@@ -113,8 +113,6 @@ Action ExpectNoHandles(const ScriptLine& line, const Arguments&)
             for (const LeftOpen& left : context.pc.handles.List()) add(left);
         }
         for (const auto& process : context.pc.processes()) {
-            // A killed process can close nothing.
-            if (process->killed()) continue;
             for (const LeftOpen& left : process->left_open()) add(left);
         }
         for (const std::string& misuse : context.pc.misuses()) open += "\n  misuse: " + misuse;

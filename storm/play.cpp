@@ -279,9 +279,7 @@ void Playing::LookForMisuse()
         const std::string path = ToUtf8(process->path());
         if (process->crashed()) Found("no program crashes", path, "crashed");
         // What a thread had that was still at work at the end, the system closes.
-        if (process->killed() || process->lost_thread || m_ended_slowly.contains(process->id())) {
-            continue;
-        }
+        if (process->lost_thread || m_ended_slowly.contains(process->id())) continue;
         for (const LeftOpen& left : process->left_open()) {
             const std::string name = ToUtf8(left.name);
             // The log is written to the last, and closed with the process.

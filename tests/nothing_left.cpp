@@ -6,7 +6,6 @@ using virtual_pc::ToUtf8;
 std::string LeftOpenBy(const virtual_pc::Process& process)
 {
     std::string left_open;
-    if (process.killed()) return left_open;  // it could close nothing
     for (const virtual_pc::LeftOpen& left : process.left_open()) {
         if (left.name.ends_with(LR"(\HOLVLog.txt)")) continue;
         if (left.name.starts_with(LR"(\\.\pipe\ZYTA_HOLV_IP1)")) continue;

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 
@@ -12,6 +13,14 @@ namespace {
 // are used.
 constexpr std::uintptr_t kBegin = 0x40000000;
 constexpr std::size_t kSize = 0x20000000;
+
+constexpr std::size_t kPage = 4096;
+
+std::size_t Whole(std::size_t size)
+{
+    constexpr std::size_t kAlignment = alignof(std::max_align_t);
+    return (size + kAlignment - 1) / kAlignment * kAlignment;
+}
 
 void* Map(int flags)
 {
@@ -34,12 +43,32 @@ FixedMemory::~FixedMemory() { munmap(m_begin, kSize); }
 
 void* FixedMemory::Allocate(std::size_t size)
 {
-    constexpr std::size_t kAlignment = alignof(std::max_align_t);
-    const std::size_t whole = (size + kAlignment - 1) / kAlignment * kAlignment;
+    const std::size_t whole = Whole(size);
     if (whole > kSize - m_used) throw std::bad_alloc();
     void* piece = m_begin + m_used;
+    Count(m_used, whole, true);
     m_used += whole;
     return piece;
+}
+
+void FixedMemory::Free(void* piece, std::size_t size)
+{
+    Count(static_cast<std::size_t>(static_cast<std::byte*>(piece) - m_begin), Whole(size), false);
+}
+
+void FixedMemory::Count(std::size_t at, std::size_t size, bool in_use)
+{
+    for (const std::size_t end = at + size; at < end;) {
+        const std::size_t page = at / kPage;
+        const std::size_t here = std::min(end, (page + 1) * kPage) - at;
+        if (page >= m_in_use.size()) m_in_use.resize(page + 1);
+        m_in_use[page] += in_use ? here : 0 - here;
+        // A page that is still being filled is kept.
+        if (m_in_use[page] == 0 && (page + 1) * kPage <= m_used) {
+            madvise(m_begin + page * kPage, kPage, MADV_DONTNEED);
+        }
+        at += here;
+    }
 }
 
 }  // namespace virtual_pc

@@ -2,11 +2,12 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 namespace virtual_pc {
 
-// Pieces are allocated one after the other, and freed all at once with the memory itself, so that
-// no address is used twice. With the machine held.
+// Pieces are allocated one after the other, and no address is used twice. What is freed goes back
+// to the host page by page. With the machine held.
 class FixedMemory
 {
 public:
@@ -17,10 +18,15 @@ public:
 
     // Throws std::bad_alloc when there is none left.
     void* Allocate(std::size_t size);
+    void Free(void* piece, std::size_t size);
 
 private:
+    // Counts the bytes of a piece in its pages, or takes them out again.
+    void Count(std::size_t at, std::size_t size, bool in_use);
+
     std::byte* m_begin = nullptr;
     std::size_t m_used = 0;
+    std::vector<std::size_t> m_in_use;  // bytes of each page
 };
 
 // The same for the standard library.
@@ -34,7 +40,7 @@ struct FixedAllocator
     {
     }
     T* allocate(std::size_t count) { return static_cast<T*>(memory->Allocate(count * sizeof(T))); }
-    void deallocate(T*, std::size_t) {}
+    void deallocate(T* piece, std::size_t count) { memory->Free(piece, count * sizeof(T)); }
     template <class U>
     bool operator==(const FixedAllocator<U>& other) const
     {

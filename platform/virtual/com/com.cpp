@@ -152,6 +152,12 @@ std::shared_ptr<Apartment> Com::SingleThreaded(Process& process, const Thread& t
     return m_apartments.back();
 }
 
+void Com::KeepReleased(std::shared_ptr<Object> object)
+{
+    m_released.push_back(std::move(object));
+    if (m_released.size() > kReleasedKept) m_released.pop_front();
+}
+
 void Com::Forget(Process& process)
 {
     Hold::Require();

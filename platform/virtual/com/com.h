@@ -1,6 +1,7 @@
 // COM: the classes, and the processes that serve them.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -104,8 +105,10 @@ public:
     // Abandons the apartments and removes the class objects of a process that has ended.
     void Forget(Process& process);
 
-    // Keeps an object in memory after its last release, so that a later use of it is noticed.
-    void KeepReleased(std::shared_ptr<Object> object) { m_released.push_back(std::move(object)); }
+    // Keeps an object in memory after its last release, so that a later use of it is noticed: the
+    // last kReleasedKept of them.
+    static constexpr std::size_t kReleasedKept = 1'000;
+    void KeepReleased(std::shared_ptr<Object> object);
 
     FixedMemory memory;  // for the objects, as programs log their addresses
 
@@ -121,7 +124,7 @@ private:
     std::map<const Process*, CallSecurity> m_security;
     std::map<const Process*, std::shared_ptr<Apartment>> m_multithreaded;
     std::vector<std::shared_ptr<Apartment>> m_apartments;  // of processes that have not ended
-    std::vector<std::shared_ptr<Object>> m_released;
+    std::deque<std::shared_ptr<Object>> m_released;
 };
 
 }  // namespace virtual_pc

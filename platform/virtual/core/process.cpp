@@ -307,7 +307,8 @@ void Process::End(Thread& last, int exit_code)
 void Process::CloseWhatIsOpen(Machine& machine, std::vector<std::shared_ptr<Object>>& closed)
 {
     for (LeftOpen& left : machine.handles.CloseAllOf(this, closed)) {
-        m_left_open.push_back(std::move(left));
+        // A killed process could close nothing.
+        if (!m_killed) m_left_open.push_back(std::move(left));
     }
     std::erase_if(machine.memory_handles,
                   [&](const auto& memory) { return machine.handles.IsStale(memory.second); });

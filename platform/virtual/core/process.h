@@ -97,7 +97,7 @@ public:
     // Whether an unhandled exception ended it.
     bool crashed() const { return m_crashed; }
     const Image& image() const { return *m_image; }
-    // What it had left open when it ended; the machine has closed it.
+    // What it had left open when it ended, unless it was killed; the machine has closed it.
     const std::vector<LeftOpen>& left_open() const { return m_left_open; }
 
     // When it was started, in UTC.
