@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "json/json_value.h"
@@ -25,4 +26,9 @@ struct History
     int torn_lines = 0;  // that cannot be read
 };
 
+// Adds the lines of a file.
+void AddLines(std::string_view file, History& history);
+void PutInOrder(History& history);
+
+// All files, in order.
 History ReadHistory();

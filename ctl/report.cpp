@@ -28,7 +28,7 @@ static_assert(std::size(kSpent) == kSpentCount);
 std::optional<int> ChargeOf(const HistoryRecord& record)
 {
     const std::int64_t charge = record.line[L"charge"].Number(-1);
-    return charge < 0 ? std::nullopt : std::optional(static_cast<int>(charge));
+    return charge < 0 || charge > 100 ? std::nullopt : std::optional(static_cast<int>(charge));
 }
 
 // The local clock at a tick of the record's start of the PC, in milliseconds.
@@ -43,10 +43,15 @@ bool IsEvent(const HistoryRecord& record, const wchar_t* event)
     return record.line[L"event"].Text() == event;
 }
 
+// The history goes back a year. Where its lines are further apart, a clock was wrong, and the days
+// between have not been.
+constexpr std::int64_t kLongestMs = 2 * 366 * kMsPerDay;
+
 // Calls `take` with each local day of the time, where its part begins, and how long it is.
 template <class TakeDay>
 void ForDays(Report& report, std::int64_t begin, std::int64_t length, const TakeDay& take)
 {
+    if (begin < 0 || length > kLongestMs) return;
     while (length > 0) {
         const std::int64_t part = std::min(length, kMsPerDay - begin % kMsPerDay);
         take(report.days[begin / kMsPerDay], begin, part);
@@ -135,8 +140,11 @@ private:
         if (to.utc < from.utc) {
             return Tell(to, L"clock", L"the PC was started with a clock that was set back");
         }
-        Add(stopped ? Spent::stopped : Spent::unknown, from, from.tick,
-            static_cast<std::int64_t>((to.utc - from.utc) / kUnitsPerMs));
+        const auto length = static_cast<std::int64_t>((to.utc - from.utc) / kUnitsPerMs);
+        if (length > kLongestMs) {
+            return Tell(to, L"clock", L"the PC was started with a clock that was set forward");
+        }
+        Add(stopped ? Spent::stopped : Spent::unknown, from, from.tick, length);
         if (!stopped) {
             Tell(to, L"gap",
                  L"the PC went off without a word before this start; the last one is of " +

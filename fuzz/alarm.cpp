@@ -5,6 +5,6 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    if (TextOf(data, size).starts_with("ring")) Alarm("the alarm rings");
+    if (TextOf(data, size).starts_with("ring")) RingAlarm("the alarm rings");
     return 0;
 }

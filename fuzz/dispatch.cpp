@@ -107,7 +107,7 @@ int Serve(Bytes bytes)
             VariantClear(&result);
         }
         LONG state = 0;
-        if (object.Get()->GetNeverSleepParam(E_HOLV_STATE, &state) != S_OK) Alarm("no answer");
+        if (object.Get()->GetNeverSleepParam(E_HOLV_STATE, &state) != S_OK) RingAlarm("no answer");
     }
     closeGlobalEvents();
     CoUninitialize();
@@ -122,7 +122,7 @@ public:
         pc.com.type_libraries.Add(
             Image{}.path, std::filesystem::path(HOLV_SOURCE_DIR) / "api" / "HOLVAgentLib.idl");
         pc.RunUntilEnd(pc.Start([] {
-            if (RegisterAgentTypeLibrary(false) != S_OK) Alarm("the library is not registered");
+            if (RegisterAgentTypeLibrary(false) != S_OK) RingAlarm("the library is not registered");
             return 0;
         }));
     }
@@ -138,6 +138,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     Machine& pc = ground.pc;
     FreshService(true);
     pc.RunUntilEnd(pc.Start([data, size] { return Serve(Bytes(TextOf(data, size))); }));
-    for (const std::string& misuse : pc.misuses()) Alarm(misuse);
+    for (const std::string& misuse : pc.misuses()) RingAlarm(misuse);
     return 0;
 }

@@ -1,5 +1,5 @@
-// The history's file of a day, of any content, as "holvctl report" reads it, on one PC for all
-// inputs: each line is taken or counted as torn, and each day that is told of has a day's hours.
+// The history's file of a day, of any content, as "holvctl report" reads it: each line is taken or
+// counted as torn, and each day that is told of has a day's hours.
 
 #include "ctl/history.h"
 
@@ -8,34 +8,33 @@
 #include "ctl/report.h"
 #include "ctl/report_html.h"
 #include "fuzz/input.h"
-#include "history/history_files.h"
 #include "platform/virtual/core/machine.h"
-#include "platform/virtual/core/process.h"
-#include "platform/virtual/disk/disk.h"
-
-using namespace virtual_pc;
 
 namespace {
 
 void ExpectADaysHours(std::int64_t number, const ReportDay& day)
 {
     for (const Stretch& stretch : day.stretches) {
-        if (stretch.begin / kMsPerDay != number) Alarm("a stretch of time outside its day");
-        if (stretch.length < 0 || stretch.length > kMsPerDay) Alarm("more than a day in a day");
+        if (stretch.begin / kMsPerDay != number) RingAlarm("a stretch of time outside its day");
+        if (stretch.length < 0 || stretch.length > kMsPerDay) RingAlarm("more than a day in a day");
     }
-    for (const std::int64_t ms : day.ms) {
-        if (ms < 0) Alarm("less than no time");
+    if (std::ranges::any_of(day.ms, [](std::int64_t ms) { return ms < 0; })) {
+        RingAlarm("less than no time");
     }
 }
 
-int Read(std::size_t lines)
+int Read(std::string_view file)
 {
-    const History history = ReadHistory();
-    const auto torn = static_cast<std::size_t>(history.torn_lines);
-    if (history.records.size() + torn > lines) Alarm("more lines than there are");
-    const Report report = MakeReport(history, {}, 0, {});
+    History history;
+    AddLines(file, history);
+    const auto read = history.records.size() + static_cast<std::size_t>(history.torn_lines);
+    if (read > 1 + static_cast<std::size_t>(std::ranges::count(file, '\n'))) {
+        RingAlarm("more lines than there are");
+    }
+    PutInOrder(history);
+    const auto report = MakeReport(history, {}, 0, {});
     for (const auto& [number, day] : report.days) ExpectADaysHours(number, day);
-    if (ReportHtml(report).empty()) Alarm("an empty page");
+    if (ReportHtml(report).empty()) RingAlarm("an empty page");
     return 0;
 }
 
@@ -43,11 +42,7 @@ int Read(std::size_t lines)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static Machine pc;
-    const std::string_view text = TextOf(data, size);
-    pc.disk.Write(LR"(C:\ProgramData\Orbeq\Holv\History\03-02.jsonl)", std::string(text));
-    const auto lines = 1 + static_cast<std::size_t>(std::ranges::count(text, '\n'));
-    pc.RunUntilEnd(pc.Start([lines] { return Read(lines); }));
-    for (const std::string& misuse : pc.misuses()) Alarm(misuse);
+    static virtual_pc::Machine pc;  // for its clock
+    pc.RunUntilEnd(pc.Start([data, size] { return Read(TextOf(data, size)); }));
     return 0;
 }

@@ -43,7 +43,7 @@ private:
 };
 
 // Ends the program, which libFuzzer reports with the input.
-[[noreturn]] inline void Alarm(const std::string& what)
+[[noreturn]] inline void RingAlarm(const std::string& what)
 {
     std::fprintf(stderr, "%s\n", what.c_str());
     std::abort();
@@ -53,5 +53,5 @@ private:
 inline void ExpectPlace(const std::runtime_error& error, const std::string& path)
 {
     const std::string_view text = error.what();
-    if (!text.starts_with(path)) Alarm("an error that names no place: " + std::string(text));
+    if (!text.starts_with(path)) RingAlarm("an error that names no place: " + std::string(text));
 }

@@ -13,6 +13,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     if (!entries) return 0;
     const std::vector<BYTE> written = WriteJournal(*entries);
     const auto again = ReadJournal(written);
-    if (!again || WriteJournal(*again) != written) Alarm("a journal is not read as it was written");
+    if (!again || WriteJournal(*again) != written)
+        RingAlarm("a journal is not read as it was written");
     return 0;
 }

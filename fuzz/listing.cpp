@@ -10,7 +10,8 @@ namespace {
 
 void ExpectIn(const std::wstring& listing, const std::wstring& text, const char* what)
 {
-    if (listing.find(text) == listing.npos) Alarm(std::string(what) + " that the listing lacks");
+    if (listing.find(text) == listing.npos)
+        RingAlarm(std::string(what) + " that the listing lacks");
 }
 
 }  // namespace
@@ -27,7 +28,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const auto holders = read.Holders();
     if (!holders) return 0;
     for (const RequestHolder& holder : *holders) {
-        if (holder.request.empty()) Alarm("a holder of nothing");
+        if (holder.request.empty()) RingAlarm("a holder of nothing");
         ExpectIn(listing, holder.request + L":", "a request");
         ExpectIn(listing, L"[" + holder.kind + L"]", "a kind");
         ExpectIn(listing, holder.name, "a name");

@@ -55,6 +55,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         return 0;
     });
     pc.RunUntilEnd(process);
-    for (const std::string& misuse : pc.misuses()) Alarm(misuse);
+    for (const std::string& misuse : pc.misuses()) RingAlarm(misuse);
     return 0;
 }

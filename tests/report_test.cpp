@@ -141,6 +141,21 @@ TEST(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
     user.StopService();
 }
 
+TEST(ReportTest, AStartWithAClockFarAheadAddsNoDays)
+{
+    UsersPc user;
+    user.StartService();
+    user.pc.RunFor(Unwritten::kLazyWrite);
+    user.pc.CutPower();
+    user.pc.SetClock(*ParseCalendar("2099-07-01 12:00"));
+    user.pc.Boot();
+    user.pc.RunFor(1min);
+    const std::string said = RunCtl(user.pc, "report").said;
+    EXPECT_NE(said.find("started with a clock that was set forward"), std::string::npos) << said;
+    EXPECT_LT(std::ranges::count(said, '\n'), 12) << said;
+    user.StopService();
+}
+
 // Sleeps, wakes and holders, as a person reads them.
 TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
 {
