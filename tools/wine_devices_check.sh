@@ -3,13 +3,8 @@
 add_value "$user_key" LoggingLevel REG_DWORD 6
 plug_speakers
 plug_device
+plug_listing
 rm -f "$log"
-
-# The program that lists the power requests lies where Windows has it.
-listing=$WINEPREFIX/drive_c/windows/system32/powercfg.exe
-cp "$build/wine/powercfg.exe" "$listing"
-rm -f "$listing.told"
-
 start_service >/dev/null
 raise $active $normal $dnd $normal
 stop_service >/dev/null
@@ -31,11 +26,11 @@ check "do-not-disturb mutes all, and normal use unmutes them" \
         tail -n 6 | tr '\n' ' ')"
 
 check "the listing of the power requests is asked for, and its lines are in the log" \
-    "-requests; [DRIVER] Wine Audio Device, [PROCESS] \\Device\\Disk\\Music.exe, " \
+    "-requests; Wine Audio Device, Film.exe, HOLVService.exe, " \
     "$(tr -d '\r' <"$listing.told" | sort -u); $(
-        grep -aoE '\[(DRIVER|PROCESS)\] [A-Za-z. \\]*[a-z]' "$log" | awk '!seen[$0]++' | sed 's/$/,/' | tr '\n' ' ')"
-rm -f "$listing" "$listing.told"
-
+        grep -aoE '\[(DRIVER|PROCESS)\] [A-Za-z0-9. \]*[a-z]' "$log" | sed 's/.*[]\] *//; s/$/,/' |
+            awk '!seen[$0]++' | tr '\n' ' ')"
+unplug_listing
 unplug_device
 unplug_speakers
 wine_does reg delete "$user_key" /f >/dev/null

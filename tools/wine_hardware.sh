@@ -1,5 +1,5 @@
 # Sourced by wine_check.sh: the hardware that a script gives the PC under Wine for a while, and takes from
-# it again: speakers, the platform device, a battery.
+# it again: speakers, the platform device, a battery, and the program that lists the power requests.
 
 # forget KEY: removes a registry key that an earlier run may have left.
 forget() {
@@ -90,3 +90,11 @@ plug_battery() {
     charge "$1"
 }
 unplug_battery() { umount -l $supplies; }
+
+# The program that lists the power requests lies where Windows has it.
+listing=$WINEPREFIX/drive_c/windows/system32/powercfg.exe
+plug_listing() {
+    cp "$build/wine/powercfg.exe" "$listing"
+    rm -f "$listing.told"
+}
+unplug_listing() { rm -f "$listing" "$listing.told"; }
