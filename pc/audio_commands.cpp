@@ -1,6 +1,7 @@
 // Sound endpoints, their mute states and the defaults.
 
 #include <cmath>
+#include <optional>
 
 #include "pc/commands.h"
 #include "platform/virtual/base/text.h"
@@ -45,7 +46,25 @@ void Plug(Endpoint& endpoint) { endpoint.SetState(DEVICE_STATE_ACTIVE); }
 void Unplug(Endpoint& endpoint) { endpoint.SetState(DEVICE_STATE_UNPLUGGED); }
 void Disable(Endpoint& endpoint) { endpoint.SetState(DEVICE_STATE_DISABLED); }
 void Remove(Endpoint& endpoint) { endpoint.Remove(); }
-void MakeDefault(Endpoint& endpoint) { endpoint.MakeDefault(); }
+
+// For one role, or for all of them.
+Action MakeDefault(const ScriptLine& line, const Arguments& a)
+{
+    std::optional<ERole> role;
+    if (!a[1].empty()) {
+        role =
+            static_cast<ERole>(ChoiceOf(line, a[1], {"console", "multimedia", "communications"}));
+    }
+    return [=, name = a[0]](ScriptContext& context) {
+        Endpoint& endpoint = FindEndpoint(line, context, name);
+        if (role) {
+            endpoint.MakeDefault(*role);
+        } else {
+            endpoint.MakeDefault();
+        }
+        context.pc.Settle();
+    };
+}
 
 Action SetVolume(const ScriptLine& line, const Arguments& a)
 {
@@ -108,6 +127,15 @@ Action SetThreads(const ScriptLine& line, const Arguments& a)
     };
 }
 
+Action TellListeners(const ScriptLine& line, const Arguments& a)
+{
+    const bool on = ChoiceOf(line, a[0], {"off", "on"}) == 1;
+    return [=](ScriptContext& context) {
+        const Hold hold(context.pc);
+        context.pc.audio.notices.tells_listeners = on;
+    };
+}
+
 }  // namespace
 
 std::vector<Command> AudioCommands()
@@ -123,9 +151,14 @@ std::vector<Command> AudioCommands()
         {"audio enable NAME", "switches an endpoint on in the control panel", On<Plug>},
         {"audio disable NAME", "switches an endpoint off in the control panel", On<Disable>},
         {"audio remove NAME", "takes an endpoint's device out of the PC", On<Remove>},
-        {"audio default NAME", "makes an endpoint the default of its flow", On<MakeDefault>},
+        {"audio default NAME [ROLE]",
+         "makes an endpoint the default of its flow: for console, multimedia, communications, or "
+         "all",
+         MakeDefault},
         {"audio threads COUNT", "on how many threads the sound system calls back, 1 to 16",
          SetThreads},
+        {"audio volume-notices ON", "whether programs are told of new mute states and volumes",
+         TellListeners},
         {"expect mute NAME MUTED", "an endpoint is muted or unmuted", ExpectMute},
         {"show audio", "the endpoints", ShowAudio},
     };

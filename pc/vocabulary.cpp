@@ -94,6 +94,7 @@ constexpr Argument kArguments[] = {
     {"", "FLOW", "render|capture", kClosed},
     {"", "MUTED", "unmuted|muted", kClosed},
     {"", "DEFAULT", "default", kClosed},
+    {"", "ROLE", "console|multimedia|communications", kClosed},
     {"", "COUNT", "4"},
     {"slow", "FUNCTION", "WriteFile"},
     {"", "FUNCTION", "PowerSetRequest"},

@@ -1,8 +1,7 @@
 #!/usr/bin/env perl
 # Compares two logs of the same life on different machines, thread by thread, but for values that differ by
 # nature. Usage: same_words.pl EXPECTED ACTUAL. Prints "ok", or the first difference.
-# `--lines LOG [SECONDS]` prints instead how many of its lines are compared: all, or those of its first
-# seconds.
+# `--lines LOG [SECONDS]` prints instead how many lines it has: all, or those of its first seconds.
 use strict;
 use warnings;
 
@@ -11,15 +10,18 @@ my @own = (
     [qr/\d\d\.\d\d\.\d{4}, at [\d:]+/ => 'DATE'],
     [qr/Compile time : .*/            => 'Compile time'],
     [qr/ProcessID: 0x[0-9a-f]+/       => 'ProcessID'],
-    [qr/\b[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\b/ => 'GUID'],    # the audio context, a new GUID in each run
     [qr/\b[0-9A-F]{16}\b/             => 'POINTER'],
+    # The sound system may keep references of its own to its objects.
+    [qr/(?<=elease of POINTER returned )\d+|(?<=Release returned )\d+/ => 'some'],
+    [qr/Timestamp = \d+ ms/           => 'Timestamp'],
     [qr/currTime is \d+ minutes/      => 'TIME'],
     [qr/fire in \d+ minutes\t\[timerDue: -\d+\]/ => 'fire in time'],
 );
-# Lines of the powercfg listing, which Wine does not have.
-my $listing = qr/\A(?:[A-Z]+:|None\.|\[PROCESS\] .*|Orbeq\(R\) Holv Technology|)\n \[L=6\]/;
+# The audio context and the endpoints' ids, new GUIDs in each run. Each is replaced by its number in its log,
+# so that the same endpoint must be meant.
+my $guid = qr/\b[0-9A-Fa-f]{8}(?:-[0-9A-Fa-f]{4}){3}-[0-9A-Fa-f]{12}\b/;
 
-# The lines that count, each with its time in milliseconds, its thread and its words.
+# The lines, each with its time in milliseconds, its thread and its words.
 sub lines_of {
     my ($path) = @_;
     open my $file, '<:raw', $path or die "$path: $!\n";
@@ -29,7 +31,7 @@ sub lines_of {
         $line =~ s/\A(\d+):(\d+):(\d+):(\d+),\[t:(0x[0-9A-F]+)\] : //
             or die "$path: not a line of the log: $line\n";
         my ($time, $thread) = ((($1 * 60 + $2) * 60 + $3) * 1000 + $4, $5);
-        push @lines, [$time, $thread, $line] unless $line =~ $listing;
+        push @lines, [$time, $thread, $line];
     }
     return @lines;
 }
@@ -50,6 +52,10 @@ sub threads_of {
         push @order, $thread unless $lines{$thread};
         $line =~ s/$_->[0]/$_->[1]/g for @own;
         push @{$lines{$thread}}, $line;
+    }
+    my %number;
+    for my $lines (@lines{@order}) {
+        s/($guid)/'GUID ' . ($number{uc $1} \/\/= 1 + keys %number)/ge for @$lines;
     }
     return map { $lines{$_} } @order;
 }

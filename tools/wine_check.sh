@@ -20,14 +20,12 @@ export WINEPREFIX=$PWD/build/wine WINEARCH=win64 WINEDEBUG=-all
 # No sound driver: without a sound card it would complain on the standard error.
 export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 unset DISPLAY
-# A sound server listens there in one of the scripts alone.
-pulse=$PWD/build/wine_pulse
-export PULSE_SERVER=unix:$pulse/socket
 # Shift the time zone so that it is late in the morning for the service: no do-not-disturb hours
 # begin or end.
 TZ=LOCAL$(($(date -u +%-H) - 10))
 export TZ
 source tools/wine_programs.sh
+source tools/wine_hardware.sh
 trap end_wine EXIT
 
 passed=0
@@ -60,7 +58,8 @@ start_wine
 windows_path='C:\Program Files\Orbeq\Holv\HOLVService.exe'
 installed="$WINEPREFIX/drive_c/Program Files/Orbeq/Holv"
 mkdir -p "$installed"
-cp "$build"/wine/*.{dll,exe} "$build/holvctl.exe" "$installed"
+# Not written over: the service of an interrupted run may run.
+cp --remove-destination "$build"/wine/*.{dll,exe} "$build/holvctl.exe" "$installed"
 
 # Start from nothing: remove what an earlier run left.
 log=$WINEPREFIX/drive_c/ProgramData/Orbeq/Holv/HOLVLog.txt
@@ -171,7 +170,7 @@ end_wine
 end_trace
 without=()
 if [ "$HOLV_OWN_MOUNTS" != yes ]; then
-    echo "left out, as this machine refuses mounts: the full disk, the battery"
+    echo "left out, as this machine refuses mounts: the full disk, the battery, the night with a battery"
     without=(--without FlushFileBuffers)
 fi
 check "the calls are called as docs/windows.md has it" "" "$(perl tools/check_calls.pl "${without[@]}" "$calls")"

@@ -12,24 +12,7 @@ check "and the log has what there was room for, from its first line on" "4096 by
     "$(stat -c %s "$log") bytes, $(head -n 1 "$log" | grep -q ': ====*= \[L=5\]' && echo the first line)"
 umount -l "$disk"
 
-# charge PERCENT: of the battery.
-supplies=/sys/class/power_supply
-charge() { echo $(($1 * 40000)) >"$supplies/BAT0/charge_now"; }
-on_mains() {
-    echo "$1" >"$supplies/AC/online"
-    if [ "$1" = 1 ]; then echo Charging; else echo Discharging; fi >"$supplies/BAT0/status"
-}
-mount -t tmpfs -o size=64k holv_power $supplies
-mkdir $supplies/{AC,BAT0}
-echo Mains >$supplies/AC/type
-echo Battery >$supplies/BAT0/type
-echo 1 >$supplies/BAT0/present
-echo 4000000 | tee $supplies/BAT0/charge_full >$supplies/BAT0/charge_full_design
-echo 12000000 >$supplies/BAT0/voltage_now
-echo 1000000 >$supplies/BAT0/current_now
-on_mains 0
-charge 80
-
+plug_battery 80
 timer_battery=11
 requests=$installed/power_requests.log
 rm -f "$requests" "$log"
@@ -43,7 +26,7 @@ told=$seen
 raise $normal
 on_mains 1
 stop_service >/dev/null
-umount -l $supplies
+unplug_battery
 says() { grep -acF "$1" "$log" || true; }
 check "never-sleep mode on battery holds the PC awake" $'create: Orbeq(R) Holv Technology\nset away\nset system' \
     "$(tr -d '\r' <build/wine_requests.txt | sort -u)"

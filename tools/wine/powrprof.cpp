@@ -99,6 +99,14 @@ DWORD Write(PowerSource source, const GUID* scheme, const GUID* subgroup, const 
     return ERROR_SUCCESS;
 }
 
+// As Wine has it. Without a battery the charge is no percentage.
+SYSTEM_POWER_STATUS PowerStatus()
+{
+    SYSTEM_POWER_STATUS status{};
+    if (!GetSystemPowerStatus(&status)) status.BatteryLifePercent = 255;
+    return status;
+}
+
 void TellWhatIsChanged()
 {
     for (const auto& [guid, before] : g_shipped.all()) {
@@ -156,6 +164,7 @@ __declspec(dllexport) BOOLEAN WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIE
 {
     *capabilities = {};
     capabilities->SystemS3 = TRUE;
+    capabilities->SystemBatteriesPresent = PowerStatus().BatteryLifePercent <= 100;
     return TRUE;
 }
 
@@ -165,11 +174,12 @@ __declspec(dllexport) LONG WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL
     constexpr LONG kStatusInvalidParameter = static_cast<LONG>(0xC000000Du);
     if (level == SystemPowerInformation && outputSize >= sizeof(SYSTEM_POWER_INFORMATION)) {
         // The user counts as always present: the whole idle time remains.
+        const PowerSource source =
+            PowerStatus().ACLineStatus == 0 ? PowerSource::dc : PowerSource::ac;
         const std::lock_guard lock(g_lock);
         auto& information = *static_cast<SYSTEM_POWER_INFORMATION*>(output);
         information = {};
-        information.TimeRemaining =
-            g_plans.InForce(GUID_STANDBY_TIMEOUT, PowerSource::ac).value_or(0);
+        information.TimeRemaining = g_plans.InForce(GUID_STANDBY_TIMEOUT, source).value_or(0);
         return 0;
     }
     if (level != SystemPowerCapabilities || outputSize < sizeof(SYSTEM_POWER_CAPABILITIES)) {

@@ -129,8 +129,8 @@ Endpoint& Audio::Add(std::wstring_view name, EDataFlow flow, const Options& opti
     if (!endpoint) {
         std::wstring id = options.id;
         if (id.empty()) {
-            id = flow == eCapture ? L"{0.0.1.00000000}." : L"{0.0.0.00000000}.";
-            id += FormatGuid(machine.com.NewGuid());
+            id = flow == eCapture ? L"{0.0.1.00000000}.{" : L"{0.0.0.00000000}.{";
+            id += FormatGuid(machine.com.NewGuid()) + L"}";
         }
         m_endpoints.push_back(std::make_unique<Endpoint>(*this, name, std::move(id), flow));
         endpoint = m_endpoints.back().get();

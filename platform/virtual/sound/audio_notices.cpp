@@ -107,6 +107,7 @@ void AudioNotices::TellClients(std::string_view name, const Endpoint* about, con
 
 void AudioNotices::TellListeners(const Endpoint& about, const ToCallback& tell)
 {
+    if (!tells_listeners) return;
     for (const auto& known : std::vector(m_registrations)) {
         if (known->endpoint != &about) continue;
         Post({known, "OnNotify", about.name(), [known, tell] { tell(*known->callback); }});

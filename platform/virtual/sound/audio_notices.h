@@ -53,6 +53,8 @@ public:
     // How many threads the sound system has in a process. With one, all notifications come one
     // after the other.
     std::size_t threads_max = 4;
+    // Whether callbacks that are registered for an endpoint's volume are called.
+    bool tells_listeners = true;
 
     // Registers `registration`, whose fields up to `endpoint` are set, for the calling process.
     void Add(Call& call, const std::shared_ptr<Registration>& registration);
