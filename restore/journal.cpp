@@ -191,7 +191,11 @@ void NoteChange(const Thing& thing, const std::optional<ThingValue>& now, const 
 {
     const ScopedLock lock(g_lock);
     Load();
-    if (const std::optional<ThingValue> known = now ? now : LastKnown(thing)) {
+    const std::optional<ThingValue> known = now ? now : LastKnown(thing);
+    // As the plan without an id, which is activated where the user's could not be learned: with one
+    // such entry, the next start would refuse them all.
+    if (!IsPossible(thing, to) || (known && !IsPossible(thing, *known))) return;
+    if (known) {
         if (Enter(thing, *known, to)) Save(true);
         CountMutes();
     } else {

@@ -69,24 +69,6 @@ bool IsNumberUpTo(const ThingValue& value, DWORD most)
     return value == ThingValue(value.number()) && value.number() <= most;
 }
 
-bool IsPossible(const Thing& thing, const ThingValue& value)
-{
-    constexpr DWORD kMostMode = 3;
-    switch (thing.kind) {
-        case ThingKind::active_plan:
-            return !IsEqualGUID(value.guid, GUID_NULL);
-        case ThingKind::plan_value: {
-            const RestorableSetting* const setting = FindRestorable(thing.setting);
-            return setting && IsNumberUpTo(value, setting->most);
-        }
-        case ThingKind::endpoint_mute:
-            return !thing.endpoint.empty() && IsNumberUpTo(value, 1);
-        case ThingKind::device_mode:
-            return IsNumberUpTo(value, kMostMode);
-    }
-    return false;
-}
-
 bool IsPossible(const JournalEntry& entry)
 {
     // The device is in normal use before the service changes its mode.
@@ -121,6 +103,24 @@ std::optional<JournalEntry> ReadEntry(Reader& reader)
 }
 
 }  // namespace
+
+bool IsPossible(const Thing& thing, const ThingValue& value)
+{
+    constexpr DWORD kMostMode = 3;
+    switch (thing.kind) {
+        case ThingKind::active_plan:
+            return !IsEqualGUID(value.guid, GUID_NULL);
+        case ThingKind::plan_value: {
+            const RestorableSetting* const setting = FindRestorable(thing.setting);
+            return setting && IsNumberUpTo(value, setting->most);
+        }
+        case ThingKind::endpoint_mute:
+            return !thing.endpoint.empty() && IsNumberUpTo(value, 1);
+        case ThingKind::device_mode:
+            return IsNumberUpTo(value, kMostMode);
+    }
+    return false;
+}
 
 std::vector<BYTE> WriteJournal(const std::vector<JournalEntry>& entries)
 {
