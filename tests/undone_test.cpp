@@ -44,11 +44,13 @@ TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
     {
         const char* slept_at;
         bool sleeps_in_the_hours;
+        bool by_service;
         bool wakes;
-    } cases[] = {{"20:00", false, false},
-                 {"20:00", true, false},
-                 {"23:00", false, false},
-                 {"23:00", true, true}};
+    } cases[] = {{"20:00", false, false, false},
+                 {"20:00", true, false, false},
+                 {"23:00", false, false, false},
+                 {"23:00", true, false, true},
+                 {"23:00", true, true, true}};
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << "asleep from " << c.slept_at
                                           << ", sleeps in the hours: " << c.sleeps_in_the_hours);
@@ -56,8 +58,16 @@ TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
         const GUID plan = evening.pc.power.active().guid;
         evening.pc.power.Write(plan, GUID_ALLOW_AWAYMODE, PowerSource::ac, 0);
         evening.pc.power.Activate(plan);
-        evening.pc.sleep.AskAsUser();
+        const auto copy = evening.pc.power.NewRequest(L"C:\\Copy.exe", L"");
+        if (c.by_service) {
+            // The PC's own sleep waits for the request, and the service does not.
+            evening.pc.power.SetRequest(*copy, PowerRequestSystemRequired);
+            evening.pc.user.Leaves();
+        } else {
+            evening.pc.sleep.AskAsUser();
+        }
         evening.Run(6h + 50min);
+        if (c.by_service) evening.pc.power.ClearRequest(*copy, PowerRequestSystemRequired);
         EXPECT_TRUE(evening.Asleep()) << "nothing wakes the PC before the hours' end";
         evening.Run(c.slept_at == std::string("20:00") ? 5h : 20min);
         EXPECT_EQ(evening.Asleep(), !c.wakes) << "at the hours' end";
