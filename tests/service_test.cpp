@@ -135,7 +135,11 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
     ASSERT_EQ(g_logger.size(), 2u);
     EXPECT_TRUE(g_logger[0].starts_with("start HOLVLog 1 at "));
     EXPECT_EQ(g_logger[1], "stop at " + std::to_string(pc.outputs.debug().size()));
+}
 
+TEST_F(ServiceTest, AShutdownFindsTheUsersPlanRestoredAndTheServiceStartsWithTheSystem)
+{
+    EXPECT_EQ(service.Run(L"-Service"), 0);
     std::wstring plan_at_end;
     pc.journal.Listen([&](const Effect& effect) {
         if (effect.kind != "service status" || !plan_at_end.empty()) return;

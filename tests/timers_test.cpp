@@ -307,6 +307,22 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
 
 // --- Suspend and resume ---
 
+TEST_F(TimersTest, ADelayedEntryThatASuspendHasOvertakenCountsNoMore)
+{
+    WithEvents([&] {
+        S::OnResume(FALSE);
+        Sleep(500);
+        S::OnSuspend();
+        S::OnResume(FALSE);
+        EXPECT_FALSE(Comes(pc, EVENT_ENTER_ACTIVE, 0));
+        Sleep(600);
+        EXPECT_FALSE(Comes(pc, EVENT_ENTER_ACTIVE, 0)) << "it is not a second since the last wake";
+        Sleep(500);
+        EXPECT_TRUE(Comes(pc, EVENT_ENTER_ACTIVE, 0));
+        EXPECT_EQ(heard.Times("Suspended in between"), 1);
+    });
+}
+
 TEST_F(TimersTest, ASuspendThatFailsIsToldAndTheHoursAreLookedAtAllTheSame)
 {
     pc.power.s3_supported = true;
