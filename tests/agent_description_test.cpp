@@ -63,22 +63,18 @@ TEST_F(AgentTest, AnObjectAnswersForItsInterfacesAndItsTypeInformation)
 {
     RunInApartment([&] {
         const OwnedInterface<IHOLVAgent> object = MakeObject();
-        const struct
-        {
-            const IID& id;
-            HRESULT result;
-        } cases[] = {{IID_IUnknown, S_OK},
-                     {IID_IDispatch, S_OK},
-                     {IID_IHOLVAgent, S_OK},
-                     {IID_IConnectionPointContainer, S_OK},
-                     {IID_IClassFactory, E_NOINTERFACE},
-                     {DIID__HOLVAgentSinkEvent, E_NOINTERFACE}};
+        const std::pair<IID, HRESULT> cases[] = {{IID_IUnknown, S_OK},
+                                                 {IID_IDispatch, S_OK},
+                                                 {IID_IHOLVAgent, S_OK},
+                                                 {IID_IConnectionPointContainer, S_OK},
+                                                 {IID_IClassFactory, E_NOINTERFACE},
+                                                 {DIID__HOLVAgentSinkEvent, E_NOINTERFACE}};
         OwnedInterface<IUnknown> first;
         object.Get()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(first.Receive()));
-        for (const auto& c : cases) {
+        for (const auto& [id, result] : cases) {
             OwnedInterface<IUnknown> found, identity;
-            EXPECT_EQ(object.Get()->QueryInterface(c.id, reinterpret_cast<void**>(found.Receive())),
-                      c.result);
+            EXPECT_EQ(object.Get()->QueryInterface(id, reinterpret_cast<void**>(found.Receive())),
+                      result);
             if (!found) continue;
             found.Get()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.Receive()));
             EXPECT_EQ(identity.Get(), first.Get());

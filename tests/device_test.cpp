@@ -63,21 +63,17 @@ protected:
 TEST_F(DeviceTest, IsPresentWhenAnyPresentDevicesIdHoldsItsNameInItsLetterCase)
 {
     EXPECT_FALSE(Present()) << "a PC without devices";
-    const struct
-    {
-        const wchar_t* id;
-        bool found;
-    } cases[] = {
+    const std::pair<const wchar_t*, bool> cases[] = {
         {LR"(acpi\qrx5071\2&0)", false},        {LR"(ACPI\QRX507\2&0)", false},
         {LR"(ACPI#QRX5071#2&0)", false},        {LR"(ACPI\QRX5071)", true},
         {LR"(ACPI\QRX5071\2&DABA3FF&0)", true}, {LR"(ROOT\ACPI\QRX50712\0000)", true},
     };
-    for (const auto& each : cases) {
-        Device& device = pc.devices.Add(each.id);
+    for (const auto& [id, found] : cases) {
+        Device& device = pc.devices.Add(id);
         pc.devices.Add(LR"(PCI\VEN_1234\3&1)");
-        EXPECT_EQ(Present(), each.found) << ToUtf8(each.id);
+        EXPECT_EQ(Present(), found) << ToUtf8(id);
         device.SetPresent(false);
-        EXPECT_FALSE(Present()) << ToUtf8(each.id) << ", pulled";
+        EXPECT_FALSE(Present()) << ToUtf8(id) << ", pulled";
     }
 }
 

@@ -29,11 +29,7 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
     const wchar_t* const no_text = nullptr;
     const char* const no_bytes = nullptr;
     const auto pointer = reinterpret_cast<void*>(std::uintptr_t{0x7FFA1234BCDE});
-    const struct
-    {
-        std::wstring text;
-        const wchar_t* expected;
-    } cases[] = {
+    const std::pair<std::wstring, const wchar_t*> cases[] = {
         {Formatted(L"no arguments, 100%%\n"), L"no arguments, 100%\n"},
         {Formatted(L""), L""},
         // 32 bits, whatever the type that holds them
@@ -64,7 +60,7 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
         {Formatted(L"[%c%c][%3c]", L'x', 'y', 0x416), L"[xy][  \x0416]"},
         {Formatted(L"0x%p %p", pointer, nullptr), L"0x00007FFA1234BCDE 0000000000000000"},
     };
-    for (const auto& each : cases) EXPECT_EQ(each.text, each.expected);
+    for (const auto& [text, expected] : cases) EXPECT_EQ(text, expected);
 }
 
 TEST(Format, TextThatDoesNotFitIsCutAndSaysSo)

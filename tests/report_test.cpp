@@ -148,6 +148,8 @@ TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
     user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.StartService();
     user.pc.SetClock(user.pc.clock() - 1h);
+    const auto film = user.pc.power.NewRequest(L"C:\\Film.exe", L"");
+    user.pc.power.SetRequest(*film, PowerRequestDisplayRequired);
     user.Enter("HOLV_DND");
     user.pc.announcer.PowerEvent(PBT_APMSUSPEND);
     user.pc.RunFor(1s);
@@ -157,9 +159,11 @@ TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
     const std::string said = RunCtl(user.pc, "report").said;
     for (const char* sentence :
          {"the clock was set back by 3600 s", "the active plan is Power saver",
-          "the active plan is Balanced", "the PC went to sleep", "the user woke the PC"}) {
+          "the active plan is Balanced", "the PC went to sleep", "the user woke the PC",
+          "Held awake by Film.exe"}) {
         EXPECT_NE(said.find(sentence), std::string::npos) << sentence << " is not in\n" << said;
     }
+    EXPECT_EQ(said.find("by HOLVService.exe"), std::string::npos) << "its own request:\n" << said;
     EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
     const std::string html = user.pc.disk.Read(LR"(C:\day.html)").value_or("");
     EXPECT_NE(html.find("<svg class=\"t\""), std::string::npos);

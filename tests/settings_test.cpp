@@ -78,11 +78,7 @@ TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
 {
     const NamedSetting start{L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320};
     pc.registry.SetDword(kOemKey, start.name, 600);
-    const struct
-    {
-        RegistryValue user;
-        DWORD loaded;
-    } cases[] = {
+    const std::pair<RegistryValue, DWORD> cases[] = {
         {RegistryValue::Dword(0), 0},  // a real 0 hides what lies below
         {Binary({0x2C, 0x01, 0, 0}), 300},
         {Binary({0x2C, 0x01, 0, 0, 0, 0, 0, 0}), 600},
@@ -91,9 +87,9 @@ TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
         {RegistryValue::String(L"0"), 600},
         {{REG_DWORD, {1, 0}}, 600},
     };
-    for (const auto& each : cases) {
-        EXPECT_EQ(LoadedAs(start, each.user), each.loaded)
-            << "type " << each.user.type << ", " << each.user.data.size() << " bytes";
+    for (const auto& [user, loaded] : cases) {
+        EXPECT_EQ(LoadedAs(start, user), loaded)
+            << "type " << user.type << ", " << user.data.size() << " bytes";
     }
     EXPECT_EQ(LogBytes(), "") << "passed over in silence";
 }

@@ -43,11 +43,6 @@ protected:
         pc.power.s3_supported = false;
     }
 
-    void Set(const wchar_t* setting, DWORD value)
-    {
-        pc.registry.SetDword(kUserKey, setting, value);
-    }
-
     // Starts the service, with `before` before its state machine runs.
     void Start(const std::function<void()>& before = {})
     {

@@ -121,7 +121,8 @@ TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappen
         InService([] { SetFeature(E_HOLV_STATE, 0); });
         pc.RunFor(1s);
         const ESystemState state = S::m_eSystemState;
-        for (const GlobalEvent timer : {TIMER_IDLE, TIMER_DND_START, TIMER_DND_END}) {
+        for (const GlobalEvent timer :
+             {TIMER_IDLE, TIMER_DND_START, TIMER_DND_END, TIMER_CPU_USAGE}) {
             EXPECT_FALSE(GlobalTimerDue(timer, GetTickCount64()))
                 << "timer " << timer << " is still armed";
         }
