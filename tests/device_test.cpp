@@ -82,19 +82,14 @@ TEST_F(DeviceTest, IsFoundBehindADeviceThatDoesNotTellItsId)
     for (const wchar_t* id : {LR"(PCI\VEN_1234\3&1)", LR"(USB\VID_0001\5&2)", kId}) {
         pc.devices.Add(id);
     }
-    const struct
-    {
-        const char* function;
-        std::uint64_t nth;
-        bool found;
-    } cases[] = {
+    const std::tuple<const char*, std::uint64_t, bool> cases[] = {
         {"CM_Get_Device_IDW", 1, true},     {"CM_Get_Device_IDW", 2, true},
         {"CM_Get_Device_IDW", 3, false},    {"SetupDiEnumDeviceInfo", 3, false},
         {"SetupDiGetClassDevsW", 1, false},
     };
-    for (const auto& each : cases) {
-        pc.faults.Set(each.function, {.first = each.nth});
-        EXPECT_EQ(Present(), each.found) << each.function << " fails the " << each.nth << ". time";
+    for (const auto& [function, nth, found] : cases) {
+        pc.faults.Set(function, {.first = nth});
+        EXPECT_EQ(Present(), found) << function << " fails the " << nth << ". time";
         pc.faults.ClearAll();
     }
     EXPECT_EQ(LogBytes(), "");

@@ -65,21 +65,17 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
 
 TEST(Format, TextThatDoesNotFitIsCutAndSaysSo)
 {
-    const struct
-    {
-        std::size_t size;
-        const wchar_t* stored;
-        bool fits;
-    } cases[] = {{8, L"ab   -7", true}, {7, L"ab   -", false}, {4, L"ab ", false},
-                 {3, L"ab", false},     {1, L"", false},       {0, L"#", false}};
-    for (const auto& each : cases) {
+    const std::tuple<std::size_t, const wchar_t*, bool> cases[] = {
+        {8, L"ab   -7", true}, {7, L"ab   -", false}, {4, L"ab ", false},
+        {3, L"ab", false},     {1, L"", false},       {0, L"#", false}};
+    for (const auto& [size, stored, fits] : cases) {
         wchar_t text[] = L"#########";
-        const FormatResult result = FormatText(std::span(text, each.size), L"%s%5d", L"ab", -7);
-        EXPECT_EQ(result.fits, each.fits) << each.size;
-        if (each.size > 0) {
-            EXPECT_EQ(std::wstring(text), each.stored) << each.size;
+        const FormatResult result = FormatText(std::span(text, size), L"%s%5d", L"ab", -7);
+        EXPECT_EQ(result.fits, fits) << size;
+        if (size > 0) {
+            EXPECT_EQ(std::wstring(text), stored) << size;
         }
-        EXPECT_EQ(text[each.size], L'#') << "written behind the buffer of " << each.size;
+        EXPECT_EQ(text[size], L'#') << "written behind the buffer of " << size;
     }
 }
 

@@ -234,8 +234,7 @@ TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
 }
 
 // What a message box shows, by its number in the string table.
-const std::map<UINT, std::string> kShown{{0, ""},
-                                         {55306, "Could not open Service Manager"},
+const std::map<UINT, std::string> kShown{{55306, "Could not open Service Manager"},
                                          {55307, "Could not start service"},
                                          {55308, "Could not open service"},
                                          {55309, "Could not delete service"},
@@ -294,8 +293,8 @@ TEST_F(RegistrationTest, AStepThatFailsIsShownAndEndsWithItsError)
             pc.faults.Set(c.fails, {.error = c.error, .first = c.nth});
             EXPECT_EQ(static_cast<DWORD>(service.Run(c.line)), c.exit_code);
             pc.faults.ClearAll();
-            const std::string text = (own ? "" : "translated ") + kShown.at(c.shown);
-            EXPECT_EQ(Shown(), c.shown ? "HOLVService: " + text + ". " : "");
+            const std::string before = own ? "HOLVService: " : "HOLVService: translated ";
+            EXPECT_EQ(Shown(), c.shown ? before + kShown.at(c.shown) + ". " : "");
             EXPECT_TRUE(c.heard.empty() || service.heard.Has(c.heard));
         }
     }
@@ -303,22 +302,17 @@ TEST_F(RegistrationTest, AStepThatFailsIsShownAndEndsWithItsError)
 
 TEST_F(RegistrationTest, OnAnotherMachineNothingIsDone)
 {
-    const struct
-    {
-        const char* vendor;
-        DWORD version;
-        int exit_code;
-    } cases[] = {
+    const std::tuple<const char*, DWORD, int> cases[] = {
         {"AnotherMaker", 0x0106, 1},  {"genuineorbeq", 0x0106, 1},  {HOLV_CPU_VENDOR, 0x0006, 1},
         {HOLV_CPU_VENDOR, 0x0205, 1}, {HOLV_CPU_VENDOR, 0x0106, 0}, {HOLV_CPU_VENDOR, 0x000A, 0},
     };
-    for (const auto& c : cases) {
-        pc.cpu.vendor = c.vendor;
-        pc.os_version = c.version;
+    for (const auto& [vendor, version, exit_code] : cases) {
+        pc.cpu.vendor = vendor;
+        pc.os_version = version;
         for (const wchar_t* line : {L"-RegServer", L"-Service", L"-UnregServer"}) {
             service.heard.Forget();
-            EXPECT_EQ(service.Run(line), c.exit_code) << c.vendor << " " << c.version;
-            EXPECT_EQ(service.heard.Has("Platform not Supported"), c.exit_code == 1);
+            EXPECT_EQ(service.Run(line), exit_code) << vendor << " " << version;
+            EXPECT_EQ(service.heard.Has("Platform not Supported"), exit_code == 1);
         }
         EXPECT_LINES(Classes(), Registered("nothing"));
     }

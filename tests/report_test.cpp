@@ -29,7 +29,6 @@ nlohmann::json ReportOf(Machine& pc)
 TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     const std::wstring file = std::wstring(kHistory) + L"03-02.jsonl";
     user.pc.disk.Write(file, "{\"utc\":\"2025-03-02T10:00:00.000Z\",\"event\":\"start\"}\n");
     user.StartService();
@@ -55,7 +54,6 @@ TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
 TEST(HistoryTest, LinesWhoseNumbersStartAgainAreToldInTheirOrder)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     for (int run = 0; run < 2; ++run) {
         user.StartService();
         user.pc.RunFor(10min);
@@ -84,7 +82,6 @@ TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
 {
     constexpr std::size_t kMost = 1 << 20;
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     const auto file = [](int day) {
         return std::wstring(kHistory) + L"03-0" + std::to_wstring(day) + L".jsonl";
     };
@@ -107,7 +104,6 @@ TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
 TEST(HistoryTest, AFullDiskEndsInAWholeLine)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.StartService();
     user.pc.disk.space_left = 100;
     user.Enter("HOLV_ACTIVE");
@@ -145,7 +141,6 @@ TEST(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
 TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.StartService();
     user.pc.SetClock(user.pc.clock() - 1h);
     const auto film = user.pc.power.NewRequest(L"C:\\Film.exe", L"");

@@ -23,6 +23,7 @@ NO_PROMISE = {
     'LogMessage': 'as Log',
     'LogEntry': 'as Log',
     'LogFailure': 'as Log',
+    'RefuseNull': 'as Log',
     'reserve': 'spares an allocation, no more',
     'shrink_to_fit': 'spares memory, no more',
 }
