@@ -254,27 +254,6 @@ TEST_F(KernelTest, AProcessThatEndsTakesItsThreadsAlongAndTheyGiveBackWhatTheyHo
     EXPECT_EQ(pc.now(), 1s);
 }
 
-TEST_F(KernelTest, AnUnhandledExceptionRunsTheFilterAndEndsTheProcess)
-{
-    static DWORD s_code;
-    Process& process = pc.Start([] {
-        SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* pointers) -> LONG {
-            s_code = pointers->ExceptionRecord->ExceptionCode;
-            return EXCEPTION_CONTINUE_SEARCH;
-        });
-        Sleep(INFINITE);
-        return 0;
-    });
-    pc.RunFor(1s);
-    EXCEPTION_RECORD record{};
-    record.ExceptionCode = 0xC0000005;
-    process.Crash(record);
-    EXPECT_TRUE(pc.RunUntil([&] { return !process.running(); }, 1s));
-    EXPECT_EQ(s_code, 0xC0000005u);
-    EXPECT_TRUE(process.crashed());
-    crash_is_expected = true;
-}
-
 TEST(MachineTest, WhatAProcessLeavesOpenAndMisusesIsTold)
 {
     Machine pc({.free = kRunFree});

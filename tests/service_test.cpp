@@ -282,6 +282,19 @@ TEST_F(ServiceTest, AStateMachineThatEndsByItselfEndsTheService)
     EXPECT_EQ(pc.processes().back()->exit_code(), 0);
 }
 
+TEST_F(ServiceTest, ACrashIsToldInTheLogAndEndsTheProcess)
+{
+    service.Start();
+    Process& process = *service.Find()->process;
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = 0xC0000005;
+    process.Crash(record);
+    EXPECT_TRUE(pc.RunUntil([&] { return !process.running(); }, 1s));
+    EXPECT_TRUE(process.crashed());
+    EXPECT_TRUE(service.heard.Has("code (0xc0000005)"));
+    crash_is_expected = left_open_is_expected = true;
+}
+
 // Somebody asks for the stop some turns of the other threads after the service was first reported
 // running, while the PC is about to be suspended.
 std::string StopAfter(Machine& pc, int turns)
