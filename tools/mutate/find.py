@@ -33,7 +33,7 @@ NO_PROMISE = {
 NO_MEANING = {'CreateThread': (1, 4), 'RegOpenKeyExW': (2,)}
 
 # Whose two arguments may stand in either place.
-SYMMETRIC = {'max', 'min', 'SameScheme', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
+SYMMETRIC = {'max', 'min', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
 
 
 @dataclasses.dataclass
