@@ -121,6 +121,8 @@ public:
     {
         if (member != DISPID_HOLVAgentEventChanged) return DISP_E_MEMBERNOTFOUND;
         if (arguments->cArgs != 2) return DISP_E_BADPARAMCOUNT;
+        const VARIANTARG* const given = arguments->rgvarg;
+        if (given[0].vt != (VT_BYREF | VT_BOOL) || given[1].vt != VT_I4) return DISP_E_TYPEMISMATCH;
         VARIANT_BOOL& cancel = *arguments->rgvarg[0].pboolVal;
         const LONG code = arguments->rgvarg[1].lVal;
         {

@@ -54,13 +54,13 @@ public:
 
 struct PlayOptions
 {
-    virtual_pc::Machine::Options machine;
-    std::filesystem::path trace;      // empty for none
-    TraceKinds trace_only;            // empty for all
-    std::optional<double> speed;      // machine.pace where it was asked for
-    RunWatcher* watcher = nullptr;    // null for none
-    std::filesystem::path image;      // of the service, on the host
-    std::filesystem::path resources;  // the image's
+    virtual_pc::Machine::Options machine = {};
+    std::filesystem::path trace = {};      // empty for none
+    TraceKinds trace_only = {};            // empty for all
+    std::optional<double> speed = {};      // machine.pace where it was asked for
+    RunWatcher* watcher = nullptr;         // null for none
+    std::filesystem::path image = {};      // of the service, on the host
+    std::filesystem::path resources = {};  // the image's
 };
 
 // Where the blocks of commands that happen at one instant begin and end.

@@ -1,5 +1,6 @@
 // How other processes activate the control interface, and what happens when a call fails.
 
+#include "platform/virtual/com/marshal.h"
 #include "tests/agent_test.h"
 
 using namespace std::chrono_literals;
@@ -48,6 +49,25 @@ TEST_F(AgentTest, WhatCannotBeActivatedSaysWhy)
     EXPECT_EQ(answer(), L"0x80040154");
     pc.registry.DeleteKey(LR"(HKCR\HOLVAgentLib.HOLVAgentLib)");
     EXPECT_EQ(answer(), L"0x800401F3");
+}
+
+TEST_F(AgentTest, TheClassKeepsTheProgramForAClientThatLocksIt)
+{
+    RunInApartment([&] {
+        EXPECT_EQ(RegisterAgentClassObjects(CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE), S_OK);
+        std::optional<ExportedInterface> serving;
+        {
+            const Hold hold(pc);
+            serving = pc.com.Serving(CLSID_HOLVAgentApi);
+        }
+        OwnedInterface<IClassFactory> factory;
+        EXPECT_EQ(ImportInterface(*serving, reinterpret_cast<void**>(factory.Receive())), S_OK);
+        factory.Get()->LockServer(TRUE);
+        EXPECT_EQ(module.locks, 1);
+        factory.Get()->LockServer(FALSE);
+        EXPECT_EQ(module.locks, 0);
+        EXPECT_EQ(RevokeAgentClassObjects(), S_OK);
+    });
 }
 
 TEST_F(AgentTest, EachCallThatFailsLeavesNothingBehind)

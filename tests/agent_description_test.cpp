@@ -19,12 +19,7 @@ TEST_F(AgentTest, TheDescriptionIsTheInterfacesContract)
     EXPECT_EQ(library.major, kHOLVAgentLibMajor);
     EXPECT_EQ(library.minor, kHOLVAgentLibMinor);
     EXPECT_EQ(library.locale, kHOLVAgentLibLocale);
-    const struct
-    {
-        const wchar_t* name;
-        const wchar_t* guid;
-        std::vector<LONG> numbers;
-    } types[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, std::vector<LONG>> types[] = {
         {L"HOLVAgentFeatureEnum",
          L"2F6A9C14-D83B-4E57-A90E-5B17C4E2D3A6",
          {E_HOLV_STATE, E_AUDIO, E_DONOTDISTURB, E_APPLICATION_SUSPEND, E_SHOW_LYNC_CONTROLS,
@@ -42,11 +37,12 @@ TEST_F(AgentTest, TheDescriptionIsTheInterfacesContract)
     ASSERT_EQ(library.types.size(), std::size(types));
     for (std::size_t i = 0; i < std::size(types); ++i) {
         const TypeDescription& type = library.types[i];
-        EXPECT_EQ(type.name, types[i].name);
-        EXPECT_TRUE(type.guid == *ParseGuid(types[i].guid)) << i;
+        const auto& [name, guid, expected] = types[i];
+        EXPECT_EQ(type.name, name);
+        EXPECT_TRUE(type.guid == *ParseGuid(guid)) << i;
         std::vector<LONG> numbers;
         for (const NamedNumber& number : type.numbers) numbers.push_back(number.value);
-        EXPECT_EQ(numbers, types[i].numbers) << i;
+        EXPECT_EQ(numbers, expected) << i;
     }
     EXPECT_EQ(static_cast<LONG>(E_FAILURE), -2147213312);
     EXPECT_TRUE(library.types[3].guid == DIID__HOLVAgentSinkEvent);
@@ -63,22 +59,18 @@ TEST_F(AgentTest, AnObjectAnswersForItsInterfacesAndItsTypeInformation)
 {
     RunInApartment([&] {
         const OwnedInterface<IHOLVAgent> object = MakeObject();
-        const struct
-        {
-            const IID& id;
-            HRESULT result;
-        } cases[] = {{IID_IUnknown, S_OK},
-                     {IID_IDispatch, S_OK},
-                     {IID_IHOLVAgent, S_OK},
-                     {IID_IConnectionPointContainer, S_OK},
-                     {IID_IClassFactory, E_NOINTERFACE},
-                     {DIID__HOLVAgentSinkEvent, E_NOINTERFACE}};
+        const std::pair<IID, HRESULT> cases[] = {{IID_IUnknown, S_OK},
+                                                 {IID_IDispatch, S_OK},
+                                                 {IID_IHOLVAgent, S_OK},
+                                                 {IID_IConnectionPointContainer, S_OK},
+                                                 {IID_IClassFactory, E_NOINTERFACE},
+                                                 {DIID__HOLVAgentSinkEvent, E_NOINTERFACE}};
         OwnedInterface<IUnknown> first;
         object.Get()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(first.Receive()));
-        for (const auto& c : cases) {
+        for (const auto& [id, result] : cases) {
             OwnedInterface<IUnknown> found, identity;
-            EXPECT_EQ(object.Get()->QueryInterface(c.id, reinterpret_cast<void**>(found.Receive())),
-                      c.result);
+            EXPECT_EQ(object.Get()->QueryInterface(id, reinterpret_cast<void**>(found.Receive())),
+                      result);
             if (!found) continue;
             found.Get()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.Receive()));
             EXPECT_EQ(identity.Get(), first.Get());

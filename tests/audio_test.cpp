@@ -212,8 +212,16 @@ TEST_F(AudioTest, TheCallbackObjectsAnswerForTheirInterfaceAndBadNotificationsAr
         EXPECT_EQ(callback.OnNotify(nullptr), E_INVALIDARG);
         EXPECT_EQ(client.OnDeviceStateChanged(nullptr, DEVICE_STATE_ACTIVE), S_OK);
         EXPECT_EQ(client.OnDeviceAdded(nullptr), S_OK);
-        EXPECT_FALSE(CAudioManager::OnAudioDeviceMuteStateChange(nullptr, nullptr));
-        EXPECT_FALSE(CAudioManager::OnDefaultAudioDeviceMuteStateChange(nullptr, nullptr));
+        AUDIO_VOLUME_NOTIFICATION_DATA data{};
+        const auto device = RegisteredAudioDevice::Make(L"Desk");
+        for (const auto handle : {CAudioManager::OnAudioDeviceMuteStateChange,
+                                  CAudioManager::OnDefaultAudioDeviceMuteStateChange}) {
+            EXPECT_FALSE(handle(device, nullptr));
+            EXPECT_TRUE(handle(device, &data));
+        }
+        EXPECT_FALSE(CAudioManager::OnAudioDeviceMuteStateChange(nullptr, &data));
+        EXPECT_FALSE(device->RegisterEndpointVolumeCallback()) << "there is no endpoint volume";
+        EXPECT_FALSE(device->UnregisterEndpointVolumeCallback());
         // NOLINTEND(clang-analyzer-cplusplus.NewDelete)
     });
 }

@@ -63,21 +63,17 @@ protected:
 TEST_F(DeviceTest, IsPresentWhenAnyPresentDevicesIdHoldsItsNameInItsLetterCase)
 {
     EXPECT_FALSE(Present()) << "a PC without devices";
-    const struct
-    {
-        const wchar_t* id;
-        bool found;
-    } cases[] = {
+    const std::pair<const wchar_t*, bool> cases[] = {
         {LR"(acpi\qrx5071\2&0)", false},        {LR"(ACPI\QRX507\2&0)", false},
         {LR"(ACPI#QRX5071#2&0)", false},        {LR"(ACPI\QRX5071)", true},
         {LR"(ACPI\QRX5071\2&DABA3FF&0)", true}, {LR"(ROOT\ACPI\QRX50712\0000)", true},
     };
-    for (const auto& each : cases) {
-        Device& device = pc.devices.Add(each.id);
+    for (const auto& [id, found] : cases) {
+        Device& device = pc.devices.Add(id);
         pc.devices.Add(LR"(PCI\VEN_1234\3&1)");
-        EXPECT_EQ(Present(), each.found) << ToUtf8(each.id);
+        EXPECT_EQ(Present(), found) << ToUtf8(id);
         device.SetPresent(false);
-        EXPECT_FALSE(Present()) << ToUtf8(each.id) << ", pulled";
+        EXPECT_FALSE(Present()) << ToUtf8(id) << ", pulled";
     }
 }
 
@@ -86,19 +82,14 @@ TEST_F(DeviceTest, IsFoundBehindADeviceThatDoesNotTellItsId)
     for (const wchar_t* id : {LR"(PCI\VEN_1234\3&1)", LR"(USB\VID_0001\5&2)", kId}) {
         pc.devices.Add(id);
     }
-    const struct
-    {
-        const char* function;
-        std::uint64_t nth;
-        bool found;
-    } cases[] = {
+    const std::tuple<const char*, std::uint64_t, bool> cases[] = {
         {"CM_Get_Device_IDW", 1, true},     {"CM_Get_Device_IDW", 2, true},
         {"CM_Get_Device_IDW", 3, false},    {"SetupDiEnumDeviceInfo", 3, false},
         {"SetupDiGetClassDevsW", 1, false},
     };
-    for (const auto& each : cases) {
-        pc.faults.Set(each.function, {.first = each.nth});
-        EXPECT_EQ(Present(), each.found) << each.function << " fails the " << each.nth << ". time";
+    for (const auto& [function, nth, found] : cases) {
+        pc.faults.Set(function, {.first = nth});
+        EXPECT_EQ(Present(), found) << function << " fails the " << nth << ". time";
         pc.faults.ClearAll();
     }
     EXPECT_EQ(LogBytes(), "");

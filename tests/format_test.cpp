@@ -29,11 +29,7 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
     const wchar_t* const no_text = nullptr;
     const char* const no_bytes = nullptr;
     const auto pointer = reinterpret_cast<void*>(std::uintptr_t{0x7FFA1234BCDE});
-    const struct
-    {
-        std::wstring text;
-        const wchar_t* expected;
-    } cases[] = {
+    const std::pair<std::wstring, const wchar_t*> cases[] = {
         {Formatted(L"no arguments, 100%%\n"), L"no arguments, 100%\n"},
         {Formatted(L""), L""},
         // 32 bits, whatever the type that holds them
@@ -64,26 +60,22 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
         {Formatted(L"[%c%c][%3c]", L'x', 'y', 0x416), L"[xy][  \x0416]"},
         {Formatted(L"0x%p %p", pointer, nullptr), L"0x00007FFA1234BCDE 0000000000000000"},
     };
-    for (const auto& each : cases) EXPECT_EQ(each.text, each.expected);
+    for (const auto& [text, expected] : cases) EXPECT_EQ(text, expected);
 }
 
 TEST(Format, TextThatDoesNotFitIsCutAndSaysSo)
 {
-    const struct
-    {
-        std::size_t size;
-        const wchar_t* stored;
-        bool fits;
-    } cases[] = {{8, L"ab   -7", true}, {7, L"ab   -", false}, {4, L"ab ", false},
-                 {3, L"ab", false},     {1, L"", false},       {0, L"#", false}};
-    for (const auto& each : cases) {
+    const std::tuple<std::size_t, const wchar_t*, bool> cases[] = {
+        {8, L"ab   -7", true}, {7, L"ab   -", false}, {4, L"ab ", false},
+        {3, L"ab", false},     {1, L"", false},       {0, L"#", false}};
+    for (const auto& [size, stored, fits] : cases) {
         wchar_t text[] = L"#########";
-        const FormatResult result = FormatText(std::span(text, each.size), L"%s%5d", L"ab", -7);
-        EXPECT_EQ(result.fits, each.fits) << each.size;
-        if (each.size > 0) {
-            EXPECT_EQ(std::wstring(text), each.stored) << each.size;
+        const FormatResult result = FormatText(std::span(text, size), L"%s%5d", L"ab", -7);
+        EXPECT_EQ(result.fits, fits) << size;
+        if (size > 0) {
+            EXPECT_EQ(std::wstring(text), stored) << size;
         }
-        EXPECT_EQ(text[each.size], L'#') << "written behind the buffer of " << each.size;
+        EXPECT_EQ(text[size], L'#') << "written behind the buffer of " << size;
     }
 }
 

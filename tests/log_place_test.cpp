@@ -42,11 +42,7 @@ TEST_F(LogPlaceTest, OnlyTheSystemAndAdministratorsMayWriteTheFoldersThatItMakes
 
 TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
 {
-    const struct
-    {
-        const wchar_t* descriptor;
-        bool write, replace;
-    } cases[] = {
+    const std::tuple<const wchar_t*, bool, bool> cases[] = {
         {L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)", false, false},
         {L"O:SYD:AI(A;ID;FA;;;SY)(A;CIID;DCLCRPCR;;;BU)", true, false},
         {L"O:SYD:(A;OICIIO;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
@@ -62,9 +58,9 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
         {L"O:SYD:P", false, false},
         {L"O:SY", true, true},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(LetsOthers(c.descriptor, Lets::write), c.write) << ToUtf8(c.descriptor);
-        EXPECT_EQ(LetsOthers(c.descriptor, Lets::replace), c.replace) << ToUtf8(c.descriptor);
+    for (const auto& [descriptor, write, replace] : cases) {
+        EXPECT_EQ(LetsOthers(descriptor, Lets::write), write) << ToUtf8(descriptor);
+        EXPECT_EQ(LetsOthers(descriptor, Lets::replace), replace) << ToUtf8(descriptor);
     }
     EXPECT_EQ(FolderOf(LR"(C:\A\B.txt)"), LR"(C:\A)");
     EXPECT_EQ(FolderOf(LR"(C:\A)"), LR"(C:\)");

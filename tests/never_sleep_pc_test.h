@@ -17,6 +17,11 @@ public:
     explicit NeverSleepPc(const virtual_pc::Machine::Options& options) : pc(options), view(pc)
     {
         pc.devices.AddHolvDevice(LR"(ACPI\QRX5071\1)");
+        pc.journal.Listen([](const virtual_pc::Effect& effect) {
+            if (effect.kind != "sleep") return;
+            EXPECT_FALSE(effect.Text("why").starts_with(L"a program, "))
+                << "the service's sleep ends as any other, and no program can refuse it";
+        });
     }
 
     void Set(const wchar_t* setting, DWORD value)

@@ -43,6 +43,8 @@ protected:
             EXPECT_EQ(Said(), step.said);
             EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), step.away);
             EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), step.system);
+            EXPECT_EQ(Requests::AreBoth(TRUE), step.away && step.system);
+            EXPECT_EQ(Requests::AreBoth(FALSE), !step.away && !step.system);
         }
     }
 

@@ -26,11 +26,9 @@ const fs::path kAllScenarios = fs::path(HOLV_SOURCE_DIR) / "scenarios";
 
 PlayOptions WatchedOptions()
 {
-    PlayOptions options;
-    options.machine.free = kRunFree;
-    options.image = HOLV_IMAGE;
-    options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
-    return options;
+    return {.machine = {.free = kRunFree},
+            .image = HOLV_IMAGE,
+            .resources = HOLV_SOURCE_DIR "/resources"};
 }
 
 // A PC whose every minute is looked at, from the service's installation on.

@@ -37,10 +37,8 @@ class LedBackTest : public ::testing::TestWithParam<std::string>
 TEST_P(LedBackTest, TheUserFindsThePcAsItWas)
 {
     for (const Machine::Options& life : LivesOf({.seeds = 10, .free = 2})) {
-        PlayOptions options;
-        options.machine = life;
-        options.image = HOLV_IMAGE;
-        options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
+        const PlayOptions options{
+            .machine = life, .image = HOLV_IMAGE, .resources = HOLV_SOURCE_DIR "/resources"};
         std::ostringstream story;
         std::ostringstream errors;
         ASSERT_EQ(PlayScripts({kLives / (GetParam() + ".pc")}, options, story, errors), 0)

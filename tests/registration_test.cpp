@@ -2,6 +2,7 @@
 // what it takes away again, and what becomes of it when a step fails.
 
 #include <filesystem>
+#include <fstream>
 
 #include "log/rights.h"
 #include "platform/com.h"
@@ -232,71 +233,86 @@ TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
     EXPECT_EQ(service.State(), "stopped");
 }
 
+// What a message box shows, by its number in the string table.
+const std::map<UINT, std::string> kShown{{55306, "Could not open Service Manager"},
+                                         {55307, "Could not start service"},
+                                         {55308, "Could not open service"},
+                                         {55309, "Could not delete service"},
+                                         {55310, "Could not stop service"}};
+const struct StepThatFails
+{
+    const wchar_t* line;
+    const char* fails;
+    std::uint64_t nth;
+    DWORD error;
+    DWORD exit_code;
+    UINT shown;
+    std::string heard;
+} kStepsThatFail[] = {
+    {L"-Service", "OpenSCManagerW", 2, 5, 0x80004005, 55306, ""},
+    {L"-Service", "CreateServiceW", 1, 8, 0x80004005, 55307, "Failed to create service, GLE=8\n"},
+    {L"-Service", "ChangeServiceConfig2W", 1, 5, 0, 0,
+     "Failed to update service description - Access is denied. (0x5)\n"},
+    {L"-Service", "ChangeServiceConfig2W", 1, 4321, 0, 0,
+     "Failed to update service description - \n"},
+    {L"-Service", "RegSetValueExW", 5, 5, 0x80070005, 0, ""},
+    {L"-Service", "RegCreateKeyW", 3, 5, 0x80070005, 0, ""},
+    {L"-Service", "GetModuleFileNameW", 4, 5, 0x80004005, 0, ""},
+    {L"-Service", "GetModuleFileNameW", 5, 5, 0x80004005, 0, ""},
+    {L"-Service", "GetModuleFileNameW", 6, 5, 0x80004005, 0, ""},
+    {L"-Service", "GetModuleFileNameW", 7, 5, 0x80004005, 0, ""},
+    {L"-UnregServer", "RegDeleteTreeW", 1, 5, 0x80070005, 0, ""},
+    {L"-UnregServer", "OpenSCManagerW", 2, 5, 0x80004005, 55306, ""},
+    {L"-UnregServer", "OpenServiceW", 2, 5, 0x80004005, 55308, ""},
+    {L"-UnregServer", "ControlService", 1, 1053, 0, 55310, ""},
+    {L"-UnregServer", "ControlService", 1, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, 0, 55310, ""},
+    {L"-UnregServer", "DeleteService", 1, 5, 0x80004005, 55309, ""},
+};
+
 TEST_F(RegistrationTest, AStepThatFailsIsShownAndEndsWithItsError)
 {
-    const struct
+    // A program whose string table has translations.
+    Image translated = service.image;
+    const std::filesystem::path root = pc.disk.HostPath(L"C:\\");
+    for (const char* folder : {"resources", "api"}) {
+        std::filesystem::copy(std::filesystem::path(HOLV_SOURCE_DIR) / folder, root / folder);
+    }
+    translated.resources = root / "resources";
     {
-        const wchar_t* line;
-        const char* fails;
-        std::uint64_t nth;
-        DWORD error;
-        DWORD exit_code;
-        std::string shown;
-        std::string heard;
-    } cases[] = {
-        {L"-Service", "OpenSCManagerW", 2, 5, 0x80004005,
-         "HOLVService: Could not open Service Manager. ", ""},
-        {L"-Service", "CreateServiceW", 1, 8, 0x80004005, "HOLVService: Could not start service. ",
-         "Failed to create service, GLE=8\n"},
-        {L"-Service", "ChangeServiceConfig2W", 1, 5, 0, "",
-         "Failed to update service description - Access is denied. (0x5)\n"},
-        {L"-Service", "ChangeServiceConfig2W", 1, 4321, 0, "",
-         "Failed to update service description - \n"},
-        {L"-Service", "RegSetValueExW", 5, 5, 0x80070005, "", ""},
-        {L"-Service", "RegCreateKeyW", 3, 5, 0x80070005, "", ""},
-        {L"-UnregServer", "RegDeleteTreeW", 1, 5, 0x80070005, "", ""},
-        {L"-UnregServer", "OpenSCManagerW", 2, 5, 0x80004005,
-         "HOLVService: Could not open Service Manager. ", ""},
-        {L"-UnregServer", "OpenServiceW", 2, 5, 0x80004005, "HOLVService: Could not open service. ",
-         ""},
-        {L"-UnregServer", "ControlService", 1, 1053, 0, "HOLVService: Could not stop service. ",
-         ""},
-        {L"-UnregServer", "ControlService", 1, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, 0,
-         "HOLVService: Could not stop service. ", ""},
-        {L"-UnregServer", "DeleteService", 1, 5, 0x80004005,
-         "HOLVService: Could not delete service. ", ""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(ToUtf8(c.line) + " " + c.fails + " " + std::to_string(c.error));
-        const bool installs = std::wstring(c.line) == L"-Service";
-        service.Run(installs ? L"-UnregServer" : L"-Service");
-        service.heard.Forget();
-        pc.faults.Set(c.fails, {.error = c.error, .first = c.nth});
-        EXPECT_EQ(static_cast<DWORD>(service.Run(c.line)), c.exit_code);
-        pc.faults.ClearAll();
-        EXPECT_EQ(Shown(), c.shown);
-        EXPECT_TRUE(c.heard.empty() || service.heard.Has(c.heard));
+        std::ofstream table(translated.resources + "/HOLVService.rc.in");
+        table << "STRINGTABLE\n";
+        for (const auto& [id, text] : kShown) table << id << " \"translated " << text << "\"\n";
+    }
+    for (const bool own : {true, false}) {
+        pc.Install(own ? service.image : translated);
+        for (const auto& c : kStepsThatFail) {
+            SCOPED_TRACE(ToUtf8(c.line) + " " + c.fails + " " + std::to_string(c.error));
+            const bool installs = std::wstring(c.line) == L"-Service";
+            service.Run(installs ? L"-UnregServer" : L"-Service");
+            service.heard.Forget();
+            pc.faults.Set(c.fails, {.error = c.error, .first = c.nth});
+            EXPECT_EQ(static_cast<DWORD>(service.Run(c.line)), c.exit_code);
+            pc.faults.ClearAll();
+            const std::string before = own ? "HOLVService: " : "HOLVService: translated ";
+            EXPECT_EQ(Shown(), c.shown ? before + kShown.at(c.shown) + ". " : "");
+            EXPECT_TRUE(c.heard.empty() || service.heard.Has(c.heard));
+        }
     }
 }
 
 TEST_F(RegistrationTest, OnAnotherMachineNothingIsDone)
 {
-    const struct
-    {
-        const char* vendor;
-        DWORD version;
-        int exit_code;
-    } cases[] = {
+    const std::tuple<const char*, DWORD, int> cases[] = {
         {"AnotherMaker", 0x0106, 1},  {"genuineorbeq", 0x0106, 1},  {HOLV_CPU_VENDOR, 0x0006, 1},
         {HOLV_CPU_VENDOR, 0x0205, 1}, {HOLV_CPU_VENDOR, 0x0106, 0}, {HOLV_CPU_VENDOR, 0x000A, 0},
     };
-    for (const auto& c : cases) {
-        pc.cpu.vendor = c.vendor;
-        pc.os_version = c.version;
+    for (const auto& [vendor, version, exit_code] : cases) {
+        pc.cpu.vendor = vendor;
+        pc.os_version = version;
         for (const wchar_t* line : {L"-RegServer", L"-Service", L"-UnregServer"}) {
             service.heard.Forget();
-            EXPECT_EQ(service.Run(line), c.exit_code) << c.vendor << " " << c.version;
-            EXPECT_EQ(service.heard.Has("Platform not Supported"), c.exit_code == 1);
+            EXPECT_EQ(service.Run(line), exit_code) << vendor << " " << version;
+            EXPECT_EQ(service.heard.Has("Platform not Supported"), exit_code == 1);
         }
         EXPECT_LINES(Classes(), Registered("nothing"));
     }

@@ -157,12 +157,7 @@ TEST_F(RegistryTest, FilesMayBeUtf8WithContinuedLinesDeletionsAndComments)
 TEST_F(RegistryTest, ABadFileIsNamedWithItsLineAndNothingOfItIsApplied)
 {
     const std::string head = "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\New]\n";
-    struct Case
-    {
-        std::string text;
-        const char* says;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"REGEDIT4\n", ":1: the first line is not"},
         {head + "[HKEY_LOCAL_MACHINE\\A\n",
          ":3: \"[HKEY_LOCAL_MACHINE\\A\" has no closing bracket"},
@@ -178,14 +173,14 @@ TEST_F(RegistryTest, ABadFileIsNamedWithItsLineAndNothingOfItIsApplied)
          ":2: \"\"a\"=dword:1\" belongs to"},
         {head + "[-HKEY_LOCAL_MACHINE]\n", ":3: a root cannot be deleted"},
     };
-    for (const Case& c : cases) {
+    for (const auto& [text, says] : cases) {
         try {
-            pc.registry.Import(File(c.text));
-            ADD_FAILURE() << c.text;
+            pc.registry.Import(File(text));
+            ADD_FAILURE() << text;
         } catch (const std::runtime_error& error) {
-            EXPECT_NE(std::string(error.what()).find(std::string("a.reg") + c.says),
+            EXPECT_NE(std::string(error.what()).find(std::string("a.reg") + says),
                       std::string::npos)
-                << error.what() << "\nexpected: " << c.says;
+                << error.what() << "\nexpected: " << says;
         }
         EXPECT_FALSE(pc.registry.HasKey(LR"(HKLM\New)"));
     }

@@ -56,7 +56,6 @@ std::map<std::string, std::int64_t> SecondsOf(const json& day)
 TEST(ReportLogTest, TellsTheErrorsThatTheServiceHasReportedAndNobodyElses)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.pc.event_log.Add(
         {{}, L"Another", EVENTLOG_ERROR_TYPE, 1, 2000, {L"no error of ours"}, {}});
     user.pc.event_log.Add({{}, kSource, EVENTLOG_ERROR_TYPE, 1, 2001, {L"another id"}, {}});
@@ -161,7 +160,6 @@ TEST(ReportLogTest, SaysWhichTimeIsToldFromTheLogAlone)
 TEST(ReportLogTest, LivesWithALogThatCannotBeReadAndSaysSoInOneLine)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.StartService();
     user.StopService();
     for (const auto& [function, error] :

@@ -192,13 +192,11 @@ void LeaveOutWhatCannotBeTold(Life& life)
 
 PlayOptions OptionsOf(const fs::path& folder)
 {
-    PlayOptions options;
-    options.image = HOLV_IMAGE;
-    options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
-    options.trace = folder / "trace.jsonl";
-    options.trace_only = {"state", "write", "clock", "process"};
-    options.machine.root = folder / "pc";
-    return options;
+    return {.machine = {.root = folder / "pc"},
+            .trace = folder / "trace.jsonl",
+            .trace_only = {"state", "write", "clock", "process"},
+            .image = HOLV_IMAGE,
+            .resources = HOLV_SOURCE_DIR "/resources"};
 }
 
 // In a process of its own, as its threads are not this one's.

@@ -29,7 +29,6 @@ nlohmann::json ReportOf(Machine& pc)
 TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     const std::wstring file = std::wstring(kHistory) + L"03-02.jsonl";
     user.pc.disk.Write(file, "{\"utc\":\"2025-03-02T10:00:00.000Z\",\"event\":\"start\"}\n");
     user.StartService();
@@ -55,7 +54,6 @@ TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
 TEST(HistoryTest, LinesWhoseNumbersStartAgainAreToldInTheirOrder)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     for (int run = 0; run < 2; ++run) {
         user.StartService();
         user.pc.RunFor(10min);
@@ -84,7 +82,6 @@ TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
 {
     constexpr std::size_t kMost = 1 << 20;
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     const auto file = [](int day) {
         return std::wstring(kHistory) + L"03-0" + std::to_wstring(day) + L".jsonl";
     };
@@ -107,7 +104,6 @@ TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
 TEST(HistoryTest, AFullDiskEndsInAWholeLine)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.StartService();
     user.pc.disk.space_left = 100;
     user.Enter("HOLV_ACTIVE");
@@ -160,9 +156,10 @@ TEST(ReportTest, AStartWithAClockFarAheadAddsNoDays)
 TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
 {
     UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 12:00"));
     user.StartService();
     user.pc.SetClock(user.pc.clock() - 1h);
+    const auto film = user.pc.power.NewRequest(L"C:\\Film.exe", L"");
+    user.pc.power.SetRequest(*film, PowerRequestDisplayRequired);
     user.Enter("HOLV_DND");
     user.pc.announcer.PowerEvent(PBT_APMSUSPEND);
     user.pc.RunFor(1s);
@@ -172,9 +169,11 @@ TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
     const std::string said = RunCtl(user.pc, "report").said;
     for (const char* sentence :
          {"the clock was set back by 3600 s", "the active plan is Power saver",
-          "the active plan is Balanced", "the PC went to sleep", "the user woke the PC"}) {
+          "the active plan is Balanced", "the PC went to sleep", "the user woke the PC",
+          "Held awake by Film.exe"}) {
         EXPECT_NE(said.find(sentence), std::string::npos) << sentence << " is not in\n" << said;
     }
+    EXPECT_EQ(said.find("by HOLVService.exe"), std::string::npos) << "its own request:\n" << said;
     EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
     const std::string html = user.pc.disk.Read(LR"(C:\day.html)").value_or("");
     EXPECT_NE(html.find("<svg class=\"t\""), std::string::npos);

@@ -52,10 +52,6 @@ protected:
         Set(L"LoggingEnabled", kLogToDebugger);
     }
 
-    void Set(const wchar_t* setting, DWORD value)
-    {
-        pc.registry.SetDword(kUserKey, setting, value);
-    }
     // A new process, with data of its own.
     void Start()
     {

@@ -15,13 +15,10 @@ namespace {
 
 PlayOptions Options(std::uint64_t seed = 0, const fs::path& trace = {})
 {
-    PlayOptions options;
-    options.machine.free = kRunFree;
-    options.machine.seed = seed;
-    options.image = HOLV_IMAGE;
-    options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
-    options.trace = trace;
-    return options;
+    return {.machine = {.free = kRunFree, .seed = seed},
+            .trace = trace,
+            .image = HOLV_IMAGE,
+            .resources = HOLV_SOURCE_DIR "/resources"};
 }
 
 const fs::path kScenarios = fs::path(HOLV_SOURCE_DIR) / "scenarios";

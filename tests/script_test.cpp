@@ -10,12 +10,7 @@ namespace {
 
 TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
 {
-    struct Case
-    {
-        const char* line;
-        const char* words;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"dance", "there is no command \"dance\""},
         {"reg set HKLM\\A b dword", "\"reg\" is used in one of these forms:"},
         {"reg set HKLM\\A b dword twelve", "\"twelve\" is no number"},
@@ -40,7 +35,7 @@ TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
         {"say \"never closed", "the quotation mark before \"never closed\" is never closed"},
         {"say \"glued\"on", "a blank is missing after \"glued\""},
     };
-    for (const Case& c : cases) ExpectRefused(c.line, c.words);
+    for (const auto& [line, words] : cases) ExpectRefused(line, words);
 }
 
 TEST_F(ScriptTest, WhatAnUnkindPcCannotDoIsNamedWithItsPlaceAndWord)
@@ -82,12 +77,7 @@ TEST_F(ScriptTest, AFileOfAnEditorOfWindowsIsReadAndOneThatIsNoTextIsNotEchoed)
 
 TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
 {
-    struct Case
-    {
-        const char* line;
-        const char* words;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"expect state S0_NORMAL", "expected state S0_NORMAL, but the service does not run"},
         {"expect log exit", "expected \"exit\" in the log, but it is not there"},
         {"expect reg HKLM\\A b 1", "expected HKLM\\A b to be 1, but it is not there"},
@@ -107,9 +97,9 @@ TEST_F(ScriptTest, AnExpectationThatIsNotMetStopsTheScriptAndSaysWhatIsSo)
         {"service kill", "the service's program does not run"},
         {"expect power off", "expected the PC to be off, but it is on"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(Play("say before # a comment\n" + std::string(c.line) + "\nsay after"), 1);
-        EXPECT_EQ(Errors(), "a.pc:2: " + std::string(c.words) + "\n");
+    for (const auto& [line, words] : cases) {
+        EXPECT_EQ(Play("say before # a comment\n" + std::string(line) + "\nsay after"), 1);
+        EXPECT_EQ(Errors(), "a.pc:2: " + std::string(words) + "\n");
         EXPECT_NE(story.str().find("-- before"), std::string::npos);
         EXPECT_EQ(story.str().find("-- after"), std::string::npos);
     }

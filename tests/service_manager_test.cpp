@@ -170,27 +170,22 @@ TEST_F(ServiceManagerTest, AServiceLivesBetweenItsDispatcherAndItsMainRoutine)
 
 TEST_F(ServiceManagerTest, AShutdownWaitsAsLongAsTheVersionOrTheRegistrySays)
 {
-    const struct
-    {
-        DWORD version;
-        const wchar_t* set;
-        Duration patience;
-    } cases[] = {{kWindows7, nullptr, 20s},
-                 {kWindows10, nullptr, 5s},
-                 {kWindows10, L"12000", 12s},
-                 {kWindows10, L"soon", 5s}};
+    const std::tuple<DWORD, const wchar_t*, Duration> cases[] = {{kWindows7, nullptr, 20s},
+                                                                 {kWindows10, nullptr, 5s},
+                                                                 {kWindows10, L"12000", 12s},
+                                                                 {kWindows10, L"soon", 5s}};
     m_probe.stops = false;
     m_probe.accepts |= SERVICE_ACCEPT_SHUTDOWN;
-    for (const auto& c : cases) {
-        pc.os_version = c.version;
-        if (c.set) {
+    for (const auto& [version, set, patience] : cases) {
+        pc.os_version = version;
+        if (set) {
             pc.registry.SetString(LR"(HKLM\SYSTEM\CurrentControlSet\Control)",
-                                  L"WaitToKillServiceTimeout", c.set);
+                                  L"WaitToKillServiceTimeout", set);
         }
         Start();
         const Instant before = pc.now();
         pc.ShutDown();
-        EXPECT_EQ(pc.now() - before, c.patience);
+        EXPECT_EQ(pc.now() - before, patience);
         EXPECT_EQ(m_probe.told, "5:0 ");
         m_probe.told.clear();
     }

@@ -15,6 +15,9 @@
 #include "platform/virtual/com/com.h"
 #include "platform/virtual/console/outputs.h"
 #include "platform/virtual/core/thread.h"
+#include "platform/virtual/power/power.h"
+#include "platform/virtual/power/power_plans.h"
+#include "platform/virtual/power/sleep.h"
 #include "platform/virtual/processes/libraries.h"
 #include "platform/virtual/sessions/session.h"
 #include "settings/settings.h"
@@ -111,8 +114,10 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
         const Hold hold(pc);
         const auto security = pc.com.SecurityOf(service.Find()->process);
         ASSERT_TRUE(security && !security->implicit) << "clients of other users may call";
-        EXPECT_EQ(security->authentication, RPC_C_AUTHN_LEVEL_NONE);
-        EXPECT_EQ(security->impersonation, RPC_C_IMP_LEVEL_IDENTIFY);
+        EXPECT_EQ(std::tuple(security->descriptor, security->services, security->authentication,
+                             security->impersonation, security->capabilities),
+                  std::tuple(false, -1, DWORD{RPC_C_AUTHN_LEVEL_NONE},
+                             DWORD{RPC_C_IMP_LEVEL_IDENTIFY}, DWORD{EOAC_NONE}));
     }
     // In the order in which the settings are registered.
     EXPECT_EQ(Open("power setting registration"),
@@ -130,9 +135,22 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
     ASSERT_EQ(g_logger.size(), 2u);
     EXPECT_TRUE(g_logger[0].starts_with("start HOLVLog 1 at "));
     EXPECT_EQ(g_logger[1], "stop at " + std::to_string(pc.outputs.debug().size()));
+}
 
+TEST_F(ServiceTest, AShutdownFindsTheUsersPlanRestoredAndTheServiceStartsWithTheSystem)
+{
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    std::wstring plan_at_end;
+    pc.journal.Listen([&](const Effect& effect) {
+        if (effect.kind != "service status" || !plan_at_end.empty()) return;
+        if (effect.Text("state") == L"stopped") plan_at_end = pc.power.active().name;
+    });
     service.Restart();
+    pc.sleep.Ask(L"test");
+    pc.RunFor(1s);
+    EXPECT_EQ(pc.power.active().name, L"Power saver");
     pc.ShutDown();
+    EXPECT_EQ(plan_at_end, L"Balanced") << "the system may end a service that has stopped";
     EXPECT_TRUE(service.heard.Has("SERVICE_CONTROL_SHUTDOWN"));
     ExpectReportsOfAStop();
     pc.Boot();
@@ -217,12 +235,35 @@ TEST_F(ServiceTest, CallsAreSecuredBeforeTheStateMachineCreatesObjects)
     EXPECT_EQ(objects_before, at_start);
     EXPECT_GT(objects(), at_start) << "the sound system's enumerator";
     service.Stop();
+}
 
+TEST_F(ServiceTest, ACallThatHangsHoldsUpTheStartForTenSecondsAndTheEndForFive)
+{
+    EXPECT_EQ(service.Run(L"-Service"), 0);
+    const std::string initialized = "HOLV State Machine initialized";
     pc.slowness.Set("CoInitializeSecurity", {.typical = 1h});
     service.Restart();
-    pc.RunFor(11s);
-    EXPECT_TRUE(service.heard.Has("HOLV State Machine initialized")) << "although the call hangs";
+    pc.RunFor(9900ms);
+    EXPECT_FALSE(service.heard.Has(initialized)) << "calls are not secured yet";
+    pc.RunFor(200ms);
+    EXPECT_TRUE(service.heard.Has(initialized)) << "although the call hangs";
     pc.ShutDown();
+    pc.slowness.ClearAll();
+
+    // The loop that serves clients ends while the state machine's start hangs.
+    pc.slowness.Set("CoResumeClassObjects", {.typical = 1s});
+    pc.slowness.Set("CoCreateInstance", {.typical = 1h});
+    pc.faults.Set("GetMessageW", {.error = 5});
+    service.Restart();
+    {
+        const Hold hold(pc);
+        EXPECT_FALSE(pc.com.Serving(CLSID_HOLVAgentApi)) << "no client before the class is resumed";
+    }
+    ASSERT_TRUE(pc.RunUntil([&] { return pc.faults.CallsOf("GetMessageW") > 0; }, 2s));
+    pc.RunFor(4900ms);
+    EXPECT_FALSE(service.heard.Has("Service stopped")) << "the state machine may still restore";
+    pc.RunFor(200ms);
+    EXPECT_TRUE(service.heard.Has("Service stopped")) << "the system waits no longer";
     left_open_is_expected = true;
 }
 
@@ -239,6 +280,19 @@ TEST_F(ServiceTest, AStateMachineThatEndsByItselfEndsTheService)
         service.heard.Has("Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"));
     EXPECT_EQ(service.Reports(), "running running stopped stopped ");
     EXPECT_EQ(pc.processes().back()->exit_code(), 0);
+}
+
+TEST_F(ServiceTest, ACrashIsToldInTheLogAndEndsTheProcess)
+{
+    service.Start();
+    Process& process = *service.Find()->process;
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = 0xC0000005;
+    process.Crash(record);
+    EXPECT_TRUE(pc.RunUntil([&] { return !process.running(); }, 1s));
+    EXPECT_TRUE(process.crashed());
+    EXPECT_TRUE(service.heard.Has("code (0xc0000005)"));
+    crash_is_expected = left_open_is_expected = true;
 }
 
 // Somebody asks for the stop some turns of the other threads after the service was first reported

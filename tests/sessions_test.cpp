@@ -110,11 +110,8 @@ TEST_F(SessionsTest, AUserWhoLeavesTheConsoleToAnotherStaysLoggedOn)
 TEST_F(SessionsTest, ATokenIsGoodForWhatItsAccessAllows)
 {
     pc.session.Logon(L"alice");
-    const struct
-    {
-        DWORD access;
-        bool copies, tells_environment, starts;
-    } cases[] = {
+    // An access, and whether it copies, tells its environment, and starts a program.
+    const std::tuple<DWORD, bool, bool, bool> cases[] = {
         {MAXIMUM_ALLOWED, true, true, true},
         {TOKEN_QUERY, false, false, false},
         {TOKEN_DUPLICATE, true, false, false},
@@ -123,10 +120,10 @@ TEST_F(SessionsTest, ATokenIsGoodForWhatItsAccessAllows)
     };
     RunAsProcess([&] {
         const OwnedHandle user = TokenOf(1);
-        for (const auto& c : cases) {
-            SCOPED_TRACE(c.access);
+        for (const auto& [access, copies, tells_environment, starts] : cases) {
+            SCOPED_TRACE(access);
             OwnedHandle token;
-            ASSERT_TRUE(DuplicateTokenEx(user.Get(), c.access, nullptr, SecurityIdentification,
+            ASSERT_TRUE(DuplicateTokenEx(user.Get(), access, nullptr, SecurityIdentification,
                                          TokenPrimary, token.Receive()));
             const auto refused = [](BOOL done) {
                 return !done && GetLastError() == ERROR_ACCESS_DENIED;
@@ -135,12 +132,12 @@ TEST_F(SessionsTest, ATokenIsGoodForWhatItsAccessAllows)
             EXPECT_EQ(
                 refused(DuplicateTokenEx(token.Get(), MAXIMUM_ALLOWED, nullptr,
                                          SecurityIdentification, TokenPrimary, copy.Receive())),
-                !c.copies);
+                !copies);
             LPVOID environment = nullptr;
             EXPECT_EQ(refused(CreateEnvironmentBlock(&environment, token.Get(), FALSE)),
-                      !c.tells_environment);
+                      !tells_environment);
             if (environment) DestroyEnvironmentBlock(environment);
-            EXPECT_EQ(StartWith(token), c.starts ? DWORD{ERROR_SUCCESS} : ERROR_ACCESS_DENIED);
+            EXPECT_EQ(StartWith(token), starts ? DWORD{ERROR_SUCCESS} : ERROR_ACCESS_DENIED);
         }
         EXPECT_EQ(StartWith(user, TRUE), DWORD{ERROR_SUCCESS});
     });

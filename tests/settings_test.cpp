@@ -78,11 +78,7 @@ TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
 {
     const NamedSetting start{L"DoNotDisturbStart", g_dwDoNotDisturbStart, 1320};
     pc.registry.SetDword(kOemKey, start.name, 600);
-    const struct
-    {
-        RegistryValue user;
-        DWORD loaded;
-    } cases[] = {
+    const std::pair<RegistryValue, DWORD> cases[] = {
         {RegistryValue::Dword(0), 0},  // a real 0 hides what lies below
         {Binary({0x2C, 0x01, 0, 0}), 300},
         {Binary({0x2C, 0x01, 0, 0, 0, 0, 0, 0}), 600},
@@ -91,9 +87,9 @@ TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
         {RegistryValue::String(L"0"), 600},
         {{REG_DWORD, {1, 0}}, 600},
     };
-    for (const auto& each : cases) {
-        EXPECT_EQ(LoadedAs(start, each.user), each.loaded)
-            << "type " << each.user.type << ", " << each.user.data.size() << " bytes";
+    for (const auto& [user, loaded] : cases) {
+        EXPECT_EQ(LoadedAs(start, user), loaded)
+            << "type " << user.type << ", " << user.data.size() << " bytes";
     }
     EXPECT_EQ(LogBytes(), "") << "passed over in silence";
 }
@@ -101,22 +97,17 @@ TEST_F(SettingsTest, AValueCountsOnlyInTheFormOfANumber)
 TEST_F(SettingsTest, LoadedValuesAreBroughtWithinTheirBounds)
 {
     constexpr DWORD kNoBound = 0xFFFFFFFF;
-    const struct
-    {
-        const wchar_t* name;
-        DWORD least, most;
-    } bounds[] = {
-        {L"DoNotDisturbStart", 0, 1440},      {L"DoNotDisturbEnd", 0, 1440},
-        {L"MaxCpuPowerLimit", 0, 100},        {L"CpuIdleThreshold", 0, 100},
-        {L"SuspendBatteryThreshold", 0, 100}, {L"AppDisplayTimeout", 5, 30},
-        {L"CpuUsageCheckInterval", 5, 60},    {L"BatteryUsageCheckInterval", 5, 60},
+    const std::map<std::wstring_view, std::pair<DWORD, DWORD>> bounds = {
+        {L"DoNotDisturbStart", {0, 1440}},      {L"DoNotDisturbEnd", {0, 1440}},
+        {L"MaxCpuPowerLimit", {0, 100}},        {L"CpuIdleThreshold", {0, 100}},
+        {L"SuspendBatteryThreshold", {0, 100}}, {L"AppDisplayTimeout", {5, 30}},
+        {L"CpuUsageCheckInterval", {5, 60}},    {L"BatteryUsageCheckInterval", {5, 60}},
     };
     pc.registry.SetDword(kOemKey, L"LoggingEnabled", 0);
     for (const NamedSetting& each : kAllSettings) {
-        const auto* row = std::ranges::find_if(
-            bounds, [&](const auto& bound) { return std::wstring_view(bound.name) == each.name; });
-        const DWORD least = row == std::end(bounds) ? 0 : row->least;
-        const DWORD most = row == std::end(bounds) ? kNoBound : row->most;
+        const auto row = bounds.find(each.name);
+        const auto [least, most] =
+            row == bounds.end() ? std::pair{DWORD{0}, kNoBound} : row->second;
         for (const DWORD value : {DWORD{0}, least, most - 1, most, kNoBound}) {
             const DWORD expected = value < least ? least : value > most ? most : value;
             EXPECT_EQ(LoadedAs(each, RegistryValue::Dword(value)), expected)

@@ -14,10 +14,10 @@ using namespace virtual_pc;
 
 namespace {
 
-// Takes a second for each notification, and counts how many it is in at most.
-class Client final : public IMMNotificationClient
+// Counts its references.
+template <class Interface>
+struct Referenced : Interface
 {
-public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override
     {
         *object = nullptr;
@@ -25,6 +25,14 @@ public:
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
     ULONG STDMETHODCALLTYPE Release() override { return --references; }
+
+    std::atomic<ULONG> references = 1;
+};
+
+// Takes a second for each notification, and counts how many it is in at most.
+class Client final : public Referenced<IMMNotificationClient>
+{
+public:
     HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR, DWORD) override
     {
         most = std::max(most.load(), ++inside);
@@ -44,7 +52,6 @@ public:
         return S_OK;
     }
 
-    std::atomic<ULONG> references = 1;
     std::atomic<int> inside = 0, most = 0, done = 0;
 };
 
@@ -90,21 +97,13 @@ TEST_F(SoundTest, ANotificationClientIsNotHeldAndBelongsToTheProcess)
 
 TEST_F(SoundTest, AVolumeCallbackIsHeldAndHearsOnlyOfChanges)
 {
-    struct Callback final : IAudioEndpointVolumeCallback
+    struct Callback final : Referenced<IAudioEndpointVolumeCallback>
     {
-        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override
-        {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-        ULONG STDMETHODCALLTYPE Release() override { return --references; }
         HRESULT STDMETHODCALLTYPE OnNotify(AUDIO_VOLUME_NOTIFICATION_DATA*) override
         {
             ++heard;
             return S_OK;
         }
-        std::atomic<ULONG> references = 1;
         std::atomic<int> heard = 0;
     };
     pc.audio.Add(L"Desk");

@@ -8,6 +8,7 @@
 #include "platform/module.h"
 #include "platform/service.h"
 #include "platform/virtual/power/power.h"
+#include "platform/virtual/sound/audio.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;
@@ -40,11 +41,6 @@ protected:
         Set(L"LoggingLevel", 6);
         // The test lets the PC sleep with no user to wake it.
         pc.power.s3_supported = false;
-    }
-
-    void Set(const wchar_t* setting, DWORD value)
-    {
-        pc.registry.SetDword(kUserKey, setting, value);
     }
 
     // Starts the service, with `before` before its state machine runs.
@@ -104,7 +100,7 @@ TEST_F(StateTest, StartsInNormalUseAndStopsWithoutLeaving)
     Stop();
     EXPECT_LINES(Said(), BlockOf("starts.txt", "a stop"));
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
-    EXPECT_FALSE(HasGlobalEvent(EVENT_ENTER_S0)) << "closed";
+    EXPECT_FALSE(HasGlobalEvent(EVENT_ENTER_S0) || SignalGlobalEvent(EVENT_ENTER_S0)) << "closed";
 }
 
 TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
@@ -156,6 +152,7 @@ TEST_F(StateTest, AMissingHandleEndsTheStateMachineAndIsSkippedEverywhereElse)
         EXPECT_EQ(heard.Times("WaitForMultipleObjects Return Code=-1, GLE=6"), 1);
         EXPECT_EQ(heard.Times("STOPPING CPU MONITORING"), slot != TIMER_CPU_USAGE);
         EXPECT_EQ(heard.Times("Going to HOLV_ACTIVE"), slot != EVENT_ENTER_ACTIVE);
+        EXPECT_EQ(heard.Has("Can't set timer for DoNotDisturb"), slot == TIMER_DND_START);
         EXPECT_EQ(heard.Times("HOLV State Machine Exited"), 1);
         EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
     }
@@ -262,6 +259,20 @@ TEST_F(StateTest, AHandlersChoiceOfANeverSleepStateIsOnlySignalled)
         EXPECT_EQ(WaitForMultipleObjects(kGlobalEventCount, g_hGlobalEvents, FALSE, 0),
                   DWORD{EVENT_ENTER_ACTIVE});
     });
+}
+
+TEST_F(StateTest, TheUserHearsAgainWhoeverIsSlowAtHisReturn)
+{
+    const Endpoint& speakers = pc.audio.Add(L"Speakers");
+    Set(L"MuteAudio", 1);
+    Start();
+    After(EVENT_ENTER_ACTIVE);
+    EXPECT_TRUE(speakers.Muted());
+    pc.power.listing_takes = 10s;
+    After(EVENT_ENTER_S0);
+    EXPECT_FALSE(speakers.Muted()) << "although the requests are still being listed";
+    pc.RunFor(1min);
+    Stop();
 }
 
 // --- Decisions ---

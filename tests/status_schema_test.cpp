@@ -48,10 +48,8 @@ bool Holds(Player& player, const ScriptLine& line)
 // something, unless the PC sleeps, when no program runs.
 std::vector<json> StatusesOf(const fs::path& script)
 {
-    PlayOptions options;
-    options.machine.free = kRunFree;
-    options.image = HOLV_IMAGE;
-    options.resources = kSource / "resources";
+    const PlayOptions options{
+        .machine = {.free = kRunFree}, .image = HOLV_IMAGE, .resources = kSource / "resources"};
     std::ostringstream out;
     Losses losses;
     Player player(options, out, losses);

@@ -29,11 +29,7 @@ const std::vector<Gap> kNoGaps;
 
 PlayOptions StormPlay(const fs::path& trace = {})
 {
-    PlayOptions options;
-    options.image = HOLV_IMAGE;
-    options.resources = fs::path(HOLV_SOURCE_DIR) / "resources";
-    options.trace = trace;
-    return options;
+    return {.trace = trace, .image = HOLV_IMAGE, .resources = HOLV_SOURCE_DIR "/resources"};
 }
 
 fs::path Scratch(const std::string& name)

@@ -1,6 +1,7 @@
 // The idle monitor, the readers of the request listing, and the processor and battery monitors: the
 // effect of each check on timers, requests and the PC, and its log lines.
 
+#include "platform/virtual/base/text.h"
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/power/power_plans.h"
@@ -153,11 +154,7 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
 {
     const std::wstring process = L"[PROCESS] \\Device\\HarddiskVolume1\\Film.exe\n";
     const std::wstring long_path(1100, L'x');
-    const struct
-    {
-        std::wstring listing;
-        BOOL required;
-    } cases[] = {
+    const std::pair<std::wstring, BOOL> cases[] = {
         {L"DISPLAY:\n" + process, TRUE},
         {L"DISPLAY:\nNone.\n\nSYSTEM:\n" + process + L"\nAWAYMODE:\n" + process, FALSE},
         {L"AWAYMODE:\n" + process + L"DISPLAY:\n[DRIVER] Sound\n[SERVICE] x\n" + process, TRUE},
@@ -172,9 +169,9 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
         {std::wstring(1023, L'x') + L"DISPLAY:\n" + process, FALSE},
     };
     RunAsProcess([&] {
-        for (const auto& c : cases) {
-            pc.power.listing_instead = c.listing;
-            EXPECT_EQ(S::IsDisplayRequiredSet(), c.required) << &c - cases;
+        for (const auto& [listing, required] : cases) {
+            pc.power.listing_instead = listing;
+            EXPECT_EQ(S::IsDisplayRequiredSet(), required) << ToUtf8(listing);
         }
         pc.power.listing_instead = L"DISPLAY:\nNone.\n";
         heard.Forget();
@@ -306,6 +303,21 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
 }
 
 // --- Suspend and resume ---
+
+TEST_F(TimersTest, ADelayedEntryThatASuspendHasOvertakenCountsNoMore)
+{
+    WithEvents([&] {
+        S::OnResume(FALSE);
+        Sleep(500);
+        S::OnSuspend();
+        S::OnResume(FALSE);
+        Sleep(600);
+        EXPECT_FALSE(Comes(pc, EVENT_ENTER_ACTIVE, 0)) << "it is not a second since the last wake";
+        Sleep(500);
+        EXPECT_TRUE(Comes(pc, EVENT_ENTER_ACTIVE, 0));
+        EXPECT_EQ(heard.Times("Suspended in between"), 1);
+    });
+}
 
 TEST_F(TimersTest, ASuspendThatFailsIsToldAndTheHoursAreLookedAtAllTheSame)
 {

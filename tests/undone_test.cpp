@@ -40,27 +40,32 @@ struct EveningPc : NeverSleepPc
 
 TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
 {
-    const struct
-    {
-        const char* slept_at;
-        bool sleeps_in_the_hours;
-        bool wakes;
-    } cases[] = {{"20:00", false, false},
-                 {"20:00", true, false},
-                 {"23:00", false, false},
-                 {"23:00", true, true}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << "asleep from " << c.slept_at
-                                          << ", sleeps in the hours: " << c.sleeps_in_the_hours);
-        EveningPc evening(c.slept_at, c.sleeps_in_the_hours);
+    // Asleep from when, whether it sleeps in the hours and by the service, and whether it wakes.
+    const std::tuple<std::string, bool, bool, bool> cases[] = {{"20:00", false, false, false},
+                                                               {"20:00", true, false, false},
+                                                               {"23:00", false, false, false},
+                                                               {"23:00", true, false, true},
+                                                               {"23:00", true, true, true}};
+    for (const auto& [slept_at, in_the_hours, by_service, wakes] : cases) {
+        SCOPED_TRACE(::testing::Message()
+                     << "asleep from " << slept_at << ", sleeps in the hours: " << in_the_hours);
+        EveningPc evening(slept_at.c_str(), in_the_hours);
         const GUID plan = evening.pc.power.active().guid;
         evening.pc.power.Write(plan, GUID_ALLOW_AWAYMODE, PowerSource::ac, 0);
         evening.pc.power.Activate(plan);
-        evening.pc.sleep.AskAsUser();
+        const auto copy = evening.pc.power.NewRequest(L"C:\\Copy.exe", L"");
+        if (by_service) {
+            // The PC's own sleep waits for the request, and the service does not.
+            evening.pc.power.SetRequest(*copy, PowerRequestSystemRequired);
+            evening.pc.user.Leaves();
+        } else {
+            evening.pc.sleep.AskAsUser();
+        }
         evening.Run(6h + 50min);
+        if (by_service) evening.pc.power.ClearRequest(*copy, PowerRequestSystemRequired);
         EXPECT_TRUE(evening.Asleep()) << "nothing wakes the PC before the hours' end";
-        evening.Run(c.slept_at == std::string("20:00") ? 5h : 20min);
-        EXPECT_EQ(evening.Asleep(), !c.wakes) << "at the hours' end";
+        evening.Run(slept_at == "20:00" ? 5h : 20min);
+        EXPECT_EQ(evening.Asleep(), !wakes) << "at the hours' end";
         if (evening.Asleep()) evening.pc.sleep.WakeByUser();
         evening.pc.user.Works();
         evening.Run(2min);
@@ -111,7 +116,8 @@ TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappen
         InService([] { SetFeature(E_HOLV_STATE, 0); });
         pc.RunFor(1s);
         const ESystemState state = S::m_eSystemState;
-        for (const GlobalEvent timer : {TIMER_IDLE, TIMER_DND_START, TIMER_DND_END}) {
+        for (const GlobalEvent timer :
+             {TIMER_IDLE, TIMER_DND_START, TIMER_DND_END, TIMER_CPU_USAGE}) {
             EXPECT_FALSE(GlobalTimerDue(timer, GetTickCount64()))
                 << "timer " << timer << " is still armed";
         }

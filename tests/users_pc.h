@@ -71,6 +71,7 @@ public:
         pc.registry.SetDword(kUserKey, L"LoggingEnabled", log_to);
         pc.registry.SetDword(kUserKey, L"MuteAudio", 1);
         pc.registry.SetDword(kUserKey, L"DndToS3", 1);
+        pc.SetClock(*virtual_pc::ParseCalendar("2026-03-02 12:00"));
         pc.user.Works();
         pc.devices.AddHolvDevice();
         pc.audio.Add(L"Desk", eRender);

@@ -11,6 +11,7 @@
 #include "platform/virtual/core/process.h"
 #include "platform/virtual/disk/disk.h"
 #include "platform/virtual/power/user.h"
+#include "platform/virtual/registry/registry.h"
 #include "tests/heard.h"
 #include "tests/lines.h"
 #include "tests/printers.h"
@@ -36,6 +37,12 @@ protected:
     {
         // Constant input keeps the PC awake; tests about sleep stop it.
         pc.user.Works();
+    }
+
+    // A setting of the service, before it starts.
+    void Set(const wchar_t* setting, DWORD value)
+    {
+        pc.registry.SetDword(kUserKey, setting, value);
     }
 
     // Runs `body` as a process of the PC, from its start to its end.

@@ -23,12 +23,17 @@ NO_PROMISE = {
     'LogMessage': 'as Log',
     'LogEntry': 'as Log',
     'LogFailure': 'as Log',
+    'RefuseNull': 'as Log',
     'reserve': 'spares an allocation, no more',
     'shrink_to_fit': 'spares memory, no more',
 }
 
+# Arguments of platform functions, by their places, whose next value means the same: a stack's size is
+# rounded up, and of a thread's flags and a key's options the first bit has no meaning.
+NO_MEANING = {'CreateThread': (1, 4), 'RegOpenKeyExW': (2,)}
+
 # Whose two arguments may stand in either place.
-SYMMETRIC = {'max', 'min', 'SameScheme', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
+SYMMETRIC = {'max', 'min', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
 
 
 @dataclasses.dataclass
@@ -126,6 +131,9 @@ class Finder:
             self.operator(node, *children, at_build)
         elif kind == K.CALL_EXPR:
             self.call(node, children, at_build)
+            places = NO_MEANING.get(node.spelling, ())
+            same = [a.extent for i, a in enumerate(node.get_arguments()) if i in places]
+            children = [child for child in children if child.extent not in same]
         elif kind in (K.INTEGER_LITERAL, K.CXX_BOOL_LITERAL_EXPR, K.UNEXPOSED_EXPR, K.DECL_REF_EXPR):
             self.constant(node, at_build)
         if kind == K.CASE_STMT:

@@ -198,13 +198,15 @@ HRESULT WINAPI CLSIDFromProgID(LPCWSTR programId, CLSID* classId)
 
 // --- Class objects ---
 
-HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD, DWORD flags,
+// Only for clients in other programs, and for any number of them.
+HRESULT WINAPI CoRegisterClassObject(REFCLSID classId, IUnknown* object, DWORD context, DWORD flags,
                                      LPDWORD registration)
 {
     {
         Call call(fn_co_register_class_object);
         if (call.Fails()) return static_cast<HRESULT>(call.error());
         if (!object || !registration) return E_INVALIDARG;
+        if (context != CLSCTX_LOCAL_SERVER || !(flags & REGCLS_MULTIPLEUSE)) return E_INVALIDARG;
         if (!call.thread.membership.apartment) return CO_E_NOTINITIALIZED;
     }
     ExportedInterface exported;

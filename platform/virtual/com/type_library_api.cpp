@@ -361,13 +361,16 @@ HRESULT WINAPI RegisterTypeLibForUser(ITypeLib* library, OLECHAR* path, OLECHAR*
     return Register(fn_register_for_user, kUserClasses, library, path, helpFolder);
 }
 
-HRESULT WINAPI UnRegisterTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND)
+HRESULT WINAPI UnRegisterTypeLib(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND system)
 {
+    if (system != SYS_WIN64) return TYPE_E_REGISTRYACCESS;
     return Unregister(fn_unregister_type_lib, kMachineClasses, guid, major, minor, locale);
 }
 
-HRESULT WINAPI UnRegisterTypeLibForUser(REFGUID guid, WORD major, WORD minor, LCID locale, SYSKIND)
+HRESULT WINAPI UnRegisterTypeLibForUser(REFGUID guid, WORD major, WORD minor, LCID locale,
+                                        SYSKIND system)
 {
+    if (system != SYS_WIN64) return TYPE_E_REGISTRYACCESS;
     return Unregister(fn_unregister_for_user, kUserClasses, guid, major, minor, locale);
 }
 }

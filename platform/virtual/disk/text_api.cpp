@@ -17,12 +17,12 @@ Function fn_wide_char_to_multi_byte{"WideCharToMultiByte"};
 
 extern "C" {
 
-int WINAPI WideCharToMultiByte(UINT codePage, DWORD, LPCWSTR wide, int wideCount, LPSTR bytes,
+int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideCount, LPSTR bytes,
                                int bytesCount, LPCSTR defaultChar, BOOL* usedDefault)
 {
     Call call(fn_wide_char_to_multi_byte);
     if (call.Fails()) return 0;
-    const bool understood = codePage == CP_UTF8 && !defaultChar && !usedDefault;
+    const bool understood = codePage == CP_UTF8 && flags == 0 && !defaultChar && !usedDefault;
     if (!understood || !wide || wideCount == 0 || bytesCount < 0 || (bytesCount && !bytes)) {
         return call.Fail(ERROR_INVALID_PARAMETER);
     }

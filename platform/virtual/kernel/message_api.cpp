@@ -111,11 +111,12 @@ LRESULT WINAPI DispatchMessageW(const MSG* message)
 }
 
 // Returns at once, as if the user had pressed OK.
-int WINAPI MessageBoxW(HWND, LPCWSTR text, LPCWSTR caption, UINT)
+int WINAPI MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type)
 {
     Call call(fn_message_box);
     if (call.Fails()) return 0;
-    call.machine.outputs.MessageBox(caption, text);
+    const bool plain = !owner && type == MB_OK;
+    call.machine.outputs.MessageBox(caption, text + std::wstring(plain ? L"" : L" (not plain)"));
     return IDOK;
 }
 

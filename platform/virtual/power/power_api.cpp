@@ -224,12 +224,15 @@ NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID, ULO
     return kStatusInvalidParameter;
 }
 
-BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN, BOOLEAN wakeEventsDisabled)
+BOOLEAN WINAPI SetSuspendState(BOOLEAN hibernate, BOOLEAN force, BOOLEAN wakeEventsDisabled)
 {
     Call call(fn_set_suspend_state);
     if (call.Fails()) return FALSE;
     SleepState& sleep = call.machine.sleep;
-    if (hibernate || !sleep.Ask(L"a program", !wakeEventsDisabled)) {
+    std::wstring why = L"a program";
+    if (!force) why += L", if all agree";
+    if (wakeEventsDisabled) why += L", until a user wakes it";
+    if (hibernate || !sleep.Ask(why, !wakeEventsDisabled)) {
         call.Fail(ERROR_NOT_SUPPORTED);
         return FALSE;
     }
