@@ -19,6 +19,7 @@ live_through() {
     start_service >/dev/null
     raise "$@"
     stop_service >/dev/null
+    await "the power library to end" $patience grep -q 'active at the end' "$diary" || true
     cat "$diary"
 }
 
