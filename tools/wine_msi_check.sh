@@ -10,8 +10,8 @@ export WINEDLLOVERRIDES='powrprof=n,b;mscoree,mshtml,winealsa.drv='
 export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 unset DISPLAY
 source tools/wine_programs.sh
-# No trace is wanted here.
-traced=-all trace=/dev/null declared=none
+# No trace is wanted here, but what Wine says where it fails.
+traced=-all trace=$PWD/build/wine_msi_said.txt declared=none
 trap end_wine EXIT
 patience=90
 

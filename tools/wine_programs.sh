@@ -50,10 +50,12 @@ wine_does() {
 }
 complaints=$PWD/build/wine_complaints.txt
 
-# run_switch SWITCH: the exit code of the service's program with it. What it calls is traced.
+# run_switch SWITCH: the exit code of the service's program with it. What it calls is traced, or, where the
+# trace is a file, told when it fails.
 run_switch() {
     local code=0
     WINEDEBUG=$traced timeout $patience wine "$windows_path" "$1" 2>"$trace" || code=$?
+    if [ "$code" -ne 0 ] && [ -f "$trace" ]; then echo "$1: $code: $(<"$trace")" >&2; fi
     echo "$code"
 }
 
