@@ -44,6 +44,7 @@ FixedMemory::~FixedMemory() { munmap(m_begin, kSize); }
 void* FixedMemory::Allocate(std::size_t size)
 {
     const std::size_t whole = Whole(size);
+    const std::lock_guard lock(m_lock);
     if (whole > kSize - m_used) throw std::bad_alloc();
     void* piece = m_begin + m_used;
     Count(m_used, whole, true);
@@ -53,6 +54,7 @@ void* FixedMemory::Allocate(std::size_t size)
 
 void FixedMemory::Free(void* piece, std::size_t size)
 {
+    const std::lock_guard lock(m_lock);
     Count(static_cast<std::size_t>(static_cast<std::byte*>(piece) - m_begin), Whole(size), false);
 }
 

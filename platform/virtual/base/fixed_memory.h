@@ -2,12 +2,13 @@
 #pragma once
 
 #include <cstddef>
+#include <mutex>
 #include <vector>
 
 namespace virtual_pc {
 
 // Pieces are allocated one after the other, and no address is used twice. What is freed goes back
-// to the host page by page. With the machine held.
+// to the host page by page.
 class FixedMemory
 {
 public:
@@ -16,15 +17,18 @@ public:
     FixedMemory(const FixedMemory&) = delete;
     FixedMemory& operator=(const FixedMemory&) = delete;
 
-    // Throws std::bad_alloc when there is none left.
+    // With the machine held, so that the addresses are the same. Throws std::bad_alloc when there
+    // is none left.
     void* Allocate(std::size_t size);
+    // Any thread: the last that releases an object need not hold the machine.
     void Free(void* piece, std::size_t size);
 
 private:
-    // Counts the bytes of a piece in its pages, or takes them out again.
+    // Counts the bytes of a piece in its pages, or takes them out again. With the lock held.
     void Count(std::size_t at, std::size_t size, bool in_use);
 
     std::byte* m_begin = nullptr;
+    std::mutex m_lock;  // guards what follows
     std::size_t m_used = 0;
     std::vector<std::size_t> m_in_use;  // bytes of each page
 };
