@@ -45,7 +45,7 @@ bool IsEvent(const HistoryRecord& record, const wchar_t* event)
 
 // The history goes back a year. Where its lines are further apart, a clock was wrong, and the days
 // between have not been.
-constexpr std::int64_t kLongestMs = 2 * 366 * kMsPerDay;
+constexpr std::int64_t kLongestMs = 2LL * 366 * kMsPerDay;
 
 // Calls `take` with each local day of the time, where its part begins, and how long it is.
 template <class TakeDay>

@@ -310,6 +310,8 @@ protected:
     {
         if (!user.pc.on()) user.pc.Boot();
         Return(user);
+        // Registered by half, it hangs at its start with the PC.
+        if (GetParam().again != Wait && !Runs(user) && user.view.service()) user.Kill();
         if (GetParam().again != Wait) InstallAnew(user);
         GetParam().again(user);
         user.pc.RunFor(1s);
