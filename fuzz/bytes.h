@@ -1,7 +1,6 @@
 // An input taken apart into values.
 #pragma once
 
-#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -13,11 +12,7 @@ class Bytes
 public:
     explicit Bytes(std::string_view bytes) : m_left(bytes) {}
     bool empty() const { return m_left.empty(); }
-    BYTE Next()
-    {
-        const std::vector<BYTE> byte = Take(1);
-        return byte.empty() ? BYTE{0} : byte.front();
-    }
+    BYTE Next() { return Value<BYTE>(); }
     std::vector<BYTE> Take(std::size_t count)
     {
         const std::string_view taken = m_left.substr(0, count);
@@ -28,8 +23,9 @@ public:
     T Value()
     {
         T value{};
-        const std::vector<BYTE> bytes = Take(sizeof value);
-        if (!bytes.empty()) std::memcpy(&value, bytes.data(), bytes.size());
+        const std::string_view taken = m_left.substr(0, sizeof value);
+        taken.copy(reinterpret_cast<char*>(&value), taken.size());
+        m_left.remove_prefix(taken.size());
         return value;
     }
 

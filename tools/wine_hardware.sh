@@ -61,6 +61,7 @@ plug_device() {
     add_value "$interface\\#\\Control" Linked REG_DWORD 1
 }
 unplug_device() {
+    local key
     wine_does net stop HolvPlatform >/dev/null
     wine_does sc delete HolvPlatform >/dev/null
     for key in "$device_key" "$interface_key"; do wine_does reg delete "$key" /f >/dev/null; done
