@@ -38,13 +38,8 @@ target_compile_options(service_objects PRIVATE ${image_options})
 target_compile_definitions(service_objects PRIVATE
     HOLV_BUILD_VERSION="${PROJECT_VERSION}" HOLV_CPU_VENDOR="${HOLV_CPU_VENDOR}")
 
-# Several files as one, but never of two folders: their private names need not differ.
-foreach(source ${HOLV_SERVICE_SOURCES})
-    cmake_path(GET source PARENT_PATH folder)
-    set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${folder})
-endforeach()
 set_target_properties(service_objects PROPERTIES
-    UNITY_BUILD ${HOLV_UNITY} UNITY_BUILD_MODE GROUP)
+    UNITY_BUILD ${HOLV_SERVICE_UNITY} UNITY_BUILD_MODE GROUP)
 
 add_library(HOLVService SHARED $<TARGET_OBJECTS:service_objects>)
 target_link_libraries(HOLVService PRIVATE virtual_pc)

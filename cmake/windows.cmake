@@ -61,6 +61,10 @@ list(REMOVE_ITEM HOLV_SERVICE_SOURCES ${CMAKE_SOURCE_DIR}/service/platform_check
 list(APPEND HOLV_SERVICE_SOURCES ${fault_source})
 add_library(service_parts OBJECT ${HOLV_SERVICE_SOURCES})
 target_compile_definitions(service_parts PRIVATE HOLV_BUILD_VERSION="${PROJECT_VERSION}")
+# The identifiers are defined where no other file has included their headers.
+set_source_files_properties(audio/core_audio_ids.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+set_target_properties(service_parts PROPERTIES
+    UNITY_BUILD ${HOLV_SERVICE_UNITY} UNITY_BUILD_MODE GROUP)
 
 # A console program: whoever starts it from a command line sees its output, and a service has no
 # console to show.

@@ -1,4 +1,4 @@
-"""The copy of the debug build in which faults are built."""
+"""The copy of the plain build in which faults are built."""
 
 import concurrent.futures
 import contextlib
@@ -15,7 +15,7 @@ import schema
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HOME = ROOT / 'build/mutate'
-PLAIN = ROOT / 'build/debug'
+PLAIN = ROOT / 'build/plain'
 # As long a name as that of the plain build, whose path is in the test programs.
 BUILD = ROOT / 'build/fault'
 TESTS = BUILD / 'tests/service_tests'
@@ -62,13 +62,13 @@ class Workshop:
         except BlockingIOError:
             raise SystemExit('mutate: another run works in build/mutate') from None
         if not (PLAIN / 'build.ninja').exists():
-            run(['cmake', '--preset', 'debug'], cwd=ROOT)
+            run(['cmake', '--preset', 'plain'], cwd=ROOT)
         self.commands = json.loads((PLAIN / 'compile_commands.json').read_text())
         self.runtime = HOME / 'runtime.o'
         self.links = []
 
     def build_plain(self):
-        run(['cmake', '--build', '--preset', 'debug', '--target', *TARGETS], cwd=ROOT)
+        run(['cmake', '--build', '--preset', 'plain', '--target', *TARGETS], cwd=ROOT)
         # Links to the files, so that the plain build may go on: a compiler writes a new file.
         shutil.rmtree(BUILD, ignore_errors=True)
         run(['cp', '-al', PLAIN, BUILD])
@@ -109,7 +109,7 @@ class Workshop:
         for link in self.links:
             shell(link)
         program = TESTS.read_bytes()
-        TESTS.write_bytes(program.replace(b'/build/debug/libHOLV', b'/build/fault/libHOLV'))
+        TESTS.write_bytes(program.replace(b'/build/plain/libHOLV', b'/build/fault/libHOLV'))
 
     def build_all(self, faults_of, workers):
         """Builds what is missing of the plain build, and all faults at once, {file: its faults}. Those that cannot stand beside the code they
