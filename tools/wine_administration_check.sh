@@ -13,7 +13,7 @@ block() {
 block 'When the program can no longer be run' >"$setup/remove.bat"
 block "needed, but the settings' keys only after" >"$setup/forget.bat"
 
-batch() { timeout $patience wine cmd /c "C:\\setup\\$1.bat" >/dev/null 2>&1 || true; }
+batch() { run_wine cmd /c "C:\\setup\\$1.bat" >/dev/null 2>&1 || true; }
 run_switch -Service >/dev/null
 start_service >/dev/null
 stop_service >/dev/null

@@ -76,7 +76,7 @@ check "the switch for a plain server leaves with exit code 0" 0 \
 register_for_any_language
 check "there is no service then" "" "$(service_state)"
 check "a client starts the plain server" "$switched" \
-    "$(WINEDEBUG=$traced timeout $patience wine "$installed/holvctl.exe" get 2>"$trace" | tr -d '\r')"
+    "$(WINEDEBUG=$traced run_wine "$installed/holvctl.exe" get 2>"$trace" | tr -d '\r')"
 check "which ends when its last client lets go" gone "$(until_gone)"
 check "and had no state machine" 0 "$(grep -ac 'global events' "$log" || true)"
 wine_does reg delete "$type_library\\1.1\\0" /f >/dev/null

@@ -50,7 +50,7 @@ device_requests=$WINEPREFIX/drive_c/platform_device.requests
 plug_device() {
     local interface="$interface_key\\##?#ACPI#QRX5071#0#$device_class"
     rm -f "$device_requests"
-    if wine sc query HolvPlatform >/dev/null 2>&1; then wine_does sc delete HolvPlatform >/dev/null; fi
+    if run_wine sc query HolvPlatform >/dev/null 2>&1; then wine_does sc delete HolvPlatform >/dev/null; fi
     cp "$build/wine/platform_device.sys" "$WINEPREFIX/drive_c/windows/system32/drivers/"
     wine_does sc create HolvPlatform type= kernel start= demand \
         binpath= 'C:\windows\system32\drivers\platform_device.sys' >/dev/null

@@ -37,7 +37,7 @@ classes='HKLM\Software\Classes'
 # msi ARGUMENT...: the exit code of a silent run of the installer.
 msi() {
     local code=0
-    timeout 300 wine msiexec "$@" /qn "/l*v" "C:\\msi.log" >/dev/null 2>&1 || code=$?
+    patience=300 run_wine msiexec "$@" /qn "/l*v" "C:\\msi.log" >/dev/null 2>&1 || code=$?
     echo "$code"
 }
 
@@ -52,7 +52,7 @@ what_is_registered() {
         "$classes\\HOLVAgentLib.HOLVAgentLib.1" "$classes\\TypeLib\\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}" \
         "$classes\\Interface\\{9D4E2C71-5A8B-4F3E-B0C6-73E1A2D94F58}" \
         "$classes\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}"; do
-        if [ "$(key_is "$key")" = there ]; then wine reg query "$key" /s; else echo "$key is gone"; fi
+        if [ "$(key_is "$key")" = there ]; then run_wine reg query "$key" /s; else echo "$key is gone"; fi
     done | tr -d '\r' | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
 }
 differences() { diff <(echo "$1") <(echo "$2") || true; }

@@ -11,7 +11,7 @@ check "the package is complete" \
     "$(cd "$unpacked"/Holv-* && find . -type f | sed 's/^..//' | sort | tr '\n' ' ')"
 product=$(echo "$unpacked"/Holv-*/HOLVService.exe)
 check "the packaged program does nothing on another vendor's processor" "1 without a service" \
-    "$(timeout $patience wine "$product" -Service >/dev/null 2>&1; echo "$? with$([ -n "$(service_state)" ] || echo out) a service")"
+    "$(run_wine "$product" -Service >/dev/null 2>&1; echo "$? with$([ -n "$(service_state)" ] || echo out) a service")"
 size=$(stat -c %s "$product")
 check "the packaged program is smaller than 1.5 MiB" yes \
     "$([ "$size" -lt $((3 << 19)) ] && echo yes || echo "no, $size bytes")"

@@ -19,7 +19,7 @@ await() {
 patience=60
 
 # run_wine PROGRAM...: runs a program for as long as that at most. Beside busy compilers it happens that Wine
-# does not start a program of its own, and its start.exe says so. The program has not begun then, and is run
+# does not start a program, and its start.exe says so. The program has not begun then, and is run
 # once more; which ones these were is told at the end.
 run_wine() {
     local code says attempt
@@ -32,7 +32,7 @@ run_wine() {
     if [ -n "$says" ]; then echo "$says"; fi
     return "$code"
 }
-not_started=$PWD/build/wine_not_started.txt
+not_started=$WINEPREFIX.not_started.txt
 rm -f "$not_started"
 tell_not_started() {
     if [ -e "$not_started" ]; then echo "Wine did not start $(tr '\n' ' ' <"$not_started")at first"; fi
@@ -48,14 +48,14 @@ wine_does() {
     if [ -n "$says" ]; then echo "$says"; fi
     return "$code"
 }
-complaints=$PWD/build/wine_complaints.txt
+complaints=$WINEPREFIX.complaints.txt
 
 # run_switch SWITCH: the exit code of the service's program with it. What it calls is traced, or, where the
 # trace is a file, told when it fails.
 run_switch() {
-    local code=0
-    WINEDEBUG=$traced timeout $patience wine "$windows_path" "$1" 2>"$trace" || code=$?
-    if [ "$code" -ne 0 ] && [ -f "$trace" ]; then echo "$1: $code: $(<"$trace")" >&2; fi
+    local code=0 says
+    says=$(WINEDEBUG=$traced run_wine "$windows_path" "$1" 2>"$trace") || code=$?
+    if [ "$code" -ne 0 ] && [ -f "$trace" ]; then echo "$1: $code: $says $(<"$trace")" >&2; fi
     echo "$code"
 }
 
@@ -210,7 +210,7 @@ make_prefix() {
 # program is started by one of them, with its standard error.
 start_wine() {
     wineserver -p
-    WINEDEBUG=$traced wine cmd /c exit >/dev/null 2>"$trace"
+    WINEDEBUG=$traced run_wine cmd /c exit >/dev/null 2>"$trace"
     await "Wine's own services to run" $patience own_services_run
 }
 own_services_run() {
