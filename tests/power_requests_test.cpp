@@ -11,7 +11,7 @@ using namespace virtual_pc;
 
 namespace {
 
-using Requests = CNeverSleepAwayMode;
+using AwayRequests = CNeverSleepAwayMode;
 
 class PowerRequestsTest : public VirtualPcTest
 {
@@ -43,8 +43,8 @@ protected:
             EXPECT_EQ(Said(), step.said);
             EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), step.away);
             EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), step.system);
-            EXPECT_EQ(Requests::AreBoth(TRUE), step.away && step.system);
-            EXPECT_EQ(Requests::AreBoth(FALSE), !step.away && !step.system);
+            EXPECT_EQ(AwayRequests::AreBoth(TRUE), step.away && step.system);
+            EXPECT_EQ(AwayRequests::AreBoth(FALSE), !step.away && !step.system);
         }
     }
 
@@ -58,19 +58,19 @@ TEST_F(PowerRequestsTest, EachIsHeldOnceAndAFailureLeavesItToBeTriedAgain)
     const std::string no_system = "6 No outstanding system reuired request to clear, returning.";
     RunAsProcess([&] {
         Take({
-            {Requests::Initialize, TRUE, "", false, false},
-            {Requests::DisableAwayMode, TRUE, no_away, false, false},
-            {Requests::EnableIdleTimer, TRUE, no_system, false, false},
-            {Requests::EnableAwayMode, FALSE, "6 Unable to request AwayMode, GLE=5\n", false, false,
-             "PowerSetRequest"},
-            {Requests::EnableAwayMode, TRUE, "", true, false},
-            {Requests::EnableAwayMode, TRUE, "6 Outstanding away mode request exist, returning.",
-             true, false},
-            {Requests::DisableIdleTimer, FALSE, "2 Unable to disable idle timer, GLE=5\n", true,
+            {AwayRequests::Initialize, TRUE, "", false, false},
+            {AwayRequests::DisableAwayMode, TRUE, no_away, false, false},
+            {AwayRequests::EnableIdleTimer, TRUE, no_system, false, false},
+            {AwayRequests::EnableAwayMode, FALSE, "6 Unable to request AwayMode, GLE=5\n", false,
              false, "PowerSetRequest"},
-            {Requests::DisableIdleTimer, TRUE, "6 Idle timer is now controlled by HOLV", true,
+            {AwayRequests::EnableAwayMode, TRUE, "", true, false},
+            {AwayRequests::EnableAwayMode, TRUE,
+             "6 Outstanding away mode request exist, returning.", true, false},
+            {AwayRequests::DisableIdleTimer, FALSE, "2 Unable to disable idle timer, GLE=5\n", true,
+             false, "PowerSetRequest"},
+            {AwayRequests::DisableIdleTimer, TRUE, "6 Idle timer is now controlled by HOLV", true,
              true},
-            {Requests::DisableIdleTimer, TRUE,
+            {AwayRequests::DisableIdleTimer, TRUE,
              "6 Outstanding system required request exist, returning.", true, true},
         });
         EXPECT_NE(
@@ -79,16 +79,17 @@ TEST_F(PowerRequestsTest, EachIsHeldOnceAndAFailureLeavesItToBeTriedAgain)
                                     L"Orbeq(R) Holv Technology\n"),
             std::wstring::npos);
         Take({
-            {Requests::DisableAwayMode, FALSE, "6 Unable to disable AwayMode, GLE=5\n", true, true,
-             "PowerClearRequest"},
-            {Requests::DisableAwayMode, TRUE, "", false, true},
-            {Requests::DisableAwayMode, TRUE, no_away, false, true},
-            {Requests::EnableIdleTimer, FALSE, "2 Unable to enable idle timer, GLE=5\n", false,
+            {AwayRequests::DisableAwayMode, FALSE, "6 Unable to disable AwayMode, GLE=5\n", true,
              true, "PowerClearRequest"},
-            {Requests::EnableIdleTimer, TRUE, "6 Idle timer is now controlled by OS", false, false},
-            {Requests::EnableIdleTimer, TRUE, no_system, false, false},
+            {AwayRequests::DisableAwayMode, TRUE, "", false, true},
+            {AwayRequests::DisableAwayMode, TRUE, no_away, false, true},
+            {AwayRequests::EnableIdleTimer, FALSE, "2 Unable to enable idle timer, GLE=5\n", false,
+             true, "PowerClearRequest"},
+            {AwayRequests::EnableIdleTimer, TRUE, "6 Idle timer is now controlled by OS", false,
+             false},
+            {AwayRequests::EnableIdleTimer, TRUE, no_system, false, false},
         });
-        Requests::Uninitialize();
+        AwayRequests::Uninitialize();
     });
 }
 
@@ -99,17 +100,17 @@ TEST_F(PowerRequestsTest, ARequestThatIsMissingIsDoneWithout)
             SCOPED_TRACE(nth);
             const bool away = nth == 2;  // is the one that is there
             pc.faults.Set("PowerCreateRequest", {.first = nth});
-            Take({{Requests::Initialize, FALSE, "3 Can't create power request, GLE=31\n", false,
+            Take({{AwayRequests::Initialize, FALSE, "3 Can't create power request, GLE=31\n", false,
                    false},
-                  {Requests::EnableAwayMode, TRUE, away ? "" : "6 Did not enable away mode", away,
-                   false},
-                  {Requests::DisableIdleTimer, TRUE,
+                  {AwayRequests::EnableAwayMode, TRUE, away ? "" : "6 Did not enable away mode",
+                   away, false},
+                  {AwayRequests::DisableIdleTimer, TRUE,
                    away ? "" : "6 Idle timer is now controlled by HOLV", away, !away}});
             // Uninitialize clears the held requests, and later calls do nothing.
-            Requests::Uninitialize();
-            const auto late = away ? Requests::DisableAwayMode : Requests::EnableIdleTimer;
+            AwayRequests::Uninitialize();
+            const auto late = away ? AwayRequests::DisableAwayMode : AwayRequests::EnableIdleTimer;
             Take({{late, TRUE, away ? "6 Did not disable away mode" : "", false, false}});
-            Requests::Uninitialize();
+            AwayRequests::Uninitialize();
         }
     });
 }

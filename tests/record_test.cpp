@@ -12,7 +12,8 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr GUID kUsers{0x381b4222, 0xf694, 0x41f0, {0x96, 0x85, 0xff, 0x5b, 0xb2, 0x60, 0xdf, 0x2e}};
+constexpr GUID kToldPlan{
+    0x381b4222, 0xf694, 0x41f0, {0x96, 0x85, 0xff, 0x5b, 0xb2, 0x60, 0xdf, 0x2e}};
 
 RecordHead Head()
 {
@@ -42,7 +43,7 @@ Snapshot Told()
     now.hours_start = 1320;
     now.hours_end = 360;
     now.kept_mutes = 2;
-    now.plans = {kUsers, GUID{}};
+    now.plans = {kToldPlan, GUID{}};
     return now;
 }
 

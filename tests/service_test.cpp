@@ -3,6 +3,7 @@
 
 #include "service/module.h"
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 
@@ -35,9 +36,20 @@ void WINAPI StartLogger(const wchar_t* name, int how)
     g_logger.push_back("start " + ToUtf8(name) + " " + std::to_string(how) + " at " +
                        std::to_string(Machine::Current().outputs.debug().size()));
 }
+
+std::ptrdiff_t ThreadsOfThisProcess()
+{
+    Machine& pc = Machine::Current();
+    const Hold hold(pc);
+    return std::ranges::count_if(pc.scheduler.threads(), [](const auto& thread) {
+        return thread->process == Thread::Self()->process && thread->state != Thread::State::ended;
+    });
+}
+
 void WINAPI StopLogger()
 {
-    g_logger.push_back("stop at " + std::to_string(Machine::Current().outputs.debug().size()));
+    g_logger.push_back("stop at " + std::to_string(Machine::Current().outputs.debug().size()) +
+                       " with " + std::to_string(ThreadsOfThisProcess()) + " threads");
 }
 
 template <class Function>
@@ -134,7 +146,9 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
     EXPECT_EQ(pc.processes().back()->exit_code(), 0);
     ASSERT_EQ(g_logger.size(), 2u);
     EXPECT_TRUE(g_logger[0].starts_with("start HOLVLog 1 at "));
-    EXPECT_EQ(g_logger[1], "stop at " + std::to_string(pc.outputs.debug().size()));
+    // The program's own, and the one on which the service runs.
+    EXPECT_EQ(g_logger[1],
+              "stop at " + std::to_string(pc.outputs.debug().size()) + " with 2 threads");
 }
 
 TEST_F(ServiceTest, AShutdownFindsTheUsersPlanRestoredAndTheServiceStartsWithTheSystem)

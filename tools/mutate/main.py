@@ -14,7 +14,7 @@ import self_test
 import trial
 import workshop
 
-FOLDERS = ['service', 'reconciler', 'settings', 'state', 'power', 'audio', 'api', 'restore', 'log', 'process']
+FOLDERS = ['service', 'reconciler', 'settings', 'state', 'power', 'audio', 'api', 'restore', 'publish', 'history', 'log', 'process']
 MINUTES_FOR_A_CHANGE = 9
 
 
