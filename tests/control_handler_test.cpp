@@ -8,6 +8,7 @@
 #include "platform/session.h"
 #include "platform/virtual/eventlog/event_log.h"
 #include "platform/virtual/power/power.h"
+#include "reconciler/facts.h"
 #include "service/module.h"
 #include "settings/settings_store.h"
 #include "tests/service_test.h"
@@ -126,6 +127,46 @@ TEST_F(ControlHandlerTest, EveryPowerSettingComesToItsHandlerWithItsValue)
     EXPECT_TRUE(service.heard.Has("**** Display is ON"));
     EXPECT_TRUE(service.heard.Has("**** Awaymode OFF"));
     service.Stop();
+}
+
+// The reconciler goes by it, and the state that is published.
+TEST_F(ControlHandlerTest, WhatIsAnnouncedTellsWhetherTheUserIsThere)
+{
+    pc.registry.SetDword(kUserKey, L"EnableNeverSleep", 0);
+    RunAsProcess([&] {
+        RegInit();
+        const auto power = [](DWORD event, void* data = nullptr) {
+            CNeverSleepModule::OnServiceCtrlHandler(SERVICE_CONTROL_POWEREVENT, event, data,
+                                                    nullptr);
+            const UserFacts user = KnownUser();
+            return std::string(user.present ? "there " : "") + (user.away ? "away " : "") +
+                   (user.suspended ? "suspended " : "");
+        };
+        const auto set = [&](const GUID& setting, BYTE value) {
+            std::vector<BYTE> record(24);
+            std::memcpy(record.data(), &setting, sizeof(setting));
+            record[16] = 4;
+            record[20] = value;
+            return power(PBT_POWERSETTINGCHANGE, record.data());
+        };
+        EXPECT_EQ(power(PBT_APMSUSPEND), "suspended ");
+        EXPECT_EQ(set(GUID_GLOBAL_USER_PRESENCE, 0), "suspended ");
+        EXPECT_EQ(power(PBT_APMRESUMEAUTOMATIC), "");
+        EXPECT_EQ(set(GUID_GLOBAL_USER_PRESENCE, 1), "");
+        EXPECT_EQ(set(GUID_GLOBAL_USER_PRESENCE, 0), "there ");
+        EXPECT_EQ(power(PBT_APMSUSPEND), "suspended ");
+        EXPECT_EQ(power(PBT_APMRESUMESUSPEND), "there ");
+        EXPECT_EQ(set(GUID_SYSTEM_AWAYMODE, 1), "away ");
+        EXPECT_EQ(set(GUID_GLOBAL_USER_PRESENCE, 0), "away ");
+        EXPECT_EQ(set(GUID_SYSTEM_AWAYMODE, 0), "there ");
+
+        EXPECT_EQ(power(PBT_APMSUSPEND) + power(PBT_APMRESUMEAUTOMATIC), "suspended ");
+        EXPECT_EQ(set(GUID_MONITOR_POWER_ON, 1), "") << "Windows 8 and later tell the presence";
+        CNeverSleepState::m_bIsWindows7 = TRUE;
+        EXPECT_EQ(set(GUID_MONITOR_POWER_ON, 0), "");
+        EXPECT_EQ(set(GUID_MONITOR_POWER_ON, 1), "there ");
+        CNeverSleepState::m_bIsWindows7 = FALSE;
+    });
 }
 
 // Calls the handler directly with controls that the manager never sends, or not at this time.

@@ -233,6 +233,19 @@ TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
     EXPECT_EQ(service.State(), "stopped");
 }
 
+TEST_F(RegistrationTest, AServiceThatIsStoppingIsRemovedWithoutAWord)
+{
+    service.Start();
+    pc.slowness.Set("CoRevokeClassObject", {.typical = 2s});
+    EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
+    pc.RunFor(100ms);
+    EXPECT_EQ(service.State(), "stopping");
+    EXPECT_EQ(service.Run(L"-UnregServer"), 0);
+    EXPECT_EQ(Shown(), "");
+    service.AwaitEnd();
+    EXPECT_EQ(service.State(), "absent");
+}
+
 // What a message box shows, by its number in the string table.
 const std::map<UINT, std::string> kShown{{55306, "Could not open Service Manager"},
                                          {55307, "Could not start service"},
@@ -249,8 +262,10 @@ const struct StepThatFails
     UINT shown;
     std::string heard;
 } kStepsThatFail[] = {
+    {L"-Service", "OpenSCManagerW", 1, 5, 0, 0, ""},
     {L"-Service", "OpenSCManagerW", 2, 5, 0x80004005, 55306, ""},
     {L"-Service", "CreateServiceW", 1, 8, 0x80004005, 55307, "Failed to create service, GLE=8\n"},
+    {L"-Service", "CreateServiceW", 1, ERROR_SERVICE_EXISTS, 0, 0, ""},
     {L"-Service", "ChangeServiceConfig2W", 1, 5, 0, 0,
      "Failed to update service description - Access is denied. (0x5)\n"},
     {L"-Service", "ChangeServiceConfig2W", 1, 4321, 0, 0,

@@ -459,8 +459,10 @@ TEST_F(ServiceTest, AsAServerItEndsWhenItsLastClientHasLetGo)
                                                       {"CreateEventW", 0x80004005}};
     for (const auto& [function, result] : failures) {
         pc.faults.Set(function, {.error = result});
+        const Instant began = pc.now();
         Process& failing = pc.Start(serve);
         pc.RunUntilEnd(failing);
+        EXPECT_EQ(pc.now(), began) << "waits for nobody";
         EXPECT_EQ(static_cast<DWORD>(failing.exit_code()), result) << function;
     }
 }

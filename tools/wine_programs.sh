@@ -27,15 +27,15 @@ run_wine() {
         code=0
         says=$(timeout $patience wine "$@") || code=$?
         if [[ $code -eq 0 || $says != *'ShellExecuteEx failed: Internal error'* ]]; then break; fi
-        echo "$1" >>"$not_started"
+        echo "start $1" >>"$not_at_first"
     done
     if [ -n "$says" ]; then echo "$says"; fi
     return "$code"
 }
-not_started=$WINEPREFIX.not_started.txt
-rm -f "$not_started"
-tell_not_started() {
-    if [ -e "$not_started" ]; then echo "Wine did not start $(tr '\n' ' ' <"$not_started")at first"; fi
+not_at_first=$WINEPREFIX.not_at_first.txt
+rm -f "$not_at_first"
+tell_not_at_first() {
+    if [ -e "$not_at_first" ]; then sed 's/.*/Wine did not & at first/' "$not_at_first"; fi
 }
 
 # wine_does PROGRAM...: prints what a program says on its standard output. When it fails or does not
@@ -77,20 +77,26 @@ holvctl_tells() {
 add_value() { wine_does reg add "$1" /v "$2" /t "$3" /d "$4" /f >/dev/null; }
 
 # look_at KEY: reads the values of a registry key by `reg query`. A key that is not there has none;
-# any other failure is told.
+# any other failure is told. Beside busy compilers `reg` may miss a key that is there, so that it is asked once
+# more; which ones these were is told at the end.
 look_at() {
-    local code=0
-    values=$(run_wine reg query "$1" 2>&1) || code=$?
-    values=${values//$'\r'/}
-    key=there
-    if [ "$code" -ne 0 ]; then
-        key=gone
-        if [[ $values != *'nable to find the specified registry key'* ]]; then
-            key="unknown: reg query ended with exit code $code: $values"
-            echo "$1 is $key" >&2
+    local code attempt
+    for attempt in first last; do
+        code=0
+        values=$(run_wine reg query "$1" 2>&1) || code=$?
+        values=${values//$'\r'/}
+        key=there
+        if [ "$code" -eq 0 ]; then
+            if [ $attempt = last ]; then echo "find $1" >>"$not_at_first"; fi
+            return
         fi
-        values=
+    done
+    key=gone
+    if [[ $values != *'nable to find the specified registry key'* ]]; then
+        key="unknown: reg query ended with exit code $code: $values"
+        echo "$1 is $key" >&2
     fi
+    values=
 }
 # value NAME: of the key looked at last, "TYPE DATA"; nothing when it is not there.
 value() { sed -nE "s/^ +$1 +(REG_[A-Z_]+) +(.*)$/\1 \2/p" <<<"$values"; }
