@@ -6,6 +6,7 @@
 #include "platform/com.h"
 #include "platform/power.h"
 #include "platform/session.h"
+#include "platform/virtual/console/outputs.h"
 #include "platform/virtual/eventlog/event_log.h"
 #include "platform/virtual/power/power.h"
 #include "reconciler/facts.h"
@@ -69,6 +70,10 @@ TEST_F(ControlHandlerTest, EveryPowerEventComesToItsHandler)
         EXPECT_EQ(PowerEvent(event), expected) << event;
     }
     EXPECT_EQ(PowerEvent(0x8014), Lines{kPowerEvent});
+    pc.services.Control(kService, 200);
+    pc.RunFor(1ms);
+    EXPECT_EQ(pc.event_log.records().back().strings.at(0), L"Bad service request");
+    EXPECT_EQ(pc.outputs.console(), "") << "a service tells the event log alone";
     EXPECT_EQ(PowerEvent(PBT_POWERSETTINGCHANGE), Lines{kPowerEvent}) << "without a record";
     EXPECT_EQ(Told({.control = SERVICE_CONTROL_TIMECHANGE}),
               (Lines{"SERVICE_CONTROL_TIMECHANGE",

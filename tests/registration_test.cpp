@@ -80,6 +80,11 @@ TEST_F(RegistrationTest, ForTheMachineAllIsWrittenAndTakenAway)
     EXPECT_EQ(config->dependencies, std::vector<std::wstring>{L"RPCSS"});
     EXPECT_EQ(config->account, L"LocalSystem");
 
+    EXPECT_EQ(pc.registry.GetDword(LR"(HKLM\SYSTEM\CurrentControlSet\Services\EventLog\)"
+                                   LR"(Application\Orbeq( R ) HOLV)",
+                                   L"CategoryCount"),
+              1u);
+
     // Registering again replaces the class's old entries, and a plain server no longer has the
     // service's.
     pc.registry.SetString(LR"(HKCR\CLSID\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}\Old)", L"", L"x");

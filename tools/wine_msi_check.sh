@@ -52,8 +52,8 @@ what_is_registered() {
         "$classes\\HOLVAgentLib.HOLVAgentLib.1" "$classes\\TypeLib\\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}" \
         "$classes\\Interface\\{9D4E2C71-5A8B-4F3E-B0C6-73E1A2D94F58}" \
         "$classes\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}"; do
-        if [ "$(key_is "$key")" = there ]; then run_wine reg query "$key" /s; else echo "$key is gone"; fi
-    done | tr -d '\r' | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
+        if [ "$(key_is "$key")" = there ]; then ask_registry "$key" /s || true; else echo "$key is gone"; fi
+    done | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
 }
 differences() { diff <(echo "$1") <(echo "$2") || true; }
 # The program's files; the stand-ins for Wine's power library keep lists of their calls beside them.

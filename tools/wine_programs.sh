@@ -76,27 +76,33 @@ holvctl_tells() {
 # add_value KEY NAME TYPE DATA
 add_value() { wine_does reg add "$1" /v "$2" /t "$3" /d "$4" /f >/dev/null; }
 
-# look_at KEY: reads the values of a registry key by `reg query`. A key that is not there has none;
-# any other failure is told. Beside busy compilers `reg` may miss a key that is there, so that it is asked once
-# more; which ones these were is told at the end.
-look_at() {
-    local code attempt
-    for attempt in first last; do
-        code=0
-        values=$(run_wine reg query "$1" 2>&1) || code=$?
-        values=${values//$'\r'/}
-        key=there
-        if [ "$code" -eq 0 ]; then
-            if [ $attempt = last ]; then echo "find $1" >>"$not_at_first"; fi
-            return
-        fi
-    done
-    key=gone
-    if [[ $values != *'nable to find the specified registry key'* ]]; then
-        key="unknown: reg query ended with exit code $code: $values"
-        echo "$1 is $key" >&2
+# ask_registry KEY [/s]: what `reg query` says. Beside busy compilers it happens that it fails for a key that is
+# there, so that it is asked once more; where only the first answer was a failure, it is told at the end.
+ask_registry() {
+    local code=0 says again
+    says=$(run_wine reg query "$@" 2>&1) || code=$?
+    if [ "$code" -ne 0 ] && again=$(run_wine reg query "$@" 2>&1); then
+        echo "find $1 (exit code $code: $says)" | tr -d '\r' | tr '\n' ' ' >>"$not_at_first"
+        echo >>"$not_at_first"
+        code=0 says=$again
     fi
-    values=
+    echo "${says//$'\r'/}"
+    return $code
+}
+
+# look_at KEY: reads the values of a registry key. A key that is not there has none; any other failure is told.
+look_at() {
+    local code=0
+    values=$(ask_registry "$1") || code=$?
+    key=there
+    if [ "$code" -ne 0 ]; then
+        key=gone
+        if [[ $values != *'nable to find the specified registry key'* ]]; then
+            key="unknown: reg query ended with exit code $code: $values"
+            echo "$1 is $key" >&2
+        fi
+        values=
+    fi
 }
 # value NAME: of the key looked at last, "TYPE DATA"; nothing when it is not there.
 value() { sed -nE "s/^ +$1 +(REG_[A-Z_]+) +(.*)$/\1 \2/p" <<<"$values"; }

@@ -28,9 +28,19 @@ NO_PROMISE = {
     'shrink_to_fit': 'spares memory, no more',
 }
 
-# Arguments of platform functions, by their places, whose next value means the same: a stack's size is
-# rounded up, and of a thread's flags and a key's options the first bit has no meaning.
-NO_MEANING = {'CreateThread': (1, 4), 'RegOpenKeyExW': (2,)}
+# Arguments of functions, by their places, whose next value means the same: a stack's size is rounded up; of
+# a thread's flags and a key's options the first bit has no meaning; a message that ends a loop tells nothing
+# else; some are reserved; and no window is ever shown.
+NO_MEANING = {
+    'CreateThread': (1, 4),
+    'InitializeCriticalSectionAndSpinCount': (1,),
+    'PostThreadMessageW': (2, 3),
+    'RegCreateKeyExW': (2, 3),
+    'RegOpenKeyExW': (2,),
+    'RegQueryValueExW': (2,),
+    'RegSetValueExW': (2,),
+    'RunMessageLoop': (0,),
+}
 
 # Whose two arguments may stand in either place.
 SYMMETRIC = {'max', 'min', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}

@@ -1,6 +1,7 @@
 """Runs the tests on faults."""
 
 import concurrent.futures
+import contextlib
 import os
 import pathlib
 import re
@@ -13,6 +14,7 @@ import workshop
 
 REACHED_BYTES = 8 + 16384
 BATCH_SECONDS = 2.0  # of the processor, for the tests of one process
+STILL_SECONDS = 30  # a process that uses none for so long waits for ever
 SLOW_SECONDS = 2.5  # tests that take longer run only where asked for
 
 
@@ -47,23 +49,38 @@ def all_tests():
     return tests
 
 
+def kill_if_still(process, over):
+    """Ends a process that uses no processor time for long. One that can run gets some on any host."""
+    used, still = None, 0
+    while not over.wait(1):
+        with contextlib.suppress(FileNotFoundError):
+            fields = pathlib.Path(f'/proc/{process.pid}/stat').read_text().rsplit(')', 1)[1].split()
+            used, before = fields[11:13], used
+            still = still + 1 if used == before else 0
+        if still > STILL_SECONDS:
+            process.kill()
+            return
+
+
 class Run:
     """One process of tests."""
 
     def __init__(self, tests, seconds, **variables):
-        # The processor time is a last resort, for loops without a question in them, and so is the
-        # host's clock, for threads that wait for one another outside the virtual PC.
+        # The processor time is a last resort, for loops without a question in them, and so is that
+        # it stands still, for threads that wait for one another outside the virtual PC.
         limit = int(60 + 20 * seconds)
         with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryFile() as output:
             process = subprocess.Popen(
                 [workshop.TESTS, f'--gtest_filter={":".join(tests)}', '--gtest_fail_fast'],
                 env={**os.environ, **variables}, cwd=folder, stdout=output, stderr=subprocess.STDOUT,
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (limit, limit)))
-            hung = threading.Timer(10 * limit, process.kill)
-            hung.start()
+            over = threading.Event()
+            watch = threading.Thread(target=kill_if_still, args=(process, over))
+            watch.start()
             _, self.code, used = os.wait4(process.pid, 0)
             process.returncode = self.code
-            hung.cancel()
+            over.set()
+            watch.join()
             output.seek(0)
             self.output = output.read().decode(errors='replace')
         # Of the processor, so that a busy host changes nothing.
