@@ -240,8 +240,8 @@ TEST_F(RegistrationTest, AServiceThatSomebodyHasOpenIsReplacedOnceHeHasClosedIt)
 
 TEST_F(RegistrationTest, AServiceThatIsStoppingIsRemovedWithoutAWord)
 {
+    pc.slowness.Set("WaitForMultipleObjects", {.typical = 2s});
     service.Start();
-    pc.slowness.Set("CoRevokeClassObject", {.typical = 2s});
     EXPECT_EQ(pc.services.Control(kService, SERVICE_CONTROL_STOP), DWORD{ERROR_SUCCESS});
     pc.RunFor(100ms);
     EXPECT_EQ(service.State(), "stopping");

@@ -16,7 +16,7 @@ import schema
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HOME = ROOT / 'build/mutate'
 PLAIN = ROOT / 'build/plain'
-# As long a name as that of the plain build, whose path is in the test programs.
+# Where the plain build's test programs look for the images.
 BUILD = ROOT / 'build/fault'
 TESTS = BUILD / 'tests/service_tests'
 TARGETS = ['HOLVService', 'holvctl', 'service_tests']
@@ -108,8 +108,6 @@ class Workshop:
             (BUILD / output).unlink(missing_ok=True)
         for link in self.links:
             shell(link)
-        program = TESTS.read_bytes()
-        TESTS.write_bytes(program.replace(b'/build/plain/libHOLV', b'/build/fault/libHOLV'))
 
     def build_all(self, faults_of, workers):
         """Builds what is missing of the plain build, and all faults at once, {file: its faults}. Those that cannot stand beside the code they
