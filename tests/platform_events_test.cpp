@@ -143,6 +143,27 @@ TEST_F(PlatformEventsTest, AwayModeThatBeginsIsStampedAndAnEarlierOverrideCounts
     Stop();
 }
 
+// Until the state machine has come to normal use an entry may be due.
+TEST_F(PlatformEventsTest, AWakeIsStampedAndTheUsersGivesUpAnEntry)
+{
+    Start();
+    Enter(HOLV_S3);
+    pc.RunFor(10s);
+    InService([] { S::OnResume(FALSE); });
+    EXPECT_EQ(S::m_ullLastSusResEventTime, 10'010u);
+    Stop();
+    FreshService();
+    RunAsProcess([&] {
+        RegInit();
+        const GlobalEvents events;
+        S::OnResume(TRUE);
+        EXPECT_TRUE(S::m_bAttendedWake);
+        EXPECT_EQ(WaitForSingleObject(g_hGlobalEvents[EVENT_ENTER_S0], 0), DWORD{WAIT_OBJECT_0});
+        S::EnterNeverSleepActiveState();
+        EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
+    });
+}
+
 // --- Display and presence ---
 
 TEST_F(PlatformEventsTest, ADisplayThatGoesOnEndsNeverSleepModeUnderWindows7Only)

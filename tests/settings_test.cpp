@@ -139,6 +139,8 @@ TEST_F(SettingsTest, TheOemPowerSchemeIsATextThatFits)
         EXPECT_EQ(RegReadOemPowerScheme(user.Get(), nullptr), sizeof(g_szOemPowerScheme));
         EXPECT_EQ(g_szOemPowerScheme, std::wstring(127, L'y')) << "the user's";
     });
+    Load();
+    EXPECT_EQ(g_szOemPowerScheme, longest) << "goes before the OEM's";
 }
 
 TEST_F(SettingsTest, WithoutTheUserKeyNothingIsLoadedAndNothingBounded)

@@ -258,6 +258,8 @@ class Finder:
         if first.kind == second.kind == K.CALL_EXPR and first.spelling == second.spelling \
                 and not first.spelling.startswith('operator'):
             return
+        if self.independent(first, second):
+            return
         start, end = first.extent.start.offset, second.extent.end.offset
         between = self.source(first.extent.end.offset, second.extent.start.offset)
         if between.strip() != ';' or not self.source(end, end + 1) == ';':
@@ -265,6 +267,30 @@ class Finder:
         old, new = self.source(start, end + 1), f'{self.of(second)}; {self.of(first)};'
         self.faults[(start, end + 1, new)] = Fault('order', start, end + 1, old, new, *self.place(start),
                                                    statement=True)
+
+    def independent(self, first, second):
+        """Whether both set something of the function's own, and neither reads what the other sets."""
+        if not all(is_of_function(node) and ' = ' in self.of(node) for node in (first, second)):
+            return False
+        (one, its), (other, others) = (self.of(node).split(' = ', 1) for node in (first, second))
+
+        def reads(text, target):
+            whole = re.escape(target.split('.')[0])
+            return target in text or re.search(rf'\b{whole}\b(?!\.)', text)
+        return not reads(its, other) and not reads(others, one)
+
+
+def is_of_function(node):
+    """Whether the node is `a = ...` or `a.b = ...` for a variable or parameter of the function."""
+    if node.kind != K.BINARY_OPERATOR and not (node.kind == K.CALL_EXPR and node.spelling == 'operator='):
+        return False
+    while node.kind != K.DECL_REF_EXPR:
+        node = next(node.get_children(), None)
+        if node is None or node.kind in (K.CXX_THIS_EXPR, K.CALL_EXPR):
+            return False
+    variable = node.referenced
+    return variable.kind == K.PARM_DECL or (variable.kind == K.VAR_DECL
+                                            and variable.semantic_parent.kind in FUNCTIONS)
 
 
 def bare(node):
