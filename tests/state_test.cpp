@@ -9,6 +9,7 @@
 #include "platform/service.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/sound/audio.h"
+#include "state/state_trail.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;
@@ -210,6 +211,22 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsBlockSays)
         EXPECT_FALSE(S::m_eSystemState == S0_NORMAL && S::m_bOverride) << "it ends in normal use";
     }
     Stop();
+}
+
+// Where a publisher comes late, the oldest changes are missing and none is told twice.
+TEST_F(StateTest, TheTrailKeepsTheLastChangesInTheirOrder)
+{
+    RunAsProcess([] {
+        constexpr std::size_t kChanges = 70;
+        constexpr std::size_t kStates = 5;
+        const std::uint64_t before = StatesNoted();
+        for (std::size_t i = 0; i < kChanges; ++i) NoteState(ESystemState(i % kStates));
+        const std::vector<StateNote> notes = StateNotesFrom(before);
+        ASSERT_EQ(notes.size(), 64u);
+        for (std::size_t i = 0; i < notes.size(); ++i) {
+            EXPECT_EQ(notes[i].state, ESystemState((kChanges - notes.size() + i) % kStates));
+        }
+    });
 }
 
 TEST_F(StateTest, TheLowerSlotIsActedOnFirst)
