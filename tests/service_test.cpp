@@ -36,20 +36,15 @@ void WINAPI StartLogger(const wchar_t* name, int how)
     g_logger.push_back("start " + ToUtf8(name) + " " + std::to_string(how) + " at " +
                        std::to_string(Machine::Current().outputs.debug().size()));
 }
-
-std::ptrdiff_t ThreadsOfThisProcess()
+void WINAPI StopLogger()
 {
     Machine& pc = Machine::Current();
     const Hold hold(pc);
-    return std::ranges::count_if(pc.scheduler.threads(), [](const auto& thread) {
+    const auto threads = std::ranges::count_if(pc.scheduler.threads(), [](const auto& thread) {
         return thread->process == Thread::Self()->process && thread->state != Thread::State::ended;
     });
-}
-
-void WINAPI StopLogger()
-{
-    g_logger.push_back("stop at " + std::to_string(Machine::Current().outputs.debug().size()) +
-                       " with " + std::to_string(ThreadsOfThisProcess()) + " threads");
+    g_logger.push_back("stop at " + std::to_string(pc.outputs.debug().size()) + " with " +
+                       std::to_string(threads) + " threads");
 }
 
 template <class Function>

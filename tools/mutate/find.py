@@ -43,7 +43,7 @@ NO_MEANING = {
 }
 
 # Whose two arguments may stand in either place.
-SYMMETRIC = {'max', 'min', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
+SYMMETRIC = {'max', 'min', 'swap', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
 
 
 @dataclasses.dataclass
