@@ -39,10 +39,16 @@ tell_not_at_first() {
 }
 
 # wine_does PROGRAM...: prints what a program says on its standard output. When it fails or does not
-# end in time, the command, its exit code and its output are printed.
+# end in time, the command, its exit code and its output are printed. One that fails without a word has not begun
+# either: all that the check runs tell why they fail.
 wine_does() {
-    local code=0 says
-    says=$(run_wine "$@" 2>"$complaints") || code=$?
+    local code says attempt
+    for attempt in first last; do
+        code=0
+        says=$(run_wine "$@" 2>"$complaints") || code=$?
+        if [ "$code" -ne 1 ] || [ -n "$says" ] || [ -s "$complaints" ]; then break; fi
+        echo "begin $*" >>"$not_at_first"
+    done
     says=${says//$'\r'/}
     if [ "$code" -ne 0 ]; then echo "wine $*: exit code $code: $says $(<"$complaints")" >&2; fi
     if [ -n "$says" ]; then echo "$says"; fi
