@@ -32,7 +32,7 @@ Facts InOrder()
     facts.state = S0_NORMAL;
     facts.hours = {22 * 60, 6 * 60};
     facts.now = kAtNoon;
-    facts.to_start = 10 * 60 * kMsPerMinute;
+    facts.to_start = 600 * kMsPerMinute;
     facts.active_plan = kUsersPlan;
     facts.plans = {true, kUsersPlan, kNeverSleepPlan, false, false};
     return facts;
@@ -54,7 +54,7 @@ Facts AwayAtMidnight(ESystemState state = HOLV_DND)
     facts.now = kAtMidnight;
     facts.in_hours = facts.known_as_in_hours = true;
     facts.to_start.reset();
-    facts.to_end = 6 * 60 * kMsPerMinute;
+    facts.to_end = 360 * kMsPerMinute;
     return facts;
 }
 
