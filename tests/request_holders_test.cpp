@@ -29,7 +29,7 @@ TEST(RequestHoldersTest, EachHolderHasTheRequestAboveItAndTheReasonBelowIt)
 
 TEST(RequestHoldersTest, AnEmptyLineOrAHeadingEndsTheWaitForAReason)
 {
-    EXPECT_EQ(Read({L"SYSTEM:", L"[PROCESS] x", L"", L"Of nobody"}),
+    EXPECT_EQ(Read({L"SYSTEM:", L"[PROCESS] x", L"", L"A reason without a holder"}),
               Holders({{L"SYSTEM", L"PROCESS", L"x", L""}}));
     EXPECT_EQ(Read({L"SYSTEM:", L"[PROCESS] x", L"DISPLAY:", L"None."}),
               Holders({{L"SYSTEM", L"PROCESS", L"x", L""}}));

@@ -173,7 +173,7 @@ TEST(RulesTest, TheSourceAndTheRequestsAreThoseOfThePc)
                f.battery_low = true;
            },
            {});
-    Breaks("a source that nobody knows", InOrder(),
+    Breaks("a power source that the system does not report", InOrder(),
            [](Facts& f) {
                f.on_ac.reset();
                f.battery_low = true;

@@ -457,7 +457,7 @@ TEST_F(ServiceTest, AsAServerItEndsWhenItsLastClientHasLetGo)
         const Instant began = pc.now();
         Process& failing = pc.Start(serve);
         pc.RunUntilEnd(failing);
-        EXPECT_EQ(pc.now(), began) << "waits for nobody";
+        EXPECT_EQ(pc.now(), began) << "the server ends at once";
         EXPECT_EQ(static_cast<DWORD>(failing.exit_code()), result) << function;
     }
 }
