@@ -7,6 +7,7 @@ import workshop
 
 KNOWN = workshop.ROOT / 'tools/mutate/survivors.txt'
 FOLDER = workshop.HOME / 'results'
+WITH_REASON = 'survives with a reason'
 
 
 def digest(*paths):
@@ -33,9 +34,15 @@ def known_survivors():
     return known
 
 
+def reason_of(file, lines, name, known):
+    """Why the fault of this name may survive, if tools/mutate/survivors.txt says so."""
+    place, fault = name.split(' ', 1)
+    return known.get((file, lines[int(place.split(':')[0]) - 1].strip(), fault))
+
+
 class Results:
     """The results of one source file. They hold as long as the file is the same; what survived is
-    tried again when the tests have changed."""
+    tried again when the tests have changed, but for what survives with a reason."""
 
     def __init__(self, file):
         self.file = file
@@ -46,8 +53,18 @@ class Results:
         if self.path.exists():
             old = json.loads(self.path.read_text())
             if old['source'] == self.source:
-                self.faults = {name: result for name, result in old['faults'].items()
-                               if result['result'] in ('noticed', 'does not build') or old['tests'] == self.tests}
+                self.faults = {
+                    name: result for name, result in old['faults'].items()
+                    if result['result'] in ('noticed', 'does not build')
+                    or (result['result'] != WITH_REASON and old['tests'] == self.tests)}
+
+    def pass_over(self, faults):
+        """Takes those that survive with a reason for tried."""
+        known = known_survivors()
+        lines = (workshop.ROOT / self.file).read_text().splitlines()
+        for fault in faults:
+            if fault.name not in self.faults and reason_of(self.file, lines, fault.name, known):
+                self.put(fault, {'result': WITH_REASON})
 
     def put(self, fault, result):
         self.faults[fault.name] = result
@@ -62,13 +79,8 @@ class Results:
 def survivors(file, faults, known):
     """The names of the faults that no test noticed and that have no reason."""
     lines = (workshop.ROOT / file).read_text().splitlines()
-
-    def reason(name):
-        place, fault = name.split(' ', 1)
-        return known.get((file, lines[int(place.split(':')[0]) - 1].strip(), fault))
-
     return [name for name, result in faults.items()
-            if result['result'] in ('survived', 'unreached') and not reason(name)]
+            if result['result'] in ('survived', 'unreached') and not reason_of(file, lines, name, known)]
 
 
 def table():
