@@ -3,11 +3,14 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <sstream>
 
 #include "log/log.h"
 #include "pc/player.h"
+#include "platform/power.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/core/thread.h"
 #include "reconciler/rules.h"
@@ -184,11 +187,21 @@ TEST(ReconcilerTest, LooksOnlyAfterAChange)
     const std::uint64_t before = looks();
     desk.pc.RunFor(20min);
     EXPECT_EQ(looks(), before);
-    desk.pc.SetClock(desk.pc.clock());
-    desk.pc.RunFor(39s);
-    const std::uint64_t handled = looks();
-    desk.pc.RunFor(2s);
-    EXPECT_GT(looks(), handled);
+    const Announcement present{.control = SERVICE_CONTROL_POWEREVENT,
+                               .event = PBT_POWERSETTINGCHANGE,
+                               .setting = GUID_GLOBAL_USER_PRESENCE,
+                               .data = std::vector<BYTE>(sizeof(DWORD))};
+    const std::map<std::string, std::function<void()>> changes{
+        {"the clock is set", [&] { desk.pc.SetClock(desk.pc.clock()); }},
+        {"the user is there", [&] { desk.pc.announcer.Announce(present); }},
+        {"the PC is woken", [&] { desk.pc.announcer.PowerEvent(PBT_APMRESUMESUSPEND); }}};
+    for (const auto& [name, change] : changes) {
+        change();
+        desk.pc.RunFor(39s);
+        const std::uint64_t handled = looks();
+        desk.pc.RunFor(2s);
+        EXPECT_GT(looks(), handled) << name;
+    }
     desk.StopService();
 }
 

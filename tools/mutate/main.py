@@ -33,7 +33,7 @@ def arguments():
     parser.add_argument('--sample', type=int, help='try so many faults of each file, the same every time')
     parser.add_argument('--slow', action='store_true',
                         help=f'also run the tests that take more than {trial.SLOW_SECONDS:.0f} s')
-    parser.add_argument('--again', action='store_true', help='try survivors again, also those with a reason')
+    parser.add_argument('--again', action='store_true', help='try survivors without a reason again')
     parser.add_argument('--self-test', action='store_true', help='show that the faults are what they say')
     return parser.parse_args()
 
@@ -83,11 +83,10 @@ class Campaign:
             fault.id = number
 
     def due_of(self, file, lines):
-        if not self.options.again:
-            self.known[file].pass_over(self.faults[file])
+        self.known[file].pass_over(self.faults[file])
         known = self.known[file].faults
         if self.options.again:
-            known = {n: r for n, r in known.items() if r['result'] == 'noticed'}
+            known = {n: r for n, r in known.items() if r['result'] not in ('survived', 'unreached')}
         chosen = [f for f in self.faults[file] if not lines or f.line in lines]
         if self.options.sample:
             chosen = sampled(chosen, self.options.sample)

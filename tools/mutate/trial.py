@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import contextlib
+import itertools
 import os
 import pathlib
 import re
@@ -15,11 +16,13 @@ import workshop
 REACHED_BYTES = 8 + 16384
 BATCH_SECONDS = 2.0  # of the processor, for the tests of one process
 STILL_SECONDS = 30  # a process that uses none for so long waits for ever
-SLOW_SECONDS = 2.5  # tests that take longer run only where asked for
+OTHERS_SECONDS = 12.0  # for the tests that reach a fault and do not bear on its file
+SLOW_SECONDS = 4.0  # tests that take longer run only where asked for
 
 
 def suites_of(file):
-    """The suites of the tests that bear on a file: those of its folder, and those of its own line."""
+    """The suites of the tests that bear on a file: those of its folder, and those of its own line. They are
+    the first to be run; the others that reach a fault follow."""
     names = set()
     for line in (workshop.ROOT / 'tests/bears_on.txt').read_text().splitlines():
         if not line.startswith((f'{file.split("/")[0]}:', f'{file}:')):
@@ -107,13 +110,12 @@ class Test:
 
 
 class Trial:
-    """The tests that bear on some files, and which of the faults each of them reaches."""
+    """The tests, and which of the faults in some files each of them reaches."""
 
     def __init__(self, files, workers, slow):
         self.suites = {file: suites_of(file) for file in files}
-        names = [name for name in all_tests() if suite_of(name) in set().union(*self.suites.values())]
         with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-            tests = [test for test in pool.map(self.record_one, names) if test]
+            tests = [test for test in pool.map(self.record_one, all_tests()) if test]
         self.tests = sorted((t for t in tests if slow or t.seconds <= SLOW_SECONDS), key=lambda t: t.seconds)
 
     def record_one(self, name):
@@ -141,10 +143,15 @@ class Trial:
 
     def try_fault(self, file, fault):
         """The result of a fault: which test noticed it, and what it said."""
-        tests = [test for test in self.tests if test.suite in self.suites[file]]
-        variables = {}
-        if not fault.at_build:
-            tests = [test for test in tests if fault.id in test.reached]
+        bears, variables = self.suites[file], {}
+        if fault.at_build:
+            tests = [test for test in self.tests if test.suite in bears]
+        else:
+            reach = [test for test in self.tests if fault.id in test.reached]
+            tests = [test for test in reach if test.suite in bears]
+            spent = itertools.accumulate(test.seconds for test in reach if test.suite not in bears)
+            others = (test for test in reach if test.suite not in bears)
+            tests += [test for test, seconds in zip(others, spent) if seconds <= OTHERS_SECONDS]
             variables = {'HOLV_FAULT': str(fault.id)}
         if not tests:
             return {'result': 'unreached'}
