@@ -11,6 +11,7 @@ param(
 $ErrorActionPreference = 'Stop'
 $service = 'HOLVService'
 $programs = 'HOLVService.exe', 'holvctl.exe'
+$here = Split-Path $MyInvocation.MyCommand.Path
 
 $user = New-Object Security.Principal.WindowsPrincipal ([Security.Principal.WindowsIdentity]::GetCurrent())
 if (-not $user.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)) {
@@ -18,11 +19,13 @@ if (-not $user.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator))
     exit 2
 }
 
-# Waits until the service is in the state, or gone. False when the time is up.
+# Waits until the service is in the state, or gone. False when the time is up. The program ends a little after its
+# service has stopped, and cannot be replaced before.
 function Wait-Service([string]$state) {
     for ($i = 0; $i -lt $Seconds * 2; $i++) {
         $found = Get-Service $service -ErrorAction SilentlyContinue
-        if (-not $found -or $found.Status -eq $state) { return $true }
+        $ends = $state -eq 'Stopped' -and (Get-Process $service -ErrorAction SilentlyContinue)
+        if (-not $ends -and (-not $found -or $found.Status -eq $state)) { return $true }
         Start-Sleep -Milliseconds 500
     }
     return $false
@@ -90,7 +93,7 @@ try {
     foreach ($program in $programs) {
         $there = Join-Path $Folder $program
         if (Test-Path $there) { Copy-Item $there $old }
-        Copy-Item (Join-Path $PSScriptRoot $program) $Folder -Force
+        Copy-Item (Join-Path $here $program) $Folder -Force
     }
 } catch {
     Undo 4 "A file could not be copied: $_"
@@ -98,24 +101,28 @@ try {
 
 # Before the first start: administrators own both folders; in the log's the system and administrators write, and
 # users read. A link or junction in their place is removed, and what it leads to left alone. A log's folder that
-# belongs to a user, who may keep it open, is put aside.
+# belongs to a user, who may keep it open, is put aside. A user who has made the folder above has all rights in
+# it: they go with the ownership.
 $trusted = 'S-1-5-18', 'S-1-5-32-544', 'S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464'
 $data = Join-Path $env:ProgramData 'Orbeq\Holv'
-foreach ($place in (Split-Path $data), $data) {
+$parent = Split-Path $data
+function Test-Trusted([string]$place) {
+    $trusted -contains (Get-Acl $place).GetOwner([Security.Principal.SecurityIdentifier]).Value
+}
+foreach ($place in $parent, $data) {
     $there = Get-Item $place -Force -ErrorAction SilentlyContinue
     if ($there -and ($there.Attributes -band [IO.FileAttributes]::ReparsePoint)) {
         & cmd.exe /d /c "rmdir `"$place`""
-    } elseif ($there -and $place -eq $data) {
-        $owner = (Get-Acl $place).GetOwner([Security.Principal.SecurityIdentifier]).Value
-        if ($trusted -notcontains $owner) {
-            Rename-Item $place ('Holv.' + [Guid]::NewGuid()) -ErrorAction SilentlyContinue
-            if (Test-Path $place) { Write-Output "Warning: a user has $place open. No log is written there." }
-        }
+    } elseif ($there -and $place -eq $data -and -not (Test-Trusted $place)) {
+        Rename-Item $place ('Holv.' + [Guid]::NewGuid()) -ErrorAction SilentlyContinue
+        if (Test-Path $place) { Write-Output "Warning: a user has $place open. No log is written there." }
     }
     $null = New-Item $place -ItemType Directory -Force
 }
-$null = & icacls.exe (Split-Path $data) /setowner '*S-1-5-32-544' /q
-if ($trusted -contains (Get-Acl $data).GetOwner([Security.Principal.SecurityIdentifier]).Value) {
+$made_by_user = -not (Test-Trusted $parent)
+$null = & icacls.exe $parent /setowner '*S-1-5-32-544' /q
+if ($made_by_user) { $null = & icacls.exe $parent /reset /q }
+if (Test-Trusted $data) {
     $null = & icacls.exe $data /setowner '*S-1-5-32-544' /q
     $null = & icacls.exe $data /reset /q
     $null = & icacls.exe $data /inheritance:r /grant:r '*S-1-5-18:(OI)(CI)F' '*S-1-5-32-544:(OI)(CI)F' `
