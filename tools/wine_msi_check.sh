@@ -51,7 +51,9 @@ what_is_registered() {
         "$classes\\CLSID\\{3E9F1B20-6C4A-4D8E-B7F2-95A0C1D3E864}" "$classes\\HOLVAgentLib.HOLVAgentLib" \
         "$classes\\HOLVAgentLib.HOLVAgentLib.1" "$classes\\TypeLib\\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}" \
         "$classes\\Interface\\{9D4E2C71-5A8B-4F3E-B0C6-73E1A2D94F58}" \
-        "$classes\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}"; do
+        "$classes\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}" \
+        "$classes\\Wow6432Node\\Interface\\{9D4E2C71-5A8B-4F3E-B0C6-73E1A2D94F58}" \
+        "$classes\\Wow6432Node\\Interface\\{5B0E8D34-A7C2-4E91-8F36-D1A94C27B650}"; do
         if [ "$(key_is "$key")" = there ]; then ask_registry "$key" /s || true; else echo "$key is gone"; fi
     done | awk '/^HK/ { keep = !/Holv.(Restore|State)$/ } keep && NF { if (/^ +ImagePath/) gsub("\"", ""); print }'
 }
@@ -106,7 +108,9 @@ check "the service runs" RUNNING "$(service_state)"
 check "the registry is the one that the switch leaves" "" "$(differences "$by_switch" "$(what_is_registered)")"
 check "the files have their places" "$product_files" "$(files)"
 
+app_id_key="$classes\\AppID\\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47}"
 add_value "$holv_key\\User" MuteAudio REG_DWORD 1
+add_value "$app_id_key" LaunchPermission REG_BINARY 01
 before=$(processes "$service_process" | head -n 1)
 check "an upgrade over the running service succeeds" 0 "$(msi /i "$second")"
 check "the service runs after it" RUNNING "$(service_state)"
@@ -114,6 +118,8 @@ after=$(processes "$service_process")
 check "it is one new process" "yes" "$([ "$(wc -w <<<"$after")" = 1 ] && [ "$after" != "$before" ] && echo yes || echo "$before, then $after")"
 look_at "$holv_key\\User"
 check "the upgrade keeps the settings" "REG_DWORD 0x1" "$(value MuteAudio)"
+check "and registry and files but for what was set" "$product_files" \
+    "$(differences "$by_switch" "$(what_is_registered | grep -vE 'MuteAudio|LaunchPermission')")$(files)"
 check "an older version is refused" "yes RUNNING" "$([ "$(msi /i "$first")" != 0 ] && echo yes) $(service_state)"
 
 # Killed, the service leaves what is to be restored; the removal restores it.
@@ -130,6 +136,9 @@ check "the killed service has left something to restore" "STOPPED there" "$(serv
 check "the removal succeeds" 0 "$(msi /x "$second")"
 check "the removal has restored it" gone "$(journal)"
 check "the service is gone" "" "$(service_state)"
+look_at "$app_id_key"
+check "upgrade and removal keep the permissions" "REG_BINARY 01" "$(value LaunchPermission)"
+wine_does reg delete "$app_id_key" /f >/dev/null
 wine_does reg delete "$holv_key\\User" /v MuteAudio /f >/dev/null
 check "the registry is the one that the switch for removal leaves" "" \
     "$(differences "$after_switch" "$(what_is_registered)")"
@@ -146,9 +155,9 @@ await "HOLVService to be STOPPED" $patience service_is STOPPED || true
 check "with RECOVERY=1 the package installs over an installation of the switch" 0 "$(msi /i "$first" RECOVERY=1)"
 check "the service runs then" RUNNING "$(service_state)"
 check "a removal with PURGE=1 succeeds" 0 "$(msi /x "$first" PURGE=1)"
-check "nothing is left in the registry" "11 gone of 11 keys" \
-    "$(what_is_registered | sed -E 's/.* is (gone)$/\1/' | sort | uniq -c | sed 's/^ *//') of 11 keys"
-check "nothing is left of the log" gone "$([ -e "$data" ] || echo gone)"
+check "nothing is left in the registry" "13 gone of 13 keys" \
+    "$(what_is_registered | sed -E 's/.* is (gone)$/\1/' | sort | uniq -c | sed 's/^ *//') of 13 keys"
+check "nothing is left of log and files" "gone " "$([ -e "$data" ] || echo gone) $(files)"
 
 # The product itself, whose service does not start on this machine's processor.
 product=$(winepath -w "$build"/packages/Holv-*-x64.msi)
