@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <system_error>
@@ -19,10 +21,21 @@ volatile std::sig_atomic_t g_storm_stops = 0;
 StopOnInterrupt::StopOnInterrupt()
 {
     g_storm_stops = 0;
-    m_before = std::signal(SIGINT, [](int) { g_storm_stops = 1; });
+    struct sigaction stop = {};
+    stop.sa_handler = [](int) { g_storm_stops = 1; };
+    stop.sa_flags = SA_RESTART;
+    for (std::size_t i = 0; i < std::size(kSignals); ++i) {
+        sigaction(kSignals[i], nullptr, &m_before[i]);
+        if (m_before[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &stop, nullptr);
+    }
 }
 
-StopOnInterrupt::~StopOnInterrupt() { std::signal(SIGINT, m_before); }
+StopOnInterrupt::~StopOnInterrupt()
+{
+    for (std::size_t i = 0; i < std::size(kSignals); ++i) {
+        sigaction(kSignals[i], &m_before[i], nullptr);
+    }
+}
 
 namespace {
 
@@ -37,12 +50,21 @@ Pulse& NewPulse()
     return *new (memory) Pulse(0);
 }
 
+// A folder for what a child keeps while it runs: one that is killed removes nothing itself.
+std::string NewFolder()
+{
+    std::string folder = (std::filesystem::temp_directory_path() / "holvpc-XXXXXX").string();
+    if (mkdtemp(folder.data())) return folder;
+    throw std::system_error(errno, std::generic_category(), "a folder for a life: " + folder);
+}
+
 // What the child does; it never returns.
-[[noreturn]] void BeChild(const Pool::Work& work, Pulse& pulse, int out)
+[[noreturn]] void BeChild(const Pool::Work& work, Pulse& pulse, int out, const std::string& folder)
 {
     // The lives end with the storm, also where that is killed.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    std::signal(SIGINT, SIG_IGN);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_IGN);
+    setenv("TMPDIR", folder.c_str(), 1);
     std::string said;
     try {
         said = work(pulse);
@@ -79,6 +101,7 @@ struct Pool::Child
     pid_t pid;
     int out;
     Pulse* pulse;
+    std::string folder;
     std::int64_t beat = -1;
     HostTime beat_at = std::chrono::steady_clock::now();
     bool hung = false;
@@ -101,6 +124,8 @@ struct Pool::Child
         }
         close(out);
         munmap(static_cast<void*>(pulse), sizeof(Pulse));
+        std::error_code error;
+        std::filesystem::remove_all(folder, error);
         Ended ended{said, {}};
         if (hung) {
             ended.failure = "no time of the PC passes any more";
@@ -123,14 +148,15 @@ Pool::Child Pool::Begin(const Work& work, std::size_t number)
     if (pipe2(ends, O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");
     Pulse& pulse = NewPulse();
+    const std::string folder = NewFolder();
     const pid_t pid = fork();
     if (pid < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (pid == 0) {
         close(ends[0]);
-        BeChild(work, pulse, ends[1]);
+        BeChild(work, pulse, ends[1], folder);
     }
     close(ends[1]);
-    return {.number = number, .pid = pid, .out = ends[0], .pulse = &pulse};
+    return {.number = number, .pid = pid, .out = ends[0], .pulse = &pulse, .folder = folder};
 }
 
 void Pool::Watch(Child& child)

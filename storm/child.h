@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +16,8 @@
 // Set by a signal: no new work is begun, and what runs is ended.
 extern volatile std::sig_atomic_t g_storm_stops;
 
-// For as long as it lives, Ctrl-C stops what runs, instead of ending this process.
+// For as long as it lives, Ctrl-C, a termination and a hang-up stop what runs, instead of ending
+// this process. A signal that the caller had ignored, as nohup does, stays so.
 class StopOnInterrupt
 {
 public:
@@ -25,7 +27,8 @@ public:
     StopOnInterrupt& operator=(const StopOnInterrupt&) = delete;
 
 private:
-    void (*m_before)(int);
+    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+    struct sigaction m_before[std::size(kSignals)];
 };
 
 // What a process of the host has come to.
@@ -39,7 +42,8 @@ struct Ended
 // What a life that was played in a process has come to: a crash or a hang is a finding as well.
 Outcome OutcomeOf(const Ended& ended);
 
-// Does work in processes of its own, some at a time.
+// Does work in processes of its own, some at a time. What they leave in the folder for what is
+// temporary is removed, however they end.
 class Pool
 {
 public:

@@ -79,6 +79,7 @@ protected:
         m_child = forkpty(&m_terminal, nullptr, nullptr, &size);
         if (m_child == 0) {
             setenv("HOME", m_home.c_str(), 1);
+            setenv("TMPDIR", m_home.c_str(), 1);
             setenv("TERM", "xterm", 1);
             // What a stopped run gives up would be told at the end, which no reader awaits.
             setenv("ASAN_OPTIONS", "detect_leaks=0", 1);

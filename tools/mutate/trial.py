@@ -75,7 +75,8 @@ class Run:
         with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryFile() as output:
             process = subprocess.Popen(
                 [workshop.TESTS, f'--gtest_filter={":".join(tests)}', '--gtest_fail_fast'],
-                env={**os.environ, **variables}, cwd=folder, stdout=output, stderr=subprocess.STDOUT,
+                env={**os.environ, 'TMPDIR': folder, **variables}, cwd=folder, stdout=output,
+                stderr=subprocess.STDOUT,
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (limit, limit)))
             over = threading.Event()
             watch = threading.Thread(target=kill_if_still, args=(process, over))
