@@ -137,7 +137,8 @@ Action OnRequest(const ScriptLine& line, const Arguments& a)
         auto& request = context.requests[name];
         if (!request) {
             const bool driver = of == PowerRequest::Of::driver;
-            const std::wstring folder = driver ? L"" : LR"(C:\Program Files\)";
+            const bool is_path = driver || name.find('\\') != name.npos;
+            const std::wstring folder = is_path ? L"" : LR"(C:\Program Files\)";
             request = context.pc.power.NewRequest(folder + FromUtf8(name), L"");
             request->of = of;
         }
