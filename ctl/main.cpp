@@ -78,6 +78,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, LPWSTR, int)
                              ? std::end(kCommands)
                              : std::ranges::find(kCommands, arguments.front(), &Command::name);
     if (command == std::end(kCommands)) {
+        if (!arguments.empty()) Print(L"There is no command \"" + arguments.front() + L"\".\n");
         PrintUsage();
         return kUsage;
     }

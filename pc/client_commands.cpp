@@ -31,10 +31,10 @@ const std::vector<std::string_view> kReactions = {"listens", "cancels",    "clea
 // A feature by its name, or any number.
 LONG FeatureOf(const ScriptLine& line, const std::string& text)
 {
-    for (const auto& known : kFeatures) {
-        if (known.name == text) return known.feature;
-    }
-    return static_cast<LONG>(NumberOf(line, text));
+    if (!text.starts_with("E_")) return static_cast<LONG>(NumberOf(line, text));
+    std::vector<std::string_view> names;
+    for (const auto& known : kFeatures) names.push_back(known.name);
+    return kFeatures[ChoiceOf(line, text, names)].feature;
 }
 
 LONG LongOf(const ScriptLine& line, const std::string& text)

@@ -7,6 +7,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -41,7 +42,8 @@ void AddRead(CLI::App& command, const std::string& name, const std::string& help
     command.add_option_function<std::string>(
         name,
         [=](const std::string& text) {
-            if (!read(text)) throw CLI::ValidationError(name, "\"" + text + "\" is no " + what);
+            if (read(text)) return;
+            throw CLI::ValidationError(name, "\"" + Printable(text) + "\" is no " + what);
         },
         help);
 }
@@ -90,9 +92,12 @@ std::shared_ptr<PlayOptions> AddPcOptions(CLI::App& command)
             "Draw the thread that runs next from this seed; 0 is the fixed order",
             "whole number from 0 to 18446744073709551615",
             [&](const std::string& text) { return ReadNumber(text, machine.seed); });
-    command.add_option("--priorities", machine.priorities,
-                       "With a seed: run the thread of the highest priority, which changes at so "
-                       "many calls less one in some thousands");
+    AddRead(command, "--priorities",
+            "With a seed: run the thread of the highest priority, which changes at so many calls "
+            "less one in some thousands",
+            "whole number from 0 to 2147483647", [&](const std::string& text) {
+                return ReadNumber(text, machine.priorities) && machine.priorities >= 0;
+            });
     AddRead(command, "--os",
             "The version of Windows, like 7, 8.1, 10 or 11, where a script sets no other",
             "version of Windows, like 7, 8.1, 10 or 11", [&](const std::string& text) {
@@ -227,6 +232,7 @@ int main(int argc, char** argv)
     // One heap for all threads: one of them runs at a time, and with heaps of their own a long life
     // scatters its memory over all of them.
     mallopt(M_ARENA_MAX, 1);
+    std::signal(SIGPIPE, SIG_IGN);  // a write tells that the reader has gone
     int status = kRefused;
     try {
         status = Main(argc, argv);

@@ -19,7 +19,7 @@
 class SetupError : public std::runtime_error
 {
 public:
-    using std::runtime_error::runtime_error;
+    explicit SetupError(const std::string& what) : std::runtime_error(Printable(what)) {}
 };
 
 // A signal, or an output that cannot be written, has stopped a command. The text says where.

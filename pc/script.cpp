@@ -1,9 +1,11 @@
 #include "pc/script.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 namespace {
 
@@ -101,8 +103,11 @@ void SkipByteOrderMark(std::ifstream& file, const std::filesystem::path& script)
 std::vector<ScriptLine> ReadScript(const std::filesystem::path& script)
 {
     std::ifstream file(script);
-    if (!file || std::filesystem::is_directory(script)) {
-        throw ScriptError(Printable(script.string()) + ": cannot be read");
+    const std::string reason = std::filesystem::is_directory(script) ? "it is a folder"
+                               : file                                ? ""
+                                      : std::generic_category().message(errno);
+    if (!reason.empty()) {
+        throw ScriptError(Printable(script.string()) + ": cannot be read: " + reason);
     }
     SkipByteOrderMark(file, script);
     std::vector<ScriptLine> lines;

@@ -32,7 +32,6 @@ void CatchStopSignals()
         // A caller that had it ignored, as nohup does, meant that.
         if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
     }
-    std::signal(SIGPIPE, SIG_IGN);
 }
 
 int StopSignal() { return g_signal; }

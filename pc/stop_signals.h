@@ -2,8 +2,7 @@
 // processes end, and a disk that is not to be kept is removed.
 #pragma once
 
-// From now on SIGINT, SIGTERM and SIGHUP are noted, and a write into a closed pipe is an error of
-// that write alone. A second signal ends the program at once.
+// From now on SIGINT, SIGTERM and SIGHUP are noted. A second signal ends the program at once.
 void CatchStopSignals();
 
 // The noted signal; 0 for none.

@@ -8,7 +8,8 @@ StormCommand::StormCommand(CLI::App& command, const PlayOptions& defaults) : m_c
 {
     m_options.play = defaults;
     m_options.gaps = HOLV_SOURCE_DIR "/storm/known_gaps.txt";
-    m_command.add_option("--seed", m_options.seed, "The first life's seed; the others follow it");
+    m_command.add_option("--seed", m_options.seed, "The first life's seed; the others follow it")
+        ->check(CLI::NonNegativeNumber);
     m_command.add_option("--lives", m_options.lives, "How many lives")->check(CLI::PositiveNumber);
     m_command.add_option("--days", m_options.days, "The days of each life; drawn unless given")
         ->check(CLI::NonNegativeNumber);
@@ -37,8 +38,10 @@ StormCommand::StormCommand(CLI::App& command, const PlayOptions& defaults) : m_c
 
 void StormCommand::AddWays()
 {
-    m_life = m_command.add_option("--life", m_options.seed,
-                                  "Lives this seed's life alone, and prints its script");
+    m_life = m_command
+                 .add_option("--life", m_options.seed,
+                             "Lives this seed's life alone, and prints its script")
+                 ->check(CLI::NonNegativeNumber);
     m_command.add_option("--trace", m_options.play.trace,
                          "With --life: writes every effect here, as lines of JSON");
     m_command.add_flag("--gaps", m_gaps, "Plays the script of each known gap, which must show it");

@@ -97,6 +97,10 @@ TEST_F(CommandLineTest, AWrongOptionIsNamedWithItsValueAndWhatItTakes)
         {"run --speed 1x a.pc", "--speed: \"1x\" is no speed"},
         {"run --seed -1 a.pc", "--seed: \"-1\" is no whole number"},
         {"run --seed 18446744073709551616 a.pc", "is no whole number"},
+        {"run --priorities -2 a.pc", "--priorities: \"-2\" is no whole number"},
+        {"storm --seed -1", "--seed: "},
+        {"run b.pc", "b.pc: cannot be read: No such file"},
+        {"run bad", "bad: cannot be read: it is a folder"},
         {"run --os 5 a.pc", "--os: \"5\" is no version"},
         {"run --os 6. a.pc", "--os: \"6.\" is no version"},
         {"run --os 6.1a a.pc", "--os: \"6.1a\" is no version"},
@@ -154,6 +158,15 @@ TEST_F(CommandLineTest, AStoppedRunLeavesNothingBehind)
         EXPECT_EQ(StatusOf(child), 128 + signal);
         EXPECT_TRUE(Read("errors").starts_with("week.pc:4: stopped at 20")) << Read("errors");
     }
+    // A storm's lives run in processes of their own.
+    const pid_t storm = Start("storm --days 300 --known-gaps '' >out 2>errors");
+    for (int i = 0; i < 500 && fs::is_empty(Temporary()); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{20});
+    }
+    kill(storm, SIGTERM);
+    EXPECT_EQ(StatusOf(storm), 0);
+    EXPECT_NE(Read("out").find("stopped before its end"), std::string::npos) << Read("out");
+    EXPECT_TRUE(fs::is_empty(Temporary()));
     // The reader goes after a line; `set` makes its absence the status of the pipe.
     const pid_t child = Start("run week.pc 2>errors | head -1 >out");
     EXPECT_EQ(StatusOf(child), 0);

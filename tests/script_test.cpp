@@ -30,7 +30,7 @@ TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
         {"plan add Mine {1}", "\"{1}\" is no GUID of 36 characters"},
         {"plan set Balanced ac brightnes 5", "\"brightnes\" is none of: sleep-timeout wake-timers"},
         {"expect request sleep held", "\"sleep\" is none of: display system away"},
-        {"client set E_NONE 1", "\"E_NONE\""},
+        {"client set E_NONE 1", "\"E_NONE\" is none of: E_HOLV_STATE"},
         {"client advise A explodes", "\"explodes\""},
         {"say \"never closed", "the quotation mark before \"never closed\" is never closed"},
         {"say \"glued\"on", "a blank is missing after \"glued\""},
