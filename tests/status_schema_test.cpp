@@ -44,8 +44,8 @@ bool Holds(Player& player, const ScriptLine& line)
     }
 }
 
-// Plays a script, and asks for the status after each time that passes and where the script asks
-// something, unless the PC sleeps, when no program runs.
+// Plays a script, and asks for the status after each time that passes and where the script or a
+// client of its asks something, unless the PC sleeps, when no program runs.
 std::vector<json> StatusesOf(const fs::path& script)
 {
     const PlayOptions options{
@@ -55,7 +55,8 @@ std::vector<json> StatusesOf(const fs::path& script)
     Player player(options, out, losses);
     std::vector<json> statuses;
     for (const ScriptLine& line : ReadScript(script)) {
-        const bool asks = line.words[0] == "run" || line.words[0] == "ctl";
+        const std::string& word = line.words[0];
+        const bool asks = word == "run" || word == "ctl" || word == "client";
         if (!Holds(player, line) || !asks) continue;
         if (!Holds(player, ReadLine("expect asleep", {}, 1))) {
             statuses.push_back(StatusOf(player, line, out));
@@ -73,7 +74,9 @@ TEST(StatusSchemaTest, EachStatusOfEachScenarioIsAsTheSchemaSays)
         for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
             if (entry.path().extension() != ".pc") continue;
             SCOPED_TRACE(entry.path());
-            for (const json& status : StatusesOf(entry.path())) {
+            const std::vector<json> statuses = StatusesOf(entry.path());
+            EXPECT_FALSE(statuses.empty());
+            for (const json& status : statuses) {
                 ASSERT_EQ(schema.Wrong(status), "") << entry.path() << ": " << status.dump();
                 ++asked;
                 states.insert(status.value("state", ""));
