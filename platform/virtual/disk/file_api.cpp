@@ -74,9 +74,8 @@ protected:
     void Record(Machine& machine, std::uint64_t offset, std::string_view bytes) const
     {
         if (!machine.journal.Listened("write")) return;
-        std::wstring text;
-        text.reserve(bytes.size());
-        for (const char byte : bytes) text += static_cast<unsigned char>(byte);
+        const auto* const first = reinterpret_cast<const unsigned char*>(bytes.data());
+        std::wstring text(first, first + bytes.size());
         machine.journal.Record("write",
                                {{"path", m_name}, {"offset", offset}, {"text", std::move(text)}});
     }
