@@ -1,4 +1,5 @@
 #include "pc/commands.h"
+#include "pc/service_view.h"
 #include "pc/vocabulary.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/registry/registry.h"
@@ -171,6 +172,16 @@ std::size_t ChoiceOf(const ScriptLine& line, std::string_view text,
     std::string list;
     for (const std::string_view choice : choices) list += " " + std::string(choice);
     throw ScriptError(line, "\"" + std::string(text) + "\" is none of:" + list);
+}
+
+std::int32_t StateOf(const ScriptLine& line, std::string_view text)
+{
+    if (const auto state = StateOf(text)) return *state;
+    std::string names;
+    for (std::int32_t state = 0; !StateNameOf(state).empty(); ++state) {
+        names += " " + ToUtf8(StateNameOf(state));
+    }
+    throw ScriptError(line, "\"" + std::string(text) + "\" is no state; they are:" + names);
 }
 
 std::wstring KeyOf(const ScriptLine& line, std::string_view text)

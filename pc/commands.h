@@ -123,6 +123,8 @@ bool PrintHelp(std::ostream& out, std::string_view word);
 virtual_pc::Duration DurationOf(const ScriptLine& line, std::string_view text);  // "30m", "1h30m"
 std::uint32_t NumberOf(const ScriptLine& line, std::string_view text);           // decimal or 0x...
 double RateOf(const ScriptLine& line, std::string_view text);                    // 0 to 1
+// The number of the service's state.
+std::int32_t StateOf(const ScriptLine& line, std::string_view text);
 // The index of the word among `choices`.
 std::size_t ChoiceOf(const ScriptLine& line, std::string_view text,
                      const std::vector<std::string_view>& choices);

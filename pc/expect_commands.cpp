@@ -16,8 +16,7 @@ namespace {
 
 Action ExpectState(const ScriptLine& line, const Arguments& a)
 {
-    const std::optional<std::int32_t> expected = StateOf(a[0]);
-    if (!expected) throw ScriptError(line, "\"" + a[0] + "\" is no state");
+    const std::int32_t expected = StateOf(line, a[0]);
     return [=](ScriptContext& context) {
         const std::optional<std::int32_t> state = context.view.state();
         if (state == expected) return;

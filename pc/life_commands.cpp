@@ -83,8 +83,7 @@ Action RunUntilTime(const ScriptLine& line, const Arguments& arguments)
 
 Action RunUntilState(const ScriptLine& line, const Arguments& arguments)
 {
-    const std::optional<std::int32_t> state = StateOf(arguments[0]);
-    if (!state) throw ScriptError(line, "\"" + arguments[0] + "\" is no state");
+    const std::int32_t state = StateOf(line, arguments[0]);
     const Duration max = DurationOf(line, arguments[1]);
     return [=](ScriptContext& context) {
         if (context.pc.RunUntil([&] { return context.view.state() == state; }, max)) return;

@@ -24,7 +24,7 @@ TEST_F(ScriptTest, WhatCannotBeUnderstoodIsNamedWithItsPlaceAndNothingIsDone)
         {"run 99999999999h", "\"99999999999h\" is no time span"},
         {"service kill at call 0", "calls are counted from 1"},
         {"run until 25:00", "\"25:00\" is no time of day"},
-        {"run until state HOLV max 2h", "\"HOLV\" is no state"},
+        {"run until state HOLV max 2h", "\"HOLV\" is no state; they are: S0_NORMAL"},
         {"signal EVENT_ENTER", "\"EVENT_ENTER\" is none of: EVENT_ENTER_S0"},
         {"power battery 101", "\"101\" is no charge of 0 to 100"},
         {"plan add Mine {1}", "\"{1}\" is no GUID of 36 characters"},
