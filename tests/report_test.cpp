@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "pc/person.h"
 #include "platform/virtual/power/battery.h"
 #include "tests/ctl.h"
 #include "tests/schema.h"
@@ -180,6 +181,20 @@ TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
     EXPECT_NE(html.find("2026-03-02"), std::string::npos);
     EXPECT_EQ(html.find("http"), std::string::npos) << "it needs another file";
     EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\nowhere\day.html)").code, 10);
+}
+
+// Of a year, by a month of a person's days.
+TEST(ReportTest, AYearsPageHasLessThanAMegabyte)
+{
+    UsersPc user;
+    user.StartService();
+    constexpr int kDays = 30;
+    Person(user.pc, 7).Live(kDays);
+    EXPECT_EQ(RunCtl(user.pc, R"(report --days 366 --html C:\days.html)").code, 0);
+    const std::string html = user.pc.disk.Read(LR"(C:\days.html)").value_or("");
+    EXPECT_GT(html.size(), 100u * kDays);
+    EXPECT_LT(html.size(), 1'000'000u * kDays / 365);
+    user.StopService();
 }
 
 // From the charges that the service has read, and at the end from the present one.
