@@ -4,23 +4,34 @@
 
 #include "storm/schedules.h"
 
+namespace {
+
+// The conversion to a number would take a sign.
+std::string RefuseSign(const std::string& text)
+{
+    if (!text.starts_with("-")) return {};
+    return "\"" + Printable(text) + "\" is no number from 0 on";
+}
+
+}  // namespace
+
 StormCommand::StormCommand(CLI::App& command, const PlayOptions& defaults) : m_command(command)
 {
     m_options.play = defaults;
     m_options.gaps = HOLV_SOURCE_DIR "/storm/known_gaps.txt";
     m_command.add_option("--seed", m_options.seed, "The first life's seed; the others follow it")
-        ->check(CLI::NonNegativeNumber);
+        ->check(RefuseSign);
     m_command.add_option("--lives", m_options.lives, "How many lives")->check(CLI::PositiveNumber);
     m_command.add_option("--days", m_options.days, "The days of each life; drawn unless given")
-        ->check(CLI::NonNegativeNumber);
+        ->check(RefuseSign);
     m_command
         .add_option("--days-in-all", m_options.days_in_all,
                     "Lives go on until so many days are lived")
-        ->check(CLI::NonNegativeNumber);
+        ->check(RefuseSign);
     m_command.add_option("--jobs", m_options.jobs, "How many lives at a time")
         ->check(CLI::Range(1, 1024));
     m_command.add_option("--minutes", m_options.minutes, "No life begins after so many minutes")
-        ->check(CLI::NonNegativeNumber);
+        ->check(RefuseSign);
     m_command.add_option("--out", m_options.out, "Writes what was found to this file, for --merge");
     m_command.add_option("--keep", m_options.keep,
                          "Writes each finding's shrunk script into this folder");
@@ -41,7 +52,7 @@ void StormCommand::AddWays()
     m_life = m_command
                  .add_option("--life", m_options.seed,
                              "Lives this seed's life alone, and prints its script")
-                 ->check(CLI::NonNegativeNumber);
+                 ->check(RefuseSign);
     m_command.add_option("--trace", m_options.play.trace,
                          "With --life: writes every effect here, as lines of JSON");
     m_command.add_flag("--gaps", m_gaps, "Plays the script of each known gap, which must show it");

@@ -98,7 +98,7 @@ TEST_F(CommandLineTest, AWrongOptionIsNamedWithItsValueAndWhatItTakes)
         {"run --seed -1 a.pc", "--seed: \"-1\" is no whole number"},
         {"run --seed 18446744073709551616 a.pc", "is no whole number"},
         {"run --priorities -2 a.pc", "--priorities: \"-2\" is no whole number"},
-        {"storm --seed -1", "--seed: "},
+        {"storm --seed -1", "--seed: \"-1\" is no number from 0 on"},
         {"run b.pc", "b.pc: cannot be read: No such file"},
         {"run bad", "bad: cannot be read: it is a folder"},
         {"run --os 5 a.pc", "--os: \"5\" is no version"},
