@@ -141,6 +141,7 @@ rm -f "$diary"
 start_wine
 await "HOLVService to be RUNNING" $patience service_is RUNNING || true
 stop_service >/dev/null
+await "the power library to end" $patience grep -q 'active at the end' "$diary" || true
 check "the start after a kill restores the user's plan and its values, before it takes control" \
     "$(
         for plan in Balanced "$saver"; do
