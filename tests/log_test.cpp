@@ -85,6 +85,9 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
         Log(2, L"F", L"caf\x00E9");
         Log(2, L"F", L"not 8-bit: \x0142");
         Log(2, L"F", L"");
+        const OwnedFile read(CreateFileW(kLogPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                         nullptr, OPEN_EXISTING, 0, nullptr));
+        EXPECT_TRUE(read) << "an editor may have the log open while it is written";
     });
     const std::string bytes = LogBytes();
     const std::size_t messages = bytes.find(LineInFile(thread, "EnterNormalS0State entry", 1));

@@ -1,6 +1,7 @@
 // The audio manager's own thread, which works for the notifications. What these may not do
 // themselves, the virtual PC notes as misuse, in every test.
 
+#include "audio/sound_thread.h"
 #include "platform/virtual/sound/audio.h"
 #include "tests/running_service.h"
 
@@ -42,6 +43,13 @@ TEST_F(SoundThreadTest, NotificationsWaitForNoEndpointToSettle)
     pc.RunFor(980ms);
     EXPECT_EQ(heard.Times("OnAudioDeviceActivated exit"), 1);
     EXPECT_TRUE(phones.Muted());
+    std::string order;
+    InService([&] {
+        SoundThread::Do(0, [&] { order += "the first, "; });
+        SoundThread::Do(0, [&] { order += "the second"; });
+    });
+    pc.RunFor(1ms);
+    EXPECT_EQ(order, "the first, the second");
     Stop();
 }
 
