@@ -150,8 +150,8 @@ class Trial:
         else:
             reach = [test for test in self.tests if fault.id in test.reached]
             tests = [test for test in reach if test.suite in bears]
-            spent = itertools.accumulate(test.seconds for test in reach if test.suite not in bears)
-            others = (test for test in reach if test.suite not in bears)
+            others = [test for test in reach if test.suite not in bears]
+            spent = itertools.accumulate(test.seconds for test in others)
             tests += [test for test, seconds in zip(others, spent) if seconds <= OTHERS_SECONDS]
             variables = {'HOLV_FAULT': str(fault.id)}
         if not tests:
