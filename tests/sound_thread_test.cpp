@@ -45,11 +45,12 @@ TEST_F(SoundThreadTest, NotificationsWaitForNoEndpointToSettle)
     EXPECT_TRUE(phones.Muted());
     std::string order;
     InService([&] {
+        SoundThread::Do(0, [] { Sleep(10); });
         SoundThread::Do(0, [&] { order += "the first, "; });
         SoundThread::Do(0, [&] { order += "the second"; });
     });
-    pc.RunFor(1ms);
-    EXPECT_EQ(order, "the first, the second");
+    pc.RunFor(20ms);
+    EXPECT_EQ(order, "the first, the second") << "what comes while the thread is at work waits";
     Stop();
 }
 
