@@ -160,7 +160,7 @@ TEST_F(CommandLineTest, AStoppedRunLeavesNothingBehind)
     }
     // A storm's lives run in processes of their own.
     const pid_t storm = Start("storm --days 300 --known-gaps '' >out 2>errors");
-    for (int i = 0; i < 500 && fs::is_empty(Temporary()); ++i) {
+    for (int i = 0; i < 3000 && fs::is_empty(Temporary()); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds{20});
     }
     kill(storm, SIGTERM);
