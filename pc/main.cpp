@@ -164,7 +164,10 @@ Run AddReport(CLI::App& command)
 Run AddStorm(CLI::App& command)
 {
     const auto storm = std::make_shared<StormCommand>(command, OwnFiles());
-    return [=] { return storm->Run(); };
+    return [=] {
+        CatchStopSignals();
+        return storm->Run();
+    };
 }
 
 constexpr Subcommand kSubcommands[] = {
@@ -239,8 +242,9 @@ int main(int argc, char** argv)
     } catch (const std::exception& error) {
         std::cerr << "holvpc: " << error.what() << "\n";
     }
+    const bool written = static_cast<bool>(std::cout.flush());
     EndByStopSignal();
-    if (std::cout.flush()) return status;
+    if (written) return status;
     // The reader has read what it wanted, and needs no message.
     if (!ReaderIsGone()) std::cerr << "holvpc: the standard output cannot be written\n";
     return kNotWritten;

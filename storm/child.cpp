@@ -16,26 +16,7 @@
 #include <system_error>
 #include <utility>
 
-volatile std::sig_atomic_t g_storm_stops = 0;
-
-StopOnInterrupt::StopOnInterrupt()
-{
-    g_storm_stops = 0;
-    struct sigaction stop = {};
-    stop.sa_handler = [](int) { g_storm_stops = 1; };
-    stop.sa_flags = SA_RESTART;
-    for (std::size_t i = 0; i < std::size(kSignals); ++i) {
-        sigaction(kSignals[i], nullptr, &m_before[i]);
-        if (m_before[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &stop, nullptr);
-    }
-}
-
-StopOnInterrupt::~StopOnInterrupt()
-{
-    for (std::size_t i = 0; i < std::size(kSignals); ++i) {
-        sigaction(kSignals[i], &m_before[i], nullptr);
-    }
-}
+#include "pc/stop_signals.h"
 
 namespace {
 
@@ -179,12 +160,12 @@ void Pool::Run(const std::function<std::optional<Work>()>& next,
     std::vector<Child> children;
     std::size_t number = 0;
     for (bool more = true; more || !children.empty();) {
-        while (more && !g_storm_stops && static_cast<int>(children.size()) < m_jobs) {
+        while (more && StopSignal() == 0 && static_cast<int>(children.size()) < m_jobs) {
             const auto work = next();
             more = work.has_value();
             if (work) children.push_back(Begin(*work, number++));
         }
-        if (g_storm_stops) {
+        if (StopSignal() != 0) {
             more = false;
             for (const Child& child : children) kill(child.pid, SIGKILL);
         }
@@ -199,7 +180,7 @@ void Pool::Run(const std::function<std::optional<Work>()>& next,
                 Child child = std::move(children[i]);
                 children.erase(children.begin() + static_cast<std::ptrdiff_t>(i));
                 const Ended ended = child.End();
-                if (!g_storm_stops) done(child.number, ended);
+                if (StopSignal() == 0) done(child.number, ended);
             }
         }
         if (tick) tick();

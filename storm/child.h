@@ -3,33 +3,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <functional>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "storm/play.h"
-
-// Set by a signal: no new work is begun, and what runs is ended.
-extern volatile std::sig_atomic_t g_storm_stops;
-
-// For as long as it lives, Ctrl-C, a termination and a hang-up stop what runs, instead of ending
-// this process. A signal that the caller had ignored, as nohup does, stays so.
-class StopOnInterrupt
-{
-public:
-    StopOnInterrupt();
-    ~StopOnInterrupt();
-    StopOnInterrupt(const StopOnInterrupt&) = delete;
-    StopOnInterrupt& operator=(const StopOnInterrupt&) = delete;
-
-private:
-    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-    struct sigaction m_before[std::size(kSignals)];
-};
 
 // What a process of the host has come to.
 struct Ended
@@ -42,8 +22,9 @@ struct Ended
 // What a life that was played in a process has come to: a crash or a hang is a finding as well.
 Outcome OutcomeOf(const Ended& ended);
 
-// Does work in processes of its own, some at a time. What they leave in the folder for what is
-// temporary is removed, however they end.
+// Does work in processes of its own, some at a time, until a signal asks to stop: then no new work
+// is begun, and what runs is ended. What they leave in the folder for what is temporary is removed,
+// however they end.
 class Pool
 {
 public:

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "pc/stop_signals.h"
 #include "storm/child.h"
 
 using namespace std::chrono_literals;
@@ -70,7 +71,7 @@ std::vector<Outcome> Schedules::Outcomes(const std::vector<Departures>& schedule
     Pool(m_options.jobs, kStands)
         .Run(
             [&]() -> std::optional<Pool::Work> {
-                if (next == schedules.size() || g_storm_stops) return std::nullopt;
+                if (next == schedules.size() || StopSignal() != 0) return std::nullopt;
                 const Departures& schedule = schedules[next++];
                 return [&schedule, this](Pulse& pulse) {
                     PlayPlan plan{m_options.play, m_no_gaps, &pulse};
@@ -80,7 +81,7 @@ std::vector<Outcome> Schedules::Outcomes(const std::vector<Departures>& schedule
                 };
             },
             [&](std::size_t number, const Ended& ended) { outcomes[number] = OutcomeOf(ended); });
-    for (std::size_t i = 0; i < next && !g_storm_stops; ++i) Count(schedules[i], outcomes[i]);
+    for (std::size_t i = 0; i < next && StopSignal() == 0; ++i) Count(schedules[i], outcomes[i]);
     return outcomes;
 }
 
@@ -126,7 +127,7 @@ void Schedules::PlayAll()
     // What a first departure leads to decides where a second can be.
     std::vector<Departures> twice;
     const std::vector<Outcome> after = Outcomes(once);
-    for (std::size_t i = 0; i < once.size() && !g_storm_stops; ++i) {
+    for (std::size_t i = 0; i < once.size() && StopSignal() == 0; ++i) {
         Extend(once[i], after[i], once[i].back().point + 1, after[i].points_at_once, twice);
     }
     m_of = once.size() + twice.size();
@@ -153,17 +154,16 @@ void Schedules::Print(std::ostream& out, const std::filesystem::path& script) co
 int RunSchedules(const ScheduleOptions& options, const std::vector<std::filesystem::path>& scripts,
                  std::ostream& out)
 {
-    const StopOnInterrupt stopping;
     bool found = false;
     for (const auto& script : scripts) {
-        if (g_storm_stops) break;
+        if (StopSignal() != 0) break;
         Schedules schedules(options, ReadScript(script));
         schedules.PlayAll();
         schedules.Print(out, script);
         found = found || schedules.found();
     }
-    if (g_storm_stops) out << "stopped before its end\n";
-    return found || g_storm_stops ? 1 : 0;
+    if (StopSignal() != 0) out << "stopped before its end\n";
+    return found || StopSignal() != 0 ? 1 : 0;
 }
 
 Departures DeparturesOf(const std::string& text)

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "pc/stop_signals.h"
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -27,7 +29,10 @@ private:
     // Plays the lives, some at a time, and takes the first that comes to the finding. False for
     // none.
     bool TakeFirst(const std::vector<Life>& lives);
-    bool TimeIsUp() const { return g_storm_stops || std::chrono::steady_clock::now() > m_until; }
+    bool TimeIsUp() const
+    {
+        return StopSignal() != 0 || std::chrono::steady_clock::now() > m_until;
+    }
     void LeaveOut();
     void Hurry();
     std::size_t Size() const { return m_shrunk.life.home.size() + m_shrunk.life.deeds.size(); }

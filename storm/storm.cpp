@@ -8,6 +8,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "pc/stop_signals.h"
 #include "storm/child.h"
 #include "storm/shrink.h"
 
@@ -164,7 +165,7 @@ void ShrinkAll(const StormOptions& options, const PlayPlan& plan, Tally& tally, 
 {
     int shrunk_so_far = 0;
     for (auto& [key, found] : tally.findings) {
-        if (g_storm_stops || shrunk_so_far++ == options.shrink_most) return;
+        if (StopSignal() != 0 || shrunk_so_far++ == options.shrink_most) return;
         const Life life = DrawLife(found.seed, found.days);
         const Shrunk shrunk = Shrink(
             life, found.finding,
@@ -198,14 +199,13 @@ std::vector<Gap> GapsOf(const StormOptions& options)
 
 int RunStorm(const StormOptions& options, std::ostream& out)
 {
-    const StopOnInterrupt stopping;
     const std::vector<Gap> gaps = GapsOf(options);
     const PlayPlan plan{options.play, gaps};
     if (!options.keep.empty()) create_directories(options.keep);
     out << "a storm of lives from seed " << options.seed << " on\n" << std::flush;
     Tally tally = LiveAll(options, plan, out);
     ShrinkAll(options, plan, tally, out);
-    if (g_storm_stops) out << "stopped before its end\n";
+    if (StopSignal() != 0) out << "stopped before its end\n";
     return Conclude(options, tally, out);
 }
 
@@ -227,10 +227,9 @@ int RunLife(const StormOptions& options, std::ostream& out)
 
 int RunGaps(const StormOptions& options, std::ostream& out)
 {
-    const StopOnInterrupt stopping;
     int passed = 0;
     for (const Gap& gap : GapsOf(options)) {
-        if (g_storm_stops) return 1;
+        if (StopSignal() != 0) return 1;
         std::vector<Gap> only = {gap};
         const Outcome outcome = PlayedAlone(kHangs, [&](Pulse& pulse) {
             return ToJson(

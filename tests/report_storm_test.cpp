@@ -257,6 +257,7 @@ void LookAtReportOf(std::uint64_t seed, Seen& seen)
         for (auto& [kind, count] : seen.deeds) count += command.starts_with(kind) ? 1 : 0;
     }
     const Traced traced = ReadTraced(folder / "trace.jsonl", folder / "pc");
+    EXPECT_FALSE(traced.lines.empty());
     seen.lines += traced.lines.size();
     const Truth truth = Counting(traced).truth;
     ExpectTheHoursOf(truth, ReportOf(folder));

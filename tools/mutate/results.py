@@ -64,10 +64,14 @@ class Results:
         lines = (workshop.ROOT / self.file).read_text().splitlines()
         for fault in faults:
             if fault.name not in self.faults and reason_of(self.file, lines, fault.name, known):
-                self.put(fault, {'result': WITH_REASON})
+                self.faults[fault.name] = {'result': WITH_REASON}
+        self.save()
 
     def put(self, fault, result):
         self.faults[fault.name] = result
+        self.save()
+
+    def save(self):
         FOLDER.mkdir(parents=True, exist_ok=True)
         text = json.dumps({'file': self.file, 'source': self.source, 'tests': self.tests,
                            'faults': self.faults}, indent=1)
