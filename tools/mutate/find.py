@@ -30,8 +30,9 @@ NO_PROMISE = {
 
 # Arguments of functions, by their places, whose next value means the same: a stack's size is rounded up; of
 # a thread's flags and a key's options the first bit has no meaning; a message that ends a loop tells nothing
-# else; some are reserved; and no window is ever shown.
+# else; of no input there is no length; some are reserved; and no window is ever shown.
 NO_MEANING = {
+    'CallNtPowerInformation': (2,),
     'CreateThread': (1, 4),
     'InitializeCriticalSectionAndSpinCount': (1,),
     'PostThreadMessageW': (2, 3),
@@ -41,6 +42,9 @@ NO_MEANING = {
     'RegSetValueExW': (2,),
     'RunMessageLoop': (0,),
 }
+
+# Calls that hold or let go of an object, and change nothing else.
+HOLDS = {'AddRef', 'Reset', 'SafeRelease'}
 
 # Whose two arguments may stand in either place.
 SYMMETRIC = {'max', 'min', 'swap', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
@@ -89,6 +93,7 @@ class Finder:
                        if c.kind == K.MACRO_INSTANTIATION}
         self.faults = {}
         self.in_thread = False  # within the function that a thread runs
+        self.filled = set()  # the function's variables that a call fills before they are read
         for cursor in here:
             if not cursor.kind.is_preprocessing():
                 self.walk(cursor, at_build=True)
@@ -123,7 +128,10 @@ class Finder:
             head = self.of(node).split('{')[0]
             at_build = bool(re.search(r'\bconst(?:expr|eval)\b', head))
             self.in_thread = node.spelling.endswith('Proc')
+            self.filled |= filled_by_calls(node, self.of)
         elif kind == K.VAR_DECL:
+            if node.hash in self.filled and re.search(r'= \d+$', self.of(node)):
+                return
             head = self.of(node).split('=')[0].split('{')[0]
             at_build = at_build or bool(re.search(r'\bconstexpr\b', head))
         elif kind in COMPUTED_AT_BUILD:
@@ -269,15 +277,60 @@ class Finder:
                                                    statement=True)
 
     def independent(self, first, second):
-        """Whether both set something of the function's own, and neither reads what the other sets."""
-        if not all(is_of_function(node) and ' = ' in self.of(node) for node in (first, second)):
+        """Whether both set something that no other thread looks at meanwhile, or only read or hold something,
+        and neither reads what the other sets."""
+        if not all(is_quiet(node) for node in (first, second)):
             return False
-        (one, its), (other, others) = (self.of(node).split(' = ', 1) for node in (first, second))
+        one, other = self.of(first), self.of(second)
+        return not reads(one, target_of(other)) and not reads(other, target_of(one))
 
-        def reads(text, target):
-            whole = re.escape(target.split('.')[0])
-            return target in text or re.search(rf'\b{whole}\b(?!\.)', text)
-        return not reads(its, other) and not reads(others, one)
+
+def target_of(text):
+    """What a statement sets or fills."""
+    set_by = re.match(r'(.+?) = ', text)
+    filled = re.findall(r'&(\w+)', text)
+    return set_by[1] if set_by else filled[-1] if filled else ''
+
+
+def reads(text, target):
+    whole = re.escape(target.split('.')[0])
+    return bool(target) and re.search(rf'\b(?:{re.escape(target)}|{whole}(?!\.))(?!\w)', text) is not None
+
+
+def is_quiet(node):
+    """Whether the order of the statement and of another such one is not seen from outside: an assignment to a
+    variable that is not atomic, without a call; a call that reads, or that holds or lets go of an object."""
+    if node.kind == K.CALL_EXPR and node.spelling != 'operator=':
+        return node.spelling in HOLDS or re.match(r'(Get|Read|Query)[A-Z]', node.spelling) is not None
+    if node.kind != K.BINARY_OPERATOR and node.spelling != 'operator=':
+        return False
+    target, *_, value = node.get_children()
+    if 'atomic' in target.type.get_canonical().spelling:
+        return False
+    return is_of_function(node) or not any(n.kind == K.CALL_EXPR and n.spelling not in ('operator=', '')
+                                           for n in value.walk_preorder())
+
+
+def filled_by_calls(function, of):
+    """The variables of a function that are first used where a call fills them: by their address, or by a
+    reference that is not constant. What they hold before is not read, or is the value of a failure."""
+    first = {}
+
+    def visit(node, fills):
+        if node.kind == K.DECL_REF_EXPR and node.referenced and node.referenced.kind == K.VAR_DECL:
+            first.setdefault(node.referenced.hash, fills)
+        parameters = []
+        if node.kind == K.CALL_EXPR and node.referenced:
+            parameters = [a.type.spelling for a in node.referenced.get_arguments()]
+        arguments = list(node.get_arguments()) if parameters else []
+        for child in node.get_children():
+            place = next((i for i, a in enumerate(arguments) if a == child), None)
+            by_reference = place is not None and place < len(parameters) \
+                and parameters[place].endswith(' &') and not parameters[place].startswith('const ')
+            by_address = node.kind == K.UNARY_OPERATOR and of(node).startswith('&')
+            visit(child, by_reference or by_address or (fills and node.kind == K.UNEXPOSED_EXPR))
+    visit(function, False)
+    return {variable for variable, fills in first.items() if fills}
 
 
 def is_of_function(node):

@@ -59,7 +59,9 @@ class Results:
                     or (result['result'] != WITH_REASON and old['tests'] == self.tests)}
 
     def pass_over(self, faults):
-        """Takes those that survive with a reason for tried."""
+        """Takes those that survive with a reason for tried, and forgets what is no fault any more."""
+        names = {fault.name for fault in faults}
+        self.faults = {name: result for name, result in self.faults.items() if name in names}
         known = known_survivors()
         lines = (workshop.ROOT / self.file).read_text().splitlines()
         for fault in faults:

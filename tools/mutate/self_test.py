@@ -17,6 +17,7 @@ PROGRAM = r'''
 enum Color { red, green, blue };
 int g_told;
 int g_on = TRUE;
+int g_first, g_second;
 void Tell(int a, int b) { g_told = g_told * 10 + a * 3 + b; }
 bool Log(int level) { return level == 1; }
 bool Between(int low, int high, int x) { return low <= x && x < high; }
@@ -35,12 +36,24 @@ int Count(int to)
     }
     return count;
 }
+void Fill(int* x) { *x = 3; }
+int Filled()
+{
+    int filled = 50;
+    int counted = 60;
+    Fill(&filled);
+    g_first = filled;
+    g_second = counted;
+    Tell(0, 0);
+    g_second = 0;
+    return g_first + g_second;
+}
 int main()
 {
     Tell(1, 2);
     g_on = FALSE;
     Tell(g_on, kBuilt);
-    std::printf("%d %d %d %d %d\n", g_told, g_on, Pick(green), Pick(red), Count(6));
+    std::printf("%d %d %d %d %d %d\n", Filled(), g_told, g_on, Pick(green), Pick(red), Count(6));
 }
 '''
 
@@ -58,6 +71,13 @@ EXPECTED = {
     'constant: FALSE => TRUE',
     'constant: green => blue',
     'constant: 7 => 8',
+    'constant: 60 => 61',
+    'order: Tell(0, 0); g_second = 0; => g_second = 0; Tell(0, 0);',
+}
+# What changes nothing is none.
+EXCLUDED = {
+    'constant: 50 => 51',
+    'order: g_first = filled; g_second = counted; => g_second = counted; g_first = filled;',
 }
 
 
@@ -86,6 +106,7 @@ def run():
             fault.id = number
         found = {f'{fault.kind}: {fault.change}' for fault in faults}
         assert EXPECTED <= found, f'not found: {EXPECTED - found}'
+        assert not EXCLUDED & found, f'no faults: {EXCLUDED & found}'
         assert not any('Log(' in fault.change for fault in faults), 'a line of the log is no promise'
         runtime = folder / 'runtime.o'
         subprocess.run(['c++', '-std=c++20', '-c', pathlib.Path(__file__).with_name('runtime.cpp'),
