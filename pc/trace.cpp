@@ -26,12 +26,14 @@ nlohmann::ordered_json ToJson(const Value& value)
 const TraceKinds& AllTraceKinds()
 {
     static const TraceKinds kinds = {
-        "away mode",    "client call",  "client event",   "clock",           "com security",
-        "console",      "debug",        "device request", "display",         "endpoint",
-        "event",        "message box",  "mute",           "plan activated",  "plan written",
-        "power source", "power switch", "presence",       "process",         "registry",
-        "request",      "service",      "service status", "service control", "session",
-        "sleep",        "sound notice", "state",          "volume",          "write",
+        "away mode",    "client call",    "client event",    "clock",
+        "com security", "console",        "debug",           "device request",
+        "display",      "endpoint",       "event",           "message box",
+        "mute",         "plan activated", "plan written",    "power source",
+        "power switch", "presence",       "process",         "registry",
+        "request",      "service",        "service control", "service status",
+        "session",      "signal",         "sleep",           "sound notice",
+        "state",        "timer",          "volume",          "write",
     };
     return kinds;
 }

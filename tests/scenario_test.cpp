@@ -1,12 +1,19 @@
-// The scenarios, each played as `holvpc run` plays it; and what a seed promises of a whole run.
+// The scenarios, each played as `holvpc run` plays it; what a seed promises of a whole run; and a
+// walk through all of the service's states (tests/walk.pc), deed by deed, as
+// tests/expected/walk.txt tells it. After a change that is meant, HOLV_KEEP_WALK=1 writes that file
+// anew, and its difference is to be read.
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <tuple>
 
 #include "pc/player.h"
+#include "tests/lines.h"
 #include "tests/virtual_pc_test.h"
 
 namespace fs = std::filesystem;
@@ -106,6 +113,53 @@ TEST(TraceTest, ASeedGivesTheSameTraceOnAnUnkindPcToo)
     }
     EXPECT_EQ(traces.size(), 3u) << "the seeds draw the same";
     fs::remove(script);
+}
+
+// The text between `before` and `after`, or the line's end.
+std::string Between(const std::string& line, const std::string& before, const std::string& after)
+{
+    const std::size_t from = line.find(before) + before.size();
+    return line.substr(from, line.find(after, from) - from);
+}
+
+// What the programs do, by a trace: not what the PC does, and not the lines that a file or the
+// event log gets besides. The deeds of one instant stand thread by thread, because nothing is
+// promised of which thread comes first.
+Lines DeedsOf(const std::string& trace)
+{
+    std::map<std::string, std::size_t> threads;
+    std::map<std::pair<std::string, std::size_t>, Lines> deeds;
+    std::istringstream lines(trace);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string id = Between(line, R"("thread":)", ",");
+        // The restore journal's bytes are left out.
+        std::string text = Between(line, R"("kind":)", R"(,"type":3,)");
+        if (id == "0" || text.starts_with(R"("write")") || text.starts_with(R"("event")")) continue;
+        if (text.ends_with(R"(\n"})")) text.erase(text.size() - 4);
+        text = std::regex_replace(text, std::regex(R"(\\\\)"), "/");
+        std::erase_if(text, [](char c) { return c == '"' || c == '{' || c == '}' || c == '\\'; });
+        const std::size_t thread = threads.try_emplace(id, threads.size() + 1).first->second;
+        deeds[{Between(line, R"("clock":")", "\""), thread}].push_back(text);
+    }
+    Lines all;
+    for (const auto& [when, texts] : deeds) {
+        for (const std::string& text : texts) {
+            all.push_back(when.first + " thread " + std::to_string(when.second) + ": " + text);
+        }
+    }
+    return all;
+}
+
+TEST(WalkTest, TheServiceDoesInEachStateWhatItsWalkTells)
+{
+    const fs::path tests = fs::path(HOLV_SOURCE_DIR) / "tests";
+    const Lines walk = DeedsOf(TraceOf(tests / "walk.pc", 0));
+    if (std::getenv("HOLV_KEEP_WALK")) {
+        std::ofstream kept(tests / "expected/walk.txt");
+        kept << "# What the programs do in tests/walk.pc. Written by HOLV_KEEP_WALK=1.\n\n[walk]\n";
+        for (const std::string& deed : walk) kept << deed << '\n';
+    }
+    EXPECT_LINES(walk, BlockOf("walk.txt", "walk"));
 }
 
 }  // namespace

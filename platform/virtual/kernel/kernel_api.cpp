@@ -113,6 +113,17 @@ HANDLE CreateNamed(Call& call, Waitable::Reset reset, LPCWSTR name, bool signall
     });
 }
 
+// Records what a program does to an event or a timer, which it has by this handle.
+void RecordHandle(std::string_view kind, HANDLE handle, const wchar_t* what,
+                  std::vector<std::pair<std::string_view, Value>> more = {})
+{
+    Journal& journal = Machine::Current().journal;
+    if (!journal.Listened(kind)) return;
+    more.insert(more.begin(), {{"handle", std::uint64_t{reinterpret_cast<std::uintptr_t>(handle)}},
+                               {"what", std::wstring(what)}});
+    journal.Record(kind, std::move(more));
+}
+
 // From 8.1 on, Windows tells a program that it is Windows 8, unless the program's manifest lists
 // the later version; no program here has a manifest.
 DWORD VersionTold(const Machine& machine)
@@ -158,12 +169,18 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initial
 
 BOOL WINAPI SetEvent(HANDLE handle)
 {
-    return ActOn<Event>(fn_set_event, handle, [](Event& event) { event.Signal(); });
+    return ActOn<Event>(fn_set_event, handle, [handle](Event& event) {
+        RecordHandle("signal", handle, L"set");
+        event.Signal();
+    });
 }
 
 BOOL WINAPI ResetEvent(HANDLE handle)
 {
-    return ActOn<Event>(fn_reset_event, handle, [](Event& event) { event.Unsignal(); });
+    return ActOn<Event>(fn_reset_event, handle, [handle](Event& event) {
+        RecordHandle("signal", handle, L"reset");
+        event.Unsignal();
+    });
 }
 
 HANDLE WINAPI CreateWaitableTimerW(LPSECURITY_ATTRIBUTES, BOOL manualReset, LPCWSTR name)
@@ -187,13 +204,21 @@ BOOL WINAPI SetWaitableTimer(HANDLE handle, const LARGE_INTEGER* due, LONG perio
     const bool relative = time < Duration::zero();
     const Instant when =
         relative ? call.machine.now() - time : call.machine.now() + (time - call.machine.clock());
+    RecordHandle(
+        "timer", handle, resume ? L"armed, wakes" : L"armed",
+        {{"in_ms",
+          std::chrono::floor<std::chrono::milliseconds>(when - call.machine.now()).count()},
+         {"period_ms", std::int64_t{period}}});
     timer->Arm(when, std::chrono::milliseconds{period}, resume != FALSE, relative);
     return TRUE;
 }
 
 BOOL WINAPI CancelWaitableTimer(HANDLE handle)
 {
-    return ActOn<Timer>(fn_cancel_waitable_timer, handle, [](Timer& timer) { timer.Disarm(); });
+    return ActOn<Timer>(fn_cancel_waitable_timer, handle, [handle](Timer& timer) {
+        RecordHandle("timer", handle, L"cancelled");
+        timer.Disarm();
+    });
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds)
