@@ -76,7 +76,6 @@ HRESULT ConnectionPoint::Unadvise(DWORD cookie)
 HRESULT ConnectionPoint::EnumConnections(IEnumConnections** connections)
 {
     if (!connections) return E_POINTER;
-    *connections = nullptr;
     std::vector<CONNECTDATA> connected;
     for (std::size_t slot = 0; slot < m_sinks.size(); ++slot) {
         if (m_sinks[slot]) connected.push_back({m_sinks[slot].Get(), static_cast<DWORD>(slot) + 1});

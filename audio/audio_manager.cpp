@@ -190,7 +190,6 @@ void CAudioManager::DoUninitialize()
         const ScopedLock lock(m_lock);
         m_DefaultDeviceId.clear();
         std::swap(m_pEnumerator, enumerator);
-        m_bRegistered = false;
     }
     const ULONG left = SafeRelease(enumerator, kFunction);
     Log(6, kFunction, L"Deleted current audio device enumerator, Release returned %d", left);
@@ -408,7 +407,6 @@ void CAudioManager::FindDefaultEndpoint(DefaultEndpoint& endpoint)
 void CAudioManager::CacheDefaultEndpoint(DefaultEndpoint& endpoint)
 {
     SafeRelease(endpoint.device, L"CAudioManager::RecordDefaultDeviceId");
-    endpoint.enumerator.Reset();
     FindOrInsert(endpoint.id.empty() ? nullptr : endpoint.id.c_str());
 }
 

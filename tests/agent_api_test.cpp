@@ -5,6 +5,7 @@
 #include "api/agent_features.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/sound/audio.h"
+#include "state/activity.h"
 #include "state/never_sleep_state.h"
 #include "tests/agent_test.h"
 
@@ -28,8 +29,9 @@ TEST_F(AgentTest, AnObjectMayBePartOfAnother)
 {
     RunInApartment([&] {
         auto* const outer = new Outer;
-        void* refused = nullptr;
+        void* refused = outer;
         EXPECT_EQ(HOLVAgentApi::Create(outer, IID_IHOLVAgent, &refused), CLASS_E_NOAGGREGATION);
+        EXPECT_EQ(refused, nullptr);
         ASSERT_EQ(HOLVAgentApi::Create(outer, IID_IUnknown,
                                        reinterpret_cast<void**>(outer->inner.Receive())),
                   S_OK);
@@ -136,6 +138,7 @@ TEST_F(AgentTest, TheFeatureAsAWholeStartsAndStopsTheStateMachine)
 
 TEST_F(AgentTest, AChangeThatCannotBeWrittenCountsAllTheSame)
 {
+    pc.SetClock(*ParseCalendar("2026-03-02 23:00"));
     pc.faults.Set("RegSetValueExW", {.error = ERROR_ACCESS_DENIED, .count = Faults::kAlways});
     EXPECT_EQ(Client().Call(L"SetNeverSleepParam", {1, 1}).Words(), L"ok");
     EXPECT_EQ(Client().Call(L"SetDoNotDisturbTimeInterval", {2000, 10}).Words(), L"ok");
@@ -148,7 +151,18 @@ TEST_F(AgentTest, AChangeThatCannotBeWrittenCountsAllTheSame)
     EXPECT_EQ(pc.registry.GetDword(kUserKey, L"DoNotDisturbStart"), 1320u);
     EXPECT_EQ(pc.registry.GetDword(kUserKey, L"DoNotDisturbEnd"), 360u);
     EXPECT_TRUE(heard.Has("SetDoNotDisturbTimeInterval, Start=1320, End=360"));
+    EXPECT_TRUE(heard.Has("to fire in 420 minutes")) << "the new hours, at once";
     EXPECT_EQ(Client().Call(L"GetNeverSleepApiVersion", {}, {VT_BSTR}).Words(), L"1,1,70,537");
+}
+
+TEST_F(AgentTest, NewHoursAreAFactThatTheReconcilerLooksAt)
+{
+    RunInApartment([&] {
+        const OwnedInterface<IHOLVAgent> object = MakeObject();
+        const unsigned facts = Standstill().Seen().facts;
+        EXPECT_EQ(object.Get()->SetDoNotDisturbTimeInterval(0, 0), S_OK);
+        EXPECT_EQ(Standstill().Seen().facts, facts + 1);
+    });
 }
 
 TEST_F(AgentTest, NullPlacesArePassedOverOrRefused)

@@ -107,6 +107,9 @@ TEST_F(AgentTest, WithoutTheRegisteredLibraryNothingIsCalledByNumber)
     RunAsProgram([] { EXPECT_EQ(RegisterAgentTypeLibrary(true), S_OK); });
     EXPECT_TRUE(pc.registry.HasKey(
         LR"(HKCU\Software\Classes\TypeLib\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}\1.1)"));
+    EXPECT_EQ(pc.registry.GetString(
+                  LR"(HKCR\TypeLib\{C4D72A19-3B8E-4F05-9A61-E2B7D048F1C3}\1.1\HELPDIR)", L""),
+              L"C:\\Program Files\\Orbeq\\Holv\\");
     RunInApartment([&] {
         const OwnedInterface<IHOLVAgent> object = MakeObject();
         EXPECT_EQ(Call(*object.Get(), 5, DISPATCH_PROPERTYGET, {}), S_OK);

@@ -17,8 +17,6 @@ TEST_F(AgentTest, AConnectionPointListsItsSinksAndRefusesWhatIsNone)
                                    reinterpret_cast<void**>(container.Receive())),
                   S_OK);
         OwnedInterface<IConnectionPoint> point;
-        EXPECT_EQ(container.Get()->FindConnectionPoint(IID_IDispatch, point.Receive()),
-                  CONNECT_E_NOCONNECTION);
         OwnedInterface<IEnumConnectionPoints> points;
         ASSERT_EQ(container.Get()->EnumConnectionPoints(points.Receive()), S_OK);
         IConnectionPoint* listed[2] = {};
@@ -33,14 +31,54 @@ TEST_F(AgentTest, AConnectionPointListsItsSinksAndRefusesWhatIsNone)
         EXPECT_EQ(point.Get()->GetConnectionPointContainer(whose.Receive()), S_OK);
         EXPECT_EQ(whose.Get(), container.Get());
 
-        DWORD cookie = 7;
+        DWORD cookie = 0;
         EXPECT_EQ(point.Get()->Advise(container.Get(), &cookie), CONNECT_E_CANNOTCONNECT);
-        EXPECT_EQ(cookie, 0u);
-        EXPECT_EQ(point.Get()->Unadvise(1), CONNECT_E_NOCONNECTION);
         OwnedInterface<IEnumConnections> connections;
         EXPECT_EQ(point.Get()->EnumConnections(connections.Receive()), S_OK);
         CONNECTDATA connection{};
         EXPECT_EQ(connections.Get()->Next(1, &connection, nullptr), S_FALSE);
+    });
+}
+
+// Called directly: on the way between apartments, every place is cleared in any case.
+TEST_F(AgentTest, WhatIsRefusedClearsItsPlaceAndSinksAreListedByTheirCookies)
+{
+    RunInApartment([&] {
+        const OwnedInterface<IHOLVAgent> object = MakeObject();
+        OwnedInterface<IConnectionPointContainer> container, whose;
+        object.Get()->QueryInterface(IID_IConnectionPointContainer,
+                                     reinterpret_cast<void**>(container.Receive()));
+        ConnectionPoint point(*container.Get(), IID_IDispatch);  // the object may be its sink
+        void* places[] = {&pc, &pc, &pc, &pc};
+        EXPECT_EQ(object.Get()->QueryInterface(IID_IClassFactory, &places[0]), E_NOINTERFACE);
+        EXPECT_EQ(point.QueryInterface(IID_IClassFactory, &places[1]), E_NOINTERFACE);
+        EXPECT_EQ(container.Get()->FindConnectionPoint(
+                      IID_IDispatch, reinterpret_cast<IConnectionPoint**>(&places[2])),
+                  CONNECT_E_NOCONNECTION);
+        pc.faults.Set("LoadRegTypeLib", {});
+        EXPECT_EQ(object.Get()->GetTypeInfo(0, 0, reinterpret_cast<ITypeInfo**>(&places[3])),
+                  E_FAIL);
+        for (const void* place : places) EXPECT_EQ(place, nullptr);
+        DWORD cookie = 7;
+        EXPECT_EQ(point.Advise(nullptr, &cookie), E_POINTER);
+        EXPECT_EQ(cookie, 0u);
+        EXPECT_EQ(point.Advise(container.Get(), nullptr), E_POINTER);
+        EXPECT_EQ(point.GetConnectionPointContainer(whose.Receive()), S_OK);
+        EXPECT_EQ(whose.Detach()->Release(), 2u) << "it was a reference of the caller's own";
+
+        for (int i = 0; i < 5; ++i) EXPECT_EQ(point.Advise(object.Get(), &cookie), S_OK);
+        EXPECT_EQ(point.slots(), 8u);
+        EXPECT_EQ(point.Unadvise(0), CONNECT_E_NOCONNECTION);
+        for (const DWORD leaves : {1, 3}) EXPECT_EQ(point.Unadvise(leaves), S_OK);
+        EXPECT_EQ(point.Advise(object.Get(), &cookie), S_OK);
+        OwnedInterface<IEnumConnections> connections;
+        EXPECT_EQ(point.EnumConnections(connections.Receive()), S_OK);
+        std::vector<DWORD> cookies;
+        for (CONNECTDATA listed{}; connections.Get()->Next(1, &listed, nullptr) == S_OK;) {
+            listed.pUnk->Release();
+            cookies.push_back(listed.dwCookie);
+        }
+        EXPECT_EQ(cookies, (std::vector<DWORD>{1, 2, 4, 5}));
     });
 }
 

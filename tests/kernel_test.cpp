@@ -262,12 +262,16 @@ TEST(MachineTest, WhatAProcessLeavesOpenAndMisusesIsTold)
         const HANDLE twice = CreateWaitableTimerW(nullptr, TRUE, nullptr);
         CloseHandle(twice);
         CloseHandle(twice);
+        const auto enter = [](LPVOID) -> DWORD { return CoInitialize(nullptr) != S_OK; };
+        const OwnedHandle thread(CreateThread(nullptr, 0, enter, nullptr, 0, nullptr));
+        WaitForSingleObject(thread.Get(), INFINITE);
         return 0;
     });
     pc.RunUntilEnd(process);
     ASSERT_EQ(process.left_open().size(), 1u);
     EXPECT_EQ(process.left_open()[0].kind, "event");
-    EXPECT_EQ(pc.misuses(), std::vector<std::string>{"CloseHandle with a handle that is closed"});
+    EXPECT_EQ(pc.misuses(), (Lines{"CloseHandle with a handle that is closed",
+                                   "a thread ends without a CoUninitialize"}));
     EXPECT_TRUE(pc.handles.List().empty());
 }
 

@@ -26,9 +26,13 @@ TEST_F(SoundThreadTest, NotificationsWaitForNoEndpointToSettle)
 {
     pc.audio.notices.threads_max = 1;
     Endpoint& desk = pc.audio.Add(L"Desk");
+    Endpoint& hall = pc.audio.Add(L"Hall");
     Start();
     pc.RunFor(10s);
     Go(pc, EVENT_ENTER_DND);
+    hall.SetMute(false);
+    pc.RunFor(10ms);
+    EXPECT_FALSE(hall.Muted());
     InService([] { S::m_ullLastSusResEventTime = GetTickCount64(); });
     pc.RunFor(1ms);
     Endpoint& phones = pc.audio.Add(L"Phones", eRender, {.state = DEVICE_STATE_UNPLUGGED});
@@ -43,6 +47,7 @@ TEST_F(SoundThreadTest, NotificationsWaitForNoEndpointToSettle)
     pc.RunFor(980ms);
     EXPECT_EQ(heard.Times("OnAudioDeviceActivated exit"), 1);
     EXPECT_TRUE(phones.Muted());
+    EXPECT_TRUE(hall.Muted()) << "with the new default, all are set anew";
     std::string order;
     InService([&] {
         SoundThread::Do(0, [] { Sleep(10); });
@@ -82,7 +87,12 @@ TEST_F(SoundThreadTest, AThreadThatCannotBeStartedIsTriedAgainAndNoWorkIsLost)
     Go(pc, EVENT_ENTER_DND);
     FeatureOff();
     pc.faults.Set("CreateThread", {.count = pc.faults.kAlways});
+    heard.Forget();
     InService([] { S::StartNeverSleep(); });
+    const std::string said = Joined(heard.Said());
+    EXPECT_LT(said.find("has no thread of its own"),
+              said.find("Register default audio device callback successful"))
+        << "a notification may come before there is who does what it leaves";
     Go(pc, EVENT_ENTER_DND);
     const auto comes_back = [&] {
         desk.SetState(DEVICE_STATE_DISABLED);

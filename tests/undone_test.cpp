@@ -126,6 +126,15 @@ TEST_F(UndoneInServiceTest, AfterTheFeatureWasSwitchedOffNothingOfTheNightHappen
         EXPECT_FALSE(pc.power.Held(PowerRequestAwayModeRequired));
         EXPECT_FALSE(pc.power.Held(PowerRequestSystemRequired));
         EXPECT_TRUE(IsEqualGUID(pc.power.active().guid, plan)) << "the user's plan is not in force";
+        heard.Forget();
+        pc.slowness.Set("EnumAudioEndpoints", {.typical = 1s});
+        InService([] { SetFeature(E_HOLV_STATE, 1); });
+        pc.slowness.ClearAll();
+        pc.RunFor(1s);
+        EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
+        const std::string said = Joined(heard.Said());
+        EXPECT_LT(said.find("No endpoints found"), said.find("EnterNormalS0State entry"))
+            << "a state is entered before all is ready for it";
         Stop();
     }
 }

@@ -284,9 +284,9 @@ HRESULT WINAPI CoCreateGuid(GUID* guid)
 {
     Call call(fn_co_create_guid);
     if (!guid) return E_INVALIDARG;
-    if (call.Fails()) return static_cast<HRESULT>(call.error());
-    *guid = call.machine.com.NewGuid();
-    return S_OK;
+    *guid =
+        call.machine.com.NewGuid();  // also where it fails: nothing says that it then writes none
+    return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
 }
 
 LPVOID WINAPI CoTaskMemAlloc(SIZE_T size)

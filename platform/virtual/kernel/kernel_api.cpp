@@ -270,7 +270,11 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE
     Process& process = call.process();
     const auto thread = process.StartThread(call.machine, [=, &process]() -> DWORD {
         DWORD exit_code = 1;
-        process.Guard(*Thread::Self(), [&] { exit_code = start(parameter); });
+        process.Guard(*Thread::Self(), [&] {
+            exit_code = start(parameter);
+            if (Thread::Self()->membership.entered == 0) return;
+            Machine::Current().NoteMisuse("a thread ends without a CoUninitialize");
+        });
         return exit_code;
     });
     if (threadId) *threadId = thread->id;
