@@ -151,15 +151,18 @@ TEST_F(DoNotDisturbTest, ASwitchedOffIntervalHasNoTimersAndATimerThatCannotBeArm
 {
     WithEvents([&] {
         Hours(1320, 360);
-        SetClock("23:00");
-        S::RefreshDoNotDisturbState();
-        EXPECT_TRUE(S::m_bSeenDndStart);
-        g_bEnableDoNotDisturb = 0;
-        S::RefreshDoNotDisturbState();
-        EXPECT_FALSE(S::m_bSeenDndStart);
-        EXPECT_EQ(FirstTimer().first, DWORD{WAIT_TIMEOUT});
-
-        g_bEnableDoNotDisturb = 1;
+        for (const auto look : {S::RefreshDoNotDisturbState, S::OnSystemTimeChange}) {
+            SetClock("23:00");
+            S::RefreshDoNotDisturbState();
+            EXPECT_TRUE(S::m_bSeenDndStart);
+            ArmGlobalTimer(TIMER_DND_START, -1, 0, FALSE);
+            Sleep(8 * 3'600'000);  // both have fired, and no wait has taken them
+            g_bEnableDoNotDisturb = 0;
+            look();
+            EXPECT_FALSE(S::m_bSeenDndStart);
+            EXPECT_EQ(FirstTimer().first, DWORD{WAIT_TIMEOUT});
+            g_bEnableDoNotDisturb = 1;
+        }
         g_dwLoggingLevel = 3;
         g_dwLoggingEnabled = kLogToDebugger;
         for (const auto& [now, line] :

@@ -7,6 +7,7 @@
 #include "pc/service_view.h"
 #include "platform/module.h"
 #include "platform/service.h"
+#include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/sound/audio.h"
 #include "state/state_trail.h"
@@ -33,6 +34,14 @@ void Fire(GlobalEvent slot)
         EXPECT_TRUE(ArmGlobalTimer(slot, -1, 0, FALSE));
     }
 }
+
+// What is done amid an operation, by what it says.
+constexpr std::string_view kSteps[] = {
+    "HOLV State Machine initialized",      "HOLV State Machine Exited",
+    "ConfigureAudioDeviceMuteStates exit", "Killing Lync activity monitor.",
+    "CPowerPolicyManager::EnterHolvState", "CPowerPolicyManager::EnterDoNotDisturbState",
+    "Output from powercfg -requests",      "currTime is 480 minutes since midnight\n",
+};
 
 class StateTest : public VirtualPcTest
 {
@@ -65,10 +74,10 @@ protected:
         Lines story;
         for (const HeardLine& line : m_story.All()) {
             const bool machine = line.who.starts_with("CNeverSleepState::");
-            if (!machine && !line.who.starts_with("RegInit")) continue;
             std::string message = line.text;
-            if (line.level > '2' && line.level != '?' && !message.starts_with("HOLV State Machine"))
-                continue;
+            const bool step = std::ranges::find(kSteps, message) != std::end(kSteps);
+            if (!step && !machine && !line.who.starts_with("RegInit")) continue;
+            if (!step && line.level > '2' && line.level != '?') continue;
             if (message.starts_with("Configure")) message = message.substr(0, message.find(':'));
             story.push_back(std::string{line.level} + " " + message);
         }
@@ -101,6 +110,8 @@ TEST_F(StateTest, StartsInNormalUseAndStopsWithoutLeaving)
     Stop();
     EXPECT_LINES(Said(), BlockOf("starts.txt", "a stop"));
     EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
+    EXPECT_EQ(S::m_ePreviousState, S0_NORMAL);
+    EXPECT_FALSE(S::m_pAudioManager.Get());
     EXPECT_FALSE(HasGlobalEvent(EVENT_ENTER_S0) || SignalGlobalEvent(EVENT_ENTER_S0)) << "closed";
 }
 
@@ -108,9 +119,13 @@ TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
 {
     Set(L"EnableNeverSleep", 0);
     Set(L"DebugEnabled", 1);
-    Start();
+    pc.RunFor(1s);
+    // A handler may have been there before it.
+    Start([] { S::m_eSystemState = S::m_ePreviousState = HOLV_S3; });
     EXPECT_LINES(Said(), BlockOf("starts.txt", "with the feature off"));
     EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
+    EXPECT_EQ(S::m_ePreviousState, HOLV_INIT);
+    EXPECT_EQ(S::m_ullLastSusResEventTime, 1000u);
     EXPECT_FALSE(S::m_bIsWindows7);
     Stop();
 }
@@ -182,6 +197,7 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsBlockSays)
     };
     const std::vector<Block> cases = BlocksOf("state.txt");
     EXPECT_GE(cases.size(), 37u);
+    pc.registry.SetDword(LR"(HKLM\Software\Microsoft\Communicator\4.0)", L"x", 1);
     Start();
     for (auto [title, expected] : cases) {
         SCOPED_TRACE(title);
@@ -190,6 +206,8 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsBlockSays)
             S::UpdateState(S0_NORMAL);
             S::UpdateState(S0_NORMAL);
             S::m_bOverride = FALSE;
+            S::m_bIdleExpiryPending = TRUE;
+            S::StopMonitorMicrosoftLyncActivity();
         });
         const std::size_t colon = title.find(": ");
         std::istringstream steps(title.substr(0, colon));
@@ -209,6 +227,8 @@ TEST_F(StateTest, EverySignalIsActedOnFromEveryStateAsItsBlockSays)
         EXPECT_LINES(said, expected);
         EXPECT_EQ(Name(S::m_eSystemState), title.substr(colon + 2));
         EXPECT_FALSE(S::m_eSystemState == S0_NORMAL && S::m_bOverride) << "it ends in normal use";
+        if (!std::ranges::count(said, "1 EnterNeverSleepDoNotDisturbState exit")) continue;
+        EXPECT_FALSE(S::m_bIdleExpiryPending || GlobalTimerDue(TIMER_CPU_USAGE, GetTickCount64()));
     }
     Stop();
 }
@@ -219,6 +239,9 @@ TEST_F(StateTest, TheTrailKeepsTheLastChangesInTheirOrder)
     RunAsProcess([] {
         constexpr std::size_t kChanges = 70;
         constexpr std::size_t kStates = 5;
+        EXPECT_EQ(LastStateNote().at, 0u);
+        NoteState(HOLV_DND);
+        EXPECT_EQ(StateNotesFrom(0).size(), 1u);
         const std::uint64_t before = StatesNoted();
         for (std::size_t i = 0; i < kChanges; ++i) NoteState(ESystemState(i % kStates));
         const std::vector<StateNote> notes = StateNotesFrom(before);
@@ -249,9 +272,11 @@ TEST_F(StateTest, TheLowerSlotIsActedOnFirst)
 
 TEST_F(StateTest, ASignalRaisedWhileItsActionRunsCountsAsDone)
 {
+    const Device& device = pc.devices.AddHolvDevice();
     Start();
     pc.Watch(reinterpret_cast<const std::atomic<std::int32_t>*>(&S::m_eSystemState),
-             [](std::int32_t, std::int32_t to) {
+             [&](std::int32_t, std::int32_t to) {
+                 EXPECT_NE(device.Mode(), static_cast<DWORD>(to)) << "the device follows";
                  if (to != HOLV_ACTIVE) return;
                  SetEvent(g_hGlobalEvents[EVENT_ENTER_ACTIVE]);
                  SetEvent(g_hGlobalEvents[EVENT_ENTER_IDLE]);
@@ -267,19 +292,38 @@ TEST_F(StateTest, AHandlersChoiceOfANeverSleepStateIsOnlySignalled)
     RunAsProcess([&] {
         RegInit();
         const GlobalEvents events;
+        EXPECT_TRUE(S::OnAc()) << "as long as nothing is known";
         S::m_bSeenDndStart = TRUE;
+        pc.Watch(&S::m_bSeenDndStart, [](std::int32_t, std::int32_t) {
+            EXPECT_EQ(WaitForSingleObject(g_hGlobalEvents[EVENT_ENTER_ACTIVE], 0),
+                      DWORD{WAIT_TIMEOUT})
+                << "the entry would still find the hours";
+        });
         Said();
+        S::LeaveNeverSleepState(HOLV_INIT);  // where it is already
         S::EnterNeverSleepState();
-        EXPECT_EQ(Said()[1], "1 Going to HOLV_ACTIVE");
+        pc.Watch(nullptr, {});
+        EXPECT_EQ(Said()[2], "1 Going to HOLV_ACTIVE");
         EXPECT_FALSE(S::m_bSeenDndStart);
         EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
         EXPECT_EQ(WaitForMultipleObjects(kGlobalEventCount, g_hGlobalEvents, FALSE, 0),
                   DWORD{EVENT_ENTER_ACTIVE});
+        pc.SetClock(*ParseCalendar("2026-03-02 23:00"));
+        S::EnterNeverSleepState();
+        EXPECT_EQ(Said()[1], "1 Going to HOLV_DND");
+        const OwnedHandle missing(std::exchange(g_hGlobalEvents[EVENT_ENTER_DND], nullptr));
+        S::EnterNeverSleepState();
+        EXPECT_EQ(Said()[1], "1 Going to HOLV_ACTIVE") << "instead";
     });
 }
 
-TEST_F(StateTest, TheUserHearsAgainWhoeverIsSlowAtHisReturn)
+TEST_F(StateTest, ASlowListingHoldsUpNeitherTheUsersSpeakersNorAHandler)
 {
+    const auto held_up = [&] {
+        const Instant before = pc.now();
+        RunAsProcess([] { S::UpdateState(HOLV_ACTIVE); });
+        return pc.now() - before;
+    };
     const Endpoint& speakers = pc.audio.Add(L"Speakers");
     Set(L"MuteAudio", 1);
     Start();
@@ -288,6 +332,11 @@ TEST_F(StateTest, TheUserHearsAgainWhoeverIsSlowAtHisReturn)
     pc.power.listing_takes = 10s;
     After(EVENT_ENTER_S0);
     EXPECT_FALSE(speakers.Muted()) << "although the requests are still being listed";
+    EXPECT_EQ(held_up(), 0s);
+    pc.RunFor(1min);
+    S::m_bOverride = TRUE;
+    After(TIMER_DND_START);
+    EXPECT_EQ(held_up(), 0s) << "by an entry that was refused";
     pc.RunFor(1min);
     Stop();
 }
@@ -367,9 +416,11 @@ void ExpectUnbrokenChainOfTwo(Machine& pc, const Machine::Options&)
         const auto change = [](LPVOID states) -> DWORD {
             for (int i = 0; i < 20; ++i) {
                 S::UpdateState(static_cast<const ESystemState*>(states)[i % 2]);
+                EXPECT_GT(LastStateNote().at, 0u) << "a note is told of when it is there";
             }
             return 0;
         };
+        Sleep(1);
         ESystemState states[2][2] = {{S0_NORMAL, HOLV_ACTIVE}, {HOLV_S3, HOLV_DND}};
         const OwnedHandle threads[] = {
             OwnedHandle(CreateThread(nullptr, 0, change, states[0], 0, nullptr)),
