@@ -211,21 +211,4 @@ TEST_F(DoNotDisturbTest, AClockThatIsSetMovesTheBoundaryOnlyWhenItIsCrossed)
     });
 }
 
-// Windows does not announce that daylight saving begins: the timer fires an hour late by the clock,
-// inside the hours.
-TEST_F(DoNotDisturbTest, AtTheBeginningOfDaylightSavingTheNextTimerIsAnHourLate)
-{
-    WithEvents([&] {
-        Hours(1320, 360);
-        SetClock("23:00");
-        S::CreateDoNotDisturbTimer();
-        pc.ShiftClock(1h);
-        EXPECT_EQ(FirstTimer(), (Timer{TIMER_DND_END, 420}));
-        EXPECT_FALSE(S::CheckIfDoNotDisturbTime());
-        S::CreateDoNotDisturbTimer();
-        EXPECT_EQ(FirstTimer(), (Timer{TIMER_DND_START, 900})) << "and from there it is right";
-        EXPECT_TRUE(S::CheckIfDoNotDisturbTime());
-    });
-}
-
 }  // namespace

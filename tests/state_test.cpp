@@ -5,8 +5,6 @@
 #include <sstream>
 
 #include "pc/service_view.h"
-#include "platform/module.h"
-#include "platform/service.h"
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/sound/audio.h"
@@ -130,24 +128,6 @@ TEST_F(StateTest, WithTheFeatureOffItStartsAndWaitsInTheInitialState)
     Stop();
 }
 
-TEST_F(StateTest, WithoutEventsItStartsAndStopsAtOnce)
-{
-    Set(L"LoggingEnabled", kLogToDebugger);
-    // As a service, which the process was not started as.
-    pc.registry.SetString(LR"(HKCR\AppID\{7A31C5E2-90D4-4B6E-A1F3-2C8D5E9B0A47})", L"LocalService",
-                          L"HOLVService");
-    for (const wchar_t* command_line : {L"HOLVService.exe -Debug", L"a-b.exe /x /DEBUG -y"}) {
-        heard.Forget();
-        Process& process =
-            pc.Start([] { return wWinMain(nullptr, nullptr, nullptr, 0); }, command_line);
-        pc.RunUntilEnd(process);
-        EXPECT_EQ(process.exit_code(), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
-        EXPECT_EQ(heard.Times("EnableHOLV (1), MuteAudio(0), EnableDND(1), DND Time(1320-360)"), 1);
-        EXPECT_EQ(heard.Times("Return Code=-1, GLE=6"), 1);
-        EXPECT_EQ(heard.Times("HOLV State Machine Exited"), 1);
-    }
-}
-
 TEST_F(StateTest, AMissingHandleEndsTheStateMachineAndIsSkippedEverywhereElse)
 {
     Set(L"LoggingEnabled", kLogToDebugger);
@@ -172,16 +152,6 @@ TEST_F(StateTest, AMissingHandleEndsTheStateMachineAndIsSkippedEverywhereElse)
         EXPECT_EQ(heard.Times("HOLV State Machine Exited"), 1);
         EXPECT_EQ(S::m_eSystemState, S0_NORMAL);
     }
-}
-
-TEST_F(StateTest, AWaitThatFailsEndsTheStateMachineWithItsError)
-{
-    Start();
-    Said();
-    pc.faults.Set("WaitForMultipleObjects", {.error = 1816});
-    Fire(EVENT_REGISTRY_CHANGED);
-    pc.RunUntilEnd(*m_service);
-    EXPECT_LINES(Said(), BlockOf("starts.txt", "a wait fails"));
 }
 
 // --- The loop ---
