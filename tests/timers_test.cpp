@@ -313,7 +313,9 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
             EXPECT_EQ(S::m_bBatteryThresholdCrossed != FALSE, c.crossed);
             EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), !c.crossed);
             EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), !c.crossed);
-            EXPECT_EQ(Told(steps), Lines(steps.begin(), steps.begin() + 3 * c.crossed + c.to_s3));
+            EXPECT_EQ(Told(steps), Lines(steps.begin(), steps.begin() + (c.to_s3     ? 4
+                                                                         : c.crossed ? 3
+                                                                                     : 0)));
             EXPECT_EQ(Comes(pc, TIMER_BATTERY_USAGE, 100),
                       c.goes_on ? std::optional(10) : std::nullopt);
             S::MonitorBatteryUsage();
