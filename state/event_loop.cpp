@@ -119,8 +119,6 @@ void RestorePlan()
 {
     if (const auto manager = S::m_pPowerPolicyManager.Get()) {
         manager->CallAlone(RestorePlanAfterReturn);
-    } else {
-        RestorePlanAfterReturn();
     }
 }
 
@@ -135,7 +133,6 @@ void Act(GlobalEvent signalled)
         Log(slot.level, kRun, L"%s%s", slot.line, slot.names_state ? StateName(state) : L"");
     }
     if (slot.action) slot.action();
-    change.reset();
     if (left && S::m_eSystemState == S0_NORMAL) RestorePlan();
     // Reset after the action, so that the same event signalled while the action runs counts as
     // handled by it.

@@ -95,7 +95,7 @@ public:
             --m_overtaken;
             return false;
         }
-        if (m_due > 0) --m_due;
+        --m_due;
         return true;
     }
 

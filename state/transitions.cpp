@@ -317,7 +317,6 @@ void CNeverSleepState::InitializeState()
     CAudioManager::Initialize();
     m_pPowerPolicyManager.Set(std::make_shared<CPowerPolicyManager>());
     CNeverSleepAwayMode::Initialize();
-    m_pDriverApi.Set(nullptr);
     if (IsHolvDevicePresent()) {
         auto driver = std::make_shared<CDriverApi>();
         if (driver->Initialize()) m_pDriverApi.Set(std::move(driver));

@@ -137,7 +137,11 @@ TEST_F(PlatformEventsTest, AwayModeThatBeginsIsStampedAndAnEarlierOverrideCounts
     Start();
     S::m_bOverride = TRUE;
     pc.RunFor(10s);
-    Said([] { S::OnAwayModeEvent(1); });
+    Said([] {
+        S::m_ullLastAudioEventTime = GetTickCount64();
+        S::OnAwayModeEvent(1);
+    });
+    EXPECT_TRUE(heard.Has("with a delta of 0 ms which is in the window."));
     EXPECT_EQ(S::m_eSystemState, HOLV_ACTIVE);
     EXPECT_EQ(S::m_ullLastSusResEventTime, 10'010u);
     Stop();
@@ -148,7 +152,10 @@ TEST_F(PlatformEventsTest, AWakeIsStampedAndTheUsersGivesUpAnEntry)
 {
     Start();
     Enter(HOLV_S3);
-    pc.RunFor(10s);
+    pc.RunFor(5s);
+    InService(S::OnSuspend);
+    EXPECT_EQ(S::m_ullLastSusResEventTime, 5'010u);
+    pc.RunFor(5s);
     InService([] { S::OnResume(FALSE); });
     EXPECT_EQ(S::m_ullLastSusResEventTime, 10'010u);
     Stop();
@@ -162,6 +169,44 @@ TEST_F(PlatformEventsTest, AWakeIsStampedAndTheUsersGivesUpAnEntry)
         S::EnterNeverSleepActiveState();
         EXPECT_EQ(S::m_eSystemState, HOLV_INIT);
     });
+}
+
+// --- The power source ---
+
+TEST_F(PlatformEventsTest, TheBatterysMonitorEndsWithItsPeriodAndWithTheFeature)
+{
+    const auto on_battery = [&](BYTE percent) {
+        pc.power.line = 0;
+        pc.power.battery_percent = percent;
+        heard.Forget();
+        InService([] { S::OnPowerSourceChange(1); });
+    };
+    const auto watched = [] { return GlobalTimerDue(TIMER_BATTERY_USAGE, 0).has_value(); };
+    pc.power.battery_present = true;
+    for (const auto& [state, feature] :
+         {std::pair{S0_NORMAL, 1}, {HOLV_ACTIVE, 1}, {S0_NORMAL, 0}, {HOLV_ACTIVE, 0}}) {
+        SCOPED_TRACE(::testing::Message() << "state " << state << ", feature " << feature);
+        const bool normal = state == S0_NORMAL;
+        Start();
+        if (!normal) Enter(state);
+        on_battery(3);
+        EXPECT_TRUE(watched() && S::m_bBatteryThresholdCrossed);
+        heard.Forget();
+        InService([] { S::OnPowerSourceChange(0); });
+        EXPECT_EQ(watched(), normal) << "in normal use it finds by itself that it is over";
+        EXPECT_TRUE(heard.Said("::Configure").at(0).starts_with("ConfigureAwayMode entry"));
+        EXPECT_FALSE(heard.Has("m_bBatteryThresholdCrossed{TRUE}"));
+        g_bEnableHolvOnDC = 0;
+        on_battery(80);
+        EXPECT_EQ(heard.Times("Output from powercfg -requests"), normal ? 0 : 1);
+        g_bEnableNeverSleep = feature;
+        InService(S::StopNeverSleep);
+        EXPECT_EQ(watched(), normal || !feature);
+        EXPECT_TRUE(heard.Has("CPowerPolicyManager::ExitHolvControl"));
+        InService([] { EXPECT_TRUE(S::StartNeverSleep()); });
+        Stop();
+        pc.power.line = 1;
+    }
 }
 
 // --- Display and presence ---

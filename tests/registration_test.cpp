@@ -201,7 +201,8 @@ TEST_F(RegistrationTest, WithDebugTheStateMachineComesAndGoesAndTheProcessGoesOn
 {
     service.Run(L"-Service");
     service.heard.Forget();
-    EXPECT_EQ(service.Run(L"/debug"), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    EXPECT_EQ(service.Run(L"/x /DEBUG -y"), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    EXPECT_TRUE(service.heard.Has("EnableHOLV (1), MuteAudio(0), EnableDND(1)"));
     EXPECT_TRUE(service.heard.Has("Unknown event, WaitForMultipleObjects Return Code=-1, GLE=6"));
     EXPECT_TRUE(service.heard.Has("HOLV State Machine Exited"));
     service.Run(L"-RegServer");

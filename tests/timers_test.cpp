@@ -8,6 +8,7 @@
 #include "platform/virtual/power/processor.h"
 #include "power/never_sleep_away_mode.h"
 #include "power/power_policy_manager.h"
+#include "state/listed_holders.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;
@@ -49,6 +50,24 @@ protected:
         const HANDLE handle = g_hGlobalEvents[slot];
         if (WaitForSingleObject(handle, seconds * 1000) != WAIT_OBJECT_0) return std::nullopt;
         return static_cast<int>((machine.now() - before) / 1s);
+    }
+
+    // Which of these lines were said since the last time.
+    Lines Told(const Lines& lines)
+    {
+        Lines told = heard.Take();
+        std::erase_if(told, [&](const std::string& line) {
+            return std::ranges::find(lines, line) == lines.end();
+        });
+        return told;
+    }
+
+    // The first holder of the last listing.
+    static std::wstring Holder()
+    {
+        Guarded<ListedHolders>::Copy kept;
+        RefreshListedHolders(kept);
+        return kept.value ? kept.value->at(0).name : L"none";
     }
 };
 
@@ -98,11 +117,7 @@ TEST_F(TimersTest, TwoChecksHalfAMinuteApartThatFindTheTimeOverAskForSleep)
                 heard.Forget();
                 S::MonitorIdleTimer();
                 const Lines asked{"Output from powercfg -requests", "Creating suspend thread"};
-                Lines told = heard.Said();
-                std::erase_if(told, [&](const std::string& line) {
-                    return std::ranges::find(asked, line) == asked.end();
-                });
-                EXPECT_EQ(told, check.then == Then::sleeps ? asked : Lines{});
+                EXPECT_EQ(Told(asked), check.then == Then::sleeps ? asked : Lines{});
                 EXPECT_EQ(S::m_bDisplayRequired != FALSE, check.film);
                 if (check.then != Then::sleeps) {
                     EXPECT_EQ(Comes(pc, TIMER_IDLE, 2000), check.then == Then::waits ? 1800 : 30);
@@ -177,11 +192,12 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
             pc.power.listing_instead = listing;
             EXPECT_EQ(S::IsDisplayRequiredSet(), required) << ToUtf8(listing);
         }
-        pc.power.listing_instead = L"DISPLAY:\nNone.\n";
+        pc.power.listing_instead = L"DISPLAY:\n[PROCESS] x\n";
         heard.Forget();
         LogOutstandingPowerRequests();
         EXPECT_EQ(heard.Take("LogOutstandingPowerRequests"),
-                  (Lines{"Output from powercfg -requests", "DISPLAY:\n", "None.\n"}));
+                  (Lines{"Output from powercfg -requests", "DISPLAY:\n", "[PROCESS] x\n"}));
+        EXPECT_EQ(Holder(), L"x");
         pc.faults.Set("_wpopen", {.error = 8, .count = 2});
         EXPECT_FALSE(S::IsDisplayRequiredSet());
         LogOutstandingPowerRequests();
@@ -193,7 +209,7 @@ TEST_F(TimersTest, ASlowListingHoldsUpNoSuspendNoticeAndLeavesNothing)
 {
     const std::string name = "LogOutstandingPowerRequests";
     const std::string too_late = "The rest of the listing comes too late";
-    pc.power.listing_instead = L"DISPLAY:\nNone.\n";
+    pc.power.listing_instead = L"DISPLAY:\n[PROCESS] x\n";
     RunAsProcess([&] {
         const auto suspend = [&] {
             const ULONGLONG before = GetTickCount64();
@@ -204,19 +220,20 @@ TEST_F(TimersTest, ASlowListingHoldsUpNoSuspendNoticeAndLeavesNothing)
         pc.power.listing_takes = 1s;
         EXPECT_EQ(suspend(), 1000u);
         EXPECT_EQ(heard.Take(name),
-                  (Lines{"Output from powercfg -requests", "DISPLAY:\n", "None.\n"}));
+                  (Lines{"Output from powercfg -requests", "DISPLAY:\n", "[PROCESS] x\n"}));
+        EXPECT_EQ(Holder(), L"x");
         pc.power.listing_takes = 10min;
         EXPECT_EQ(suspend(), 1500u);
         EXPECT_EQ(heard.Take(name), Lines{too_late});
         EXPECT_EQ(suspend(), 0u);
         EXPECT_EQ(heard.Take(name), Lines{"powercfg -requests has not ended since the last time"});
         Sleep(600'000);
-        pc.power.listing_takes = {};
-        EXPECT_EQ(suspend(), 0u);
-        EXPECT_EQ(heard.Take(name).size(), 3u);
         pc.faults.Set("CreateThread", {.error = 8});
         suspend();
         EXPECT_TRUE(heard.TakeHas("Failed to execute powercfg -requests, error=8\n"));
+        pc.power.listing_takes = {};
+        EXPECT_EQ(suspend(), 0u);
+        EXPECT_EQ(heard.Take(name).size(), 3u);
     });
 }
 
@@ -231,12 +248,16 @@ TEST_F(TimersTest, TheMachineIsIdleBelowTheThresholdOfItsUsageSinceItStarted)
         EXPECT_EQ(Comes(pc, TIMER_CPU_USAGE, 100), 10);
         S::MonitorCpuUsage();
         const bool idle = Comes(pc, EVENT_ENTER_IDLE, 0).has_value();
-        EXPECT_EQ(Comes(pc, TIMER_CPU_USAGE, 100).has_value(), !idle) << "it is periodic";
+        EXPECT_EQ(Comes(pc, TIMER_CPU_USAGE, 100), idle ? std::nullopt : std::optional(10))
+            << "it is periodic";
         S::StopCpuUsageMonitor();
         return idle;
     };
     pc.processor.SetLoad(5);
     WithEvents([&] {
+        g_dwCpuIdleThreshold = 1;
+        S::MonitorCpuUsage();
+        EXPECT_TRUE(Comes(pc, EVENT_ENTER_IDLE, 0)) << "before any time has passed";
         Sleep(3'600'000);
         EXPECT_TRUE(is_idle(6));
         EXPECT_FALSE(is_idle(5)) << "below it, not at it";
@@ -246,37 +267,39 @@ TEST_F(TimersTest, TheMachineIsIdleBelowTheThresholdOfItsUsageSinceItStarted)
         Sleep(600'000);
         EXPECT_FALSE(is_idle(6));
         pc.faults.Set("GetSystemTimes", {});
-        S::MonitorCpuUsage();
-        EXPECT_TRUE(Comes(pc, EVENT_ENTER_IDLE, 0)) << "what cannot be read counts as none";
+        EXPECT_TRUE(is_idle(1)) << "what cannot be read counts as none";
     });
 }
 
+const struct Charge
+{
+    BYTE line;
+    BYTE percent;
+    ESystemState state;
+    bool away;
+    bool crossed;
+    bool to_s3;
+    bool goes_on;
+} kCharges[] = {
+    {0, 16, HOLV_ACTIVE, true, false, false, true},
+    {0, 15, HOLV_ACTIVE, true, true, true, true},
+    {0, 15, HOLV_DND, true, true, true, true},
+    {0, 3, HOLV_ACTIVE, false, true, false, true},
+    {0, 3, S0_NORMAL, true, true, false, true},
+    {0, 3, HOLV_INIT, true, true, false, true},
+    {0, 255, HOLV_ACTIVE, true, false, false, true},
+    {1, 3, HOLV_ACTIVE, true, false, false, false},
+    {255, 3, HOLV_ACTIVE, true, false, false, false},
+};
+
 TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
 {
-    const struct
-    {
-        BYTE line;
-        BYTE percent;
-        ESystemState state;
-        bool away;
-        bool crossed;
-        bool to_s3;
-        bool goes_on;
-    } cases[] = {
-        {0, 16, HOLV_ACTIVE, true, false, false, true},
-        {0, 15, HOLV_ACTIVE, true, true, true, true},
-        {0, 15, HOLV_DND, true, true, true, true},
-        {0, 3, HOLV_ACTIVE, false, true, false, true},
-        {0, 3, S0_NORMAL, true, true, false, true},
-        {0, 3, HOLV_INIT, true, true, false, true},
-        {0, 255, HOLV_ACTIVE, true, false, false, true},
-        {1, 3, HOLV_ACTIVE, true, false, false, false},
-        {255, 3, HOLV_ACTIVE, true, false, false, false},
-    };
+    const Lines steps{"ConfigureAwayMode exit", "ConfigureSystemRequired exit",
+                      "Output from powercfg -requests", "System will suspend in 60s"};
     pc.power.battery_present = true;
     WithEvents([&] {
-        for (const auto& c : cases) {
-            SCOPED_TRACE(&c - cases);
+        for (const Charge& c : kCharges) {
+            SCOPED_TRACE(&c - kCharges);
             S::m_bBatteryThresholdCrossed = FALSE;
             S::m_bInAwayMode = c.away;
             S::m_eSystemState = c.state;
@@ -290,7 +313,9 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
             EXPECT_EQ(S::m_bBatteryThresholdCrossed != FALSE, c.crossed);
             EXPECT_EQ(pc.power.Held(PowerRequestAwayModeRequired), !c.crossed);
             EXPECT_EQ(pc.power.Held(PowerRequestSystemRequired), !c.crossed);
-            EXPECT_EQ(heard.TakeHas("System will suspend in 60s"), c.to_s3);
+            EXPECT_EQ(Told(steps), Lines(steps.begin(), steps.begin() + (c.to_s3     ? 4
+                                                                         : c.crossed ? 3
+                                                                                     : 0)));
             EXPECT_EQ(Comes(pc, TIMER_BATTERY_USAGE, 100),
                       c.goes_on ? std::optional(10) : std::nullopt);
             S::MonitorBatteryUsage();
@@ -311,6 +336,8 @@ TEST_F(TimersTest, TheThresholdIsCrossedOnceABatteryPeriodAndEndsTheRequests)
 TEST_F(TimersTest, ADelayedEntryThatASuspendHasOvertakenCountsNoMore)
 {
     WithEvents([&] {
+        pc.faults.Set("CreateThread", {});
+        S::OnResume(FALSE);  // begins none, which a suspend could overtake
         S::OnResume(FALSE);
         Sleep(500);
         S::OnSuspend();
@@ -335,6 +362,11 @@ TEST_F(TimersTest, ASuspendThatFailsIsToldAndTheHoursAreLookedAtAllTheSame)
                   (Lines{"In suspend thread requesting suspend", "SetSuspendState failed gle:21",
                          "In suspend thread, resumed from suspend"}));
         EXPECT_TRUE(pc.power.Held(PowerRequestSystemRequired)) << "by the refresh";
+        g_bDndToS3 = 1;
+        S::OnEnterNeverSleepDoNotDisturbTime();
+        EXPECT_FALSE(pc.power.Held(PowerRequestAwayModeRequired));
+        S::OnLeaveNeverSleepDoNotDisturbTime();
+        EXPECT_TRUE(pc.power.Held(PowerRequestAwayModeRequired));
     });
 }
 

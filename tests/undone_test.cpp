@@ -15,11 +15,6 @@ namespace {
 
 using S = CNeverSleepState;
 
-// Events of the state machine, as the debugger raises them in an image.
-constexpr int kRaiseActive = 1;
-constexpr int kRaiseIdle = 2;
-constexpr int kRaiseDnd = 3;
-
 Instant At(const char* time) { return *ParseCalendar(std::string("2026-03-02 ") + time); }
 
 // A PC whose user leaves it at a time of the day, with hours from 22:00 to 6:00.
@@ -71,29 +66,6 @@ TEST(UndoneTest, OnlyTheEndOfHoursThatAreSleptThroughWakesThePc)
         evening.Run(2min);
         evening.StopService();
     }
-}
-
-TEST(UndoneTest, OneLyncHelperRunsHoweverOftenActiveUseOfTheNightBeginsAndNoneInTheHours)
-{
-    EveningPc evening("20:00", false);
-    Machine& pc = evening.pc;
-    pc.registry.SetDword(LR"(HKLM\Software\Microsoft\Communicator\4.0)", L"x", 1);
-    pc.session.Logon(L"alice");
-    pc.session.InstallProgram(LR"(C:\Program Files\Orbeq\Holv\HOLVLyncHelper.LycnConsole.exe)",
-                              std::nullopt, 0);
-    const auto helpers = [&] {
-        return std::ranges::count_if(pc.processes(), [](const auto& process) {
-            return process->launch && process->running();
-        });
-    };
-    for (const auto& [event, running] :
-         {std::pair{kRaiseActive, 1}, {kRaiseIdle, 1}, {kRaiseActive, 1}, {kRaiseDnd, 0}}) {
-        evening.view.Raise(event);
-        evening.Run(1s);
-        EXPECT_EQ(helpers(), running)
-            << "helpers after event " << event << " in " << evening.State();
-    }
-    evening.StopService();
 }
 
 class UndoneInServiceTest : public RunningServiceTest

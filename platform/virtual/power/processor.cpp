@@ -27,9 +27,10 @@ Processor::Times Processor::times() const
     if (!m_running) return times;
     const Duration span = m_machine.now() - m_since;
     const Duration busy = span * m_load / 100;
+    const Duration busy_in_kernel = busy / 4;
     times.idle += span - busy;
-    times.kernel += span - busy;
-    times.user += busy;
+    times.kernel += span - busy + busy_in_kernel;
+    times.user += busy - busy_in_kernel;
     return times;
 }
 
