@@ -245,7 +245,12 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE
     Process& process = call.process();
     const auto thread = process.StartThread(call.machine, [=, &process]() -> DWORD {
         DWORD exit_code = 1;
-        process.Guard(*Thread::Self(), [&] { exit_code = start(parameter); });
+        process.Guard(*Thread::Self(), [&] {
+            exit_code = start(parameter);
+            if (Thread::Self()->membership.entered > 0) {
+                Machine::Current().NoteMisuse("a thread ends in an apartment that it has entered");
+            }
+        });
         return exit_code;
     });
     if (threadId) *threadId = thread->id;
