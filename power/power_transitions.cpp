@@ -97,7 +97,6 @@ void CPowerPolicyManager::EnterHolvControl()
 {
     constexpr const wchar_t* kFunction = L"CPowerPolicyManager::EnterHolvControl";
     const Transition transition(m_lock, kFunction);
-    m_bInNeverSleepState = FALSE;
     SaveUserPowerOptions();
     ConfigureSchemeForHolv(UserPlan());
     Log(6, kFunction, L"User scheme configured to support Holv");
@@ -189,7 +188,6 @@ void CPowerPolicyManager::ExitDoNotDisturbState()
         RestoreHolvValues(kSleepTimeout);
         RestoreHolvValues(kRtcWake);
     }
-    m_bProcessorLimitedOnDc = m_bSleepAllowedInDnd = FALSE;
     RestoreOverriddenSleepTimeout();
     RestoreHolvValues(kBrightness);
     RestoreHolvValues(kPasswordRequired);

@@ -84,7 +84,6 @@ LSTATUS Publisher::OpenKey()
 
 void Publisher::Open()
 {
-    head = {};
     FILETIME started{}, unused{};
     GetProcessTimes(GetCurrentProcess(), &started, &unused, &unused, &unused);
     head.process = ProcessRecord(GetCurrentProcessId(), ToUtc(started));
@@ -161,7 +160,6 @@ void Publisher::Close()
 {
     key.Reset();
     history.Close();
-    published.reset();
 }
 
 void Publisher::Report(LSTATUS error)
@@ -195,9 +193,9 @@ void StartPublishing()
 void EndPublishing()
 {
     CallAfterActivities(nullptr);
-    // A thread may still publish; then it has the last word.
+    // A thread may still publish; then it has the last word. Otherwise nothing is published later,
+    // as this change is never taken off.
     if (g_wanted.fetch_add(1) > 0) return;
     g_publisher.Publish(RecordEvent::stop);
     g_publisher.Close();
-    g_wanted = 0;
 }

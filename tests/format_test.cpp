@@ -47,9 +47,9 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
         {Formatted(L"[%5d][%-5d][%05d][%-05d]", -42, -42, -42, -42),
          L"[  -42][-42  ][-0042][-42  ]"},
         {Formatted(L"%+d %+d % d %+u", 1, -1, 1, 1u), L"+1 -1  1 1"},
-        {Formatted(L"%#x %#X %#x [%#06x]", 255, 255, 0, 10), L"0xff 0XFF 0 [0x000a]"},
-        {Formatted(L"[%.4d][%8.4d][%08.4d][%.0d][%2d]", -7, 7, 7, 0, 12345),
-         L"[-0007][    0007][    0007][][12345]"},
+        {Formatted(L"%#x %#X %#x [%#06x]", 255, 1, 0, 10), L"0xff 0X1 0 [0x000a]"},
+        {Formatted(L"[%.4d][%8.4d][%08.4d][%.0d][%03.0d][%2d]", -7, 7, 7, 0, 7, 12345),
+         L"[-0007][    0007][    0007][][  7][12345]"},
         // text
         {Formatted(L"%s|%ls|%wS|%ws|%S", L"one", L"two", L"three", L"four", "five\xE9"),
          L"one|two|three|four|five\x00E9"},
@@ -70,7 +70,7 @@ TEST(Format, TextThatDoesNotFitIsCutAndSaysSo)
         {3, L"ab", false},     {1, L"", false},       {0, L"#", false}};
     for (const auto& [size, stored, fits] : cases) {
         wchar_t text[] = L"#########";
-        const FormatResult result = FormatText(std::span(text, size), L"%s%5d", L"ab", -7);
+        const FormatResult result = FormatText(std::span(text, size), L"%s%S%5d", L"a", "b", -7);
         EXPECT_EQ(result.fits, fits) << size;
         if (size > 0) {
             EXPECT_EQ(std::wstring(text), stored) << size;

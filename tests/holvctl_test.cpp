@@ -1,7 +1,12 @@
 // What holvctl says of the service by the state that it publishes, where no scenario tells it.
 
+#include <nlohmann/json.hpp>
+
 #include "platform/owned.h"
 #include "platform/virtual/disk/disk.h"
+#include "platform/virtual/power/sleep.h"
+#include "publish/publisher.h"
+#include "state/activity.h"
 #include "tests/ctl.h"
 #include "tests/users_pc.h"
 
@@ -45,15 +50,56 @@ TEST(PublishedStateTest, IsGoneWhenThePcStartsAgainAndLeavesTheSettingsTheirKey)
 
 TEST(PublishedStateTest, WhatCannotBePublishedOrWrittenIsSaidOnceAndHoldsNothingUp)
 {
+    for (const char* function : {"RegCreateKeyExW", "RegSetValueExW"}) {
+        UsersPc user;
+        user.pc.faults.Set(function, {.error = ERROR_ACCESS_DENIED, .count = Faults::kAlways});
+        user.pc.disk.space_left = 0;
+        user.StartService();
+        user.Enter("HOLV_DND");
+        EXPECT_EQ(user.State(), "HOLV_DND");
+        EXPECT_EQ(user.heard.Times("Unable to publish the state, GLE=5"), 1) << function;
+        EXPECT_EQ(user.heard.Times("Unable to write the history, GLE=112"), 1);
+        user.StopService();
+    }
+}
+
+TEST(PublishedStateTest, TellsWhatIsSo)
+{
     UsersPc user;
-    user.pc.faults.Set("RegCreateKeyExW", {.error = ERROR_ACCESS_DENIED, .count = Faults::kAlways});
-    user.pc.disk.space_left = 0;
     user.StartService();
+    user.pc.RunFor(2s);
+    const auto told = [&] {
+        const RegistryValue value = *user.pc.registry.Get(kStateKey, L"Now");
+        EXPECT_EQ(value.data.size(), (value.Text().size() + 1) * sizeof(wchar_t));
+        return nlohmann::json::parse(ToUtf8(value.Text()));
+    };
+    nlohmann::json now = told();
+    EXPECT_NE(now["next"]["idle_check"], now["next"]["hours_begin"]);
+    EXPECT_EQ(now["hours"]["start"], 22 * 60);
+    EXPECT_EQ(now["hours"]["end"], 6 * 60);
+    user.pc.user.Leaves();
+    user.pc.sleep.Ask(L"test");
+    user.pc.RunFor(5s);
     user.Enter("HOLV_DND");
-    EXPECT_EQ(user.State(), "HOLV_DND");
-    EXPECT_EQ(user.heard.Times("Unable to publish the state, GLE=5"), 1);
-    EXPECT_EQ(user.heard.Times("Unable to write the history, GLE=112"), 1);
+    now = told();
+    EXPECT_TRUE(now["user"]["away"].get<bool>());
+    EXPECT_EQ(now["mutes"], 2);
     user.StopService();
+    user.StartService();
+    EXPECT_GT(told()["number"], now["number"]);
+    user.StopService();
+}
+
+TEST(PublishedStateTest, NothingIsPublishedOrLeftOpenAfterItsEnd)
+{
+    StormOnPc({.seeds = 1}, [](Machine& pc, const Machine::Options&) {
+        pc.RunUntilEnd(pc.Start([] {
+            StartPublishing();
+            EndPublishing();
+            const Activity change(Activity::Kind::fact);
+            return 0;
+        }));
+    });
 }
 
 TEST(WatchTest, TellsEachChangeAsItHappensAndThatTheServiceWasKilled)

@@ -67,6 +67,8 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
     EXPECT_EQ(FolderOf(LR"(C:\)"), L"");
 }
 
+constexpr const wchar_t* kHistoryFile = LR"(C:\ProgramData\Orbeq\Holv\History\01-01.jsonl)";
+
 enum class Wrong
 {
     link,
@@ -84,7 +86,7 @@ protected:
 
     void PutWrongThing()
     {
-        const bool file = place.ends_with(L".txt");
+        const bool file = place.find(L'.') != place.npos;
         const std::wstring to =
             file ? LR"(C:\Windows\Elsewhere\new.txt)" : LR"(C:\Windows\Elsewhere)";
         std::filesystem::create_directories(target);
@@ -128,12 +130,15 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair(LR"(C:\ProgramData\Orbeq\Holv)", Wrong::alices_own),
                     std::pair(LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)", Wrong::alices_own),
                     std::pair(LR"(C:\ProgramData\Orbeq\Holv\HOLVLog.txt)", Wrong::second_name),
-                    std::pair(LR"(C:\ProgramData\Orbeq\Holv\History)", Wrong::alices_own)));
+                    std::pair(LR"(C:\ProgramData\Orbeq\Holv\History)", Wrong::alices_own),
+                    std::pair(kHistoryFile, Wrong::link),
+                    std::pair(kHistoryFile, Wrong::alices_own),
+                    std::pair(kHistoryFile, Wrong::second_name)));
 
 TEST_P(WrongPlaceTest, NothingIsWrittenThereUntilItIsRight)
 {
     PutWrongThing();
-    const bool of_history = place.ends_with(L"History"), of_log = place.ends_with(L".txt");
+    const bool of_history = place.find(L"History") != place.npos, of_log = place.ends_with(L".txt");
     RunAsProcess([&] {
         for (int i = 0; i < 2 && !of_history; ++i) Log(1, L"F", L"said");
         const DWORD outputs =
@@ -155,7 +160,7 @@ TEST_P(WrongPlaceTest, NothingIsWrittenThereUntilItIsRight)
         HistoryWriter().Append(UtcTime{0}, L"{}");
     });
     EXPECT_NE(LogBytes().find("at last"), std::string::npos);
-    EXPECT_EQ(pc.disk.Read(LR"(C:\ProgramData\Orbeq\Holv\History\01-01.jsonl)"), "{}\n");
+    EXPECT_EQ(pc.disk.Read(kHistoryFile), "{}\n");
 }
 
 TEST_F(LogPlaceTest, AFolderOfTheSystemsThatUsersMayWriteIsClosedToThem)

@@ -13,7 +13,8 @@
 #include "platform/power.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/core/thread.h"
-#include "reconciler/rules.h"
+#include "reconciler/reconciler.h"
+#include "state/activity.h"
 #include "tests/never_sleep_pc_test.h"
 
 using namespace std::chrono_literals;
@@ -178,15 +179,39 @@ TEST(ReconcilerTest, APcWithoutS3IsNotHeldAwake)
     desk.StopService();
 }
 
+TEST(ReconcilerTest, EndsAtOnceAndHearsOfNoChangeAfterwards)
+{
+    StormOnPc({.seeds = 20}, [](Machine& pc, const Machine::Options&) {
+        pc.RunUntilEnd(pc.Start([] {
+            StartReconciler();
+            Sleep(60'000);
+            const ULONGLONG before = GetTickCount64();
+            EndReconciler();
+            EXPECT_EQ(GetTickCount64(), before);
+            const Activity change(Activity::Kind::fact);
+            return 0;
+        }));
+    });
+}
+
 TEST(ReconcilerTest, LooksOnlyAfterAChange)
 {
     LedBackPc desk;
+    desk.pc.faults.Set("PowerSetRequest", {.count = Faults::kAlways});
     desk.StartService();
-    desk.pc.RunFor(1min);
+    desk.pc.RunUntil([&] { return desk.heard.Has("attempt 3"); }, 5min);
+    desk.pc.RunFor(1s);
+    const std::uint64_t tried = desk.pc.faults.CallsOf("PowerSetRequest");
     const auto looks = [&] { return desk.pc.faults.CallsOf("GetSystemPowerStatus"); };
-    const std::uint64_t before = looks();
-    desk.pc.RunFor(20min);
-    EXPECT_EQ(looks(), before);
+    const auto expect_rest = [&](const char* when) {
+        desk.pc.RunFor(1min);
+        const std::uint64_t before = looks();
+        desk.pc.RunFor(20min);
+        EXPECT_LE(looks(), before + 1) << when;
+    };
+    expect_rest("after three attempts");
+    EXPECT_EQ(desk.pc.faults.CallsOf("PowerSetRequest"), tried);
+    desk.pc.faults.ClearAll();
     const Announcement present{.control = SERVICE_CONTROL_POWEREVENT,
                                .event = PBT_POWERSETTINGCHANGE,
                                .setting = GUID_GLOBAL_USER_PRESENCE,
@@ -202,6 +227,13 @@ TEST(ReconcilerTest, LooksOnlyAfterAChange)
         desk.pc.RunFor(2s);
         EXPECT_GT(looks(), handled) << name;
     }
+    desk.pc.power.Activate(GUID_MIN_POWER_SAVINGS);
+    desk.pc.RunFor(30s);
+    const std::uint64_t flushed = desk.pc.faults.CallsOf("RegFlushKey");
+    desk.pc.RunFor(30s);
+    EXPECT_EQ(desk.pc.faults.CallsOf("RegFlushKey"), flushed + 1) << "when it is quiet";
+    desk.pc.announcer.PowerEvent(PBT_APMSUSPEND);
+    expect_rest("at the word that the PC sleeps");
     desk.StopService();
 }
 

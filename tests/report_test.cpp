@@ -7,6 +7,7 @@
 
 #include "pc/person.h"
 #include "platform/virtual/power/battery.h"
+#include "platform/virtual/power/sleep.h"
 #include "tests/ctl.h"
 #include "tests/schema.h"
 #include "tests/users_pc.h"
@@ -40,6 +41,7 @@ TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
     EXPECT_GE(records, 3);
     bytes.resize(bytes.size() - 20);
     user.pc.disk.Write(file, bytes);
+    user.pc.faults.Set("ReadFile", {.object = file});
     user.StartService();
     user.StopService();
     const auto report = ReportOf(user.pc);
@@ -96,9 +98,21 @@ TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
     EXPECT_GT(full.size(), lines.size()) << "there was room for a line";
     EXPECT_LE(full.size(), kMost);
     EXPECT_EQ(full.back(), '\n');
-    user.pc.SetClock(*ParseCalendar("2026-03-03 12:00"));
+    user.pc.SetClock(*ParseCalendar("2026-03-03 23:59"));
     user.Enter("HOLV_ACTIVE");
     EXPECT_GT(user.pc.disk.Read(file(3)).value_or("").size(), 100u);
+    // A line that its own day's file cannot take goes to no other day's.
+    for (const auto& [day, function] :
+         {std::pair{3, "SHGetKnownFolderPath"}, std::pair{4, "CreateDirectoryW"}}) {
+        const auto before = user.pc.disk.Read(file(day));
+        user.pc.faults.Set(function, {.count = Faults::kAlways});
+        user.pc.SetClock(user.pc.clock() + 24h);
+        user.pc.RunFor(1s);
+        EXPECT_EQ(user.pc.disk.Read(file(day)), before) << function;
+        user.pc.faults.ClearAll();
+        user.Enter("HOLV_DND");
+        EXPECT_TRUE(user.pc.disk.Read(file(day + 1)));
+    }
     user.StopService();
 }
 
@@ -114,6 +128,43 @@ TEST(HistoryTest, AFullDiskEndsInAWholeLine)
     const auto report = ReportOf(user.pc);
     EXPECT_EQ(report["torn_lines"], 1);
     EXPECT_GT(report["days"][0]["ms"]["HOLV_DND"].get<std::int64_t>(), 1000);
+}
+
+// One thread publishes for all: while it waits for the disk, the state may change more than once.
+TEST(HistoryTest, ASlowDiskHidesNoChangeOfState)
+{
+    UsersPc user;
+    user.StartService();
+    user.pc.slowness.Set("WriteFile", {.typical = 20s});
+    user.pc.user.Leaves();
+    user.pc.sleep.Ask(L"test");
+    user.pc.RunFor(2s);
+    for (const int slot : {enter_idle, enter_dnd}) {
+        user.view.Raise(slot);
+        user.pc.RunFor(1s);
+    }
+    user.pc.slowness.ClearAll();
+    user.pc.RunFor(32s);
+    EXPECT_TRUE(RunCtl(user.pc, "status").said.starts_with("HOLV_DND"));
+    user.StopService();
+    std::istringstream lines(
+        user.pc.disk.Read(std::wstring(kHistory) + L"03-02.jsonl").value_or(""));
+    Lines told;
+    int number = 0;
+    std::int64_t since = -1;
+    for (std::string line; std::getline(lines, line);) {
+        const nlohmann::json record = nlohmann::json::parse(line);
+        EXPECT_GT(record["number"], number) << line;
+        number = record["number"];
+        if (record["since_tick"] == since) continue;
+        since = record["since_tick"];
+        told.push_back(record["state"].get<std::string>() + " " +
+                       record["reason"].get<std::string>() + " " +
+                       record["event"].get<std::string>());
+    }
+    EXPECT_LINES(told, Lines{"HOLV_INIT starting start", "HOLV_ACTIVE away_mode change",
+                             "HOLV_IDLE processor_idle change", "HOLV_DND hours change",
+                             "HOLV_INIT starting change"});
 }
 
 // The idle time is looked at every half hour, and the power requests are listed each time.

@@ -1,14 +1,16 @@
 // What breaks each rule of the reconciler, and what does not: facts as they may be read, a change
 // each from those of a PC where all is well.
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
 #include "platform/virtual/base/guid.h"
 #include "platform/virtual/base/text.h"
+#include "platform/virtual/power/power.h"
+#include "power/machine_power.h"
 #include "reconciler/rules.h"
+#include "state/global_events.h"
+#include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;
 
@@ -234,6 +236,73 @@ TEST(RulesTest, TheUserHasHisOwnPlanItsOwnValuesAndHisSound)
                f.active_plan = kUsersPlan;
            },
            {});
+}
+
+// --- On a PC ---
+
+class RulesOnPcTest : public VirtualPcTest
+{
+protected:
+    static void Cure(const std::string& name, const Facts& facts)
+    {
+        for (const Rule& rule : Rules()) {
+            if (ToUtf8(rule.name) == name) rule.cure(facts);
+        }
+    }
+};
+
+TEST_F(RulesOnPcTest, ACureTouchesOnlyWhatIsWrong)
+{
+    const std::tuple<Facts, bool, bool> boundaries[] = {
+        {InOrder(), true, false}, {AwayAtMidnight(), false, true}, {FeatureOff(), false, false}};
+    RunAsProcess([&] {
+        createGlobalEvents();
+        Cure("idle_time", InOrder());
+        for (const DWORD expected : {DWORD{WAIT_OBJECT_0}, DWORD{WAIT_TIMEOUT}}) {
+            EXPECT_EQ(WaitForSingleObject(g_hGlobalEvents[TIMER_IDLE], 2'000), expected);
+        }
+        for (const auto& each : boundaries) {
+            for (const GlobalEvent timer : {TIMER_DND_START, TIMER_DND_END}) {
+                ArmGlobalTimer(timer, -kUnitsPerSecond, 0, FALSE);
+            }
+            Cure("boundary_stale", std::get<Facts>(each));
+            EXPECT_EQ(GlobalTimerDue(TIMER_DND_START, 0).has_value(), std::get<1>(each));
+            EXPECT_EQ(GlobalTimerDue(TIMER_DND_END, 0).has_value(), std::get<2>(each));
+        }
+        closeGlobalEvents();
+        Cure("requests", FeatureOff());
+        EXPECT_EQ(pc.faults.CallsOf("PowerCreateRequest"), 0u);
+    });
+}
+
+TEST_F(RulesOnPcTest, IdleTimeSourceAndPlansAreThePcs)
+{
+    Facts unwatched = InOrder();
+    unwatched.idle_time_watched = false;
+    RunAsProcess([&] {
+        for (const DWORD seconds : {0, 60}) {
+            pc.power.Write(GUID_TYPICAL_POWER_SAVINGS, GUID_STANDBY_TIMEOUT, PowerSource::ac,
+                           seconds);
+            EXPECT_EQ(Broken(unwatched), seconds > 0 ? Names{"idle_time"} : Names{});
+        }
+        const auto manager = std::make_shared<CPowerPolicyManager>();
+        CNeverSleepState::m_pPowerPolicyManager.Set(manager);
+        for (const BYTE line : {0, 1, 255}) {
+            pc.power.line = line;
+            EXPECT_EQ(ReadFacts().on_ac, line > 1 ? std::nullopt : std::optional(line == 1));
+        }
+        pc.power.RunOnBattery(100);
+        ReadFacts();
+        EXPECT_EQ(KnownCharge(), 100);
+        Guarded<CPowerPolicyManager::KnownPlans>::Copy plans;
+        manager->EnterHolvControl();
+        manager->EnterHolvState();
+        CPowerPolicyManager::RefreshKnownPlans(plans);
+        manager->EnterHolvControl();
+        CPowerPolicyManager::RefreshKnownPlans(plans);
+        EXPECT_TRUE(IsEqualGUID(plans.value.user, GUID_MAX_POWER_SAVINGS));
+        CNeverSleepState::m_pPowerPolicyManager.Set(nullptr);
+    });
 }
 
 }  // namespace

@@ -170,8 +170,8 @@ CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST device, PWSTR id, ULONG idCount, ULON
     return CR_SUCCESS;
 }
 
-BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD inputSize, LPVOID, DWORD,
-                            LPDWORD returned, OVERLAPPED* overlapped)
+BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD inputSize, LPVOID output,
+                            DWORD outputSize, LPDWORD returned, OVERLAPPED* overlapped)
 {
     Call call(fn_device_io_control);
     if (!returned) {
@@ -182,6 +182,7 @@ BOOL WINAPI DeviceIoControl(HANDLE handle, DWORD code, LPVOID input, DWORD input
     *returned = 0;
     if (call.Fails()) return FALSE;
     if (overlapped) return call.Fail(ERROR_INVALID_PARAMETER);
+    if (!output && outputSize > 0) return call.Fail(ERROR_NOACCESS);
     const auto* object = call.Find<Object>(handle);
     if (!object) return FALSE;
     const auto* open = dynamic_cast<const DeviceHandle*>(object);

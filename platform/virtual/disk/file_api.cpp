@@ -349,6 +349,10 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     if (call.Fails()) return INVALID_HANDLE_VALUE;
     if (!path || !*path) return FailToOpen(call, ERROR_PATH_NOT_FOUND);
     if (StartsWith(path, LR"(\\.\)") || StartsWith(path, LR"(\\?\)")) {
+        constexpr DWORD kAllShares = 7;  // for reading, writing and deleting
+        if (disposition != OPEN_EXISTING || (share & ~kAllShares)) {
+            return FailToOpen(call, ERROR_INVALID_PARAMETER);
+        }
         return OpenDevice(call, path, access, flags);
     }
     return OpenFile(call, path, access, share, disposition);

@@ -210,11 +210,12 @@ BYTE WINAPI GetPwrCapabilities(SYSTEM_POWER_CAPABILITIES* capabilities)
     return TRUE;
 }
 
-NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID, ULONG, PVOID output,
-                                       ULONG outputSize)
+NTSTATUS WINAPI CallNtPowerInformation(POWER_INFORMATION_LEVEL level, PVOID, ULONG inputSize,
+                                       PVOID output, ULONG outputSize)
 {
     Call call(fn_call_nt_power_information);
     if (call.Fails()) return static_cast<NTSTATUS>(call.error());
+    if (inputSize > 0) return kStatusInvalidParameter;  // neither level has an input
     if (level == SystemPowerCapabilities) {
         return Give(Capabilities(call.machine.power), output, outputSize);
     }
