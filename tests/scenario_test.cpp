@@ -127,6 +127,7 @@ std::string Between(const std::string& line, const std::string& before, const st
 // promised of which thread comes first.
 Lines DeedsOf(const std::string& trace)
 {
+    const std::regex backslash(R"(\\\\)");
     std::map<std::string, std::size_t> threads;
     std::map<std::pair<std::string, std::size_t>, Lines> deeds;
     std::istringstream lines(trace);
@@ -136,7 +137,7 @@ Lines DeedsOf(const std::string& trace)
         std::string text = Between(line, R"("kind":)", R"(,"type":3,)");
         if (id == "0" || text.starts_with(R"("write")") || text.starts_with(R"("event")")) continue;
         if (text.ends_with(R"(\n"})")) text.erase(text.size() - 4);
-        text = std::regex_replace(text, std::regex(R"(\\\\)"), "/");
+        text = std::regex_replace(text, backslash, "/");
         std::erase_if(text, [](char c) { return c == '"' || c == '{' || c == '}' || c == '\\'; });
         const std::size_t thread = threads.try_emplace(id, threads.size() + 1).first->second;
         deeds[{Between(line, R"("clock":")", "\""), thread}].push_back(text);

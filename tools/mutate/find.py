@@ -298,8 +298,9 @@ def reads(text, target):
 
 
 def is_quiet(node):
-    """Whether the order of the statement and of another such one is not seen from outside: an assignment to a
-    variable that is not atomic, without a call; a call that reads, or that holds or lets go of an object."""
+    """Whether the order of the statement and of another such one is not seen from outside: an assignment to
+    what is not atomic, of anything to a variable of the function and of what calls nothing to all else; a call
+    that reads, or that holds or lets go of an object."""
     if node.kind == K.CALL_EXPR and node.spelling != 'operator=':
         return node.spelling in HOLDS or re.match(r'(Get|Read|Query)[A-Z]', node.spelling) is not None
     if node.kind != K.BINARY_OPERATOR and node.spelling != 'operator=':

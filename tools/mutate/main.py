@@ -32,7 +32,8 @@ def arguments():
                         help='how many faults of a file are tried that need a build of their own (4)')
     parser.add_argument('--sample', type=int, help='try so many faults of each file, the same every time')
     parser.add_argument('--slow', action='store_true',
-                        help=f'also run the tests that take more than {trial.SLOW_SECONDS:.0f} s, and those of each version of Windows')
+                        help=f'also run the tests that take more than {trial.SLOW_SECONDS:.0f} s, '
+                             'and the scenarios on each version of Windows')
     parser.add_argument('--again', action='store_true', help='try survivors without a reason again')
     parser.add_argument('--self-test', action='store_true', help='show that the faults are what they say')
     return parser.parse_args()

@@ -284,8 +284,8 @@ HRESULT WINAPI CoCreateGuid(GUID* guid)
 {
     Call call(fn_co_create_guid);
     if (!guid) return E_INVALIDARG;
-    *guid =
-        call.machine.com.NewGuid();  // also where it fails: nothing says that it then writes none
+    // Also where it fails: nothing says that it then writes none.
+    *guid = call.machine.com.NewGuid();
     return call.Fails() ? static_cast<HRESULT>(call.error()) : S_OK;
 }
 
