@@ -146,27 +146,6 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
               "stop at " + std::to_string(pc.outputs.debug().size()) + " with 2 threads");
 }
 
-TEST_F(ServiceTest, AShutdownFindsTheUsersPlanRestoredAndTheServiceStartsWithTheSystem)
-{
-    EXPECT_EQ(service.Run(L"-Service"), 0);
-    std::wstring plan_at_end;
-    pc.journal.Listen([&](const Effect& effect) {
-        if (effect.kind != "service status" || !plan_at_end.empty()) return;
-        if (effect.Text("state") == L"stopped") plan_at_end = pc.power.active().name;
-    });
-    service.Restart();
-    pc.sleep.Ask(L"test");
-    pc.RunFor(1s);
-    EXPECT_EQ(pc.power.active().name, L"Power saver");
-    pc.ShutDown();
-    EXPECT_EQ(plan_at_end, L"Balanced") << "the system may end a service that has stopped";
-    EXPECT_TRUE(service.heard.Has("SERVICE_CONTROL_SHUTDOWN"));
-    ExpectReportsOfAStop();
-    pc.Boot();
-    EXPECT_EQ(service.State(), "running") << "it starts with the system";
-    service.Stop();
-}
-
 TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
 {
     constexpr DWORD kChangedMode = 0x80010106;
@@ -229,23 +208,6 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
     EXPECT_EQ(service.State(), "stopped");
 }
 
-TEST_F(ServiceTest, CallsAreSecuredBeforeTheStateMachineCreatesObjects)
-{
-    const auto objects = [&] { return pc.faults.CallsOf("CoCreateInstance"); };
-    std::optional<std::uint64_t> objects_before;
-    pc.journal.Listen([&](const Effect& effect) {
-        if (effect.kind == "com security") objects_before = objects();
-    });
-    EXPECT_EQ(service.Run(L"-Service"), 0);
-    const std::uint64_t at_start = objects();
-    pc.slowness.Set("CoInitializeSecurity", {.typical = 1s});
-    service.Restart();
-    pc.RunFor(2s);
-    EXPECT_EQ(objects_before, at_start);
-    EXPECT_GT(objects(), at_start) << "the sound system's enumerator";
-    service.Stop();
-}
-
 TEST_F(ServiceTest, ACallThatHangsHoldsUpTheStartForTenSecondsAndTheEndForFive)
 {
     EXPECT_EQ(service.Run(L"-Service"), 0);
@@ -274,21 +236,6 @@ TEST_F(ServiceTest, ACallThatHangsHoldsUpTheStartForTenSecondsAndTheEndForFive)
     pc.RunFor(200ms);
     EXPECT_TRUE(service.heard.Has("Service stopped")) << "the system waits no longer";
     left_open_is_expected = true;
-}
-
-TEST_F(ServiceTest, AStateMachineThatEndsByItselfEndsTheService)
-{
-    service.Start();
-    pc.faults.Set("WaitForMultipleObjects", {.error = 1816});
-    pc.session.Logon(L"alice");
-    pc.announcer.SettingChanged(GUID{});
-    // Its next wait is the one that fails.
-    pc.announcer.Announce({.control = SERVICE_CONTROL_POWEREVENT, .event = PBT_APMRESUMESUSPEND});
-    service.AwaitEnd();
-    EXPECT_TRUE(
-        service.heard.Has("Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"));
-    EXPECT_EQ(service.Reports(), "running running stopped stopped ");
-    EXPECT_EQ(pc.processes().back()->exit_code(), 0);
 }
 
 TEST_F(ServiceTest, ACrashIsToldInTheLogAndEndsTheProcess)

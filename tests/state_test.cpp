@@ -376,36 +376,4 @@ TEST_F(StateTest, LyncIsInstalledWhereAnyOfItsKeysIs)
     });
 }
 
-// --- Threads ---
-
-// Two threads change the state at once; every change in the log starts where the last one ended.
-void ExpectUnbrokenChainOfTwo(Machine& pc, const Machine::Options&)
-{
-    pc.registry.SetDword(kUserKey, L"LoggingEnabled", kLogToDebugger);
-    Process& process = pc.Start([] {
-        RegInit();
-        const auto change = [](LPVOID states) -> DWORD {
-            for (int i = 0; i < 20; ++i) {
-                S::UpdateState(static_cast<const ESystemState*>(states)[i % 2]);
-            }
-            return 0;
-        };
-        ESystemState states[2][2] = {{S0_NORMAL, HOLV_ACTIVE}, {HOLV_S3, HOLV_DND}};
-        const OwnedHandle threads[] = {
-            OwnedHandle(CreateThread(nullptr, 0, change, states[0], 0, nullptr)),
-            OwnedHandle(CreateThread(nullptr, 0, change, states[1], 0, nullptr))};
-        for (const OwnedHandle& thread : threads) WaitForSingleObject(thread.Get(), INFINITE);
-        return 0;
-    });
-    pc.RunUntilEnd(process);
-    const auto& [changes, last] = ExpectUnbrokenChain(Heard(pc));
-    EXPECT_EQ(changes, 40);
-    EXPECT_EQ(last, Name(S::m_eSystemState));
-}
-
-TEST(StateRaceTest, ChangesByTwoThreadsFormOneUnbrokenChain)
-{
-    StormOnPc({.seeds = 20, .free = 5}, ExpectUnbrokenChainOfTwo);
-}
-
 }  // namespace

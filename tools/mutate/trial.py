@@ -117,10 +117,11 @@ class Test:
 class Trial:
     """The tests, and which of the faults in some files each of them reaches."""
 
-    def __init__(self, files, workers, slow):
+    def __init__(self, files, workers, slow, without):
         self.suites = {file: suites_of(file) for file in files}
+        names = [name for name in all_tests() if not without or not re.search(without, name)]
         with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-            tests = [test for test in pool.map(self.record_one, all_tests()) if test]
+            tests = [test for test in pool.map(self.record_one, names) if test]
         self.tests = sorted((t for t in tests if slow or (t.seconds <= SLOW_SECONDS
                                                           and not t.name.endswith(SELDOM))),
                             key=lambda t: t.seconds)
