@@ -1,5 +1,7 @@
 // The disk, pipes and the console, as a process of the PC uses them.
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <stdexcept>
 
@@ -55,6 +57,17 @@ TEST_F(DiskTest, PathsAreFoundWhateverTheirLetterCaseAndKeepTheSpellingTheyWereM
                                 LR"(\notes.txt)", LR"(C:\ProgramData\..\..\etc\passwd)"}) {
         EXPECT_THROW(pc.disk.HostPath(path), std::invalid_argument) << ToUtf8(path);
     }
+}
+
+TEST(DiskOfAMachine, IsKeptWhereItHasAPlace)
+{
+    const fs::path root = fs::temp_directory_path() / ("disk_test." + std::to_string(::getpid()));
+    {
+        Machine pc({.root = root});
+        pc.disk.Write(kFile, "kept");
+    }
+    EXPECT_EQ(Machine({.root = root}).disk.Read(kFile), "kept");
+    fs::remove_all(root);
 }
 
 TEST_F(DiskTest, WritesLandAtThePositionAndAreTold)
