@@ -199,6 +199,7 @@ TEST_F(DeviceTest, EachFailingStepIsNamedWithItsErrorAndLeavesNothingOpen)
         EXPECT_EQ(Tell(2), kSend + "0x1");
         device.FailRequests(NO_ERROR);
         EXPECT_EQ(device.Mode(), std::nullopt) << "refused";
+        EXPECT_EQ(device.Requests().back().error, static_cast<DWORD>(ERROR_INVALID_FUNCTION));
         pc.devices.size_query_succeeds = true;
         EXPECT_EQ(Tell(3), "") << "a size that is told without a failure is as good";
         EXPECT_EQ(device.Mode(), 3u);

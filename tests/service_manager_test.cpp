@@ -217,6 +217,11 @@ TEST_F(ServiceManagerTest, ADeletedServiceGoesWhenItHasStoppedAndNobodyHasItOpen
                        ERROR_SERVICE_NOT_IN_EXE)});
     });
     pc.services.Delete(L"Probe");
+}
+
+TEST_F(ServiceManagerTest, NamesThatAreBadOrTakenAndCirclesAreRefused)
+{
+    pc.registry.SetDword(kKey, L"DeleteFlag", 1);  // what a PC that was switched off has kept
     EXPECT_EQ(pc.services.Create(Config(L"Bad/name")), DWORD{ERROR_INVALID_NAME});
     ServiceConfig same = Config(L"Other");
     same.display_name = L"remote procedure call (RPC)";

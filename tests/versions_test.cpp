@@ -1,5 +1,5 @@
-// What differs between the versions of Windows: what is announced, which time asleep counts, and
-// how power requests are listed.
+// What differs between the versions of Windows: what is announced, which time asleep counts, how
+// power requests are listed, and which version a program is told of.
 
 #include "platform/command.h"
 #include "platform/kernel.h"
@@ -30,6 +30,19 @@ protected:
         return sections;
     }
 };
+
+TEST_F(VersionsTest, AProgramIsToldOfNoLaterVersionThanItsManifestNames)
+{
+    pc.os_version = kWindows10;
+    RunAsProcess([] {
+        OSVERSIONINFOW information{};
+        information.dwOSVersionInfoSize = sizeof(information);
+        EXPECT_TRUE(GetVersionExW(&information));
+        EXPECT_EQ(OsVersion(information.dwMajorVersion, information.dwMinorVersion,
+                            information.dwBuildNumber),
+                  kWindows8);
+    });
+}
 
 TEST_F(VersionsTest, TheUsersPresenceIsAnnouncedFromWindows8On)
 {
