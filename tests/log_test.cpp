@@ -3,6 +3,7 @@
 #include <fnmatch.h>
 
 #include <cstdio>
+#include <fstream>
 #include <map>
 
 #include "log/event_source.h"
@@ -273,6 +274,10 @@ TEST_F(LogTest, TheFileIsWrittenFromItsStartOncePastTheLimit)
 {
     constexpr std::size_t kMegabyte = 1 << 20;
     const std::size_t first_line = LineInFile(0x1000, kRule, 5).size();
+    // What administrators are told of it.
+    std::ifstream table(HOLV_SOURCE_DIR "/tools/settings.txt");
+    const std::string told(std::istreambuf_iterator<char>(table), {});
+    EXPECT_NE(told.find("\nLogFileSizeMB | User | number 1 to 2047 | 5 |"), told.npos);
     const struct
     {
         RegistryValue setting;  // LogFileSizeMB; of no type when it is missing
