@@ -6,7 +6,6 @@
 #include "platform/virtual/base/guid.h"
 #include "platform/virtual/power/power.h"
 #include "platform/virtual/power/power_plans.h"
-#include "platform/virtual/power/processor.h"
 #include "platform/virtual/sessions/session.h"
 #include "tests/running_service.h"
 
