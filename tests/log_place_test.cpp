@@ -7,6 +7,7 @@
 #include "log/rights.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/console/outputs.h"
+#include "tests/fresh_service.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;
@@ -157,10 +158,72 @@ TEST_P(WrongPlaceTest, NothingIsWrittenThereUntilItIsRight)
     std::filesystem::remove_all(pc.disk.HostPath(place));
     RunAsProcess([] {
         Log(1, L"F", L"at last");
-        HistoryWriter().Append(UtcTime{0}, L"{}");
+        HistoryWriter().Append(UtcTime{kUnitsPerDay - 1}, L"{}");  // of the same day
     });
     EXPECT_NE(LogBytes().find("at last"), std::string::npos);
     EXPECT_EQ(pc.disk.Read(kHistoryFile), "{}\n");
+}
+
+// A place of which it cannot be learned who may write it is none.
+TEST_F(LogPlaceTest, NothingIsWrittenWhereThePlaceCannotBeLookedAt)
+{
+    const std::tuple<const wchar_t*, const wchar_t*, std::function<void()>> writers[] = {
+        {kLogPath, LR"(C:\ProgramData\Orbeq)", [] { Log(1, L"F", L"said"); }},
+        {kHistoryFile, LR"(C:\ProgramData\Orbeq\Holv\History)",
+         [] { HistoryWriter().Append(UtcTime{0}, L"{}"); }}};
+    for (const auto& [place, made, write] : writers) {
+        for (const char* function :
+             {"GetFileAttributesW", "GetFileSecurityW", "GetFileInformationByHandle",
+              "ConvertSecurityDescriptorToStringSecurityDescriptorW",
+              "ConvertStringSecurityDescriptorToSecurityDescriptorW"}) {
+            bool struck = true;
+            for (std::uint64_t nth = 1; struck; ++nth) {
+                FreshService();
+                g_dwLoggingLevel = 6;
+                g_dwLoggingEnabled = place == kLogPath ? kLogToFile : 0;
+                std::filesystem::remove_all(pc.disk.HostPath(made));
+                const std::uint64_t before = pc.faults.CallsOf(function);
+                pc.faults.Set(function, {.error = ERROR_ACCESS_DENIED, .first = nth});
+                RunAsProcess(write);
+                struck = pc.faults.CallsOf(function) - before >= nth;
+                pc.faults.ClearAll();
+                EXPECT_EQ(pc.disk.Read(place).value_or("").empty(), struck)
+                    << function << " " << nth;
+            }
+        }
+    }
+}
+
+TEST_F(LogPlaceTest, AFullDiskTearsOneLineOfTheHistoryAndEachFailureIsToldOnce)
+{
+    RunAsProcess([&] {
+        Log(1, L"F", L"The log makes the folder that both are in");
+        g_dwLoggingEnabled = kLogToDebugger;
+        HistoryWriter history;
+        for (const wchar_t* line : {L"{1}", L"{22}", L"{3}", L"{4}", L"{55}"}) {
+            const bool full = std::wcslen(line) > 3;
+            pc.disk.space_left = full ? std::optional<std::uint64_t>(2) : std::nullopt;
+            history.Append(UtcTime{0}, line);
+            if (full) history.Append(UtcTime{0}, line);
+        }
+    });
+    EXPECT_EQ(pc.disk.Read(kHistoryFile), "{1}\n{2\n{3}\n{4}\n{5");
+    EXPECT_EQ(heard.Times("Unable to write the history, GLE=112"), 2);
+}
+
+TEST_F(LogPlaceTest, ALineThatHasNoPlaceOnItsDayIsNotWrittenOnTheDayBefore)
+{
+    RunAsProcess([&] {
+        Log(1, L"F", L"The log makes the folder that both are in");
+        HistoryWriter history;
+        // Links are looked for at two folders and theirs, and at the file.
+        for (std::uint64_t nth = 1; nth <= 5; ++nth) {
+            history.Append(UtcTime{0}, L"{}");
+            pc.faults.Set("GetFileAttributesW", {.error = ERROR_ACCESS_DENIED, .first = nth});
+            history.Append(UtcTime{kUnitsPerDay}, L"{1}");
+        }
+    });
+    EXPECT_EQ(pc.disk.Read(kHistoryFile), "{}\n{}\n{}\n{}\n{}\n");
 }
 
 TEST_F(LogPlaceTest, AFolderOfTheSystemsThatUsersMayWriteIsClosedToThem)

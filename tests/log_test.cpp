@@ -23,13 +23,13 @@ constexpr const wchar_t* kPipe = L"ZYTA_HOLV_IP1";
 constexpr std::string_view kEnd = "\r\n\r\r";
 constexpr std::string_view kRule = "=====================================================";
 
-// A line of the log as it stands in the file, written at 14:03:27.512.
+// A line of the log as it stands in the file, written at 14:53:27.012.
 std::string LineInFile(DWORD thread, std::string_view text, DWORD level,
                        std::string_view end = kEnd)
 {
     char head[64];
     char tail[64];
-    std::snprintf(head, sizeof(head), "14:03:27:512,[t:0x%X] : ", static_cast<unsigned>(thread));
+    std::snprintf(head, sizeof(head), "14:53:27:012,[t:0x%X] : ", static_cast<unsigned>(thread));
     std::snprintf(tail, sizeof(tail), " [L=%u][M=NeverSleep]", static_cast<unsigned>(level));
     return std::string(head).append(text).append(tail).append(end);
 }
@@ -57,16 +57,16 @@ class LogTest : public VirtualPcTest
 protected:
     LogTest()
     {
-        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        pc.SetClock(*ParseCalendar("2026-03-02 14:53:27"));
         g_dwLoggingLevel = 6;
         g_dwLoggingEnabled = kLogToFile;
     }
 
-    // Runs `body` in a process at 14:03:27.512.
+    // Runs `body` in a process at 14:53:27.012.
     void RunAtTheTime(const std::function<void()>& body)
     {
         RunAsProcess([&] {
-            Sleep(512);
+            Sleep(12);
             thread = GetCurrentThreadId();
             body();
         });
@@ -100,7 +100,7 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
     // As the shell's patterns.
     const char* const expected[] = {
         kRule.data(),
-        "Log set to file on 02.03.2026, at 14:03:27:512",
+        "Log set to file on 02.03.2026, at 14:53:27:012",
         R"(Executable: C:\Program Files\Orbeq\Holv\HOLVService.exe)",
         "Compile time : [A-Z][a-z][a-z] [ 1-3][0-9] 20[0-9][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9]",
         "ProcessID: 0x400",
@@ -173,6 +173,27 @@ TEST_F(LogTest, LevelAndMaskDecideWhichOutputsAMessageReaches)
             EXPECT_EQ(event.strings, std::vector<std::wstring>{L"HOLV - F   said 1"});
         }
     });
+}
+
+TEST_F(LogTest, ALineIsIndentedByItsThreadsDepthAndNoneIsAboveTheWritersLevel)
+{
+    constexpr std::size_t kMost = 99;
+    RunAtTheTime([] {
+        CLOGFile writer;
+        const auto indent = [](std::uintptr_t blanks) {
+            constexpr DWORD kIndexes = 8;  // one of them is the writer's
+            for (DWORD i = 0; i < kIndexes; ++i) TlsSetValue(i, reinterpret_cast<LPVOID>(blanks));
+        };
+        indent(3);
+        writer.Open();
+        indent(kMost + 1);
+        writer.Write(16, L"said");
+        writer.Write(17, L"too detailed");
+    });
+    const Lines lines = LinesIn(LogBytes());
+    ASSERT_EQ(lines.size(), 9u);
+    EXPECT_EQ(TextIn(lines[0]), kRule) << "the thread that opens the writer begins at no depth";
+    EXPECT_EQ(lines[8], LineInFile(thread, std::string(kMost, ' ') + "said", 16, ""));
 }
 
 TEST_F(LogTest, LongMessagesAreCutAtTheirLimitsAndLongLinesDropped)
@@ -248,7 +269,7 @@ TEST_F(LogTest, AFullDiskCostsTheLineAndNothingElse)
         pc.disk.space_left.reset();
         Log(2, L"F", L"after");
     });
-    EXPECT_TRUE(LogBytes().ends_with(LineInFile(thread, "before", 2) + "14:03:27:5" +
+    EXPECT_TRUE(LogBytes().ends_with(LineInFile(thread, "before", 2) + "14:53:27:0" +
                                      LineInFile(thread, "after", 2)));
 }
 
@@ -291,7 +312,7 @@ TEST_F(LogTest, TheFileIsWrittenFromItsStartOncePastTheLimit)
     for (const auto& limit : limits) {
         SCOPED_TRACE(&limit - limits);
         FreshService();
-        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        pc.SetClock(*ParseCalendar("2026-03-02 14:53:27"));
         pc.registry.DeleteValue(kUserKey, L"LogFileSizeMB");
         if (limit.setting.type != REG_NONE)
             pc.registry.Set(kUserKey, L"LogFileSizeMB", limit.setting);
@@ -299,7 +320,7 @@ TEST_F(LogTest, TheFileIsWrittenFromItsStartOncePastTheLimit)
         RunAtTheTime([] { Log(2, L"F", L"said"); });
         const std::string bytes = LogBytes();
         EXPECT_EQ(bytes.find(" : Log set to file on 02.03.2026"),
-                  limit.header_at + std::string_view("14:03:27:512,[t:0x1000]").size());
+                  limit.header_at + std::string_view("14:53:27:012,[t:0x1000]").size());
         EXPECT_NE(bytes.find(std::string("Log File Size: ") + limit.size_line), bytes.npos);
         EXPECT_GE(bytes.size(), limit.existing) << "the file never gets shorter";
         EXPECT_EQ(bytes.ends_with(LineInFile(thread, "said", 2)),
@@ -314,9 +335,9 @@ TEST(LogStormTest, FirstMessagesFromEverywhereGiveOneHeaderAndWholeLinesInOrder)
     constexpr int kThreads = 8;
     constexpr int kMessages = 25;
     StormOnPc({.seeds = 10, .free = 2}, [](Machine& pc, const Machine::Options&) {
-        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        pc.SetClock(*ParseCalendar("2026-03-02 14:53:27"));
         Process& process = pc.Start([] {
-            Sleep(512);
+            Sleep(12);
             OwnedHandle threads[kThreads];
             for (OwnedHandle& each : threads) {
                 each.Reset(CreateThread(
@@ -340,7 +361,7 @@ TEST(LogStormTest, FirstMessagesFromEverywhereGiveOneHeaderAndWholeLinesInOrder)
         std::map<DWORD, int> next;  // by thread
         for (std::size_t i = 8; i < lines.size(); ++i) {
             unsigned id = 0;
-            ASSERT_EQ(std::sscanf(lines[i].c_str(), "14:03:27:512,[t:0x%X]", &id), 1) << lines[i];
+            ASSERT_EQ(std::sscanf(lines[i].c_str(), "14:53:27:012,[t:0x%X]", &id), 1) << lines[i];
             char text[32];
             std::snprintf(text, sizeof(text), "message %02d", next[id]++);
             EXPECT_EQ(lines[i], LineInFile(id, text, 2, ""));
