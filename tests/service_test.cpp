@@ -22,7 +22,6 @@
 #include "platform/virtual/processes/libraries.h"
 #include "platform/virtual/sessions/session.h"
 #include "settings/settings.h"
-#include "tests/fresh_service.h"
 #include "tests/service_test.h"
 
 using namespace std::chrono_literals;
@@ -220,20 +219,6 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
             EXPECT_EQ(LeftOpenBy(*pc.processes().back()), "");
         }
     }
-    // The tolerated case: a runtime library has put the thread into the other kind of apartment.
-    pc.libraries.resident = {L"mscoree.dll"};
-    pc.faults.Set("CoInitialize", {.error = kChangedMode});
-    service.Restart();
-    EXPECT_EQ(service.State(), "running");
-    EXPECT_FALSE(service.heard.Has("InitializeCom failed"));
-    service.Stop();
-    EXPECT_EQ(service.State(), "stopped");
-    // Such a thread has no window, and its end is posted to it all the same.
-    pc.faults.Set("CoInitialize", {.error = kChangedMode});
-    pc.faults.Set("CreateThread", {.error = 5});
-    service.Restart();
-    pc.RunFor(1s);
-    EXPECT_EQ(service.State(), "stopped");
 }
 
 TEST_F(ServiceTest, CallsAreSecuredBeforeTheStateMachineCreatesObjects)
@@ -467,19 +452,6 @@ TEST_F(ServiceTest, AsAServerItEndsWhenItsLastClientHasLetGo)
         EXPECT_EQ(pc.now(), began) << "the server ends at once";
         EXPECT_EQ(static_cast<DWORD>(failing.exit_code()), result) << function;
     }
-
-    // On a thread without a window, for a client that comes and goes while the class is resumed.
-    FreshService();
-    pc.libraries.resident = {L"mscoree.dll"};
-    pc.faults.Set("CoInitialize", {.error = 0x80010106});
-    pc.slowness.Set("CoResumeClassObjects", {.typical = 1s});
-    Process& early = pc.Start(serve);
-    pc.RunUntil([&] { return pc.faults.CallsOf("CoResumeClassObjects") > 2; });
-    RunAsProcess([] {
-        LockAgentModule();
-        UnlockAgentModule();
-    });
-    EXPECT_TRUE(pc.RunUntil([&] { return !early.running(); }, 1min)) << "its end was lost";
 }
 
 TEST_F(ServiceTest, OnlyAWholeTextMakesItAService)
