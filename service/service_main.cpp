@@ -34,7 +34,6 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
         Log(6, kServiceMain, L"HOLV service global events are created");
         StartPublishing();
         m_hCallSecuritySet.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        MakeMessageQueue();
         const OwnedHandle state_machine(
             CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
         Sleep(0);
