@@ -249,6 +249,8 @@ TEST_F(LogTest, AFailedOpenIsTriedAgainAndAlsoTheNextFolderServes)
     pc.disk.Write(LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)", "");
     pc.faults.Set("CreateFileW", {.count = 2});  // pipe and file of the first message
     pc.faults.Set("SHGetKnownFolderPath", {.count = Faults::kAlways});
+    pc.faults.Set("SetNamedPipeHandleState", {.error = 5});  // a pipe that could hold it up
+    const auto listener = pc.disk.Listen(kPipe, L"alice");
     RunAtTheTime([] {
         Log(2, L"F", L"lost");
         Log(2, L"F", L"kept");
