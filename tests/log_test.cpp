@@ -82,7 +82,7 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
     RunAtTheTime([] {
         Log(1, L"CNeverSleepState::EnterNormalS0State", L"%s entry", L"EnterNormalS0State");
         Log(6, L"F", L"line end\n");
-        Log(2, L"F", L"caf\x00E9");
+        Log(2, L"F", L"caf\x00E9\x00FF");
         Log(2, L"F", L"not 8-bit: \x0142");
         Log(2, L"F", L"");
         const OwnedFile read(CreateFileW(kLogPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -94,7 +94,7 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
     ASSERT_NE(messages, bytes.npos);
     EXPECT_EQ(bytes.substr(messages), LineInFile(thread, "EnterNormalS0State entry", 1) +
                                           LineInFile(thread, "line end\n", 6) +
-                                          LineInFile(thread, "caf\xE9", 2) +
+                                          LineInFile(thread, "caf\xE9\xFF", 2) +
                                           LineInFile(thread, "", 2) + LineInFile(thread, "", 2));
 
     // As the shell's patterns.
@@ -187,13 +187,13 @@ TEST_F(LogTest, ALineIsIndentedByItsThreadsDepthAndNoneIsAboveTheWritersLevel)
         indent(3);
         writer.Open();
         indent(kMost + 1);
-        writer.Write(16, L"said");
-        writer.Write(17, L"too detailed");
+        for (const LONG level : {0, 16, 17}) writer.Write(level, L"said");
     });
     const Lines lines = LinesIn(LogBytes());
-    ASSERT_EQ(lines.size(), 9u);
+    ASSERT_EQ(lines.size(), 10u);
     EXPECT_EQ(TextIn(lines[0]), kRule) << "the thread that opens the writer begins at no depth";
-    EXPECT_EQ(lines[8], LineInFile(thread, std::string(kMost, ' ') + "said", 16, ""));
+    EXPECT_EQ(lines[8], LineInFile(thread, std::string(kMost, ' ') + "said", 0, ""));
+    EXPECT_EQ(lines[9], LineInFile(thread, std::string(kMost, ' ') + "said", 16, ""));
 }
 
 TEST_F(LogTest, LongMessagesAreCutAtTheirLimitsAndLongLinesDropped)
