@@ -46,7 +46,7 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
     const std::tuple<const wchar_t*, bool, bool> cases[] = {
         {L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)", false, false},
         {L"O:SYD:AI(A;ID;FA;;;SY)(A;CIID;DCLCRPCR;;;BU)", true, false},
-        {L"O:SYD:(A;OICIIO;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
+        {L"O:SYD:(A;OIIOCI;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
         {L"O:SYD:(A;;0x1301bf;;;AU)", true, true},
         {L"O:SYD:(A;;CCDCLCSWRPWPDTLOCRSDRCWDWO;;;WD)", true, true},
         {L"O:SYD:(A;;FW;;;WD)", true, false},
@@ -63,6 +63,8 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
         EXPECT_EQ(LetsOthers(descriptor, Lets::write), write) << ToUtf8(descriptor);
         EXPECT_EQ(LetsOthers(descriptor, Lets::replace), replace) << ToUtf8(descriptor);
     }
+    EXPECT_FALSE(IsOwnedByTheSystem(LR"(C:\A)", L"D:P")) << "whose it is, is not known";
+    EXPECT_TRUE(IsOwnedByTheSystem(LR"(C:\)", L"O:S-1-5-21-1-2-3-1001D:P")) << "who has the disk";
     EXPECT_EQ(FolderOf(LR"(C:\A\B.txt)"), LR"(C:\A)");
     EXPECT_EQ(FolderOf(LR"(C:\A)"), LR"(C:\)");
     EXPECT_EQ(FolderOf(LR"(C:\)"), L"");
