@@ -194,12 +194,8 @@ TEST(ReconcilerTest, EndsAtOnceAndHearsOfNoChangeAfterwards)
     });
 }
 
-class StuckReconcilerTest : public VirtualPcTest
-{
-};
-
 // The virtual PC notes a wait for an event that is closed.
-TEST_F(StuckReconcilerTest, IsWaitedForFiveSecondsAndKeepsItsEvent)
+TEST_F(VirtualPcTest, AStuckReconcilerIsWaitedForFiveSecondsAndKeepsItsEvent)
 {
     left_open_is_expected = true;
     pc.slowness.Set("GetSystemPowerStatus", {.typical = 1h});
