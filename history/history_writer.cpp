@@ -33,7 +33,6 @@ bool HistoryWriter::Open(UtcTime utc)
 {
     if (m_file && m_day == utc / kUnitsPerDay) return true;
     const std::wstring folder = HistoryFolder();
-    if (folder.empty()) return false;
     if (!MakeOwnFolder(folder.substr(0, folder.rfind(L'\\'))) || !MakeOwnFolder(folder))
         return false;
     const LocalTime day = ToLocal(utc, 0);

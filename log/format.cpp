@@ -138,7 +138,6 @@ void PutPointer(Writer& writer, const Conversion& conversion, const void* pointe
     Conversion digits = conversion;
     digits.letter = L'X';
     digits.takes = ArgumentKind::integer64;
-    digits.alternate = false;
     digits.precision = 16;
     PutNumber(writer, digits, reinterpret_cast<std::uintptr_t>(pointer));
 }

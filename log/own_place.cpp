@@ -60,10 +60,7 @@ bool IsSafeAbove(const std::wstring& folder)
 bool IsLink(const std::wstring& path)
 {
     const DWORD attributes = GetFileAttributesW(path.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES) {
-        const DWORD error = GetLastError();
-        return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
-    }
+    if (attributes == INVALID_FILE_ATTRIBUTES) return GetLastError() != ERROR_FILE_NOT_FOUND;
     return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
            !Distrust(path, L" is a link, and is not written through");
 }

@@ -16,8 +16,8 @@ void MakeSharedFolder(const std::wstring& path);
 // or its parent is a link or belongs to a user, or where others may replace the parent. Any thread.
 bool MakeOwnFolder(const std::wstring& path);
 
-// Whether a file or folder is a link, or what it is cannot be told; false for a missing one. Any
-// thread.
+// Whether a file or folder is a link, or what it is cannot be told; false for one that is missing
+// in a folder that is there. Any thread.
 bool IsLink(const std::wstring& path);
 
 // Whether an open file belongs to the system, has no second name elsewhere, and no other may write

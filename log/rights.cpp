@@ -104,7 +104,7 @@ std::wstring FolderOf(const std::wstring& path)
     constexpr std::size_t kRootLength = 3;  // of "C:\\"
     const std::size_t end = path.rfind(L'\\');
     if (end == path.npos || path.size() <= kRootLength) return {};
-    return path.substr(0, std::max(end, end < kRootLength ? kRootLength : end));
+    return path.substr(0, std::max(end, kRootLength));
 }
 
 std::wstring DescriptorOf(const std::wstring& path)
@@ -113,7 +113,7 @@ std::wstring DescriptorOf(const std::wstring& path)
     GetFileSecurityW(path.c_str(), kAsked, nullptr, 0, &size);
     std::vector<BYTE> descriptor(size);
     OwnedText text;
-    if (size == 0 || !GetFileSecurityW(path.c_str(), kAsked, descriptor.data(), size, &size) ||
+    if (!GetFileSecurityW(path.c_str(), kAsked, descriptor.data(), size, &size) ||
         !ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), SDDL_REVISION_1,
                                                               kAsked, text.Receive(), nullptr)) {
         return {};

@@ -10,8 +10,12 @@
 #include "service/service_status.h"
 
 // S_OK also when the .NET runtime has already put the thread into the multithreaded apartment.
+// There the thread has no window, and WM_QUIT can be posted before the message loop starts only to
+// a thread that has asked for a message.
 HRESULT CNeverSleepModule::InitializeCom()
 {
+    MSG message;
+    PeekMessageW(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
     const HRESULT hr = CoInitialize(nullptr);
     if (SUCCEEDED(hr)) {
         m_bComInitialized = true;
@@ -23,12 +27,6 @@ HRESULT CNeverSleepModule::InitializeCom()
 void CNeverSleepModule::UninitializeCom()
 {
     if (!m_bService && m_bComInitialized) CoUninitialize();
-}
-
-void CNeverSleepModule::MakeMessageQueue()
-{
-    MSG message;
-    PeekMessageW(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
 }
 
 HRESULT CNeverSleepModule::RunMessageLoop(int show)

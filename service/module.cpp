@@ -63,7 +63,6 @@ int CNeverSleepModule::Start(int show)
     if (m_bService) {
         RunService();
     } else if (SUCCEEDED(InitializeCom())) {
-        MakeMessageQueue();
         SetExitCode(m_status, static_cast<DWORD>(RunMessageLoop(show)));
     }
     return static_cast<int>(ExitCodeOf(m_status));

@@ -63,9 +63,6 @@ public:
 private:
     // --- The message loop (message_loop.cpp) ---
     HRESULT InitializeCom();
-    // Creates the calling thread's message queue, so that WM_QUIT can be posted before the message
-    // loop starts.
-    static void MakeMessageQueue();
     HRESULT RunMessageLoop(int show);
     HRESULT PreMessageLoop(int show);
     // Lets clients of every user call the service, and opens the gate of AwaitCallSecurity.

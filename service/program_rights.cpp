@@ -8,9 +8,8 @@
 
 void WarnOfWritableProgram()
 {
-    wchar_t path[MAX_PATH];
-    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    if (length == 0 || length == MAX_PATH) return;
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
     const std::wstring place = WritableByOthers(path);
     if (place.empty()) return;
     Log(4, L"WarnOfWritableProgram", L"Users can write to %s, and so become the local system",

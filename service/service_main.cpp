@@ -25,16 +25,6 @@ constexpr DWORD kControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOW
                                     SERVICE_ACCEPT_TIMECHANGE;
 static_assert(kControlsAccepted == 0x2C5);
 
-// Reports the service running, unless it is already stopping: the state machine's thread may have
-// reported it running earlier, and the manager may have sent a stop since.
-void ReportRunning()
-{
-    if (AdvanceServiceState(SERVICE_START_PENDING, SERVICE_RUNNING) ||
-        AdvanceServiceState(SERVICE_RUNNING, SERVICE_RUNNING)) {
-        ReportServiceStatus();
-    }
-}
-
 }  // namespace
 
 void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
@@ -44,11 +34,10 @@ void CNeverSleepModule::ServiceMain(DWORD, LPWSTR*)
         Log(6, kServiceMain, L"HOLV service global events are created");
         StartPublishing();
         m_hCallSecuritySet.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        MakeMessageQueue();
         const OwnedHandle state_machine(
             CreateThread(nullptr, 0, StateMachineThreadProc, nullptr, 0, nullptr));
         Sleep(0);
-        ReportRunning();
+        ReportServiceState(SERVICE_RUNNING);
         Log(6, kServiceMain, L"HOLV service state machine starts");
         WarnOfWritableProgram();
         // The state machine's thread is what ends the message loop. Without it, end the loop here.

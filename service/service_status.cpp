@@ -26,16 +26,13 @@ void ReportServiceState(DWORD state)
 {
     SERVICE_STATUS* record = g_pServiceStatus;
     if (!record) return;
-    if (state == SERVICE_RUNNING) {
+    if (state != SERVICE_RUNNING) {
+        StateOf(*record).exchange(state);
+    } else if (!AdvanceServiceState(SERVICE_START_PENDING, state) &&
+               !AdvanceServiceState(state, state)) {
         // Two threads report RUNNING. The manager may send a stop after the first report; the
         // second must not overwrite STOP_PENDING.
-        DWORD before = StateOf(*record);
-        while (before != SERVICE_STOP_PENDING &&
-               !StateOf(*record).compare_exchange_weak(before, state)) {
-        }
-        if (before == SERVICE_STOP_PENDING) return;
-    } else {
-        StateOf(*record).exchange(state);
+        return;
     }
     ReportServiceStatus();
 }

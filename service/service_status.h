@@ -15,7 +15,7 @@ extern std::atomic<SERVICE_STATUS*> g_pServiceStatus;
 extern std::atomic<SERVICE_STATUS_HANDLE> g_hServiceStatus;
 
 // Makes `state` (SERVICE_...) the record's current state and reports the record, except that
-// RUNNING does not replace STOP_PENDING. Any thread. Does nothing without a record.
+// RUNNING replaces START_PENDING only. Any thread. Does nothing without a record.
 void ReportServiceState(DWORD state);
 
 // Reports the record unchanged.

@@ -173,8 +173,9 @@ TEST_F(ControlHandlerTest, WhatIsAnnouncedTellsWhetherTheUserIsThere)
         EXPECT_EQ(set(GUID_MONITOR_POWER_ON, 1), "there ");
         CNeverSleepState::m_bIsWindows7 = FALSE;
         set({0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}}, 9);
-        EXPECT_TRUE(service.heard.Has("PowerSetting - data(9), dataLength(4), "
-                                      "Settings(11223344-5566-7788-807060504030201)\n"));
+        EXPECT_TRUE(
+            service.heard.Has("PowerSetting - data(9), dataLength(4), "
+                              "Settings(11223344-5566-7788-807060504030201)\n"));
     });
 }
 

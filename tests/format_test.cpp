@@ -53,8 +53,8 @@ TEST(Format, ConversionsReadAsTheWindowsRuntimeWritesThem)
         // text
         {Formatted(L"%s|%ls|%wS|%ws|%S", L"one", L"two", L"three", L"four", "five\xE9"),
          L"one|two|three|four|five\x00E9"},
-        {Formatted(L"[%5s][%-5s][%.2s][%5.1S]", L"abc", L"abc", L"abc", "abc"),
-         L"[  abc][abc  ][ab][    a]"},
+        {Formatted(L"[%5s][%-5s][%.2s][%.0s][%5.1S]", L"abc", L"abc", L"abc", L"abc", "abc"),
+         L"[  abc][abc  ][ab][][    a]"},
         {Formatted(L"%.3s", static_cast<const wchar_t*>(unterminated)), L"abc"},
         {Formatted(L"%s %S", no_text, no_bytes), L"(null) (null)"},
         {Formatted(L"[%c%c][%3c]", L'x', 'y', 0x416), L"[xy][  \x0416]"},
@@ -67,11 +67,12 @@ TEST(Format, TextThatDoesNotFitIsCutAndSaysSo)
 {
     const std::tuple<std::size_t, const wchar_t*, bool> cases[] = {
         {8, L"ab   -7", true}, {7, L"ab   -", false}, {4, L"ab ", false},
-        {3, L"ab", false},     {1, L"", false},       {0, L"#", false}};
+        {3, L"ab", false},     {1, L"", false},       {0, L"", false}};
     for (const auto& [size, stored, fits] : cases) {
         wchar_t text[] = L"#########";
         const FormatResult result = FormatText(std::span(text, size), L"%s%S%5d", L"a", "b", -7);
         EXPECT_EQ(result.fits, fits) << size;
+        EXPECT_EQ(result.length, std::wcslen(stored)) << size;
         if (size > 0) {
             EXPECT_EQ(std::wstring(text), stored) << size;
         }

@@ -7,6 +7,7 @@
 #include "log/rights.h"
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/console/outputs.h"
+#include "tests/fresh_service.h"
 #include "tests/virtual_pc_test.h"
 
 using namespace virtual_pc;
@@ -45,7 +46,7 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
     const std::tuple<const wchar_t*, bool, bool> cases[] = {
         {L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)", false, false},
         {L"O:SYD:AI(A;ID;FA;;;SY)(A;CIID;DCLCRPCR;;;BU)", true, false},
-        {L"O:SYD:(A;OICIIO;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
+        {L"O:SYD:(A;OIIOCI;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
         {L"O:SYD:(A;;0x1301bf;;;AU)", true, true},
         {L"O:SYD:(A;;CCDCLCSWRPWPDTLOCRSDRCWDWO;;;WD)", true, true},
         {L"O:SYD:(A;;FW;;;WD)", true, false},
@@ -62,6 +63,8 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
         EXPECT_EQ(LetsOthers(descriptor, Lets::write), write) << ToUtf8(descriptor);
         EXPECT_EQ(LetsOthers(descriptor, Lets::replace), replace) << ToUtf8(descriptor);
     }
+    EXPECT_FALSE(IsOwnedByTheSystem(LR"(C:\A)", L"D:P")) << "whose it is, is not known";
+    EXPECT_TRUE(IsOwnedByTheSystem(LR"(C:\)", L"O:S-1-5-21-1-2-3-1001D:P")) << "who has the disk";
     EXPECT_EQ(FolderOf(LR"(C:\A\B.txt)"), LR"(C:\A)");
     EXPECT_EQ(FolderOf(LR"(C:\A)"), LR"(C:\)");
     EXPECT_EQ(FolderOf(LR"(C:\)"), L"");
@@ -157,10 +160,64 @@ TEST_P(WrongPlaceTest, NothingIsWrittenThereUntilItIsRight)
     std::filesystem::remove_all(pc.disk.HostPath(place));
     RunAsProcess([] {
         Log(1, L"F", L"at last");
-        HistoryWriter().Append(UtcTime{0}, L"{}");
+        HistoryWriter().Append(UtcTime{kUnitsPerDay - 1}, L"{}");  // of the same day
     });
     EXPECT_NE(LogBytes().find("at last"), std::string::npos);
     EXPECT_EQ(pc.disk.Read(kHistoryFile), "{}\n");
+}
+
+// A place of which it cannot be learned who may write it is none.
+TEST_F(LogPlaceTest, NothingIsWrittenWhereThePlaceCannotBeLookedAt)
+{
+    for (const char* function :
+         {"GetFileAttributesW", "GetFileSecurityW", "GetFileInformationByHandle",
+          "ConvertSecurityDescriptorToStringSecurityDescriptorW",
+          "ConvertStringSecurityDescriptorToSecurityDescriptorW"}) {
+        bool struck = true;
+        for (std::uint64_t nth = 1; struck; ++nth) {
+            FreshService();
+            g_dwLoggingEnabled = kLogToFile;
+            std::filesystem::remove_all(pc.disk.HostPath(LR"(C:\ProgramData\Orbeq)"));
+            const std::uint64_t before = pc.faults.CallsOf(function);
+            pc.faults.Set(function, {.error = ERROR_ACCESS_DENIED, .first = nth});
+            RunAsProcess([] { Log(1, L"F", L"said"); });
+            struck = pc.faults.CallsOf(function) - before >= nth;
+            pc.faults.ClearAll();
+            EXPECT_EQ(LogBytes().empty(), struck) << function << " " << nth;
+        }
+    }
+}
+
+TEST_F(LogPlaceTest, AFullDiskTearsOneLineOfTheHistoryAndEachFailureIsToldOnce)
+{
+    RunAsProcess([&] {
+        Log(1, L"F", L"The log makes the folder that both are in");
+        g_dwLoggingEnabled = kLogToDebugger;
+        HistoryWriter history;
+        for (const wchar_t* line : {L"{1}", L"{22}", L"{3}", L"{4}", L"{55}"}) {
+            const bool full = std::wcslen(line) > 3;
+            pc.disk.space_left = full ? std::optional<std::uint64_t>(2) : std::nullopt;
+            history.Append(UtcTime{0}, line);
+            if (full) history.Append(UtcTime{0}, line);
+        }
+    });
+    EXPECT_EQ(pc.disk.Read(kHistoryFile), "{1}\n{2\n{3}\n{4}\n{5");
+    EXPECT_EQ(heard.Times("Unable to write the history, GLE=112"), 2);
+}
+
+TEST_F(LogPlaceTest, ALineThatHasNoPlaceOnItsDayIsNotWrittenOnTheDayBefore)
+{
+    RunAsProcess([&] {
+        Log(1, L"F", L"The log makes the folder that both are in");
+        HistoryWriter history;
+        // Links are looked for at two folders and theirs, and at the file.
+        for (std::uint64_t nth = 1; nth <= 5; ++nth) {
+            history.Append(UtcTime{0}, L"{}");
+            pc.faults.Set("GetFileAttributesW", {.error = ERROR_ACCESS_DENIED, .first = nth});
+            history.Append(UtcTime{kUnitsPerDay}, L"{1}");
+        }
+    });
+    EXPECT_EQ(pc.disk.Read(kHistoryFile), "{}\n{}\n{}\n{}\n{}\n");
 }
 
 TEST_F(LogPlaceTest, AFolderOfTheSystemsThatUsersMayWriteIsClosedToThem)

@@ -24,13 +24,13 @@ constexpr const wchar_t* kPipe = L"ZYTA_HOLV_IP1";
 constexpr std::string_view kEnd = "\r\n\r\r";
 constexpr std::string_view kRule = "=====================================================";
 
-// A line of the log as it stands in the file, written at 14:03:27.512.
+// A line of the log as it stands in the file, written at 14:53:27.012.
 std::string LineInFile(DWORD thread, std::string_view text, DWORD level,
                        std::string_view end = kEnd)
 {
     char head[64];
     char tail[64];
-    std::snprintf(head, sizeof(head), "14:03:27:512,[t:0x%X] : ", static_cast<unsigned>(thread));
+    std::snprintf(head, sizeof(head), "14:53:27:012,[t:0x%X] : ", static_cast<unsigned>(thread));
     std::snprintf(tail, sizeof(tail), " [L=%u][M=NeverSleep]", static_cast<unsigned>(level));
     return std::string(head).append(text).append(tail).append(end);
 }
@@ -58,16 +58,16 @@ class LogTest : public VirtualPcTest
 protected:
     LogTest()
     {
-        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        pc.SetClock(*ParseCalendar("2026-03-02 14:53:27"));
         g_dwLoggingLevel = 6;
         g_dwLoggingEnabled = kLogToFile;
     }
 
-    // Runs `body` in a process at 14:03:27.512.
+    // Runs `body` in a process at 14:53:27.012.
     void RunAtTheTime(const std::function<void()>& body)
     {
         RunAsProcess([&] {
-            Sleep(512);
+            Sleep(12);
             thread = GetCurrentThreadId();
             body();
         });
@@ -83,7 +83,7 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
     RunAtTheTime([] {
         Log(1, L"CNeverSleepState::EnterNormalS0State", L"%s entry", L"EnterNormalS0State");
         Log(6, L"F", L"line end\n");
-        Log(2, L"F", L"caf\x00E9");
+        Log(2, L"F", L"caf\x00E9\x00FF");
         Log(2, L"F", L"not 8-bit: \x0142");
         Log(2, L"F", L"");
         const OwnedFile read(CreateFileW(kLogPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -95,13 +95,13 @@ TEST_F(LogTest, TheFileBeginsWithTheHeaderAndHoldsEachMessageByteForByte)
     ASSERT_NE(messages, bytes.npos);
     EXPECT_EQ(bytes.substr(messages), LineInFile(thread, "EnterNormalS0State entry", 1) +
                                           LineInFile(thread, "line end\n", 6) +
-                                          LineInFile(thread, "caf\xE9", 2) +
+                                          LineInFile(thread, "caf\xE9\xFF", 2) +
                                           LineInFile(thread, "", 2) + LineInFile(thread, "", 2));
 
     // As the shell's patterns.
     const char* const expected[] = {
         kRule.data(),
-        "Log set to file on 02.03.2026, at 14:03:27:512",
+        "Log set to file on 02.03.2026, at 14:53:27:012",
         R"(Executable: C:\Program Files\Orbeq\Holv\HOLVService.exe)",
         "Compile time : [A-Z][a-z][a-z] [ 1-3][0-9] 20[0-9][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9]",
         "ProcessID: 0x400",
@@ -176,6 +176,27 @@ TEST_F(LogTest, LevelAndMaskDecideWhichOutputsAMessageReaches)
     });
 }
 
+TEST_F(LogTest, ALineIsIndentedByItsThreadsDepthAndNoneIsAboveTheWritersLevel)
+{
+    constexpr std::size_t kMost = 99;
+    RunAtTheTime([] {
+        CLOGFile writer;
+        const auto indent = [](std::uintptr_t blanks) {
+            constexpr DWORD kIndexes = 8;  // one of them is the writer's
+            for (DWORD i = 0; i < kIndexes; ++i) TlsSetValue(i, reinterpret_cast<LPVOID>(blanks));
+        };
+        indent(3);
+        writer.Open();
+        indent(kMost + 1);
+        for (const LONG level : {0, 16, 17}) writer.Write(level, L"said");
+    });
+    const Lines lines = LinesIn(LogBytes());
+    ASSERT_EQ(lines.size(), 10u);
+    EXPECT_EQ(TextIn(lines[0]), kRule) << "the thread that opens the writer begins at no depth";
+    EXPECT_EQ(lines[8], LineInFile(thread, std::string(kMost, ' ') + "said", 0, ""));
+    EXPECT_EQ(lines[9], LineInFile(thread, std::string(kMost, ' ') + "said", 16, ""));
+}
+
 TEST_F(LogTest, LongMessagesAreCutAtTheirLimitsAndLongLinesDropped)
 {
     const std::size_t overhead = LineInFile(0x1000, "", 3).size();
@@ -229,6 +250,8 @@ TEST_F(LogTest, AFailedOpenIsTriedAgainAndAlsoTheNextFolderServes)
     pc.disk.Write(LR"(C:\Program Files\Orbeq\Holv\HOLVService.exe)", "");
     pc.faults.Set("CreateFileW", {.count = 2});  // pipe and file of the first message
     pc.faults.Set("SHGetKnownFolderPath", {.count = Faults::kAlways});
+    pc.faults.Set("SetNamedPipeHandleState", {.error = 5});  // a pipe that could hold it up
+    const auto listener = pc.disk.Listen(kPipe, L"alice");
     RunAtTheTime([] {
         Log(2, L"F", L"lost");
         Log(2, L"F", L"kept");
@@ -249,7 +272,7 @@ TEST_F(LogTest, AFullDiskCostsTheLineAndNothingElse)
         pc.disk.space_left.reset();
         Log(2, L"F", L"after");
     });
-    EXPECT_TRUE(LogBytes().ends_with(LineInFile(thread, "before", 2) + "14:03:27:5" +
+    EXPECT_TRUE(LogBytes().ends_with(LineInFile(thread, "before", 2) + "14:53:27:0" +
                                      LineInFile(thread, "after", 2)));
 }
 
@@ -296,7 +319,7 @@ TEST_F(LogTest, TheFileIsWrittenFromItsStartOncePastTheLimit)
     for (const auto& limit : limits) {
         SCOPED_TRACE(&limit - limits);
         FreshService();
-        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        pc.SetClock(*ParseCalendar("2026-03-02 14:53:27"));
         pc.registry.DeleteValue(kUserKey, L"LogFileSizeMB");
         if (limit.setting.type != REG_NONE)
             pc.registry.Set(kUserKey, L"LogFileSizeMB", limit.setting);
@@ -304,7 +327,7 @@ TEST_F(LogTest, TheFileIsWrittenFromItsStartOncePastTheLimit)
         RunAtTheTime([] { Log(2, L"F", L"said"); });
         const std::string bytes = LogBytes();
         EXPECT_EQ(bytes.find(" : Log set to file on 02.03.2026"),
-                  limit.header_at + std::string_view("14:03:27:512,[t:0x1000]").size());
+                  limit.header_at + std::string_view("14:53:27:012,[t:0x1000]").size());
         EXPECT_NE(bytes.find(std::string("Log File Size: ") + limit.size_line), bytes.npos);
         EXPECT_GE(bytes.size(), limit.existing) << "the file never gets shorter";
         EXPECT_EQ(bytes.ends_with(LineInFile(thread, "said", 2)),
@@ -319,9 +342,9 @@ TEST(LogStormTest, FirstMessagesFromEverywhereGiveOneHeaderAndWholeLinesInOrder)
     constexpr int kThreads = 8;
     constexpr int kMessages = 25;
     StormOnPc({.seeds = 10, .free = 2}, [](Machine& pc, const Machine::Options&) {
-        pc.SetClock(*ParseCalendar("2026-03-02 14:03:27"));
+        pc.SetClock(*ParseCalendar("2026-03-02 14:53:27"));
         Process& process = pc.Start([] {
-            Sleep(512);
+            Sleep(12);
             OwnedHandle threads[kThreads];
             for (OwnedHandle& each : threads) {
                 each.Reset(CreateThread(
@@ -345,7 +368,7 @@ TEST(LogStormTest, FirstMessagesFromEverywhereGiveOneHeaderAndWholeLinesInOrder)
         std::map<DWORD, int> next;  // by thread
         for (std::size_t i = 8; i < lines.size(); ++i) {
             unsigned id = 0;
-            ASSERT_EQ(std::sscanf(lines[i].c_str(), "14:03:27:512,[t:0x%X]", &id), 1) << lines[i];
+            ASSERT_EQ(std::sscanf(lines[i].c_str(), "14:53:27:012,[t:0x%X]", &id), 1) << lines[i];
             char text[32];
             std::snprintf(text, sizeof(text), "message %02d", next[id]++);
             EXPECT_EQ(lines[i], LineInFile(id, text, 2, ""));

@@ -77,6 +77,9 @@ public:
         EXPECT_EQ(pc.power.active().name, normal ? L"Balanced" : L"Power saver");
         EXPECT_EQ(pc.devices.All().front()->Mode().value_or(0),
                   static_cast<DWORD>(normal ? 0 : view.state().value_or(0)));
+        const auto told = pc.registry.Get(LR"(HKLM\Software\Orbeq\Holv\State)", L"Now");
+        const std::wstring state_told = L"\"state\":\"" + std::wstring(state.begin(), state.end());
+        EXPECT_TRUE(told && told->Text().find(state_told) != std::wstring::npos) << "published";
         const bool dnd_sleeps = pc.registry.GetDword(kUserKey, L"DndToS3").value_or(0) != 0;
         const bool on_battery = pc.registry.GetDword(kUserKey, L"EnableHOLVOnDc").value_or(1) != 0;
         const bool powered =

@@ -194,6 +194,25 @@ TEST(ReconcilerTest, EndsAtOnceAndHearsOfNoChangeAfterwards)
     });
 }
 
+class StuckReconcilerTest : public VirtualPcTest
+{
+};
+
+// The virtual PC notes a wait for an event that is closed.
+TEST_F(StuckReconcilerTest, IsWaitedForFiveSecondsAndKeepsItsEvent)
+{
+    left_open_is_expected = true;
+    pc.slowness.Set("GetSystemPowerStatus", {.typical = 1h});
+    RunAsProcess([] {
+        StartReconciler();
+        Sleep(41'000);
+        const ULONGLONG before = GetTickCount64();
+        EndReconciler();
+        EXPECT_EQ(GetTickCount64() - before, 5000u);
+        Sleep(24 * 3'600'000);
+    });
+}
+
 TEST(ReconcilerTest, LooksOnlyAfterAChange)
 {
     LedBackPc desk;
@@ -210,15 +229,19 @@ TEST(ReconcilerTest, LooksOnlyAfterAChange)
         EXPECT_LE(looks(), before + 1) << when;
     };
     expect_rest("after three attempts");
-    EXPECT_EQ(desk.pc.faults.CallsOf("PowerSetRequest"), tried);
+    const auto announce = [&](const GUID& setting, BYTE value) {
+        desk.pc.announcer.Announce({.control = SERVICE_CONTROL_POWEREVENT,
+                                    .event = PBT_POWERSETTINGCHANGE,
+                                    .setting = setting,
+                                    .data = {value, 0, 0, 0}});
+    };
+    announce(GUID_MONITOR_POWER_ON, 1);
+    desk.pc.RunFor(1min);
+    EXPECT_EQ(desk.pc.faults.CallsOf("PowerSetRequest"), tried) << "none after a notice";
     desk.pc.faults.ClearAll();
-    const Announcement present{.control = SERVICE_CONTROL_POWEREVENT,
-                               .event = PBT_POWERSETTINGCHANGE,
-                               .setting = GUID_GLOBAL_USER_PRESENCE,
-                               .data = std::vector<BYTE>(sizeof(DWORD))};
     const std::map<std::string, std::function<void()>> changes{
         {"the clock is set", [&] { desk.pc.SetClock(desk.pc.clock()); }},
-        {"the user is there", [&] { desk.pc.announcer.Announce(present); }},
+        {"the user is there", [&] { announce(GUID_GLOBAL_USER_PRESENCE, 0); }},
         {"the PC is woken", [&] { desk.pc.announcer.PowerEvent(PBT_APMRESUMESUSPEND); }}};
     for (const auto& [name, change] : changes) {
         change();

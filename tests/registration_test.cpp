@@ -111,16 +111,18 @@ TEST_F(RegistrationTest, AProgramThatUsersCanWriteIsWarnedOfAndInstalled)
     EXPECT_FALSE(service.heard.Has(warning + ToUtf8(folder)));
     const FileRights::Rights open{L"Administrators", {{L"Administrators", L"SYSTEM", L"Users"}}};
     const FileRights::Rights alices{L"alice", {{L"alice", L"SYSTEM"}}};
+    const FileRights::Rights to_be_added_to{L"Administrators", std::nullopt};
     for (const std::wstring& place : {folder, FolderOf(folder)}) {
-        for (const FileRights::Rights& rights : {open, alices}) {
+        for (const FileRights::Rights& rights : {open, alices, to_be_added_to}) {
+            const bool warned = place == folder || rights.writers;
             SCOPED_TRACE(ToUtf8(place + L" of " + rights.owner));
             pc.disk.SetRights(place, rights);
             service.heard.Forget();
             EXPECT_EQ(service.Run(L"-Service"), 0);
-            EXPECT_TRUE(service.heard.Has(warning + ToUtf8(place)));
+            EXPECT_EQ(service.heard.Has(warning + ToUtf8(place)), warned);
             EXPECT_EQ(Shown(), "") << "a silent installation waits";
             service.Restart();
-            EXPECT_TRUE(service.heard.Has(warning + ToUtf8(place)));
+            EXPECT_EQ(service.heard.Has(warning + ToUtf8(place)), warned);
             service.Stop();
         }
         pc.disk.SetRights(place, {L"Administrators", {{L"Administrators"}}});

@@ -29,6 +29,8 @@ using namespace virtual_pc;
 
 namespace {
 
+constexpr auto kChangedMode = static_cast<DWORD>(RPC_E_CHANGED_MODE);
+
 // What the maker's logging library was told, and how much the service had said until then.
 Lines g_logger;
 void WINAPI StartLogger(const wchar_t* name, int how)
@@ -148,7 +150,6 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
 
 TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
 {
-    constexpr DWORD kChangedMode = 0x80010106;
     const std::string no_com = "InitializeCom failed, hr=0x80010106";
     const std::string resumed_in_vain = "HOLV State Machine Exited";
     const struct
@@ -198,7 +199,12 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
             EXPECT_EQ(LeftOpenBy(*pc.processes().back()), "");
         }
     }
-    // The tolerated case: a runtime library has put the thread into the other kind of apartment.
+}
+
+// There it has no window, and its end must be posted to it all the same.
+TEST_F(ServiceTest, RunsAndEndsOnAThreadThatALibraryHasPutIntoTheOtherApartment)
+{
+    EXPECT_EQ(service.Run(L"-Service"), 0);
     pc.libraries.resident = {L"mscoree.dll"};
     pc.faults.Set("CoInitialize", {.error = kChangedMode});
     service.Restart();
@@ -206,6 +212,12 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
     EXPECT_FALSE(service.heard.Has("InitializeCom failed"));
     service.Stop();
     EXPECT_EQ(service.State(), "stopped");
+
+    pc.faults.Set("CoInitialize", {.error = kChangedMode});
+    pc.faults.Set("CreateThread", {.error = 5});
+    service.Restart();
+    pc.RunFor(1s);
+    EXPECT_EQ(service.State(), "stopped") << "it ends itself without a state machine";
 }
 
 TEST_F(ServiceTest, ACallThatHangsHoldsUpTheStartForTenSecondsAndTheEndForFive)

@@ -242,8 +242,8 @@ TEST_F(SessionTest, EveryWayOfQuittingAProcessHasItsResultAndClosesTheHandle)
             EXPECT_EQ(Program().running(), c.result != 0);
 
             if (c.fails) pc.faults.Set(c.fails, {.error = 1117});
-            EXPECT_EQ(CUserProcess::QuitProcess(nullptr),
-                      c.result < -3 || c.result == 0 ? -4 : c.result);
+            EXPECT_EQ(CUserProcess::QuitProcess(OpenProcess(0, FALSE, Program().id())),
+                      c.fails ? c.result : -4);
             pc.faults.ClearAll();
             heard.Forget();
         }
@@ -294,6 +294,12 @@ TEST_F(SessionTest, AHandleThatCannotBeClosedIsToldAndNoFailure)
             EXPECT_EQ(Joined(heard.Take()), c.said);
         });
     }
+    RunAsProcess([&] {
+        pc.faults.Set("CreateProcessAsUserW", {.error = 1117});
+        pc.faults.Set("DestroyEnvironmentBlock", {.error = 6});
+        EXPECT_FALSE(CUserProcess().ExecuteProcessAsUserByHandle(kHelper, L"", 0));
+        EXPECT_EQ(GetLastError(), 1117u) << "the launch's, and not of what is released after it";
+    });
 }
 
 // --- The service's folder ---
