@@ -194,25 +194,6 @@ TEST(ReconcilerTest, EndsAtOnceAndHearsOfNoChangeAfterwards)
     });
 }
 
-class StuckReconcilerTest : public VirtualPcTest
-{
-};
-
-// The virtual PC notes a wait for an event that is closed.
-TEST_F(StuckReconcilerTest, IsWaitedForFiveSecondsAndKeepsItsEvent)
-{
-    left_open_is_expected = true;
-    pc.slowness.Set("GetSystemPowerStatus", {.typical = 1h});
-    RunAsProcess([] {
-        StartReconciler();
-        Sleep(41'000);
-        const ULONGLONG before = GetTickCount64();
-        EndReconciler();
-        EXPECT_EQ(GetTickCount64() - before, 5000u);
-        Sleep(24 * 3'600'000);
-    });
-}
-
 TEST(ReconcilerTest, LooksOnlyAfterAChange)
 {
     LedBackPc desk;

@@ -314,42 +314,6 @@ TEST_F(StateTest, ASlowListingHoldsUpNeitherTheUsersSpeakersNorAHandler)
 
 // --- Decisions ---
 
-TEST_F(StateTest, ThePowerDecisionTellsEveryInputUnderItsName)
-{
-    struct Input
-    {
-        const char* name;
-        std::function<void(BOOL)> set;
-    };
-    BOOL on_ac = FALSE;
-    const Input inputs[] = {
-        {"g_bEnableNeverSleep", [](BOOL on) { g_bEnableNeverSleep = on != 0; }},
-        {"bAc", [&](BOOL on) { on_ac = on; }},
-        {"g_bEnableHolvOnDC", [](BOOL on) { g_bEnableHolvOnDC = on != 0; }},
-        {"m_bBatteryThresholdCrossed", [](BOOL on) { S::m_bBatteryThresholdCrossed = on; }},
-        {"g_bEnableDoNotDisturb", [](BOOL on) { g_bEnableDoNotDisturb = on != 0; }},
-        {"m_bSeenDndStart", [](BOOL on) { S::m_bSeenDndStart = on; }},
-        {"g_bDndToS3", [](BOOL on) { g_bDndToS3 = on != 0; }},
-    };
-    RunAsProcess([&] {
-        RegInit();
-        for (const Input& on : inputs) {
-            std::string list;
-            for (const Input& input : inputs) {
-                input.set(&input == &on);
-                list += std::string(list.empty() ? " entry: " : ", ") + input.name +
-                        (&input == &on ? "{TRUE}" : "{FALSE}");
-            }
-            const std::size_t before = LogBytes().size();
-            S::ConfigureAwayMode(on_ac);
-            S::ConfigureSystemRequired(on_ac);
-            const std::string said = LogBytes().substr(before);
-            EXPECT_NE(said.find(" : ConfigureAwayMode" + list + " [L=1]"), said.npos) << said;
-            EXPECT_NE(said.find(" : ConfigureSystemRequired" + list + " [L=1]"), said.npos) << said;
-        }
-    });
-}
-
 TEST_F(StateTest, LyncIsInstalledWhereAnyOfItsKeysIs)
 {
     const std::pair<const wchar_t*, BOOL> cases[] = {
