@@ -60,7 +60,7 @@ def kill_if_still(process, over):
     """Ends a process that uses no processor time for long. One that can run gets some on any host."""
     used, still = None, 0
     while not over.wait(1):
-        with contextlib.suppress(FileNotFoundError):
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError):
             fields = pathlib.Path(f'/proc/{process.pid}/stat').read_text().rsplit(')', 1)[1].split()
             used, before = fields[11:13], used
             still = still + 1 if used == before else 0
