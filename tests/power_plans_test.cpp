@@ -178,6 +178,15 @@ TEST_F(PowerPlansTest, EachSettingIsReadAndWrittenUnderItsOwnNameAndLevels)
     });
 }
 
+TEST_F(PowerPlansTest, PlansHaveShortNamesInTheLog)
+{
+    GUID nearly_balanced = kBalanced;
+    nearly_balanced.Data4[7] ^= 1;
+    EXPECT_STREQ(Manager::GetSchemeName(nullptr), L"???");
+    EXPECT_STREQ(Manager::GetSchemeName(&kHigh), L"Hig");
+    EXPECT_STREQ(Manager::GetSchemeName(&nearly_balanced), L"Custom");
+}
+
 TEST_F(PowerPlansTest, QuestionsHaveAnAnswerEvenWhenTheSystemHasNone)
 {
     RunAsProcess([&] {
