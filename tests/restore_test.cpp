@@ -247,6 +247,8 @@ TEST_F(JournalKeepsTest, WhatTheUserHadAndTheLatestThatTheServiceWrote)
     const Change left{0, 0, [] { RestoreValuesAfterLeave(); }};
     const std::pair<std::vector<Change>, const char*> cases[] = {
         {{{20, 20}}, ""},
+        {{{20, 101}}, ""},  // what no plan can have
+        {{{101, 60}}, ""},
         {{{20, 61}, {61, 62}, {62, 63}, {63, 64}, {64, 65}}, "20: 62 63 64 65"},
         {{{20, 60}, {60, 20}, {20, 61}}, "20: 60 61"},
         {{{20, 60}, {60, 20}, {30, 61}}, "30: 61"},

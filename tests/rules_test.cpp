@@ -205,6 +205,9 @@ TEST_F(RulesOnPcTest, IdleTimeSourceAndPlansAreThePcs)
         pc.power.RunOnBattery(100);
         ReadFacts();
         EXPECT_EQ(KnownCharge(), 100);
+        pc.power.battery_percent = 255;
+        ReadFacts();
+        EXPECT_EQ(KnownCharge(), std::nullopt);
         Guarded<CPowerPolicyManager::KnownPlans>::Copy plans;
         manager->EnterHolvControl();
         manager->EnterHolvState();
