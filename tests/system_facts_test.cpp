@@ -10,8 +10,6 @@
 #include "platform/virtual/processes/libraries.h"
 #include "tests/answers.h"
 
-using virtual_pc::PowerSource;
-
 namespace {
 
 using SystemFactsTest = AnswersTest;
