@@ -77,7 +77,7 @@ public:
         if (IsEvent(to, L"start")) return TakeNewProcess(from, to);
         TakeStates(from, to, next);
         TakeClock(from, to);
-        TakeUser(from, to);
+        TakeUser(from, to, next);
         TakePlanAndMutes(from, to);
         TakeCorrection(from, to);
         for (const JsonValue& holder : from.line[L"holders"].Elements()) {
@@ -162,15 +162,23 @@ private:
                  std::to_wstring((set > 0 ? set : -set) / 1000) + L" s");
     }
 
-    void TakeUser(const HistoryRecord& from, const HistoryRecord& to)
+    // Windows tells of each wake that something has woken the PC, and of one by the user that right
+    // after it.
+    void TakeUser(const HistoryRecord& from, const HistoryRecord& to, const HistoryRecord* next)
     {
+        constexpr std::int64_t kRightAfterMs = 2000;
+        const auto present = [](const HistoryRecord& record) {
+            return record.line[L"user"][L"present"].Flag();
+        };
         const bool before = from.line[L"user"][L"suspended"].Flag();
         const bool now = to.line[L"user"][L"suspended"].Flag();
         if (!before && now) Tell(to, L"sleep", L"the PC went to sleep: " + SleepCause(from));
         if (before && !now) {
+            const bool soon =
+                next && next->boot == to.boot && next->tick - to.tick <= kRightAfterMs;
             Tell(to, L"wake",
-                 to.line[L"user"][L"present"].Flag() ? L"the user woke the PC"
-                                                     : L"a timer or a device woke the PC");
+                 present(to) || (soon && present(*next)) ? L"the user woke the PC"
+                                                         : L"a timer or a device woke the PC");
         }
     }
 

@@ -55,3 +55,16 @@ inline void ExpectPlace(const std::runtime_error& error, const std::string& path
     const std::string_view text = error.what();
     if (!text.starts_with(path)) RingAlarm("an error that names no place: " + std::string(text));
 }
+
+// Gives the input to a reader of files. An error that it throws must name the file.
+template <class Read>
+int FeedFile(const std::uint8_t* data, std::size_t size, const Read& read)
+{
+    const InputFile file(TextOf(data, size));
+    try {
+        read(file.path());
+    } catch (const std::runtime_error& error) {
+        ExpectPlace(error, file.path());
+    }
+    return 0;
+}

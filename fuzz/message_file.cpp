@@ -6,11 +6,5 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const InputFile file(TextOf(data, size));
-    try {
-        virtual_pc::ReadMessageFile(file.path());
-    } catch (const std::runtime_error& error) {
-        ExpectPlace(error, file.path());
-    }
-    return 0;
+    return FeedFile(data, size, virtual_pc::ReadMessageFile);
 }

@@ -7,11 +7,7 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const InputFile file(TextOf(data, size));
-    try {
-        for (const ScriptLine& line : ReadScript(file.path())) Bind(line);
-    } catch (const ScriptError& error) {
-        ExpectPlace(error, file.path());
-    }
-    return 0;
+    return FeedFile(data, size, [](const std::string& path) {
+        for (const ScriptLine& line : ReadScript(path)) Bind(line);
+    });
 }

@@ -40,9 +40,7 @@ TEST_F(AgentTest, TheDescriptionIsTheInterfacesContract)
         const auto& [name, guid, expected] = types[i];
         EXPECT_EQ(type.name, name);
         EXPECT_TRUE(type.guid == *ParseGuid(guid)) << i;
-        std::vector<LONG> numbers;
-        for (const NamedNumber& number : type.numbers) numbers.push_back(number.value);
-        EXPECT_EQ(numbers, expected) << i;
+        EXPECT_TRUE(std::ranges::equal(type.numbers, expected, {}, &NamedNumber::value)) << i;
     }
     EXPECT_EQ(static_cast<LONG>(E_FAILURE), -2147213312);
     EXPECT_TRUE(library.types[3].guid == DIID__HOLVAgentSinkEvent);

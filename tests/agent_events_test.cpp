@@ -70,6 +70,7 @@ TEST_F(AgentTest, WhatIsRefusedClearsItsPlaceAndSinksAreListedByTheirCookies)
         EXPECT_EQ(point.slots(), 8u);
         EXPECT_EQ(point.Unadvise(0), CONNECT_E_NOCONNECTION);
         for (const DWORD leaves : {1, 3}) EXPECT_EQ(point.Unadvise(leaves), S_OK);
+        EXPECT_EQ(point.Unadvise(3), CONNECT_E_NOCONNECTION) << "it has left";
         EXPECT_EQ(point.Advise(object.Get(), &cookie), S_OK);
         OwnedInterface<IEnumConnections> connections;
         EXPECT_EQ(point.EnumConnections(connections.Receive()), S_OK);

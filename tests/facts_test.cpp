@@ -252,6 +252,19 @@ TEST_F(FactsTest, FilesAndOtherObjectsAreWrittenAsTheyAllow)
 
 // --- The kernel ---
 
+TEST_F(FactsTest, AMissingHandleFailsTheWholeWaitAndATimerIsNoEvent)
+{
+    RunAsProcess([] {
+        const OwnedHandle timer(CreateWaitableTimerW(nullptr, FALSE, nullptr));
+        const HANDLE handles[] = {timer.Get(), nullptr};
+        Expect({
+            ANSWER(WaitForMultipleObjects(2, handles, FALSE, INFINITE), WAIT_FAILED, 6),
+            ANSWER(WaitForMultipleObjects(65, handles, FALSE, 0), WAIT_FAILED, 87),
+            ANSWER(SetEvent(timer.Get()), FALSE, 6),
+        });
+    });
+}
+
 TEST_F(FactsTest, NamesBelongToOneKindOfObjectInTheirLetterCase)
 {
     RunAsProcess([] {

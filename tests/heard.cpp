@@ -1,6 +1,6 @@
 #include "tests/heard.h"
 
-#include <cctype>
+#include <regex>
 #include <sstream>
 
 #include "platform/virtual/base/text.h"
@@ -138,13 +138,7 @@ StateChanges ExpectUnbrokenChain(const Heard& heard)
     return changes;
 }
 
-std::string WithoutNumber(std::string line, std::string_view before)
+std::string WithoutNumber(const std::string& line, const std::string& before)
 {
-    for (std::size_t at = 0; (at = line.find(before, at)) != line.npos;) {
-        at += before.size();
-        std::size_t end = at;
-        while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end]))) ++end;
-        if (end > at) line.replace(at, end - at, "#");
-    }
-    return line;
+    return std::regex_replace(line, std::regex(before + "[0-9]+"), before + "#");
 }

@@ -73,4 +73,4 @@ struct StateChanges
 StateChanges ExpectUnbrokenChain(const Heard& heard);
 
 // The line with each number that stands right behind `before` as '#'.
-std::string WithoutNumber(std::string line, std::string_view before);
+std::string WithoutNumber(const std::string& line, const std::string& before);

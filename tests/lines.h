@@ -27,7 +27,7 @@ std::vector<Block> BlocksOf(const std::string& file);
 Lines BlockOf(const std::string& file, const std::string& title);
 
 // Whether both are the same. Otherwise it tells the lines that are missing (-) and those that are
-// too many (+), each with its number and between lines that both have.
+// too many (+), between lines that both have.
 testing::AssertionResult SameLines(const Lines& actual, const Lines& expected);
 
 // EXPECT_EQ for long lists: prints only the lines that differ.

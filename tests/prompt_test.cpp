@@ -56,9 +56,10 @@ TEST(CompletionTest, OffersWhatMayStandThere)
 }
 
 // An example that its own command refuses teaches an error.
-TEST(CompletionTest, EachCommandsExampleIsAccepted)
+TEST(CompletionTest, EachCommandHasHelpAndAnExampleThatIsAccepted)
 {
     for (const Command& command : AllCommands()) {
+        EXPECT_FALSE(command.help.empty()) << command.pattern;
         const std::string example = ExampleOf(command.pattern);
         EXPECT_NO_THROW(Bind(ReadLine(example, {}, 1))) << example;
         std::ostringstream help;

@@ -194,21 +194,6 @@ TEST(ReconcilerTest, EndsAtOnceAndHearsOfNoChangeAfterwards)
     });
 }
 
-// The virtual PC notes a wait for an event that is closed.
-TEST_F(VirtualPcTest, AStuckReconcilerIsWaitedForFiveSecondsAndKeepsItsEvent)
-{
-    left_open_is_expected = true;
-    pc.slowness.Set("GetSystemPowerStatus", {.typical = 1h});
-    RunAsProcess([] {
-        StartReconciler();
-        Sleep(41'000);
-        const ULONGLONG before = GetTickCount64();
-        EndReconciler();
-        EXPECT_EQ(GetTickCount64() - before, 5000u);
-        Sleep(24 * 3'600'000);
-    });
-}
-
 TEST(ReconcilerTest, LooksOnlyAfterAChange)
 {
     LedBackPc desk;

@@ -74,17 +74,8 @@ TEST(RecordTest, ALineOfTheHistoryHasTheseWords)
         "{" + kHead + kState + kFacts + R"(,"event":"stop","since_tick":49000,"holders":[]})");
 }
 
-TEST(RecordTest, ThePublishedStateHasTheseWords)
+TEST(RecordTest, ACorrectionThatIsPublishedHasTheseWords)
 {
-    const std::string rule =
-        R"("rule":"A PC without its user is in HOLV_DND within the do-not-disturb hours, and only )"
-        R"(then.",)";
-    EXPECT_EQ(
-        ToUtf8(PublishedRecord(Common(Told()), Head(), Told(), {51'000, 52'000, 53'000}, true)),
-        "{" + kHead + kState + kFacts + R"(,"running":true,)" + rule +
-            R"("next":{"idle_check":"2026-03-02T21:00:11.500Z",)"
-            R"("hours_begin":"2026-03-02T21:00:12.500Z",)"
-            R"("hours_end":"2026-03-02T21:00:13.500Z"}})");
     Snapshot corrected = Told();
     corrected.reason = Reason::processor_idle;
     corrected.correction = {&Rules()[1], 40'500};
@@ -96,21 +87,6 @@ TEST(RecordTest, ThePublishedStateHasTheseWords)
                   R"(,"correction":{"rule":"user_there","utc":"2026-03-02T21:00:01.000Z",)"
                   R"("wrong":"The user is back but normal use has not begun",)"
                   R"("remedy":"signalling EVENT_ENTER_S0"},"running":false,"next":{}})");
-}
-
-TEST(RecordTest, EachStateHasItsReason)
-{
-    const UserFacts present{.present = true};
-    const UserFacts away{.away = true};
-    EXPECT_EQ(ReasonOf(S0_NORMAL, present, true), Reason::user_there);
-    EXPECT_EQ(ReasonOf(S0_NORMAL, away, true), Reason::nobody_left);
-    EXPECT_EQ(ReasonOf(HOLV_ACTIVE, away, true), Reason::away_mode);
-    EXPECT_EQ(ReasonOf(HOLV_ACTIVE, present, true), Reason::woken);
-    EXPECT_EQ(ReasonOf(HOLV_IDLE, away, true), Reason::processor_idle);
-    EXPECT_EQ(ReasonOf(HOLV_DND, away, true), Reason::hours);
-    EXPECT_EQ(ReasonOf(HOLV_S3, away, true), Reason::asleep);
-    EXPECT_EQ(ReasonOf(HOLV_INIT, present, true), Reason::starting);
-    EXPECT_EQ(ReasonOf(HOLV_INIT, present, false), Reason::feature_off);
 }
 
 }  // namespace

@@ -33,34 +33,23 @@ protected:
     fs::path m_folder;
 };
 
-OwnedKey Open(HKEY root, const wchar_t* path)
-{
-    OwnedKey key;
-    EXPECT_EQ(RegOpenKeyW(root, path, key.Receive()), ERROR_SUCCESS);
-    return key;
-}
-
 TEST_F(RegistryTest, KeysAreFoundInAnyLetterCaseAndKeepTheirSpelling)
 {
+    pc.registry.SetDword(LR"(HKLM\Software\Orbeq\Holv)", L"Level", 7);
     RunAsProcess([] {
         OwnedKey key;
-        EXPECT_EQ(RegOpenKeyW(HKEY_LOCAL_MACHINE, LR"(Software\Orbeq)", key.Receive()),
-                  ERROR_FILE_NOT_FOUND);
-        EXPECT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, LR"(Software\Orbeq\Holv)", key.Receive()),
+        EXPECT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, LR"(SOFTWARE\ORBEQ)", key.Receive()),
                   ERROR_SUCCESS);
-        const DWORD value = 7;
-        EXPECT_EQ(RegSetValueExW(key.Get(), L"Level", 0, REG_DWORD,
-                                 reinterpret_cast<const BYTE*>(&value), sizeof(value)),
-                  ERROR_SUCCESS);
-        const OwnedKey again = Open(HKEY_LOCAL_MACHINE, LR"(SOFTWARE\ORBEQ)");
         DWORD read = 0;
         DWORD size = sizeof(read);
-        EXPECT_EQ(RegGetValueW(again.Get(), L"hOLV", L"level", RRF_RT_DWORD, nullptr, &read, &size),
+        EXPECT_EQ(RegGetValueW(key.Get(), L"hOLV", L"level", RRF_RT_DWORD, nullptr, &read, &size),
                   ERROR_SUCCESS);
         EXPECT_EQ(read, 7u);
         EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
     });
-    EXPECT_EQ(pc.registry.GetDword(LR"(hklm\software\orbeq\holv)", L"LEVEL"), 7u);
+    const Hold hold(pc);
+    EXPECT_EQ(pc.registry.FindKey(Registry::Parse(LR"(hklm\software)"))->keys.find(L"ORBEQ")->first,
+              L"Orbeq");
 }
 
 TEST_F(RegistryTest, ATextWithVariablesIsReadAsTheTextThatTheyMake)
@@ -108,7 +97,7 @@ TEST_F(RegistryTest, ClassesAreTheUsersOverTheMachines)
 
 TEST_F(RegistryTest, WhatIsExportedComesBackTheSame)
 {
-    const wchar_t* key = LR"(HKLM\Software\Classes\Round "trip")";
+    const std::wstring key = LR"(HKLM\Software\Classes\Round "trip")", below = key + LR"(\Below)";
     pc.registry.SetString(key, L"", L"default \\ \"quoted\" \u00e9\u20ac\U0001F50A");
     pc.registry.SetString(key, L"two\nlines = \"x\"", L"a\r\nb");
     pc.registry.SetDword(key, L"number", 0xDEADBEEF);
@@ -117,24 +106,25 @@ TEST_F(RegistryTest, WhatIsExportedComesBackTheSame)
     pc.registry.Set(key, L"bytes", {REG_BINARY, bytes});
     pc.registry.Set(key, L"no bytes", {REG_BINARY, {}});
     pc.registry.Set(key, L"expand", RegistryValue::String(L"%a%\\b", REG_EXPAND_SZ));
-    pc.registry.Set(std::wstring(key) + L"\\Below", L"odd", {REG_QWORD, std::vector<BYTE>(8, 1)});
+    pc.registry.Set(below, L"odd", {REG_QWORD, std::vector<BYTE>(8, 1)});
     pc.registry.DeleteValue(key, L"two\nlines = \"x\"");  // a name with a line end fits no file
 
     const fs::path file = m_folder / "out.reg";
     pc.registry.Export(file, LR"(HKLM\Software)");
-    const auto names = {L"", L"number", L"bytes", L"no bytes", L"expand"};
-    std::vector<RegistryValue> before;
-    for (const wchar_t* name : names) before.push_back(*pc.registry.Get(key, name));
+    const auto values = [&](const std::wstring& of) {
+        const Hold hold(pc);
+        std::vector<std::tuple<std::wstring, DWORD, std::vector<BYTE>>> all;
+        for (const auto& [name, value] : pc.registry.FindKey(Registry::Parse(of))->values) {
+            all.emplace_back(name, value.type, value.data);
+        }
+        return all;
+    };
+    const auto before = values(key), before_below = values(below);
     pc.registry.DeleteKey(LR"(HKLM\Software)");
     pc.registry.Import(file);
-    std::size_t at = 0;
-    for (const wchar_t* name : names) {
-        const auto after = pc.registry.Get(key, name);
-        ASSERT_TRUE(after.has_value());
-        EXPECT_EQ(after->type, before[at].type);
-        EXPECT_EQ(after->data, before[at++].data);
-    }
-    EXPECT_EQ(pc.registry.Get(std::wstring(key) + L"\\Below", L"odd")->type, DWORD{REG_QWORD});
+    ASSERT_TRUE(pc.registry.HasKey(below));
+    EXPECT_EQ(values(key), before);
+    EXPECT_EQ(values(below), before_below);
 }
 
 TEST_F(RegistryTest, FilesMayBeUtf8WithContinuedLinesDeletionsAndComments)

@@ -1,12 +1,13 @@
-// The history, and the report that holvctl makes of it. report_storm_test.cpp holds its hours
-// against what the PC has really done.
+// The history, and what the report has of it where files, disks and logs are not as they should be.
+// week_test.cpp has the report of a week, and report_storm_test.cpp holds its hours against what
+// the PC has really done.
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "pc/person.h"
-#include "platform/virtual/power/battery.h"
+#include "platform/virtual/eventlog/event_log.h"
 #include "platform/virtual/power/sleep.h"
 #include "tests/ctl.h"
 #include "tests/schema.h"
@@ -17,123 +18,127 @@ using namespace virtual_pc;
 
 namespace {
 
-constexpr std::wstring_view kHistory = LR"(C:\ProgramData\Orbeq\Holv\History\)";
+using nlohmann::json;
 
-nlohmann::json ReportOf(Machine& pc)
+class HistoryTest : public ::testing::Test
 {
-    const CtlAnswer answer = RunCtl(pc, "report --days 366 --json");
-    EXPECT_EQ(answer.code, 0);
-    nlohmann::json report = nlohmann::json::parse(answer.said);
-    EXPECT_EQ(Schema("report.schema.json").Wrong(report), "");
-    return report;
-}
+protected:
+    // The file of a day in March.
+    static std::wstring FileOf(int day)
+    {
+        return LR"(C:\ProgramData\Orbeq\Holv\History\03-0)" + std::to_wstring(day) + L".jsonl";
+    }
+    std::string Bytes(int day = 2) { return user.pc.disk.Read(FileOf(day)).value_or(""); }
+    std::vector<json> Records()
+    {
+        std::vector<json> records;
+        std::istringstream lines(Bytes());
+        for (std::string line; std::getline(lines, line);) records.push_back(json::parse(line));
+        return records;
+    }
+    json Report()
+    {
+        const CtlAnswer answer = RunCtl(user.pc, "report --days 366 --json");
+        EXPECT_EQ(answer.code, 0);
+        json report = json::parse(answer.said);
+        EXPECT_EQ(Schema("report.schema.json").Wrong(report), "");
+        return report;
+    }
 
-TEST(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
-{
     UsersPc user;
-    const std::wstring file = std::wstring(kHistory) + L"03-02.jsonl";
-    user.pc.disk.Write(file, "{\"utc\":\"2025-03-02T10:00:00.000Z\",\"event\":\"start\"}\n");
+};
+
+TEST_F(HistoryTest, ATornLineIsPassedOverAndAnotherYearsFileBegunAnew)
+{
+    user.pc.disk.Write(FileOf(2), "{\"utc\":\"2025-03-02T10:00:00.000Z\",\"event\":\"start\"}\n");
     user.StartService();
     user.StopService();
-    std::string bytes = user.pc.disk.Read(file).value_or("");
-    EXPECT_EQ(bytes.find("2025"), std::string::npos);
-    const auto records = ReportOf(user.pc)["records"].get<int>();
-    EXPECT_GE(records, 3);
+    std::string bytes = Bytes();
+    EXPECT_EQ(bytes.find("2025"), bytes.npos);
+    EXPECT_GE(Report()["records"], 3);
     bytes.resize(bytes.size() - 20);
-    user.pc.disk.Write(file, bytes);
-    user.pc.faults.Set("ReadFile", {.object = file});
+    user.pc.disk.Write(FileOf(2), bytes);
+    user.pc.faults.Set("ReadFile", {.object = FileOf(2)});
     user.StartService();
     user.StopService();
-    const auto report = ReportOf(user.pc);
+    const json report = Report();
     EXPECT_EQ(report["torn_lines"], 1);
-    const std::string both = user.pc.disk.Read(file).value_or("");
-    EXPECT_TRUE(both.starts_with(bytes)) << "the first run's lines stay";
-    EXPECT_EQ(report["records"], std::ranges::count(both, '\n') - 1) << "all but the torn one";
+    EXPECT_TRUE(Bytes().starts_with(bytes)) << "the first run's lines stay";
+    EXPECT_EQ(report["records"], std::ranges::count(Bytes(), '\n') - 1) << "all but the torn one";
     EXPECT_NE(report["events"].dump().find("was killed before this start"), std::string::npos)
         << "the torn line was the stop's";
 }
 
 // As where a process could not read how far the one before it had counted.
-TEST(HistoryTest, LinesWhoseNumbersStartAgainAreToldInTheirOrder)
+TEST_F(HistoryTest, LinesWhoseNumbersStartAgainAreToldInTheirOrder)
 {
-    UsersPc user;
     for (int run = 0; run < 2; ++run) {
         user.StartService();
         user.pc.RunFor(10min);
         user.StopService();
         user.pc.RunFor(10min);
     }
-    const auto before = ReportOf(user.pc);
-    const std::wstring file = std::wstring(kHistory) + L"03-02.jsonl";
-    std::istringstream lines(user.pc.disk.Read(file).value_or(""));
+    const json before = Report();
     std::string bytes;
     int number = 0;
-    for (std::string line; std::getline(lines, line);) {
-        nlohmann::json record = nlohmann::json::parse(line);
+    for (json& record : Records()) {
         if (record["event"] == "start") number = 0;
         record["number"] = ++number;
         // The time stands first, as the service writes it.
         bytes += "{\"utc\":" + record["utc"].dump() + "," + record.dump().substr(1) + "\n";
     }
-    user.pc.disk.Write(file, bytes);
-    const auto after = ReportOf(user.pc);
+    user.pc.disk.Write(FileOf(2), bytes);
+    const json after = Report();
     EXPECT_EQ(after["days"], before["days"]);
     EXPECT_EQ(after["events"], before["events"]);
 }
 
-TEST(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
+TEST_F(HistoryTest, ADayTakesNoMoreThanItsBytesAndTheNextBeginsAnew)
 {
     constexpr std::size_t kMost = 1 << 20;
-    UsersPc user;
-    const auto file = [](int day) {
-        return std::wstring(kHistory) + L"03-0" + std::to_wstring(day) + L".jsonl";
-    };
     std::string lines;
     while (lines.size() < kMost - 2000) lines += "{\"utc\":\"2026-03-02T09:00:00.000Z\"}\n";
-    user.pc.disk.Write(file(2), lines);
+    user.pc.disk.Write(FileOf(2), lines);
     user.StartService();
     user.Enter("HOLV_ACTIVE");
     user.Enter("HOLV_DND");
-    const std::string full = user.pc.disk.Read(file(2)).value_or("");
-    EXPECT_GT(full.size(), lines.size()) << "there was room for a line";
-    EXPECT_LE(full.size(), kMost);
-    EXPECT_EQ(full.back(), '\n');
+    EXPECT_GT(Bytes().size(), lines.size()) << "there was room for a line";
+    EXPECT_LE(Bytes().size(), kMost);
+    EXPECT_EQ(Bytes().back(), '\n');
     user.pc.SetClock(*ParseCalendar("2026-03-03 23:59"));
     user.Enter("HOLV_ACTIVE");
-    EXPECT_GT(user.pc.disk.Read(file(3)).value_or("").size(), 100u);
+    EXPECT_GT(Bytes(3).size(), 100u);
     // A line that its own day's file cannot take goes to no other day's.
     for (const auto& [day, function] :
          {std::pair{3, "SHGetKnownFolderPath"}, std::pair{4, "CreateDirectoryW"}}) {
-        const auto before = user.pc.disk.Read(file(day));
+        const std::string before = Bytes(day);
         user.pc.faults.Set(function, {.count = Faults::kAlways});
         user.pc.SetClock(user.pc.clock() + 24h);
         user.pc.RunFor(1s);
-        EXPECT_EQ(user.pc.disk.Read(file(day)), before) << function;
+        EXPECT_EQ(Bytes(day), before) << function;
         user.pc.faults.ClearAll();
         user.Enter("HOLV_DND");
-        EXPECT_TRUE(user.pc.disk.Read(file(day + 1)));
+        EXPECT_NE(Bytes(day + 1), "");
     }
     user.StopService();
 }
 
-TEST(HistoryTest, AFullDiskEndsInAWholeLine)
+TEST_F(HistoryTest, AFullDiskEndsInAWholeLine)
 {
-    UsersPc user;
     user.StartService();
     user.pc.disk.space_left = 100;
     user.Enter("HOLV_ACTIVE");
     user.pc.disk.space_left.reset();
     user.Enter("HOLV_DND");
     user.StopService();
-    const auto report = ReportOf(user.pc);
+    const json report = Report();
     EXPECT_EQ(report["torn_lines"], 1);
-    EXPECT_GT(report["days"][0]["ms"]["HOLV_DND"].get<std::int64_t>(), 1000);
+    EXPECT_GT(report["days"][0]["ms"]["HOLV_DND"], 1000);
 }
 
 // One thread publishes for all: while it waits for the disk, the state may change more than once.
-TEST(HistoryTest, ASlowDiskHidesNoChangeOfState)
+TEST_F(HistoryTest, ASlowDiskHidesNoChangeOfState)
 {
-    UsersPc user;
     user.StartService();
     user.pc.slowness.Set("WriteFile", {.typical = 20s});
     user.pc.user.Leaves();
@@ -147,20 +152,16 @@ TEST(HistoryTest, ASlowDiskHidesNoChangeOfState)
     user.pc.RunFor(32s);
     EXPECT_TRUE(RunCtl(user.pc, "status").said.starts_with("HOLV_DND"));
     user.StopService();
-    std::istringstream lines(
-        user.pc.disk.Read(std::wstring(kHistory) + L"03-02.jsonl").value_or(""));
     Lines told;
     int number = 0;
-    std::int64_t since = -1;
-    for (std::string line; std::getline(lines, line);) {
-        const nlohmann::json record = nlohmann::json::parse(line);
-        EXPECT_GT(record["number"], number) << line;
+    json since;
+    for (const json& record : Records()) {
+        EXPECT_GT(record["number"], number) << record;
         number = record["number"];
         if (record["since_tick"] == since) continue;
         since = record["since_tick"];
-        told.push_back(record["state"].get<std::string>() + " " +
-                       record["reason"].get<std::string>() + " " +
-                       record["event"].get<std::string>());
+        told.push_back(record.value("state", "") + " " + record.value("reason", "") + " " +
+                       record.value("event", ""));
     }
     EXPECT_LINES(told, Lines{"HOLV_INIT starting start", "HOLV_ACTIVE away_mode change",
                              "HOLV_IDLE processor_idle change", "HOLV_DND hours change",
@@ -168,9 +169,8 @@ TEST(HistoryTest, ASlowDiskHidesNoChangeOfState)
 }
 
 // The idle time is looked at every half hour, and the power requests are listed each time.
-TEST(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
+TEST_F(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
 {
-    UsersPc user;
     user.pc.SetClock(*ParseCalendar("2026-03-02 09:00"));
     user.StartService();
     const auto work = [&](int hours) {
@@ -178,9 +178,7 @@ TEST(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
             user.pc.user.Works();
             user.pc.RunFor(20min);
         }
-        const std::string bytes =
-            user.pc.disk.Read(std::wstring(kHistory) + L"03-02.jsonl").value_or("");
-        return std::ranges::count(bytes, '\n');
+        return Records().size();
     };
     const auto lines = work(1);
     const std::uint64_t looks = user.pc.faults.CallsOf("CallNtPowerInformation");
@@ -189,55 +187,23 @@ TEST(HistoryTest, ALookThatFindsNothingNewWritesNoLine)
     user.StopService();
 }
 
-TEST(ReportTest, AStartWithAClockFarAheadAddsNoDays)
-{
-    UsersPc user;
-    user.StartService();
-    user.pc.RunFor(Unwritten::kLazyWrite);
-    user.pc.CutPower();
-    user.pc.SetClock(*ParseCalendar("2099-07-01 12:00"));
-    user.pc.Boot();
-    user.pc.RunFor(1min);
-    const std::string said = RunCtl(user.pc, "report").said;
-    EXPECT_NE(said.find("started with a clock that was set forward"), std::string::npos) << said;
-    EXPECT_LT(std::ranges::count(said, '\n'), 12) << said;
-    user.StopService();
-}
+// --- The report ---
 
-// Sleeps, wakes and holders, as a person reads them.
-TEST(ReportTest, TellsSleepsWakesHoldersAndPlansAndDrawsThem)
+using ReportTest = HistoryTest;
+
+TEST_F(ReportTest, TellsAWakeThatIsAnnouncedAsTheUsers)
 {
-    UsersPc user;
     user.StartService();
-    user.pc.SetClock(user.pc.clock() - 1h);
-    const auto film = user.pc.power.NewRequest(L"C:\\Film.exe", L"");
-    user.pc.power.SetRequest(*film, PowerRequestDisplayRequired);
-    user.Enter("HOLV_DND");
-    user.pc.announcer.PowerEvent(PBT_APMSUSPEND);
-    user.pc.RunFor(1s);
+    user.Enter("HOLV_S3");
     user.pc.announcer.PowerEvent(PBT_APMRESUMESUSPEND);
     user.pc.RunFor(1min);
     user.StopService();
-    const std::string said = RunCtl(user.pc, "report").said;
-    for (const char* sentence :
-         {"the clock was set back by 3600 s", "the active plan is Power saver",
-          "the active plan is Balanced", "the PC went to sleep", "the user woke the PC",
-          "Held awake by Film.exe"}) {
-        EXPECT_NE(said.find(sentence), std::string::npos) << sentence << " is not in\n" << said;
-    }
-    EXPECT_EQ(said.find("by HOLVService.exe"), std::string::npos) << "its own request:\n" << said;
-    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
-    const std::string html = user.pc.disk.Read(LR"(C:\day.html)").value_or("");
-    EXPECT_NE(html.find("<svg class=\"t\""), std::string::npos);
-    EXPECT_NE(html.find("2026-03-02"), std::string::npos);
-    EXPECT_EQ(html.find("http"), std::string::npos) << "it needs another file";
-    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\nowhere\day.html)").code, 10);
+    EXPECT_NE(RunCtl(user.pc, "report").said.find("the user woke the PC"), std::string::npos);
 }
 
 // Of a year, by a month of a person's days.
-TEST(ReportTest, AYearsPageHasLessThanAMegabyte)
+TEST_F(ReportTest, AYearsPageHasLessThanAMegabyte)
 {
-    UsersPc user;
     user.StartService();
     constexpr int kDays = 30;
     Person(user.pc, 7).Live(kDays);
@@ -248,75 +214,38 @@ TEST(ReportTest, AYearsPageHasLessThanAMegabyte)
     user.StopService();
 }
 
-// From the charges that the service has read, and at the end from the present one.
-TEST(ReportTest, TellsDayByDayWhatTheBatteryHasGiven)
+TEST_F(ReportTest, TellsTheErrorsThatTheServiceHasReportedAndNobodyElses)
 {
-    UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-03-02 20:00"));
-    user.pc.battery.DrainAt(6);
-    user.pc.battery.ChargeAt(30);
-    user.pc.power.RunOnBattery(90);
+    constexpr const wchar_t* kSource = L"Orbeq( R ) HOLV";
+    const std::wstring large = L"HOLV - F   " + std::wstring(31'000, L'x') + L"\r\n";
+    const auto add = [&](const wchar_t* source, WORD type, DWORD id,
+                         std::vector<std::wstring> strings) {
+        user.pc.event_log.Add({{}, source, type, 1, id, std::move(strings), {}});
+    };
+    add(L"Another", EVENTLOG_ERROR_TYPE, 2000, {L"no error of ours"});
+    add(kSource, EVENTLOG_ERROR_TYPE, 2001, {L"another id"});
+    add(kSource, EVENTLOG_ERROR_TYPE, 2000, {});
+    user.pc.faults.Set("PowerCreateRequest", {.error = 1450, .count = 1});
     user.StartService();
-    user.pc.RunFor(2h);
-    EXPECT_NEAR(ReportOf(user.pc)["days"][0]["charge_used"].get<int>(), 12, 1) << "so far";
-    user.pc.RunFor(6h);
-    user.pc.power.RunOnMains();
-    user.pc.RunFor(1h);
-    user.pc.power.RunOnBattery(72);
-    user.pc.RunFor(2h);
+    user.pc.SetClock(*ParseCalendar("2026-03-03 12:00"));
+    for (int i = 0; i < 2; ++i) add(kSource, EVENTLOG_ERROR_TYPE, 2000, {large});
+    add(kSource, EVENTLOG_WARNING_TYPE, 2000, {L"HOLV - F   no"});
     user.StopService();
-    const nlohmann::json days = ReportOf(user.pc)["days"];
-    ASSERT_EQ(days.size(), 2u);
-    constexpr double kHour = 3'600'000;
-    EXPECT_NEAR(days[0]["on_battery_ms"].get<double>() / kHour, 4, 0.01);
-    EXPECT_NEAR(days[1]["on_battery_ms"].get<double>() / kHour, 6, 0.01);
-    EXPECT_NEAR(days[0]["charge_used"].get<int>(), 24, 1);
-    EXPECT_EQ(days[0]["charge_used"].get<int>() + days[1]["charge_used"].get<int>(), 48 + 12);
-    EXPECT_NEAR(days[0]["lowest_charge"].get<int>(), 66, 1);
-    EXPECT_EQ(days[1]["lowest_charge"], 42);
-    const std::string said = RunCtl(user.pc, "report").said;
-    EXPECT_NE(said.find("(on battery 6:00, "), std::string::npos) << said;
-    EXPECT_NE(said.find(" % of the charge used, down to 42 %)"), std::string::npos) << said;
-    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
-    const std::string html = user.pc.disk.Read(LR"(C:\day.html)").value_or("");
-    EXPECT_NE(html.find("<th>charge used</th><th>lowest charge</th>"), std::string::npos);
-    EXPECT_NE(html.find("<td>42 %</td></tr>"), std::string::npos);
-}
-
-TEST(ReportTest, TellsNoChargeWhereThereIsNoBattery)
-{
-    UsersPc user;
-    user.StartService();
-    user.pc.RunFor(1h);
-    user.StopService();
-    EXPECT_EQ(ReportOf(user.pc)["days"][0]["lowest_charge"], nlohmann::json());
-    EXPECT_EQ(RunCtl(user.pc, "report").said.find("charge"), std::string::npos);
-    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\day.html)").code, 0);
-    EXPECT_EQ(user.pc.disk.Read(LR"(C:\day.html)").value_or("").find("charge"), std::string::npos);
-}
-
-// So that a printed page cuts no row, and shows the hours of what is on it.
-TEST(ReportTest, DrawsEachMonthByItselfAndEachDayOnce)
-{
-    UsersPc user;
-    user.pc.SetClock(*ParseCalendar("2026-02-27 12:00"));
-    user.StartService();
-    user.pc.RunFor(48h);
-    user.StopService();
-    EXPECT_EQ(RunCtl(user.pc, R"(report --html C:\days.html)").code, 0);
-    const std::string html = user.pc.disk.Read(LR"(C:\days.html)").value_or("");
-    std::vector<std::string> drawn;
-    for (std::size_t at = 0; (at = html.find("<svg class=\"t\"", at)) != html.npos;) {
-        const std::size_t end = html.find("</svg>", at);
-        std::string days;
-        while ((at = html.find("<text x=\"0\"", at)) < end) {
-            at = html.find('>', at) + 1;
-            days += html.substr(at, std::string_view("2026-02-27").size()) + " ";
-        }
-        drawn.push_back(days);
-        at = end;
+    const json report = Report();
+    Lines errors;
+    for (const json& event : report["events"]) {
+        if (event["kind"] != "error") continue;
+        errors.push_back(event.value("local", "") + " " + event.value("text", ""));
     }
-    EXPECT_EQ(drawn, (std::vector<std::string>{"2026-02-27 2026-02-28 ", "2026-03-01 "}));
+    ASSERT_EQ(errors.size(), 2u);
+    EXPECT_TRUE(errors[0].starts_with("2026-03-02 12:00:0")) << errors[0];
+    EXPECT_TRUE(
+        errors[0].ends_with(" the service reported an error: Can't create power request, "
+                            "GLE=1450 (CNeverSleepAwayMode::Initialize)"))
+        << errors[0];
+    EXPECT_TRUE(errors[1].starts_with("2026-03-03 12:00:0")) << errors[1].substr(0, 50);
+    EXPECT_TRUE(errors[1].ends_with("xxx (F), 2 times on that day"))
+        << "of a record larger than the buffer";
 }
 
 }  // namespace

@@ -137,14 +137,4 @@ TEST_F(ScriptTest, CommandsMeanwhileHappenAtOneInstant)
         << Errors();
 }
 
-TEST_F(ScriptTest, EveryCommandHasAFormAndHelp)
-{
-    std::ostringstream help;
-    PrintHelp(help, "");
-    for (const Command& command : AllCommands()) {
-        EXPECT_NE(help.str().find(std::string(command.pattern)), std::string::npos);
-        EXPECT_FALSE(command.help.empty()) << command.pattern;
-    }
-}
-
 }  // namespace

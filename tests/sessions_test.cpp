@@ -38,20 +38,17 @@ protected:
         return token;
     }
 
-    // Starts the tool with a token. ERROR_SUCCESS, or the error.
+    // Starts the tool with a token; the error, or ERROR_SUCCESS.
     static DWORD StartWith(const OwnedHandle& token, BOOL inherit = FALSE)
     {
         STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
         PROCESS_INFORMATION started{};
         wchar_t line[] = LR"(C:\Tool.exe)";
-        if (!CreateProcessAsUserW(token.Get(), nullptr, line, nullptr, nullptr, inherit, 0, nullptr,
-                                  nullptr, &startup, &started)) {
-            return GetLastError();
-        }
-        const OwnedHandle process(started.hProcess);
-        const OwnedHandle thread(started.hThread);
-        return ERROR_SUCCESS;
+        const BOOL starts = CreateProcessAsUserW(token.Get(), nullptr, line, nullptr, nullptr,
+                                                 inherit, 0, nullptr, nullptr, &startup, &started);
+        const DWORD error = starts ? ERROR_SUCCESS : GetLastError();
+        const OwnedHandle process(started.hProcess), thread(started.hThread);
+        return error;
     }
 
     // The users and sessions of the tools that run.
@@ -120,22 +117,21 @@ TEST_F(SessionsTest, ATokenIsGoodForWhatItsAccessAllows)
     };
     RunAsProcess([&] {
         const OwnedHandle user = TokenOf(1);
+        const auto copy = [](const OwnedHandle& of, DWORD access, OwnedHandle& copied) {
+            return DuplicateTokenEx(of.Get(), access, nullptr, SecurityIdentification, TokenPrimary,
+                                    copied.Receive());
+        };
+        const auto allowed = [](BOOL done) {
+            return done || GetLastError() != ERROR_ACCESS_DENIED;
+        };
         for (const auto& [access, copies, tells_environment, starts] : cases) {
             SCOPED_TRACE(access);
-            OwnedHandle token;
-            ASSERT_TRUE(DuplicateTokenEx(user.Get(), access, nullptr, SecurityIdentification,
-                                         TokenPrimary, token.Receive()));
-            const auto refused = [](BOOL done) {
-                return !done && GetLastError() == ERROR_ACCESS_DENIED;
-            };
-            OwnedHandle copy;
-            EXPECT_EQ(
-                refused(DuplicateTokenEx(token.Get(), MAXIMUM_ALLOWED, nullptr,
-                                         SecurityIdentification, TokenPrimary, copy.Receive())),
-                !copies);
+            OwnedHandle token, copied;
+            ASSERT_TRUE(copy(user, access, token));
+            EXPECT_EQ(allowed(copy(token, MAXIMUM_ALLOWED, copied)), copies);
             LPVOID environment = nullptr;
-            EXPECT_EQ(refused(CreateEnvironmentBlock(&environment, token.Get(), FALSE)),
-                      !tells_environment);
+            EXPECT_EQ(allowed(CreateEnvironmentBlock(&environment, token.Get(), FALSE)),
+                      tells_environment);
             if (environment) DestroyEnvironmentBlock(environment);
             EXPECT_EQ(StartWith(token), starts ? DWORD{ERROR_SUCCESS} : ERROR_ACCESS_DENIED);
         }

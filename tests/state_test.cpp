@@ -314,42 +314,6 @@ TEST_F(StateTest, ASlowListingHoldsUpNeitherTheUsersSpeakersNorAHandler)
 
 // --- Decisions ---
 
-TEST_F(StateTest, ThePowerDecisionTellsEveryInputUnderItsName)
-{
-    struct Input
-    {
-        const char* name;
-        std::function<void(BOOL)> set;
-    };
-    BOOL on_ac = FALSE;
-    const Input inputs[] = {
-        {"g_bEnableNeverSleep", [](BOOL on) { g_bEnableNeverSleep = on != 0; }},
-        {"bAc", [&](BOOL on) { on_ac = on; }},
-        {"g_bEnableHolvOnDC", [](BOOL on) { g_bEnableHolvOnDC = on != 0; }},
-        {"m_bBatteryThresholdCrossed", [](BOOL on) { S::m_bBatteryThresholdCrossed = on; }},
-        {"g_bEnableDoNotDisturb", [](BOOL on) { g_bEnableDoNotDisturb = on != 0; }},
-        {"m_bSeenDndStart", [](BOOL on) { S::m_bSeenDndStart = on; }},
-        {"g_bDndToS3", [](BOOL on) { g_bDndToS3 = on != 0; }},
-    };
-    RunAsProcess([&] {
-        RegInit();
-        for (const Input& on : inputs) {
-            std::string list;
-            for (const Input& input : inputs) {
-                input.set(&input == &on);
-                list += std::string(list.empty() ? " entry: " : ", ") + input.name +
-                        (&input == &on ? "{TRUE}" : "{FALSE}");
-            }
-            const std::size_t before = LogBytes().size();
-            S::ConfigureAwayMode(on_ac);
-            S::ConfigureSystemRequired(on_ac);
-            const std::string said = LogBytes().substr(before);
-            EXPECT_NE(said.find(" : ConfigureAwayMode" + list + " [L=1]"), said.npos) << said;
-            EXPECT_NE(said.find(" : ConfigureSystemRequired" + list + " [L=1]"), said.npos) << said;
-        }
-    });
-}
-
 TEST_F(StateTest, LyncIsInstalledWhereAnyOfItsKeysIs)
 {
     const std::pair<const wchar_t*, BOOL> cases[] = {
@@ -374,38 +338,6 @@ TEST_F(StateTest, LyncIsInstalledWhereAnyOfItsKeysIs)
             pc.registry.DeleteKey(key);
         }
     });
-}
-
-// --- Threads ---
-
-// Two threads change the state at once; every change in the log starts where the last one ended.
-void ExpectUnbrokenChainOfTwo(Machine& pc, const Machine::Options&)
-{
-    pc.registry.SetDword(kUserKey, L"LoggingEnabled", kLogToDebugger);
-    Process& process = pc.Start([] {
-        RegInit();
-        const auto change = [](LPVOID states) -> DWORD {
-            for (int i = 0; i < 20; ++i) {
-                S::UpdateState(static_cast<const ESystemState*>(states)[i % 2]);
-            }
-            return 0;
-        };
-        ESystemState states[2][2] = {{S0_NORMAL, HOLV_ACTIVE}, {HOLV_S3, HOLV_DND}};
-        const OwnedHandle threads[] = {
-            OwnedHandle(CreateThread(nullptr, 0, change, states[0], 0, nullptr)),
-            OwnedHandle(CreateThread(nullptr, 0, change, states[1], 0, nullptr))};
-        for (const OwnedHandle& thread : threads) WaitForSingleObject(thread.Get(), INFINITE);
-        return 0;
-    });
-    pc.RunUntilEnd(process);
-    const auto& [changes, last] = ExpectUnbrokenChain(Heard(pc));
-    EXPECT_EQ(changes, 40);
-    EXPECT_EQ(last, Name(S::m_eSystemState));
-}
-
-TEST(StateRaceTest, ChangesByTwoThreadsFormOneUnbrokenChain)
-{
-    StormOnPc({.seeds = 20, .free = 5}, ExpectUnbrokenChainOfTwo);
 }
 
 }  // namespace

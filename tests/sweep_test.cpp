@@ -13,7 +13,7 @@ namespace {
 
 // --- The stories ---
 
-struct Story
+struct SweptStory
 {
     const char* name;
     void (*begin)(UsersPc& user);  // is not struck
@@ -23,7 +23,7 @@ struct Story
     std::uint64_t least_calls = 30;  // of the process that dies
 };
 
-void PrintTo(const Story& story, std::ostream* out) { *out << story.name; }
+void PrintTo(const SweptStory& story, std::ostream* out) { *out << story.name; }
 
 void RunSwitch(UsersPc& user, const wchar_t* program_switch)
 {
@@ -132,7 +132,7 @@ void Install(UsersPc& user) { RunSwitch(user, L"-Service"); }
 void Remove(UsersPc& user) { RunSwitch(user, L"-UnregServer"); }
 void Wait(UsersPc&) {}
 
-constexpr Story kStories[] = {
+constexpr SweptStory kStories[] = {
     {"Installation", Remove, Install, Install},
     {"Removal", EnterDoNotDisturb, Remove, Remove},
     {"Start", Wait, Start, Wait, 20, 100},
@@ -201,7 +201,7 @@ bool Lies(const Failures& failures) { return failures.front().fault.lie != Lie::
 bool GoesOn(const Failures& failures) { return failures.front().fault.count != 1; }
 
 // A value that cannot be read for as long as the service changes it is not known.
-bool HidesWhatIsTheUsers(const Failures& failures, const Story& story)
+bool HidesWhatIsTheUsers(const Failures& failures, const SweptStory& story)
 {
     const std::string& function = failures.front().function;
     if (!GoesOn(failures)) return false;
@@ -222,7 +222,7 @@ std::string TextOf(const Failures& failures)
     return text;
 }
 
-class SweepTest : public ::testing::TestWithParam<Story>
+class SweepTest : public ::testing::TestWithParam<SweptStory>
 {
 protected:
     void SetUp() override
@@ -269,7 +269,7 @@ protected:
         Good()
         {
             UsersPc user;
-            const Story& story = GetParam();
+            const SweptStory& story = GetParam();
             story.begin(user);
             std::map<std::string, std::uint64_t> before;
             for (const Function* f : Function::All()) before[f->name()] = CallsOf(user, f);
@@ -388,7 +388,7 @@ constexpr Blow kBlows[] = {
 
 TEST_P(SweepTest, ABlowAtAnyCallLeavesNothingBehindAfterTheNextStart)
 {
-    const Story& story = GetParam();
+    const SweptStory& story = GetParam();
     for (const Blow& blow : kBlows) {
         SCOPED_TRACE(blow.name);
         Sweep(story.stride, story.least_calls, [&](std::uint64_t call) {

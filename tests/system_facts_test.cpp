@@ -1,13 +1,16 @@
-// The small print of modules and tokens: what the functions answer to bad arguments, and what
-// becomes of the last error.
+// The small print of modules, tokens and power plans: what the functions answer to bad arguments,
+// and what becomes of the last error.
 
 #include "platform/kernel.h"
 #include "platform/module.h"
 #include "platform/owned.h"
 #include "platform/power.h"
 #include "platform/session.h"
+#include "platform/virtual/power/power.h"
 #include "platform/virtual/processes/libraries.h"
 #include "tests/answers.h"
+
+using virtual_pc::PowerSource;
 
 namespace {
 
@@ -74,6 +77,47 @@ TEST_F(SystemFactsTest, TokensAndPrivilegesAreCheckedBeforeTheyAreUsed)
         EXPECT_EQ(debug.LowPart, 20u);
         wanted.Privileges[0].Luid = debug;
         Expect({ANSWER(adjust(adjusts.Get(), &wanted), TRUE, 0)});
+    });
+}
+
+TEST_F(SystemFactsTest, PlansAreReadWrittenAndActivatedWhileTheyAreThereAndNoPolicyDecides)
+{
+    const GUID& saver = GUID_MAX_POWER_SAVINGS;
+    const GUID& balanced = GUID_TYPICAL_POWER_SAVINGS;
+    const GUID mine{0x484F4C56, 0x1111, 0x4000, {0x80}};
+    pc.power.FindPlan(saver)->values[GUID_STANDBY_TIMEOUT] = {77, 78};
+    pc.power.AddPlan(L"Mine", mine, saver).values.erase(GUID_ALLOW_AWAYMODE);
+    RunAsProcess([&] {
+        DWORD value = 0;
+        const auto read = [&](const GUID& subgroup, const GUID& setting) {
+            return PowerReadDCValueIndex(nullptr, &mine, &subgroup, &setting, &value);
+        };
+        const auto write = [&](DWORD seconds) {
+            return PowerWriteACValueIndex(nullptr, &mine, &GUID_SLEEP_SUBGROUP,
+                                          &GUID_STANDBY_TIMEOUT, seconds);
+        };
+        const auto activate = [](const GUID& plan) { return PowerSetActiveScheme(nullptr, &plan); };
+        Expect({
+            ANSWER(read(GUID_SLEEP_SUBGROUP, GUID_STANDBY_TIMEOUT), 0),
+            ANSWER(read(GUID_SLEEP_SUBGROUP, GUID_ALLOW_AWAYMODE), 2),
+            ANSWER(read(GUID_VIDEO_SUBGROUP, GUID_STANDBY_TIMEOUT), 2),
+            ANSWER(activate(mine), 0),
+            ANSWER(write(60), 0),
+            ANSWER(pc.power.InForce(GUID_STANDBY_TIMEOUT).value_or(0), 77),
+            ANSWER(activate(mine), 0),
+            ANSWER(pc.power.InForce(GUID_STANDBY_TIMEOUT).value_or(0), 60),
+            ANSWER(pc.power.DeletePlan(mine), FALSE),
+            ANSWER(pc.power.SetPolicy(saver), TRUE),
+            ANSWER(activate(balanced), 1260),
+            ANSWER(pc.power.Activate(balanced), FALSE),
+            ANSWER(write(61), 0),
+            ANSWER(pc.power.DeletePlan(mine), TRUE),
+            ANSWER(write(62), 2),
+        });
+        EXPECT_EQ(value, 78u) << "copied with the plan";
+        EXPECT_TRUE(IsEqualGUID(pc.power.active().guid, saver)) << "the policy's";
+        pc.power.EndPolicy();
+        Expect({ANSWER(activate(mine), 2), ANSWER(activate(balanced), 0)});
     });
 }
 

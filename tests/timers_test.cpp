@@ -198,6 +198,10 @@ TEST_F(TimersTest, OnlyAProcessUnderTheDisplaysHeaderRequiresTheDisplay)
         EXPECT_EQ(heard.Take("LogOutstandingPowerRequests"),
                   (Lines{"Output from powercfg -requests", "DISPLAY:\n", "[PROCESS] x\n"}));
         EXPECT_EQ(Holder(), L"x");
+        pc.power.listing_instead =
+            L"SYSTEM:\n[PROCESS] y\nOrbeq(R) Holv Technology\n[PROCESS] z\nCopying\n";
+        LogOutstandingPowerRequests();
+        EXPECT_EQ(Holder(), L"z") << "the service's own is none that it is to be told of";
         pc.faults.Set("_wpopen", {.error = 8, .count = 2});
         EXPECT_FALSE(S::IsDisplayRequiredSet());
         LogOutstandingPowerRequests();

@@ -14,6 +14,8 @@ FUNCTIONS = {K.FUNCTION_DECL, K.CXX_METHOD, K.CONSTRUCTOR, K.DESTRUCTOR, K.CONVE
 BRANCHES = {K.IF_STMT, K.WHILE_STMT, K.CONDITIONAL_OPERATOR, K.DO_STMT}
 BODIES = {K.COMPOUND_STMT, K.IF_STMT, K.WHILE_STMT, K.FOR_STMT, K.CXX_FOR_RANGE_STMT, K.CASE_STMT,
           K.DEFAULT_STMT}
+# What lies in these is not always done.
+DEPENDS = BRANCHES | {K.FOR_STMT, K.CXX_FOR_RANGE_STMT, K.SWITCH_STMT, K.LAMBDA_EXPR}
 COMPUTED_AT_BUILD = {K.FIELD_DECL, K.ENUM_DECL, K.PARM_DECL, K.TEMPLATE_NON_TYPE_PARAMETER}
 
 # What makes no fault, because it changes nothing or nothing that the system promises. A call with one
@@ -45,6 +47,15 @@ NO_MEANING = {
 
 # Calls that hold or let go of an object, and change nothing else.
 HOLDS = {'AddRef', 'Reset', 'SafeRelease'}
+
+# What the system does by itself when the thread or the process ends: a statement of it that is not there is
+# no fault.
+AT_THE_END = {'CoUninitialize', 'DeleteCriticalSection'}
+
+# How a clock is read. To what edge of its time something happens is no promise: of a time's comparison the
+# fault is the opposite.
+CLOCKS = re.compile(r'\b(?:GetTickCount64|Now|UtcNow)\(\)')
+OPPOSITES = {'<': '>=', '<=': '>', '>': '<=', '>=': '<'}
 
 # Whose two arguments may stand in either place.
 SYMMETRIC = {'max', 'min', 'swap', 'memcmp', 'SameScheme', 'SameWord', 'IsEqualGUID', 'IsEqualIID', 'IsEqualCLSID'}
@@ -130,7 +141,7 @@ class Finder:
             self.in_thread = node.spelling.endswith('Proc')
             self.filled |= filled_by_calls(node, self.of)
         elif kind == K.VAR_DECL:
-            if node.hash in self.filled and re.search(r'= \d+$', self.of(node)):
+            if node.hash in self.filled and re.search(r'= \w+$', self.of(node)):
                 return
             head = self.of(node).split('=')[0].split('{')[0]
             at_build = at_build or bool(re.search(r'\bconstexpr\b', head))
@@ -186,9 +197,35 @@ class Finder:
     def operator(self, node, left, right, at_build):
         sign = self.sign(node)
         other = COMPARISONS.get(sign) or LOGIC.get(sign)
-        if other:
-            kind = 'comparison' if sign in COMPARISONS else 'condition'
-            self.add(kind, node, f'{self.of(left)} {other} {self.of(right)}', at_build)
+        if sign in OPPOSITES and CLOCKS.search(self.of(node)):
+            other = OPPOSITES[sign]
+        if not other or (sign in LOGIC and self.come_together(node, left, right)) \
+                or self.is_difference_or_nothing(node, left, right):
+            return
+        kind = 'comparison' if sign in COMPARISONS else 'condition'
+        self.add(kind, node, f'{self.of(left)} {other} {self.of(right)}', at_build)
+
+    def come_together(self, node, left, right):
+        """Whether it asks for the success of a call and for what the call gives: one comes with the other."""
+        given = re.fullmatch(r'!?([\w.]+)', self.of(right))
+        succeeds = re.fullmatch(r'(?:FAILED|SUCCEEDED)\((\w+)\)', self.of(left))
+        if not given or not (succeeds or re.match(r'(?:FAILED|SUCCEEDED)\(', self.of(left))
+                             or re.search(r'[!=]= (?:ERROR_SUCCESS|RPC_S_OK)$', self.of(left))):
+            return False
+        call = self.of(left)
+        if succeeds:
+            before = self.source(0, node.extent.start.offset)
+            call = before[max(before.rfind(f'{succeeds[1]} = '), 0):]
+        name = re.escape(given[1])
+        return re.search(rf'\b{name}\.Receive\(|ReceiveAny\({name}\)', call) is not None
+
+    def is_difference_or_nothing(self, node, left, right):
+        """Whether it is the question of `a > b ? a - b : 0`: where both are the same, so are both answers."""
+        a, b = (re.escape(self.of(side)) for side in (left, right))
+        if self.sign(node) in ('<', '<='):
+            a, b = b, a
+        rest = self.source(node.extent.end.offset, node.extent.end.offset + 200)
+        return re.match(rf' \? {a} - (?:static_cast<\w+>\()?{b}\)? : 0\b', rest) is not None
 
     def call(self, node, children, at_build):
         sign = node.spelling.removeprefix('operator')
@@ -248,7 +285,8 @@ class Finder:
             if not self.acts(node):
                 previous = None
                 continue
-            self.add('dropped', node, ';', at_build=False, statement=True)
+            if node.spelling not in AT_THE_END:
+                self.add('dropped', node, ';', at_build=False, statement=True)
             if previous and K.CALL_EXPR in (node.kind, previous.kind) and kind == K.COMPOUND_STMT:
                 self.swap(previous, node)
             previous = node
@@ -278,8 +316,9 @@ class Finder:
 
     def independent(self, first, second):
         """Whether both set something that no other thread looks at meanwhile, or only read or hold something,
-        and neither reads what the other sets."""
-        if not all(is_quiet(node) for node in (first, second)):
+        or one of them computes with the function's own variables only, and neither reads what the other sets."""
+        if not all(is_quiet(node) for node in (first, second)) \
+                and not any(is_within_function(node) for node in (first, second)):
             return False
         one, other = self.of(first), self.of(second)
         return not reads(one, target_of(other)) and not reads(other, target_of(one))
@@ -312,12 +351,27 @@ def is_quiet(node):
                                            for n in value.walk_preorder())
 
 
+def is_within_function(node):
+    """Whether it sets a variable of the function to what is computed of such variables alone."""
+    if not is_of_function(node):
+        return False
+    _, *value = node.get_children()
+    inner = [n for part in value[-1:] for n in part.walk_preorder()]
+    return not any(n.kind in (K.CALL_EXPR, K.MEMBER_REF_EXPR, K.CXX_THIS_EXPR) for n in inner) and all(
+        n.referenced and (n.referenced.kind in (K.ENUM_CONSTANT_DECL, K.PARM_DECL)
+                          or n.referenced.semantic_parent.kind in FUNCTIONS)
+        for n in inner if n.kind == K.DECL_REF_EXPR)
+
+
 def filled_by_calls(function, of):
-    """The variables of a function that are first used where a call fills them: by their address, or by a
-    reference that is not constant. What they hold before is not read, or is the value of a failure."""
+    """The variables of a function that are first used where they are set, or where a call fills them: by their
+    address, or by a reference that is not constant. What they hold before is not read, or is the value of a
+    failure."""
     first = {}
 
-    def visit(node, fills):
+    def visit(node, fills, always):
+        if node.kind == K.CXX_UNARY_EXPR:
+            return  # sizeof
         if node.kind == K.DECL_REF_EXPR and node.referenced and node.referenced.kind == K.VAR_DECL:
             first.setdefault(node.referenced.hash, fills)
         parameters = []
@@ -329,8 +383,11 @@ def filled_by_calls(function, of):
             by_reference = place is not None and place < len(parameters) \
                 and parameters[place].endswith(' &') and not parameters[place].startswith('const ')
             by_address = node.kind == K.UNARY_OPERATOR and of(node).startswith('&')
-            visit(child, by_reference or by_address or (fills and node.kind == K.UNEXPOSED_EXPR))
-    visit(function, False)
+            is_set = always and node.kind == K.BINARY_OPERATOR and child == next(node.get_children()) \
+                and of(node).startswith(f'{of(child)} = ') and of(node).count(of(child)) == 1
+            visit(child, by_reference or by_address or is_set or (fills and node.kind == K.UNEXPOSED_EXPR),
+                  always and node.kind not in DEPENDS)
+    visit(function, False, True)
     return {variable for variable, fills in first.items() if fills}
 
 

@@ -35,6 +35,9 @@ def arguments():
                         help=f'also run the tests that take more than {trial.SLOW_SECONDS:.0f} s, '
                              'and the scenarios on each version of Windows')
     parser.add_argument('--again', action='store_true', help='try survivors without a reason again')
+    parser.add_argument('--without', metavar='TESTS',
+                        help='try again what these tests noticed (a regular expression), with all others: '
+                             'what would survive if they went. The results stay as they are')
     parser.add_argument('--self-test', action='store_true', help='show that the faults are what they say')
     return parser.parse_args()
 
@@ -91,6 +94,8 @@ class Campaign:
         chosen = [f for f in self.faults[file] if not lines or f.line in lines]
         if self.options.sample:
             chosen = sampled(chosen, self.options.sample)
+        if self.options.without:
+            return [f for f in chosen if re.search(self.options.without, known.get(f.name, {}).get('by', '-'))]
         return [f for f in chosen if f.name not in known]
 
     def over(self):
@@ -100,7 +105,7 @@ class Campaign:
         if not self.faults:
             return
         self.shop.build_all(self.faults, self.options.jobs)
-        tests = trial.Trial(list(self.faults), self.options.jobs, self.options.slow)
+        tests = trial.Trial(list(self.faults), self.options.jobs, self.options.slow, self.options.without)
         due = [(file, fault) for file in self.faults for fault in self.due[file]]
         print(f'{len(due)} faults to try, with {len(tests.tests)} tests', flush=True)
         self.at_once(tests, [pair for pair in due if not pair[1].at_build])
@@ -128,7 +133,8 @@ class Campaign:
         self.tell(file, fault, tests.try_fault(file, fault))
 
     def tell(self, file, fault, result):
-        self.known[file].put(fault, result)
+        if not self.options.without:
+            self.known[file].put(fault, result)
         if result['result'] != 'noticed':
             print(f'  {result["result"]}: {file}:{fault.name}', flush=True)
 

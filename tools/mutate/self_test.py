@@ -36,12 +36,18 @@ int Count(int to)
     }
     return count;
 }
+int Now() { return 7; }
+int Late(int since) { return Now() - since > 4 ? 1 : 2; }
+int Left(int now) { return now > 3 ? now - 3 : 0; }
 void Fill(int* x) { *x = 3; }
 int Filled()
 {
     int filled = 50;
     int counted = 60;
+    bool is_set = false;
     Fill(&filled);
+    is_set = filled > 1;
+    if (is_set) Tell(1, 1);
     g_first = filled;
     g_second = counted;
     Tell(0, 0);
@@ -53,7 +59,8 @@ int main()
     Tell(1, 2);
     g_on = FALSE;
     Tell(g_on, kBuilt);
-    std::printf("%d %d %d %d %d %d\n", Filled(), g_told, g_on, Pick(green), Pick(red), Count(6));
+    std::printf("%d %d %d %d %d %d %d %d\n", Filled(), g_told, g_on, Pick(green), Pick(red), Count(6),
+                Late(0), Left(5));
 }
 '''
 
@@ -72,11 +79,16 @@ EXPECTED = {
     'constant: green => blue',
     'constant: 7 => 8',
     'constant: 60 => 61',
+    'comparison: Now() - since > 4 => Now() - since <= 4',
+    'order: Fill(&filled); is_set = filled > 1; => is_set = filled > 1; Fill(&filled);',
     'order: Tell(0, 0); g_second = 0; => g_second = 0; Tell(0, 0);',
 }
 # What changes nothing is none.
 EXCLUDED = {
     'constant: 50 => 51',
+    'constant: false => true',
+    'comparison: Now() - since > 4 => Now() - since >= 4',
+    'comparison: now > 3 => now >= 3',
     'order: g_first = filled; g_second = counted; => g_second = counted; g_first = filled;',
 }
 
