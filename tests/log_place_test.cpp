@@ -46,7 +46,7 @@ TEST(RightsTest, OthersAreAllButTheSystemAdministratorsAndTheOwner)
     const std::tuple<const wchar_t*, bool, bool> cases[] = {
         {L"O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)", false, false},
         {L"O:SYD:AI(A;ID;FA;;;SY)(A;CIID;DCLCRPCR;;;BU)", true, false},
-        {L"O:SYD:(A;OIIOCI;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
+        {L"O:SYD:(A;OICIIOID;FA;;;BU)(A;CIIO;GA;;;CO)", false, false},
         {L"O:SYD:(A;;0x1301bf;;;AU)", true, true},
         {L"O:SYD:(A;;CCDCLCSWRPWPDTLOCRSDRCWDWO;;;WD)", true, true},
         {L"O:SYD:(A;;FW;;;WD)", true, false},
