@@ -48,10 +48,6 @@ NO_MEANING = {
 # Calls that hold or let go of an object, and change nothing else.
 HOLDS = {'AddRef', 'Reset', 'SafeRelease'}
 
-# What the system does by itself when the thread or the process ends: a statement of it that is not there is
-# no fault.
-AT_THE_END = {'CoUninitialize', 'DeleteCriticalSection'}
-
 # How a clock is read. To what edge of its time something happens is no promise: of a time's comparison the
 # fault is the opposite.
 CLOCKS = re.compile(r'\b(?:GetTickCount64|Now|UtcNow)\(\)')
@@ -285,8 +281,7 @@ class Finder:
             if not self.acts(node):
                 previous = None
                 continue
-            if node.spelling not in AT_THE_END:
-                self.add('dropped', node, ';', at_build=False, statement=True)
+            self.add('dropped', node, ';', at_build=False, statement=True)
             if previous and K.CALL_EXPR in (node.kind, previous.kind) and kind == K.COMPOUND_STMT:
                 self.swap(previous, node)
             previous = node
