@@ -38,6 +38,7 @@ std::string Joined(const Lines& lines)
 testing::AssertionResult SameLines(const Lines& actual, const Lines& expected)
 {
     if (actual == expected) return testing::AssertionSuccess();
+    // The form in which GoogleTest itself shows how two texts of several lines differ.
     return testing::AssertionFailure()
            << actual.size() << " lines, " << expected.size() << " expected:\n"
            << testing::internal::edit_distance::CreateUnifiedDiff(expected, actual);
