@@ -8,7 +8,6 @@
 #include "platform/virtual/base/text.h"
 #include "platform/virtual/devices/device.h"
 #include "platform/virtual/sound/audio.h"
-#include "restore/journal.h"
 #include "tests/running_service.h"
 
 using namespace std::chrono_literals;

@@ -1,6 +1,5 @@
 #include "tests/heard.h"
 
-#include <regex>
 #include <sstream>
 
 #include "platform/virtual/base/text.h"
@@ -136,9 +135,4 @@ StateChanges ExpectUnbrokenChain(const Heard& heard)
         ++changes.count;
     }
     return changes;
-}
-
-std::string WithoutNumber(const std::string& line, const std::string& before)
-{
-    return std::regex_replace(line, std::regex(before + "[0-9]+"), before + "#");
 }

@@ -71,6 +71,3 @@ struct StateChanges
     std::string last = "HOLV_INIT";
 };
 StateChanges ExpectUnbrokenChain(const Heard& heard);
-
-// The line with each number that stands right behind `before` as '#'.
-std::string WithoutNumber(const std::string& line, const std::string& before);

@@ -16,11 +16,7 @@
 #include "platform/virtual/com/com.h"
 #include "platform/virtual/console/outputs.h"
 #include "platform/virtual/core/thread.h"
-#include "platform/virtual/power/power.h"
-#include "platform/virtual/power/power_plans.h"
-#include "platform/virtual/power/sleep.h"
 #include "platform/virtual/processes/libraries.h"
-#include "platform/virtual/sessions/session.h"
 #include "settings/settings.h"
 #include "tests/service_test.h"
 
